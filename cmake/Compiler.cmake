@@ -1,0 +1,39 @@
+# How every target of the tree is compiled and linked, whatever the preset.
+
+set( CMAKE_CXX_STANDARD 20 )
+set( CMAKE_CXX_STANDARD_REQUIRED ON )
+set( CMAKE_CXX_EXTENSIONS OFF )
+set( CMAKE_POSITION_INDEPENDENT_CODE ON )
+set( CMAKE_EXPORT_COMPILE_COMMANDS ON )
+
+# The tree may be moved or mounted elsewhere after the build: libraries are found relative to the program.
+set( CMAKE_BUILD_RPATH_USE_ORIGIN ON )
+
+# Programs and the plug-in lie side by side at the top of the build, shared libraries below it.
+set( CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}" )
+set( CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib" )
+set( CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib" )
+
+# A plug-in that instantiates a template with static members must share them with the program that loads it.
+set( CMAKE_ENABLE_EXPORTS ON )
+
+add_compile_options( -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror )
+
+# Assertion messages and log lines name files as they stand in the tree, not where it was built.
+add_compile_options( "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=" )
+
+if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
+   # A library that uses a symbol it does not link fails here, instead of working by luck of what the program links.
+   # (clang's sanitizer runtimes live in the program, so the check cannot be used there.)
+   add_link_options( "LINKER:-z,defs" )
+   if( CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13 )
+      # Optimised string concatenation is reported as an overlapping copy by this compiler, wrongly.
+      add_compile_options( -Wno-restrict )
+   endif()
+endif()
+
+find_program( RATEMON_CCACHE ccache )
+mark_as_advanced( RATEMON_CCACHE )
+if( RATEMON_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER )
+   set( CMAKE_CXX_COMPILER_LAUNCHER "${RATEMON_CCACHE}" )
+endif()

@@ -1,0 +1,165 @@
+# The vocabulary of the per-folder CMakeLists.txt. A folder is one target, and a target can include only
+#   - the headers of its own folder, and
+#   - "<folder>/<Header>.h" of the folders it links, directly or through them.
+# Each library therefore has an include root of its own below ${build}/include, which holds one link, named as the folder. Nobody
+# is ever given the repository root, platform/ or host/ as an include directory: a wrong include fails to build.
+
+set( ratemonTestTimeoutSeconds 120 )
+
+# ratemon_add_if_present( DIR... ): adds those folders that have a CMakeLists.txt.
+function( ratemon_add_if_present )
+   foreach( dir IN LISTS ARGN )
+      if( EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${dir}/CMakeLists.txt" )
+         add_subdirectory( "${dir}" )
+      endif()
+   endforeach()
+endfunction()
+
+# ratemon_add_subfolders(): adds every folder below this one that has a CMakeLists.txt.
+function( ratemon_add_subfolders )
+   file( GLOB lists CONFIGURE_DEPENDS RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}/*/CMakeLists.txt" )
+   foreach( list IN LISTS lists )
+      get_filename_component( dir "${list}" DIRECTORY )
+      add_subdirectory( "${dir}" )
+   endforeach()
+endfunction()
+
+# ratemon_folders( VARIABLE TOP ): the libraries below platform/ or host/ that were added so far.
+function( ratemon_folders variable top )
+   get_property( folders GLOBAL PROPERTY RATEMON_FOLDERS_${top} )
+   set( ${variable} ${folders} PARENT_SCOPE )
+endfunction()
+
+# Links by alias name: a folder that does not exist is an error at configuration, never a silent "-lname".
+function( ratemon_link target scope )
+   cmake_parse_arguments( PARSE_ARGV 2 arg "" "" "LINKS;EXTERNAL" )
+   list( TRANSFORM arg_LINKS PREPEND "RateMon::" )
+   target_link_libraries( ${target} ${scope} ${arg_LINKS} ${arg_EXTERNAL} )
+endfunction()
+
+function( ratemon_include_root target scope )
+   get_filename_component( folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME )
+   file( RELATIVE_PATH folderInTree "${CMAKE_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}" )
+   set( root "${CMAKE_BINARY_DIR}/include/${target}" )
+   file( MAKE_DIRECTORY "${root}" )
+   file( CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${root}/${folder}" SYMBOLIC )
+   target_include_directories( ${target} ${scope} "${root}" )
+   target_compile_options( ${target} ${scope} "-fmacro-prefix-map=${root}/${folder}=${folderInTree}" )
+endfunction()
+
+# ratemon_library( [NAME n] [SHARED|STATIC] [LINKS folder...] [EXTERNAL target...] )
+# The folder as a library, named as the folder unless NAME says otherwise. A folder of headers only becomes an interface library.
+# Platform folders are SHARED, so that a program and the plug-in it loads have one copy of every global.
+function( ratemon_library )
+   cmake_parse_arguments( PARSE_ARGV 0 arg "SHARED;STATIC" "NAME" "LINKS;EXTERNAL" )
+   if( NOT arg_NAME )
+      get_filename_component( arg_NAME "${CMAKE_CURRENT_SOURCE_DIR}" NAME )
+   endif()
+   file( GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" )
+   file( GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.h" )
+   if( NOT sources )
+      add_library( ${arg_NAME} INTERFACE )
+      set( scope INTERFACE )
+   else()
+      if( arg_STATIC )
+         add_library( ${arg_NAME} STATIC ${sources} ${headers} )
+      else()
+         add_library( ${arg_NAME} SHARED ${sources} ${headers} )
+      endif()
+      set_target_properties( ${arg_NAME} PROPERTIES OUTPUT_NAME "ratemon-${arg_NAME}" )
+      set( scope PUBLIC )
+   endif()
+   add_library( RateMon::${arg_NAME} ALIAS ${arg_NAME} )
+   file( RELATIVE_PATH folderInTree "${CMAKE_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}" )
+   string( REGEX REPLACE "/.*" "" top "${folderInTree}" )
+   set_property( GLOBAL APPEND PROPERTY RATEMON_FOLDERS_${top} ${arg_NAME} )
+   ratemon_include_root( ${arg_NAME} ${scope} )
+   ratemon_link( ${arg_NAME} ${scope} LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} )
+endfunction()
+
+# ratemon_plugin( NAME [LINKS folder...] )
+# The folder as NAME.so, to be loaded at run time and never linked. It lies at the top of the build.
+function( ratemon_plugin name )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "" "LINKS" )
+   file( GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" )
+   file( GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.h" )
+   if( NOT sources )
+      return()
+   endif()
+   add_library( ${name} MODULE ${sources} ${headers} )
+   set_target_properties( ${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}" )
+   ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} )
+endfunction()
+
+# ratemon_program( NAME [LINKS folder...] [EXTERNAL target...] )
+# The sources that stand directly in the folder as an executable at the top of the build.
+function( ratemon_program name )
+   file( GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" )
+   file( GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.h" )
+   if( NOT sources )
+      return()
+   endif()
+   add_executable( ${name} ${sources} ${headers} )
+   ratemon_link( ${name} PRIVATE ${ARGN} )
+endfunction()
+
+# Tells a test where programs and plug-ins of this build are: maintd as RATEMON_MAINTD_PATH, RateMonPlugin as
+# RATEMON_PLUGIN_PATH, and has them built before it.
+function( ratemon_tell_paths target )
+   foreach( program IN LISTS ARGN )
+      if( TARGET ${program} )
+         string( REGEX REPLACE "^RateMon" "" short "${program}" )
+         string( TOUPPER "${short}" short )
+         target_compile_definitions( ${target} PRIVATE "RATEMON_${short}_PATH=\"$<TARGET_FILE:${program}>\"" )
+         add_dependencies( ${target} ${program} )
+      endif()
+   endforeach()
+endfunction()
+
+# ratemon_tests( DIR [LINKS folder...] [EXTERNAL target...] [PROGRAMS target...] )
+# Every DIR/*_test.cpp is one test program, and each case in it one test of ctest. Other sources in DIR are shared by all of
+# its programs. A test reads files of the tree below RATEMON_SOURCE_DIR and reaches PROGRAMS by their paths (see above).
+function( ratemon_tests dir )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "" "LINKS;EXTERNAL;PROGRAMS" )
+   file( GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp" )
+   set( tests ${sources} )
+   list( FILTER tests INCLUDE REGEX "_test\\.cpp$" )
+   list( FILTER sources EXCLUDE REGEX "_test\\.cpp$" )
+   foreach( test IN LISTS tests )
+      get_filename_component( stem "${test}" NAME_WE )
+      string( REGEX REPLACE "_test$" "" piece "${stem}" )
+      string( REPLACE "/" "_" target "${dir}_${stem}" )
+      add_executable( ${target} "${test}" ${sources} )
+      set_target_properties( ${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests" )
+      target_compile_definitions( ${target} PRIVATE "RATEMON_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"" )
+      ratemon_link( ${target} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} GTest::gmock GTest::gtest_main )
+      ratemon_tell_paths( ${target} ${arg_PROGRAMS} )
+      # Asking the program for its cases only when the tests run keeps a crash at its start out of the build.
+      gtest_discover_tests( ${target} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 TEST_PREFIX "${dir}/${piece}/"
+         PROPERTIES TIMEOUT ${ratemonTestTimeoutSeconds} )
+   endforeach()
+endfunction()
+
+# ratemon_benches( [LINKS folder...] [EXTERNAL target...] ): every *_bench.cpp of the folder is one benchmark program.
+function( ratemon_benches )
+   cmake_parse_arguments( PARSE_ARGV 0 arg "" "" "LINKS;EXTERNAL" )
+   file( GLOB benches CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*_bench.cpp" )
+   foreach( bench IN LISTS benches )
+      get_filename_component( target "${bench}" NAME_WE )
+      add_executable( ${target} "${bench}" )
+      set_target_properties( ${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bench" )
+      ratemon_link( ${target} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} benchmark::benchmark benchmark::benchmark_main )
+   endforeach()
+endfunction()
+
+# ratemon_fuzzers( [LINKS folder...] [EXTERNAL target...] ): every *_fuzz.cpp of the folder is one libFuzzer program.
+function( ratemon_fuzzers )
+   file( GLOB fuzzers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*_fuzz.cpp" )
+   foreach( fuzzer IN LISTS fuzzers )
+      get_filename_component( target "${fuzzer}" NAME_WE )
+      add_executable( ${target} "${fuzzer}" )
+      set_target_properties( ${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/fuzz" )
+      target_link_options( ${target} PRIVATE -fsanitize=fuzzer )
+      ratemon_link( ${target} PRIVATE ${ARGN} )
+   endforeach()
+endfunction()

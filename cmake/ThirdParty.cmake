@@ -1,0 +1,18 @@
+# The third-party libraries, all from Debian packages (tools/install-packages has the same list). A folder names those it uses
+# under EXTERNAL: Boost::headers, Boost::json, CLI11::CLI11, yaml-cpp, PkgConfig::mnl, PkgConfig::systemd.
+# platform/ and MaintenancePlugin/ use none.
+
+find_package( PkgConfig REQUIRED )
+find_package( Boost 1.81 CONFIG REQUIRED COMPONENTS headers json )
+find_package( CLI11 CONFIG REQUIRED )
+find_package( yaml-cpp CONFIG REQUIRED )
+pkg_check_modules( mnl REQUIRED IMPORTED_TARGET libmnl )
+pkg_check_modules( systemd REQUIRED IMPORTED_TARGET libsystemd )
+
+if( RATEMON_TESTS AND NOT RATEMON_FUZZ )
+   find_package( GTest CONFIG REQUIRED )
+   find_package( Python3 REQUIRED COMPONENTS Interpreter )
+endif()
+if( RATEMON_BENCH AND NOT RATEMON_FUZZ )
+   find_package( benchmark CONFIG REQUIRED )
+endif()
