@@ -1,0 +1,79 @@
+#include "brisklog/Brisklog.h"
+
+#include <cmath>
+#include <utility>
+
+#include "kel/Assert.h"
+
+namespace Brisklog {
+
+namespace {
+
+constexpr uint64_t anonymousRingBytes = 1024 * 1024;
+constexpr uint32_t everyLevel = ~uint32_t( 0 );
+
+// The tap and the ring stay to the end of the process: static objects may still write while the rest is torn down.
+Tap & theTap() {
+   static auto & tap = *new Tap;
+   return tap;
+}
+
+void recordAssertion( char const * expression, char const * file, int line ) {
+   // Of a long path the end says more than the beginning.
+   std::string_view const path( file );
+   std::string_view const name = path.substr( path.rfind( '/' ) + 1 );
+   BRISKLOG( 0, "assertion failed: \"{}\" at {}:{}", expression, name, line );
+}
+
+[[maybe_unused]] bool const assertionsAreRecorded = ( Kel::assertSinkIs( recordAssertion ), true );
+
+}  // namespace
+
+constinit WriterState writerState{ everyLevel, 0, nullptr, false };
+
+void ringIs( std::unique_ptr<RingFile> ring ) {
+   KEL_ASSERT( ring );
+   std::unique_ptr<RingFile> const previous( std::exchange( writerState.ring, ring.release() ) );
+   ++writerState.generation;
+}
+
+RingFile & ring() {
+   if( !writerState.ring ) ringIs( RingFile::anonymous( anonymousRingBytes ) );
+   return *writerState.ring;
+}
+
+void levelsIs( std::initializer_list<int> levels ) {
+   uint32_t mask = 0;
+   for( int const level : levels ) {
+      KEL_ASSERT( levelExists( level ) );
+      mask |= uint32_t( 1 ) << level;
+   }
+   writerState.levels = mask;
+}
+
+void tapIs( Tap tap ) {
+   writerState.tapped = static_cast<bool>( tap );
+   theTap() = std::move( tap );
+}
+
+void MsgDesc::enterIntoTable() {
+   number_ = ring().formatNumber( format_ );
+   generation_ = writerState.generation;
+}
+
+void MsgDesc::showToTap( std::byte const * record ) const {
+   RecordHeader header;
+   std::memcpy( &header, record, sizeof header );
+   auto text = messageText( format_, { record + sizeof header, header.bytes - sizeof header } );
+   KEL_ASSERT( text );
+   theTap()( { header.time, header.level, header.sequence, std::move( *text ) } );
+}
+
+BlockTimer::BlockTimer( char const * name ) : name_( name ), startedAt_( Kel::activityLoop().clock()->now() ) {}
+
+BlockTimer::~BlockTimer() {
+   double const taken = Kel::activityLoop().clock()->now() - startedAt_;
+   BRISKLOG( 8, "{}: {}", name_, std::llround( taken * 1e6 ) );
+}
+
+}  // namespace Brisklog

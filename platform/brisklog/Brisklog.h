@@ -1,0 +1,127 @@
+// The ring-buffer trace: what the agent did lately, kept at almost no cost and readable after its death.
+//
+// BRISKLOG( level, "intf {}, profile {}", intf, name ) copies the time, a format number and the arguments into the current
+// ring; nothing is formatted until somebody reads. The number of arguments is checked when the call is compiled. Levels: 0
+// errors and anomalies, 1 warnings, 3 progress, 4 profiles, 8 per-sample detail; all are enabled until levelsIs() says
+// otherwise, and a disabled one costs a load and a branch and evaluates no argument.
+//
+// The ring is anonymous memory until the agent gives a file with ringIs(). A failed assertion is put there at level 0 before
+// the process aborts. One writer: the activity loop. A message changes nothing but the ring.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <new>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "brisklog/Arg.h"
+#include "brisklog/RingFile.h"
+#include "kel/ActivityLoop.h"
+
+namespace Brisklog {
+
+// A message as text.
+struct Message {
+   double time;  // s, of the turn in which it was written
+   int level;
+   uint64_t sequence;  // counts the ring's messages from 0
+   std::string text;
+};
+
+// From now on messages go to this ring; what the one before held in anonymous memory is gone.
+void ringIs( std::unique_ptr<RingFile> ring );
+// The current ring; the anonymous one is made when it is first needed.
+[[nodiscard]] RingFile & ring();
+
+// Exactly these levels are written from now on.
+void levelsIs( std::initializer_list<int> levels );
+
+// Shows every message as it is written, formatted for that; an empty function ends it. The tap writes no messages.
+using Tap = std::function<void( Message const & )>;
+void tapIs( Tap tap );
+
+// What every call reads, one copy in the process.
+struct WriterState {
+   uint32_t levels;      // bit n set: level n is enabled
+   uint32_t generation;  // of the ring, 0 before the first
+   RingFile * ring;
+   bool tapped;
+};
+extern WriterState writerState;
+
+[[nodiscard]] inline bool levelEnabled( int level ) { return ( ( writerState.levels >> level ) & 1u ) != 0; }
+
+[[nodiscard]] constexpr bool levelExists( int level ) {
+   return level == 0 || level == 1 || level == 3 || level == 4 || level == 8;
+}
+
+// One call site: its level and format, and the format's number in the table of the ring it last wrote to.
+class MsgDesc {
+ public:
+   constexpr MsgDesc( int level, std::string_view format, std::span<ArgType const> types )
+      : level_( static_cast<uint16_t>( level ) ), format_{ types, format } {}
+
+   template<class... Slots>
+   void write( Slots const &... slots ) {
+      if( generation_ != writerState.generation ) [[unlikely]]
+         enterIntoTable();
+      uint32_t const bytes = ( static_cast<uint32_t>( sizeof( RecordHeader ) ) + ... + slots.bytes() );
+      RingFile & ring = *writerState.ring;
+      std::byte * const record = ring.reserve( bytes );
+      new( record ) RecordHeader{ bytes, number_, level_, ring.sequence(), Kel::now() };
+      [[maybe_unused]] std::byte * arg = record + sizeof( RecordHeader );
+      ( ( slots.put( arg ), arg += slots.bytes() ), ... );
+      ring.commit( bytes );
+      if( writerState.tapped ) [[unlikely]]
+         showToTap( record );
+   }
+
+ private:
+   void enterIntoTable();
+   void showToTap( std::byte const * record ) const;
+
+   uint16_t const level_;
+   uint16_t number_ = 0;
+   uint32_t generation_ = UINT32_MAX;  // of no ring
+   Format const format_;
+};
+
+template<class... Args>
+void writeMessage( MsgDesc & desc, Args const &... args ) {
+   desc.write( slotOf( args )... );
+}
+
+// Puts "<name>: <microseconds>" into the ring at level 8 when the block that it stands in ends. The microseconds are those
+// of the loop's clock: on a virtual clock a block takes none.
+class BlockTimer {
+ public:
+   explicit BlockTimer( char const * name );
+   BlockTimer( BlockTimer const & ) = delete;
+   BlockTimer & operator=( BlockTimer const & ) = delete;
+   ~BlockTimer();
+
+ private:
+   char const * const name_;
+   double const startedAt_;  // s
+};
+
+}  // namespace Brisklog
+
+// `level` and `format` are constants; each {} of the format takes one argument, in order.
+#define BRISKLOG( level, format, ... )                                                                      \
+   do {                                                                                                     \
+      using BrisklogArgs = decltype( ::Brisklog::argListOf( __VA_ARGS__ ) );                                \
+      static_assert( ::Brisklog::levelExists( level ) );                                                    \
+      static_assert( BrisklogArgs::count <= ::Brisklog::argCountMax );                                      \
+      static_assert( ::Brisklog::slotCount( format ) == BrisklogArgs::count, "one argument for each {}" );  \
+      if( ::Brisklog::levelEnabled( level ) ) {                                                             \
+         static constinit ::Brisklog::MsgDesc brisklogDesc( level, format,                                  \
+                                                            { BrisklogArgs::types, BrisklogArgs::count } ); \
+         ::Brisklog::writeMessage( brisklogDesc __VA_OPT__(, ) __VA_ARGS__ );                               \
+      }                                                                                                     \
+   } while( false )

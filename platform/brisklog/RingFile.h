@@ -1,0 +1,76 @@
+// The mapped region that ring-trace messages are written into: memory of this process, or a file that survives it.
+//
+// The process has one current ring, held by Brisklog.cpp; only that writes. One writer, no locks. A file's pages belong to the
+// kernel, so what was committed is there for a Reader however the process ends; it is not flushed to the disk, and a power
+// failure may lose it. Readers are never waited for. The layout and what holds at every moment are in RingLayout.h.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "brisklog/RingLayout.h"
+
+namespace Brisklog {
+
+class RingFile {
+ public:
+   // A new file at `path` with a ring of at least `ringBytes`, rounded up to a power of two from 32 KiB to 1 GiB. A file that
+   // is there, most likely the ring of a process that died, is kept as `path` + ".previous"; what that name had is lost.
+   // All of the space is allocated now. Throws std::system_error.
+   [[nodiscard]] static std::unique_ptr<RingFile> create( std::string const & path, uint64_t ringBytes );
+
+   // Memory of this process, gone with it. Throws std::system_error.
+   [[nodiscard]] static std::unique_ptr<RingFile> anonymous( uint64_t ringBytes );
+
+   RingFile( RingFile const & ) = delete;
+   RingFile & operator=( RingFile const & ) = delete;
+   ~RingFile();
+
+   // Everything: header, format table, ring.
+   [[nodiscard]] std::span<std::byte const> image() const { return { base_, imageBytes() }; }
+
+   // The number under which the table has this format, which is put there if it is new. Once the table is full, number
+   // 0 for every new format: its messages then show that they were written, and no more.
+   [[nodiscard]] uint16_t formatNumber( Format const & format );
+
+   // Room for a record of `bytes` (a multiple of 8, at most recordBytesMax), contiguous. Not part of the ring until
+   // commit( bytes ) of the same number; one at a time.
+   [[nodiscard]] std::byte * reserve( uint32_t bytes ) {
+      if( head_ + bytes > blockEnd_ ) [[unlikely]]
+         beginBlock();
+      return ring_ + ( head_ & ( ringBytes_ - 1 ) );
+   }
+
+   void commit( uint32_t bytes ) {
+      head_ += bytes;
+      ++sequence_;
+      std::atomic_ref( header().head ).store( head_, std::memory_order_release );
+   }
+
+   // Of the next record.
+   [[nodiscard]] uint64_t sequence() const { return sequence_; }
+
+ private:
+   RingFile( int fd, uint64_t ringBytes );
+
+   [[nodiscard]] uint64_t imageBytes() const { return sizeof( FileHeader ) + formatAreaBytes + ringBytes_; }
+   [[nodiscard]] FileHeader & header() const { return *reinterpret_cast<FileHeader *>( base_ ); }
+   void beginBlock();
+
+   uint64_t const ringBytes_;
+   std::byte * const base_;
+   std::byte * const ring_;
+
+   uint64_t head_ = 0;
+   uint64_t blockEnd_;
+   uint64_t sequence_ = 0;
+   std::map<std::string, uint16_t> formatNumbers_;  // by the entry's bytes
+};
+
+}  // namespace Brisklog

@@ -1,0 +1,51 @@
+#include "brisklog/RingLayout.h"
+
+#include "kel/Trace.h"
+
+namespace Brisklog {
+
+namespace {
+
+std::string wordText( ArgType type, uint64_t word ) {
+   if( type == ArgType::signedWord ) return std::to_string( static_cast<int64_t>( word ) );
+   if( type == ArgType::unsignedWord ) return std::to_string( word );
+   return Kel::doubleText( std::bit_cast<double>( word ) );
+}
+
+// Takes one argument off the front of `args` and appends it to `text`; false where it is not whole.
+bool appendArg( std::string & text, ArgType type, std::span<std::byte const> & args ) {
+   if( args.size() < sizeof( uint64_t ) ) return false;
+   std::size_t bytes = sizeof( uint64_t );
+   if( type == ArgType::text ) {
+      auto const mark = std::to_integer<unsigned>( args[0] );
+      std::size_t const length = mark & ~unsigned( TextSlot::cutMark );
+      bytes = ( 1 + length + 7 ) & ~std::size_t( 7 );
+      if( length > textBytesMax || bytes > args.size() ) return false;
+      text.append( reinterpret_cast<char const *>( args.data() + 1 ), length );
+      if( mark & TextSlot::cutMark ) text += "...";
+   } else {
+      uint64_t word = 0;
+      std::memcpy( &word, args.data(), sizeof word );
+      text += wordText( type, word );
+   }
+   args = args.subspan( bytes );
+   return true;
+}
+
+}  // namespace
+
+std::optional<std::string> messageText( Format const & format, std::span<std::byte const> args ) {
+   std::string text;
+   std::size_t from = 0;
+   for( ArgType const type : format.types ) {
+      std::size_t const slot = format.text.find( "{}", from );
+      if( slot == std::string_view::npos ) return std::nullopt;
+      text += format.text.substr( from, slot - from );
+      if( !appendArg( text, type, args ) ) return std::nullopt;
+      from = slot + 2;
+   }
+   text += format.text.substr( from );
+   return text;
+}
+
+}  // namespace Brisklog

@@ -1,0 +1,62 @@
+#include "kel/ActivityLoop.h"
+
+#include <algorithm>
+
+namespace Kel {
+
+ActivityLoop * ActivityLoop::current_ = nullptr;
+double ActivityLoop::now_ = 0;
+
+// Keeps the loop in order however a turn ends.
+class ActivityLoop::TurnScope {
+ public:
+   explicit TurnScope( ActivityLoop & loop ) : loop_( loop ) {
+      KEL_ASSERT( !loop.inTurn_ );
+      loop.inTurn_ = true;
+      ++loop.turnNumber_;
+      now_ = loop.clock()->now();
+      loop.timers_.batchIs( now_ );
+      loop.deferred_.batchIs( now_ );
+   }
+   TurnScope( TurnScope const & ) = delete;
+   TurnScope & operator=( TurnScope const & ) = delete;
+   ~TurnScope() {
+      loop_.timers_.batchDel();
+      loop_.deferred_.batchDel();
+      loop_.inTurn_ = false;
+   }
+
+ private:
+   ActivityLoop & loop_;
+};
+
+ActivityLoop::ActivityLoop( Ptr<Clock> const & clock ) : config_( new ActivityManagerConfig( clock ) ) {
+   KEL_ASSERT( !current_ );
+   current_ = this;
+   now_ = clock->now();
+}
+
+ActivityLoop::~ActivityLoop() {
+   KEL_ASSERT( !inTurn_ );
+   current_ = nullptr;
+}
+
+double ActivityLoop::nextDue() const { return std::min( timers_.nextDue(), deferred_.nextDue() ); }
+
+void ActivityLoop::turn( Work const & work ) {
+   TurnScope const scope( *this );
+   if( work ) work();
+   timers_.runBatch();
+   deferred_.runBatch();
+}
+
+void ActivityLoop::runUntil( VirtualClock & clock, double t ) {
+   KEL_ASSERT( &clock == config_->clock().get() );
+   while( nextDue() <= t ) {
+      clock.nowIs( std::max( clock.now(), nextDue() ) );
+      turn();
+   }
+   clock.nowIs( t );
+}
+
+}  // namespace Kel

@@ -1,0 +1,78 @@
+// The clock: the one class that reads time.
+//
+// now() reads afresh, in seconds since an epoch that only differences of times may rely on. Code that reacts to something
+// uses Kel::now() (kel/ActivityLoop.h), which does not move within a turn; now() of the clock itself is for measuring how
+// long something takes. The loop takes its clock as a parameter: RealClock in the agent, VirtualClock where time is set
+// from outside, SteppingClock where work has to appear to take time.
+//
+// Clock::NotifieeConst is a timer: a reactor on the clock that drives the activity loop. It never runs nested in another
+// handler, only from the loop.
+#pragma once
+
+#include "kel/Assert.h"
+#include "kel/Ptr.h"
+#include "kel/TimedReactor.h"
+
+namespace Kel {
+
+class Clock : public PtrInterface {
+ public:
+   class NotifieeConst;
+
+   [[nodiscard]] virtual double now() const = 0;
+};
+
+// Runs in the first phase of a turn. Usable while the loop of that clock exists.
+class Clock::NotifieeConst : public TimedReactor {
+ public:
+   explicit NotifieeConst( Ptr<Clock const> const & clock ) : clock_( clock ) {}
+   // Silent whenever `owner` is, which outlives the timer.
+   NotifieeConst( Ptr<Clock const> const & clock, PtrInterface const & owner )
+      : TimedReactor( owner ), clock_( clock ) {}
+
+   [[nodiscard]] Ptr<Clock const> const & notifier() const { return clock_; }
+
+ private:
+   [[nodiscard]] TimedQueue & queue() const override;
+
+   Ptr<Clock const> const clock_;
+};
+
+// Seconds since the machine was started, time asleep included; steps of the wall clock do not touch it.
+class RealClock final : public Clock {
+ public:
+   [[nodiscard]] double now() const override;
+};
+
+// Stands still until told otherwise.
+class VirtualClock final : public Clock {
+ public:
+   explicit VirtualClock( double start ) : now_( start ) {}
+
+   [[nodiscard]] double now() const override { return now_; }
+   void nowIs( double t ) {
+      KEL_ASSERT( t >= now_ );
+      now_ = t;
+   }
+
+ private:
+   double now_;
+};
+
+// Moves on by `step` seconds after each read, so that everything seems to take time. The first read gives `start`.
+class SteppingClock final : public Clock {
+ public:
+   SteppingClock( double start, double step ) : next_( start ), step_( step ) {}
+
+   [[nodiscard]] double now() const override {
+      double const read = next_;
+      next_ += step_;
+      return read;
+   }
+
+ private:
+   mutable double next_;
+   double const step_;
+};
+
+}  // namespace Kel

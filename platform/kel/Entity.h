@@ -1,0 +1,129 @@
+// An entity: a named object with reflected attributes that tells its reactors what changes.
+//
+// Records, directories and machines are entities. An entity is owned by the references to it (usually one, held by the
+// collection that it is in) and keeps a list of the reactors that watch it. The rule of delivery stands in kel/Notifiee.h.
+// Watchers see every change of every attribute by name, before the reactors do: they are how the store, the API and the
+// simulator follow records without knowing their types.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "kel/Notifiee.h"
+#include "kel/TypeInfo.h"
+
+namespace Kel {
+
+// Hears of every change of one entity, whatever the attribute. Attached while it is in the entity's hands.
+class Watcher : public NotifieeBase {
+ public:
+   // `key` is the text of the changed entry's key, null when the attribute is not keyed.
+   virtual void onAttribute( Entity const & e, AttributeInfo const & attribute, std::string const * key ) = 0;
+};
+
+class Entity : public PtrInterface {
+ public:
+   [[nodiscard]] virtual std::string name() const = 0;
+   [[nodiscard]] virtual TypeInfo const & kelTypeInfo() const = 0;
+
+   // For collections of entities of any type; a type declared with the attribute macros hides these.
+   using KelKey = Name;
+   [[nodiscard]] Name kelKey() const { return Name( name() ); }
+   static char const * kelTypeName() { return "Kel::Entity"; }
+   static TypeInfo const & kelType();
+
+   // Detaches reactors, stops timers and clears what points back, before the last reference is dropped.
+   virtual void prepareToDie() {}
+
+   void watcherIs( Watcher & w ) const;
+   void watcherDel( Watcher & w ) const;
+
+   // For reactors and the attribute macros only.
+   void kelAttach( NotifieeBase & n ) const { notifiees_.append( n ); }
+   void kelDetach( NotifieeBase & n ) const { notifiees_.remove( n ); }
+
+ protected:
+   // Calls `handler` for every reactor that is to hear of a change; LINK is the reactor base that declares the handler.
+   template<class Link, class Handler>
+   void kelDeliver( Handler const & handler ) const {
+      if( notifiees_.empty() ) return;
+      Ptr<Entity const> const alive( this );
+      NotifieeList::Delivery delivery( notifiees_ );
+      while( NotifieeBase * const n = delivery.next() ) {
+         if( n->deliverable() ) handler( static_cast<Link &>( *n ) );
+      }
+   }
+
+   // Tells of a change already made: watchers first, then the reactors.
+   template<class Link, class Handler>
+   void kelChanged( Handler const & handler ) const {
+      if( kelWatched() ) [[unlikely]]
+         kelTellWatchers( kelAttribute<Link>(), nullptr );
+      kelDeliver<Link>( handler );
+   }
+   template<class Link>
+   void kelChangedQuietly() const {
+      if( kelWatched() ) [[unlikely]]
+         kelTellWatchers( kelAttribute<Link>(), nullptr );
+   }
+   template<class Link, class K, class Handler>
+   void kelKeyChanged( K const & key, Handler const & handler ) const {
+      if( kelWatched() ) [[unlikely]] {
+         std::string const text = KeyTraits<K>::toText( key );
+         kelTellWatchers( kelAttribute<Link>(), &text );
+      }
+      kelDeliver<Link>( handler );
+   }
+
+ private:
+   [[nodiscard]] bool kelWatched() const { return watchers_ && !watchers_->empty(); }
+   template<class Link>
+   [[nodiscard]] AttributeInfo const & kelAttribute() const {
+      return *kelTypeInfo().attributes()[Link::kelRank - 1];
+   }
+   void kelTellWatchers( AttributeInfo const & attribute, std::string const * key ) const;
+
+   mutable NotifieeList notifiees_;
+   mutable std::unique_ptr<NotifieeList> watchers_;
+};
+
+// The end of an entity type's attribute chain and the root of its reactor class.
+class AttributeChainEnd : public NotifieeBase {
+ public:
+   using NotifieeBase::NotifieeBase;
+   static constexpr int kelRank = 0;
+   static void kelDescribe( TypeInfo & ) {}
+   template<class Self>
+   static void kelAttached( Self const &, AttributeChainEnd & ) {}
+};
+
+// The typed reactor: Link is the last link of the watched type's chain, Self the type, const for read-only observation.
+template<class Link, class Self>
+class Reactor : public Link {
+ public:
+   using Link::Link;
+   ~Reactor() override { detach(); }
+
+   [[nodiscard]] Ptr<Self> const & notifier() const { return notifier_; }
+
+   // Attaches to what is to be watched; null detaches. Collections that already have entries are handed over as a whole,
+   // unless the reactor is silent. Call it from the body of the most derived constructor, so that handlers are its own.
+   void notifierIs( Ptr<Self> const & entity ) {
+      if( notifier_ == entity ) return;
+      detach();
+      notifier_ = entity;
+      if( !entity ) return;
+      entity->kelAttach( *this );
+      if( this->deliverable() ) Link::kelAttached( *entity, *this );
+   }
+
+ private:
+   void detach() {
+      if( notifier_ ) notifier_->kelDetach( *this );
+      notifier_ = nullptr;
+   }
+
+   Ptr<Self> notifier_;
+};
+
+}  // namespace Kel

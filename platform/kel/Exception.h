@@ -1,0 +1,28 @@
+// The platform's exceptions. An InternalException or RangeError that nobody catches ends the agent like a failed
+// assertion: handlers of the plug-in do not catch them, so a broken record never turns into a silent wrong answer.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace Kel {
+
+// A record or name that cannot mean anything, for example a stage instance name without a generation id.
+class InternalException : public std::runtime_error {
+ public:
+   explicit InternalException( std::string const & what ) : std::runtime_error( what ) {}
+};
+
+// A value outside the range of its type, or a null where a reference is required.
+class RangeError : public std::range_error {
+ public:
+   explicit RangeError( std::string const & what ) : std::range_error( what ) {}
+};
+
+// Reads or writes through the reflection that make no sense for the attribute: wrong type, unknown name.
+class AttributeError : public std::runtime_error {
+ public:
+   explicit AttributeError( std::string const & what ) : std::runtime_error( what ) {}
+};
+
+}  // namespace Kel

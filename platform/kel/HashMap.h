@@ -1,0 +1,181 @@
+// An unordered keyed collection whose walks are stable: entries keep the order in which they came, and any entry may be
+// added or removed while any number of walks are under way, also the one a walk stands on.
+//
+// Up to eight entries are found by a linear search; more get a hash index. Keys are cheap to copy (an interned id or a
+// counted string): a walk hands out copies, so what it hands out survives the entry. Entries added during a walk are
+// visited by it. Not a store of its own: notification is the business of kel/Collections.h.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <utility>
+#include <vector>
+
+namespace Kel {
+
+template<class V, class K>
+class HashMap {
+   struct Node {
+      K const key;
+      V value;
+      Node * prev = nullptr;
+      Node * next = nullptr;
+      Node * sameBucket = nullptr;
+   };
+
+ public:
+   template<class View>
+   struct Entry {
+      K key;
+      View value;
+   };
+   struct End {};
+
+   // The position of one walk. Registered with the map while it lives; neither copied nor moved.
+   class Cursor {
+    public:
+      explicit Cursor( HashMap const & map ) : map_( map ), node_( map.first_ ), nextCursor_( map.cursors_ ) {
+         map.cursors_ = this;
+      }
+      Cursor( Cursor const & ) = delete;
+      Cursor & operator=( Cursor const & ) = delete;
+      ~Cursor() {
+         Cursor ** link = &map_.cursors_;
+         while( *link != this ) link = &( *link )->nextCursor_;
+         *link = nextCursor_;
+      }
+
+      explicit operator bool() const { return node_ != nullptr; }
+      [[nodiscard]] K const & key() const { return node_->key; }
+      [[nodiscard]] V const & value() const { return node_->value; }
+      // After the entry under the cursor was removed, its successor already stands here and is not skipped.
+      Cursor & operator++() {
+         if( !moved_ ) node_ = node_->next;
+         moved_ = false;
+         return *this;
+      }
+
+    private:
+      friend class HashMap;
+
+      HashMap const & map_;
+      Node * node_;
+      Cursor * nextCursor_;
+      bool moved_ = false;
+   };
+
+   // A cursor for range-for loops: `for( auto [ key, value ] : dir->statusIterator() )`. View is the form in which values
+   // are handed out, for example Ptr<T const> for a walk that only reads.
+   template<class View = V>
+   class Iterator : public Cursor {
+    public:
+      using Cursor::Cursor;
+
+      struct Step {
+         Iterator & walk;
+         bool operator!=( End ) const { return static_cast<bool>( walk ); }
+         Entry<View> operator*() const { return { walk.key(), View( walk.value() ) }; }
+         Step & operator++() {
+            ++walk;
+            return *this;
+         }
+      };
+      Step begin() { return Step{ *this }; }
+      End end() { return {}; }
+   };
+
+   HashMap() = default;
+   HashMap( HashMap const & ) = delete;
+   HashMap & operator=( HashMap const & ) = delete;
+   ~HashMap() {
+      while( first_ ) delete std::exchange( first_, first_->next );
+   }
+
+   [[nodiscard]] std::size_t size() const { return size_; }
+   [[nodiscard]] bool empty() const { return size_ == 0; }
+   [[nodiscard]] V * find( K const & key ) const {
+      Node * const n = node( key );
+      return n ? &n->value : nullptr;
+   }
+   [[nodiscard]] K firstKey() const { return first_->key; }
+
+   // Adds an entry that is not there yet.
+   V & insert( K const & key, V value ) {
+      auto * const n = new Node{ key, std::move( value ) };
+      n->prev = last_;
+      ( last_ ? last_->next : first_ ) = n;
+      last_ = n;
+      ++size_;
+      index( *n );
+      return n->value;
+   }
+
+   // Removes an entry and returns its value; the entry must be there.
+   V take( K const & key ) {
+      Node * const n = node( key );
+      for( Cursor * c = cursors_; c; c = c->nextCursor_ ) {
+         if( c->node_ != n ) continue;
+         c->node_ = n->next;
+         c->moved_ = true;
+      }
+      unindex( *n );
+      ( n->prev ? n->prev->next : first_ ) = n->next;
+      ( n->next ? n->next->prev : last_ ) = n->prev;
+      --size_;
+      V value = std::move( n->value );
+      delete n;
+      return value;
+   }
+
+ private:
+   static constexpr std::size_t linearMax = 8;
+
+   [[nodiscard]] std::size_t bucket( K const & key ) const {
+      // Fibonacci hashing: interned ids are small consecutive numbers, strings come well mixed.
+      return static_cast<std::size_t>( ( uint64_t{ std::hash<K>{}( key ) } * 0x9e3779b97f4a7c15u ) >> 32 ) &
+             ( buckets_.size() - 1 );
+   }
+
+   [[nodiscard]] Node * node( K const & key ) const {
+      if( buckets_.empty() ) {
+         Node * n = first_;
+         while( n && !( n->key == key ) ) n = n->next;
+         return n;
+      }
+      Node * n = buckets_[bucket( key )];
+      while( n && !( n->key == key ) ) n = n->sameBucket;
+      return n;
+   }
+
+   void index( Node & n ) {
+      if( size_ <= linearMax && buckets_.empty() ) return;
+      if( size_ > buckets_.size() ) {
+         buckets_.assign( buckets_.empty() ? 4 * linearMax : 2 * buckets_.size(), nullptr );
+         for( Node * i = first_; i; i = i->next ) link( *i );
+      } else {
+         link( n );
+      }
+   }
+
+   void link( Node & n ) {
+      Node *& head = buckets_[bucket( n.key )];
+      n.sameBucket = head;
+      head = &n;
+   }
+
+   void unindex( Node const & n ) {
+      if( buckets_.empty() ) return;
+      Node ** i = &buckets_[bucket( n.key )];
+      while( *i != &n ) i = &( *i )->sameBucket;
+      *i = n.sameBucket;
+   }
+
+   Node * first_ = nullptr;
+   Node * last_ = nullptr;
+   std::size_t size_ = 0;
+   std::vector<Node *> buckets_;
+   mutable Cursor * cursors_ = nullptr;
+};
+
+}  // namespace Kel

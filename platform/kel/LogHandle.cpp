@@ -1,0 +1,81 @@
+#include "kel/LogHandle.h"
+
+#include <syslog.h>
+
+#include <utility>
+
+#include "kel/ActivityLoop.h"
+#include "kel/Assert.h"
+
+namespace Kel {
+
+namespace {
+
+void writeToSyslog( LogRecord const & record ) {
+   syslog( LOG_MAKEPRI( LOG_DAEMON, record.handle.severity() ), "%s: %.*s", record.handle.name(),
+           static_cast<int>( record.text.size() ), record.text.data() );
+}
+
+// The sink and the registry stay to the end of the process: handles of a plug-in that is never unloaded leave after this
+// file's own objects.
+LogSink & theSink() {
+   static auto & sink = *new LogSink( writeToSyslog );
+   return sink;
+}
+
+std::vector<LogHandle const *> & registry() {
+   static auto & handles = *new std::vector<LogHandle const *>;
+   return handles;
+}
+
+// The format with its %s replaced in order; %% is a per cent sign. The number of arguments must be right.
+std::string formatted( std::string_view format, std::vector<std::string> const & args ) {
+   std::string text;
+   auto arg = args.begin();
+   for( std::size_t at = 0; at < format.size(); ++at ) {
+      if( format[at] != '%' ) {
+         text += format[at];
+         continue;
+      }
+      ++at;
+      KEL_ASSERT( at < format.size() && ( format[at] == '%' || ( format[at] == 's' && arg != args.end() ) ) );
+      text += format[at] == '%' ? "%" : *arg++;
+   }
+   KEL_ASSERT( arg == args.end() );
+   return text;
+}
+
+}  // namespace
+
+LogHandle::LogHandle( char const * name, int severity, char const * format, char const * explanation,
+                      char const * recommendedAction, double d1, double d2, int flag )
+   : name_( name ),
+     severity_( severity ),
+     format_( format ),
+     explanation_( explanation ),
+     recommendedAction_( recommendedAction ),
+     d1_( d1 ),
+     d2_( d2 ),
+     flag_( flag ) {
+   KEL_ASSERT( severity >= LOG_EMERG && severity <= LOG_DEBUG );
+   registry().push_back( this );
+}
+
+LogHandle::~LogHandle() { std::erase( registry(), this ); }
+
+bool LogHandle::okToLog( std::string const & text ) {
+   if( d1_ <= 0 ) return true;
+   std::erase_if( loggedAt_, [this]( auto const & entry ) { return now() - entry.second >= d1_; } );
+   return loggedAt_.try_emplace( text, now() ).second;
+}
+
+void LogHandle::emit( std::vector<std::string> const & args ) {
+   std::string const text = formatted( format_, args );
+   if( okToLog( text ) ) theSink()( { now(), *this, text } );
+}
+
+std::vector<LogHandle const *> const & logHandles() { return registry(); }
+
+void logSinkIs( LogSink sink ) { theSink() = sink ? std::move( sink ) : writeToSyslog; }
+
+}  // namespace Kel

@@ -1,0 +1,93 @@
+// Reactors and the list in which an entity keeps them.
+//
+// The rule of delivery, with one test per clause in tests/platform/notification_test.cpp:
+// - A change is delivered synchronously, after it is made, to the reactors in their order of registration.
+// - A change made inside a handler is delivered at once, nested in the outer delivery, which then goes on.
+// - A reactor registered during a delivery is not called for that change.
+// - A reactor that is detached, switched off, made a zombie or destroyed during a delivery is never called afterwards,
+//   also later in the same delivery.
+// - An entity lives until the deliveries of its changes have ended.
+// - A reactor whose owner is switched off or a zombie is as silent as if it were so itself.
+#pragma once
+
+#include "kel/Ptr.h"
+
+namespace Kel {
+
+class NotifieeList;
+
+// Base of every reactor. Holds a reference to what it watches; detaches itself when it goes.
+class NotifieeBase : public PtrInterface {
+ public:
+   // A reactor that only its own switches silence.
+   NotifieeBase() : owner_( this ) {}
+   // A reactor that is silent whenever `owner`, the machine it belongs to, is. The owner outlives it.
+   explicit NotifieeBase( PtrInterface const & owner ) : owner_( &owner ) {}
+
+   [[nodiscard]] bool deliverable() const { return kelDeliverable() && owner_->kelDeliverable(); }
+
+ private:
+   friend class NotifieeList;
+
+   PtrInterface const * owner_;
+   NotifieeBase * prev_ = nullptr;
+   NotifieeBase * next_ = nullptr;
+};
+
+// Reactors in order of registration, intrusive: attaching and detaching allocate nothing.
+class NotifieeList {
+ public:
+   [[nodiscard]] bool empty() const { return !first_; }
+
+   void append( NotifieeBase & n ) {
+      n.prev_ = last_;
+      n.next_ = nullptr;
+      ( last_ ? last_->next_ : first_ ) = &n;
+      last_ = &n;
+   }
+
+   void remove( NotifieeBase & n ) {
+      for( Delivery * d = delivery_; d; d = d->outer_ ) d->forget( n );
+      ( n.prev_ ? n.prev_->next_ : first_ ) = n.next_;
+      ( n.next_ ? n.next_->prev_ : last_ ) = n.prev_;
+   }
+
+   // One delivery under way. Stands on the stack of the mutator; the list corrects its position as reactors go.
+   class Delivery {
+    public:
+      explicit Delivery( NotifieeList & list )
+         : list_( list ), next_( list.first_ ), last_( list.last_ ), outer_( list.delivery_ ) {
+         list.delivery_ = this;
+      }
+      Delivery( Delivery const & ) = delete;
+      Delivery & operator=( Delivery const & ) = delete;
+      ~Delivery() { list_.delivery_ = outer_; }
+
+      // The next reactor that is to hear this change, null when all have.
+      NotifieeBase * next() {
+         NotifieeBase * const n = next_;
+         if( n ) next_ = n == last_ ? nullptr : n->next_;
+         return n;
+      }
+
+    private:
+      friend class NotifieeList;
+
+      void forget( NotifieeBase const & n ) {
+         if( next_ == &n ) next_ = &n == last_ ? nullptr : n.next_;
+         if( last_ == &n ) last_ = n.prev_;
+      }
+
+      NotifieeList & list_;
+      NotifieeBase * next_;
+      NotifieeBase * last_;
+      Delivery * outer_;
+   };
+
+ private:
+   NotifieeBase * first_ = nullptr;
+   NotifieeBase * last_ = nullptr;
+   Delivery * delivery_ = nullptr;
+};
+
+}  // namespace Kel

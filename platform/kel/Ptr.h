@@ -1,0 +1,146 @@
+// Intrusive reference counting, the base of every entity, machine and reactor.
+//
+// The count lives in the low 29 bits of one word; the upper three bits are the platform's flags. An object is freed when
+// its last Ptr goes. Counts are changed with plain increments, or with atomic read-modify-write operations when the host
+// has set enableThreadSafePointers before it made any object; the plug-in honours the choice and never makes it.
+//
+// A new object starts with a count of 0 and belongs to the first Ptr that takes it.
+#pragma once
+
+#include <atomic>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "kel/Exception.h"
+
+namespace Kel {
+
+class VFPtrInterface {
+ public:
+   // Selects how counts change. Process-wide; the host sets it once at start-up.
+   static inline bool enableThreadSafePointers = false;
+};
+
+class PtrInterface : public VFPtrInterface {
+ public:
+   PtrInterface() = default;
+   PtrInterface( PtrInterface const & ) = delete;
+   PtrInterface & operator=( PtrInterface const & ) = delete;
+   virtual ~PtrInterface() = default;
+
+   static constexpr uint32_t refCountMask = 0x1fffffff;
+
+   // The number of references; the upper three bits of the word are not part of it.
+   [[nodiscard]] uint32_t getRefCount() const { return word_.load( std::memory_order_relaxed ) & refCountMask; }
+
+   // Whether reactors of this object, and the object itself when it is a reactor, are delivered to at all.
+   [[nodiscard]] bool hasNotificationActive() const { return ( word() & inactiveFlag ) == 0; }
+   void hasNotificationActiveIs( bool active ) { flagIs( inactiveFlag, !active ); }
+
+   // A zombie's reactors hear nothing while the object is being taken apart.
+   [[nodiscard]] bool kelZombieReactors() const { return ( word() & zombieFlag ) != 0; }
+   void kelDoZombieReactors( bool zombie ) { flagIs( zombieFlag, zombie ); }
+
+   // True when neither a switch-off nor zombie state silences this object: one load, used on every delivery.
+   [[nodiscard]] bool kelDeliverable() const { return ( word() & ( inactiveFlag | zombieFlag ) ) == 0; }
+
+   void kelRefInc() const {
+      if( enableThreadSafePointers ) {
+         word_.fetch_add( 1, std::memory_order_relaxed );
+      } else {
+         word_.store( word() + 1, std::memory_order_relaxed );
+      }
+   }
+
+   void kelRefDec() const {
+      if( dropped() != 0 ) return;
+      // A destructor may take and drop references to its own object; they must not free it a second time.
+      word_.fetch_or( dyingCount, std::memory_order_relaxed );
+      delete this;
+   }
+
+ private:
+   static constexpr uint32_t dyingCount = 1u << 28;
+   static constexpr uint32_t inactiveFlag = 1u << 29;
+   static constexpr uint32_t zombieFlag = 1u << 30;
+
+   [[nodiscard]] uint32_t word() const { return word_.load( std::memory_order_relaxed ); }
+
+   void flagIs( uint32_t flag, bool on ) {
+      if( on ) {
+         word_.fetch_or( flag, std::memory_order_relaxed );
+      } else {
+         word_.fetch_and( ~flag, std::memory_order_relaxed );
+      }
+   }
+
+   // Takes one reference off and returns what is left.
+   uint32_t dropped() const {
+      if( enableThreadSafePointers ) {
+         return ( word_.fetch_sub( 1, std::memory_order_acq_rel ) - 1 ) & refCountMask;
+      }
+      uint32_t const left = word() - 1;
+      word_.store( left, std::memory_order_relaxed );
+      return left & refCountMask;
+   }
+
+   mutable std::atomic<uint32_t> word_{ 0 };
+};
+
+// One reference to a T. Ptr<T const> is the read-only view, used for everything that is only read.
+template<class T>
+class Ptr {
+ public:
+   Ptr() = default;
+   Ptr( std::nullptr_t ) {}
+   Ptr( T * object ) : object_( object ) { acquire(); }
+   Ptr( Ptr const & other ) : Ptr( other.object_ ) {}
+   Ptr( Ptr && other ) noexcept : object_( std::exchange( other.object_, nullptr ) ) {}
+   template<class U>
+   requires std::convertible_to<U *, T *> Ptr( Ptr<U> const & other ) : Ptr( other.get() ) {}
+   ~Ptr() { release(); }
+
+   // The old object is released last: its destructor may come back here.
+   Ptr & operator=( Ptr other ) noexcept {
+      std::swap( object_, other.object_ );
+      return *this;
+   }
+
+   [[nodiscard]] T * get() const { return object_; }
+   T * operator->() const { return object_; }
+   T & operator*() const { return *object_; }
+   explicit operator bool() const { return object_ != nullptr; }
+
+   template<class U>
+   bool operator==( Ptr<U> const & other ) const {
+      return object_ == other.get();
+   }
+   bool operator==( std::nullptr_t ) const { return object_ == nullptr; }
+
+ private:
+   void acquire() const {
+      if( object_ ) object_->kelRefInc();
+   }
+   void release() const {
+      if( object_ ) object_->kelRefDec();
+   }
+
+   T * object_ = nullptr;
+};
+
+// Views the object as a U, null when it is none.
+template<class U, class T>
+[[nodiscard]] Ptr<U> dynamicPtrCast( Ptr<T> const & p ) {
+   return Ptr<U>( dynamic_cast<U *>( p.get() ) );
+}
+
+// The object of a factory; a factory that yields none is a range error.
+template<class T>
+[[nodiscard]] Ptr<T> validPtr( T * object ) {
+   if( !object ) throw RangeError( "null ValidPtr" );
+   return Ptr<T>( object );
+}
+
+}  // namespace Kel

@@ -1,0 +1,74 @@
+#include "kel/TypeInfo.h"
+
+#include <algorithm>
+#include <map>
+
+#include "kel/Entity.h"
+
+namespace Kel {
+
+namespace {
+
+std::map<std::string, TypeInfo const *, std::less<>> & registry() {
+   static std::map<std::string, TypeInfo const *, std::less<>> types;
+   return types;
+}
+
+}  // namespace
+
+void AttributeInfo::unsupported( char const * operation ) const {
+   throw AttributeError( "the attribute \"" + name_ + "\" cannot be " + operation );
+}
+
+void AttributeInfo::set( Entity &, Value const & ) const { unsupported( "set" ); }
+std::string AttributeInfo::print( Entity const & ) const { unsupported( "printed" ); }
+std::vector<std::string> AttributeInfo::keys( Entity const & ) const { unsupported( "walked by key" ); }
+Value AttributeInfo::entry( Entity const &, std::string_view ) const { unsupported( "read by key" ); }
+void AttributeInfo::entryIs( Entity &, std::string_view, Value const & ) const { unsupported( "set by key" ); }
+void AttributeInfo::entryDel( Entity &, std::string_view ) const { unsupported( "deleted by key" ); }
+void AttributeInfo::entryDelAll( Entity & ) const { unsupported( "emptied" ); }
+Ptr<Entity const> AttributeInfo::referenced( Entity const & ) const { return nullptr; }
+Ptr<Entity> AttributeInfo::child( Entity const &, std::string_view ) const { return nullptr; }
+Ptr<Entity> AttributeInfo::newChild( std::string_view ) const { unsupported( "given a child" ); }
+void AttributeInfo::childIs( Entity &, Ptr<Entity> const & ) const { unsupported( "given a child" ); }
+
+Ptr<Entity> TypeInfo::newEntity( std::string_view key ) const {
+   if( !factory_ ) throw AttributeError( "the type \"" + name_ + "\" cannot be made by name" );
+   return factory_( key );
+}
+
+AttributeInfo const * TypeInfo::attribute( std::string_view name ) const {
+   auto const i = std::find_if( attributes_.begin(), attributes_.end(),
+                                [&]( auto const & attribute ) { return attribute->name() == name; } );
+   return i == attributes_.end() ? nullptr : i->get();
+}
+
+void typeNodeIs( TypeInfo const & type ) { registry()[type.name()] = &type; }
+
+void typeNodeDel( TypeInfo const & type ) {
+   auto const i = registry().find( type.name() );
+   if( i != registry().end() && i->second == &type ) registry().erase( i );
+}
+
+TypeInfo const * typeNode( std::string_view name ) {
+   auto const i = registry().find( name );
+   return i == registry().end() ? nullptr : i->second;
+}
+
+Value toValue( Entity const & e ) {
+   Value::Object object;
+   for( auto const & attribute : e.kelTypeInfo().attributes() ) {
+      object.emplace_back( attribute->name(), attribute->get( e ) );
+   }
+   return Value( Value::Content( std::move( object ) ) );
+}
+
+void setAttributes( Entity & e, Value::Object const & attributes ) {
+   for( auto const & [name, value] : attributes ) {
+      auto const * attribute = e.kelTypeInfo().attribute( name );
+      if( !attribute ) throw AttributeError( e.kelTypeInfo().name() + " has no attribute \"" + name + "\"" );
+      attribute->set( e, value );
+   }
+}
+
+}  // namespace Kel

@@ -1,0 +1,65 @@
+#include "kel/Value.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace Kel {
+
+namespace {
+
+// The whole number that v holds, if it holds one; doubles count when they are whole and exactly representable.
+std::optional<uint64_t> wholeUnsigned( Value const & v ) {
+   if( auto const * u = v.as<uint64_t>() ) return *u;
+   if( auto const * s = v.as<int64_t>(); s && *s >= 0 ) return static_cast<uint64_t>( *s );
+   auto const * d = v.as<double>();
+   if( d && *d >= 0 && *d < 0x1p53 && std::trunc( *d ) == *d ) return static_cast<uint64_t>( *d );
+   return std::nullopt;
+}
+
+}  // namespace
+
+char const * Value::kind() const {
+   static char const * const kinds[] = { "null",     "a boolean", "a number",  "a number",
+                                         "a number", "a string",  "an object", "a list" };
+   return kinds[content_.index()];
+}
+
+void wrongType( char const * wanted, Value const & found ) {
+   throw AttributeError( std::string( "wants " ) + wanted + ", not " + found.kind() );
+}
+
+void wrongKey( char const * wanted, std::string_view found ) {
+   throw AttributeError( "the key \"" + std::string( found ) + "\" is not " + wanted );
+}
+
+uint64_t unsignedFromValue( Value const & v, uint64_t max ) {
+   auto const number = wholeUnsigned( v );
+   if( !number || *number > max ) wrongType( ( "a whole number from 0 to " + std::to_string( max ) ).c_str(), v );
+   return *number;
+}
+
+int64_t signedFromValue( Value const & v, int64_t min, int64_t max ) {
+   auto const * s = v.as<int64_t>();
+   auto const u = wholeUnsigned( v );
+   bool const fits = ( s && *s >= min && *s <= max ) || ( u && max >= 0 && *u <= static_cast<uint64_t>( max ) );
+   if( !fits ) wrongType( "a whole number in the range of its type", v );
+   return s ? *s : static_cast<int64_t>( *u );
+}
+
+double doubleFromValue( Value const & v ) {
+   if( auto const * d = v.as<double>() ) return *d;
+   if( auto const * u = v.as<uint64_t>() ) return static_cast<double>( *u );
+   if( auto const * s = v.as<int64_t>() ) return static_cast<double>( *s );
+   wrongType( "a number", v );
+}
+
+uint64_t unsignedKeyFromText( std::string_view text, uint64_t max ) {
+   uint64_t number = 0;
+   auto const [end, error] = std::from_chars( text.data(), text.data() + text.size(), number );
+   if( error != std::errc() || end != text.data() + text.size() || number > max ) {
+      wrongKey( ( "a number from 0 to " + std::to_string( max ) ).c_str(), text );
+   }
+   return number;
+}
+
+}  // namespace Kel

@@ -1,0 +1,200 @@
+// Interface names as numbers: what kind they are, in which order they stand, what is interned.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iostream>
+#include <random>
+#include <set>
+
+#include "kel/Exception.h"
+#include "kel/HashMap.h"
+#include "records/IntfId.h"
+
+namespace {
+
+using Lumo::IntfId;
+using Lumo::IntfKind;
+using Lumo::VlanIntfId;
+
+// Which tests an id passes, as letters: E(thernet), P(ort-channel), V(LAN), S(ub-interface), C(PU).
+std::string passed( IntfId id ) {
+   std::string tests;
+   if( Lumo::EthIntfId::isEthIntfId( id ) ) tests += 'E';
+   if( Lumo::PortChannelIntfId::isPortChannelIntfId( id ) ) tests += 'P';
+   if( VlanIntfId::isVlanIntfId( id ) ) tests += 'V';
+   if( Lumo::SubIntfId::isSubIntfId( id ) ) tests += 'S';
+   if( Lumo::CpuIntfId::isCpuIntfId( id ) ) tests += 'C';
+   return tests;
+}
+
+TEST( IntfIdKind, followsFromTheFormOfTheName ) {
+   struct Case {
+      char const * name;
+      char const * passes;
+   };
+   Case const cases[] = {
+      { "Ethernet1", "E" },
+      { "Ethernet3/1", "E" },
+      { "Ethernet3/12/4", "E" },
+      { "Ethernet0", "E" },
+      { "Port-Channel7", "P" },
+      { "Vlan100", "V" },
+      { "Cpu", "C" },
+      { "Ethernet1.5", "ES" },
+      { "Ethernet3/1.100", "ES" },
+      { "Port-Channel7.20", "PS" },
+      { "", "" },
+      { "Ethernet", "" },
+      { "Ethernet/1", "" },
+      { "Ethernet1/", "" },
+      { "Ethernet1/.5", "" },
+      { "Ethernet1.", "" },
+      { "Ethernet1.x", "" },
+      { "Ethernet1.5.6", "" },
+      { "Ethernet1.5/6", "" },
+      { "Ethernet1x", "" },
+      { "Ethernet-1", "" },
+      { "ethernet1", "" },
+      { "xEthernet1", "" },
+      { "Port-Channel", "" },
+      { "Port-Channel7/1", "" },
+      { "Vlan", "" },
+      { "Vlan100.5", "" },
+      { "Vlan10/1", "" },
+      { "Cpu0", "" },
+      { "eth0", "" },
+      { ".5", "" },
+   };
+   for( Case const & c : cases ) EXPECT_EQ( passed( IntfId( c.name ) ), c.passes ) << c.name;
+   EXPECT_EQ( passed( IntfId() ), "" );
+}
+
+TEST( IntfIdKind, declaredWinsOverTheNameAlsoAfterwards ) {
+   IntfId const before( "bond0" );
+   ASSERT_EQ( passed( before ), "" );
+   EXPECT_EQ( IntfId::declare( "bond0", IntfKind::portChannel ), before );
+   EXPECT_EQ( passed( before ), "P" );
+   EXPECT_EQ( passed( IntfId( "bond0" ) ), "P" );
+
+   EXPECT_EQ( passed( IntfId::declare( "uplink", IntfKind::ethernet ) ), "E" );
+   EXPECT_EQ( passed( IntfId::declare( "uplink.5", IntfKind::subIntf ) ), "S" );
+   EXPECT_EQ( passed( IntfId::declare( "Ethernet77.1", IntfKind::subIntf ) ), "S" );
+   EXPECT_EQ( passed( IntfId::declare( "Ethernet78", IntfKind::other ) ), "" );
+   EXPECT_EQ( passed( IntfId::declare( "Ethernet79.3", IntfKind::ethernet ) ), "E" );
+
+   IntfId const bridge = IntfId::declare( "br0.100", IntfKind::vlan, 100 );
+   EXPECT_EQ( passed( bridge ), "V" );
+   EXPECT_EQ( VlanIntfId::vlanId( bridge ), 100 );
+   IntfId::declare( "br0.100", IntfKind::vlan, 200 );
+   EXPECT_EQ( VlanIntfId::vlanId( bridge ), 200 );
+   IntfId const renamed( "Vlan55" );
+   IntfId::declare( "Vlan55", IntfKind::vlan, 56 );
+   EXPECT_EQ( VlanIntfId::vlanId( renamed ), 56 );
+}
+
+TEST( IntfIdKind, vlanIdHoldsFrom1To4094 ) {
+   EXPECT_EQ( VlanIntfId::vlanId( IntfId( "Vlan1" ) ), 1 );
+   EXPECT_EQ( VlanIntfId::vlanId( IntfId( "Vlan0004094" ) ), 4094 );
+   std::pair<char const *, char const *> const outside[] = { { "Vlan0", "0" },
+                                                             { "Vlan4095", "4095" },
+                                                             { "Vlan65537", "65537" },
+                                                             { "Vlan99999999999999999999", "4294967295" } };
+   for( auto const & [name, value] : outside ) {
+      IntfId const id( name );
+      EXPECT_TRUE( VlanIntfId::isVlanIntfId( id ) );
+      try {
+         ADD_FAILURE() << name << " has VLAN id " << VlanIntfId::vlanId( id );
+      } catch( Kel::RangeError const & error ) {
+         EXPECT_EQ( error.what(),
+                    std::string( "VlanId::value " ) + value + " less than 1 or greater than 4094 not allowed" );
+      }
+   }
+   EXPECT_DEATH( static_cast<void>( VlanIntfId::vlanId( IntfId( "Ethernet1" ) ) ), "isVlanIntfId" );
+}
+
+TEST( IntfIdTable, givesANameOneNumberAndKeepsIt ) {
+   EXPECT_EQ( IntfId(), IntfId( "" ) );
+   EXPECT_TRUE( IntfId().empty() );
+   EXPECT_EQ( IntfId().name(), "" );
+   EXPECT_NE( IntfId( "Ethernet1" ), IntfId( "Ethernet01" ) );
+
+   // Text that goes away after interning, and more names than any table starts with room for.
+   IntfId const first( std::string( "Ethernet9/1" ) );
+   char const * const nameBefore = first.name().data();
+   Kel::HashMap<int, IntfId> byId;
+   for( int i = 0; i < 5000; ++i ) byId.insert( IntfId( "intf" + std::to_string( i ) ), i );
+   EXPECT_EQ( first.name(), "Ethernet9/1" );
+   EXPECT_EQ( first.name().data(), nameBefore );
+   EXPECT_EQ( passed( first ), "E" );
+   for( int i = 0; i < 5000; ++i ) ASSERT_EQ( *byId.find( IntfId( "intf" + std::to_string( i ) ) ), i );
+   EXPECT_EQ( byId.find( IntfId( "intf5000" ) ), nullptr );
+}
+
+TEST( IntfIdOrder, readsRunsOfDigitsAsNumbers ) {
+   // In ascending order. Interned backwards, so that the numbers say nothing.
+   std::vector<std::string> const names = { "",
+                                            "1",
+                                            "2",
+                                            "10",
+                                            "Cpu",
+                                            "Ethernet",
+                                            "Ethernet2",
+                                            "Ethernet02",
+                                            "Ethernet002",
+                                            "Ethernet2/1",
+                                            "Ethernet2/10",
+                                            "Ethernet2/010",
+                                            "Ethernet10",
+                                            "Ethernet10.5",
+                                            "Ethernet10/5",
+                                            "Ethernet99999999999999999999",
+                                            "Ethernet100000000000000000000",
+                                            "EthernetA",
+                                            "Port-Channel3",
+                                            "Vlan1",
+                                            "a0",
+                                            "a00",
+                                            "a0b1",
+                                            "a00b1",
+                                            "a0b2",
+                                            "eth",
+                                            "\xc3\xa9" };
+   for( auto i = names.rbegin(); i != names.rend(); ++i ) static_cast<void>( IntfId( *i ) );
+   for( std::size_t i = 0; i < names.size(); ++i ) {
+      for( std::size_t j = 0; j < names.size(); ++j ) {
+         EXPECT_EQ( IntfId( names[i] ) <=> IntfId( names[j] ), i <=> j ) << names[i] << " and " << names[j];
+      }
+   }
+}
+
+// Any three names, made of the letters where the order has its corners.
+TEST( IntfIdOrder, isTotal ) {
+   unsigned const seed = std::random_device{}();
+   std::cout << "seed " << seed << '\n';
+   std::mt19937 random( seed );
+   auto const name = [&] {
+      std::string text( random() % 6, ' ' );
+      for( char & c : text ) c = "0012/9a:"[random() % 8];
+      return text;
+   };
+   for( int i = 0; i < 20000; ++i ) {
+      IntfId const a( name() ), b( name() ), c( name() );
+      ASSERT_EQ( ( a <=> b ) == 0, a.name() == b.name() ) << a << ' ' << b;
+      ASSERT_EQ( ( a <=> b ) < 0, ( b <=> a ) > 0 ) << a << ' ' << b;
+      if( a < b && b < c ) {
+         ASSERT_LT( a, c ) << a << ' ' << b << ' ' << c;
+      }
+   }
+}
+
+TEST( IntfIdText, isTheName ) {
+   IntfId const id( "Port-Channel3" );
+   std::ostringstream printed;
+   printed << id << ' ' << id.kind();
+   EXPECT_EQ( printed.str(), "Port-Channel3 portChannel" );
+   EXPECT_EQ( Kel::KeyTraits<IntfId>::fromText( Kel::KeyTraits<IntfId>::toText( id ) ), id );
+   EXPECT_EQ( Kel::ValueTraits<IntfId>::fromValue( Kel::ValueTraits<IntfId>::toValue( id ) ), id );
+   EXPECT_THROW( static_cast<void>( Kel::ValueTraits<IntfId>::fromValue( Kel::Value() ) ), Kel::AttributeError );
+}
+
+}  // namespace

@@ -1,0 +1,258 @@
+// The rule of delivery, clause by clause.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+#include "KelSamples.h"
+
+namespace {
+
+using Sample::Directory;
+using Sample::Mood;
+using Sample::Record;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Story = std::vector<std::string>;
+
+// A reactor that writes down what it hears and may do something about it.
+class Listener final : public Record::Notifiee {
+ public:
+   Listener( std::string name, Kel::Ptr<Record> const & record, Story & story )
+      : name_( std::move( name ) ), story_( story ) {
+      notifierIs( record );
+   }
+   Listener( std::string name, Kel::Ptr<Record> const & record, Story & story, Kel::PtrInterface const & owner )
+      : Record::Notifiee( owner ), name_( std::move( name ) ), story_( story ) {
+      notifierIs( record );
+   }
+   void onMood() override { heard( enumName( notifier()->mood() ) ); }
+   void onLabel() override { heard( notifier()->label().str() ); }
+   void onUnit( Kel::String8 unit ) override {
+      heard( unit.str() + ( notifier()->unit( unit ) ? " is there" : " is gone" ) );
+   }
+   void onUnitkelImmediate() override { heard( "all units" ); }
+
+   std::function<void()> act = [] {};
+
+ private:
+   void heard( std::string const & what ) {
+      story_.push_back( name_ + ": " + what );
+      auto const doing = act;  // the action may destroy this reactor
+      doing();
+   }
+
+   std::string name_;
+   Story & story_;
+};
+
+class Notification : public ::testing::Test {
+ protected:
+   std::unique_ptr<Listener> listener( char const * name ) {
+      return std::make_unique<Listener>( name, record_, story_ );
+   }
+
+   Kel::Ptr<Record> record_{ new Record( "r" ) };
+   Story story_;
+};
+
+TEST_F( Notification, goesToAllInOrderOfRegistration ) {
+   auto const a = listener( "a" ), b = listener( "b" ), c = listener( "c" );
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "a: busy", "b: busy", "c: busy" ) );
+   story_.clear();
+   b->notifierIs( nullptr );
+   b->notifierIs( record_ );
+   record_->moodIs( Mood::calm );
+   EXPECT_THAT( story_, ElementsAre( "a: calm", "c: calm", "b: calm" ) );
+}
+
+TEST_F( Notification, ofAnEqualValueIsNotMade ) {
+   auto const a = listener( "a" );
+   record_->moodIs( Mood::calm );
+   record_->unitIs( "u", true );
+   record_->unitIs( "u", true );
+   record_->unitDel( "absent" );
+   EXPECT_THAT( story_, ElementsAre( "a: u is there" ) );
+}
+
+TEST_F( Notification, ofAKeySeesTheCollectionAlreadyChanged ) {
+   auto const a = listener( "a" );
+   record_->unitIs( "u", true );
+   record_->unitIs( "u", false );
+   record_->unitDel( "u" );
+   EXPECT_THAT( story_, ElementsAre( "a: u is there", "a: u is there", "a: u is gone" ) );
+}
+
+TEST_F( Notification, ofANestedChangeIsDeliveredAtOnce ) {
+   auto const a = listener( "a" ), b = listener( "b" );
+   a->act = [&] { record_->labelIs( "nested" ); };
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "a: busy", "a: nested", "b: nested", "b: busy" ) );
+}
+
+TEST_F( Notification, doesNotReachAReactorRegisteredMeanwhile ) {
+   auto const a = listener( "a" ), b = listener( "b" );
+   std::unique_ptr<Listener> late;
+   a->act = [&] {
+      if( !late ) late = listener( "late" );
+   };
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "a: busy", "b: busy" ) );
+   record_->moodIs( Mood::odd );
+   EXPECT_EQ( story_.back(), "late: odd" );
+}
+
+// What silences a reactor in the middle of a delivery, whichever reactor it is.
+struct Silencing {
+   char const * what;
+   void ( *silence )( std::unique_ptr<Listener> & );
+};
+
+class SilencedMeanwhile : public Notification, public ::testing::WithParamInterface<Silencing> {};
+
+TEST_P( SilencedMeanwhile, isNotCalledAfterwards ) {
+   for( int const silenced : { 0, 1, 2, 3 } ) {
+      story_.clear();
+      record_->moodIs( Mood::calm );
+      std::vector<std::unique_ptr<Listener>> all;
+      for( char const * name : { "a", "b", "c", "d" } ) all.push_back( listener( name ) );
+      all[1]->act = [&] {
+         if( all[static_cast<std::size_t>( silenced )] )
+            GetParam().silence( all[static_cast<std::size_t>( silenced )] );
+      };
+      record_->moodIs( Mood::busy );
+      Story expected{ "a: busy", "b: busy" };
+      if( silenced != 2 ) expected.push_back( "c: busy" );
+      if( silenced != 3 ) expected.push_back( "d: busy" );
+      EXPECT_EQ( story_, expected ) << GetParam().what << " " << silenced;
+   }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   Ways, SilencedMeanwhile,
+   ::testing::Values( Silencing{ "detached", []( std::unique_ptr<Listener> & l ) { l->notifierIs( nullptr ); } },
+                      Silencing{ "switchedOff", []( auto & l ) { l->hasNotificationActiveIs( false ); } },
+                      Silencing{ "zombie", []( auto & l ) { l->kelDoZombieReactors( true ); } },
+                      Silencing{ "destroyed", []( auto & l ) { l.reset(); } } ),
+   []( auto const & tested ) { return tested.param.what; } );
+
+TEST_F( Notification, survivesTheLossOfSeveralNeighboursAtOnce ) {
+   auto a = listener( "a" ), b = listener( "b" ), c = listener( "c" ), d = listener( "d" );
+   a->act = [&] {
+      c.reset();
+      d.reset();
+      a.reset();
+   };
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "a: busy", "b: busy" ) );
+}
+
+TEST_F( Notification, ofAnOuterChangeSkipsWhatANestedOneDestroyed ) {
+   auto const a = listener( "a" );
+   auto b = listener( "b" );
+   auto const c = listener( "c" );
+   a->act = [&] { record_->labelIs( "nested" ); };
+   c->act = [&] { b.reset(); };
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "a: busy", "a: nested", "b: nested", "c: nested", "c: busy" ) );
+}
+
+TEST_F( Notification, keepsTheEntityAliveToItsEnd ) {
+   auto a = listener( "a" );
+   auto b = listener( "b" );
+   a->act = [&] {
+      record_ = nullptr;
+      a->notifierIs( nullptr );
+   };
+   Record & dropped = *record_;
+   b->act = [&] { b->notifierIs( nullptr ); };  // the last reference but the delivery's own
+   dropped.moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "a: busy", "b: busy" ) );
+}
+
+TEST_F( Notification, aReactorMovedToAnotherRecordHearsThatOne ) {
+   Kel::Ptr<Record> const other( new Record( "other" ) );
+   auto const a = listener( "a" ), b = listener( "b" );
+   a->act = [&] { b->notifierIs( other ); };
+   record_->moodIs( Mood::busy );
+   other->moodIs( Mood::odd );
+   EXPECT_THAT( story_, ElementsAre( "a: busy", "b: odd" ) );
+}
+
+TEST_F( Notification, isSilentAsLongAsTheOwnerIs ) {
+   Kel::Ptr<Record> const owner( new Record( "owner" ) );
+   owner->hasNotificationActiveIs( false );
+   Listener const a( "a", record_, story_, *owner );
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, IsEmpty() );
+   owner->hasNotificationActiveIs( true );
+   record_->moodIs( Mood::calm );
+   owner->kelDoZombieReactors( true );
+   record_->moodIs( Mood::odd );
+   EXPECT_THAT( story_, ElementsAre( "a: calm" ) );
+}
+
+TEST_F( Notification, ofAWholeCollectionIsMadeOnceAtAttachment ) {
+   auto const early = listener( "early" );
+   EXPECT_THAT( story_, IsEmpty() );  // nothing there yet
+   record_->unitIs( "u", true );
+   story_.clear();
+   auto const late = listener( "late" );
+   EXPECT_THAT( story_, ElementsAre( "late: all units" ) );
+   Kel::Ptr<Record> const owner( new Record( "owner" ) );
+   owner->hasNotificationActiveIs( false );
+   Listener const silent( "silent", record_, story_, *owner );
+   owner->hasNotificationActiveIs( true );
+   EXPECT_EQ( story_.size(), 1u );  // under construction it reads the present state itself
+}
+
+// Follows every change of a record by name.
+class Log final : public Kel::Watcher {
+ public:
+   Log( Record const & record, Story & story ) : record_( record ), story_( story ) { record_.watcherIs( *this ); }
+   ~Log() override { record_.watcherDel( *this ); }
+   void onAttribute( Kel::Entity const &, Kel::AttributeInfo const & attribute, std::string const * key ) override {
+      story_.push_back( "log: " + attribute.name() + ( key ? "/" + *key : "" ) );
+   }
+
+ private:
+   Record const & record_;
+   Story & story_;
+};
+
+TEST_F( Notification, reachesWatchersFirstAndForEveryAttribute ) {
+   auto const a = listener( "a" );
+   a->act = [&] { record_->totalInc( 2 ); };
+   Log const log( *record_, story_ );
+   record_->quietIs( 1.5 );
+   record_->moodIs( Mood::busy );
+   record_->portIs( 7, true );
+   EXPECT_THAT( story_, ElementsAre( "log: quiet", "log: mood", "a: busy", "log: total", "log: port/7" ) );
+}
+
+TEST_F( Notification, ofADirectoryHandsOverCompleteRecords ) {
+   struct Watch final : Directory::NotifieeConst {
+      Watch( Kel::Ptr<Directory const> const & directory, Story & s ) : story( s ) { notifierIs( directory ); }
+      void onRecord( Kel::String8 key ) override {
+         auto const r = notifier()->record( key );
+         story.push_back( key.str() + ": " +
+                          ( r ? r->label().str() + ", " + std::to_string( r->units() ) + " units" : "gone" ) );
+      }
+      Story & story;
+   };
+   Kel::Ptr<Directory> const directory( new Directory( "d" ) );
+   Watch const watch( directory, story_ );
+   using Kel::Value;
+   Value::Object const units{ { "u1", Value( Value::Content( true ) ) } };
+   Value::Object const whole{ { "unit", Value( Value::Content( units ) ) },
+                              { "label", Value( Value::Content( std::string( "set" ) ) ) } };
+   // Scalars are set before the record is inserted and its own collections after, whatever the order of writing.
+   directory->kelTypeInfo().attribute( "record" )->entryIs( *directory, "r", Value( Value::Content( whole ) ) );
+   directory->recordDel( "r" );
+   EXPECT_THAT( story_, ElementsAre( "r: set, 0 units", "r: gone" ) );
+}
+
+}  // namespace
