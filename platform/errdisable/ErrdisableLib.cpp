@@ -1,0 +1,39 @@
+#include "errdisable/ErrdisableLib.h"
+
+#include "kel/Dir.h"
+#include "records/Errdisable.h"
+
+namespace ErrdisableLib {
+
+namespace {
+
+Kel::Ptr<Kel::Dir> directory( Dovra::EntityManager const & entityManager, char const * path ) {
+   auto const dir = entityManager.getEntity<Kel::Dir>( path );
+   KEL_ASSERT( dir );
+   return dir;
+}
+
+uint8_t packed( bool b1, bool b2, bool b3, bool b4, bool b5 ) {
+   return static_cast<uint8_t>( b1 | b2 << 1 | b3 << 2 | b4 << 3 | b5 << 4 );
+}
+
+}  // namespace
+
+void ErrdisableCauseGroupInit( Kel::Ptr<Dovra::EntityManager> const & entityManager, Kel::Name const & cause, bool b1,
+                               Kel::String8 const & description, bool b2, bool b3, bool b4, bool b5,
+                               uint32_t causeGroupType, uint32_t causeGroupPriority, Kel::String8 const & reason ) {
+   auto const groups = directory( *entityManager, "interface/errdisable/causegroup" );
+   if( !groups->entityRef( cause ) ) {
+      Kel::Ptr<Errdisable::CauseGroup> const group( new Errdisable::CauseGroup( cause ) );
+      group->descriptionIs( description );
+      group->reasonIs( reason );
+      group->groupTypeIs( causeGroupType );
+      group->priorityIs( causeGroupPriority );
+      group->flagsIs( packed( b1, b2, b3, b4, b5 ) );
+      groups->entityIs( group );
+   }
+   auto const causes = directory( *entityManager, "interface/errdisable/cause" );
+   if( !causes->entityRef( cause ) ) causes->entityIs( new Errdisable::CauseStatus( cause ) );
+}
+
+}  // namespace ErrdisableLib

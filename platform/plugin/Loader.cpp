@@ -1,0 +1,52 @@
+#include "plugin/Loader.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "kel/Assert.h"
+
+namespace Plugin::Impl {
+
+std::vector<std::string> LoaderImpl::plugins() const {
+   std::vector<std::string> names;
+   names.reserve( plugins_.size() );
+   for( auto const & plugin : plugins_ ) names.push_back( plugin.first );
+   return names;
+}
+
+void LoaderImpl::registerPlugin( std::string const & name, std::string const & typeString, std::string const & variant,
+                                 std::string const & parentVariant, LoaderInitCaller initCaller ) {
+   KEL_ASSERT( typeString == typeString_ );
+   KEL_ASSERT( variant.empty() && parentVariant.empty() );
+   bool const taken =
+      std::any_of( plugins_.begin(), plugins_.end(), [&]( auto const & plugin ) { return plugin.first == name; } );
+   if( !taken ) plugins_.emplace_back( name, std::move( initCaller ) );
+}
+
+void LoaderImpl::load( std::string const & path ) {
+   std::size_t const before = plugins_.size();
+   // A bare file name would be looked for among the system's libraries.
+   std::string const file = std::filesystem::absolute( path ).string();
+   void * const handle = dlopen( file.c_str(), RTLD_NOW | RTLD_LOCAL );
+   if( !handle ) throw LoadError( std::string( "cannot load a plug-in: " ) + dlerror() );
+   if( std::find( files_.begin(), files_.end(), handle ) != files_.end() ) return;
+   files_.push_back( handle );
+   if( plugins_.size() == before ) throw LoadError( file + " registers no plug-in that is not there already" );
+}
+
+void LoaderImpl::initPlugins( Maintenance::PluginContext & context ) const {
+   for( auto const & plugin : plugins_ ) plugin.second( &context );
+}
+
+}  // namespace Plugin::Impl
+
+namespace Maintenance {
+
+Plugin::Impl::LoaderImpl & DefaultPluginLoader() {
+   static Plugin::Impl::LoaderImpl loader( "Maintenance::PluginContext" );
+   return loader;
+}
+
+}  // namespace Maintenance

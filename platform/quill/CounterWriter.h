@@ -1,0 +1,49 @@
+// Fills a counter table: rows come and go with interfaces, counters are written as they are read from their source.
+//
+// Owned by the host. Publishes in the writer status directory one record, whose generation changes whenever rows come or go,
+// so that readers know to look for rows anew.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "kel/Attributes.h"
+#include "kel/Dir.h"
+#include "quill/CounterTable.h"
+#include "records/IntfId.h"
+
+namespace KelQuill {
+
+class WriterStatus final : public Kel::Entity {
+   KEL_ENTITY( WriterStatus, "KelQuill::WriterStatus", Kel::Name, writerName )
+   KEL_ATTR( Kel::String8, path )  // of the table's file; empty: anonymous memory
+   KEL_ATTR_NOTIFY( uint32_t, generation, onGeneration )
+   KEL_ENTITY_END
+};
+
+class CounterWriter {
+ public:
+   // Makes the table, in a file at `path` or, where that is empty, in memory of this process, and its status record.
+   CounterWriter( Kel::Ptr<Kel::Dir> const & writerStatusDir, std::string const & path );
+
+   [[nodiscard]] CounterTable const & table() const { return *table_; }
+
+   // An interface has a row from rowIs on, its counters at 0, until rowDel. A second rowIs changes nothing. Throws TableError
+   // when the table is full.
+   void rowIs( Lumo::IntfId intf );
+   void rowDel( Lumo::IntfId intf );
+   [[nodiscard]] bool hasRow( Lumo::IntfId intf ) const { return rows_.contains( intf ); }
+
+   // For an interface that has a row.
+   void countersIs( Lumo::IntfId intf, CounterTable::Counters const & counters );
+
+ private:
+   std::unique_ptr<CounterTable> const table_;
+   Kel::Ptr<WriterStatus> const status_;
+   std::unordered_map<Lumo::IntfId, uint32_t> rows_;
+   std::vector<uint32_t> freeRows_;
+};
+
+}  // namespace KelQuill

@@ -1,0 +1,38 @@
+// The manager of the shared-memory counter tables, as plug-ins are handed it.
+//
+// Owned by the host. On the first read in a turn of the activity loop it has the writer bring the table up to date, once: so
+// all interfaces that are sampled in a turn are one snapshot, and nothing is read from the source while nothing is sampled.
+#pragma once
+
+#include <functional>
+
+#include "kel/ActivityLoop.h"
+#include "quill/CounterTable.h"
+
+namespace KelQuill {
+
+class EntityManager final : public Kel::PtrInterface {
+ public:
+   using Refresher = std::function<void()>;
+
+   // `table` outlives this. The refresher writes the table's rows; empty for a table that others keep up to date.
+   explicit EntityManager( CounterTable const & table ) : table_( table ) {}
+   void refresherIs( Refresher refresher ) { refresher_ = std::move( refresher ); }
+
+   [[nodiscard]] CounterTable const & table() const { return table_; }
+
+   // The rows are those of this turn afterwards. A load and a compare when they are already.
+   void freshen() const {
+      uint64_t const turn = Kel::activityLoop().turnNumber();
+      if( turn == freshTurn_ ) return;
+      freshTurn_ = turn;
+      if( refresher_ ) refresher_();
+   }
+
+ private:
+   CounterTable const & table_;
+   Refresher refresher_;
+   mutable uint64_t freshTurn_ = UINT64_MAX;
+};
+
+}  // namespace KelQuill

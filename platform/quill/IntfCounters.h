@@ -1,0 +1,66 @@
+// Per Ethernet interface its counters, read straight from shared memory.
+//
+// The directory and its entries are the counter reader's; a plug-in only looks things up. Reading costs no system call and no
+// copy beyond the row.
+#pragma once
+
+#include "kel/Attributes.h"
+#include "quill/CounterTable.h"
+#include "quill/EntityManager.h"
+#include "records/IntfId.h"
+
+namespace Interface {
+
+// The counters of one interface at one moment. A direction may be without a value.
+struct IntfStatistics {
+   KEL_VALUE( IntfStatistics, "Interface::IntfStatistics" )
+   KEL_FIELD( Brim::MaybeU63, inOctets )
+   KEL_FIELD( Brim::MaybeU63, outOctets )
+   KEL_VALUE_END( IntfStatistics )
+};
+
+namespace IntfCounterMasquerade {
+
+// One set of counters. The one named "current" stands for what the hardware counts now.
+class IntfCounter final : public Kel::Entity {
+   KEL_MACHINE( IntfCounter, "Interface::IntfCounter", Kel::Name, counterName )
+   KEL_ENTITY_END
+
+   IntfCounter( Kel::Name const & name, Kel::Ptr<KelQuill::EntityManager> const & tables, uint32_t row )
+      : counterName_( name ), tables_( tables ), row_( tables->table().row( row ) ) {}
+
+   // As of this turn of the activity loop.
+   [[nodiscard]] IntfStatistics statistics() const {
+      tables_->freshen();
+      auto const counters = KelQuill::CounterTable::read( row_ );
+      return { counters.inOctets, counters.outOctets };
+   }
+   [[nodiscard]] bool reads( KelQuill::CounterTable::Row const & row ) const { return &row == &row_; }
+
+ private:
+   Kel::Ptr<KelQuill::EntityManager> const tables_;
+   KelQuill::CounterTable::Row const & row_;
+};
+
+// The sets of counters of one interface.
+class IntfCounterDir final : public Kel::Entity {
+   KEL_ENTITY( IntfCounterDir, "Interface::IntfCounterDir", Lumo::IntfId, intfId )
+   KEL_CHILDREN( IntfCounter, Kel::Name, intfCounter, onIntfCounter )
+   KEL_ENTITY_END
+};
+
+class AllEthIntfCounterPtrDir final : public Kel::Entity {
+   KEL_ENTITY( AllEthIntfCounterPtrDir, "Interface::AllEthIntfCounterPtrDir", Kel::Name, dirName )
+   KEL_CHILDREN( IntfCounterDir, Lumo::IntfId, intfCounterDir, onIntfCounterDir )
+   KEL_ENTITY_END
+
+   // The "current" counters of an interface, null when it has none.
+   [[nodiscard]] Kel::Ptr<IntfCounter const> currentStatistics( Lumo::IntfId intf ) const {
+      static Kel::Name const current( "current" );
+      auto const sets = intfCounterDir( intf );
+      return sets ? sets->intfCounter( current ) : nullptr;
+   }
+};
+
+}  // namespace IntfCounterMasquerade
+}  // namespace Interface

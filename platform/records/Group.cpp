@@ -1,0 +1,16 @@
+#include "records/Group.h"
+
+namespace Group {
+
+GroupKey GroupKey::fromText( std::string_view text ) {
+   std::size_t const colon = text.find( ':' );
+   std::string_view const typeName = text.substr( 0, colon );
+   for( GroupType const type : { GroupType::intf, GroupType::bgp } ) {
+      if( colon != std::string_view::npos && typeName == enumName( type ) ) {
+         return { type, Kel::String8( text.substr( colon + 1 ) ) };
+      }
+   }
+   Kel::wrongKey( "a group such as \"intf:uplinks\" or \"bgp:peers\"", text );
+}
+
+}  // namespace Group

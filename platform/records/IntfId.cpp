@@ -1,0 +1,156 @@
+#include "records/IntfId.h"
+
+#include <algorithm>
+#include <charconv>
+#include <deque>
+#include <limits>
+#include <unordered_map>
+#include <vector>
+
+#include "kel/Assert.h"
+#include "kel/Exception.h"
+
+namespace Lumo {
+
+namespace {
+
+bool isDigit( char c ) { return c >= '0' && c <= '9'; }
+
+// Each of these takes something off the front of `rest`, if it is there.
+bool take( std::string_view & rest, std::string_view prefix ) {
+   if( !rest.starts_with( prefix ) ) return false;
+   rest.remove_prefix( prefix.size() );
+   return true;
+}
+
+std::string_view takeDigits( std::string_view & rest ) {
+   auto const end = std::find_if_not( rest.begin(), rest.end(), isDigit );
+   auto const digits = rest.substr( 0, static_cast<std::size_t>( end - rest.begin() ) );
+   rest.remove_prefix( digits.size() );
+   return digits;
+}
+
+bool takeNumber( std::string_view & rest ) { return !takeDigits( rest ).empty(); }
+
+// Takes an Ethernet or port-channel name; other when none is there.
+IntfKind takeBase( std::string_view & rest ) {
+   if( take( rest, "Port-Channel" ) ) return takeNumber( rest ) ? IntfKind::portChannel : IntfKind::other;
+   if( !take( rest, "Ethernet" ) || !takeNumber( rest ) ) return IntfKind::other;
+   while( take( rest, "/" ) ) {
+      if( !takeNumber( rest ) ) return IntfKind::other;
+   }
+   return IntfKind::ethernet;
+}
+
+// The greatest number there is stands for all that are too great for it.
+uint32_t saturatedNumber( std::string_view digits ) {
+   uint32_t number = 0;
+   auto const [end, error] = std::from_chars( digits.data(), digits.data() + digits.size(), number );
+   return error == std::errc() ? number : std::numeric_limits<uint32_t>::max();
+}
+
+IntfFacts factsOf( std::string_view name ) {
+   std::string_view rest = name;
+   if( name == "Cpu" ) return { IntfKind::cpu, IntfKind::cpu };
+   if( take( rest, "Vlan" ) ) {
+      auto const digits = takeDigits( rest );
+      if( digits.empty() || !rest.empty() ) return {};
+      return { IntfKind::vlan, IntfKind::vlan, saturatedNumber( digits ) };
+   }
+   IntfKind const base = takeBase( rest );
+   if( rest.empty() ) return { base, base };
+   bool const divided = base != IntfKind::other && take( rest, "." ) && takeNumber( rest ) && rest.empty();
+   return divided ? IntfFacts{ IntfKind::subIntf, base } : IntfFacts{};
+}
+
+// A run of digits, taken apart for comparison.
+struct Run {
+   explicit Run( std::string_view digits )
+      : zeros( std::min( digits.find_first_not_of( '0' ), digits.size() ) ), value( digits.substr( zeros ) ) {}
+
+   std::size_t zeros;
+   std::string_view value;  // without leading zeros, so that the longer one is the greater
+};
+
+std::strong_ordering compareNaturally( std::string_view a, std::string_view b ) {
+   auto byZeros = std::strong_ordering::equal;  // the first difference in leading zeros
+   while( !a.empty() && !b.empty() ) {
+      if( isDigit( a.front() ) && isDigit( b.front() ) ) {
+         Run const runA( takeDigits( a ) );
+         Run const runB( takeDigits( b ) );
+         if( auto const c = runA.value.size() <=> runB.value.size(); c != 0 ) return c;
+         if( auto const c = runA.value <=> runB.value; c != 0 ) return c;
+         if( byZeros == 0 ) byZeros = runA.zeros <=> runB.zeros;
+      } else {
+         auto const c = static_cast<unsigned char>( a.front() ) <=> static_cast<unsigned char>( b.front() );
+         if( c != 0 ) return c;
+         a.remove_prefix( 1 );
+         b.remove_prefix( 1 );
+      }
+   }
+   auto const byEnd = a.size() <=> b.size();  // one of them is empty
+   return byEnd != 0 ? byEnd : byZeros;
+}
+
+// The empty id can be asked for its kind before any name is interned.
+constexpr IntfFacts factsOfNoName;
+
+}  // namespace
+
+constinit IntfFacts const * IntfId::facts_ = &factsOfNoName;
+
+class IntfTable {
+ public:
+   // Never destroyed, because names are valid for ever.
+   static IntfTable & instance() {
+      static IntfTable & table = *new IntfTable;
+      return table;
+   }
+
+   uint32_t number( std::string_view name ) {
+      if( auto const i = numbers_.find( name ); i != numbers_.end() ) return i->second;
+      auto const number = static_cast<uint32_t>( names_.size() );
+      numbers_.emplace( names_.emplace_back( name ), number );
+      facts_.push_back( factsOf( name ) );
+      IntfId::facts_ = facts_.data();
+      return number;
+   }
+
+   [[nodiscard]] std::string_view name( uint32_t number ) const { return names_[number]; }
+   void factsIs( uint32_t number, IntfFacts const & facts ) { facts_[number] = facts; }
+
+ private:
+   IntfTable() { number( "" ); }
+
+   std::deque<std::string> names_;  // a deque, because numbers_ and callers keep views of the names
+   std::vector<IntfFacts> facts_;
+   std::unordered_map<std::string_view, uint32_t> numbers_;
+};
+
+IntfId::IntfId( std::string_view name ) : number_( IntfTable::instance().number( name ) ) {}
+
+IntfId IntfId::declare( std::string_view name, IntfKind kind, uint16_t vlanId ) {
+   KEL_ASSERT( !name.empty() );
+   IntfId const id( name );
+   IntfTable::instance().factsIs( id.number_, { kind, kind, vlanId } );
+   return id;
+}
+
+std::string_view IntfId::name() const { return IntfTable::instance().name( number_ ); }
+
+std::strong_ordering IntfId::operator<=>( IntfId const & other ) const {
+   if( number_ == other.number_ ) return std::strong_ordering::equal;
+   return compareNaturally( name(), other.name() );
+}
+
+uint16_t VlanIntfId::vlanId( IntfId id ) {
+   KEL_ASSERT( isVlanIntfId( id ) );
+   uint32_t const value = IntfId::facts_[id.number_].vlanId;
+   if( value < 1 || value > 4094 ) {
+      throw Kel::RangeError( "VlanId::value " + std::to_string( value ) +
+                             " less than 1 or greater than 4094 not allowed" );
+   }
+   return static_cast<uint16_t>( value );
+}
+
+}  // namespace Lumo

@@ -1,0 +1,38 @@
+#include "records/Unit.h"
+
+#include <locale>
+#include <sstream>
+
+#include "kel/Exception.h"
+
+namespace Maintenance::Unit {
+
+namespace {
+
+[[noreturn]] void malformed( std::string const & why ) {
+   throw Kel::InternalException( "Unexpected instanceName format" + why );
+}
+
+}  // namespace
+
+Kel::Name StageMgrInstKey::instanceName() const { return unitName_.str() + "#" + std::to_string( genId_ ); }
+
+void StageMgrInstKey::instanceNameIs( Kel::Name const & name ) {
+   if( !( name == instanceName() ) ) parse( name );
+}
+
+void StageMgrInstKey::parse( Kel::Name const & name ) {
+   std::string_view const text = name.view();
+   std::size_t const hash = text.find( '#' );
+   if( hash == std::string_view::npos ) malformed( "" );
+   if( hash == 0 ) malformed( ", couldn't extract unitName" );
+   if( hash + 1 == text.size() ) malformed( ", couldn't extract genId" );
+   std::istringstream rest{ std::string( text.substr( hash + 1 ) ) };
+   rest.imbue( std::locale::classic() );
+   uint32_t genId = 0;
+   if( !( rest >> genId ) ) malformed( ", genId is invalid" );
+   unitName_ = text.substr( 0, hash );
+   genId_ = genId;
+}
+
+}  // namespace Maintenance::Unit
