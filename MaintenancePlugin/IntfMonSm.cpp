@@ -1,0 +1,225 @@
+#include "IntfMonSm.h"
+
+#include <limits>
+
+#include "RateMonSm.h"
+#include "RateMonTrace.h"
+#include "kel/ActivityLoop.h"
+
+namespace MaintenanceMode {
+
+using Maintenance::MonIntfState;
+
+namespace {
+constexpr double never = std::numeric_limits<double>::infinity();
+}
+
+class IntfMonSm::KelClock final : public Brim::TimerWheel::NotifieeConst {
+ public:
+   explicit KelClock( IntfMonSm & owner ) : NotifieeConst( owner.timerWheel_, owner ), owner_( owner ) {}
+   void onTime() override { owner_.handleTimeout(); }
+
+ private:
+   IntfMonSm & owner_;
+};
+
+class IntfMonSm::KelIntfProfile final : public IntfMaintenanceProfile::Config::NotifieeConst {
+ public:
+   KelIntfProfile( IntfMonSm & owner, Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile )
+      : Reactor( owner ), owner_( owner ) {
+      notifierIs( profile );
+   }
+   void onShutdown() override { owner_.handleProfileUpdate(); }
+
+ private:
+   IntfMonSm & owner_;
+};
+
+IntfMonSm::IntfMonSm( Lumo::IntfId id, Kel::Ptr<Brim::TimerWheel> const & wheel,
+                      Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile, RateMonSm * root,
+                      Kel::Ptr<MonitoredIntf> const & sampler, MonIntfState initial )
+   : intfId_( id ), rootSm_( root ), monitoredIntf_( sampler ), initialState_( initial ), timerWheel_( wheel ) {
+   hasNotificationActiveIs( false );
+   clock_ = std::make_unique<KelClock>( *this );
+   intfProfile_ = std::make_unique<KelIntfProfile>( *this, profile );
+   handleInitialized();
+}
+
+IntfMonSm::~IntfMonSm() = default;
+
+void IntfMonSm::prepareToDie() {
+   kelDoZombieReactors( true );
+   stopTimer();
+   intfProfile_->notifierIs( nullptr );
+}
+
+void IntfMonSm::handleInitialized() {
+   KEL_ASSERT( !initialized() );
+   TRACE_AS(
+      5, "void MaintenanceMode::IntfMonSm::handleInitialized()",
+      "intf " << intfId() << ", initial state " << initialState() << ", profile " << intfProfile()->profileName() );
+   oldProfileNameIs( intfProfile()->profileName() );
+   MonIntfState const recorded = record().state();
+   MonIntfState const effective = recorded == MonIntfState::notMonitoring ? initialState() : recorded;
+   TRACE_AS( 5, "void MaintenanceMode::IntfMonSm::handleInitialized()",
+             "intf " << intfId() << ", effectiveState " << effective );
+   bool const shut = doMaintenanceShutdown( effective == MonIntfState::passiveMonitoring );
+   stateIs( shut ? MonIntfState::passiveMonitoring : effective );
+   initializedIs( true );
+}
+
+Kel::Ptr<IntfMaintenanceProfile::Config const> const & IntfMonSm::intfProfile() const {
+   return intfProfile_->notifier();
+}
+
+void IntfMonSm::intfProfileIs( Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile ) {
+   if( !profile ) {
+      TRACE( 5, "intf " << intfId() << ", no profile to apply, keeping " << intfProfile()->profileName() );
+      return;
+   }
+   if( profile == intfProfile() ) return;
+   intfProfile_->notifierIs( profile );
+   handleProfileUpdate();
+   handleProfile();
+}
+
+void IntfMonSm::stateIs( MonIntfState s ) {
+   if( s == state_ ) return;
+   state_ = s;
+   handleState();
+}
+
+void IntfMonSm::handleState() {
+   TRACE_AS( 5, "void MaintenanceMode::IntfMonSm::handleState()", "intf " << intfId() << ", state " << state() );
+   RING( 3, "IntfMonSm::handleState intf {}, state {}", intfId(), enumName( state() ) );
+   if( record().state() != state() ) {
+      record().stateIs( state() );
+      record().stateTimeIs( Kel::now() );
+   }
+   setMonitoringTimer();
+   auto const & statusDir = rootSm()->in().monIntfStatusDir;
+   switch( state() ) {
+      case MonIntfState::thresholdMonitoring: statusDir->monIntfEnterMaintIs( intfId(), true ); return;
+      case MonIntfState::passiveMonitoring:
+         statusDir->monIntfEnterMaintDel( intfId() );
+         statusDir->monIntfUnderMaintIs( intfId(), true );
+         if( record().spikeUnderMaint() ) statusDir->monIntfSpikeUnderMaintIs( intfId(), true );
+         return;
+      case MonIntfState::notMonitoring:
+      case MonIntfState::monitoringStopped: return;
+   }
+}
+
+void IntfMonSm::handleTimeout() {
+   TRACE( 5, "intf " << intfId() );
+   monitoredIntf()->updateTrafficRates();
+   updateCounters();
+   switch( state() ) {
+      case MonIntfState::thresholdMonitoring: return handleThresholdTimeout();
+      case MonIntfState::passiveMonitoring: return handlePassiveTimeout();
+      case MonIntfState::notMonitoring:
+      case MonIntfState::monitoringStopped: break;
+   }
+   KEL_ASSERT_TEXT( false, "0" );
+}
+
+void IntfMonSm::handleThresholdTimeout() {
+   bool const drained = hasTrafficDrained();
+   bool const shut = doMaintenanceShutdown( drained );
+   if( !drained && !shut ) {
+      setThresholdMonitoringTimeout();
+      return;
+   }
+   Kel::Ptr<IntfMonSm> const alive( this );
+   notifyDependentUnits();
+   if( kelZombieReactors() ) return;  // whoever heard it was done with this monitor at once
+   stateIs( MonIntfState::passiveMonitoring );
+}
+
+void IntfMonSm::handlePassiveTimeout() {
+   bool const below = isTrafficBelowThreshold();
+   if( !below ) {
+      record().spikeUnderMaintIs( true );
+      rootSm()->in().monIntfStatusDir->monIntfSpikeUnderMaintIs( intfId(), true );
+   }
+   updateDependentUnitStatus( below );
+   setPassiveMonitoringTimeout();
+}
+
+void IntfMonSm::updateCounters() {
+   auto & status = record();
+   bool const below = isTrafficBelowThreshold();
+   bool const entering = state() == MonIntfState::thresholdMonitoring;
+   status.totalSamplesInc( 1 );
+   if( entering && below ) {
+      status.numConsecutiveDrainedSamplesInc( 1 );
+      status.numSamplesBelowThresholdPreMaintInc( 1 );
+   } else if( entering ) {
+      status.numConsecutiveDrainedSamplesIs( 0 );
+      status.numSamplesAboveThresholdPreMaintInc( 1 );
+   } else if( below ) {
+      status.numSamplesBelowThresholdPostMaintInc( 1 );
+   } else {
+      status.numSamplesAboveThresholdPostMaintInc( 1 );
+   }
+}
+
+// A rate equal to the threshold is not below it, so a threshold of 0 is never met.
+bool IntfMonSm::isTrafficBelowThreshold() const {
+   double const threshold = 1000 * intfProfile()->rateMonThresholdInKbps();  // bit/s
+   auto const & rates = record().curRates();
+   return threshold > rates.inBitsRate && threshold > rates.outBitsRate;
+}
+
+uint32_t IntfMonSm::drainedSeconds() const {
+   double const seconds = record().numConsecutiveDrainedSamples() * intfProfile()->sampleInterval();
+   return static_cast<uint32_t>( static_cast<uint64_t>( seconds ) );
+}
+
+bool IntfMonSm::hasTrafficDrained() const {
+   bool const drained = isTrafficBelowThreshold() && drainedSeconds() >= intfProfile()->rateMonLoadInterval();
+   traceDrainDecision( drained );
+   return drained;
+}
+
+void IntfMonSm::traceDrainDecision( bool drained ) const {
+   auto const & status = record();
+   auto const & rates = status.curRates();
+   char const * const function = "hasTrafficDrained";
+   TRACE_AS( 9, function, "intf " << intfId() << ", traffic drained - " << ( drained ? "true" : "false" ) );
+   TRACE_AS( 9, function,
+             "    threshold " << 1000 * intfProfile()->rateMonThresholdInKbps() << " bps, cur inBitsRates "
+                              << rates.inBitsRate << ", cur outBitsRates " << rates.outBitsRate );
+   TRACE_AS( 9, function,
+             "    numConsecutiveDrainedSamples "
+                << status.numConsecutiveDrainedSamples() << ", totalSamples " << status.totalSamples() << " ( "
+                << status.numSamplesAboveThresholdPreMaint() << " / " << status.numSamplesBelowThresholdPreMaint()
+                << ")" );
+   TRACE_AS( 9, function,
+             "    startTime " << status.startTime() << ", drainInterval " << drainedSeconds() << "("
+                              << Kel::now() - status.startTime() << "), rateMonLoadInterval "
+                              << intfProfile()->rateMonLoadInterval() );
+   RING( 8, "hasTrafficDrained: intf {}, drained {}, cur in {}, cur out {}", intfId(), drained, rates.inBitsRate,
+         rates.outBitsRate );
+}
+
+void IntfMonSm::setMonitoringTimer() {
+   TRACE( 5, "intf " << intfId() << ", state " << state() );
+   switch( state() ) {
+      case MonIntfState::notMonitoring: return;
+      case MonIntfState::thresholdMonitoring: return setThresholdMonitoringTimeout();
+      case MonIntfState::passiveMonitoring: return setPassiveMonitoringTimeout();
+      case MonIntfState::monitoringStopped: return stopTimer();
+   }
+   KEL_ASSERT_TEXT( false, "0" );
+}
+
+void IntfMonSm::setThresholdMonitoringTimeout() { clock_->timeMinIs( Kel::now() + intfProfile()->sampleInterval() ); }
+
+void IntfMonSm::setPassiveMonitoringTimeout() {
+   clock_->timeMinIs( isShutDown() ? never : Kel::now() + 2 * intfProfile()->sampleInterval() );
+}
+
+void IntfMonSm::stopTimer() { clock_->timeMinIs( never ); }
+
+}  // namespace MaintenanceMode

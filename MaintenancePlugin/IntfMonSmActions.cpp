@@ -1,0 +1,90 @@
+// What a drain monitor does about its decisions: shut the interface down, bring it back, tell the units, apply profiles.
+#include "IntfMonSm.h"
+#include "RateMonPlugin.h"
+#include "RateMonSm.h"
+#include "RateMonTrace.h"
+#include "kel/ActivityLoop.h"
+
+namespace MaintenanceMode {
+
+using Maintenance::MonIntfState;
+
+bool IntfMonSm::isShutDown() const { return rootSm()->in().errDisableCauseStatus->intfStatus( intfId() ) != nullptr; }
+
+bool IntfMonSm::doMaintenanceShutdown( bool drained ) {
+   if( !intfProfile()->shutdown() ) {
+      if( isShutDown() ) bringOutOfMaintDown();
+      return false;
+   }
+   double const maxDelay = intfProfile()->shutdownMaxDelay();
+   double const elapsed = Kel::now() - record().startTime();
+   if( drained ) {
+      TRACE( 4, "intfId " << intfId() << " shutting down because traffic has drained" );
+   } else if( maxDelay == 0 || elapsed >= maxDelay ) {
+      TRACE( 4, "intfId " << intfId() << " shutting down because max-delay of " << maxDelay << " seconds has elapsed ("
+                          << elapsed << ")" );
+   } else {
+      return false;
+   }
+   rootSm()->in().errDisableCauseStatus->intfStatusIs( intfId(), Kel::now() );
+   RING( 3, "maint-down for intf {}", intfId() );
+   return true;
+}
+
+void IntfMonSm::bringOutOfMaintDown() {
+   TRACE_AS( 4, "doMaintenanceShutdown", "intf " << intfId() << " bringing it out of maint-down state" );
+   RING( 3, "bring intf {} out maint-down state", intfId() );
+   rootSm()->in().errDisableCauseStatus->intfStatusDel( intfId() );
+}
+
+void IntfMonSm::notifyDependentUnits() {
+   KEL_ASSERT( monitoredIntf() );
+   std::size_t notified = 0;
+   for( auto [unitName, present] : monitoredIntf()->dependentUnitIterator() ) {
+      TRACE( 5, "intfMonSm( " << intfId() << ") notifying unit " << unitName );
+      if( auto const drained = rootSm()->unitDrainedIntf()->unitIntfInput( unitName ) ) {
+         drained->intfIs( intfId(), true );
+      }
+      ++notified;
+   }
+   TRACE( 5, "intfMonSm(" << intfId() << ") notified " << notified );
+}
+
+void IntfMonSm::updateDependentUnitStatus( bool belowThreshold ) {
+   KEL_ASSERT( monitoredIntf() );
+   for( auto [unitName, present] : monitoredIntf()->dependentUnitIterator() ) {
+      auto const unit = rootSm()->in().unitStatusDir->status( unitName );
+      if( !unit || unit->state() != Maintenance::Unit::State::inMaintenance ) continue;
+      if( belowThreshold ) {
+         unit->intfsViolatingTrafficThresholdDel( intfId() );
+         continue;
+      }
+      unit->intfsViolatingTrafficThresholdIs( intfId(), true );
+      unit->totalIntfTrafficViolationsInc( 1 );
+   }
+}
+
+void IntfMonSm::handleProfile() {
+   Kel::String8 const name = intfProfile()->profileName();
+   TRACE_AS( 5, "void MaintenanceMode::IntfMonSm::handleProfile()",
+             "for intf " << intfId() << ", profile changed to " << name << " from " << oldProfileName() );
+   rootSm()->counters()->numIntfMonProfileChangeInc( 1 );
+   mmodeIntfProfileChange.log( intfId().name(), name, oldProfileName() );
+   oldProfileNameIs( name );
+   monitoredIntf()->profileNameIs( name );
+   processProfileUpdate();
+}
+
+void IntfMonSm::handleProfileUpdate() {
+   TRACE_AS( 5, "void MaintenanceMode::IntfMonSm::handleProfileUpdate()",
+             "called, intf " << intfId() << ", profile " << intfProfile()->profileName() );
+   RING( 4, "handleProfileUpdate: intf {}, profile {}", intfId(), intfProfile()->profileName() );
+   processProfileUpdate();
+}
+
+void IntfMonSm::processProfileUpdate() {
+   if( state() == MonIntfState::passiveMonitoring ) static_cast<void>( doMaintenanceShutdown( true ) );
+   setMonitoringTimer();
+}
+
+}  // namespace MaintenanceMode

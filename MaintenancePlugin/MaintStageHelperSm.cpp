@@ -1,0 +1,145 @@
+#include "MaintStageHelperSm.h"
+
+#include "RateMonSm.h"
+#include "RateMonTrace.h"
+
+namespace MaintenanceMode {
+
+class MaintStageHelperSm::KelProgressDir final : public Stage::ProgressDir::NotifieeConst {
+ public:
+   KelProgressDir( MaintStageHelperSm & owner, Kel::Ptr<Stage::ProgressDir const> const & dir )
+      : Reactor( owner ), owner_( owner ) {
+      notifierIs( dir );
+   }
+   void onProgress( Kel::Name instanceName ) override { owner_.progressSync( instanceName ); }
+   void onProgresskelImmediate() override { owner_.progressSyncAll(); }
+
+ private:
+   MaintStageHelperSm & owner_;
+};
+
+class MaintStageHelperSm::KelMaintStageCompletionStatus final : public Stage::CompletionStatusDir::NotifieeConst {
+ public:
+   KelMaintStageCompletionStatus( MaintStageHelperSm & owner, Kel::Ptr<Stage::CompletionStatusDir const> const & dir )
+      : Reactor( owner ), owner_( owner ) {
+      notifierIs( dir );
+   }
+   void onStatus( Kel::Name instanceName ) override { owner_.handleMaintInstStatusDel( instanceName ); }
+
+ private:
+   MaintStageHelperSm & owner_;
+};
+
+class MaintStageHelperSm::KelProgress final : public Stage::Progress::NotifieeConst {
+ public:
+   KelProgress( MaintStageHelperSm & owner, Kel::Ptr<Stage::Progress const> const & progress )
+      : Reactor( owner ), owner_( owner ) {
+      notifierIs( progress );
+   }
+   void onStage( Kel::String8 stage ) override { handleStage( stage ); }
+   // A record that arrives whole: each stage that it holds is handed on.
+   void onStagekelImmediate() override {
+      for( auto [stage, active] : notifier()->stageIteratorConst() ) handleStage( stage );
+   }
+
+ private:
+   void handleStage( Kel::String8 const & stage ) { owner_.handleStage( notifier()->instanceName(), stage ); }
+
+   MaintStageHelperSm & owner_;
+};
+
+Kel::String8 const & rateMonStage() {
+   static Kel::String8 const stage( "ratemon" );
+   return stage;
+}
+
+void setStageEventComplete( Kel::Ptr<Stage::AgentStatus> const & agentStatus, Kel::String8 const & stage,
+                            Kel::Name const & instanceName, bool del ) {
+   TRACE( 4, " agentStatus=" << agentStatus->name() << " stage=" << stage << " instanceName=" << instanceName
+                             << " del=" << del );
+   RING( 3, "setStageEventComplete: agentStatus={} stage={} instanceName={} del={}", agentStatus->name(), stage,
+         instanceName, del );
+   Stage::AgentStatusKey const key{ stage, instanceName };
+   if( del ) {
+      agentStatus->completeDel( key );
+   } else {
+      agentStatus->completeIs( key, true );
+   }
+}
+
+MaintStageHelperSm::MaintStageHelperSm( Kel::String8 const & cls,
+                                        Kel::Ptr<Stage::ProgressDir const> const & progressDir,
+                                        Kel::Ptr<Stage::CompletionStatusDir const> const & completionStatus,
+                                        Kel::Ptr<Stage::AgentConfig> const & config,
+                                        Kel::Ptr<Stage::AgentStatus> const & status, RateMonSm * root )
+   : stageClass_( cls ), agentConfig_( config ), agentStatus_( status ), rateMonSm_( root ) {
+   hasNotificationActiveIs( false );
+   if( progressDir ) progressDir_ = std::make_unique<KelProgressDir>( *this, progressDir );
+   if( completionStatus ) {
+      maintStageCompletionStatus_ = std::make_unique<KelMaintStageCompletionStatus>( *this, completionStatus );
+   }
+   progressSyncAll();
+   handleInitialized();
+}
+
+MaintStageHelperSm::~MaintStageHelperSm() = default;
+
+void MaintStageHelperSm::prepareToDie() {
+   kelDoZombieReactors( true );
+   progressDir_.reset();
+   maintStageCompletionStatus_.reset();
+   while( !progress_.empty() ) progress_.take( progress_.firstKey() );
+}
+
+void MaintStageHelperSm::handleInitialized() {
+   TRACE_AS( 4, "void MaintenanceMode::MaintStageHelperSm::handleInitialized()", "called" );
+   KEL_ASSERT( !initialized() );
+   if( maintStageCompletionStatus_ ) {
+      auto const & instances = maintStageCompletionStatus_->notifier();
+      for( auto [key, complete] : agentStatus()->completeIterator() ) {
+         if( !instances->status( key.instanceName ) ) agentStatus()->completeDel( key );
+      }
+   }
+   initializedIs( true );
+}
+
+void MaintStageHelperSm::progressSync( Kel::Name const & instanceName ) {
+   auto const record = progressDir_->notifier()->progress( instanceName );
+   auto * const reactor = progress_.find( instanceName );
+   if( reactor && ( !record || ( *reactor )->notifier() != record ) ) progress_.take( instanceName );
+   if( !record || progress_.find( instanceName ) ) return;
+   progress_.insert( instanceName, std::make_shared<KelProgress>( *this, record ) );
+}
+
+void MaintStageHelperSm::progressSyncAll() {
+   if( !progressDir_ ) return;
+   for( auto [instanceName, record] : progressDir_->notifier()->progressIteratorConst() ) progressSync( instanceName );
+   for( auto [instanceName, reactor] :
+        Kel::HashMap<std::shared_ptr<KelProgress>, Kel::Name>::Iterator<>( progress_ ) ) {
+      progressSync( instanceName );
+   }
+}
+
+void MaintStageHelperSm::handleStage( Kel::Name const & instanceName, Kel::String8 const & stage ) {
+   TRACE( 9, "stageClass= " << stageClass() << ", stage=" << stage );
+   if( !rateMonSm()->initialized() || stage != rateMonStage() ) return;
+   rateMonSm()->doStageForInstance( stageClass(), instanceName, stage );
+}
+
+void MaintStageHelperSm::doStageCompleteForInstance( Kel::String8 const & stage, Kel::Name const & instanceName ) {
+   TRACE( 9, " stageClass=" << stageClass() << ", stage=" << stage << ", instanceName=" << instanceName );
+   setStageEventComplete( agentStatus(), stage, instanceName, false );
+}
+
+void MaintStageHelperSm::handleMaintInstStatusDel( Kel::Name const & instanceName ) {
+   TRACE_AS( 4, "void MaintenanceMode::MaintStageHelperSm::handleMaintInstStatusDel(Kel::Name)",
+             " instanceName: " << instanceName );
+   if( maintStageCompletionStatus_->notifier()->status( instanceName ) ) {
+      TRACE_AS( 4, "void MaintenanceMode::MaintStageHelperSm::handleMaintInstStatusDel(Kel::Name)",
+                "InstanceName: " << instanceName << " is added to InstStatus" );
+      return;
+   }
+   setStageEventComplete( agentStatus(), rateMonStage(), instanceName, true );
+}
+
+}  // namespace MaintenanceMode

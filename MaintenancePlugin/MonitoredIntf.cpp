@@ -1,0 +1,187 @@
+#include "MonitoredIntf.h"
+
+#include <algorithm>
+
+#include "RateMonSm.h"
+#include "RateMonTrace.h"
+#include "kel/ActivityLoop.h"
+
+namespace MaintenanceMode {
+
+using Interface::IntfRates;
+using Lumo::EthIntfId;
+using Lumo::PortChannelIntfId;
+using Lumo::VlanIntfId;
+
+bool isSupportedIntf( Lumo::IntfId intfId ) {
+   if( Lumo::SubIntfId::isSubIntfId( intfId ) ) return false;
+   return EthIntfId::isEthIntfId( intfId ) || PortChannelIntfId::isPortChannelIntfId( intfId ) ||
+          VlanIntfId::isVlanIntfId( intfId );
+}
+
+namespace {
+
+// Octets to bits per second. The product is formed in 64 bits and only then becomes a double; a counter without a value in
+// either sample makes no rate.
+double bitsRate( Brim::MaybeU63 delta, double deltaTime ) {
+   if( !delta.hasValue() ) return 0;
+   return static_cast<double>( delta.value() * 8 ) / deltaTime;
+}
+
+}  // namespace
+
+MonitoredIntf::MonitoredIntf( Lumo::IntfId id, RateMonSm * root, Kel::String8 const & profile )
+   : intfId_( id ), rootSm_( root ), profileName_( profile ) {}
+
+void MonitoredIntf::handleInitialized() {
+   KEL_ASSERT( !initialized() );
+   auto const & statusDir = rootSm()->in().monIntfStatusDir;
+   auto status = statusDir->monIntfStatus( intfId() );
+   if( status ) {
+      status->profileNameIs( profileName() );
+   } else {
+      status = statusDir->monIntfStatusIs( intfId(), profileName(), Kel::now() );
+      TRACE( 5, "Created new mon intf status for intf " << intfId() << ", profile " << profileName() );
+      RING( 3, "created new mon intf status for intf {}, profile {}", intfId(), profileName() );
+   }
+   status->staleIs( false );
+   monIntfStatusIs( status );
+   updateTrafficRates();
+   initializedIs( true );
+}
+
+void MonitoredIntf::profileNameIs( Kel::String8 const & name ) {
+   if( name == profileName_ ) return;
+   profileName_ = name;
+   handleProfileName();
+}
+
+void MonitoredIntf::handleProfileName() {
+   TRACE_AS( 5, "void MaintenanceMode::MonitoredIntf::handleProfileName()",
+             "intf " << intfId() << ", new profileName " << profileName() );
+   if( monIntfStatus() ) monIntfStatus()->profileNameIs( profileName() );
+}
+
+void MonitoredIntf::updateTrafficRates() {
+   if( EthIntfId::isEthIntfId( intfId() ) ) {
+      getEthPhyIntfTrafficCounters( intfId() );
+   } else if( PortChannelIntfId::isPortChannelIntfId( intfId() ) ) {
+      getLagIntfTrafficCounters( intfId() );
+   } else if( VlanIntfId::isVlanIntfId( intfId() ) ) {
+      getVlanIntfTrafficCounters( intfId() );
+   } else {
+      KEL_ASSERT_TEXT( false, "0" );
+   }
+}
+
+IntfRates MonitoredIntf::getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId ) {
+   KEL_ASSERT_TEXT( EthIntfId::isEthIntfId( argIntfId ), "Lumo::EthIntfId::isEthIntfId( argIntfId )" );
+   auto const cur = rootSm()->in().phyCounterDir->currentStatistics( argIntfId );
+   if( !cur ) {
+      rootSm()->counters()->numNoIntfCounterInc( 1 );
+      return {};
+   }
+   auto const info = memberTrafficCountersIs( argIntfId );
+   // A member reached twice within one sample keeps the rates of its first read: no time passed, no rate to be had.
+   double const now = Kel::now();
+   if( initialized() && info->lastUpdateTime() == now ) return info->rates();
+   auto const prev = info->prevStats();
+   double const deltaTime = now - info->lastUpdateTime();
+   auto const stats = cur->statistics();
+   info->prevStatsIs( stats );
+   info->lastUpdateTimeIs( now );
+   if( initialized() ) {
+      auto const deltaIn = stats.inOctets - prev.inOctets;
+      auto const deltaOut = stats.outOctets - prev.outOctets;
+      IntfRates const rates{ bitsRate( deltaIn, deltaTime ), bitsRate( deltaOut, deltaTime ), now };
+      info->ratesIs( rates );
+      TRACE( 9, "intf " << argIntfId << ": cur in/out " << stats.inOctets << " / " << stats.outOctets );
+      TRACE( 9, "intf " << argIntfId << ": prev in/out " << prev.inOctets << " / " << prev.outOctets );
+      TRACE( 9,
+             "intf " << argIntfId << ": delta in/out " << deltaIn << " / " << deltaOut << ", deltaTime " << deltaTime );
+      TRACE( 9, "intf " << argIntfId << ": rates in/out (bps) " << rates.inBitsRate << " / " << rates.outBitsRate );
+   }
+   publishIfOwn( argIntfId, info->rates() );
+   return info->rates();
+}
+
+IntfRates MonitoredIntf::getLagIntfTrafficCounters( Lumo::IntfId argIntfId ) {
+   KEL_ASSERT_TEXT( PortChannelIntfId::isPortChannelIntfId( argIntfId ),
+                    "Lumo::PortChannelIntfId::isPortChannelIntfId( argIntfId )" );
+   IntfRates sum;
+   for( auto [member, phyIntf] : rootSm()->in().lagConfigDir->phyIntfIteratorConst() ) {
+      if( phyIntf->lag() != argIntfId || !EthIntfId::isEthIntfId( member ) ) continue;
+      IntfRates const rates = getEthPhyIntfTrafficCounters( member );
+      sum.inBitsRate += rates.inBitsRate;
+      sum.outBitsRate += rates.outBitsRate;
+   }
+   sum.updateTime = Kel::now();
+   publishIfOwn( argIntfId, sum );
+   return sum;
+}
+
+IntfRates MonitoredIntf::getVlanIntfTrafficCounters( Lumo::IntfId argIntfId ) {
+   KEL_ASSERT_TEXT( VlanIntfId::isVlanIntfId( argIntfId ), "Lumo::VlanIntfId::isVlanIntfId( argIntfId )" );
+   IntfRates busiest;
+   auto const vlanId = VlanIntfId::vlanId( argIntfId );
+   auto const & vlanStatusDir = rootSm()->in().vlanStatusDir;
+   auto const vlan = vlanStatusDir ? vlanStatusDir->vlanStatus( vlanId ) : nullptr;
+   if( vlan ) {
+      for( auto [member, present] : vlan->intfIteratorConst() ) {
+         if( Lumo::CpuIntfId::isCpuIntfId( member ) ) continue;
+         KEL_ASSERT_TEXT( PortChannelIntfId::isPortChannelIntfId( member ) || EthIntfId::isEthIntfId( member ), "0" );
+         IntfRates const rates = PortChannelIntfId::isPortChannelIntfId( member )
+                                    ? getLagIntfTrafficCounters( member )
+                                    : getEthPhyIntfTrafficCounters( member );
+         busiest.inBitsRate = std::max( busiest.inBitsRate, rates.inBitsRate );
+         busiest.outBitsRate = std::max( busiest.outBitsRate, rates.outBitsRate );
+      }
+   } else {
+      rootSm()->counters()->numNoVlanStatusInc( 1 );
+      RING( 1, "getVlanIntfTrafficCounters: no vlan status for vlan {}, intf {}", vlanId, argIntfId );
+   }
+   busiest.updateTime = Kel::now();
+   publishIfOwn( argIntfId, busiest );
+   return busiest;
+}
+
+void MonitoredIntf::publishIfOwn( Lumo::IntfId sampled, IntfRates const & rates ) {
+   if( sampled == intfId() ) setCurRates( monIntfStatus(), rates );
+}
+
+void MonitoredIntf::setCurRates( Kel::Ptr<Maintenance::MonIntfStatus> const & status, IntfRates const & rates ) {
+   KEL_ASSERT_TEXT( status, "monIntfStatus" );
+   TRACE( 5, "IntfId:" << intfId() << " Prev[ inBitsRate:" << status->curRates().inBitsRate
+                       << " outBitsRate:" << status->curRates().outBitsRate
+                       << " lastSampleTime:" << status->lastSampleTime() << "] Cur[ inBitsRate:" << rates.inBitsRate
+                       << " outBitsRate:" << rates.outBitsRate << " curSampleTime:" << Kel::now() );
+   status->prevRatesIs( status->curRates() );
+   status->curRatesIs( rates );
+   status->lastSampleTimeIs( Kel::now() );
+}
+
+void MonitoredIntf::prepareToDie() {
+   TRACE( 5, "MonitoredIntf " << intfId() );
+   auto const & statusDir = rootSm()->in().monIntfStatusDir;
+   statusDir->monIntfStatusDel( intfId() );
+   statusDir->monIntfEnterMaintDel( intfId() );
+   statusDir->monIntfUnderMaintDel( intfId() );
+   statusDir->monIntfSpikeUnderMaintDel( intfId() );
+}
+
+Kel::Ptr<MonitoredIntf> MonitoredIntfDir::monitoredIntfIs( Lumo::IntfId intfId, RateMonSm * rootSm,
+                                                           Kel::String8 const & profileName ) {
+   if( auto const present = monitoredIntf( intfId ) ) {
+      if( present->rootSm() != rootSm ) {
+         throw Kel::RangeError(
+            "Reinstantiating the entity with name " + present->name() +
+            " where constructor parameter attribute _rootSm has a different value of another root" );
+      }
+      return present;
+   }
+   auto const made = monitoredIntfIs( Kel::Ptr<MonitoredIntf>( new MonitoredIntf( intfId, rootSm, profileName ) ) );
+   made->handleInitialized();
+   return made;
+}
+
+}  // namespace MaintenanceMode

@@ -1,0 +1,81 @@
+// The traffic sampler of one interface.
+//
+// One exists for every interface that some unit monitors; they live in the root's MonitoredIntfDir. Each sample reads the
+// octet counters, turns the change since the last sample into bit rates and publishes them in the interface's
+// Maintenance::MonIntfStatus, where the drain monitor and the unit aggregates read them. It is driven by the drain monitor
+// (IntfMonSm); it never decides anything.
+//
+// Ethernet: its own counters. Port-channel: the sum over its Ethernet members. VLAN interface: the busiest member, per
+// direction. The first sample of an interface only primes its counters.
+#pragma once
+
+#include "kel/Attributes.h"
+#include "quill/IntfCounters.h"
+#include "records/Interface.h"
+#include "records/MonIntfStatus.h"
+
+namespace MaintenanceMode {
+
+class RateMonSm;
+
+// True for the kinds that can be sampled: Ethernet, port-channel and VLAN interfaces, never their sub-interfaces.
+[[nodiscard]] bool isSupportedIntf( Lumo::IntfId intfId );
+
+// What the last sample of one Ethernet interface saw: the monitored one itself, or a member it is reached through.
+class IntfCounterInfo final : public Kel::Entity {
+   KEL_ENTITY( IntfCounterInfo, "MaintenanceMode::IntfCounterInfo", Lumo::IntfId, intfId )
+   KEL_ATTR( Interface::IntfStatistics, prevStats )
+   KEL_ATTR( Interface::IntfRates, rates )  // bit/s
+   KEL_ATTR( double, lastUpdateTime )       // s, 0 before the first sample
+   KEL_ENTITY_END
+};
+
+class MonitoredIntf final : public Kel::Entity {
+   KEL_MACHINE( MonitoredIntf, "MaintenanceMode::MonitoredIntf", Lumo::IntfId, intfId )
+   KEL_REF( RateMonSm *, rootSm )
+   KEL_REF( Kel::Ptr<Maintenance::MonIntfStatus>, monIntfStatus )
+   // The units that wait for this interface's drain result; always true.
+   KEL_MAP( bool, Kel::String8, dependentUnit, onDependentUnit )
+   // By Ethernet interface, made on its first sample, kept until the sampler goes.
+   KEL_CHILDREN( IntfCounterInfo, Lumo::IntfId, memberTrafficCounters, onMemberTrafficCounters )
+   KEL_ATTR( bool, initialized )  // the first sample has been taken
+   KEL_ENTITY_END
+
+   MonitoredIntf( Lumo::IntfId intfId, RateMonSm * rootSm, Kel::String8 const & profileName );
+
+   // The name of the profile in force; a new one is copied into the status record.
+   [[nodiscard]] Kel::String8 const & profileName() const { return profileName_; }
+   void profileNameIs( Kel::String8 const & profileName );
+
+   void handleInitialized();
+   void handleProfileName();
+   // Takes one sample and publishes it.
+   void updateTrafficRates();
+   void prepareToDie() override;
+
+   // One sample of an interface of the kind in the name, which is asserted; publishes when it is this sampler's own.
+   Interface::IntfRates getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId );
+   Interface::IntfRates getLagIntfTrafficCounters( Lumo::IntfId argIntfId );
+   Interface::IntfRates getVlanIntfTrafficCounters( Lumo::IntfId argIntfId );
+
+   // Makes `rates` the record's current rates and what was current its previous ones.
+   void setCurRates( Kel::Ptr<Maintenance::MonIntfStatus> const & monIntfStatus, Interface::IntfRates const & rates );
+
+   void dump( int fd, int indent ) const;
+
+ private:
+   void publishIfOwn( Lumo::IntfId sampled, Interface::IntfRates const & rates );
+
+   Kel::String8 profileName_;
+};
+
+class MonitoredIntfDir final : public Kel::Entity {
+   KEL_ENTITY( MonitoredIntfDir, "MaintenanceMode::MonitoredIntfDir", Kel::Name, dirName )
+   KEL_CHILDREN( MonitoredIntf, Lumo::IntfId, monitoredIntf, onMonitoredIntf )
+   KEL_ENTITY_END
+
+   // The interface's sampler, made and primed when absent. One that exists must have the same root.
+   Kel::Ptr<MonitoredIntf> monitoredIntfIs( Lumo::IntfId intfId, RateMonSm * rootSm, Kel::String8 const & profileName );
+};
+
+}  // namespace MaintenanceMode

@@ -1,0 +1,203 @@
+// When is an interface drained: the rule at its boundaries, and what a drain monitor publishes on the way.
+#include "DrainStory.h"
+
+namespace Test {
+
+class Drain : public DrainStory {};
+
+TEST_F( Drain, aQuietIntervalDrainsAndCompletesTheUnit ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   traffic( "Ethernet1", 10_Mbps );
+   enter( "fabric" );
+   advance( 60_s );
+   EXPECT_FALSE( enterComplete( "fabric" ) );
+   EXPECT_NEAR( monitored( "Ethernet1" )->curRates().inBitsRate, 10e6, 1 );
+   EXPECT_NEAR( monitored( "Ethernet1" )->curRates().outBitsRate, 10e6, 1 );
+   EXPECT_EQ( monitored( "Ethernet1" )->numSamplesAboveThresholdPreMaint(), 6u );
+   traffic( "Ethernet1", 0_bps );
+   advance( 20_s );
+   EXPECT_FALSE( enterComplete( "fabric" ) );
+   EXPECT_EQ( monitored( "Ethernet1" )->numConsecutiveDrainedSamples(), 2u );
+   advance( 10_s );
+   EXPECT_TRUE( enterComplete( "fabric" ) );
+   EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
+   EXPECT_EQ( monitored( "Ethernet1" )->stateTime(), now() );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 9u );
+}
+
+TEST_F( Drain, trafficThatComesBackRestartsTheRun ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   advance( 20_s );
+   traffic( "Ethernet1", 10_Mbps );  // one sample before the end
+   advance( 10_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->numConsecutiveDrainedSamples(), 0u );
+   traffic( "Ethernet1", 0_bps );
+   advance( 20_s );  // the earlier quiet time does not count
+   EXPECT_FALSE( enterComplete( "fabric" ) );
+   advance( 10_s );
+   EXPECT_TRUE( enterComplete( "fabric" ) );
+}
+
+// Whether an interface drains, and after how many seconds, under each profile and each steady traffic.
+struct RuleCase {
+   char const * what;
+   ProfileSpec profile;
+   unsigned long long inBps, outBps;
+   double drainsAfter;  // s, 0 for never within an hour
+};
+
+class DrainRule : public DrainStory, public ::testing::WithParamInterface<RuleCase> {};
+
+TEST_P( DrainRule, holds ) {
+   RuleCase const & c = GetParam();
+   profile( "p", c.profile );
+   unit( "fabric", { "Ethernet1" } );
+   select( "Ethernet1", "p" );
+   start();
+   traffic( "Ethernet1", c.inBps, c.outBps );
+   enter( "fabric" );
+   if( c.drainsAfter == 0 ) {
+      advance( 3600_s );
+      EXPECT_FALSE( enterComplete( "fabric" ) );
+      return;
+   }
+   advance( c.drainsAfter - 1 );
+   EXPECT_FALSE( enterComplete( "fabric" ) ) << "drained too early";
+   advance( 1_s );
+   EXPECT_TRUE( enterComplete( "fabric" ) );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   Boundaries, DrainRule,
+   ::testing::Values(
+      RuleCase{ "both directions at the threshold", {}, 100_kbps, 100_kbps, 0 },
+      RuleCase{ "in at the threshold", {}, 100_kbps, 0_bps, 0 },
+      RuleCase{ "out at the threshold", {}, 0_bps, 100_kbps, 0 },
+      RuleCase{ "a hair below the threshold", {}, 99999_bps, 99999_bps, 30 },
+      RuleCase{ "a threshold of 0 is never met", { .thresholdKbps = 0 }, 0_bps, 0_bps, 0 },
+      RuleCase{ "a fraction of a kilobit", { .thresholdKbps = 0.5 }, 480_bps, 480_bps, 30 },
+      RuleCase{ "a load interval of 0: the first quiet sample", { .loadInterval = 0 }, 0_bps, 0_bps, 10 },
+      RuleCase{ "a load interval that is no multiple rounds up", { .loadInterval = 31 }, 0_bps, 0_bps, 40 },
+      // The wheel ticks once a second, so a sample every half second comes once a second; each counts for its interval.
+      RuleCase{ "3 x 0.5 s is 1 s", { .sampleInterval = 0.5, .loadInterval = 2 }, 0_bps, 0_bps, 4 },
+      RuleCase{ "2.5 s counts as 2", { .sampleInterval = 2.5, .loadInterval = 3 }, 0_bps, 0_bps, 6 } ),
+   []( auto const & tested ) {
+      std::string name = tested.param.what;
+      for( char & c : name ) c = std::isalnum( static_cast<unsigned char>( c ) ) ? c : '_';
+      return name;
+   } );
+
+TEST_F( Drain, aPassiveInterfaceIsSampledHalfAsOftenAndItsSpikesAreKept ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   advance( 30_s );
+   finishEnter( "fabric" );
+   auto const record = monitored( "Ethernet1" );
+   advance( 40_s );
+   EXPECT_EQ( record->numSamplesBelowThresholdPostMaint(), 2u );
+   EXPECT_FALSE( record->spikeUnderMaint() );
+   traffic( "Ethernet1", 1_Mbps );
+   advance( 60_s );
+   EXPECT_EQ( record->state(), MonIntfState::passiveMonitoring );
+   EXPECT_TRUE( record->spikeUnderMaint() );
+   EXPECT_EQ( record->numSamplesAboveThresholdPostMaint(), 3u );
+   EXPECT_TRUE( state_.monIntfStatus->monIntfSpikeUnderMaint( Lumo::IntfId( "Ethernet1" ) ) );
+   EXPECT_EQ( status( "fabric" ).totalIntfTrafficViolations(), 3u );
+   EXPECT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 1u );
+   traffic( "Ethernet1", 0_bps );
+   advance( 20_s );
+   EXPECT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 0u );
+   EXPECT_EQ( status( "fabric" ).totalIntfTrafficViolations(), 3u );
+   EXPECT_TRUE( record->spikeUnderMaint() );
+}
+
+TEST_F( Drain, directoryFlagsFollowTheState ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   Lumo::IntfId const intf( "Ethernet1" );
+   EXPECT_TRUE( state_.monIntfStatus->monIntfEnterMaint( intf ) );
+   EXPECT_FALSE( state_.monIntfStatus->monIntfUnderMaint( intf ) );
+   advance( 30_s );
+   EXPECT_FALSE( state_.monIntfStatus->monIntfEnterMaint( intf ) );
+   EXPECT_TRUE( state_.monIntfStatus->monIntfUnderMaint( intf ) );
+   finishEnter( "fabric" );
+   exit( "fabric" );
+   EXPECT_FALSE( state_.monIntfStatus->monIntfUnderMaint( intf ) );
+   EXPECT_FALSE( monitored( "Ethernet1" ) );
+}
+
+// --- Shutting down ------------------------------------------------------------------------------------------------------
+
+class Shutdown : public DrainStory {
+ protected:
+   void quietShutdown( double maxDelay ) {
+      profile( "down", { .shutdown = true, .maxDelay = maxDelay } );
+      unit( "fabric", { "Ethernet1" } );
+      select( "Ethernet1", "down" );
+      start();
+   }
+};
+
+TEST_F( Shutdown, aDrainedInterfaceGoesDownAndIsNoLongerSampled ) {
+   quietShutdown( 600 );
+   enter( "fabric" );
+   advance( 20_s );
+   EXPECT_FALSE( shutDown( "Ethernet1" ) );
+   advance( 10_s );
+   EXPECT_TRUE( shutDown( "Ethernet1" ) );
+   EXPECT_EQ( *cause().intfStatus( Lumo::IntfId( "Ethernet1" ) ), now() );
+   EXPECT_TRUE( enterComplete( "fabric" ) );
+   auto const samples = monitored( "Ethernet1" )->totalSamples();
+   advance( 600_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), samples );
+}
+
+TEST_F( Shutdown, withoutDelayItGoesDownAtOnceAndNobodyIsNotifiedOfADrain ) {
+   quietShutdown( 0 );
+   traffic( "Ethernet1", 10_Mbps );
+   enter( "fabric" );
+   EXPECT_TRUE( shutDown( "Ethernet1" ) );
+   EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 0u );
+   EXPECT_TRUE( enterComplete( "fabric" ) );  // the unit monitor found it passive
+}
+
+TEST_F( Shutdown, theMaximumDelayEndsTheWaitAtTheFirstSampleAtOrAfterIt ) {
+   quietShutdown( 25 );
+   traffic( "Ethernet1", 10_Mbps );
+   enter( "fabric" );
+   advance( 20_s );
+   EXPECT_FALSE( shutDown( "Ethernet1" ) );
+   advance( 10_s );
+   EXPECT_TRUE( shutDown( "Ethernet1" ) );
+   EXPECT_TRUE( enterComplete( "fabric" ) );
+}
+
+TEST_F( Shutdown, leavingBringsTheInterfaceBack ) {
+   quietShutdown( 0 );
+   enter( "fabric" );
+   link( "Ethernet1", Interface::IntfOperStatus::down );
+   finishEnter( "fabric" );
+   exit( "fabric" );
+   EXPECT_FALSE( shutDown( "Ethernet1" ) );
+   EXPECT_TRUE( exitComplete( "fabric" ) );
+}
+
+TEST_F( Shutdown, clearingItInTheProfileBringsADrainedInterfaceBackAndResumesSampling ) {
+   quietShutdown( 0 );
+   enter( "fabric" );
+   ASSERT_TRUE( shutDown( "Ethernet1" ) );
+   profile( "down", { .shutdown = false } );
+   EXPECT_FALSE( shutDown( "Ethernet1" ) );
+   advance( 20_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );
+   profile( "down", { .shutdown = true } );
+   EXPECT_TRUE( shutDown( "Ethernet1" ) );
+}
+
+}  // namespace Test

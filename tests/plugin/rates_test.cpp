@@ -1,0 +1,127 @@
+// From octet counters to published rates: Ethernet interfaces, port-channels, VLAN interfaces.
+#include "DrainStory.h"
+
+namespace Test {
+
+class Rates : public DrainStory {
+ protected:
+   // Ends an interval of 10 s with the counters at these values; says what must have been published.
+   void expectSample( Brim::MaybeU63 in, Brim::MaybeU63 out, double inRate, double outRate ) {
+      octets( "Ethernet1", in, out );
+      advance( 10_s );
+      auto const rates = monitored( "Ethernet1" )->curRates();
+      EXPECT_EQ( rates.inBitsRate, inRate );
+      EXPECT_EQ( rates.outBitsRate, outRate );
+      EXPECT_EQ( rates.updateTime, now() );
+      EXPECT_EQ( monitored( "Ethernet1" )->lastSampleTime(), now() );
+   }
+
+   void member( std::string const & intf, std::string const & portChannel ) {
+      state_.lagConfig->phyIntfIs( Lumo::IntfId( intf ) )->lagIs( Lumo::IntfId( portChannel ) );
+   }
+   void inVlan( uint16_t vlan, std::string const & intf ) {
+      state_.vlanStatus->vlanStatusIs( vlan )->intfIs( Lumo::IntfId( intf ), true );
+   }
+   Interface::IntfRates published( std::string const & intf ) { return monitored( intf )->curRates(); }
+};
+
+TEST_F( Rates, theFirstSamplePrimesAndTheSecondMeasures ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   octets( "Ethernet1", 1'000'000, 2'000'000 );
+   enter( "fabric" );
+   EXPECT_EQ( published( "Ethernet1" ), Interface::IntfRates{} );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 0u );
+   expectSample( 1'001'250, 2'000'000, 1000, 0 );
+   auto const before = published( "Ethernet1" );
+   expectSample( 1'001'250, 2'002'500, 0, 2000 );
+   EXPECT_EQ( monitored( "Ethernet1" )->prevRates(), before );
+}
+
+TEST_F( Rates, aCounterWithoutAValueMakesNoRateInItsDirectionOnly ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   octets( "Ethernet1", 0, 0 );
+   enter( "fabric" );
+   expectSample( Brim::MaybeU63::none(), 1250, 0, 1000 );
+   expectSample( 9999, 2500, 0, 1000 );  // the one before had none
+   expectSample( 11249, 2500, 1000, 0 );
+}
+
+TEST_F( Rates, aCounterThatGoesBackwardsReadsAsAWrapOf63Bits ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   octets( "Ethernet1", 1000, 0 );
+   enter( "fabric" );
+   double const wrapped = static_cast<double>( ( ( uint64_t{ 1 } << 63 ) - 1 ) * 8 ) / 10;
+   expectSample( 999, 0, wrapped, 0 );
+}
+
+TEST_F( Rates, withoutCountersTheLastRatesStand ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   traffic( "Ethernet1", 1_Mbps );
+   enter( "fabric" );
+   advance( 20_s );
+   countersDel( "Ethernet1" );
+   auto const before = published( "Ethernet1" );
+   advance( 20_s );
+   EXPECT_EQ( published( "Ethernet1" ), before );
+   EXPECT_EQ( counter( "numNoIntfCounter" ), 2u );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 4u );
+}
+
+TEST_F( Rates, aPortChannelIsTheSumOfItsMembersAndAVlanTheBusiestOfThem ) {
+   for( auto const * intf : { "Ethernet1", "Ethernet2", "Ethernet3" } ) member( intf, "Port-Channel1" );
+   member( "Ethernet4", "Port-Channel2" );
+   inVlan( 10, "Port-Channel1" );
+   inVlan( 10, "Ethernet5" );
+   inVlan( 10, "Cpu" );
+   unit( "fabric", { "Port-Channel1", "Vlan10", "Vlan20" } );
+   start();
+   traffic( "Ethernet1", 1_Mbps, 10_Mbps );
+   traffic( "Ethernet2", 2_Mbps, 0_bps );
+   traffic( "Ethernet3", 3_Mbps, 0_bps );
+   traffic( "Ethernet4", 50_Mbps );
+   traffic( "Ethernet5", 4_Mbps, 40_Mbps );
+   enter( "fabric" );
+   advance( 20_s );
+   EXPECT_NEAR( published( "Port-Channel1" ).inBitsRate, 6e6, 1 );
+   EXPECT_NEAR( published( "Port-Channel1" ).outBitsRate, 10e6, 1 );
+   EXPECT_EQ( published( "Port-Channel1" ).updateTime, now() );
+   // The port-channel counts as one member of the VLAN, with its sum; each direction has its own busiest.
+   EXPECT_NEAR( published( "Vlan10" ).inBitsRate, 6e6, 1 );
+   EXPECT_NEAR( published( "Vlan10" ).outBitsRate, 40e6, 1 );
+   EXPECT_EQ( published( "Vlan20" ), ( Interface::IntfRates{ 0, 0, now() } ) );
+   EXPECT_EQ( counter( "numNoVlanStatus" ), 3u );  // priming and two samples
+}
+
+TEST_F( Rates, aMemberThatJoinsLateCountsItsWholeCounterOnce ) {
+   unit( "fabric", { "Port-Channel1" } );
+   start();
+   octets( "Ethernet1", 1'000'000, 0 );
+   enter( "fabric" );
+   member( "Ethernet1", "Port-Channel1" );
+   advance( 10_s );
+   EXPECT_EQ( published( "Port-Channel1" ).inBitsRate, 8e6 / now() );
+   advance( 10_s );
+   EXPECT_EQ( published( "Port-Channel1" ).inBitsRate, 0 );
+   member( "Ethernet1", "" );
+   traffic( "Ethernet1", 1_Mbps );
+   advance( 10_s );
+   EXPECT_EQ( published( "Port-Channel1" ).inBitsRate, 0 );
+}
+
+TEST_F( Rates, aMemberReachedTwiceInOneSampleCountsOnce ) {
+   member( "Ethernet1", "Port-Channel1" );
+   inVlan( 10, "Ethernet1" );
+   inVlan( 10, "Port-Channel1" );
+   unit( "fabric", { "Vlan10" } );
+   start();
+   traffic( "Ethernet1", 1_Mbps );
+   enter( "fabric" );
+   advance( 10_s );
+   EXPECT_NEAR( published( "Vlan10" ).inBitsRate, 1e6, 1 );
+}
+
+}  // namespace Test

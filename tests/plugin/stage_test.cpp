@@ -1,0 +1,133 @@
+// The stage protocol: what starts and ends a unit's monitoring, and when a completion is reported.
+#include <gmock/gmock.h>
+
+#include "DrainStory.h"
+
+namespace Test {
+
+class Stages : public DrainStory {
+ protected:
+   // Publishes a progress record by hand.
+   void progress( Maintenance::StageState & stage, std::string const & instanceName, std::string const & name,
+                  bool active ) {
+      stage.completion->statusIs( Kel::Name( instanceName ) );
+      stage.progress->progressIs( Kel::Name( instanceName ) )->stageIs( name, active );
+      advance( 0 );
+   }
+};
+
+TEST_F( Stages, onlyOurStageMeansAnything ) {
+   unit( "fabric", { "Ethernet1" } );
+   traceOn();
+   start();
+   progress( state_.enter, "fabric#1", "bgp", true );
+   EXPECT_EQ( counter( "numMaintEnter" ), 0u );
+   EXPECT_TRUE( traced( "9 handleStage: stageClass= maintEnter, stage=bgp" ) );
+   progress( state_.enter, "fabric#1", "ratemon", true );
+   EXPECT_EQ( counter( "numMaintEnter" ), 1u );
+}
+
+TEST_F( Stages, aRecordThatArrivesWholeIsNotLost ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   Kel::Ptr<Stage::Progress> const whole( new Stage::Progress( "fabric#1" ) );
+   whole->stageIs( "ratemon", true );
+   state_.enter.progress->progressIs( whole );
+   EXPECT_EQ( counter( "numMaintEnter" ), 1u );
+   EXPECT_TRUE( monitored( "Ethernet1" ) );
+}
+
+TEST_F( Stages, anExitIsAnsweredEvenForAUnitNeverMonitored ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   exit( "fabric" );
+   EXPECT_TRUE( exitComplete( "fabric" ) );
+   EXPECT_EQ( counter( "numMaintExitNoUnitMon" ), 1u );
+   EXPECT_EQ( counter( "numNotifyStageCompletion" ), 1u );
+}
+
+TEST_F( Stages, anExitDuringTheEntryIsCountedAndAnswered ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   traffic( "Ethernet1", 1_Mbps );
+   enter( "fabric" );
+   advance( 15_s );
+   status( "fabric" ).genIdIs( 2 );
+   progress( state_.exit, "fabric#2", "ratemon", true );
+   EXPECT_EQ( counter( "numMaintExitInMaintModeEnter" ), 1u );
+   EXPECT_TRUE( state_.exit.agentStatus->complete( { "ratemon", "fabric#2" } ) );
+   EXPECT_FALSE( monitored( "Ethernet1" ) );
+}
+
+TEST_F( Stages, aSecondEnterRunsTheExitFirstAndStartsAfresh ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   progress( state_.enter, "fabric#3", "ratemon", true );
+   advance( 20_s );
+   progress( state_.enter, "fabric#4", "ratemon", true );
+   EXPECT_EQ( counter( "numMaintEnterUnitMonPresent" ), 1u );
+   EXPECT_EQ( counter( "numNoNotifyNoStageInput" ), 1u );  // no exit instance of generation 4
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 0u );
+   advance( 30_s );
+   EXPECT_FALSE( state_.enter.agentStatus->complete( { "ratemon", "fabric#3" } ) );
+   EXPECT_TRUE( state_.enter.agentStatus->complete( { "ratemon", "fabric#4" } ) );
+}
+
+TEST_F( Stages, completionsThatNobodyExpectsAreNotWritten ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   state_.enter.progress->progress( instance( "fabric", 1 ) )->stageDel( "ratemon" );  // and so a new request
+   advance( 30_s );
+   EXPECT_FALSE( enterComplete( "fabric" ) );
+   EXPECT_EQ( counter( "numMaintEnter" ), 2u );
+   EXPECT_EQ( counter( "numNoNotifyActiveStageMismatch" ), 1u );
+   state_.enter.progress->progressDel( instance( "fabric", 1 ) );
+   exit( "fabric" );
+   EXPECT_TRUE( exitComplete( "fabric" ) );
+   EXPECT_EQ( counter( "numNoNotifyAlreadyNotified" ), 0u );
+}
+
+TEST_F( Stages, aUnitThatIsDeletedIsNoLongerMonitored ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   state_.unitStatus->statusDel( "fabric" );
+   EXPECT_EQ( counter( "numUnitStatusDel" ), 1u );
+   EXPECT_FALSE( monitored( "Ethernet1" ) );
+   unit( "fabric", { "Ethernet1" } );
+   advance( 60_s );
+   EXPECT_FALSE( monitored( "Ethernet1" ) );
+}
+
+TEST_F( Stages, marksGoWithTheirInstance ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   advance( 30_s );
+   ASSERT_TRUE( enterComplete( "fabric" ) );
+   state_.enter.completion->statusDel( instance( "fabric", 1 ) );
+   EXPECT_FALSE( enterComplete( "fabric" ) );
+}
+
+TEST_F( Stages, aMalformedInstanceNameIsRefusedWithItsReason ) {
+   start();
+   struct Case {
+      char const * name;
+      char const * reason;
+   };
+   for( Case const & c : { Case{ "u5", "Unexpected instanceName format" },
+                           Case{ "#5", "Unexpected instanceName format, couldn't extract unitName" },
+                           Case{ "u#", "Unexpected instanceName format, couldn't extract genId" },
+                           Case{ "u#x", "Unexpected instanceName format, genId is invalid" },
+                           Case{ "a#b#3", "Unexpected instanceName format, genId is invalid" } } ) {
+      try {
+         progress( state_.enter, c.name, "ratemon", true );
+         ADD_FAILURE() << c.name << " was taken";
+      } catch( Kel::InternalException const & error ) {
+         EXPECT_STREQ( error.what(), c.reason );
+      }
+   }
+}
+
+}  // namespace Test

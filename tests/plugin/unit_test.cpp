@@ -1,0 +1,140 @@
+// Which interfaces a unit monitors, how units share them, and when a unit is done.
+#include "DrainStory.h"
+
+namespace Test {
+
+using Interface::IntfOperStatus;
+
+class Units : public DrainStory {};
+
+TEST_F( Units, skipWhatCannotBeMonitoredAndFinishWithTheRest ) {
+   unit( "fabric", { "Ethernet1", "Ethernet1.5", "Loopback0", "Ethernet2", "Ethernet3" } );
+   link( "Ethernet2", IntfOperStatus::down );
+   linkDel( "Ethernet3" );
+   start();
+   enter( "fabric" );
+   EXPECT_TRUE( monitored( "Ethernet1" ) );
+   for( auto const * intf : { "Ethernet1.5", "Loopback0", "Ethernet2", "Ethernet3" } )
+      EXPECT_FALSE( monitored( intf ) ) << intf;
+   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), 2u );
+   EXPECT_EQ( counter( "numIntfMonIntfOperNotUp" ), 1u );
+   EXPECT_EQ( counter( "numIntfMonNoIntfStatus" ), 1u );
+   advance( 30_s );
+   EXPECT_TRUE( enterComplete( "fabric" ) );
+}
+
+TEST_F( Units, withNothingToMonitorAreDoneAtOnce ) {
+   unit( "empty", {} );
+   unit( "subs", { "Ethernet1.5" } );
+   unit( "down", { "Ethernet1" } );
+   link( "Ethernet1", IntfOperStatus::down );
+   start();
+   for( auto const * name : { "empty", "subs", "down" } ) {
+      enter( name );
+      EXPECT_TRUE( enterComplete( name ) ) << name;
+   }
+}
+
+TEST_F( Units, ignoreGroupsOfOtherKindsAndGroupsThatAreMissing ) {
+   unit( "fabric", { "Ethernet1" } );
+   status( "fabric" ).groupIs( { Group::GroupType::bgp, "peers" }, true );
+   status( "fabric" ).groupIs( { Group::GroupType::intf, "absent" }, true );
+   traceOn();
+   start();
+   enter( "fabric" );
+   EXPECT_TRUE(
+      traced( "1 handleInitialized: Group status missing for group intf:absent, unit fabric. Ignoring the group." ) );
+   EXPECT_TRUE( monitored( "Ethernet1" ) );
+}
+
+TEST_F( Units, areDoneOnlyWhenTheLastInterfaceIs ) {
+   unit( "fabric", { "Ethernet1", "Ethernet2" } );
+   start();
+   traffic( "Ethernet2", 1_Mbps );
+   enter( "fabric" );
+   advance( 60_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
+   EXPECT_FALSE( enterComplete( "fabric" ) );
+   traffic( "Ethernet2", 0_bps );
+   advance( 30_s );
+   EXPECT_TRUE( enterComplete( "fabric" ) );
+}
+
+TEST_F( Units, shareTheMonitorOfACommonInterfaceAndFinishTogether ) {
+   unit( "north", { "Ethernet1", "Ethernet2" } );
+   unit( "south", { "Ethernet2", "Ethernet3" } );
+   start();
+   traffic( "Ethernet2", 1_Mbps );
+   enter( "north" );
+   advance( 20_s );
+   enter( "south" );
+   EXPECT_EQ( state_.monIntfStatus->monIntfStatuss(), 3u );
+   auto const shared = monitored( "Ethernet2" );
+   advance( 40_s );
+   EXPECT_FALSE( enterComplete( "north" ) || enterComplete( "south" ) );
+   traffic( "Ethernet2", 0_bps );
+   advance( 30_s );
+   EXPECT_TRUE( enterComplete( "north" ) && enterComplete( "south" ) );
+   EXPECT_EQ( shared->totalSamples(), 9u );  // one sampler, however many units
+   finishEnter( "north" );
+   finishEnter( "south" );
+   exit( "north" );
+   EXPECT_TRUE( exitComplete( "north" ) );
+   EXPECT_EQ( monitored( "Ethernet2" ), shared );
+   EXPECT_FALSE( monitored( "Ethernet1" ) );
+   exit( "south" );
+   EXPECT_EQ( state_.monIntfStatus->monIntfStatuss(), 0u );
+}
+
+TEST_F( Units, thatComeLaterFindACommonInterfaceAlreadyDrained ) {
+   unit( "north", { "Ethernet1" } );
+   unit( "south", { "Ethernet1" } );
+   start();
+   enter( "north" );
+   advance( 30_s );
+   enter( "south" );
+   EXPECT_TRUE( enterComplete( "south" ) );
+}
+
+TEST_F( Units, leaveACommonInterfaceShutDownForTheOther ) {
+   profile( "down", { .shutdown = true } );
+   unit( "north", { "Ethernet1" } );
+   unit( "south", { "Ethernet1" } );
+   select( "Ethernet1", "down" );
+   start();
+   enter( "north" );
+   enter( "south" );
+   finishEnter( "north" );
+   finishEnter( "south" );
+   ASSERT_TRUE( shutDown( "Ethernet1" ) );
+   exit( "north" );  // its link is still up as far as anybody knows
+   EXPECT_TRUE( shutDown( "Ethernet1" ) );
+   exit( "south" );
+   EXPECT_FALSE( shutDown( "Ethernet1" ) );
+}
+
+// The link of a shared interface is down when one unit leaves: its monitoring stops for both.
+TEST_F( Units, stopMonitoringASharedInterfaceThatIsDownWhenOneLeaves ) {
+   unit( "north", { "Ethernet1" } );
+   unit( "south", { "Ethernet1" } );
+   start();
+   enter( "north" );
+   enter( "south" );
+   link( "Ethernet1", IntfOperStatus::down );
+   exit( "north" );
+   EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::monitoringStopped );
+   advance( 60_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 0u );
+   EXPECT_FALSE( enterComplete( "south" ) );
+}
+
+TEST_F( Units, monitorAnInterfaceThatThePluginItselfHoldsDown ) {
+   unit( "fabric", { "Ethernet1" } );
+   link( "Ethernet1", IntfOperStatus::down );
+   start();
+   cause().intfStatusIs( Lumo::IntfId( "Ethernet1" ), now() );
+   enter( "fabric" );
+   EXPECT_TRUE( monitored( "Ethernet1" ) );
+}
+
+}  // namespace Test
