@@ -1,0 +1,78 @@
+#include "Client.h"
+
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+#include <boost/json/parse.hpp>
+#include <cctype>
+
+namespace Cli {
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using Socket = asio::local::stream_protocol::socket;
+
+namespace {
+
+constexpr time_t answerTimeoutSeconds = 30;
+
+// Reaches the daemon, or says how to.
+Socket connected( asio::io_context & io, std::string const & path ) {
+   Socket socket( io );
+   boost::system::error_code error;
+   socket.connect( asio::local::stream_protocol::endpoint( path ), error );
+   if( error ) throw NotReached( "maintd is not reached at " + path + ": " + error.message() );
+   timeval const timeout{ .tv_sec = answerTimeoutSeconds, .tv_usec = 0 };
+   setsockopt( socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout );
+   return socket;
+}
+
+}  // namespace
+
+std::string Answer::error() const {
+   auto const * const object = body.if_object();
+   auto const * const text = object ? object->if_contains( "error" ) : nullptr;
+   return text && text->is_string() ? text->get_string().c_str()
+                                    : "maintd answered with status " + std::to_string( status );
+}
+
+Answer Client::get( std::string const & target ) const { return request( "GET", target ); }
+Answer Client::post( std::string const & target ) const { return request( "POST", target ); }
+
+Answer Client::request( char const * method, std::string const & target ) const {
+   asio::io_context io;
+   Socket socket = connected( io, socketPath_ );
+   http::request<http::empty_body> request( http::string_to_verb( method ), target, 11 );
+   request.set( http::field::host, "maintd" );
+   request.set( http::field::connection, "close" );
+   request.prepare_payload();
+   try {
+      http::write( socket, request );
+      boost::beast::flat_buffer buffer;
+      http::response<http::string_body> response;
+      http::read( socket, buffer, response );
+      return { response.result_int(), boost::json::parse( response.body() ) };
+   } catch( boost::system::system_error const & error ) {
+      throw NotReached( "maintd at " + socketPath_ + " did not answer " + method + " " + target + ": " + error.what() );
+   }
+}
+
+std::string encoded( std::string const & component ) {
+   static char const hex[] = "0123456789ABCDEF";
+   std::string out;
+   for( char const c : component ) {
+      auto const byte = static_cast<unsigned char>( c );
+      if( std::isalnum( byte ) || c == '-' || c == '.' || c == '_' || c == '~' ) {
+         out += c;
+      } else {
+         ( ( out += '%' ) += hex[byte >> 4] ) += hex[byte & 15];
+      }
+   }
+   return out;
+}
+
+}  // namespace Cli

@@ -1,0 +1,112 @@
+#include "Print.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/json/serialize.hpp>
+#include <cmath>
+#include <cstdio>
+
+namespace Cli {
+
+namespace json = boost::json;
+
+void Table::print( std::ostream & out, std::string const & indent ) const {
+   std::vector<std::size_t> widths( rows_.front().size() );
+   for( auto const & row : rows_ ) {
+      for( std::size_t i = 0; i < row.size(); ++i ) widths[i] = std::max( widths[i], row[i].size() );
+   }
+   for( auto const & row : rows_ ) {
+      out << indent;
+      for( std::size_t i = 0; i < row.size(); ++i ) {
+         out << row[i];
+         if( i + 1 < row.size() ) out << std::string( widths[i] - row[i].size() + 2, ' ' );
+      }
+      out << "\n";
+   }
+}
+
+std::string rateText( double bitsPerSecond ) {
+   struct Unit {
+      double size;
+      char const * name;
+   };
+   static constexpr std::array<Unit, 4> units{ { { 1e9, "Gbps" }, { 1e6, "Mbps" }, { 1e3, "kbps" }, { 1, "bps" } } };
+   auto const unit =
+      std::find_if( units.begin(), units.end() - 1, [&]( Unit const & u ) { return bitsPerSecond >= u.size; } );
+   std::array<char, 48> buffer{};
+   std::snprintf( buffer.data(), buffer.size(), "%.3g %s", bitsPerSecond / unit->size, unit->name );
+   return buffer.data();
+}
+
+std::string spanText( double seconds ) {
+   auto const whole = static_cast<long long>( std::llround( seconds ) );
+   if( whole < 60 ) return std::to_string( whole ) + " s";
+   if( whole < 3600 ) return std::to_string( whole / 60 ) + " min " + std::to_string( whole % 60 ) + " s";
+   return std::to_string( whole / 3600 ) + " h " + std::to_string( whole % 3600 / 60 ) + " min";
+}
+
+std::string text( json::object const & object, char const * member ) {
+   auto const * const value = object.if_contains( member );
+   if( !value || value->is_null() ) return "";
+   return value->is_string() ? value->get_string().c_str() : json::serialize( *value );
+}
+
+double number( json::object const & object, char const * member ) {
+   auto const * const value = object.if_contains( member );
+   return value && value->is_number() ? value->to_number<double>() : 0;
+}
+
+namespace {
+
+bool has( json::object const & object, char const * member ) {
+   auto const * const value = object.if_contains( member );
+   return value && !value->is_null();
+}
+
+std::string orDash( std::string const & cell ) { return cell.empty() ? "-" : cell; }
+
+std::string rateCell( json::object const & object, char const * member ) {
+   return has( object, member ) ? rateText( number( object, member ) ) : "-";
+}
+
+std::string drainedCell( json::object const & unit ) {
+   return text( unit, "drained" ) + " of " + text( unit, "monitored" );
+}
+
+}  // namespace
+
+void printUnits( std::ostream & out, json::array const & units ) {
+   Table table( { "UNIT", "STATE", "GENERATION", "DRAINED", "NOTE" } );
+   for( auto const & value : units ) {
+      auto const & unit = value.as_object();
+      bool const served = text( unit, "state" ) == "entering" || text( unit, "state" ) == "inMaintenance";
+      table.row( { text( unit, "unit" ), text( unit, "state" ), text( unit, "generation" ),
+                   served ? drainedCell( unit ) : "-", orDash( text( unit, "note" ) ) } );
+   }
+   table.print( out );
+}
+
+void printInterfaces( std::ostream & out, json::array const & interfaces, std::string const & indent ) {
+   Table table( { "INTERFACE", "LINK", "MONITORING", "IN", "OUT", "THRESHOLD", "SAMPLES", "WAITING FOR" } );
+   for( auto const & value : interfaces ) {
+      auto const & intf = value.as_object();
+      table.row( { text( intf, "interface" ), orDash( text( intf, "operStatus" ) ),
+                   orDash( text( intf, "monitoring" ) ), rateCell( intf, "inBitsRate" ),
+                   rateCell( intf, "outBitsRate" ), rateCell( intf, "thresholdBitsRate" ),
+                   orDash( text( intf, "totalSamples" ) ), orDash( text( intf, "waitingFor" ) ) } );
+   }
+   table.print( out, indent );
+}
+
+void printStatus( std::ostream & out, json::array const & units ) {
+   for( auto const & value : units ) {
+      auto const & unit = value.as_object();
+      out << "unit " << text( unit, "unit" ) << ": " << text( unit, "state" ) << ", generation "
+          << text( unit, "generation" ) << "\n";
+      if( has( unit, "note" ) ) out << "  " << text( unit, "note" ) << "\n";
+      printInterfaces( out, unit.at( "interfaces" ).as_array(), "  " );
+      out << "\n";
+   }
+}
+
+}  // namespace Cli

@@ -1,0 +1,110 @@
+#include "api/HttpServer.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/beast/core/basic_stream.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+namespace Host {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+using Protocol = asio::local::stream_protocol;
+
+namespace {
+
+constexpr std::size_t bodyMax = 64 * 1024;
+constexpr std::chrono::seconds idleMax( 60 );
+
+// One client's connection. Keeps itself alive through the handlers that are under way.
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+   Connection( Protocol::socket socket, AsioLoop & loop, HttpServer::Handler const & handler )
+      : stream_( std::move( socket ) ), loop_( loop ), handler_( handler ) {}
+
+   void read() {
+      parser_.emplace();
+      parser_->body_limit( bodyMax );
+      stream_.expires_after( idleMax );
+      http::async_read(
+         stream_, buffer_, *parser_,
+         [self = shared_from_this()]( beast::error_code error, std::size_t ) { self->onRead( error ); } );
+   }
+
+ private:
+   void onRead( beast::error_code error ) {
+      if( error ) return;
+      auto const & request = parser_->get();
+      HttpAnswer answer;
+      HttpRequest const asked{ std::string( request.method_string() ), std::string( request.target() ) };
+      loop_.turn( [&] { answer = handler_( asked ); } );
+      response_ = {};
+      response_.version( request.version() );
+      response_.result( answer.status );
+      response_.set( http::field::content_type, "application/json" );
+      response_.keep_alive( request.keep_alive() );
+      response_.body() = std::move( answer.body ) + "\n";
+      response_.prepare_payload();
+      http::async_write( stream_, response_, [self = shared_from_this()]( beast::error_code e, std::size_t ) {
+         if( !e && self->response_.keep_alive() ) self->read();
+      } );
+   }
+
+   beast::basic_stream<Protocol> stream_;
+   AsioLoop & loop_;
+   HttpServer::Handler const & handler_;
+   beast::flat_buffer buffer_;
+   std::optional<http::request_parser<http::string_body>> parser_;
+   http::response<http::string_body> response_;
+};
+
+// Whether somebody still answers on the socket file.
+bool answered( asio::io_context & io, Protocol::endpoint const & endpoint ) {
+   Protocol::socket probe( io );
+   beast::error_code error;
+   probe.connect( endpoint, error );
+   return !error;
+}
+
+Protocol::acceptor listening( asio::io_context & io, std::string const & path ) {
+   Protocol::endpoint const endpoint( path );
+   if( answered( io, endpoint ) ) throw std::runtime_error( "another maintd answers at " + path );
+   ::unlink( path.c_str() );
+   try {
+      mode_t const before = ::umask( 0117 );
+      Protocol::acceptor acceptor( io, endpoint );
+      ::umask( before );
+      return acceptor;
+   } catch( boost::system::system_error const & error ) {
+      throw std::runtime_error( "listening at " + path + ": " + error.code().message() );
+   }
+}
+
+}  // namespace
+
+HttpServer::HttpServer( AsioLoop & loop, std::string path, Handler handler )
+   : loop_( loop ),
+     path_( std::move( path ) ),
+     handler_( std::move( handler ) ),
+     acceptor_( listening( loop.io(), path_ ) ) {
+   accept();
+}
+
+HttpServer::~HttpServer() { ::unlink( path_.c_str() ); }
+
+void HttpServer::accept() {
+   acceptor_.async_accept( [this]( beast::error_code error, Protocol::socket socket ) {
+      if( error == asio::error::operation_aborted ) return;
+      if( !error ) std::make_shared<Connection>( std::move( socket ), loop_, handler_ )->read();
+      accept();
+   } );
+}
+
+}  // namespace Host

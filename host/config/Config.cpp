@@ -1,0 +1,259 @@
+#include "config/Config.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+#include "config/Reading.h"
+
+namespace Host::Config {
+
+namespace {
+
+constexpr std::array profileFields = {
+   Field<Profile>{ "threshold", Presence::required,
+                   []( Reading & in, Value const & value, Profile & profile ) {
+                      profile.thresholdKbps = readRateKbps( in, value ).value_or( 0 );
+                   } },
+   Field<Profile>{ "sample-interval", Presence::optional,
+                   []( Reading & in, Value const & value, Profile & profile ) {
+                      profile.sampleIntervalSeconds =
+                         readSecondsAboveZero( in, value ).value_or( profile.sampleIntervalSeconds );
+                   } },
+   Field<Profile>{ "load-interval", Presence::optional,
+                   []( Reading & in, Value const & value, Profile & profile ) {
+                      profile.loadIntervalSeconds =
+                         readWholeSeconds( in, value ).value_or( profile.loadIntervalSeconds );
+                   } },
+   Field<Profile>{ "shutdown", Presence::optional,
+                   []( Reading & in, Value const & value, Profile & profile ) {
+                      // An answer that cannot be read counts as yes, so that max-delay is not blamed for it too.
+                      profile.shutdown = booleanOf( value, in.problems ).value_or( true );
+                   } },
+   Field<Profile>{ "max-delay", Presence::optional,
+                   []( Reading & in, Value const & value, Profile & profile ) {
+                      profile.maxDelaySeconds = readSeconds( in, value ).value_or( 0 );
+                   } },
+};
+
+void readProfile( Reading & in, Value const & value, Profile & profile ) {
+   auto const given = readMapping( in, value, Mapping<Profile>{ "a profile", profileFields }, profile );
+   Entry const * const maxDelay = find( given, "max-delay" );
+   if( !maxDelay || profile.shutdown ) return;
+   addProblem( in, maxDelay->at,
+               "'max-delay' says when a link is taken down at the latest and means nothing without 'shutdown: true'" );
+}
+
+constexpr std::array groupFields = {
+   Field<Group>{ "interfaces", Presence::required,
+                 []( Reading & in, Value const & value, Group & group ) {
+                    group.interfaces = readNames( in, value, checkInterfaceName );
+                 } },
+   Field<Group>{ "profile", Presence::optional,
+                 []( Reading & in, Value const & value, Group & group ) {
+                    group.profile = readName( in, value, checkProfileReference );
+                 } },
+};
+
+void readGroup( Reading & in, Value const & value, Group & group ) {
+   readMapping( in, value, Mapping<Group>{ "a group", groupFields }, group );
+}
+
+constexpr std::array unitFields = {
+   Field<Unit>{ "groups", Presence::required,
+                []( Reading & in, Value const & value, Unit & unit ) {
+                   unit.groups = readNames( in, value, checkGroupReference );
+                   bool const emptyList = value.node.IsSequence() && value.node.size() == 0;
+                   if( emptyList ) addProblem( in, value.at, "a unit needs at least one group" );
+                } },
+};
+
+void readUnit( Reading & in, Value const & value, Unit & unit ) {
+   readMapping( in, value, Mapping<Unit>{ "a unit", unitFields }, unit );
+}
+
+// A section of named entries. Returns the names, also those of entries that do not hold; none where the section is no
+// mapping at all.
+template<typename T>
+std::optional<Names> readNamed( Reading & in, Value const & section, NameCheck check,
+                                void ( *read )( Reading &, Value const &, T & ), std::vector<T> & into ) {
+   auto const entries = entriesOf( section, in.problems );
+   if( !entries ) return std::nullopt;
+   Names names;
+   for( Entry const & entry : *entries ) {
+      check( in, entry.at, entry.key );
+      T & named = into.emplace_back();
+      named.name = entry.key;
+      read( in, entry.value, named );
+      names.push_back( entry.key );
+   }
+   return names;
+}
+
+void readStageName( Reading & in, Value const & value, Stage & stage ) {
+   stage.name = readName( in, value, checkStageName );
+}
+
+void readRun( Reading & in, Value const & value, Stage & stage ) {
+   auto const items = itemsOf( value, in.problems );
+   if( !items ) return;
+   for( Value const & item : *items ) {
+      auto const argument = textOf( item, in.problems ).value_or( "" );
+      // A program's arguments end at the first such byte, so the rest would be lost.
+      if( argument.find( '\0' ) != std::string::npos ) addProblem( in, item.at, "an argument must not contain '\\0'" );
+      stage.run.push_back( argument );
+   }
+   bool const hasProgram = !stage.run.empty() && !stage.run.front().empty();
+   if( !hasProgram ) addProblem( in, value.at, "'run' must begin with the program to run" );
+}
+
+void readOnTimeout( Reading & in, Value const & value, Stage & stage ) {
+   auto const text = textOf( value, in.problems );
+   if( !text ) return;
+   if( *text == "continue" ) {
+      stage.onTimeout = OnTimeout::proceed;
+   } else if( *text != "rollback" ) {
+      addProblem( in, value.at, "'" + *text + "' must be rollback or continue" );
+   }
+}
+
+constexpr std::array stageFields = {
+   Field<Stage>{ "name", Presence::required, readStageName },
+   Field<Stage>{ "run", Presence::optional, readRun },
+   Field<Stage>{ "timeout", Presence::optional,
+                 []( Reading & in, Value const & value, Stage & stage ) {
+                    stage.timeoutSeconds = readSecondsAboveZero( in, value );
+                 } },
+   Field<Stage>{ "on-timeout", Presence::optional, readOnTimeout },
+};
+
+[[nodiscard]] Stage readStage( Reading & in, Value const & value ) {
+   Stage stage;
+   auto const given = readMapping( in, value, Mapping<Stage>{ "a stage", stageFields }, stage );
+   Entry const * const onTimeout = find( given, "on-timeout" );
+   if( onTimeout && !find( given, "timeout" ) ) {
+      addProblem( in, onTimeout->at, "'on-timeout' means nothing without 'timeout'" );
+   }
+   if( stage.name.empty() ) return stage;
+
+   Entry const * const run = find( given, "run" );
+   bool const isRateMon = stage.name == rateMonStage;
+   if( isRateMon && run ) addProblem( in, run->at, "the stage 'ratemon' is the service's own and runs no program" );
+   if( !isRateMon && !run ) addProblem( in, value.owner, "the stage '" + stage.name + "' needs 'run'" );
+   return stage;
+}
+
+void readStageList( Reading & in, Value const & value, std::vector<Stage> & stages ) {
+   auto const items = itemsOf( value, in.problems );
+   if( !items ) return;
+   stages.clear();
+   for( Value const & item : *items ) {
+      // A stage is an element of a list: what it lacks is reported at the element itself, not at the list.
+      Stage const stage = readStage( in, { item.node, item.at, item.at } );
+      bool const repeated = std::ranges::find( stages, stage.name, &Stage::name ) != stages.end();
+      if( repeated && !stage.name.empty() ) {
+         addProblem( in, item.at, "the stage '" + stage.name + "' is in this list twice" );
+      }
+      stages.push_back( stage );
+   }
+   bool const hasRateMon = std::ranges::find( stages, rateMonStage, &Stage::name ) != stages.end();
+   if( !hasRateMon ) addProblem( in, value.at, "the list lacks the stage 'ratemon'" );
+}
+
+constexpr std::array stagesFields = {
+   Field<Stages>{
+      "maintEnter", Presence::optional,
+      []( Reading & in, Value const & value, Stages & stages ) { readStageList( in, value, stages.maintEnter ); } },
+   Field<Stages>{
+      "maintExit", Presence::optional,
+      []( Reading & in, Value const & value, Stages & stages ) { readStageList( in, value, stages.maintExit ); } },
+};
+
+// What is referred to comes before what refers to it.
+constexpr std::array fileFields = {
+   Field<Config>{ "profiles", Presence::required,
+                  []( Reading & in, Value const & value, Config & config ) {
+                     in.profileNames = readNamed( in, value, checkProfileName, readProfile, config.profiles );
+                  } },
+   Field<Config>{ "default-profile", Presence::required,
+                  []( Reading & in, Value const & value, Config & config ) {
+                     config.defaultProfile = readName( in, value, checkProfileReference );
+                  } },
+   Field<Config>{ "groups", Presence::required,
+                  []( Reading & in, Value const & value, Config & config ) {
+                     in.groupNames = readNamed( in, value, checkGroupName, readGroup, config.groups );
+                  } },
+   Field<Config>{ "units", Presence::required,
+                  []( Reading & in, Value const & value, Config & config ) {
+                     readNamed( in, value, checkUnitName, readUnit, config.units );
+                  } },
+   Field<Config>{ "stages", Presence::optional,
+                  []( Reading & in, Value const & value, Config & config ) {
+                     readMapping( in, value, Mapping<Stages>{ "'stages'", stagesFields }, config.stages );
+                  } },
+};
+
+void readFile( Reading & in, std::string const & text ) {
+   Stage ratemon;
+   ratemon.name = rateMonStage;
+   in.config.stages = { { ratemon }, { ratemon } };
+   try {
+      Value const document = documentOf( text, in.problems );
+      readMapping( in, document, Mapping<Config>{ "the file", fileFields }, in.config );
+   } catch( YAML::Exception const & error ) {
+      bool const placed = !error.mark.is_null();
+      addProblem( in, placed ? Position{ error.mark.line + 1, error.mark.column + 1 } : Position{},
+                  "this is not YAML: " + error.msg );
+   }
+}
+
+[[nodiscard]] std::string joined( std::string const & fileName, std::vector<Problem> const & problems ) {
+   std::string lines;
+   for( Problem const & problem : problems ) {
+      if( !lines.empty() ) lines += '\n';
+      lines += fileName + ':';
+      if( problem.line > 0 ) lines += std::to_string( problem.line ) + ':' + std::to_string( problem.column ) + ':';
+      lines += ' ' + problem.text;
+   }
+   return lines;
+}
+
+// errno after a failed call on the file, as a ConfigError.
+[[nodiscard]] ConfigError unreadable( std::string const & path, int error ) {
+   return { path, { { 0, 0, "cannot be read: " + std::generic_category().message( error ) } } };
+}
+
+[[nodiscard]] std::string contentsOf( std::string const & path ) {
+   std::unique_ptr<std::FILE, int ( * )( std::FILE * )> const file( std::fopen( path.c_str(), "re" ), std::fclose );
+   if( !file ) throw unreadable( path, errno );
+   std::string text;
+   std::array<char, 4096> block;
+   while( std::size_t const count = std::fread( block.data(), 1, block.size(), file.get() ) ) {
+      text.append( block.data(), count );
+   }
+   if( std::ferror( file.get() ) ) throw unreadable( path, errno );
+   return text;
+}
+
+}  // namespace
+
+ConfigError::ConfigError( std::string const & fileName, std::vector<Problem> problems )
+   : std::runtime_error( joined( fileName, problems ) ), problems_( std::move( problems ) ) {}
+
+Config parse( std::string_view text, std::string const & fileName ) {
+   Reading in;
+   readFile( in, std::string( text ) );
+   if( in.problems.empty() ) return std::move( in.config );
+
+   // Found in the order of the tables; told in the order in which a person goes through the file.
+   std::ranges::stable_sort( in.problems, {}, []( Problem const & p ) { return std::tie( p.line, p.column ); } );
+   throw ConfigError( fileName, std::move( in.problems ) );
+}
+
+Config load( std::string const & path ) { return parse( contentsOf( path ), path ); }
+
+}  // namespace Host::Config

@@ -1,0 +1,110 @@
+// The configuration of maintd: what the operator's file says, checked as a whole and handed over in plain structs.
+//
+// The service loads it at start and again at every reload; nothing else reads the file. A Config that exists holds: every
+// name that is referred to is there, every quantity is in range, each stage list has its "ratemon". A file that does not
+// hold gives no Config at all but a ConfigError with every problem in it, so that a reload can leave things as they are
+// and the operator mends the file in one go.
+//
+// Everything is in file order, because order is precedence: where two units or groups claim an interface, the one written
+// first wins. Whatever stands here can be compared, which is how a reload finds what changed.
+//
+// This never looks at the network: whether an interface exists is the service's business.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Host::Config {
+
+// The stage that the plug-in serves; every stage list names it exactly once, and only it has nothing to run.
+inline constexpr std::string_view rateMonStage = "ratemon";
+
+// How an interface is watched. The values below are what a field left out of the file means.
+struct Profile {
+   std::string name;
+   double thresholdKbps = 0;                // kbit/s, always given; quiet is strictly below, so 0 is never reached
+   double sampleIntervalSeconds = 10;       // > 0
+   std::uint32_t loadIntervalSeconds = 60;  // how long traffic must stay quiet; 0: the first quiet sample is enough
+   bool shutdown = false;                   // take the link down once it has drained
+   double maxDelaySeconds = 0;              // with shutdown: take it down after this long at the latest; 0: at once
+
+   bool operator==( Profile const & ) const = default;
+};
+
+// Interfaces that share a role. One interface may be in several groups.
+struct Group {
+   std::string name;
+   std::vector<std::string> interfaces;
+   std::optional<std::string> profile;  // absent: the default profile
+
+   bool operator==( Group const & ) const = default;
+};
+
+// What an operator puts into maintenance. One group may be in several units.
+struct Unit {
+   std::string name;
+   std::vector<std::string> groups;  // never empty
+
+   bool operator==( Unit const & ) const = default;
+};
+
+// What happens to the unit when a stage takes longer than its timeout.
+enum class OnTimeout { rollback, proceed };
+
+struct Stage {
+   std::string name;
+   std::vector<std::string> run;          // program and arguments; empty for "ratemon" and for no other
+   std::optional<double> timeoutSeconds;  // > 0; absent: the stage may take as long as it needs
+   OnTimeout onTimeout = OnTimeout::rollback;
+
+   bool operator==( Stage const & ) const = default;
+};
+
+// The stages of both directions, in the order in which they run. A list left out of the file is "ratemon" alone.
+struct Stages {
+   std::vector<Stage> maintEnter;
+   std::vector<Stage> maintExit;
+
+   bool operator==( Stages const & ) const = default;
+};
+
+struct Config {
+   std::vector<Profile> profiles;
+   std::string defaultProfile;
+   std::vector<Group> groups;
+   std::vector<Unit> units;
+   Stages stages;
+
+   bool operator==( Config const & ) const = default;
+};
+
+// One thing that is wrong with the file. Line and column count from 1, the column in bytes. Both are 0 where the
+// problem is the file as a whole.
+struct Problem {
+   int line = 0;
+   int column = 0;
+   std::string text;
+};
+
+// A file that does not hold. what() has one line per problem, "file:line:column: reason", in the order of the file.
+class ConfigError : public std::runtime_error {
+ public:
+   ConfigError( std::string const & fileName, std::vector<Problem> problems );
+
+   [[nodiscard]] std::vector<Problem> const & problems() const { return problems_; }
+
+ private:
+   std::vector<Problem> problems_;
+};
+
+// Reads and checks the file at path. Throws ConfigError, also when the file cannot be read.
+[[nodiscard]] Config load( std::string const & path );
+
+// Checks text that is already in memory; fileName is only named in the reasons. Throws ConfigError.
+[[nodiscard]] Config parse( std::string_view text, std::string const & fileName );
+
+}  // namespace Host::Config

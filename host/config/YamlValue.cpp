@@ -1,0 +1,153 @@
+#include "config/YamlValue.h"
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+#include <sstream>
+#include <utility>
+
+#include <yaml-cpp/eventhandler.h>
+
+namespace Host::Config {
+
+namespace {
+
+[[nodiscard]] Position positionOf( YAML::Mark const & mark ) { return { mark.line + 1, mark.column + 1 }; }
+
+[[nodiscard]] Value valueOf( YAML::Node const & node, Position owner ) {
+   // The parser places an empty value at whatever comes after it, which may be lines below.
+   if( node.IsNull() ) return { node, owner, owner };
+   return { node, positionOf( node.Mark() ), owner };
+}
+
+[[nodiscard]] std::string_view kindOf( YAML::Node const & node ) {
+   if( node.IsMap() ) return "a mapping";
+   if( node.IsSequence() ) return "a list";
+   if( node.IsScalar() ) return "a single value";
+   return "nothing";
+}
+
+[[nodiscard]] std::nullopt_t refuse( Value const & value, std::string_view expected, Problems & problems ) {
+   addProblem( problems, value.at,
+               "expected " + std::string( expected ) + ", found " + std::string( kindOf( value.node ) ) );
+   return std::nullopt;
+}
+
+// Listens for where documents begin and drops what they hold. Loading all documents of a text would not do: the library
+// never comes to an end on a stray ',' between them, which it takes for one empty document after the other.
+class DocumentStarts final : public YAML::EventHandler {
+ public:
+   [[nodiscard]] Position last() const { return last_; }
+
+   void OnDocumentStart( YAML::Mark const & mark ) override { last_ = positionOf( mark ); }
+   void OnDocumentEnd() override {}
+   void OnNull( YAML::Mark const &, YAML::anchor_t ) override {}
+   void OnAlias( YAML::Mark const &, YAML::anchor_t ) override {}
+   void OnScalar( YAML::Mark const &, std::string const &, YAML::anchor_t, std::string const & ) override {}
+   void OnSequenceStart( YAML::Mark const &, std::string const &, YAML::anchor_t, YAML::EmitterStyle::value ) override {
+   }
+   void OnSequenceEnd() override {}
+   void OnMapStart( YAML::Mark const &, std::string const &, YAML::anchor_t, YAML::EmitterStyle::value ) override {}
+   void OnMapEnd() override {}
+
+ private:
+   Position last_;
+};
+
+void refuseRepeatedKeys( std::vector<Entry> const & entries, Problems & problems ) {
+   std::map<std::string_view, int> firstLine;
+   for( Entry const & entry : entries ) {
+      auto const [first, isNew] = firstLine.emplace( entry.key, entry.at.line );
+      if( isNew ) continue;
+      addProblem( problems, entry.at,
+                  "'" + entry.key + "' is given twice, first at line " + std::to_string( first->second ) );
+   }
+}
+
+// Insertions, deletions and replacements that lead from one text to the other.
+[[nodiscard]] std::size_t editDistance( std::string_view from, std::string_view to ) {
+   std::vector<std::size_t> row( to.size() + 1 );
+   std::iota( row.begin(), row.end(), std::size_t{ 0 } );
+   for( std::size_t i = 0; i < from.size(); ++i ) {
+      std::size_t diagonal = std::exchange( row[0], i + 1 );
+      for( std::size_t j = 0; j < to.size(); ++j ) {
+         std::size_t const replaced = diagonal + ( from[i] == to[j] ? 0 : 1 );
+         diagonal = row[j + 1];
+         row[j + 1] = std::min( { replaced, diagonal + 1, row[j] + 1 } );
+      }
+   }
+   return row.back();
+}
+
+template<typename Text>
+[[nodiscard]] std::string nearest( std::string_view given, std::span<Text const> names ) {
+   std::size_t best = std::min<std::size_t>( 2, given.size() / 2 ) + 1;
+   std::string_view found;
+   for( std::string_view const name : names ) {
+      std::size_t const distance = editDistance( given, name );
+      if( distance >= best ) continue;
+      best = distance;
+      found = name;
+   }
+   return found.empty() ? "" : "; did you mean '" + std::string( found ) + "'?";
+}
+
+}  // namespace
+
+bool isControl( char c ) { return static_cast<unsigned char>( c ) < 0x20 || c == 0x7f; }
+
+void addProblem( Problems & problems, Position at, std::string text ) {
+   std::ranges::replace_if( text, isControl, '?' );
+   problems.push_back( { at.line, at.column, std::move( text ) } );
+}
+
+Value documentOf( std::string const & text, Problems & problems ) {
+   Value document = valueOf( YAML::Load( text ), {} );
+   std::istringstream stream( text );
+   YAML::Parser parser( stream );
+   DocumentStarts starts;
+   bool const isMore = parser.HandleNextDocument( starts ) && parser.HandleNextDocument( starts );
+   if( isMore ) addProblem( problems, starts.last(), "the document has ended before this; a file holds only one" );
+   return document;
+}
+
+std::optional<std::vector<Entry>> entriesOf( Value const & value, Problems & problems ) {
+   if( !value.node.IsMap() ) return refuse( value, "a mapping of 'key: value'", problems );
+   std::vector<Entry> entries;
+   for( auto const & pair : value.node ) {
+      Value const key = valueOf( pair.first, value.at );
+      if( auto const name = textOf( key, problems ) ) {
+         entries.push_back( { *name, key.at, valueOf( pair.second, key.at ) } );
+      }
+   }
+   refuseRepeatedKeys( entries, problems );
+   return entries;
+}
+
+std::optional<std::vector<Value>> itemsOf( Value const & value, Problems & problems ) {
+   if( !value.node.IsSequence() ) return refuse( value, "a list like [a, b]", problems );
+   std::vector<Value> items;
+   for( auto const & item : value.node ) items.push_back( valueOf( item, value.at ) );
+   return items;
+}
+
+std::optional<std::string> textOf( Value const & value, Problems & problems ) {
+   if( !value.node.IsScalar() ) return refuse( value, "a single value", problems );
+   return value.node.Scalar();
+}
+
+std::optional<bool> booleanOf( Value const & value, Problems & problems ) {
+   bool answer = false;
+   if( !value.node.IsScalar() ) return refuse( value, "true or false", problems );
+   if( YAML::convert<bool>::decode( value.node, answer ) ) return answer;
+   addProblem( problems, value.at, "expected true or false, found '" + value.node.Scalar() + "'" );
+   return std::nullopt;
+}
+
+std::string suggestion( std::string_view given, std::span<std::string_view const> names ) {
+   return nearest( given, names );
+}
+
+std::string suggestion( std::string_view given, std::span<std::string const> names ) { return nearest( given, names ); }
+
+}  // namespace Host::Config

@@ -1,0 +1,49 @@
+// The agent's one loop: waits with Asio, for the activity loop's next due time or for a descriptor, and runs the activity loop.
+//
+// Everything that reads or writes records runs inside a turn of the activity loop: a handler of a descriptor calls turn( work ),
+// so that the plug-in's clock stands still while it works and its timers and deferred work follow at once. Owned by the agent.
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <functional>
+#include <list>
+
+#include "kel/ActivityLoop.h"
+
+namespace Host {
+
+class AsioLoop {
+ public:
+   // Runs `loop`, whose clock must be CLOCK_BOOTTIME, until stop().
+   explicit AsioLoop( Kel::ActivityLoop & loop );
+
+   [[nodiscard]] boost::asio::io_context & io() { return io_; }
+
+   // Runs `work` in a turn of its own, now. Called from handlers of io(), never from within a turn.
+   void turn( std::function<void()> const & work = {} );
+
+   // Runs `readable` in a turn whenever the descriptor, which stays its owner's, can be read.
+   void watch( int fd, std::function<void()> readable );
+
+   void run();
+   void stop() { io_.stop(); }
+
+ private:
+   struct Watch {
+      boost::asio::posix::stream_descriptor descriptor;
+      std::function<void()> readable;
+      ~Watch() { descriptor.release(); }
+   };
+
+   void awaitReadable( Watch & watch );
+   void awaitDue();
+   void armTimer();
+
+   Kel::ActivityLoop & loop_;
+   boost::asio::io_context io_{ 1 };
+   boost::asio::posix::stream_descriptor timer_;  // a timerfd, so that suspended time counts as in the loop's clock
+   std::list<Watch> watches_;
+};
+
+}  // namespace Host

@@ -1,0 +1,72 @@
+// maintd: the maintenance service of a Linux box.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <iostream>
+
+#include "Agent.h"
+
+namespace {
+
+constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
+
+enum ExitStatus : int { stopped = 0, failed = 1, usage = 2 };
+
+// The plug-in lies beside the program, or where it is said to be.
+std::string pluginBesideProgram() {
+   return ( std::filesystem::read_symlink( "/proc/self/exe" ).parent_path() / "RateMonPlugin.so" ).string();
+}
+
+// What the file asks for and this agent does not do is an error, not a surprise at the next maintenance.
+void refuseHooks( Host::Config::Config const & config ) {
+   for( auto const * stages : { &config.stages.maintEnter, &config.stages.maintExit } ) {
+      for( auto const & stage : *stages ) {
+         if( stage.name == Host::Config::rateMonStage && !stage.timeoutSeconds ) continue;
+         throw std::runtime_error( "stage \"" + stage.name +
+                                   "\": this maintd carries out the stage \"ratemon\" without a timeout and no other" );
+      }
+   }
+}
+
+int serve( Host::Config::Config const & config, Host::Agent::Options const & options ) {
+   try {
+      Host::Agent agent( config, options );
+      std::cerr << "maintd: " << config.units.size() << " units, serving at " << options.socket << "\n";
+      agent.run();
+      std::cerr << "maintd: stopping\n";
+      return stopped;
+   } catch( std::exception const & error ) {
+      std::cerr << "maintd: " << error.what() << "\n";
+      return failed;
+   }
+}
+
+}  // namespace
+
+int main( int argc, char ** argv ) {
+   CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
+   std::string file;
+   Host::Agent::Options options{ pluginBesideProgram(), defaultSocket, "" };
+   app.add_option( "--config", file, "the configuration, see examples/maintd.yaml" )->required();
+   app.add_option( "--socket", options.socket, "unix socket of the API" )->capture_default_str();
+   app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
+   app.add_option( "--counter-table", options.counterTable,
+                   "shared file for the interface counters (default: private memory)" );
+   app.add_flag( "--foreground", "stay in the foreground (it always does: a service manager backgrounds it)" );
+   try {
+      app.parse( argc, argv );
+   } catch( CLI::ParseError const & error ) {
+      return app.exit( error ) == 0 ? stopped : usage;
+   }
+   Host::Config::Config config;
+   try {
+      config = Host::Config::load( file );
+      refuseHooks( config );
+   } catch( std::exception const & error ) {
+      std::cerr << error.what() << "\n";
+      return usage;
+   }
+   auto const directory = std::filesystem::path( options.socket ).parent_path();
+   std::error_code ignored;  // a directory that cannot be made shows when the socket is bound
+   if( !directory.empty() ) std::filesystem::create_directories( directory, ignored );
+   return serve( config, options );
+}

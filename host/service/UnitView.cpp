@@ -1,0 +1,202 @@
+#include "service/UnitView.h"
+
+#include <array>
+#include <cstdio>
+
+#include "kel/ActivityLoop.h"
+#include "records/Errdisable.h"
+
+namespace Host {
+
+using Kel::value;
+using Maintenance::MonIntfState;
+using Maintenance::Unit::State;
+
+namespace {
+
+Kel::Value list( std::vector<Kel::Value> elements ) {
+   return Kel::Value( Kel::Value::Content( std::move( elements ) ) );
+}
+
+std::string rateText( double bitsPerSecond ) {
+   std::array<char, 64> text{};
+   double const scaled = bitsPerSecond >= 1e9 ? 1e9 : bitsPerSecond >= 1e6 ? 1e6 : bitsPerSecond >= 1e3 ? 1e3 : 1;
+   char const * const name = scaled == 1e9 ? "Gbps" : scaled == 1e6 ? "Mbps" : scaled == 1e3 ? "kbps" : "bps";
+   std::snprintf( text.data(), text.size(), "%.3g %s", bitsPerSecond / scaled, name );
+   return text.data();
+}
+
+std::string secondsText( double seconds ) {
+   std::array<char, 64> text{};
+   std::snprintf( text.data(), text.size(), "%.6g s", seconds );
+   return text.data();
+}
+
+double thresholdBitsRate( IntfMaintenanceProfile::Config const & profile ) {
+   return 1000 * profile.rateMonThresholdInKbps();
+}
+
+// How long the traffic has been below the threshold without a break, as the drain rule counts it.
+double belowSeconds( Maintenance::MonIntfStatus const & status, IntfMaintenanceProfile::Config const & profile ) {
+   return status.numConsecutiveDrainedSamples() * profile.sampleInterval();
+}
+
+std::string directionsAbove( Interface::IntfRates const & rates, double threshold ) {
+   std::string text;
+   if( rates.inBitsRate >= threshold ) text += "in " + rateText( rates.inBitsRate );
+   if( rates.outBitsRate >= threshold ) text += ( text.empty() ? "out " : ", out " ) + rateText( rates.outBitsRate );
+   return text;
+}
+
+}  // namespace
+
+Kel::Ptr<IntfMaintenanceProfile::Config const> UnitView::profile( Kel::String8 const & name ) const {
+   return state_.profiles->config( name );
+}
+
+bool UnitView::served( std::string const & unitName ) const {
+   auto const unit = state_.unitStatus->status( Kel::String8( unitName ) );
+   return unit && ( unit->state() == State::entering || unit->state() == State::inMaintenance );
+}
+
+bool UnitView::linkUp( Lumo::IntfId intf ) const {
+   auto const status = state_.intfStatus->intfStatus( intf );
+   return status && status->operStatus() == Interface::IntfOperStatus::up;
+}
+
+bool UnitView::shutDown( Lumo::IntfId intf ) const {
+   auto const cause =
+      Kel::dynamicPtrCast<Errdisable::CauseStatus>( state_.errdisableCauses->entityRef( "maintenance-shutdown" ) );
+   return cause && cause->intfStatus( intf );
+}
+
+std::string UnitView::linkTrouble( Lumo::IntfId intf ) const {
+   if( !state_.intfStatus->intfStatus( intf ) ) return "there is no such interface";
+   return linkUp( intf ) ? "" : "the link is down";
+}
+
+std::string UnitView::waitingFor( Lumo::IntfId intf, Maintenance::MonIntfStatus const & status,
+                                  IntfMaintenanceProfile::Config const & prof ) const {
+   double const threshold = thresholdBitsRate( prof );
+   std::string const above = directionsAbove( status.curRates(), threshold );
+   if( status.state() == MonIntfState::passiveMonitoring ) {
+      bool const sampled = status.numSamplesAboveThresholdPostMaint() + status.numSamplesBelowThresholdPostMaint() > 0;
+      return sampled && !above.empty() && !shutDown( intf ) ? "nothing, but traffic is back: " + above : "";
+   }
+   if( status.state() != MonIntfState::thresholdMonitoring ) return "";
+   if( status.totalSamples() == 0 ) return "its first sample";
+   if( !above.empty() ) return above + " to fall below " + rateText( threshold );
+   double const below = belowSeconds( status, prof );
+   return "below " + rateText( threshold ) + " for " + secondsText( below ) + ", " +
+          secondsText( std::max( 0.0, prof.rateMonLoadInterval() - below ) ) + " still needed";
+}
+
+Kel::Value UnitView::interfaceView( Lumo::IntfId intf, std::string const & unitName ) const {
+   auto const link = state_.intfStatus->intfStatus( intf );
+   auto const status = state_.monIntfStatus->monIntfStatus( intf );
+   bool const monitored = status && ( unitName.empty() || served( unitName ) );
+   Kel::Value::Object view{
+      { "interface", value( std::string( intf.name() ) ) },
+      { "operStatus", link ? value( enumName( link->operStatus() ) ) : value( "missing" ) },
+      { "monitored", value( monitored ) },
+      { "shutDown", value( shutDown( intf ) ) },
+   };
+   if( !monitored ) {
+      std::string const trouble = linkTrouble( intf );
+      bool const expected = unitName.empty() ? false : served( unitName );
+      view.emplace_back( "monitoring", Kel::Value() );
+      view.emplace_back( "waitingFor",
+                         expected ? value( "not monitored: " +
+                                           ( trouble.empty() ? "its link came up after the unit entered" : trouble ) )
+                                  : Kel::Value() );
+      return value( std::move( view ) );
+   }
+   auto const prof = profile( status->profileName() );
+   auto const & rates = status->curRates();
+   view.emplace_back( "monitoring", value( enumName( status->state() ) ) );
+   view.emplace_back( "drained", value( status->state() == MonIntfState::passiveMonitoring ) );
+   view.emplace_back( "profile", value( status->profileName() ) );
+   view.emplace_back( "inBitsRate", value( rates.inBitsRate ) );
+   view.emplace_back( "outBitsRate", value( rates.outBitsRate ) );
+   view.emplace_back( "totalSamples", value( status->totalSamples() ) );
+   view.emplace_back( "lastSampleSecondsAgo", value( Kel::now() - status->lastSampleTime() ) );
+   view.emplace_back( "monitoredSeconds", value( Kel::now() - status->startTime() ) );
+   view.emplace_back( "spikeUnderMaint", value( status->spikeUnderMaint() ) );
+   if( !prof ) return value( std::move( view ) );
+   view.emplace_back( "thresholdBitsRate", value( thresholdBitsRate( *prof ) ) );
+   view.emplace_back( "sampleIntervalSeconds", value( prof->sampleInterval() ) );
+   view.emplace_back( "loadIntervalSeconds", value( prof->rateMonLoadInterval() ) );
+   view.emplace_back( "belowSeconds", value( belowSeconds( *status, *prof ) ) );
+   view.emplace_back( "neededSeconds",
+                      value( std::max( 0.0, prof->rateMonLoadInterval() - belowSeconds( *status, *prof ) ) ) );
+   std::string const waiting = waitingFor( intf, *status, *prof );
+   view.emplace_back( "waitingFor", waiting.empty() ? Kel::Value() : value( waiting ) );
+   return value( std::move( view ) );
+}
+
+Kel::Value UnitView::unitNote( Maintenance::Unit::Status const & unit ) const {
+   std::string const name = unit.unitName().str();
+   std::string reasons;
+   for( Lumo::IntfId const intf : config_.interfacesOf( name ) ) {
+      if( state_.monIntfStatus->monIntfStatus( intf ) ) return Kel::Value();
+      std::string const trouble = linkTrouble( intf );
+      reasons += ( reasons.empty() ? "" : "; " ) + std::string( intf.name() ) + ": " +
+                 ( trouble.empty() ? "its link came up after the unit entered" : trouble );
+   }
+   if( !served( name ) ) return Kel::Value();
+   return value( "nothing was monitored: " + ( reasons.empty() ? "the unit has no interfaces" : reasons ) );
+}
+
+Kel::Value UnitView::unit( std::string const & name ) const {
+   auto const unit = state_.unitStatus->status( Kel::String8( name ) );
+   if( !unit ) return Kel::Value();
+   std::vector<Kel::Value> interfaces;
+   uint64_t monitored = 0;
+   uint64_t drained = 0;
+   for( Lumo::IntfId const intf : config_.interfacesOf( name ) ) {
+      interfaces.push_back( interfaceView( intf, name ) );
+      auto const status = served( name ) ? state_.monIntfStatus->monIntfStatus( intf ) : nullptr;
+      if( !status ) continue;
+      ++monitored;
+      if( status->state() == MonIntfState::passiveMonitoring ) ++drained;
+   }
+   return value( Kel::Value::Object{
+      { "unit", value( name ) },
+      { "state", value( enumName( unit->state() ) ) },
+      { "generation", value( unit->genId() ) },
+      { "monitored", value( monitored ) },
+      { "drained", value( drained ) },
+      { "totalViolations", value( unit->totalIntfTrafficViolations() ) },
+      { "note", unitNote( *unit ) },
+      { "interfaces", list( std::move( interfaces ) ) },
+   } );
+}
+
+Kel::Value UnitView::units() const {
+   std::vector<Kel::Value> all;
+   for( auto [name, unitStatus] : state_.unitStatus->statusIterator() ) all.push_back( unit( name.str() ) );
+   return value( Kel::Value::Object{ { "units", list( std::move( all ) ) } } );
+}
+
+Kel::Value UnitView::interfaces() const {
+   std::vector<Kel::Value> all;
+   for( Lumo::IntfId const intf : config_.interfaces() ) {
+      auto view = interfaceView( intf, "" );
+      std::vector<Kel::Value> units;
+      for( std::string const & unitName : config_.unitsOf( intf ) ) units.push_back( value( unitName ) );
+      auto object = *view.as<Kel::Value::Object>();
+      object.emplace_back( "units", list( std::move( units ) ) );
+      all.push_back( value( std::move( object ) ) );
+   }
+   return value( Kel::Value::Object{ { "interfaces", list( std::move( all ) ) } } );
+}
+
+std::string UnitView::unitNames() const {
+   std::string names;
+   for( auto [name, unitStatus] : state_.unitStatus->statusIterator() ) {
+      names += ( names.empty() ? "" : ", " ) + name.str();
+   }
+   return names;
+}
+
+}  // namespace Host
