@@ -16,6 +16,7 @@
 #include "feed/LinkFeed.h"
 #include "loop/AsioLoop.h"
 #include "plugin/PluginContext.h"
+#include "quill/EntityManager.h"
 #include "service/ConfigRecords.h"
 #include "service/UnitService.h"
 #include "service/UnitView.h"

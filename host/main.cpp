@@ -51,7 +51,9 @@ int main( int argc, char ** argv ) {
    app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
    app.add_option( "--counter-table", options.counterTable,
                    "shared file for the interface counters (default: private memory)" );
-   app.add_flag( "--foreground", "stay in the foreground (it always does: a service manager backgrounds it)" );
+   bool foreground = true;
+   app.add_flag( "--foreground", foreground,
+                 "stay in the foreground (it always does: a service manager backgrounds it)" );
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {

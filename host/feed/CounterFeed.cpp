@@ -11,9 +11,8 @@ void CounterFeed::refresh() {
       stats_.read( [this]( int index, rtnl_link_stats64 const & stats ) {
          auto const link = links_.interfaces().find( index );
          if( link == links_.interfaces().end() ) return;  // its appearance is not told of yet
-         Octets & octets = octets_[link->second];
-         counters_.countersIs( link->second,
-                               { octets.in.value( stats.rx_bytes ), octets.out.value( stats.tx_bytes ), Kel::now() } );
+         auto const octets = octets_[link->second].value( { stats.rx_bytes, stats.tx_bytes } );
+         counters_.countersIs( link->second, { octets.in, octets.out, Kel::now() } );
       } );
    } catch( Linux::NetlinkError const & error ) {
       std::cerr << "maintd: reading the links' counters: " << error.what() << "\n";

@@ -26,14 +26,11 @@ class CounterFeed {
    [[nodiscard]] uint64_t reads() const { return stats_.reads(); }
 
  private:
-   struct Octets {
-      Linux::MonotonicCounter in, out;
-   };
-
    LinkFeed const & links_;
    KelQuill::CounterWriter & counters_;
    Linux::StatsReader stats_;
-   std::unordered_map<Lumo::IntfId, Octets> octets_;  // kept when a link goes: it may come back under its name
+   std::unordered_map<Lumo::IntfId, Linux::MonotonicCounter>
+      octets_;  // kept when a link goes: it may come back under its name
 };
 
 }  // namespace Host

@@ -55,7 +55,7 @@ void AsioLoop::awaitDue() {
 }
 
 void AsioLoop::watch( int fd, std::function<void()> readable ) {
-   watches_.push_back( Watch{ asio::posix::stream_descriptor( io_, fd ), std::move( readable ) } );
+   watches_.emplace_back( io_, fd, std::move( readable ) );
    awaitReadable( watches_.back() );
 }
 

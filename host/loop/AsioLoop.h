@@ -31,9 +31,14 @@ class AsioLoop {
 
  private:
    struct Watch {
+      Watch( boost::asio::io_context & io, int fd, std::function<void()> handler )
+         : descriptor( io, fd ), readable( std::move( handler ) ) {}
+      Watch( Watch const & ) = delete;
+      Watch & operator=( Watch const & ) = delete;
+      ~Watch() { descriptor.release(); }
+
       boost::asio::posix::stream_descriptor descriptor;
       std::function<void()> readable;
-      ~Watch() { descriptor.release(); }
    };
 
    void awaitReadable( Watch & watch );

@@ -1,11 +1,12 @@
 // Mounts: how a plug-in says which state it needs, and is called once all of it is there.
 //
-// A Mounter, usually the plug-in's loader entity, asks the state database for a group, adds its mounts and closes the group. In
-// a later turn of the activity loop the group checks every mount and calls doMountsComplete once. State and mounter live in one
-// process, so a mount copies nothing: it promises that the entity exists and has the type that the mounter expects.
+// A Mounter, usually the plug-in's loader entity, asks the state database for a group, adds its mounts and closes the
+// group. In a later turn of the activity loop the group checks every mount and calls doMountsComplete once. State and
+// mounter live in one process, so a mount copies nothing: it promises that the entity exists and has the type that
+// the mounter expects.
 //
-// A mounter owns its groups. When it goes before they are complete, they go with it and nobody is called. A mounter that is
-// taken apart but may be referenced for longer withdraws them with mountGroupsDel().
+// A mounter owns its groups. When it goes before they are complete, they go with it and nobody is called. A mounter
+// that is taken apart but may be referenced for longer withdraws them with mountGroupsDel().
 #pragma once
 
 #include <cstdint>
@@ -30,8 +31,8 @@ enum MountStatus : uint8_t {
    mountSuccess_ = 4,
 };
 
-// What is asked for. The mode is "r" for state that is read or "w" for state that is written, with an "i" after it when the
-// entities below a directory are meant too. It is on record for people; who may write what is not enforced.
+// What is asked for. The mode is "r" for state that is read or "w" for state that is written, with an "i" after it
+// when the entities below a directory are meant too. It is on record for people; who may write what is not enforced.
 struct Mount {
    Mount( std::string_view p, std::string_view type, std::string_view m ) : path( p ), typeName( type ), mode( m ) {}
 
@@ -50,8 +51,9 @@ class MountGroup final : public Kel::PtrInterface {
 
    // Adds a mount to a group that is still open. The same path may be mounted more than once.
    void doMount( Mount const & mount );
-   // Nothing more is added: the mounter is called in a later turn, at the earliest `delay` seconds from now. `label` stands in the
-   // messages about mounts that fail. Reports about single mounts are not offered: `incremental` is false.
+   // Nothing more is added: the mounter is called in a later turn, at the earliest `delay` seconds from now. `label`
+   // stands in the messages about mounts that fail. Reports about single mounts are not offered: `incremental` is
+   // false.
    void doClose( bool incremental, std::string_view label, double delay );
 
    [[nodiscard]] std::vector<Mount> const & mounts() const { return mounts_; }  // in the order of doMount

@@ -60,8 +60,8 @@ class Walk {
       throw Kel::AttributeError( "nothing is mounted at or above \"" + text + "\"" );
    }
 
-   // Takes the components of the longest mounted path that `prefix` and the path begin with. A mounted path that ends within a
-   // component is not meant.
+   // Takes the components of the longest mounted path that `prefix` and the path begin with. A mounted path that ends
+   // within a component is not meant.
    bool mountedBelow( std::string_view prefix, std::string const & text, EntityManager const & database ) {
       std::string const full = std::string( prefix ) + text;
       std::string const path( database.mountedPrefix( full ) );

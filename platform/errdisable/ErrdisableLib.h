@@ -1,7 +1,8 @@
 // Error-disable causes: reasons for which interfaces are held down on purpose.
 //
-// Whoever wants to hold interfaces down for a cause of its own introduces it here once, and then adds and removes interfaces in
-// the cause's record, Errdisable::CauseStatus. Introducing takes no interface down; acting on the entries is the host's part.
+// Whoever wants to hold interfaces down for a cause of its own introduces it here once, and then adds and removes
+// interfaces in the cause's record, Errdisable::CauseStatus. Introducing takes no interface down; acting on the
+// entries is the host's part.
 #pragma once
 
 #include <cstdint>
@@ -26,9 +27,10 @@ class CauseGroup final : public Kel::Entity {
 
 namespace ErrdisableLib {
 
-// Makes the cause's record in "interface/errdisable/cause" and its description in "interface/errdisable/causegroup", both
-// mounted directories. What is already there stays as it is: after a restart the interfaces that are held down keep their
-// entries. The flags b1 to b5 are put on record; nothing on this platform acts on them, a cause is never cleared by itself.
+// Makes the cause's record in "interface/errdisable/cause" and its description in "interface/errdisable/causegroup",
+// both mounted directories. What is already there stays as it is: after a restart the interfaces that are held down
+// keep their entries. The flags b1 to b5 are put on record; nothing on this platform acts on them, a cause is never
+// cleared by itself.
 void ErrdisableCauseGroupInit( Kel::Ptr<Dovra::EntityManager> const & entityManager, Kel::Name const & cause, bool b1,
                                Kel::String8 const & description, bool b2, bool b3, bool b4, bool b5,
                                uint32_t causeGroupType, uint32_t causeGroupPriority, Kel::String8 const & reason );

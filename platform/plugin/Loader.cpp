@@ -32,8 +32,8 @@ void LoaderImpl::load( std::string const & path ) {
    void * const handle = dlopen( file.c_str(), RTLD_NOW | RTLD_LOCAL );
    if( !handle ) throw LoadError( std::string( "cannot load a plug-in: " ) + dlerror() );
    if( std::find( files_.begin(), files_.end(), handle ) != files_.end() ) return;
-   files_.push_back( handle );
    if( plugins_.size() == before ) throw LoadError( file + " registers no plug-in that is not there already" );
+   files_.push_back( handle );
 }
 
 void LoaderImpl::initPlugins( Maintenance::PluginContext & context ) const {

@@ -1,11 +1,11 @@
 // The plug-in loader: opens plug-in files and starts what registered itself.
 //
-// A plug-in registers while its file is being opened, from its static initialisation, by its name, the loader's type string and a
-// caller that starts it. The host opens files with load() and then starts all plug-ins with initPlugins(), once for each
-// context.
+// A plug-in registers while its file is being opened, from its static initialisation, by its name, the loader's type
+// string and a caller that starts it. The host opens files with load() and then starts all plug-ins with
+// initPlugins(), once for each context.
 //
-// Files are never closed: types, trace points and statics of a plug-in stay registered for the life of the process. A plug-in is
-// taken down by deleting the entity that it made in the context's plug-in directory.
+// Files are never closed: types, trace points and statics of a plug-in stay registered for the life of the process. A
+// plug-in is taken down by deleting the entity that it made in the context's plug-in directory.
 #pragma once
 
 #include <concepts>
@@ -50,12 +50,14 @@ class LoaderImpl {
    [[nodiscard]] std::string const & typeString() const { return typeString_; }
    [[nodiscard]] std::vector<std::string> plugins() const;  // names, in the order of registration
 
-   // For plug-ins. The type string is this loader's own. A name that is taken is left to the plug-in that has it. The two texts
-   // before the caller name variants of a plug-in on platforms that have such; here there are none and they are empty.
+   // For plug-ins. The type string is this loader's own. A name that is taken is left to the plug-in that has it. The
+   // two texts before the caller name variants of a plug-in on platforms that have such; here there are none and they
+   // are empty.
    void registerPlugin( std::string const & name, std::string const & typeString, std::string const & variant,
                         std::string const & parentVariant, LoaderInitCaller initCaller );
 
-   // For the host. Opens a plug-in file; one that was opened before, under whatever name, is left alone. Throws LoadError.
+   // For the host. Opens a plug-in file; one that was opened before, under whatever name, is left alone. Throws
+   // LoadError.
    void load( std::string const & path );
    // Starts every registered plug-in, in the order of registration. The context outlives what they make in it.
    void initPlugins( Maintenance::PluginContext & context ) const;
@@ -63,7 +65,7 @@ class LoaderImpl {
  private:
    std::string const typeString_;
    std::vector<std::pair<std::string, LoaderInitCaller>> plugins_;
-   std::vector<void *> files_;  // handles of what is open
+   std::vector<void *> files_;  // handles of those that brought a plug-in
 };
 
 }  // namespace Impl

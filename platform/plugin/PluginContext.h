@@ -1,7 +1,7 @@
 // What the maintenance service gives to its plug-ins at their start.
 //
-// The host makes one context for each start and keeps it until it has taken down what the plug-ins made. A plug-in creates its
-// loader entity in the plug-in directory; the host deletes that entity to take the plug-in down.
+// The host makes one context for each start and keeps it until it has taken down what the plug-ins made. A plug-in
+// creates its loader entity in the plug-in directory; the host deletes that entity to take the plug-in down.
 #pragma once
 
 #include "dovra/EntityManager.h"
@@ -44,7 +44,8 @@ class PluginContext {
    [[nodiscard]] Kel::Ptr<Dovra::EntityManager> const & entityManager() const { return entityManager_; }
    [[nodiscard]] Kel::Ptr<KelQuill::EntityManager> const & quillEntityManager() const { return quillEntityManager_; }
 
-   // The dumper to ask, null when none is registered. It belongs to the plug-in. A later one takes the place of an earlier.
+   // The dumper to ask, null when none is registered. It belongs to the plug-in. A later one takes the place of an
+   // earlier.
    [[nodiscard]] DumpPluginInfo * dumpPluginInfo() const { return dumper_; }
    void dumpPluginInfoIs( DumpPluginInfo * dumper );
 

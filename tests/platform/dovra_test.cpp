@@ -37,7 +37,7 @@ class Requester final : public Dovra::Mounter {
    void doMountsComplete( Dovra::MountStatus status, Kel::Ptr<Dovra::EntityManager> entityManager ) override {
       calls.push_back( status );
       database = entityManager;
-      if( onComplete ) std::function( onComplete )();
+      if( auto const call = onComplete ) call();  // a copy: the call may destroy this
    }
 
    std::vector<Dovra::MountStatus> calls;
@@ -238,20 +238,20 @@ TEST_F( ByText, reads ) {
    std::pair<char const *, char const *> const cases[] = {
       { "maintenance/unit/status/status/fabric/genId", "7" },
       { "/maintenance/unit/status//status/fabric/genId/", "7" },
-      { "maintenance/unit/status/status/fabric/intfsViolatingTrafficThreshold", "{\"Ethernet1/1\":true}" },
+      { "maintenance/unit/status/status/fabric/intfsViolatingTrafficThreshold", "{\"Ethernet1/1\": true}" },
       { "maintenance/unit/status/status/fabric/intfsViolatingTrafficThreshold/Ethernet1/1", "true" },
       { "maintenance/unit/status/status/absent", "null" },
       { "maintenance/unit/status/status/absent/genId", "null" },
-      { "lag/config/phyIntf/Ethernet1/1", "{\"lag\":\"Port-Channel1\"}" },
+      { "lag/config/phyIntf/Ethernet1/1", "{\"lag\": \"Port-Channel1\"}" },
       { "lag/config/phyIntf/Ethernet1/1/lag", "\"Port-Channel1\"" },
       { "lag/config/phyIntf/Ethernet1/lag", "\"Port-Channel1\"" },
       { "lag/config/phyIntf/Ethernet3/1", "null" },
-      { "bridging/vlan/status", "{\"vlanStatus\":{\"100\":{\"intf\":{\"Ethernet2\":true}}}}" },
-      { "interface/errdisable/cause", "{\"storm\":{\"intfStatus\":{\"Ethernet2\":12.5}}}" },
+      { "bridging/vlan/status", "{\"vlanStatus\": {\"100\": {\"intf\": {\"Ethernet2\": true}}}}" },
+      { "interface/errdisable/cause", "{\"storm\": {\"intfStatus\": {\"Ethernet2\": 12.5}}}" },
       { "interface/errdisable/cause/storm/intfStatus/Ethernet2", "12.5" },
       { "interface/errdisable/cause/absent/intfStatus", "null" },
       { "cell/0/stageAgentStatus/maintEnter/MaintenanceMode/complete/ratemon:fabric#7", "true" },
-      { "stageAgentStatus/maintEnter/MaintenanceMode/complete", "{\"ratemon:fabric#7\":true}" },
+      { "stageAgentStatus/maintEnter/MaintenanceMode/complete", "{\"ratemon:fabric#7\": true}" },
 
       { "", "! nothing is mounted at or above \"\"" },
       { "lag/other/phyIntf", "! nothing is mounted at or above \"lag/other/phyIntf\"" },
@@ -298,7 +298,8 @@ TEST_F( ByText, writesValuesEntriesAndEntities ) {
    EXPECT_EQ( state_.lagConfig->phyIntf( Lumo::IntfId( "Ethernet3/1" ) )->lag(), Lumo::IntfId( "Port-Channel2" ) );
 
    EXPECT_EQ( set( "interface/errdisable/cause/storm/intfStatus/Ethernet3/1", Kel::value( 3.5 ) ), "" );
-   EXPECT_EQ( get( "interface/errdisable/cause/storm" ), "{\"intfStatus\":{\"Ethernet2\":12.5,\"Ethernet3/1\":3.5}}" );
+   EXPECT_EQ( get( "interface/errdisable/cause/storm" ),
+              "{\"intfStatus\": {\"Ethernet2\": 12.5, \"Ethernet3/1\": 3.5}}" );
 }
 
 TEST_F( ByText, writesThatDoNotFitChangeNothingAndSayWhere ) {
@@ -364,10 +365,10 @@ TEST_F( State, aCauseIsIntroducedOnceAndKeepsItsInterfacesOverARestart ) {
    introduce( "another" );
    EXPECT_EQ( state_.errdisableCauses->entityRef( "maintenance-shutdown" ), cause );
    EXPECT_EQ( cause->intfStatuss(), 1u );
-   EXPECT_EQ(
-      Kel::toJson( Dovra::stateValue( *database_, "interface/errdisable/causegroup" ) ),
-      "{\"maintenance-shutdown\":{\"description\":\"Down for a test.\",\"reason\":\"maint-down\",\"groupType\":1,"
-      "\"priority\":0,\"flags\":28}}" );
+   EXPECT_EQ( Kel::toJson( Dovra::stateValue( *database_, "interface/errdisable/causegroup" ) ),
+              "{\"maintenance-shutdown\": {\"description\": \"Down for a test.\", \"reason\": \"maint-down\", "
+              "\"groupType\": 1, "
+              "\"priority\": 0, \"flags\": 28}}" );
 }
 
 }  // namespace

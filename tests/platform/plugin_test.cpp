@@ -88,7 +88,7 @@ TEST( Loader, saysWhichFileItCannotLoadAndWhy ) {
                 AllOf( HasSubstr( "/nowhere/Absent.so" ), HasSubstr( "No such" ) ) );
    EXPECT_THAT( whyNot( loader, garbage ), AllOf( HasSubstr( garbage ), HasSubstr( "ELF" ) ) );
    // A library that the process has anyway brings no plug-in. A bare name is no wish to search the system's libraries.
-   EXPECT_THAT( whyNot( loader, kel.dli_fname ), HasSubstr( "registers no plug-in" ) );
+   for( int i = 0; i < 2; ++i ) EXPECT_THAT( whyNot( loader, kel.dli_fname ), HasSubstr( "registers no plug-in" ) );
    EXPECT_THAT( whyNot( loader, "libc.so.6" ), HasSubstr( "No such" ) );
    EXPECT_EQ( loader.plugins(), before );
    std::filesystem::remove( garbage );

@@ -1,0 +1,33 @@
+#include "linux/MonotonicCounter.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace Host::Linux {
+namespace {
+
+constexpr std::uint64_t highest = std::numeric_limits<std::int64_t>::max();
+
+// Neither part is above `highest` once limited, so the sum of 64 bits holds.
+std::uint64_t sum( std::uint64_t offset, std::uint64_t raw ) {
+   return std::min( offset + std::min( raw, highest ), highest );
+}
+
+Octets sum( Octets const & offset, Octets const & raw ) {
+   return { sum( offset.in, raw.in ), sum( offset.out, raw.out ) };
+}
+
+}  // namespace
+
+Octets MonotonicCounter::value( Octets const & raw ) {
+   if( raw.in < lastRaw_.in || raw.out < lastRaw_.out ) handleRestart();
+   lastRaw_ = raw;
+   return sum( offset_, raw );
+}
+
+void MonotonicCounter::handleRestart() {
+   offset_ = sum( offset_, lastRaw_ );
+   lastRaw_ = {};
+}
+
+}  // namespace Host::Linux
