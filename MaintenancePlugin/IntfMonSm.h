@@ -47,7 +47,6 @@ class IntfMonSm final : public Kel::Entity {
    void handleProfileUpdate();
 
    void prepareToDie() override;
-   void dump( int fd, int indent ) const;
 
  private:
    friend class RateMonSm;  // its factory

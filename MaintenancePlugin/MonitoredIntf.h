@@ -61,8 +61,6 @@ class MonitoredIntf final : public Kel::Entity {
    // Makes `rates` the record's current rates and what was current its previous ones.
    void setCurRates( Kel::Ptr<Maintenance::MonIntfStatus> const & monIntfStatus, Interface::IntfRates const & rates );
 
-   void dump( int fd, int indent ) const;
-
  private:
    void publishIfOwn( Lumo::IntfId sampled, Interface::IntfRates const & rates );
 

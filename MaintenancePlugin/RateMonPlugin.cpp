@@ -63,7 +63,7 @@ void RateMonPluginInfoDumper::dump( int fd ) {
 RateMonSmLoader::~RateMonSmLoader() = default;
 
 void RateMonSmLoader::init( Maintenance::PluginContext * pluginContext ) {
-   TRACE_AS( 4, "RateMonSmLoader::init", "called" );
+   TRACE( 4, "RateMonSmLoader::init" );
    RING( 3, "RaeMonSmLoader::init" );
    context_ = pluginContext;
    pluginInfoDumperIs( new RateMonPluginInfoDumper( "RateMonPlugin" ) );
@@ -110,7 +110,7 @@ void RateMonSmLoader::mountAll() {
 
 void RateMonSmLoader::doMountsComplete( Dovra::MountStatus mountStatus, Kel::Ptr<Dovra::EntityManager> entityManager ) {
    KEL_ASSERT_TEXT( mountStatus == Dovra::mountSuccess_, "mountStatus == Dovra::mountSuccess_" );
-   TRACE_AS( 4, "RateMonSmLoader::doMountsComplete", "called" );
+   TRACE( 4, "RateMonSmLoader::doMountsComplete" );
    RING( 3, "RateMonSmLoader - doMountsComplete" );
    createErrdisableEntity( entityManager );
    startCounterReader( entityManager );
@@ -120,7 +120,7 @@ void RateMonSmLoader::doMountsComplete( Dovra::MountStatus mountStatus, Kel::Ptr
 }
 
 void RateMonSmLoader::createErrdisableEntity( Kel::Ptr<Dovra::EntityManager> const & entityManager ) {
-   TRACE_AS( 4, "RateMonSmLoader::createErrdisableEntity", "called" );
+   TRACE( 4, "RateMonSmLoader::createErrdisableEntity" );
    ErrdisableLib::ErrdisableCauseGroupInit( entityManager, errdisableCause, false,
                                             "Interface has been shut down for maintenance.", false, true, true, true, 1,
                                             0, "maint-down" );

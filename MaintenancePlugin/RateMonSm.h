@@ -114,7 +114,6 @@ class RateMonSm final : public Kel::Entity {
 
    void handleInitialized();
    void prepareToDie() override;
-   void dump( int fd, int indent ) const;
 
  private:
    class KelUnitStatusDir;

@@ -40,7 +40,6 @@ class UnitMonSm final : public Kel::Entity {
                                       Kel::Ptr<IntfMonSm> const & intfMonSm, RateMonSm * rootSm );
 
    void prepareToDie() override;
-   void dump( int fd, int indent ) const;
 
  private:
    friend class RateMonSm;  // its factory

@@ -35,9 +35,9 @@ Socket connected( asio::io_context & io, std::string const & path ) {
 
 std::string Answer::error() const {
    auto const * const object = body.if_object();
-   auto const * const text = object ? object->if_contains( "error" ) : nullptr;
-   return text && text->is_string() ? text->get_string().c_str()
-                                    : "maintd answered with status " + std::to_string( status );
+   auto const * const reason = object ? object->if_contains( "error" ) : nullptr;
+   return reason && reason->is_string() ? reason->get_string().c_str()
+                                        : "maintd answered with status " + std::to_string( status );
 }
 
 Answer Client::get( std::string const & target ) const { return request( "GET", target ); }
@@ -55,7 +55,7 @@ Answer Client::request( char const * method, std::string const & target ) const 
       boost::beast::flat_buffer buffer;
       http::response<http::string_body> response;
       http::read( socket, buffer, response );
-      return { response.result_int(), boost::json::parse( response.body() ) };
+      return { response.result_int(), response.body(), boost::json::parse( response.body() ) };
    } catch( boost::system::system_error const & error ) {
       throw NotReached( "maintd at " + socketPath_ + " did not answer " + method + " " + target + ": " + error.what() );
    }

@@ -17,6 +17,7 @@ class NotReached : public std::runtime_error {
 
 struct Answer {
    unsigned status = 0;  // HTTP status code
+   std::string text;     // the body as it came, one line
    boost::json::value body;
 
    [[nodiscard]] bool ok() const { return status == 200; }

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <boost/json/serialize.hpp>
 #include <chrono>
 #include <iostream>
 #include <thread>
@@ -28,7 +27,7 @@ template<class Print>
 int show( Answer const & answer, Options const & options, Print const & print ) {
    if( !answer.ok() ) return complain( answer.error() );
    if( options.json ) {
-      std::cout << json::serialize( answer.body ) << "\n";
+      std::cout << answer.text;
    } else {
       print( answer.body.as_object() );
    }
@@ -62,11 +61,7 @@ void narrate( json::object const & unit, Clock::time_point begun, std::string & 
    std::cout << "  " << spanText( seconds ) << "  " << story << std::endl;
 }
 
-void printEnd( json::object const & unit, Operation const & operation, Options const & options ) {
-   if( options.json ) {
-      std::cout << json::serialize( unit ) << "\n";
-      return;
-   }
+void printEnd( json::object const & unit, Operation const & operation ) {
    std::cout << "unit " << text( unit, "unit" ) << " is " << operation.goal << ", generation "
              << text( unit, "generation" ) << "\n";
    if( std::string const note = text( unit, "note" ); !note.empty() ) std::cout << note << "\n";
@@ -82,7 +77,11 @@ int follow( Client const & client, Options const & options, std::string const & 
       if( !options.json ) narrate( object, begun, told );
       std::string const state = text( object, "state" );
       if( state == operation.goal ) {
-         printEnd( object, operation, options );
+         if( options.json ) {
+            std::cout << answer.text;
+         } else {
+            printEnd( object, operation );
+         }
          return done;
       }
       if( state != operation.underway ) return complain( "unit " + unit + " is now " + state );
@@ -103,7 +102,7 @@ int run( Client const & client, Options const & options, std::string const & uni
    auto const & object = answer.body.as_object();
    bool const already = text( object, "result" ) == "already";
    if( options.json && !options.wait ) {
-      std::cout << json::serialize( answer.body ) << "\n";
+      std::cout << answer.text;
    } else if( !options.json ) {
       std::cout << "unit " << unit << " "
                 << ( already ? operation.already
@@ -149,7 +148,7 @@ int get( Client const & client, std::string const & path ) {
    }
    Answer const answer = client.get( target );
    if( !answer.ok() ) return complain( answer.error() );
-   std::cout << json::serialize( answer.body ) << "\n";
+   std::cout << answer.text;
    return done;
 }
 

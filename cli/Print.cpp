@@ -25,16 +25,13 @@ void Table::print( std::ostream & out, std::string const & indent ) const {
    }
 }
 
+// Three digits, as people compare rates; the unit is chosen after rounding, so 999.9 kbps reads 1 Mbps.
 std::string rateText( double bitsPerSecond ) {
-   struct Unit {
-      double size;
-      char const * name;
-   };
-   static constexpr std::array<Unit, 4> units{ { { 1e9, "Gbps" }, { 1e6, "Mbps" }, { 1e3, "kbps" }, { 1, "bps" } } };
-   auto const unit =
-      std::find_if( units.begin(), units.end() - 1, [&]( Unit const & u ) { return bitsPerSecond >= u.size; } );
+   static constexpr std::array<char const *, 5> units{ "bps", "kbps", "Mbps", "Gbps", "Tbps" };
+   std::size_t unit = 0;
+   for( ; bitsPerSecond >= 999.5 && unit + 1 < units.size(); ++unit ) bitsPerSecond /= 1000;
    std::array<char, 48> buffer{};
-   std::snprintf( buffer.data(), buffer.size(), "%.3g %s", bitsPerSecond / unit->size, unit->name );
+   std::snprintf( buffer.data(), buffer.size(), "%.3g %s", bitsPerSecond, units[unit] );
    return buffer.data();
 }
 

@@ -26,10 +26,6 @@ if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
    # A library that uses a symbol it does not link fails here, instead of working by luck of what the program links.
    # (clang's sanitizer runtimes live in the program, so the check cannot be used there.)
    add_link_options( "LINKER:-z,defs" )
-   if( CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13 )
-      # Optimised string concatenation is reported as an overlapping copy by this compiler, wrongly.
-      add_compile_options( -Wno-restrict )
-   endif()
 endif()
 
 find_program( RATEMON_CCACHE ccache )

@@ -17,7 +17,13 @@ std::string pluginBesideProgram() {
 }
 
 // What the file asks for and this agent does not do is an error, not a surprise at the next maintenance.
-void refuseHooks( Host::Config::Config const & config ) {
+void refuseWhatIsNotCarriedOut( Host::Config::Config const & config ) {
+   for( auto const & profile : config.profiles ) {
+      if( profile.shutdown ) {
+         throw std::runtime_error( "profile \"" + profile.name +
+                                   "\": this maintd takes no link down, shutdown must be false" );
+      }
+   }
    for( auto const * stages : { &config.stages.maintEnter, &config.stages.maintExit } ) {
       for( auto const & stage : *stages ) {
          if( stage.name == Host::Config::rateMonStage && !stage.timeoutSeconds ) continue;
@@ -62,9 +68,12 @@ int main( int argc, char ** argv ) {
    Host::Config::Config config;
    try {
       config = Host::Config::load( file );
-      refuseHooks( config );
-   } catch( std::exception const & error ) {
+      refuseWhatIsNotCarriedOut( config );
+   } catch( Host::Config::ConfigError const & error ) {
       std::cerr << error.what() << "\n";
+      return usage;
+   } catch( std::exception const & error ) {
+      std::cerr << file << ": " << error.what() << "\n";
       return usage;
    }
    auto const directory = std::filesystem::path( options.socket ).parent_path();

@@ -18,11 +18,13 @@ Kel::Value list( std::vector<Kel::Value> elements ) {
    return Kel::Value( Kel::Value::Content( std::move( elements ) ) );
 }
 
+// Three digits, as people compare rates; the unit is chosen after rounding, so 999.9 kbps reads 1 Mbps.
 std::string rateText( double bitsPerSecond ) {
-   std::array<char, 64> text{};
-   double const scaled = bitsPerSecond >= 1e9 ? 1e9 : bitsPerSecond >= 1e6 ? 1e6 : bitsPerSecond >= 1e3 ? 1e3 : 1;
-   char const * const name = scaled == 1e9 ? "Gbps" : scaled == 1e6 ? "Mbps" : scaled == 1e3 ? "kbps" : "bps";
-   std::snprintf( text.data(), text.size(), "%.3g %s", bitsPerSecond / scaled, name );
+   static constexpr std::array<char const *, 5> units{ "bps", "kbps", "Mbps", "Gbps", "Tbps" };
+   std::size_t unit = 0;
+   for( ; bitsPerSecond >= 999.5 && unit + 1 < units.size(); ++unit ) bitsPerSecond /= 1000;
+   std::array<char, 48> text{};
+   std::snprintf( text.data(), text.size(), "%.3g %s", bitsPerSecond, units[unit] );
    return text.data();
 }
 

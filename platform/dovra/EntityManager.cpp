@@ -41,7 +41,7 @@ Kel::Ptr<Kel::Entity> EntityManager::getEntity( std::string_view path ) const {
 }
 
 Kel::Ptr<MountGroup> EntityManager::getMountGroup( Mounter * mounter ) {
-   Kel::Ptr<MountGroup> const group( new MountGroup( Kel::Ptr<EntityManager>( this ), mounter ) );
+   Kel::Ptr<MountGroup> group( new MountGroup( Kel::Ptr<EntityManager>( this ), mounter ) );
    mounter->groups_.push_back( group );
    return group;
 }

@@ -55,10 +55,9 @@ void MountGroup::doClose( bool incremental, std::string_view label, double delay
 }
 
 void MountGroup::handleDue() {
-   Kel::Ptr<MountGroup> const alive( this );  // the mounter may drop it, or go, when it is called
    auto const entityManager = std::exchange( entityManager_, nullptr );
    check( *entityManager );
-   mounter_->doMountsComplete( status_, entityManager );
+   mounter_->doMountsComplete( status_, entityManager );  // the mounter, and this with it, may go in the call
 }
 
 void MountGroup::check( EntityManager const & entityManager ) {

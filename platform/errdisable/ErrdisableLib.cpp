@@ -8,7 +8,7 @@ namespace ErrdisableLib {
 namespace {
 
 Kel::Ptr<Kel::Dir> directory( Dovra::EntityManager const & entityManager, char const * path ) {
-   auto const dir = entityManager.getEntity<Kel::Dir>( path );
+   auto dir = entityManager.getEntity<Kel::Dir>( path );
    KEL_ASSERT( dir );
    return dir;
 }

@@ -3,7 +3,6 @@
 // have namespaces; where it does not, the case fails.
 #pragma once
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/wait.h>
@@ -14,32 +13,44 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
-#include <memory>
+#include <stdexcept>
 #include <string>
 
-class PrivateNetwork : public testing::Test {
+class PrivateNetwork : public ::testing::Test {
  protected:
    void SetUp() override {
-      ASSERT_TRUE( unshared() ) << "this test needs a network namespace of its own, which the kernel refuses: "
-                                << std::strerror( errno );
-      // The kernel's own chatter would be counted among the octets.
+      ASSERT_TRUE( entered() ) << "this test needs a network namespace of its own, and the kernel refuses it: "
+                               << std::strerror( errno );
+      // Otherwise the kernel's own packets would be among the octets.
       std::ofstream( "/proc/sys/net/ipv6/conf/default/disable_ipv6" ) << 1;
    }
 
-   // Runs lines for iproute2, as "link add name v0 type veth peer name v1\nlink set v0 up".
+   // Has iproute2 carry out these lines, as "link set v0 up". Throws when one fails.
    static void ip( std::string const & lines ) {
-      std::unique_ptr<FILE, int ( * )( FILE * )> const batch( popen( "ip -batch -", "w" ), pclose );
-      ASSERT_TRUE( batch );
-      std::fputs( ( lines + "\n" ).c_str(), batch.get() );
-      ASSERT_EQ( pclose( const_cast<std::unique_ptr<FILE, int ( * )( FILE * )> &>( batch ).release() ), 0 ) << lines;
+      FILE * const batch = popen( "ip -batch -", "w" );
+      std::fputs( ( lines + "\n" ).c_str(), batch );
+      if( pclose( batch ) != 0 ) throw std::runtime_error( "iproute2 failed at: " + lines );
    }
 
    // What "ip -json <arguments>" answers.
    static boost::json::array ask( std::string const & arguments ) {
-      std::unique_ptr<FILE, int ( * )( FILE * )> const answer( popen( ( "ip -json " + arguments ).c_str(), "r" ), pclose );
+      FILE * const answer = popen( ( "ip -json " + arguments ).c_str(), "r" );
       std::string text;
-      for( int c = std::fgetc( answer.get() ); c != EOF; c = std::fgetc( answer.get() ) ) text += static_cast<char>( c );
+      for( int c = std::fgetc( answer ); c != EOF; c = std::fgetc( answer ) ) text += static_cast<char>( c );
+      if( pclose( answer ) != 0 ) throw std::runtime_error( "iproute2 failed at: " + arguments );
       return boost::json::parse( text ).as_array();
+   }
+
+ private:
+   // Root has the right to a network namespace; anyone else needs a user namespace around it, in which to be root.
+   static bool entered() {
+      if( unshare( CLONE_NEWNET ) == 0 ) return true;
+      auto const user = std::to_string( geteuid() );
+      auto const group = std::to_string( getegid() );
+      if( unshare( CLONE_NEWUSER | CLONE_NEWNET ) != 0 ) return false;
+      std::ofstream( "/proc/self/setgroups" ) << "deny";
+      std::ofstream( "/proc/self/uid_map" ) << "0 " + user + " 1";
+      std::ofstream( "/proc/self/gid_map" ) << "0 " + group + " 1";
+      return geteuid() == 0;
    }
 };

@@ -52,7 +52,7 @@ std::string withUnits( std::string const & body ) { return profiles + defaultPro
 std::string withEnter( std::string const & list ) { return good + "stages:\n  maintEnter: " + list; }
 
 TEST( ConfigFile, sampleIsTakenOverWhole ) {
-   Config const config = load( RATEMON_SOURCE_DIR "/examples/maintd.yaml" );
+   Config const config = load( RATEMON_SOURCE_DIR "/tests/host/every_key.yaml" );
 
    std::vector<Profile> const expectedProfiles = { { "default", 100, 10, 60, false, 0 },
                                                    { "uplink", 1000, 5, 30, true, 600 } };

@@ -338,6 +338,8 @@ TEST_F( ByText, deletesEntriesAndTakesWhatIsAbsentInItsStride ) {
           "stage/maintExit/progress/progress", "interface/errdisable/cause/absent/intfStatus/Ethernet1" } ) {
       EXPECT_NO_THROW( Dovra::stateValueDel( *database_, absent ) ) << absent;
    }
+   Dovra::stateValueDel( *database_, Path{ "interface/errdisable/cause", "storm", "intfStatus", "Ethernet2", "x" } );
+   EXPECT_EQ( get( "interface/errdisable/cause/storm/intfStatus/Ethernet2" ), "12.5" );
    Dovra::stateValueDel( *database_, "lag/config/phyIntf/Ethernet1/1" );
    EXPECT_EQ( state_.lagConfig->phyIntfs(), 2u );
    Dovra::stateValueDel( *database_, Path{ "lag/config", "phyIntf" } );

@@ -134,6 +134,10 @@ TEST( Context, forgetsADumperThatDiesAndNeverTouchesOneThatOutlivesIt ) {
       Dumper shortLived;
       other.context.dumpPluginInfoIs( &shortLived );
    }
+   {
+      Start last;
+      last.context.dumpPluginInfoIs( &survivor );
+   }
    start.context.dumpPluginInfoIs( &survivor );
    start.context.dumpPluginInfoIs( &survivor );
    EXPECT_EQ( start.context.dumpPluginInfo(), &survivor );

@@ -1,0 +1,152 @@
+// The counters of the box's links: the kernel's figures in one read, and published figures that never go backward.
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <limits>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "PrivateNetwork.h"
+#include "linux/MonotonicCounter.h"
+#include "linux/StatsReader.h"
+
+namespace Host::Linux {
+namespace {
+
+TEST( MonotonicCounter, goesOnFromWhereItStood ) {
+   constexpr std::uint64_t top = std::numeric_limits<std::int64_t>::max();
+   struct Case {
+      std::string what;
+      std::vector<Octets> raw;
+      Octets published;  // after the last
+   };
+   std::vector<Case> const cases{
+      { "the first reading is published as it is", { { 500, 7 } }, { 500, 7 } },
+      { "a device at rest did not restart", { { 500, 7 }, { 500, 7 } }, { 500, 7 } },
+      { "one less is a restart", { { 500, 7 }, { 499, 7 } }, { 999, 14 } },
+      { "restart of both", { { 500, 70 }, { 3, 2 } }, { 503, 72 } },
+      { "restart to nothing", { { 500, 70 }, { 0, 0 } }, { 500, 70 } },
+      { "out has overtaken its last reading since", { { 500, 7 }, { 3, 90 } }, { 503, 97 } },
+      { "in has overtaken its last reading since", { { 7, 500 }, { 90, 3 } }, { 97, 503 } },
+      { "two restarts", { { 500, 50 }, { 3, 2 }, { 1, 1 }, { 4, 1 } }, { 507, 53 } },
+      { "the highest", { { top, top }, { 1, 1 } }, { top, top } },
+      { "a driver's -1 does not wrap", { { 5, 5 }, { ~0ull, 6 }, { 1, 7 } }, { top, 13 } },
+   };
+   for( auto const & [what, raw, published] : cases ) {
+      MonotonicCounter counter;
+      Octets before;
+      for( auto const & reading : raw ) {
+         Octets const now = counter.value( reading );
+         EXPECT_TRUE( now.in >= before.in && now.out >= before.out ) << what << ": went backward";
+         before = now;
+      }
+      EXPECT_EQ( before, published ) << what << ": " << before.in << ", " << before.out;
+   }
+}
+
+class Counters : public PrivateNetwork {
+ protected:
+   void SetUp() override {
+      ASSERT_NO_FATAL_FAILURE( PrivateNetwork::SetUp() );
+      makeLink();
+      reader_.emplace();
+   }
+
+   // v0 and v1; what is sent to 10.9.0.2 leaves by v0 and arrives at v1.
+   static void makeLink() {
+      ip( "link add name v0 type veth peer name v1\nlink set v0 up\nlink set v1 up\naddress add 10.9.0.1/24 dev v0\n"
+          "neighbour add 10.9.0.2 lladdr 02:00:00:00:00:01 dev v0 nud permanent" );
+   }
+
+   // Returns the octets of the frames, without preamble and checksum as the kernel counts.
+   static std::uint64_t send( std::uint64_t datagrams, std::uint64_t payload ) {
+      constexpr std::uint64_t headers = 14 + 20 + 8;  // Ethernet, IPv4, UDP
+      int const socket = ::socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+      sockaddr_in to{};
+      to.sin_family = AF_INET;
+      to.sin_port = htons( 9 );
+      inet_pton( AF_INET, "10.9.0.2", &to.sin_addr );
+      std::string const text( payload, 'x' );
+      for( std::uint64_t i = 0; i < datagrams; ++i ) {
+         EXPECT_EQ( sendto( socket, text.data(), payload, 0, reinterpret_cast<sockaddr *>( &to ), sizeof to ),
+                    static_cast<ssize_t>( payload ) );
+      }
+      close( socket );
+      return datagrams * ( payload + headers );
+   }
+
+   std::map<int, Octets> readAll() {
+      std::map<int, Octets> rows;
+      reader_->read( [&]( int index, rtnl_link_stats64 const & stats ) {
+         EXPECT_TRUE( rows.emplace( index, Octets{ stats.rx_bytes, stats.tx_bytes } ).second ) << "twice: " << index;
+      } );
+      return rows;
+   }
+
+   // What iproute2 shows.
+   static std::map<int, Octets> shown() {
+      std::map<int, Octets> rows;
+      for( auto const & link : ask( "-statistics link" ) ) {
+         auto const & stats = link.at( "stats64" );
+         rows[static_cast<int>( link.at( "ifindex" ).as_int64() )] = {
+            stats.at( "rx" ).at( "bytes" ).to_number<std::uint64_t>(),
+            stats.at( "tx" ).at( "bytes" ).to_number<std::uint64_t>() };
+      }
+      return rows;
+   }
+
+   static int indexOf( std::string const & name ) {
+      return static_cast<int>( ask( "link show dev " + name )[0].at( "ifindex" ).as_int64() );
+   }
+
+   std::optional<StatsReader> reader_;  // made in the private network
+};
+
+TEST_F( Counters, equalWhatTheKernelShowsAndWhatWasSent ) {
+   auto const before = readAll();
+   std::uint64_t const octets = send( 25, 1000 ) + send( 5, 1 );
+   auto const after = readAll();
+   EXPECT_EQ( after, shown() );
+   int const sender = indexOf( "v0" );
+   int const receiver = indexOf( "v1" );
+   EXPECT_EQ( after.at( sender ).out - before.at( sender ).out, octets );
+   EXPECT_EQ( after.at( receiver ).in - before.at( receiver ).in, octets );
+   EXPECT_EQ( after.at( sender ).in, before.at( sender ).in );
+}
+
+TEST_F( Counters, ofManyLinksComeInOneReadOnceEach ) {
+   std::string links;
+   for( int i = 0; i < 150; ++i ) {
+      links += "link add name x" + std::to_string( i ) + " type veth peer name y" + std::to_string( i ) + "\n";
+   }
+   ip( links );
+   send( 3, 100 );
+   EXPECT_EQ( reader_->reads(), 0u );
+   EXPECT_EQ( readAll(), shown() );
+   EXPECT_EQ( reader_->reads(), 1u );
+}
+
+TEST_F( Counters, ofADeviceMadeAgainGoOn ) {
+   MonotonicCounter published;
+   auto const read = [&] { return published.value( readAll().at( indexOf( "v0" ) ) ); };
+   Octets const start = read();
+   std::uint64_t const first = send( 20, 1000 );
+   EXPECT_EQ( read().out, start.out + first );
+   send( 7, 1000 );  // nobody reads these before the device is gone
+   ip( "link del v0" );
+   makeLink();
+   std::uint64_t const second = send( 5, 1000 );
+   EXPECT_EQ( read().out, start.out + first + second );
+}
+
+TEST_F( Counters, areReadAgainAfterAReadThatFailed ) {
+   struct Refused {};
+   EXPECT_THROW( reader_->read( []( int, rtnl_link_stats64 const & ) { throw Refused(); } ), Refused );
+   send( 3, 100 );
+   EXPECT_EQ( readAll(), shown() );
+}
+
+}  // namespace
+}  // namespace Host::Linux
