@@ -10,9 +10,9 @@ struct nlmsghdr;
 
 namespace Host::Linux {
 
-// Whether packets can pass. Of the kernel's states (its Documentation/networking/operstates.rst) "up" is up, and so is "unknown",
-// where many virtual devices (loopback, dummy, tun) stay for ever, while the link is administratively up and has a carrier. All
-// others are down: dormant and testing links, too, do not carry traffic.
+// Whether packets can pass. Of the kernel's states (its Documentation/networking/operstates.rst) "up" is up, and so is
+// "unknown", where many virtual devices (loopback, dummy, tun) stay for ever, while the link is administratively up and
+// has a carrier. All others are down: dormant and testing links, too, do not carry traffic.
 enum class Oper {
    unknown,  // only a Link that no message has filled
    up,
@@ -32,12 +32,13 @@ struct Link {
    bool operator==( Link const & ) const = default;
 };
 
-// The link that an RTM_NEWLINK message tells about. None for a message that is not the description of a link: the view of a bridge
-// on one of its ports, and the events of a wireless driver, which come under the same type and lack most of it.
+// The link that an RTM_NEWLINK message tells about. None for a message that is not the description of a link: the view
+// of a bridge on one of its ports, and the events of a wireless driver, which come under the same type and lack most of
+// it.
 [[nodiscard]] std::optional<Link> parseLink( nlmsghdr const & message );
 
-// The index of the link that an RTM_DELLINK message says is gone. None when it is not: a link that leaves a bridge is announced
-// under the same type.
+// The index of the link that an RTM_DELLINK message says is gone. None when it is not: a link that leaves a bridge is
+// announced under the same type.
 [[nodiscard]] std::optional<int> parseRemoval( nlmsghdr const & message );
 
 }  // namespace Host::Linux

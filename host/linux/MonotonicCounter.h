@@ -1,8 +1,9 @@
 // The octet counters of one interface that never go backwards, made of counters that may start again.
 //
-// A device's counters restart when its driver resets it or when it is deleted and comes back under its name. The published values
-// go on from where they stood: what the device counts after its restart is added to that. A restart shows in either direction
-// and takes both along. Bytes between the last read and the restart are lost; those between the restart and the next read count.
+// A device's counters restart when its driver resets it or when it is deleted and comes back under its name. The
+// published values go on from where they stood: what the device counts after its restart is added to that. A restart
+// shows in either direction and takes both along. Bytes between the last read and the restart are lost; those between
+// the restart and the next read count.
 #pragma once
 
 #include <cstdint>

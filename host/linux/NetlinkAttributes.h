@@ -1,7 +1,7 @@
 // The attributes of one netlink message, or of one nest in it, by their type: attributes[ IFLA_IFNAME ].
 //
-// A view for the time of parsing, owned by the parser's stack frame; it points into the message and copies nothing. Attributes
-// of types above `highest`, which a newer kernel may send, are left out.
+// A view for the time of parsing, owned by the parser's stack frame; it points into the message and copies nothing.
+// Attributes of types above `highest`, which a newer kernel may send, are left out.
 #pragma once
 
 #include <libmnl/libmnl.h>

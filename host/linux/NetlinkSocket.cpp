@@ -1,52 +1,64 @@
 #include "linux/NetlinkSocket.h"
 
-#include <linux/rtnetlink.h>
-#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cerrno>
-#include <system_error>
+#include <cstring>
 
 namespace Host::Linux {
-
 namespace {
 
-constexpr std::size_t bufferBytes = 256 * 1024;  // the kernel fills as much of a dump into one read as fits
-constexpr int answerTimeoutMs = 5000;
+// The kernel puts up to 32 KiB of a dump into one datagram when the reader offers as much. A single link can need a few
+// KiB; a datagram that does not fit would be cut off.
+constexpr std::size_t bufferBytes = 65536;
+
+mnl_socket * open( std::chrono::milliseconds longestWait ) {
+   mnl_socket * socket = mnl_socket_open2( NETLINK_ROUTE, SOCK_CLOEXEC | ( longestWait.count() ? 0 : SOCK_NONBLOCK ) );
+   if( !socket ) throw NetlinkError( errno, "opening a netlink socket" );
+   return socket;
+}
 
 }  // namespace
 
-NetlinkError::NetlinkError( std::string const & doing, int error )
-   : std::runtime_error( doing + ": " + std::generic_category().message( error ) ), error_( error ) {}
-
-bool NetlinkError::messagesLost() const { return error_ == ENOBUFS; }
-
-NetlinkSocket::NetlinkSocket( unsigned groups )
-   : socket_( mnl_socket_open2( NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK ) ), buffer_( bufferBytes ) {
-   if( !socket_ ) throw NetlinkError( "opening a netlink socket", errno );
-   if( mnl_socket_bind( socket_.get(), groups, MNL_SOCKET_AUTOPID ) < 0 ) {
-      throw NetlinkError( "binding a netlink socket", errno );
+NetlinkSocket::NetlinkSocket( std::chrono::milliseconds longestWait )
+   : socket_( open( longestWait ) ), buffer_( bufferBytes ) {
+   auto const seconds = std::chrono::duration_cast<std::chrono::seconds>( longestWait );
+   timeval const wait{ seconds.count(), std::chrono::microseconds( longestWait - seconds ).count() };
+   if( setsockopt( fd(), SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait ) < 0 ||
+       mnl_socket_bind( socket_.get(), 0, MNL_SOCKET_AUTOPID ) < 0 ) {
+      throw NetlinkError( errno, "preparing a netlink socket" );
    }
 }
 
-uint32_t NetlinkSocket::requestDump( nlmsghdr * message ) {
-   message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-   message->nlmsg_seq = ++sequence_;
-   if( mnl_socket_sendto( socket_.get(), message, message->nlmsg_len ) < 0 ) {
-      throw NetlinkError( "sending a netlink request", errno );
+void NetlinkSocket::subscribe( int group ) {
+   if( mnl_socket_setsockopt( socket_.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group ) < 0 ) {
+      throw NetlinkError( errno, "joining rtnetlink group " + std::to_string( group ) );
    }
-   return sequence_;
 }
 
-NetlinkSocket::Messages NetlinkSocket::receive( bool wait ) {
-   while( true ) {
-      ssize_t const size = mnl_socket_recvfrom( socket_.get(), buffer_.data(), buffer_.size() );
-      if( size >= 0 ) return { buffer_.data(), static_cast<std::size_t>( size ) };
-      if( errno == EINTR ) continue;
-      if( errno != EAGAIN ) throw NetlinkError( "receiving from the kernel", errno );
-      if( !wait ) return {};
-      pollfd readable{ .fd = fd(), .events = POLLIN, .revents = 0 };
-      if( ::poll( &readable, 1, answerTimeoutMs ) == 0 ) throw NetlinkError( "waiting for the kernel", ETIMEDOUT );
+void NetlinkSocket::send( nlmsghdr const & request, char const * doing ) {
+   if( mnl_socket_sendto( socket_.get(), &request, request.nlmsg_len ) < 0 ) throw NetlinkError( errno, doing );
+}
+
+Received NetlinkSocket::receive( char const * doing ) {
+   for( ;; ) {
+      auto const bytes = mnl_socket_recvfrom( socket_.get(), buffer_.data(), buffer_.size() );
+      if( bytes >= 0 ) {
+         return { Received::Outcome::messages, std::span( buffer_ ).first( static_cast<std::size_t>( bytes ) ) };
+      }
+      if( errno == EAGAIN ) return { Received::Outcome::nothing, {} };
+      if( errno == ENOBUFS ) return { Received::Outcome::lost, {} };
+      if( errno != EINTR ) throw NetlinkError( errno, doing );
    }
+}
+
+int errorOf( nlmsghdr const & message ) {
+   int negated = 0;
+   if( mnl_nlmsg_get_payload_len( &message ) >= sizeof negated ) {
+      std::memcpy( &negated, mnl_nlmsg_get_payload( &message ), sizeof negated );
+   }
+   return -negated;
 }
 
 }  // namespace Host::Linux

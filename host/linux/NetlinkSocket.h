@@ -1,59 +1,79 @@
-// A netlink route socket: sends requests, receives messages, closes itself.
+// One rtnetlink socket: sends requests, receives batches of messages, joins multicast groups.
+//
+// Owned by LinkMonitor and StatsReader, one each, because the answer to a dump and the notices of a group would get
+// into each other's way. It belongs to the network namespace that its process was in when it was made. Knows nothing of
+// links or counters: what a message means is its owner's business. Never waits longer than it was told to when it was
+// made.
 #pragma once
 
 #include <libmnl/libmnl.h>
 
+#include <array>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
+#include <span>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace Host::Linux {
 
-// The kernel or the socket failed. what() says what was being done and why it failed.
-class NetlinkError : public std::runtime_error {
+// The kernel refused or failed. what() reads "<what was being done>: <the error's text>", code() is the errno.
+class NetlinkError : public std::system_error {
  public:
-   NetlinkError( std::string const & doing, int error );
+   NetlinkError( int errorNumber, std::string const & doing )
+      : std::system_error( errorNumber, std::generic_category(), doing ) {}
+};
 
-   [[nodiscard]] int error() const { return error_; }  // errno
-   // The socket's buffer ran over: messages were lost, and what is known may be wrong.
-   [[nodiscard]] bool messagesLost() const;
+// Room for a request that makes the kernel list everything of one type.
+class DumpRequest {
+ public:
+   explicit DumpRequest( std::uint16_t type ) : header_( *mnl_nlmsg_put_header( bytes_.data() ) ) {
+      header_.nlmsg_type = type;
+      header_.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+   }
+   DumpRequest( DumpRequest const & ) = delete;
+   DumpRequest & operator=( DumpRequest const & ) = delete;
+
+   // Appends the fixed part that belongs to the type, zeroed. Once, before any attribute.
+   template<typename Body>
+   Body & putBody() {
+      return *static_cast<Body *>( mnl_nlmsg_put_extra_header( &header_, sizeof( Body ) ) );
+   }
+
+   [[nodiscard]] nlmsghdr & header() { return header_; }
 
  private:
-   int error_;
+   alignas( nlmsghdr ) std::array<std::byte, 128> bytes_{};
+   nlmsghdr & header_;
+};
+
+// What one call of receive() brought.
+struct Received {
+   enum class Outcome {
+      messages,  // at least one
+      nothing,   // none is pending, or none came within the longest wait
+      lost       // the kernel had to throw messages away; those still queued follow
+   };
+   Outcome outcome;
+   std::span<std::byte const> messages;  // the socket's buffer, valid until its next receive()
 };
 
 class NetlinkSocket {
  public:
-   // `groups` are the rtnetlink multicast groups to hear, as a bit mask of RTMGRP_*.
-   explicit NetlinkSocket( unsigned groups );
+   // longestWait: for one receive(); 0 makes a socket that never waits. Throws NetlinkError.
+   explicit NetlinkSocket( std::chrono::milliseconds longestWait );
 
    [[nodiscard]] int fd() const { return mnl_socket_get_fd( socket_.get() ); }
 
-   // Sends a request that the kernel answers with many messages. Returns its sequence number.
-   uint32_t requestDump( nlmsghdr * message );
+   // From now on notices of this rtnetlink group (RTNLGRP_...) arrive. Throws NetlinkError.
+   void subscribe( int group );
 
-   // What one read brought. Valid until the next.
-   class Messages {
-    public:
-      Messages() = default;
-      Messages( void const * data, std::size_t size ) : data_( data ), size_( size ) {}
-
-      [[nodiscard]] bool empty() const { return size_ == 0; }
-      template<class Handle>
-      void forEach( Handle const & handle ) const {
-         auto const * message = static_cast<nlmsghdr const *>( data_ );
-         int left = static_cast<int>( size_ );
-         for( ; mnl_nlmsg_ok( message, left ); message = mnl_nlmsg_next( message, &left ) ) handle( *message );
-      }
-
-    private:
-      void const * data_ = nullptr;
-      std::size_t size_ = 0;
-   };
-   // The next messages; none where nothing is there and waiting is not wanted. Throws NetlinkError.
-   [[nodiscard]] Messages receive( bool wait );
+   // `doing` is what an error says. Both throw NetlinkError.
+   void send( nlmsghdr const & request, char const * doing );
+   [[nodiscard]] Received receive( char const * doing );
 
  private:
    struct Close {
@@ -61,8 +81,17 @@ class NetlinkSocket {
    };
 
    std::unique_ptr<mnl_socket, Close> socket_;
-   std::vector<char> buffer_;
-   uint32_t sequence_ = 0;
+   std::vector<std::byte> buffer_;
 };
+
+template<typename Visit>
+void forEachMessage( std::span<std::byte const> messages, Visit && visit ) {
+   int bytesLeft = static_cast<int>( messages.size() );
+   auto const * message = reinterpret_cast<nlmsghdr const *>( messages.data() );
+   for( ; mnl_nlmsg_ok( message, bytesLeft ); message = mnl_nlmsg_next( message, &bytesLeft ) ) visit( *message );
+}
+
+// The errno that an NLMSG_DONE or NLMSG_ERROR message carries, 0 for success.
+[[nodiscard]] int errorOf( nlmsghdr const & message );
 
 }  // namespace Host::Linux

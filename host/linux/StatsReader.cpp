@@ -3,49 +3,75 @@
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
-#include <array>
+#include <cerrno>
 #include <cstring>
 
 #include "linux/NetlinkAttributes.h"
 
 namespace Host::Linux {
-
 namespace {
 
-void handleRow( nlmsghdr const & message, StatsReader::Row const & row ) {
-   auto const * const header = static_cast<if_stats_msg const *>( mnl_nlmsg_get_payload( &message ) );
-   NetlinkAttributes<IFLA_STATS_LINK_64> const attributes( message, sizeof *header );
+constexpr char readingCounters[] = "reading the link counters";
+
+// Links that come or go during an answer can make it skip another one. It is repeated then, but not for ever: on a box
+// that never comes to rest a link without a row just has no fresh sample this time.
+constexpr int attempts = 4;
+
+void handleStats( nlmsghdr const & message, StatsReader::Row const & row ) {
+   auto const & body = *static_cast<if_stats_msg const *>( mnl_nlmsg_get_payload( &message ) );
+   NetlinkAttributes<IFLA_STATS_MAX> const attributes( message, sizeof body );
    nlattr const * const attribute = attributes[IFLA_STATS_LINK_64];
    if( !attribute ) return;
-   // Attributes are aligned to 4 bytes only, and older kernels have fewer counters than this header knows.
+   // Copied, because the attribute is aligned to 4 bytes only, and because a newer kernel has more counters than are
+   // known here and an older one fewer.
    rtnl_link_stats64 stats{};
-   std::size_t const size = mnl_attr_get_payload_len( attribute );
-   std::memcpy( &stats, mnl_attr_get_payload( attribute ), std::min( size, sizeof stats ) );
-   row( static_cast<int>( header->ifindex ), stats );
+   std::memcpy( &stats, mnl_attr_get_payload( attribute ),
+                std::min<std::size_t>( sizeof stats, mnl_attr_get_payload_len( attribute ) ) );
+   row( static_cast<int>( body.ifindex ), stats );
 }
 
 }  // namespace
 
+StatsReader::StatsReader( std::chrono::milliseconds longestWait )
+   : longestWait_( longestWait ), socket_( longestWait ) {}
+
 void StatsReader::read( Row const & row ) {
+   if( !socket_ ) socket_.emplace( longestWait_ );
+   try {
+      bool whole = false;
+      for( int attempt = 0; attempt < attempts && !whole; ++attempt ) {
+         request();
+         whole = takeAnswer( row );
+      }
+   } catch( ... ) {
+      socket_.reset();
+      throw;
+   }
+}
+
+void StatsReader::request() {
+   DumpRequest request( RTM_GETSTATS );
+   request.putBody<if_stats_msg>().filter_mask = IFLA_STATS_FILTER_BIT( IFLA_STATS_LINK_64 );
+   socket_->send( request.header(), "asking for the link counters" );
    ++reads_;
-   alignas( nlmsghdr ) std::array<char, 256> buffer{};
-   nlmsghdr * const request = mnl_nlmsg_put_header( buffer.data() );
-   request->nlmsg_type = RTM_GETSTATS;
-   auto * const filter = static_cast<if_stats_msg *>( mnl_nlmsg_put_extra_header( request, sizeof( if_stats_msg ) ) );
-   filter->filter_mask = IFLA_STATS_FILTER_BIT( IFLA_STATS_LINK_64 );
-   uint32_t const sequence = socket_.requestDump( request );
-   bool done = false;
-   while( !done ) {
-      socket_.receive( true ).forEach( [&]( nlmsghdr const & message ) {
-         if( message.nlmsg_seq != sequence ) return;  // of a read that was given up
-         if( message.nlmsg_type == NLMSG_DONE ) done = true;
-         if( message.nlmsg_type == NLMSG_ERROR ) {
-            auto const * const error = static_cast<nlmsgerr const *>( mnl_nlmsg_get_payload( &message ) );
-            throw NetlinkError( "reading the links' statistics", -error->error );
-         }
-         if( message.nlmsg_type == RTM_NEWSTATS ) handleRow( message, row );
+}
+
+// Returns whether no link came or went meanwhile.
+bool StatsReader::takeAnswer( Row const & row ) {
+   bool whole = true;
+   for( bool ended = false; !ended; ) {
+      Received const received = socket_->receive( readingCounters );
+      if( received.outcome == Received::Outcome::nothing ) throw NetlinkError( ETIMEDOUT, readingCounters );
+      if( received.outcome == Received::Outcome::lost ) throw NetlinkError( ENOBUFS, readingCounters );
+      forEachMessage( received.messages, [&]( nlmsghdr const & message ) {
+         if( message.nlmsg_flags & NLM_F_DUMP_INTR ) whole = false;
+         if( message.nlmsg_type == RTM_NEWSTATS ) handleStats( message, row );
+         if( message.nlmsg_type != NLMSG_DONE && message.nlmsg_type != NLMSG_ERROR ) return;
+         if( int const error = errorOf( message ) ) throw NetlinkError( error, readingCounters );
+         ended = true;
       } );
    }
+   return whole;
 }
 
 }  // namespace Host::Linux

@@ -1,10 +1,16 @@
-// The byte and packet counters of all links, in one bulk read: RTM_GETSTATS with the 64-bit link statistics and nothing else.
+// The counters of all links of this box, in one bulk read of the kernel's 64-bit link statistics (RTM_GETSTATS).
+//
+// Owned by the counter feed, which calls read() at most once in a turn of the loop and only while something is
+// monitored. The answer is there before the call returns: the kernel gives it within the reader's own system calls, and
+// the wait is bounded all the same. Keeps no history: a device that starts again from 0 is MonotonicCounter's business.
 #pragma once
 
 #include <linux/if_link.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "linux/NetlinkSocket.h"
 
@@ -12,19 +18,27 @@ namespace Host::Linux {
 
 class StatsReader {
  public:
-   using Row = std::function<void( int ifindex, rtnl_link_stats64 const & stats )>;
+   using Row = std::function<void( int index, rtnl_link_stats64 const & stats )>;
 
-   StatsReader() : socket_( 0 ) {}
+   // longestWait: for one part of the answer, above 0. Throws NetlinkError.
+   explicit StatsReader( std::chrono::milliseconds longestWait = std::chrono::seconds( 1 ) );
 
-   // Asks the kernel and calls `row` for every link. Throws NetlinkError; rows that were called then stay called.
+   // Calls `row` for every link, in the kernel's order, without allocating. When links come or go meanwhile the kernel
+   // is asked again, and a link can have a second, later row. Throws NetlinkError; the rows until then hold, and the
+   // next call starts afresh.
    void read( Row const & row );
 
-   // How many bulk reads there have been.
-   [[nodiscard]] uint64_t reads() const { return reads_; }
+   // How often the kernel was asked.
+   [[nodiscard]] std::uint64_t reads() const { return reads_; }
 
  private:
-   NetlinkSocket socket_;
-   uint64_t reads_ = 0;
+   void request();
+   bool takeAnswer( Row const & row );
+
+   std::chrono::milliseconds const longestWait_;
+   std::optional<NetlinkSocket>
+      socket_;  // none after a failed read, whose late answer must not pass for that of the next
+   std::uint64_t reads_ = 0;
 };
 
 }  // namespace Host::Linux

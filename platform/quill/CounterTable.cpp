@@ -5,9 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <system_error>
+#include <thread>
 
 #include "kel/Assert.h"
 
@@ -18,125 +24,246 @@ struct CounterTable::Header {
    uint32_t rowSize;
    uint32_t capacity;
    std::atomic<uint64_t> rows;
+   std::atomic<uint32_t> generation;
+   std::byte reserved[36];
 };
 
 namespace {
 
+using Row = CounterTable::Row;
+using Counters = CounterTable::Counters;
+
 constexpr char magic[8] = { 'K', 'Q', 'C', 'T', 'R', 'S', '1', '\0' };
 constexpr std::size_t headerBytes = 64;
+constexpr uint32_t rowsPerAllocation = 512;
 constexpr uint64_t noValueBit = uint64_t{ 1 } << 63;
 
-static_assert( sizeof( CounterTable::Row ) == 64 );
+// A writer needs well below a microsecond for a row, unless it loses the processor in the middle.
+constexpr int spinsMax = 1000;
+constexpr int sleepsMax = 2000;
+constexpr std::chrono::microseconds sleepTime{ 500 };
+
+static_assert( offsetof( Row, inUse ) == 8 && offsetof( Row, inOctets ) == 16 && offsetof( Row, outOctets ) == 24 );
+static_assert( offsetof( Row, updateTime ) == 32 && offsetof( Row, name ) == 40 && sizeof( Row ) == 128 );
 static_assert( std::atomic<uint64_t>::is_always_lock_free && std::atomic<double>::is_always_lock_free );
 
-[[noreturn]] void fail( std::string const & what, std::string const & path ) {
-   throw TableError( what + " " + path + ": " + std::generic_category().message( errno ) );
+[[noreturn]] void failed( int error, std::string const & doing ) {
+   throw TableError( "counter table: " + doing + ": " + std::generic_category().message( error ) );
+}
+[[noreturn]] void refused( std::string const & path, char const * why ) {
+   throw TableError( path + " is no counter table: " + why );
 }
 
-std::size_t bytesFor( uint32_t capacity ) {
-   return headerBytes + std::size_t{ capacity } * sizeof( CounterTable::Row );
-}
+std::size_t bytesFor( uint32_t capacity ) { return headerBytes + std::size_t{ capacity } * sizeof( Row ); }
 
 uint64_t word( Brim::MaybeU63 value ) { return value.hasValue() ? value.value() : noValueBit; }
 Brim::MaybeU63 value( uint64_t w ) { return ( w & noValueBit ) != 0 ? Brim::MaybeU63::none() : Brim::MaybeU63( w ); }
 
-// A descriptor that closes itself.
-struct File {
-   int fd;
-   ~File() {
-      if( fd >= 0 ) ::close( fd );
+// What `copy` finds in the row while nobody writes it, none when that does not come.
+template<class Copy>
+auto consistent( Row const & row, Copy const & copy ) -> std::optional<decltype( copy() )> {
+   for( int attempt = 0; attempt < spinsMax + sleepsMax; ++attempt ) {
+      uint64_t const before = row.sequence.load( std::memory_order_acquire );
+      auto const found = copy();
+      std::atomic_thread_fence( std::memory_order_acquire );
+      if( before % 2 == 0 && row.sequence.load( std::memory_order_relaxed ) == before ) return found;
+      if( attempt >= spinsMax ) std::this_thread::sleep_for( sleepTime );
    }
-};
+   return std::nullopt;
+}
+
+Counters countersOf( Row const & row ) {
+   return { value( row.inOctets.load( std::memory_order_relaxed ) ),
+            value( row.outOctets.load( std::memory_order_relaxed ) ),
+            row.updateTime.load( std::memory_order_relaxed ) };
+}
+
+void countersAre( Row & row, Counters const & counters ) {
+   row.inOctets.store( word( counters.inOctets ), std::memory_order_relaxed );
+   row.outOctets.store( word( counters.outOctets ), std::memory_order_relaxed );
+   row.updateTime.store( counters.updateTime, std::memory_order_relaxed );
+}
+
+using NameWords = std::array<uint64_t, std::size( decltype( Row::name ){} )>;
+
+NameWords nameOf( Row const & row ) {
+   NameWords words;
+   std::transform( std::begin( row.name ), std::end( row.name ), words.begin(),
+                   []( auto const & w ) { return w.load( std::memory_order_relaxed ); } );
+   return words;
+}
+
+void nameIs( Row & row, std::string_view name ) {
+   NameWords words{};
+   std::memcpy( words.data(), name.data(), name.size() );
+   for( std::size_t i = 0; i < words.size(); ++i ) row.name[i].store( words[i], std::memory_order_relaxed );
+}
 
 }  // namespace
 
-CounterTable::CounterTable( std::byte * memory, std::size_t bytes )
-   : memory_( memory ),
+// The open file of a table, for as long as it is needed.
+struct CounterTable::File {
+   int const fd;
+   std::string const path;  // as messages name it
+
+   File( int descriptor, std::string name ) : fd( descriptor ), path( std::move( name ) ) {
+      if( fd < 0 ) failed( errno, "opening " + path );
+   }
+   File( File const & ) = delete;
+   File & operator=( File const & ) = delete;
+   ~File() { ::close( fd ); }
+};
+
+// Keeps readers from a row while it lives.
+class CounterTable::Writing {
+ public:
+   explicit Writing( Row & row ) : row_( row ), before_( row.sequence.load( std::memory_order_relaxed ) ) {
+      row_.sequence.store( before_ + 1, std::memory_order_relaxed );
+      std::atomic_thread_fence( std::memory_order_release );
+   }
+   Writing( Writing const & ) = delete;
+   Writing & operator=( Writing const & ) = delete;
+   ~Writing() { row_.sequence.store( before_ + 2, std::memory_order_release ); }
+
+ private:
+   Row & row_;
+   uint64_t const before_;
+};
+
+CounterTable::CounterTable( std::unique_ptr<File const> file, std::byte * memory, std::size_t bytes )
+   : file_( std::move( file ) ),
+     memory_( memory ),
      bytes_( bytes ),
      header_( reinterpret_cast<Header *>( memory ) ),
-     rowsBegin_( reinterpret_cast<Row *>( memory + headerBytes ) ) {}
+     rowsBegin_( reinterpret_cast<Row *>( memory + headerBytes ) ) {
+   static_assert( offsetof( Header, rows ) == 16 && offsetof( Header, generation ) == 24 );
+   static_assert( sizeof( Header ) == headerBytes );
+}
 
 CounterTable::~CounterTable() { ::munmap( memory_, bytes_ ); }
 
-std::unique_ptr<CounterTable> CounterTable::mapped( int fd, std::size_t bytes, bool writable,
-                                                    std::string const & path ) {
+std::unique_ptr<CounterTable> CounterTable::mapped( std::unique_ptr<File const> file, std::size_t bytes,
+                                                    bool writable ) {
    int const protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
-   void * const memory = ::mmap( nullptr, bytes, protection, MAP_SHARED | MAP_NORESERVE, fd, 0 );
-   if( memory == MAP_FAILED ) fail( "mapping the counter table", path );
-   return std::unique_ptr<CounterTable>( new CounterTable( static_cast<std::byte *>( memory ), bytes ) );
+   void * const memory = ::mmap( nullptr, bytes, protection, MAP_SHARED | MAP_NORESERVE, file->fd, 0 );
+   if( memory == MAP_FAILED ) failed( errno, "mapping " + file->path );
+   return std::unique_ptr<CounterTable>(
+      new CounterTable( std::move( file ), static_cast<std::byte *>( memory ), bytes ) );
 }
 
-std::unique_ptr<CounterTable> CounterTable::create( std::string const & path, uint32_t capacity ) {
+std::unique_ptr<CounterTable> CounterTable::created( std::unique_ptr<File const> file, uint32_t capacity ) {
    KEL_ASSERT( capacity <= capacityMax );
-   if( !path.empty() ) ::unlink( path.c_str() );  // readers of the old table keep it until they let go of it
-   File const file{ path.empty() ? ::memfd_create( "ratemon-counters", MFD_CLOEXEC )
-                                 : ::open( path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644 ) };
-   if( file.fd < 0 ) fail( "making the counter table", path );
-   if( ::ftruncate( file.fd, static_cast<off_t>( bytesFor( capacity ) ) ) != 0 )
-      fail( "sizing the counter table", path );
-   auto table = mapped( file.fd, bytesFor( capacity ), true, path );
+   if( ::ftruncate( file->fd, static_cast<off_t>( bytesFor( capacity ) ) ) != 0 )
+      failed( errno, "sizing " + file->path );
+   if( int const error = ::posix_fallocate( file->fd, 0, headerBytes ) ) failed( error, "allocating " + file->path );
+   auto table = mapped( std::move( file ), bytesFor( capacity ), true );
    table->header_->rowSize = sizeof( Row );
    table->header_->capacity = capacity;
-   std::atomic_thread_fence( std::memory_order_release );
+   table->capacity_ = capacity;
    std::memcpy( table->header_->magic, magic, sizeof magic );
    return table;
 }
 
-std::unique_ptr<CounterTable const> CounterTable::openReadOnly( std::string const & path ) {
-   File const file{ ::open( path.c_str(), O_RDONLY | O_CLOEXEC ) };
-   struct stat info {};
-   if( file.fd < 0 || ::fstat( file.fd, &info ) != 0 ) fail( "opening the counter table", path );
-   auto const bytes = static_cast<std::size_t>( info.st_size );
-   if( bytes < headerBytes ) throw TableError( path + " is no counter table: it is too short" );
-   auto table = mapped( file.fd, bytes, false, path );
-   Header const & header = *table->header_;
-   bool const known = std::memcmp( header.magic, magic, sizeof magic ) == 0 && header.rowSize == sizeof( Row );
-   if( !known ) throw TableError( path + " is no counter table: its header is not one" );
-   bool const whole =
-      header.capacity <= capacityMax && bytes >= bytesFor( header.capacity ) && header.rows <= header.capacity;
-   if( !whole ) throw TableError( path + " is no counter table: it is shorter than its header says" );
+std::unique_ptr<CounterTable> CounterTable::create( std::string const & path, uint32_t capacity ) {
+   if( path.empty() ) {
+      std::string const name = "ratemon-counters";
+      int const fd = ::memfd_create( name.c_str(), MFD_CLOEXEC );
+      return created( std::make_unique<File const>( fd, name ), capacity );
+   }
+   // Made beside its place and then moved there: whoever opens the path finds a whole table, the old one or the new.
+   std::string const made = path + ".new";
+   ::unlink( made.c_str() );
+   int const fd = ::open( made.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644 );
+   auto table = created( std::make_unique<File const>( fd, made ), capacity );
+   if( std::rename( made.c_str(), path.c_str() ) != 0 ) failed( errno, "moving " + made + " to its place" );
    return table;
 }
 
-uint32_t CounterTable::rows() const { return static_cast<uint32_t>( header_->rows.load( std::memory_order_acquire ) ); }
-uint32_t CounterTable::capacity() const { return header_->capacity; }
+std::unique_ptr<CounterTable const> CounterTable::openReadOnly( std::string const & path ) {
+   // Not blocking: the path may name a pipe.
+   auto file = std::make_unique<File const>( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ), path );
+   struct stat status {};
+   if( ::fstat( file->fd, &status ) != 0 ) failed( errno, "asking for the size of " + path );
+   auto const bytes = static_cast<std::size_t>( status.st_size );
+   if( !S_ISREG( status.st_mode ) ) refused( path, "it is no file" );
+   if( bytes < headerBytes ) refused( path, "it is too short" );
+   auto table = mapped( std::move( file ), bytes, false );
+   Header const & header = *table->header_;
+   if( std::memcmp( header.magic, magic, sizeof magic ) != 0 )
+      refused( path, "it does not begin as one of this version" );
+   if( header.rowSize != sizeof( Row ) ) refused( path, "its rows have another size" );
+   table->capacity_ = header.capacity;
+   bool const whole = table->capacity_ <= capacityMax && bytes >= bytesFor( table->capacity_ );
+   if( !whole ) refused( path, "it is shorter than its header says" );
+   if( header.rows > table->capacity_ ) refused( path, "it uses more rows than it has" );
+   return table;
+}
 
-CounterTable::Counters CounterTable::read( Row const & row ) {
-   while( true ) {
-      uint64_t const before = row.sequence.load( std::memory_order_acquire );
-      uint64_t const in = row.inOctets.load( std::memory_order_relaxed );
-      uint64_t const out = row.outOctets.load( std::memory_order_relaxed );
-      double const time = row.updateTime.load( std::memory_order_relaxed );
-      std::atomic_thread_fence( std::memory_order_acquire );
-      if( ( before & 1 ) == 0 && row.sequence.load( std::memory_order_relaxed ) == before ) {
-         return { value( in ), value( out ), time };
-      }
+uint32_t CounterTable::rows() const {
+   return static_cast<uint32_t>( std::min<uint64_t>( header_->rows.load( std::memory_order_acquire ), capacity_ ) );
+}
+uint32_t CounterTable::generation() const { return header_->generation.load( std::memory_order_acquire ); }
+void CounterTable::generationInc() { header_->generation.store( generation() + 1, std::memory_order_release ); }
+
+std::optional<CounterTable::Counters> CounterTable::read( Row const & row ) {
+   return consistent( row, [&row] { return countersOf( row ); } );
+}
+
+std::optional<CounterTable::Entry> CounterTable::entry( uint32_t index ) const {
+   struct Copy {
+      uint64_t inUse;
+      NameWords name;
+      Counters counters;
+   };
+   Row const & from = row( index );
+   auto const copy = consistent( from, [&from] {
+      return Copy{ from.inUse.load( std::memory_order_relaxed ), nameOf( from ), countersOf( from ) };
+   } );
+   if( !copy || copy->inUse == 0 ) return std::nullopt;
+   auto const * const chars = reinterpret_cast<char const *>( copy->name.data() );
+   return Entry{ std::string( chars, ::strnlen( chars, nameMax ) ), copy->counters };
+}
+
+// Memory for a row that was never used. A full file system must show here: later it would kill the process at a store.
+void CounterTable::memoryIs( uint32_t index ) {
+   if( index % rowsPerAllocation != 0 ) return;
+   std::size_t const bytes = std::min<std::size_t>( rowsPerAllocation, capacity_ - index ) * sizeof( Row );
+   if( int const error =
+          ::posix_fallocate( file_->fd, static_cast<off_t>( bytesFor( index ) ), static_cast<off_t>( bytes ) ) ) {
+      failed( error, "allocating rows of " + file_->path );
    }
 }
 
-uint32_t CounterTable::rowIs( uint32_t index, std::string_view name ) {
-   KEL_ASSERT( name.size() <= nameMax );
-   KEL_ASSERT( index < header_->capacity );
+void CounterTable::rowIs( uint32_t index, std::string_view name ) {
+   KEL_ASSERT( index <= rows() );
+   if( name.size() > nameMax ) throw TableError( "counter table: no row holds a name so long: " + std::string( name ) );
+   if( index == capacity_ ) throw TableError( "counter table: no row is left for " + std::string( name ) );
+   bool const isNew = index == rows();
+   if( isNew ) memoryIs( index );
    Row & row = rowsBegin_[index];
-   std::memset( row.name, 0, sizeof row.name );
-   std::memcpy( row.name, name.data(), name.size() );
-   countersIs( index, {} );
-   row.inUse.store( 1, std::memory_order_release );
-   if( index >= rows() ) header_->rows.store( index + 1, std::memory_order_release );
-   return index;
+   KEL_ASSERT( row.inUse == 0 );
+   {
+      Writing const writing( row );
+      nameIs( row, name );
+      countersAre( row, {} );
+      row.inUse.store( 1, std::memory_order_relaxed );
+   }
+   if( isNew ) header_->rows.store( index + 1, std::memory_order_release );
+   generationInc();
 }
 
-void CounterTable::rowDel( uint32_t index ) { rowsBegin_[index].inUse.store( 0, std::memory_order_release ); }
+void CounterTable::rowDel( uint32_t index ) {
+   KEL_ASSERT( index < rows() );
+   {
+      Writing const writing( rowsBegin_[index] );
+      rowsBegin_[index].inUse.store( 0, std::memory_order_relaxed );
+   }
+   generationInc();
+}
 
 void CounterTable::countersIs( uint32_t index, Counters const & counters ) {
-   Row & row = rowsBegin_[index];
-   uint64_t const sequence = row.sequence.load( std::memory_order_relaxed );
-   row.sequence.store( sequence + 1, std::memory_order_relaxed );
-   std::atomic_thread_fence( std::memory_order_release );
-   row.inOctets.store( word( counters.inOctets ), std::memory_order_relaxed );
-   row.outOctets.store( word( counters.outOctets ), std::memory_order_relaxed );
-   row.updateTime.store( counters.updateTime, std::memory_order_relaxed );
-   row.sequence.store( sequence + 2, std::memory_order_release );
+   Writing const writing( rowsBegin_[index] );
+   countersAre( rowsBegin_[index], counters );
 }
 
 }  // namespace KelQuill

@@ -1,20 +1,24 @@
 // A table of interface counters in shared memory, written by one process and readable by any.
 //
-// Layout, all fields little-endian as the machine has them, nothing packed; offsets in bytes:
+// Layout, in the byte order of the machine, offsets in bytes:
 //
-//    header   0 magic "KQCTRS1\0"   8 row size (uint32)   12 capacity (uint32)   16 rows used (uint64)   24 reserved
+//    header   0 magic "KQCTRS1\0", its digit the version   8 row size (uint32)   12 capacity (uint32)   16 rows (uint64)
+//             24 generation (uint32), another whenever a row is taken into use or given up   28 to 63 reserved
 //    rows     from 64 on, one each `row size`:
-//             0 sequence (uint64)   8 in use (uint64)   16 input octets   24 output octets (uint64; the top bit: no value)
-//             32 update time (double, CLOCK_BOOTTIME seconds)   40 name (24 bytes, zero-terminated)
+//             0 sequence (uint64)   8 in use (uint64, 0 or 1)   16 input octets   24 output octets (uint64, top bit: no value)
+//             32 update time (double, seconds; 0: never)   40 name (64 bytes, ended by a zero)   104 to 127 reserved
 //
 // A row is guarded by its sequence, which is odd while the row is written: a reader copies the row and keeps the copy only if
-// the sequence was even and the same before and after. Rows keep their place for as long as they are in use; a row that is
-// given up may be used again for another name. The file is sparse: its full capacity costs memory only as it is used.
+// the sequence was even and the same before and after. A row keeps its place for as long as it is in use; given up, it may come
+// back under another name, so who looks for an interface by name reads name and counters under one sequence. A writer that
+// starts anew puts another file in the place of the old one, which stays as it is for those who still have it mapped. The file
+// is sparse: its full capacity takes memory only as it is used.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -23,7 +27,7 @@
 
 namespace KelQuill {
 
-// A file that is no table, or cannot be made or mapped; says which and why.
+// A file that is no table, or cannot be made or mapped, or takes no further row; says which and why.
 class TableError : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
@@ -31,7 +35,7 @@ class TableError : public std::runtime_error {
 
 class CounterTable {
  public:
-   static constexpr std::size_t nameMax = 23;  // bytes; the kernel's interface names have at most 15
+   static constexpr std::size_t nameMax = 63;  // bytes
    static constexpr uint32_t capacityMax = 1u << 20;
 
    struct Row {
@@ -40,14 +44,19 @@ class CounterTable {
       std::atomic<uint64_t> inOctets;
       std::atomic<uint64_t> outOctets;
       std::atomic<double> updateTime;  // s
-      char name[nameMax + 1];
+      std::atomic<uint64_t> name[( nameMax + 1 ) / sizeof( uint64_t )];
+      std::byte reserved[24];
    };
 
    // What a row said at one moment.
    struct Counters {
       Brim::MaybeU63 inOctets;
       Brim::MaybeU63 outOctets;
-      double updateTime = 0;  // s
+      double updateTime = 0;  // s, on the writer's clock; 0: never written
+   };
+   struct Entry {
+      std::string name;
+      Counters counters;
    };
 
    // A new table: in the named file, which is replaced, or in anonymous memory where the path is empty.
@@ -59,25 +68,40 @@ class CounterTable {
    ~CounterTable();
 
    [[nodiscard]] uint32_t rows() const;  // used so far; some of them may be free again
-   [[nodiscard]] uint32_t capacity() const;
+   [[nodiscard]] uint32_t capacity() const { return capacity_; }
+   [[nodiscard]] uint32_t generation() const;
+
    [[nodiscard]] Row const & row( uint32_t index ) const { return rowsBegin_[index]; }
-   [[nodiscard]] static Counters read( Row const & row );
+   // None when the writer stands still in the middle of writing the row, which only a dead one does.
+   [[nodiscard]] static std::optional<Counters> read( Row const & row );
+   // Name and counters as they belong together; none also when the row is not in use.
+   [[nodiscard]] std::optional<Entry> entry( uint32_t index ) const;
 
    // The writer's side.
-   uint32_t rowIs( uint32_t index, std::string_view name );  // takes the row into use; index may be rows()
+
+   // Takes a row that is not in use into use, counters never written. `index` is at most rows(). Throws TableError for a name
+   // that is too long, for a table that is full and when there is no memory.
+   void rowIs( uint32_t index, std::string_view name );
    void rowDel( uint32_t index );
    void countersIs( uint32_t index, Counters const & counters );
 
  private:
    struct Header;
+   struct File;
+   class Writing;
 
-   CounterTable( std::byte * memory, std::size_t bytes );
-   static std::unique_ptr<CounterTable> mapped( int fd, std::size_t bytes, bool writable, std::string const & path );
+   CounterTable( std::unique_ptr<File const> file, std::byte * memory, std::size_t bytes );
+   static std::unique_ptr<CounterTable> created( std::unique_ptr<File const> file, uint32_t capacity );
+   static std::unique_ptr<CounterTable> mapped( std::unique_ptr<File const> file, std::size_t bytes, bool writable );
+   void memoryIs( uint32_t index );
+   void generationInc();
 
+   std::unique_ptr<File const> const file_;
    std::byte * const memory_;
    std::size_t const bytes_;
    Header * const header_;
    Row * const rowsBegin_;
+   uint32_t capacity_ = 0;
 };
 
 }  // namespace KelQuill

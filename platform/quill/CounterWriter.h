@@ -1,7 +1,7 @@
 // Fills a counter table: rows come and go with interfaces, counters are written as they are read from their source.
 //
-// Owned by the host. Publishes in the writer status directory one record, whose generation changes whenever rows come or go,
-// so that readers know to look for rows anew.
+// Owned by the host. Publishes in the writer status directory one record, whose generation changes whenever a row comes or
+// goes, so that readers know to look for rows anew.
 #pragma once
 
 #include <memory>
@@ -18,20 +18,24 @@ namespace KelQuill {
 
 class WriterStatus final : public Kel::Entity {
    KEL_ENTITY( WriterStatus, "KelQuill::WriterStatus", Kel::Name, writerName )
-   KEL_ATTR( Kel::String8, path )  // of the table's file; empty: anonymous memory
-   KEL_ATTR_NOTIFY( uint32_t, generation, onGeneration )
+   KEL_ATTR( Kel::String8, path )                         // of the table's file; empty: anonymous memory
+   KEL_ATTR( uint32_t, changedRow )                       // the one row that came or went with this generation
+   KEL_ATTR_NOTIFY( uint32_t, generation, onGeneration )  // the table's own
    KEL_ENTITY_END
 };
 
 class CounterWriter {
  public:
+   // The name of the status record of the Ethernet interfaces' counter writer.
+   static constexpr char const * statusName = "ethIntfCounter";
+
    // Makes the table, in a file at `path` or, where that is empty, in memory of this process, and its status record.
    CounterWriter( Kel::Ptr<Kel::Dir> const & writerStatusDir, std::string const & path );
 
    [[nodiscard]] CounterTable const & table() const { return *table_; }
 
    // An interface has a row from rowIs on, its counters at 0, until rowDel. A second rowIs changes nothing. Throws TableError
-   // when the table is full.
+   // when the table takes no further row.
    void rowIs( Lumo::IntfId intf );
    void rowDel( Lumo::IntfId intf );
    [[nodiscard]] bool hasRow( Lumo::IntfId intf ) const { return rows_.contains( intf ); }
@@ -40,6 +44,8 @@ class CounterWriter {
    void countersIs( Lumo::IntfId intf, CounterTable::Counters const & counters );
 
  private:
+   void handleRow( uint32_t index );
+
    std::unique_ptr<CounterTable> const table_;
    Kel::Ptr<WriterStatus> const status_;
    std::unordered_map<Lumo::IntfId, uint32_t> rows_;

@@ -21,18 +21,26 @@ class EntityManager final : public Kel::PtrInterface {
 
    [[nodiscard]] CounterTable const & table() const { return table_; }
 
-   // The rows are those of this turn afterwards. A load and a compare when they are already.
+   // The rows that the turn began with are those of this turn afterwards. A load and a compare when they are already.
    void freshen() const {
-      uint64_t const turn = Kel::activityLoop().turnNumber();
-      if( turn == freshTurn_ ) return;
-      freshTurn_ = turn;
-      if( refresher_ ) refresher_();
+      if( Kel::activityLoop().turnNumber() != freshTurn_ ) refresh();
+   }
+   // So are the rows that came since: for a reader that meets a row which was never written.
+   void freshenNewRows() const {
+      if( table_.generation() != freshGeneration_ ) refresh();
    }
 
  private:
+   void refresh() const {
+      freshTurn_ = Kel::activityLoop().turnNumber();
+      freshGeneration_ = table_.generation();
+      if( refresher_ ) refresher_();
+   }
+
    CounterTable const & table_;
    Refresher refresher_;
    mutable uint64_t freshTurn_ = UINT64_MAX;
+   mutable uint32_t freshGeneration_ = 0;
 };
 
 }  // namespace KelQuill

@@ -1,10 +1,11 @@
 #include "quill/EthIntfCounterReaderSm.h"
 
-#include <unordered_set>
+#include <utility>
 
 namespace Interface {
 
 using IntfCounterMasquerade::AllEthIntfCounterPtrDir;
+using IntfCounterMasquerade::currentName;
 using IntfCounterMasquerade::IntfCounter;
 using IntfCounterMasquerade::IntfCounterDir;
 
@@ -33,32 +34,48 @@ void EthIntfCounterReaderSm::prepareToDie() { writerStatus_.reset(); }
 
 void EthIntfCounterReaderSm::handleInitialized() {
    KEL_ASSERT( !initialized() );
-   for( auto [name, entity] : writerStatusDir_->entityIteratorConst() ) {
-      auto const status = Kel::dynamicPtrCast<KelQuill::WriterStatus const>( entity );
-      if( status ) writerStatus_ = std::make_unique<KelWriterStatus>( *this, status );
-   }
-   handleGeneration();
    initializedIs( true );
+   auto const status = Kel::dynamicPtrCast<KelQuill::WriterStatus const>(
+      writerStatusDir_->entityRef( KelQuill::CounterWriter::statusName ) );
+   if( status ) {
+      generation_ = status->generation();
+      writerStatus_ = std::make_unique<KelWriterStatus>( *this, status );
+   }
+   followAllRows();
 }
 
-// An entry reads the row that it was made for; a row that changed hands gets a new entry.
 void EthIntfCounterReaderSm::handleGeneration() {
-   auto const & table = tables_->table();
-   static Kel::Name const current( "current" );
-   std::unordered_set<Lumo::IntfId> present;
-   for( uint32_t i = 0; i < table.rows(); ++i ) {
-      auto const & row = table.row( i );
-      if( row.inUse.load( std::memory_order_acquire ) == 0 ) continue;
-      Lumo::IntfId const intf( row.name );
-      present.insert( intf );
-      auto const known = counters_->currentStatistics( intf );
-      if( known && known->reads( row ) ) continue;
-      counters_->intfCounterDirIs( intf )->intfCounterIs(
-         Kel::Ptr<IntfCounter>( new IntfCounter( current, tables_, i ) ) );
-   }
-   for( auto [intf, sets] : counters_->intfCounterDirIterator() ) {
-      if( !present.contains( intf ) ) counters_->intfCounterDirDel( intf );
-   }
+   auto const & status = *writerStatus_->notifier();
+   uint32_t const generation = status.generation();
+   uint32_t const steps = generation - std::exchange( generation_, generation );
+   if( steps == 0 ) return;
+   if( steps == 1 ) return followRow( status.changedRow() );
+   // Another reactor has made a change in between, which is told before the one it answers.
+   followAllRows();
+}
+
+void EthIntfCounterReaderSm::followAllRows() {
+   for( uint32_t i = 0; i < tables_->table().rows(); ++i ) followRow( i );
+}
+
+// Makes the entry of the row's former interface go and that of its present one come.
+void EthIntfCounterReaderSm::followRow( uint32_t index ) {
+   if( index >= intfs_.size() ) intfs_.resize( index + 1 );
+   auto const row = tables_->table().entry( index );
+   Lumo::IntfId const intf = row ? Lumo::IntfId( row->name ) : Lumo::IntfId();
+   Lumo::IntfId const former = std::exchange( intfs_[index], intf );
+   if( former != intf && entryReads( former, index ) ) counters_->intfCounterDirDel( former );
+   bool const overtaken = intfs_[index] != intf;  // by what the removal caused
+   if( intf.empty() || overtaken || entryReads( intf, index ) ) return;
+   Kel::Ptr<IntfCounterDir> const sets( new IntfCounterDir( intf ) );
+   sets->intfCounterIs( Kel::Ptr<IntfCounter>( new IntfCounter( currentName(), tables_, index ) ) );
+   counters_->intfCounterDirIs( sets );
+}
+
+// The interface may have moved to another row by now.
+bool EthIntfCounterReaderSm::entryReads( Lumo::IntfId intf, uint32_t index ) const {
+   auto const known = counters_->currentStatistics( intf );
+   return known && known->reads( tables_->table().row( index ) );
 }
 
 }  // namespace Interface

@@ -21,7 +21,13 @@ struct IntfStatistics {
 
 namespace IntfCounterMasquerade {
 
-// One set of counters. The one named "current" stands for what the hardware counts now.
+// The name of the set that stands for what the hardware counts now.
+[[nodiscard]] inline Kel::Name const & currentName() {
+   static Kel::Name const name( "current" );
+   return name;
+}
+
+// One set of counters. Good for as long as it is in the directory: afterwards the row may be another interface's.
 class IntfCounter final : public Kel::Entity {
    KEL_MACHINE( IntfCounter, "Interface::IntfCounter", Kel::Name, counterName )
    KEL_ENTITY_END
@@ -29,11 +35,17 @@ class IntfCounter final : public Kel::Entity {
    IntfCounter( Kel::Name const & name, Kel::Ptr<KelQuill::EntityManager> const & tables, uint32_t row )
       : counterName_( name ), tables_( tables ), row_( tables->table().row( row ) ) {}
 
-   // As of this turn of the activity loop.
+   // As of this turn of the activity loop. Without a value in both directions when the writer died in the middle of the row.
    [[nodiscard]] IntfStatistics statistics() const {
       tables_->freshen();
-      auto const counters = KelQuill::CounterTable::read( row_ );
-      return { counters.inOctets, counters.outOctets };
+      auto counters = KelQuill::CounterTable::read( row_ );
+      if( counters && counters->updateTime == 0 ) [[unlikely]] {
+         // The row may have come after the turn's refresh. Its zeros as a reference would make the next rate enormous.
+         tables_->freshenNewRows();
+         counters = KelQuill::CounterTable::read( row_ );
+      }
+      if( !counters ) return { Brim::MaybeU63::none(), Brim::MaybeU63::none() };
+      return { counters->inOctets, counters->outOctets };
    }
    [[nodiscard]] bool reads( KelQuill::CounterTable::Row const & row ) const { return &row == &row_; }
 
@@ -56,9 +68,8 @@ class AllEthIntfCounterPtrDir final : public Kel::Entity {
 
    // The "current" counters of an interface, null when it has none.
    [[nodiscard]] Kel::Ptr<IntfCounter const> currentStatistics( Lumo::IntfId intf ) const {
-      static Kel::Name const current( "current" );
       auto const sets = intfCounterDir( intf );
-      return sets ? sets->intfCounter( current ) : nullptr;
+      return sets ? sets->intfCounter( currentName() ) : nullptr;
    }
 };
 

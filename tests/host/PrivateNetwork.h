@@ -1,6 +1,6 @@
-// A network of the test's own: every case runs in a fresh network namespace, in which it makes and changes links with iproute2. No
-// link of the machine is seen or touched, and nothing is left behind. Needs no rights of root where the kernel lets any user
-// have namespaces; where it does not, the case fails.
+// A network of the test's own: every case runs in a fresh network namespace, in which it makes and changes links with
+// iproute2. No link of the machine is seen or touched, and nothing is left behind. Needs no rights of root where the
+// kernel lets any user have namespaces; where it does not, the case fails.
 #pragma once
 
 #include <gtest/gtest.h>

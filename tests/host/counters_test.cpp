@@ -33,6 +33,7 @@ TEST( MonotonicCounter, goesOnFromWhereItStood ) {
       { "two restarts", { { 500, 50 }, { 3, 2 }, { 1, 1 }, { 4, 1 } }, { 507, 53 } },
       { "the highest", { { top, top }, { 1, 1 } }, { top, top } },
       { "a driver's -1 does not wrap", { { 5, 5 }, { ~0ull, 6 }, { 1, 7 } }, { top, 13 } },
+      { "nor does it after a restart", { { 5, 5 }, { 1, 1 }, { ~0ull, 2 } }, { top, 7 } },
    };
    for( auto const & [what, raw, published] : cases ) {
       MonotonicCounter counter;
@@ -58,6 +59,13 @@ class Counters : public PrivateNetwork {
    static void makeLink() {
       ip( "link add name v0 type veth peer name v1\nlink set v0 up\nlink set v1 up\naddress add 10.9.0.1/24 dev v0\n"
           "neighbour add 10.9.0.2 lladdr 02:00:00:00:00:01 dev v0 nud permanent" );
+   }
+
+   // So many that the kernel answers in several parts.
+   static void makeManyLinks() {
+      std::string lines;
+      for( int i = 0; i < 150; ++i ) lines += "link add name x" + std::to_string( i ) + " type veth\n";
+      ip( lines );
    }
 
    // Returns the octets of the frames, without preamble and checksum as the kernel counts.
@@ -117,11 +125,7 @@ TEST_F( Counters, equalWhatTheKernelShowsAndWhatWasSent ) {
 }
 
 TEST_F( Counters, ofManyLinksComeInOneReadOnceEach ) {
-   std::string links;
-   for( int i = 0; i < 150; ++i ) {
-      links += "link add name x" + std::to_string( i ) + " type veth peer name y" + std::to_string( i ) + "\n";
-   }
-   ip( links );
+   makeManyLinks();
    send( 3, 100 );
    EXPECT_EQ( reader_->reads(), 0u );
    EXPECT_EQ( readAll(), shown() );
@@ -143,6 +147,7 @@ TEST_F( Counters, ofADeviceMadeAgainGoOn ) {
 
 TEST_F( Counters, areReadAgainAfterAReadThatFailed ) {
    struct Refused {};
+   makeManyLinks();
    EXPECT_THROW( reader_->read( []( int, rtnl_link_stats64 const & ) { throw Refused(); } ), Refused );
    send( 3, 100 );
    EXPECT_EQ( readAll(), shown() );

@@ -1,4 +1,5 @@
-// The picture of the box's links: what a message says, and that what is reported leads to what the kernel has, also after losses.
+// The picture of the box's links: what a message says, and that the reports lead to what the kernel has, also after
+// losses.
 #include <libmnl/libmnl.h>
 #include <linux/if.h>
 #include <linux/if_link.h>
@@ -146,6 +147,12 @@ class Links : public PrivateNetwork {
       return reports_;
    }
 
+   // The last of them, which is `last` if it came.
+   std::string lastReportAfter( std::string const & lines, std::string const & last ) {
+      auto const reports = reportsAfter( lines, last );
+      return reports.empty() ? "no report" : reports.back();
+   }
+
    // The kernel's own picture.
    static Picture kernelLinks() {
       Picture links;
@@ -170,10 +177,9 @@ class Links : public PrivateNetwork {
       return -1;
    }
 
-   // From now on a few messages fill the monitor's queue.
-   void shrinkQueue() const {
-      int const least = 1;
-      ASSERT_EQ( setsockopt( monitor_->fd(), SOL_SOCKET, SO_RCVBUF, &least, sizeof least ), 0 );
+   // From now on so many bytes of messages, with the kernel's own overhead, fill the monitor's queue.
+   void queueBytesIs( int bytes ) const {
+      ASSERT_EQ( setsockopt( monitor_->fd(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes ), 0 );
    }
 
    // Takes in everything that is pending, and holds what is known against the kernel.
@@ -221,11 +227,11 @@ TEST_F( Links, thatChangeAreReportedOnceEach ) {
    EXPECT_EQ( reportsAfter( "link set v0 up", "v0 waits" ), Reports{ "v0 waits" } ) << "its peer is down";
    auto const up = reportsAfter( "link set v1 up", "v0 up" );
    EXPECT_TRUE( std::ranges::count( up, "v0 up" ) == 1 && std::ranges::count( up, "v1 up" ) == 1 );
-   EXPECT_EQ( reportsAfter( "link set v1 mtu 1400\nlink set v0 down", "v1 waits" ).back(), "v1 waits" );
+   EXPECT_EQ( lastReportAfter( "link set v1 mtu 1400\nlink set v0 down", "v1 waits" ), "v1 waits" );
    EXPECT_EQ( reportsAfter( "link set v0 name w0", "w0 down" ), ( Reports{ "v0 gone", "w0 down" } ) );
    auto const deleted = reportsAfter( "link del w0\nlink add name v0 type veth peer name v1", "v0 down" );
-   EXPECT_EQ( deleted.back(), "v0 down" );
    EXPECT_EQ( std::ranges::count( deleted, "v1 gone" ), 1 );
+   EXPECT_EQ( std::ranges::count( deleted, "v0 down" ), 1 );
    expectTruth();
 }
 
@@ -245,33 +251,34 @@ TEST_F( Links, thatLeaveABridgeStay ) {
    expectTruth();
 }
 
+// The queue keeps the news of the first links, which are gone by then, and loses what follows.
 TEST_F( Links, areRightAgainAfterLostMessages ) {
    start();
-   shrinkQueue();
+   queueBytesIs( 32 * 1024 );
    std::string many;
-   for( int i = 0; i < 50; ++i )
-      many += "link add name x" + std::to_string( i ) + " type veth peer name y" + std::to_string( i ) + "\n";
-   for( int i = 1; i < 50; ++i ) many += "link del x" + std::to_string( i ) + "\n";
+   for( int i = 0; i < 20; ++i ) many += "link add name x" + std::to_string( i ) + " type veth\n";
+   for( int i = 0; i < 20; ++i ) many += "link del x" + std::to_string( i ) + "\n";
    ip( many + "link del v0\nlink add name v0 type veth peer name v1" );
    ASSERT_GT( dropped(), 0 );
    expectTruth();
-   EXPECT_EQ( reportsAfter( "link set v0 up", "v0 waits" ).back(), "v0 waits" ) << "changes arrive as before";
+   EXPECT_EQ( std::ranges::count( reports_, "x0 down" ), std::ranges::count( reports_, "x0 gone" ) );
+   EXPECT_EQ( lastReportAfter( "link set v0 up", "v0 waits" ), "v0 waits" ) << "changes arrive as before";
 }
 
-TEST_F( Links, thatSwapNamesWhileMessagesAreLostKeepBoth ) {
+TEST_F( Links, thatSwapNamesWhileMessagesAreLostAreBothKnown ) {
    ip( "link add name w0 type veth peer name w1" );
    start();
-   shrinkQueue();
+   queueBytesIs( 1 );  // the least there is
    std::string noise;
    for( int i = 0; i < 100; ++i ) noise += "link set v1 mtu " + std::to_string( 1000 + i ) + "\n";
-   ip( noise + "link set v0 name tmp\nlink set w0 name v0\nlink set tmp name w0" );
+   ip( noise + "link set v0 name tmp\nlink set w0 name v0\nlink set tmp name w0\nlink set w1 name u1" );
    ASSERT_GT( dropped(), 0 );
    expectTruth();
 }
 
 TEST_F( Links, thatDidNotChangeAreNotReportedAfterLostMessages ) {
    start();
-   shrinkQueue();
+   queueBytesIs( 1 );  // the least there is
    std::string noise;
    for( int i = 0; i < 100; ++i ) noise += "link set v1 mtu " + std::to_string( 1000 + i ) + "\n";
    ip( noise + "link set v0 up" );

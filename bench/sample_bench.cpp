@@ -1,0 +1,169 @@
+// What one sample of one Ethernet interface costs, end to end: its timer fires on the wheel, its counters are read
+// from the shared table, rates are computed, the records are written, the drain decision is made and put into the
+// ring trace, and the timer is set for the next interval. The program plays the agent: it keeps the records and loads
+// the plug-in from its shared object. The interfaces of one unit enter maintenance and never drain; an iteration is
+// one sample interval of the virtual clock, in which each of them is sampled once.
+//
+// `sample` leaves the counters as they stand, so that nothing but the samples is measured. In `sampleWithFeed`
+// traffic flows: the table's rows are written once per turn before the first of them is read, as the agent does it.
+// Neither includes reading the kernel's statistics, nor a watcher of the records: each write asks whether anyone is
+// to be told, and nobody is. Framework trace lines are disabled and all ring trace levels enabled, which is the
+// default.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kel/ActivityLoop.h"
+#include "plugin/Loader.h"
+#include "plugin/PluginContext.h"
+#include "quill/CounterWriter.h"
+#include "quill/EntityManager.h"
+#include "state/MaintenanceState.h"
+
+namespace {
+
+using Lumo::IntfId;
+using Maintenance::Profile::ProfileType;
+
+constexpr double sampleIntervalSeconds = 10;
+
+Kel::String8 const profileName( "never-drained" );
+Kel::String8 const unitName( "fabric" );
+Kel::Name const instanceName( "fabric#1" );
+
+Group::GroupKey unitGroup() { return { Group::GroupType::intf, unitName }; }
+
+// Modules of 32 ports: Ethernet1/1 to Ethernet1/32, Ethernet2/1, ...
+std::vector<IntfId> ethernets( int64_t count ) {
+   std::vector<IntfId> intfs;
+   for( int64_t i = 0; i < count; ++i ) {
+      intfs.emplace_back( "Ethernet" + std::to_string( i / 32 + 1 ) + "/" + std::to_string( i % 32 + 1 ) );
+   }
+   return intfs;
+}
+
+class Agent {
+ public:
+   explicit Agent( int64_t intfCount ) : intfs_( ethernets( intfCount ) ) {
+      Maintenance::DefaultPluginLoader().load( RATEMON_PLUGIN_PATH );
+      makeProfile();
+      makeUnit();
+      Maintenance::DefaultPluginLoader().initPlugins( context_ );
+      loop_.runUntil( *clock_, clock_->now() );
+      enter();
+      intervalPasses();  // so that every interface has rates
+      samplesBefore_ = samples();
+   }
+   Agent( Agent const & ) = delete;
+   Agent & operator=( Agent const & ) = delete;
+   ~Agent() { pluginDir_->entityDel( "rateMonPlugin" ); }
+
+   // From now on every turn that samples finds the rows grown.
+   void feedIs() {
+      quill_->refresherIs( [this] {
+         octets_ += 12'500;
+         for( IntfId const intf : intfs_ ) writer_.countersIs( intf, { octets_, octets_, Kel::now() } );
+      } );
+   }
+   void intervalPasses() { loop_.runUntil( *clock_, clock_->now() + sampleIntervalSeconds ); }
+
+   // Whether every interface was sampled once in each of that many intervals and still waits for its traffic to go.
+   [[nodiscard]] bool sampledOnceIn( int64_t intervals ) const {
+      return samples() - samplesBefore_ == intervals * static_cast<int64_t>( intfs_.size() ) &&
+             std::all_of( intfs_.begin(), intfs_.end(), [this]( IntfId intf ) {
+                return monitored( intf )->state() == Maintenance::MonIntfState::thresholdMonitoring;
+             } );
+   }
+
+ private:
+   // No rate is below a threshold of 0.
+   void makeProfile() {
+      Kel::Ptr<IntfMaintenanceProfile::Config> const config( new IntfMaintenanceProfile::Config( profileName ) );
+      config->rateMonThresholdInKbpsIs( 0 );
+      config->sampleIntervalIs( sampleIntervalSeconds );
+      config->rateMonLoadIntervalIs( 60 );
+      state_.profiles->configIs( config );
+   }
+
+   void makeUnit() {
+      auto const group = state_.groupStatus->statusIs( unitName );
+      for( IntfId const intf : intfs_ ) {
+         group->intfIs( intf, true );
+         auto const member = state_.intfToGroup->intfToGroupIs( intf );
+         member->groupIs( unitGroup(), true );
+         member->selectedProfileIs( ProfileType::interface, { profileName } );
+         state_.intfStatus->intfStatusIs( intf )->operStatusIs( Interface::IntfOperStatus::up );
+         writer_.rowIs( intf );
+      }
+      state_.groupToUnit->groupToUnitIs( unitGroup() )->unitNameIs( Kel::Name( unitName.str() ), true );
+      auto const unit = state_.unitStatus->statusIs( unitName );
+      unit->groupIs( unitGroup(), true );
+      unit->genIdIs( 1 );
+      unit->maintEnterInstanceNameIs( instanceName );
+      unit->stateIs( Maintenance::Unit::State::active );
+   }
+
+   void enter() {
+      state_.unitStatus->status( unitName )->stateIs( Maintenance::Unit::State::entering );
+      state_.enter.completion->statusIs( instanceName );
+      state_.enter.progress->progressIs( instanceName )->stageIs( Kel::String8( "ratemon" ), true );
+      loop_.runUntil( *clock_, clock_->now() );
+   }
+
+   [[nodiscard]] Kel::Ptr<Maintenance::MonIntfStatus const> monitored( IntfId intf ) const {
+      return state_.monIntfStatus->monIntfStatus( intf );
+   }
+   [[nodiscard]] int64_t samples() const {
+      int64_t sum = 0;
+      for( IntfId const intf : intfs_ ) {
+         auto const record = monitored( intf );
+         if( record ) sum += record->totalSamples();
+      }
+      return sum;
+   }
+
+   std::vector<IntfId> const intfs_;
+   Kel::Ptr<Kel::VirtualClock> const clock_ = new Kel::VirtualClock( 1000 );
+   Kel::ActivityLoop loop_{ clock_ };
+   Kel::Ptr<Dovra::EntityManager> const database_ = new Dovra::EntityManager;
+   Maintenance::MaintenanceState state_{ *database_ };
+   Kel::Ptr<Kel::Dir> const pluginDir_ = new Kel::Dir( "plugins" );
+   KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
+   Kel::Ptr<KelQuill::EntityManager> const quill_ = new KelQuill::EntityManager( writer_.table() );
+   Maintenance::PluginContext context_{ pluginDir_, database_, quill_ };
+   uint64_t octets_ = 0;
+   int64_t samplesBefore_ = 0;
+};
+
+void measure( benchmark::State & state, Agent & agent ) {
+   for( auto _ : state ) agent.intervalPasses();
+   if( !agent.sampledOnceIn( static_cast<int64_t>( state.iterations() ) ) ) {
+      state.SkipWithError( "not every interface was sampled in every interval" );
+      return;
+   }
+   auto const samples = static_cast<int64_t>( state.iterations() ) * state.range( 0 );
+   state.SetItemsProcessed( samples );
+   state.counters["time/sample"] =
+      benchmark::Counter( static_cast<double>( samples ), benchmark::Counter::kIsRate | benchmark::Counter::kInvert );
+}
+
+void sample( benchmark::State & state ) {
+   Agent agent( state.range( 0 ) );
+   measure( state, agent );
+}
+
+void sampleWithFeed( benchmark::State & state ) {
+   Agent agent( state.range( 0 ) );
+   agent.feedIs();
+   measure( state, agent );
+}
+
+BENCHMARK( sample )->Arg( 100 )->Arg( 10'000 )->Arg( 100'000 )->Unit( benchmark::kMicrosecond );
+BENCHMARK( sampleWithFeed )->Arg( 100 )->Arg( 10'000 )->Arg( 100'000 )->Unit( benchmark::kMicrosecond );
+
+}  // namespace
+
+BENCHMARK_MAIN();
