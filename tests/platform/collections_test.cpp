@@ -81,7 +81,7 @@ TEST_F( HashMapModel, randomOperationsWithWalksUnderWay ) {
    auto const seed = std::random_device{}();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
    std::mt19937 random( seed );
-   auto const chance = [ & ]( unsigned n ) { return static_cast<unsigned>( random() % n ); };
+   auto const chance = [&]( unsigned n ) { return static_cast<unsigned>( random() % n ); };
    for( unsigned round = 0; round < 20'000; ++round ) {
       // The size swings between nothing and well beyond the linear search.
       uint32_t const key = chance( round % 4000 < 2000 ? 100 : 8 );
