@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "PrivateNetwork.h"
 #include "linux/MonotonicCounter.h"
 #include "linux/StatsReader.h"
+#include "net/PrivateNetwork.h"
 
 namespace Host::Linux {
 namespace {

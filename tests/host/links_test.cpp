@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "PrivateNetwork.h"
 #include "linux/LinkMonitor.h"
+#include "net/PrivateNetwork.h"
 
 namespace Host::Linux {
 namespace {

@@ -1,0 +1,143 @@
+#include "Box.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+namespace Test {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void redirect( std::string const & path, int to ) {
+   int const fd = ::open( path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600 );
+   ::dup2( fd, to );
+   ::close( fd );
+}
+
+int exitStatus( pid_t child ) {
+   int status = 0;
+   ::waitpid( child, &status, 0 );
+   return WIFEXITED( status ) ? WEXITSTATUS( status ) : -1;
+}
+
+}  // namespace
+
+Box::Box() {
+   char name[] = "/tmp/ratemon-e2e-XXXXXX";
+   directory_ = ::mkdtemp( name );
+}
+
+Box::~Box() {
+   for( pid_t const sender : senders_ ) stop( sender );
+   if( maintd_ != 0 ) stop( maintd_ );
+   if( HasFailure() ) std::cerr << "maintd wrote:\n" << contents( path( "maintd.log" ) ) << "\n";
+   std::filesystem::remove_all( directory_ );
+}
+
+void Box::link( std::string const & name, int number ) {
+   std::string const n = std::to_string( number );
+   std::string const far = "far" + name;
+   ip( "link add " + name + " type veth peer name " + far + " address 02:00:00:00:0" + n + ":02\n" +  //
+       "link set " + far + " up\nlink set " + name + " up\naddress add 10.9." + n + ".1/24 dev " + name + "\n" +
+       "neighbour replace 10.9." + n + ".2 lladdr 02:00:00:00:0" + n + ":02 dev " + name );
+}
+
+pid_t Box::spawn( std::vector<std::string> const & command, std::string const & out, std::string const & err ) const {
+   std::vector<char *> arguments;
+   for( std::string const & argument : command ) arguments.push_back( const_cast<char *>( argument.c_str() ) );
+   arguments.push_back( nullptr );
+   pid_t const child = ::fork();
+   if( child != 0 ) return child;
+   ::prctl( PR_SET_PDEATHSIG, SIGKILL );
+   redirect( out, STDOUT_FILENO );
+   redirect( err, STDERR_FILENO );
+   ::execv( arguments.front(), arguments.data() );
+   ::_exit( 127 );
+}
+
+void Box::startMaintd( std::string const & config, std::vector<std::string> const & more ) {
+   std::vector<std::string> command{ RATEMON_MAINTD_PATH,   "--config",    file( "maintd.yaml", config ), "--socket",
+                                     path( "maintd.sock" ), "--foreground" };
+   command.insert( command.end(), more.begin(), more.end() );
+   maintd_ = spawn( command, path( "maintd.out" ), path( "maintd.log" ) );
+   ASSERT_TRUE( eventually( [&] { return maintctl( { "units" } ).status == 0; } ) ) << "maintd does not answer";
+}
+
+int Box::stopMaintd( int signal ) {
+   ::kill( maintd_, signal );
+   return exitStatus( std::exchange( maintd_, 0 ) );
+}
+
+pid_t Box::send( std::string const & link, int number, double bitsPerSecond ) {
+   std::string const to = "10.9." + std::to_string( number ) + ".2";
+   senders_.push_back( spawn(
+      { RATEMON_SOURCE_DIR "/tools/send-udp", "--device", link, "--to", to, "--rate", std::to_string( bitsPerSecond ) },
+      path( "sender.out" ), path( "sender.err" ) ) );
+   return senders_.back();
+}
+
+void Box::stop( pid_t child ) {
+   ::kill( child, SIGKILL );
+   ::waitpid( child, nullptr, 0 );
+}
+
+Result Box::run( std::vector<std::string> const & command ) const {
+   int const status = exitStatus( spawn( command, path( "run.out" ), path( "run.err" ) ) );
+   return { status, contents( path( "run.out" ) ), contents( path( "run.err" ) ) };
+}
+
+Result Box::maintctl( std::vector<std::string> const & arguments ) const {
+   std::vector<std::string> command{ RATEMON_MAINTCTL_PATH, "--socket", path( "maintd.sock" ) };
+   command.insert( command.end(), arguments.begin(), arguments.end() );
+   return run( command );
+}
+
+boost::json::object Box::shown( std::string const & interface ) const {
+   auto const answer = boost::json::parse( maintctl( { "interfaces", "--json" } ).out );
+   for( auto const & row : answer.at( "interfaces" ).as_array() ) {
+      if( row.at( "interface" ).as_string() == interface ) return row.as_object();
+   }
+   throw std::runtime_error( "maintctl shows no interface " + interface );
+}
+
+std::string Box::state( std::string const & unit ) const {
+   auto const answer = boost::json::parse( maintctl( { "units", "--json" } ).out );
+   for( auto const & row : answer.at( "units" ).as_array() ) {
+      if( row.at( "unit" ).as_string() == unit ) return row.at( "state" ).as_string().c_str();
+   }
+   throw std::runtime_error( "maintctl shows no unit " + unit );
+}
+
+std::string Box::file( std::string const & name, std::string const & content ) const {
+   std::ofstream( path( name ) ) << content;
+   return path( name );
+}
+
+std::string Box::contents( std::string const & path ) {
+   std::ostringstream text;
+   text << std::ifstream( path ).rdbuf();
+   return text.str();
+}
+
+bool Box::eventually( std::function<bool()> const & holds, double seconds ) {
+   auto const end = Clock::now() + std::chrono::duration<double>( seconds );
+   while( !holds() ) {
+      if( Clock::now() > end ) return false;
+      std::this_thread::sleep_for( std::chrono::milliseconds( 50 ) );
+   }
+   return true;
+}
+
+double Box::sentBytes( std::string const & link ) {
+   return ask( "-statistics link show " + link )[0].at( "stats64" ).at( "tx" ).at( "bytes" ).to_number<double>();
+}
+
+}  // namespace Test

@@ -1,0 +1,62 @@
+// A small box of its own for end-to-end tests: private network namespace, veth links, the real maintd, maintctl and packets.
+//
+// Every child runs in the test's namespace and dies with the test. What maintd wrote is shown when a test fails.
+#pragma once
+
+#include <sys/types.h>
+
+#include <boost/json.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "net/PrivateNetwork.h"
+
+namespace Test {
+
+struct Result {
+   int status = -1;  // exit status; -1 for a child that did not exit by itself
+   std::string out;  // standard output
+   std::string err;  // standard error
+};
+
+class Box : public PrivateNetwork {
+ protected:
+   Box();
+   ~Box() override;
+
+   // A veth pair: `name`, and its other end, called the same with "far" before it. Packets sent to 10.9.<number>.2 leave by it.
+   static void link( std::string const & name, int number );
+
+   // Starts maintd and waits until it answers.
+   void startMaintd( std::string const & config, std::vector<std::string> const & more = {} );
+   // Sends it a signal and returns its exit status.
+   int stopMaintd( int signal );
+   [[nodiscard]] pid_t send( std::string const & link, int number, double bitsPerSecond );
+   static void stop( pid_t child );
+
+   [[nodiscard]] Result run( std::vector<std::string> const & command ) const;
+   [[nodiscard]] Result maintctl( std::vector<std::string> const & arguments ) const;
+   // One interface as `maintctl interfaces --json` shows it.
+   [[nodiscard]] boost::json::object shown( std::string const & interface ) const;
+   [[nodiscard]] std::string state( std::string const & unit ) const;
+
+   [[nodiscard]] std::string path( std::string const & name ) const { return directory_ + "/" + name; }
+   std::string file( std::string const & name, std::string const & content ) const;  // its path
+   [[nodiscard]] static std::string contents( std::string const & path );
+
+   // Waits until it holds; false when it does not in time.
+   [[nodiscard]] static bool eventually( std::function<bool()> const & holds, double seconds = 10 );
+   // What the kernel has counted as sent on a link.
+   [[nodiscard]] static double sentBytes( std::string const & link );
+
+ private:
+   [[nodiscard]] pid_t spawn( std::vector<std::string> const & command, std::string const & out,
+                              std::string const & err ) const;
+
+   std::string directory_;
+   pid_t maintd_ = 0;
+   std::vector<pid_t> senders_;
+};
+
+}  // namespace Test

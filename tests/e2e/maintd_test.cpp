@@ -1,0 +1,153 @@
+// maintd and maintctl as an operator meets them: real processes, real links, real packets.
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+
+#include "Box.h"
+
+namespace Test {
+
+using ::testing::HasSubstr;
+
+namespace {
+
+std::string config( std::string const & interfaces, std::string const & loadInterval = "3s" ) {
+   return "profiles:\n  quick: { threshold: 100kbps, sample-interval: 1s, load-interval: " + loadInterval +
+          " }\ndefault-profile: quick\ngroups:\n  g: { interfaces: [" + interfaces +
+          "] }\nunits:\n  fabric: { groups: [g] }\n";
+}
+
+}  // namespace
+
+class Maintd : public Box {};
+
+TEST_F( Maintd, takesAUnitThroughAWholeCycle ) {
+   link( "up1", 1 );
+   link( "up2", 2 );
+   startMaintd( config( "up1, up2" ) );
+   pid_t const sender = send( "up1", 1, 4e6 );
+   auto const entered = maintctl( { "enter", "fabric", "--json" } );
+   EXPECT_EQ( entered.status, 0 );
+   EXPECT_THAT( entered.out, HasSubstr( "\"result\": \"started\", \"generation\": 1" ) );
+   ASSERT_TRUE( eventually( [&] { return shown( "up1" ).at( "totalSamples" ).to_number<int>() >= 2; } ) );
+
+   // What was published over some samples is what the kernel counted over the same time.
+   double published = 0;
+   int last = shown( "up1" ).at( "totalSamples" ).to_number<int>();
+   double const before = sentBytes( "up1" );
+   for( int samples = 0; samples < 4; ) {
+      auto const now = shown( "up1" );
+      int const total = now.at( "totalSamples" ).to_number<int>();
+      if( total == last ) continue;
+      ASSERT_EQ( total, last + 1 );
+      last = total;
+      ++samples;
+      published += now.at( "outBitsRate" ).to_number<double>();
+      EXPECT_NEAR( now.at( "outBitsRate" ).to_number<double>(), 4e6, 0.1 * 4e6 );
+   }
+   double const counted = ( sentBytes( "up1" ) - before ) * 8;
+   EXPECT_NEAR( published / counted, 1, 0.1 );  // both ends of the span are found by polling
+   EXPECT_LT( shown( "up1" ).at( "inBitsRate" ).to_number<double>(), 100e3 );
+
+   EXPECT_TRUE( shown( "up2" ).at( "drained" ).as_bool() );
+   EXPECT_FALSE( shown( "up1" ).at( "drained" ).as_bool() );
+   EXPECT_THAT( maintctl( { "status" } ).out, HasSubstr( "to fall below 100 kbps" ) );
+   auto const again = maintctl( { "enter", "fabric" } );
+   EXPECT_EQ( again.status, 0 );
+   EXPECT_THAT( again.out, HasSubstr( "already" ) );
+   EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "1s" } ).status, 3 );
+
+   stop( sender );
+   EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_EQ( state( "fabric" ), "inMaintenance" );
+   EXPECT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_EQ( state( "fabric" ), "active" );
+   EXPECT_EQ( maintctl( { "get", "maintenance/interface/status/ratemon/monIntfStatus" } ).out, "{}\n" );
+   EXPECT_EQ( stopMaintd( SIGTERM ), 0 );
+   EXPECT_FALSE( std::filesystem::exists( path( "maintd.sock" ) ) );
+}
+
+// The counter table holds what was last read from the kernel, so it stands still while nothing is read.
+TEST_F( Maintd, readsTheKernelOnlyWhileAUnitIsInMaintenance ) {
+   link( "up1", 1 );
+   startMaintd( config( "up1", "0s" ), { "--counter-table", path( "counters" ) } );
+   auto const stands = [&] {
+      std::string const before = contents( path( "counters" ) );
+      double const sent = sentBytes( "up1" );
+      EXPECT_TRUE( eventually( [&] { return sentBytes( "up1" ) > sent + 700e3; } ) );
+      return contents( path( "counters" ) ) == before;
+   };
+   pid_t const sender = send( "up1", 1, 4e6 );
+   EXPECT_TRUE( stands() );
+   ASSERT_EQ( maintctl( { "enter", "fabric" } ).status, 0 );
+   EXPECT_FALSE( stands() );
+   ASSERT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_TRUE( stands() );
+   stop( sender );
+}
+
+TEST_F( Maintd, saysWhyNothingWasMonitored ) {
+   link( "up1", 1 );
+   ip( "link set up1 down" );
+   startMaintd( config( "up1, absent" ) );
+   auto const entered = maintctl( { "enter", "fabric", "--wait", "--timeout", "20s" } );
+   EXPECT_EQ( entered.status, 0 );
+   EXPECT_THAT( entered.out,
+                HasSubstr( "nothing was monitored: up1: the link is down; absent: there is no such interface" ) );
+   EXPECT_EQ( stopMaintd( SIGINT ), 0 );
+}
+
+TEST_F( Maintd, followsLinksThatComeAndGoWithoutAWrongRate ) {
+   link( "up1", 1 );
+   startMaintd( config( "up1", "3600s" ) );
+   auto const operStatus = [&] { return std::string( shown( "up1" ).at( "operStatus" ).as_string() ); };
+   static_cast<void>( send( "up1", 1, 4e6 ) );
+   ASSERT_EQ( maintctl( { "enter", "fabric" } ).status, 0 );
+   ASSERT_TRUE( eventually( [&] { return shown( "up1" ).at( "totalSamples" ).to_number<int>() >= 2; } ) );
+   ip( "link set farup1 down" );
+   EXPECT_TRUE( eventually( [&] { return operStatus() == "down"; } ) );
+   ip( "link set farup1 up" );
+   EXPECT_TRUE( eventually( [&] { return operStatus() == "up"; } ) );
+   ip( "link delete up1" );
+   EXPECT_TRUE( eventually( [&] { return operStatus() == "missing"; } ) );
+   link( "up1", 1 );  // its counters start again at 0
+   EXPECT_TRUE( eventually( [&] { return operStatus() == "up"; } ) );
+   int const then = shown( "up1" ).at( "totalSamples" ).to_number<int>();
+   EXPECT_TRUE( eventually( [&] {
+      EXPECT_LT( shown( "up1" ).at( "inBitsRate" ).to_number<double>(), 1e9 );
+      EXPECT_LT( shown( "up1" ).at( "outBitsRate" ).to_number<double>(), 1e9 );
+      return shown( "up1" ).at( "totalSamples" ).to_number<int>() >= then + 3;
+   } ) );
+   EXPECT_EQ( stopMaintd( SIGTERM ), 0 );  // in the middle of the entry
+}
+
+TEST_F( Maintd, saysWhatIsWrong ) {
+   auto const unreached = maintctl( { "units" } );
+   EXPECT_EQ( unreached.status, 5 );
+   EXPECT_THAT( unreached.err, HasSubstr( "Start it with: maintd --config" ) );
+   EXPECT_EQ( maintctl( { "no-such-command" } ).status, 2 );
+
+   std::string bad = config( "up1" );
+   bad.replace( bad.find( "100kbps" ), 7, "100furlongs" );
+   auto const refused =
+      run( { RATEMON_MAINTD_PATH, "--config", file( "bad.yaml", bad ), "--socket", path( "maintd.sock" ) } );
+   EXPECT_EQ( refused.status, 2 );
+   EXPECT_THAT( refused.err, HasSubstr( path( "bad.yaml" ) + ":2:" ) );
+   EXPECT_FALSE( std::filesystem::exists( path( "maintd.sock" ) ) );
+
+   startMaintd( config( "up1" ) );
+   auto const unknown = maintctl( { "enter", "nowhere" } );
+   EXPECT_EQ( unknown.status, 1 );
+   EXPECT_THAT( unknown.err, HasSubstr( "there is no unit \"nowhere\"; the units are: fabric" ) );
+   auto const second =
+      run( { RATEMON_MAINTD_PATH, "--config", path( "maintd.yaml" ), "--socket", path( "maintd.sock" ) } );
+   EXPECT_EQ( second.status, 1 );
+   EXPECT_THAT( second.err, HasSubstr( "another maintd answers" ) );
+   EXPECT_EQ( maintctl( { "get", "maintenance/unit/status/status/fabric/state" } ).out, "1\n" );
+   EXPECT_EQ( maintctl( { "get", "maintenance/unit/status/nothing" } ).status, 1 );
+}
+
+}  // namespace Test
