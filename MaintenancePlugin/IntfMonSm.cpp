@@ -6,6 +6,8 @@
 #include "RateMonTrace.h"
 #include "kel/ActivityLoop.h"
 
+KEL_TYPE( MaintenanceMode::IntfMonSm )
+
 namespace MaintenanceMode {
 
 using Maintenance::MonIntfState;

@@ -3,6 +3,8 @@
 #include "RateMonSm.h"
 #include "RateMonTrace.h"
 
+KEL_TYPE( MaintenanceMode::MaintStageHelperSm )
+
 namespace MaintenanceMode {
 
 class MaintStageHelperSm::KelProgressDir final : public Stage::ProgressDir::NotifieeConst {

@@ -6,6 +6,10 @@
 #include "RateMonTrace.h"
 #include "kel/ActivityLoop.h"
 
+KEL_TYPE( MaintenanceMode::IntfCounterInfo )
+KEL_TYPE( MaintenanceMode::MonitoredIntf )
+KEL_TYPE( MaintenanceMode::MonitoredIntfDir )
+
 namespace MaintenanceMode {
 
 using Interface::IntfRates;

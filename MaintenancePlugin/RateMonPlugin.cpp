@@ -9,6 +9,9 @@
 #include "kel/Dir.h"
 #include "records/Cell.h"
 
+KEL_TYPE( MaintenanceMode::RateMonPluginInfoDumper )
+KEL_TYPE( MaintenanceMode::RateMonSmLoader )
+
 namespace MaintenanceMode {
 
 namespace {

@@ -3,6 +3,8 @@
 #include "RateMonTrace.h"
 #include "kel/ActivityLoop.h"
 
+KEL_TYPE( MaintenanceMode::RateMonSm )
+
 namespace MaintenanceMode {
 
 class RateMonSm::KelUnitStatusDir final : public Maintenance::Unit::StatusDir::NotifieeConst {

@@ -3,6 +3,8 @@
 #include "RateMonSm.h"
 #include "RateMonTrace.h"
 
+KEL_TYPE( MaintenanceMode::UnitMonSm )
+
 namespace MaintenanceMode {
 
 using Interface::IntfOperStatus;

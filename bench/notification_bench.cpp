@@ -35,6 +35,7 @@ class Record final : public Kel::Entity {
    KEL_ATTR_NOTIFY( uint64_t, value, onValue )
    KEL_ENTITY_END
 };
+KEL_TYPE( Record )
 
 class Entity {
  public:

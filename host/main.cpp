@@ -4,17 +4,13 @@
 #include <iostream>
 
 #include "Agent.h"
+#include "plugin/Loader.h"
 
 namespace {
 
 constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
 
 enum ExitStatus : int { stopped = 0, failed = 1, usage = 2 };
-
-// The plug-in lies beside the program, or where it is said to be.
-std::string pluginBesideProgram() {
-   return ( std::filesystem::read_symlink( "/proc/self/exe" ).parent_path() / "RateMonPlugin.so" ).string();
-}
 
 // What the file asks for and this agent does not do is an error, not a surprise at the next maintenance.
 void refuseWhatIsNotCarriedOut( Host::Config::Config const & config ) {
@@ -51,7 +47,7 @@ int serve( Host::Config::Config const & config, Host::Agent::Options const & opt
 int main( int argc, char ** argv ) {
    CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
    std::string file;
-   Host::Agent::Options options{ pluginBesideProgram(), defaultSocket, "" };
+   Host::Agent::Options options{ Plugin::besideProgram( "RateMonPlugin.so" ), defaultSocket, "" };
    app.add_option( "--config", file, "the configuration, see examples/maintd.yaml" )->required();
    app.add_option( "--socket", options.socket, "unix socket of the API" )->capture_default_str();
    app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();

@@ -3,6 +3,8 @@
 #include "kel/Dir.h"
 #include "records/Errdisable.h"
 
+KEL_TYPE( Errdisable::CauseGroup )
+
 namespace ErrdisableLib {
 
 namespace {

@@ -50,6 +50,11 @@ void ActivityLoop::turn( Work const & work ) {
    deferred_.runBatch();
 }
 
+void ActivityLoop::forgetAll() {
+   timers_.forgetAll();
+   deferred_.forgetAll();
+}
+
 void ActivityLoop::runUntil( VirtualClock & clock, double t ) {
    KEL_ASSERT( &clock == config_->clock().get() );
    while( nextDue() <= t ) {

@@ -57,6 +57,9 @@ class ActivityLoop {
    // one to the next; afterwards it stands at t. Does not return while handlers keep asking for the present time.
    void runUntil( VirtualClock & clock, double t );
 
+   // Drops all timers and deferred work, also what the present turn has not come to: the end of a simulated process.
+   void forgetAll();
+
    // For timed reactors only.
    [[nodiscard]] TimedQueue & timers() { return timers_; }
    [[nodiscard]] TimedQueue & deferred() { return deferred_; }

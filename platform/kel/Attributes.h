@@ -20,6 +20,8 @@
 // xIteratorConst(), the handlers onX( key ), called after the change, and onXkelImmediate(), called once when a reactor is
 // attached to a collection that already has entries. KEL_REF( Kel::Ptr<T>, x ) holds a reference that is not owned as a
 // child and does not notify. KEL_MACHINE stands for KEL_ENTITY where the class writes its own constructors.
+//
+// KEL_TYPE( MonIntfStatus ) in one source file gives the type its reflection, once in the program.
 #pragma once
 
 #include <memory>
@@ -77,11 +79,8 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    [[nodiscard]] KEY_TYPE const & kelKey() const { return KEY##_; }                                      \
    [[nodiscard]] std::string name() const override { return ::Kel::KeyTraits<KEY_TYPE>::toText( KEY##_ ); } \
    static char const * kelTypeName() { return TYPE_NAME; }                                               \
-   static ::Kel::TypeInfo const & kelType() {                                                            \
-      static ::Kel::TypeInfo const type = ::Kel::makeTypeInfo<SELF>();                                   \
-      return type;                                                                                       \
-   }                                                                                                     \
-   [[nodiscard]] ::Kel::TypeInfo const & kelTypeInfo() const override { return kelType(); }              \
+   static ::Kel::TypeInfo const & kelType();                                                             \
+   [[nodiscard]] ::Kel::TypeInfo const & kelTypeInfo() const override;                                   \
    static ::Kel::AttributeChainEnd kelChain( ::Kel::Rank<0> );                                           \
  private:                                                                                                \
    KEY_TYPE KEY##_;                                                                                      \
@@ -90,6 +89,13 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
 #define KEL_ENTITY( SELF, TYPE_NAME, KEY_TYPE, KEY )                                                     \
    KEL_MACHINE( SELF, TYPE_NAME, KEY_TYPE, KEY )                                                         \
    explicit SELF( KEY_TYPE const & key ) : KEY##_( key ) {}
+
+#define KEL_TYPE( SELF )                                                                                 \
+   ::Kel::TypeInfo const & SELF::kelType() {                                                             \
+      static ::Kel::TypeInfo const type = ::Kel::makeTypeInfo<KelSelf>();                                \
+      return type;                                                                                       \
+   }                                                                                                     \
+   ::Kel::TypeInfo const & SELF::kelTypeInfo() const { return kelType(); }
 
 #define KEL_ENTITY_END                                                                                   \
    using KelLastLink = KEL_LAST_LINK;                                                                    \

@@ -1,5 +1,7 @@
 #include "kel/Dir.h"
 
+KEL_TYPE( Kel::Dir )
+
 namespace Kel {
 
 Ptr<Entity> Dir::newEntity( std::string_view typeName, Name const & entityName ) {

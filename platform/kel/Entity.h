@@ -38,6 +38,10 @@ class Entity : public PtrInterface {
    void watcherIs( Watcher & w ) const;
    void watcherDel( Watcher & w ) const;
 
+   // Lets go of every reactor, without a word to them: for records whose readers ended with a simulated process. The reactors
+   // must never be destroyed afterwards. Watchers stay. Not during a delivery.
+   void reactorsForget() const { notifiees_.forgetAll(); }
+
    // For reactors and the attribute macros only.
    void kelAttach( NotifieeBase & n ) const { notifiees_.append( n ); }
    void kelDetach( NotifieeBase & n ) const { notifiees_.remove( n ); }

@@ -10,6 +10,7 @@
 // - A reactor whose owner is switched off or a zombie is as silent as if it were so itself.
 #pragma once
 
+#include "kel/Assert.h"
 #include "kel/Ptr.h"
 
 namespace Kel {
@@ -50,6 +51,11 @@ class NotifieeList {
       for( Delivery * d = delivery_; d; d = d->outer_ ) d->forget( n );
       ( n.prev_ ? n.prev_->next_ : first_ ) = n.next_;
       ( n.next_ ? n.next_->prev_ : last_ ) = n.prev_;
+   }
+
+   void forgetAll() {
+      KEL_ASSERT( !delivery_ );
+      first_ = last_ = nullptr;
    }
 
    // One delivery under way. Stands on the stack of the mutator; the list corrects its position as reactors go.

@@ -6,7 +6,9 @@
 
 namespace Kel {
 
-TimedQueue::~TimedQueue() {
+TimedQueue::~TimedQueue() { forgetAll(); }
+
+void TimedQueue::forgetAll() {
    batchDel();
    while( !waiting_.empty() ) waiting_.begin()->second->cancel();
 }

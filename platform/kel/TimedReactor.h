@@ -38,6 +38,7 @@ class TimedQueue {
    void batchIs( double now );  // sets aside what is due at `now`
    void runBatch();             // earliest first, equal times in the order in which they were set
    void batchDel();             // what an exception kept from running waits again, with its place
+   void forgetAll();            // nothing waits any more; reactors that did are idle
 
  private:
    friend class TimedReactor;

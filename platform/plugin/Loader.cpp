@@ -7,6 +7,10 @@
 
 #include "kel/Assert.h"
 
+std::string Plugin::besideProgram( std::string const & file ) {
+   return ( std::filesystem::read_symlink( "/proc/self/exe" ).parent_path() / file ).string();
+}
+
 namespace Plugin::Impl {
 
 std::vector<std::string> LoaderImpl::plugins() const {

@@ -38,6 +38,9 @@ class LoadError : public std::runtime_error {
    using std::runtime_error::runtime_error;
 };
 
+// The path of a file that lies in the directory of the running program, where plug-ins are unless told otherwise.
+[[nodiscard]] std::string besideProgram( std::string const & file );
+
 namespace Impl {
 
 class LoaderImpl {

@@ -1,5 +1,7 @@
 #include "quill/CounterWriter.h"
 
+KEL_TYPE( KelQuill::WriterStatus )
+
 namespace KelQuill {
 
 CounterWriter::CounterWriter( Kel::Ptr<Kel::Dir> const & writerStatusDir, std::string const & path )

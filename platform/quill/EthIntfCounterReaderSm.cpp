@@ -2,6 +2,8 @@
 
 #include <utility>
 
+KEL_TYPE( Interface::EthIntfCounterReaderSm )
+
 namespace Interface {
 
 using IntfCounterMasquerade::AllEthIntfCounterPtrDir;

@@ -1,5 +1,14 @@
 #include "records/Group.h"
 
+KEL_TYPE( IntfGroup::Status )
+KEL_TYPE( IntfGroup::StatusDir )
+KEL_TYPE( Maintenance::MaintenanceGroup::Config )
+KEL_TYPE( Maintenance::MaintenanceGroup::ConfigDir )
+KEL_TYPE( Maintenance::GroupToUnit )
+KEL_TYPE( Maintenance::GroupToUnitDir )
+KEL_TYPE( IntfMaintenance::IntfToGroup )
+KEL_TYPE( IntfMaintenance::IntfToGroupDir )
+
 namespace Group {
 
 GroupKey GroupKey::fromText( std::string_view text ) {

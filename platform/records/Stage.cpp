@@ -1,5 +1,12 @@
 #include "records/Stage.h"
 
+KEL_TYPE( Stage::AgentConfig )
+KEL_TYPE( Stage::Progress )
+KEL_TYPE( Stage::ProgressDir )
+KEL_TYPE( Stage::CompletionStatus )
+KEL_TYPE( Stage::CompletionStatusDir )
+KEL_TYPE( Stage::AgentStatus )
+
 namespace Stage {
 
 AgentStatusKey AgentStatusKey::fromText( std::string_view text ) {

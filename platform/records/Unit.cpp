@@ -5,6 +5,9 @@
 
 #include "kel/Exception.h"
 
+KEL_TYPE( Maintenance::Unit::Status )
+KEL_TYPE( Maintenance::Unit::StatusDir )
+
 namespace Maintenance::Unit {
 
 namespace {

@@ -24,7 +24,10 @@ REACH = {
     "host": {"platform", "host"},
     "host/config": set(),
     "host/linux": set(),
-    "sim": {"platform"},
+    "sim": {"platform", "sim"},
+    "sim/world": {"platform"},
+    "sim/scenario": {"platform", "world"},
+    "sim/report": {"platform", "world"},
     "cli": set(),
 }
 

@@ -290,14 +290,13 @@ TEST_F( RingTest, readingWhileTheWriterRunsGivesNoBrokenMessage ) {
       for( uint64_t i = 0;; ++i ) writeAsWriter( i );
    } );
    std::size_t seen = 0;
-   for( int i = 0; i < 500; ++i ) {
+   for( int i = 0; i < 500 || seen == 0; ++i ) {
       Reader reader( path );
       auto const messages = all( reader );
       for( auto const & m : messages ) ASSERT_EQ( m.text, writersText( m.sequence ) );
       EXPECT_FALSE( reader.damaged() );
       seen += messages.size();
    }
-   EXPECT_GT( seen, 0u );
 }
 
 TEST_F( RingTest, aNewRingKeepsTheOneBeforeIt ) {

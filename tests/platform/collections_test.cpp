@@ -157,12 +157,14 @@ class Child final : public Kel::Entity {
  private:
    std::vector<std::string> * story_;
 };
+KEL_TYPE( Child )
 
 class Parent final : public Kel::Entity {
    KEL_ENTITY( Parent, "Sample::Parent", Kel::Name, parentName )
    KEL_CHILDREN( Child, uint32_t, child, onChild )
    KEL_ENTITY_END
 };
+KEL_TYPE( Parent )
 
 TEST( Children, areTakenApartBeforeTheLastReferenceGoes ) {
    using ::testing::ElementsAre;

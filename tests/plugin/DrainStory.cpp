@@ -1,11 +1,9 @@
 #include "DrainStory.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "kel/LogHandle.h"
 #include "kel/Trace.h"
-#include "plugin/Loader.h"
 
 namespace Test {
 
@@ -18,30 +16,15 @@ Kel::String8 const stageName( "ratemon" );
 
 Group::GroupKey intfGroup( std::string const & name ) { return { Group::GroupType::intf, Kel::String8( name ) }; }
 
-// Octets after `seconds` at a rate; a counter without a value stays without.
-Brim::MaybeU63 grown( Brim::MaybeU63 octets, unsigned long long bps, double seconds ) {
-   if( !octets.hasValue() ) return octets;
-   return octets.value() + static_cast<uint64_t>( std::floor( static_cast<double>( bps ) * seconds / 8 ) );
-}
-
 }  // namespace
 
-DrainStory::DrainStory()
-   : clock_( new Kel::VirtualClock( startTime ) ),
-     loop_( Kel::Ptr<Kel::Clock>( clock_ ) ),
-     database_( new Dovra::EntityManager ),
-     state_( *database_ ),
-     pluginDir_( new Kel::Dir( "plugins" ) ),
-     writer_( std::make_unique<KelQuill::CounterWriter>( state_.counterWriterStatus, "" ) ),
-     quill_( new KelQuill::EntityManager( writer_->table() ) ) {
-   Maintenance::DefaultPluginLoader().load( RATEMON_PLUGIN_PATH );
-   quill_->refresherIs( [this] { refreshCounters(); } );
+DrainStory::DrainStory() {
    Kel::logSinkIs( [this]( Kel::LogRecord const & record ) { logged_.emplace_back( record.text ); } );
    profile( "#DEFAULTPROFILE", {} );
 }
 
 DrainStory::~DrainStory() {
-   stop();
+   if( world_.running() ) stop();
    Kel::logSinkIs( {} );
    Kel::traceSinkIs( {} );
    Kel::traceHandle( "MaintenanceModeRateMonSm" ).levelsIs( {} );
@@ -74,7 +57,7 @@ void DrainStory::unit( std::string const & name, std::vector<std::string> const 
       member->groupIs( intfGroup( name ), true );
       if( !member->selectedProfile( ProfileType::interface ) ) select( intf, "#DEFAULTPROFILE" );
       if( !state_.intfStatus->intfStatus( id ) ) link( intf, IntfOperStatus::up );
-      if( !flows_.contains( intf ) ) octets( intf, 0, 0 );
+      world_.counters().intfIs( id );
    }
    state_.groupToUnit->groupToUnitIs( intfGroup( name ) )->unitNameIs( Kel::Name( name ), true );
    Kel::Ptr<Maintenance::Unit::Status> const record( new Maintenance::Unit::Status( Kel::String8( name ) ) );
@@ -89,46 +72,22 @@ void DrainStory::link( std::string const & intf, IntfOperStatus status ) {
 
 void DrainStory::linkDel( std::string const & intf ) { state_.intfStatus->intfStatusDel( Lumo::IntfId( intf ) ); }
 
-DrainStory::Flow DrainStory::present( Flow const & flow ) const {
-   double const elapsed = now() - flow.since;
-   return { grown( flow.in, flow.inBps, elapsed ), grown( flow.out, flow.outBps, elapsed ), flow.inBps, flow.outBps,
-            now() };
-}
-
 void DrainStory::traffic( std::string const & intf, unsigned long long inBps, unsigned long long outBps ) {
-   if( !flows_.contains( intf ) ) octets( intf, 0, 0 );
-   Flow & flow = flows_[intf];
-   flow = present( flow );
-   flow.inBps = inBps;
-   flow.outBps = outBps;
+   world_.counters().bitsPerSecondIs( Lumo::IntfId( intf ), Sim::Direction::in, static_cast<double>( inBps ) );
+   world_.counters().bitsPerSecondIs( Lumo::IntfId( intf ), Sim::Direction::out, static_cast<double>( outBps ) );
 }
 
 void DrainStory::octets( std::string const & intf, Brim::MaybeU63 in, Brim::MaybeU63 out ) {
-   writer_->rowIs( Lumo::IntfId( intf ) );
-   flows_[intf] = Flow{ in, out, 0, 0, now() };
+   traffic( intf, 0 );
+   world_.counters().octetsIs( Lumo::IntfId( intf ), Sim::Direction::in, in );
+   world_.counters().octetsIs( Lumo::IntfId( intf ), Sim::Direction::out, out );
 }
 
-void DrainStory::countersDel( std::string const & intf ) {
-   flows_.erase( intf );
-   writer_->rowDel( Lumo::IntfId( intf ) );
-}
-
-void DrainStory::refreshCounters() {
-   for( auto const & [intf, flow] : flows_ ) {
-      Flow const current = present( flow );
-      writer_->countersIs( Lumo::IntfId( intf ), { current.in, current.out, now() } );
-   }
-}
+void DrainStory::countersDel( std::string const & intf ) { world_.counters().del( Lumo::IntfId( intf ) ); }
 
 void DrainStory::start() {
-   context_ = std::make_unique<Maintenance::PluginContext>( pluginDir_, database_, quill_ );
-   Maintenance::DefaultPluginLoader().initPlugins( *context_ );
+   world_.start();
    advance( 0 );
-}
-
-void DrainStory::stop() {
-   pluginDir_->entityDel( "rateMonPlugin" );
-   context_ = nullptr;
 }
 
 Kel::Name DrainStory::instance( std::string const & unit, uint32_t genId ) {
@@ -177,7 +136,7 @@ bool DrainStory::exitComplete( std::string const & unit ) const {
    return state_.exit.agentStatus->complete( { stageName, status( unit ).maintExitInstanceName() } ) != nullptr;
 }
 
-void DrainStory::advance( double seconds ) { loop_.runUntil( *clock_, now() + seconds ); }
+void DrainStory::advance( double seconds ) { world_.advance( seconds ); }
 
 Maintenance::Unit::Status & DrainStory::status( std::string const & unit ) const {
    return *state_.unitStatus->status( Kel::String8( unit ) );
@@ -198,7 +157,7 @@ bool DrainStory::shutDown( std::string const & intf ) const {
 }
 
 uint64_t DrainStory::counter( std::string const & name ) const {
-   Kel::Ptr<Kel::Entity const> entity = pluginDir_->entityRef( "rateMonPlugin" );
+   Kel::Ptr<Kel::Entity const> entity = world_.pluginDir()->entityRef( "rateMonPlugin" );
    for( char const * next : { "rateMonSm", "counters" } )
       entity = entity->kelTypeInfo().attribute( next )->referenced( *entity );
    auto const * const attribute = entity->kelTypeInfo().attribute( name );

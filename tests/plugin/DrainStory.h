@@ -1,23 +1,17 @@
 // The fixture in which tests of the plug-in tell what an operator would narrate.
 //
-// It plays the host: it owns the state database, a virtual clock, the counters of invented interfaces and the stage manager's
-// records, and loads the plug-in from its shared object as the agent does. Time moves only with advance(), which returns when
-// everything due has run. What a test expects, it reads from the records that a user can see.
+// On a world in memory (world/World.h), as maintsim has it, the fixture plays what a host does there: configuration, links and
+// the stage manager's records. Time moves only with advance(), which returns when everything due has run. What a test expects,
+// it reads from the records that a user can see.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "kel/ActivityLoop.h"
-#include "plugin/PluginContext.h"
-#include "quill/CounterWriter.h"
-#include "quill/EntityManager.h"
 #include "records/Errdisable.h"
-#include "state/MaintenanceState.h"
+#include "world/World.h"
 
 namespace Test {
 
@@ -62,12 +56,11 @@ class DrainStory : public ::testing::Test {
 
    // The plug-in's life. start() returns when the mounts are complete.
    void start();
-   void stop();
+   void stop() { world_.stop(); }
    void restart() {
       stop();
       start();
    }
-   [[nodiscard]] bool running() const { return context_ != nullptr; }
 
    // The stage manager. Each gives the unit its next generation and activates the stage; the unit's state follows.
    uint32_t enter( std::string const & unit );
@@ -81,7 +74,7 @@ class DrainStory : public ::testing::Test {
    [[nodiscard]] static Kel::Name instance( std::string const & unit, uint32_t genId );
 
    void advance( double seconds );
-   [[nodiscard]] double now() const { return clock_->now(); }
+   [[nodiscard]] double now() const { return world_.now(); }
 
    // Records
    [[nodiscard]] Maintenance::Unit::Status & status( std::string const & unit ) const;
@@ -96,27 +89,11 @@ class DrainStory : public ::testing::Test {
    [[nodiscard]] std::vector<std::string> const & trace() const { return trace_; }
    [[nodiscard]] bool traced( std::string const & line ) const;
 
-   Kel::Ptr<Kel::VirtualClock> clock_;
-   Kel::ActivityLoop loop_;
-   Kel::Ptr<Dovra::EntityManager> database_;
-   Maintenance::MaintenanceState state_;
-   Kel::Ptr<Kel::Dir> pluginDir_;
+   Sim::World world_{ RATEMON_PLUGIN_PATH, startTime };
+   Maintenance::MaintenanceState const & state_ = world_.state();
    std::vector<std::string> logged_;  // system-log messages
 
  private:
-   struct Flow {
-      Brim::MaybeU63 in, out;  // octets at `since`
-      unsigned long long inBps = 0, outBps = 0;
-      double since = 0;
-   };
-
-   void refreshCounters();
-   [[nodiscard]] Flow present( Flow const & flow ) const;
-
-   std::map<std::string, Flow> flows_;
-   std::unique_ptr<KelQuill::CounterWriter> writer_;
-   Kel::Ptr<KelQuill::EntityManager> quill_;
-   std::unique_ptr<Maintenance::PluginContext> context_;
    std::vector<std::string> trace_;
 };
 

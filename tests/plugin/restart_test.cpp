@@ -14,7 +14,8 @@ class Restart : public DrainStory {
       record->numConsecutiveDrainedSamplesIs( 2 );
       record->totalSamplesIs( 7 );
    }
-   void inFlight( Maintenance::StageState & stage, std::string const & unitName, State state, bool active = true ) {
+   void inFlight( Maintenance::StageState const & stage, std::string const & unitName, State state,
+                  bool active = true ) {
       auto & record = status( unitName );
       record.genIdIs( 4 );
       record.maintEnterInstanceNameIs( instance( unitName, 4 ) );
@@ -150,7 +151,7 @@ TEST_F( Restart, anOrderlyStopReportsExitsAsCountedAndWritesNone ) {
    stop();
    EXPECT_EQ( state_.exit.agentStatus->completes(), 0u );
    EXPECT_FALSE( monitored( "Ethernet1" ) );
-   EXPECT_EQ( loop_.nextDue(), Kel::never );
+   EXPECT_EQ( world_.loop().nextDue(), Kel::never );
 }
 
 }  // namespace Test

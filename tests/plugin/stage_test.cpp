@@ -8,7 +8,7 @@ namespace Test {
 class Stages : public DrainStory {
  protected:
    // Publishes a progress record by hand.
-   void progress( Maintenance::StageState & stage, std::string const & instanceName, std::string const & name,
+   void progress( Maintenance::StageState const & stage, std::string const & instanceName, std::string const & name,
                   bool active ) {
       stage.completion->statusIs( Kel::Name( instanceName ) );
       stage.progress->progressIs( Kel::Name( instanceName ) )->stageIs( name, active );

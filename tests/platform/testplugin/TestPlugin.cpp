@@ -20,6 +20,7 @@ class Part final : public Kel::Entity, public Maintenance::DumpPluginInfo {
       static_cast<void>( !::write( fd, text.data(), text.size() ) );
    }
 };
+KEL_TYPE( Part )
 
 class TestPlugin final : public PluginBase<Maintenance::PluginContext> {
  public:

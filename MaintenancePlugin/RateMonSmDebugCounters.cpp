@@ -1,0 +1,3 @@
+#include "RateMonSmDebugCounters.h"
+
+KEL_TYPE( MaintenanceMode::RateMonSmDebugCounters )

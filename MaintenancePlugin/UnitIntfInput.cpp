@@ -1,0 +1,4 @@
+#include "UnitIntfInput.h"
+
+KEL_TYPE( MaintenanceMode::UnitIntfInput )
+KEL_TYPE( MaintenanceMode::UnitIntfInputDir )

@@ -1,0 +1,3 @@
+#include "records/Errdisable.h"
+
+KEL_TYPE( Errdisable::CauseStatus )

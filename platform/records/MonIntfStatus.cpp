@@ -1,0 +1,4 @@
+#include "records/MonIntfStatus.h"
+
+KEL_TYPE( Maintenance::MonIntfStatus )
+KEL_TYPE( Maintenance::MonIntfStatusDir )

@@ -1,0 +1,45 @@
+// One line of JSON with the column at which every part of it stands, so that an error can say where it is.
+//
+// Numbers keep all their digits: integers of 64 bits as they are, everything else as the nearest double. A name that stands twice
+// in one object is an error, since one of the two values would be lost.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "kel/Value.h"
+
+namespace Sim {
+
+// What is wrong with a line, and from which column on, counted in bytes from 1.
+class LineError : public std::runtime_error {
+ public:
+   LineError( std::size_t column, std::string const & what ) : std::runtime_error( what ), column_( column ) {}
+   [[nodiscard]] std::size_t column() const { return column_; }
+
+ private:
+   std::size_t column_;
+};
+
+struct Json {
+   using Object = std::vector<std::pair<std::string, Json>>;  // in the order written
+   using List = std::vector<Json>;
+
+   std::size_t column = 1;
+   std::variant<Kel::Value, Object, List> content;  // the Value is a scalar or null
+
+   [[nodiscard]] Object const & object(
+      char const * wanted ) const;  // throws LineError: `wanted` is what the error asks for
+   [[nodiscard]] List const & list( char const * wanted ) const;
+   [[nodiscard]] Json const * member( std::string_view name ) const;  // of an object; null when absent
+   [[nodiscard]] Kel::Value value() const;
+};
+
+// Throws LineError.
+[[nodiscard]] Json parseJson( std::string_view line );
+
+}  // namespace Sim

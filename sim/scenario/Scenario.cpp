@@ -1,0 +1,269 @@
+#include "scenario/Scenario.h"
+
+#include <cmath>
+#include <istream>
+#include <map>
+
+#include "brisklog/Brisklog.h"
+#include "kel/Json.h"
+#include "kel/LogHandle.h"
+#include "kel/Trace.h"
+
+namespace Sim {
+
+namespace {
+
+using Kel::Value;
+
+Kel::TraceHandle & pluginTrace() { return Kel::traceHandle( "MaintenanceModeRateMonSm" ); }
+
+Value list( std::vector<std::string> const & texts ) {
+   Value::List values;
+   for( std::string const & text : texts ) values.push_back( Kel::value( text ) );
+   return Value( Value::Content( std::move( values ) ) );
+}
+
+// Runs what reads or writes records; what they refuse is an error of the line.
+template<class Do>
+auto atColumn( std::size_t column, Do const & act ) {
+   try {
+      return act();
+   } catch( Kel::AttributeError const & error ) {
+      throw LineError( column, error.what() );
+   }
+}
+
+// A number in a path, such as a VLAN's, is the text of a key.
+Dovra::StateComponents components( Json const & path ) {
+   Dovra::StateComponents texts;
+   for( Json const & component : path.list( "a path, a list of names," ) ) {
+      Value const value = component.value();
+      if( auto const * const text = value.as<std::string>() ) {
+         texts.push_back( *text );
+      } else if( value.as<uint64_t>() ) {
+         texts.push_back( Kel::toJson( value ) );
+      } else {
+         throw LineError( component.column, std::string( "a name is wanted in a path, not " ) + value.kind() );
+      }
+   }
+   if( texts.empty() ) throw LineError( path.column, "the path is empty" );
+   return texts;
+}
+
+double amount( Json const & json, char const * wanted ) {
+   double const number = atColumn( json.column, [&] { return Kel::doubleFromValue( json.value() ); } );
+   if( number >= 0 && std::isfinite( number ) ) return number;
+   throw LineError( json.column, std::string( wanted ) + " must not be negative" );
+}
+
+Lumo::IntfId interface( std::string const & name, Json const & at ) {
+   return atColumn( at.column, [&] { return Kel::KeyTraits<Lumo::IntfId>::fromText( name ); } );
+}
+
+Direction direction( std::string const & name, Json const & at ) {
+   if( name == "in" ) return Direction::in;
+   if( name == "out" ) return Direction::out;
+   throw LineError( at.column, "a direction is \"in\" or \"out\", not \"" + name + "\"" );
+}
+
+std::set<int> levels( Json const & list, std::set<int> const & known ) {
+   std::set<int> found;
+   for( Json const & element : list.list( "a list of levels" ) ) {
+      auto const level = atColumn( element.column, [&] { return Kel::unsignedFromValue( element.value(), 31 ); } );
+      if( !known.contains( static_cast<int>( level ) ) ) {
+         throw LineError( element.column, "there is no level " + std::to_string( level ) );
+      }
+      found.insert( static_cast<int>( level ) );
+   }
+   return found;
+}
+
+}  // namespace
+
+struct Scenario::Verb {
+   std::string name;
+   Json const * argument;
+   Json const * to;  // of "set", null elsewhere
+};
+
+Scenario::Scenario( World & world, std::ostream & out )
+   : world_( world ),
+     out_( out ),
+     watches_( *world.database(), [this]( Dovra::StateComponents const & path, Value const & value ) {
+        print( { { "change", list( path ) }, { "value", value } } );
+     } ) {
+   Kel::logSinkIs( [this]( Kel::LogRecord const & record ) {
+      print( { { "log", Kel::value( record.handle.name() ) },
+               { "severity", Kel::value( static_cast<uint32_t>( record.handle.severity() ) ) },
+               { "text", Kel::value( std::string( record.text ) ) } } );
+   } );
+   Kel::traceSinkIs( [this]( Kel::TraceRecord const & record ) {
+      print( { { "trace", Kel::value( static_cast<uint32_t>( record.level ) ) },
+               { "text", Kel::value( std::string( record.text ) ) } } );
+   } );
+}
+
+Scenario::~Scenario() {
+   Kel::logSinkIs( {} );
+   Kel::traceSinkIs( {} );
+   pluginTrace().levelsIs( {} );
+   Brisklog::tapIs( {} );
+}
+
+void Scenario::run( std::istream & lines ) {
+   std::size_t number = 0;
+   for( std::string text; std::getline( lines, text ); ) {
+      ++number;
+      try {
+         line( text );
+      } catch( LineError const & error ) {
+         throw ScenarioError( "line " + std::to_string( number ) + ", column " + std::to_string( error.column() ) +
+                              ": " + error.what() );
+      }
+   }
+}
+
+void Scenario::line( std::string_view text ) {
+   std::size_t const first = text.find_first_not_of( " \t\r" );
+   if( first == std::string_view::npos || text[first] == '#' ) return;
+   Json const json = parseJson( text );
+   Verb const v = verb( json );
+   if( v.name == "advance" ) {
+      advance( *v.argument );
+   } else {
+      world_.inTurn( [&] { execute( json ); } );
+   }
+}
+
+Scenario::Verb Scenario::verb( Json const & line ) {
+   auto const & members = line.object( "an object" );
+   if( members.empty() ) throw LineError( line.column, "this object says nothing to do" );
+   auto const & [name, argument] = members.front();
+   bool const sets = name == "set" || name == "to";
+   if( sets && !line.member( "to" ) ) throw LineError( line.column, "\"set\" needs a \"to\"" );
+   if( sets && !line.member( "set" ) ) throw LineError( line.column, "\"to\" needs a \"set\"" );
+   for( auto const & [other, value] : members ) {
+      if( other == name || ( sets && ( other == "set" || other == "to" ) ) ) continue;
+      throw LineError( value.column, "\"" + other + "\" does not belong in a line with \"" + name + "\"" );
+   }
+   if( sets ) return { "set", line.member( "set" ), line.member( "to" ) };
+   return { name, &argument, nullptr };
+}
+
+void Scenario::execute( Json const & line ) {
+   static std::map<std::string_view, Act> const acts{
+      { "delete", &Scenario::del },      { "get", &Scenario::get },     { "counters", &Scenario::counters },
+      { "traffic", &Scenario::traffic }, { "start", &Scenario::start }, { "stop", &Scenario::stop },
+      { "crash", &Scenario::crash },     { "batch", &Scenario::batch }, { "dump", &Scenario::dump },
+      { "watch", &Scenario::watch },     { "trace", &Scenario::trace }, { "ring", &Scenario::ring },
+   };
+   Verb const v = verb( line );
+   if( v.to ) return set( *v.argument, *v.to );
+   if( v.name == "advance" ) throw LineError( line.column, "time does not move within a batch" );
+   auto const act = acts.find( v.name );
+   if( act == acts.end() ) throw LineError( line.column, "there is no line \"" + v.name + "\"" );
+   ( this->*act->second )( *v.argument );
+}
+
+void Scenario::set( Json const & path, Json const & to ) {
+   auto const place = components( path );
+   // The place is looked up first, so that an error in it is shown there and not at the value.
+   atColumn( path.column, [&] { return Dovra::statePlace( *world_.database(), place ); } );
+   atColumn( to.column, [&] { Dovra::stateValueIs( *world_.database(), place, to.value() ); } );
+}
+
+void Scenario::del( Json const & path ) {
+   atColumn( path.column, [&] { Dovra::stateValueDel( *world_.database(), components( path ) ); } );
+}
+
+void Scenario::get( Json const & path ) {
+   auto const place = components( path );
+   Value const value = atColumn( path.column, [&] { return Dovra::stateValue( *world_.database(), place ); } );
+   print( { { "get", path.value() }, { "value", value } } );
+}
+
+void Scenario::counters( Json const & byIntf ) {
+   for( auto const & [name, directions] : byIntf.object( "an object of interfaces" ) ) {
+      Lumo::IntfId const intf = interface( name, directions );
+      if( directions.value().isNull() ) {
+         world_.counters().del( intf );
+         continue;
+      }
+      world_.counters().intfIs( intf );
+      for( auto const & [way, octets] : directions.object( "an object of directions" ) ) {
+         auto const number =
+            atColumn( octets.column, [&] { return Kel::ValueTraits<Brim::MaybeU63>::fromValue( octets.value() ); } );
+         world_.counters().octetsIs( intf, direction( way, octets ), number );
+      }
+   }
+}
+
+void Scenario::traffic( Json const & byIntf ) {
+   for( auto const & [name, directions] : byIntf.object( "an object of interfaces" ) ) {
+      Lumo::IntfId const intf = interface( name, directions );
+      for( auto const & [way, rate] : directions.object( "an object of directions" ) ) {
+         world_.counters().bitsPerSecondIs( intf, direction( way, rate ), amount( rate, "a rate" ) );
+      }
+   }
+}
+
+void Scenario::needsRunning( Json const & argument, bool running ) const {
+   static_cast<void>( argument.object( "{}" ) );
+   if( world_.running() == running ) return;
+   throw LineError( argument.column, running ? "the plug-in is not started" : "the plug-in is started already" );
+}
+
+void Scenario::start( Json const & nothing ) {
+   needsRunning( nothing, false );
+   world_.start();
+}
+
+void Scenario::stop( Json const & nothing ) {
+   needsRunning( nothing, true );
+   world_.stop();
+}
+
+void Scenario::crash( Json const & nothing ) {
+   needsRunning( nothing, true );
+   world_.crash();
+}
+
+void Scenario::advance( Json const & seconds ) { world_.advance( amount( seconds, "time" ) ); }
+
+void Scenario::batch( Json const & lines ) {
+   for( Json const & line : lines.list( "a list of lines" ) ) execute( line );
+}
+
+void Scenario::dump( Json const & nothing ) {
+   static_cast<void>( nothing.object( "{}" ) );
+   print( { { "dump", Kel::value( world_.dump() ) } } );
+}
+
+void Scenario::watch( Json const & path ) {
+   atColumn( path.column, [&] { watches_.watch( components( path ) ); } );
+}
+
+void Scenario::trace( Json const & list ) {
+   Kel::TraceHandle::Levels mask = 0;
+   for( int const level : levels( list, { 0, 1, 2, 3, 4, 5, 6, 7, 8, 9 } ) ) mask |= 1u << level;
+   pluginTrace().levelsIs( mask );
+}
+
+void Scenario::ring( Json const & list ) {
+   ringLevels_ = levels( list, { 0, 1, 3, 4, 8 } );
+   if( ringLevels_.empty() ) return Brisklog::tapIs( {} );
+   Brisklog::tapIs( [this]( Brisklog::Message const & message ) {
+      if( ringLevels_.contains( message.level ) ) printRing( message.level, message.text );
+   } );
+}
+
+void Scenario::printRing( int level, std::string const & text ) {
+   print( { { "ring", Kel::value( static_cast<uint32_t>( level ) ) }, { "text", Kel::value( text ) } } );
+}
+
+void Scenario::print( Value::Object members ) {
+   members.insert( members.begin(), { "t", Kel::value( world_.now() ) } );
+   out_ << Kel::toJson( Kel::value( std::move( members ) ) ) << std::endl;
+}
+
+}  // namespace Sim

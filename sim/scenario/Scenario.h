@@ -1,0 +1,77 @@
+// Carries out the lines of a scenario, one JSON object each, on a world, and prints what they ask for.
+//
+//    set .. to, delete, get   records, by path
+//    counters, traffic        octet counters of invented interfaces
+//    start, stop, crash       the plug-in
+//    advance, batch           time; several lines in one turn of the loop
+//    dump, watch, trace, ring what to print
+//
+// docs/maintsim.md describes them all. Each line is one turn of the loop, which then runs until nothing is due at the present
+// time. Every answer is one JSON object with "t", the virtual time, written and flushed at once; messages for the system log are
+// printed always.
+#pragma once
+
+#include <iosfwd>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "scenario/Json.h"
+#include "scenario/Watches.h"
+#include "world/World.h"
+
+namespace Sim {
+
+// A line that cannot be carried out: "line 3, column 9: ...". Lines before it were.
+class ScenarioError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
+class Scenario {
+ public:
+   // Both outlive this. One scenario at a time: trace, ring trace and system log are the process's.
+   Scenario( World & world, std::ostream & out );
+   Scenario( Scenario const & ) = delete;
+   Scenario & operator=( Scenario const & ) = delete;
+   ~Scenario();
+
+   // All lines to the end; blank ones and those that begin with # are skipped. Throws ScenarioError.
+   void run( std::istream & lines );
+   // One line. Throws LineError.
+   void line( std::string_view text );
+
+ private:
+   struct Verb;
+   using Act = void ( Scenario::* )( Json const & argument );
+
+   [[nodiscard]] static Verb verb( Json const & line );
+   void execute( Json const & line );
+
+   void set( Json const & path, Json const & to );
+   void del( Json const & path );
+   void get( Json const & path );
+   void counters( Json const & byIntf );
+   void traffic( Json const & byIntf );
+   void start( Json const & nothing );
+   void stop( Json const & nothing );
+   void crash( Json const & nothing );
+   void advance( Json const & seconds );
+   void batch( Json const & lines );
+   void dump( Json const & nothing );
+   void watch( Json const & path );
+   void trace( Json const & levels );
+   void ring( Json const & levels );
+
+   void needsRunning( Json const & argument, bool running ) const;
+   void print( Kel::Value::Object members );
+   void printRing( int level, std::string const & text );
+
+   World & world_;
+   std::ostream & out_;
+   Watches watches_;
+   std::set<int> ringLevels_;
+};
+
+}  // namespace Sim

@@ -1,0 +1,90 @@
+#include "scenario/Watches.h"
+
+#include <algorithm>
+
+#include "kel/Dir.h"
+
+namespace Sim {
+
+namespace {
+
+using Dovra::StateComponents;
+
+std::string withoutCell( std::string const & path ) {
+   static std::string const firstCell = "cell/0/";
+   return path.starts_with( firstCell ) ? path.substr( firstCell.size() ) : path;
+}
+
+std::string text( StateComponents const & path ) {
+   std::string joined;
+   for( std::string const & component : path ) joined += ( joined.empty() ? "" : "/" ) + component;
+   return withoutCell( joined );
+}
+
+bool isAtOrBelow( std::string const & path, std::string const & top ) {
+   return path.starts_with( top ) && ( path.size() == top.size() || path[top.size()] == '/' );
+}
+
+}  // namespace
+
+// One entity that is followed, and those below it by attribute and key.
+class Watches::Follower final : public Kel::Watcher {
+ public:
+   Follower( Watches const & owner, Kel::Ptr<Kel::Entity> const & entity, StateComponents path )
+      : owner_( owner ), entity_( entity ), path_( std::move( path ) ) {
+      entity_->watcherIs( *this );
+      for( auto const & attribute : entity_->kelTypeInfo().attributes() ) {
+         if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
+         for( std::string const & key : attribute->keys( *entity_ ) ) followChild( *attribute, key );
+      }
+   }
+   ~Follower() override { entity_->watcherDel( *this ); }
+
+   void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute, std::string const * key ) override {
+      if( key && attribute.kind() == Kel::AttributeInfo::Kind::children ) followChild( attribute, *key );
+      owner_.report( place( attribute, key ), key ? attribute.entry( e, *key ) : attribute.get( e ) );
+   }
+
+ private:
+   StateComponents place( Kel::AttributeInfo const & attribute, std::string const * key ) const {
+      StateComponents path = path_;
+      bool const isDir = dynamic_cast<Kel::Dir const *>( entity_.get() );  // its children stand directly below it
+      if( !isDir ) path.push_back( attribute.name() );
+      if( key ) path.push_back( *key );
+      return path;
+   }
+
+   void followChild( Kel::AttributeInfo const & attribute, std::string const & key ) {
+      auto const name = std::make_pair( attribute.name(), key );
+      below_.erase( name );
+      auto const child = attribute.child( *entity_, key );
+      if( child ) below_.emplace( name, std::make_unique<Follower>( owner_, child, place( attribute, &key ) ) );
+   }
+
+   Watches const & owner_;
+   Kel::Ptr<Kel::Entity> const entity_;
+   StateComponents const path_;
+   std::map<std::pair<std::string, std::string>, std::unique_ptr<Follower>> below_;
+};
+
+Watches::Watches( Dovra::EntityManager const & database, Report report )
+   : database_( database ), report_( std::move( report ) ) {}
+
+Watches::~Watches() = default;
+
+void Watches::watch( StateComponents const & path ) {
+   std::string const mounted = Dovra::statePlace( database_, path ).components.front();
+   watched_.push_back( text( path ) );
+   auto & follower = followers_[mounted];
+   if( follower ) return;
+   follower =
+      std::make_unique<Follower>( *this, database_.getEntity( mounted ), StateComponents{ withoutCell( mounted ) } );
+}
+
+void Watches::report( StateComponents const & path, Kel::Value const & value ) const {
+   std::string const changed = text( path );
+   auto const above = [&]( std::string const & top ) { return isAtOrBelow( changed, top ); };
+   if( std::any_of( watched_.begin(), watched_.end(), above ) ) report_( path, value );
+}
+
+}  // namespace Sim

@@ -1,0 +1,63 @@
+// A box that exists only in memory: the state database, a virtual clock, invented counters, and the plug-in as the agent runs it.
+//
+// It plays the host for maintsim and for the tests of the plug-in. Whoever owns it sets what a host would set, in the records;
+// nothing here decides anything. Time moves only with advance(). Everything that touches the records happens in a turn of
+// the loop: inTurn() runs work in a turn and goes on until nothing is due at the present time.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "kel/ActivityLoop.h"
+#include "plugin/PluginContext.h"
+#include "quill/CounterWriter.h"
+#include "quill/EntityManager.h"
+#include "state/MaintenanceState.h"
+#include "world/InventedCounters.h"
+
+namespace Sim {
+
+class World {
+ public:
+   // Throws Plugin::LoadError when the plug-in's shared object cannot be loaded. One world at a time: the loop is the process's.
+   World( std::string const & plugin, double startTime );
+   World( World const & ) = delete;
+   World & operator=( World const & ) = delete;
+   ~World();
+
+   [[nodiscard]] double now() const { return clock_->now(); }
+   [[nodiscard]] Kel::ActivityLoop & loop() { return loop_; }
+   [[nodiscard]] Kel::Ptr<Dovra::EntityManager> const & database() const { return database_; }
+   [[nodiscard]] Maintenance::MaintenanceState const & state() const { return state_; }
+   [[nodiscard]] Kel::Ptr<Kel::Dir> const & pluginDir() const { return pluginDir_; }  // its machines stand below
+   [[nodiscard]] InventedCounters & counters() { return counters_; }
+   [[nodiscard]] KelQuill::CounterTable const & counterTable() const { return writer_.table(); }
+
+   void inTurn( Kel::ActivityLoop::Work const & work );
+   // Runs what is due until the clock has moved on by `seconds`, which are not negative.
+   void advance( double seconds );
+
+   // The plug-in's life; within a turn its mounts complete after it. Not started twice, not ended unless started.
+   [[nodiscard]] bool running() const { return context_ != nullptr; }
+   void start();
+   // Takes it down in order.
+   void stop();
+   // It is gone from one moment to the next: no teardown, no timer, no handler of it ever runs again. The records stay as they
+   // are. Its memory stays taken, as nothing of it may run to give it back.
+   void crash();
+   // What the plug-in prints of itself; empty when it does not run.
+   [[nodiscard]] std::string dump();
+
+ private:
+   Kel::Ptr<Kel::VirtualClock> const clock_;
+   Kel::ActivityLoop loop_;
+   Kel::Ptr<Dovra::EntityManager> const database_;
+   Maintenance::MaintenanceState const state_;
+   KelQuill::CounterWriter writer_;
+   InventedCounters counters_;
+   Kel::Ptr<KelQuill::EntityManager> quill_;
+   Kel::Ptr<Kel::Dir> pluginDir_;
+   std::unique_ptr<Maintenance::PluginContext> context_;
+};
+
+}  // namespace Sim

@@ -1,0 +1,4 @@
+#include "KelSamples.h"
+
+KEL_TYPE( Sample::Record )
+KEL_TYPE( Sample::Directory )
