@@ -48,6 +48,9 @@ class IntfMonSm final : public Kel::Entity {
 
    void prepareToDie() override;
 
+   // This machine's part of the plug-in's dump (RateMonDump.cpp); `indent` blanks begin each line.
+   void dump( int fd, int indent ) const;
+
  private:
    friend class RateMonSm;  // its factory
    class KelClock;

@@ -113,8 +113,8 @@ IntfRates MonitoredIntf::getLagIntfTrafficCounters( Lumo::IntfId argIntfId ) {
    KEL_ASSERT_TEXT( PortChannelIntfId::isPortChannelIntfId( argIntfId ),
                     "Lumo::PortChannelIntfId::isPortChannelIntfId( argIntfId )" );
    IntfRates sum;
-   for( auto [member, phyIntf] : rootSm()->in().lagConfigDir->phyIntfIteratorConst() ) {
-      if( phyIntf->lag() != argIntfId || !EthIntfId::isEthIntfId( member ) ) continue;
+   for( Lumo::IntfId const member : rootSm()->lagMembers().of( argIntfId ) ) {
+      if( !EthIntfId::isEthIntfId( member ) ) continue;
       IntfRates const rates = getEthPhyIntfTrafficCounters( member );
       sum.inBitsRate += rates.inBitsRate;
       sum.outBitsRate += rates.outBitsRate;

@@ -53,6 +53,9 @@ class MonitoredIntf final : public Kel::Entity {
    void updateTrafficRates();
    void prepareToDie() override;
 
+   // This machine's part of the plug-in's dump (RateMonDump.cpp); `indent` blanks begin each line.
+   void dump( int fd, int indent ) const;
+
    // One sample of an interface of the kind in the name, which is asserted; publishes when it is this sampler's own.
    Interface::IntfRates getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId );
    Interface::IntfRates getLagIntfTrafficCounters( Lumo::IntfId argIntfId );

@@ -1,9 +1,5 @@
 #include "RateMonPlugin.h"
 
-#include <unistd.h>
-
-#include <cstring>
-
 #include "RateMonTrace.h"
 #include "errdisable/ErrdisableLib.h"
 #include "kel/Dir.h"
@@ -25,13 +21,12 @@ struct TypeRegistration {
            { &UnitMonSm::kelType(), &IntfMonSm::kelType(), &RateMonSmLoader::kelType(),
              &RateMonSmDebugCounters::kelType(), &RateMonPluginInfoDumper::kelType(), &UnitIntfInputDir::kelType(),
              &MaintStageHelperSm::kelType(), &UnitIntfInput::kelType(), &IntfCounterInfo::kelType(),
-             &RateMonSm::kelType(), &MonitoredIntfDir::kelType(), &MonitoredIntf::kelType() } ) {
+             &RateMonSm::kelType(), &MonitoredIntfDir::kelType(), &MonitoredIntf::kelType(), &IntfStatusSm::kelType(),
+             &IntfRateAggregatorSm::kelType() } ) {
          Kel::typeNodeIs( *type );
       }
    }
 };
-
-void write( int fd, char const * text ) { static_cast<void>( !::write( fd, text, std::strlen( text ) ) ); }
 
 }  // namespace
 
@@ -56,11 +51,6 @@ void RateMonPlugin::init( Maintenance::PluginContext * context ) {
    KEL_ASSERT( entityPtr );
    loader_ = Kel::dynamicPtrCast<RateMonSmLoader>( entityPtr );
    loader_->init( context );
-}
-
-void RateMonPluginInfoDumper::dump( int fd ) {
-   write( fd, "Rate Monitoring information\n" );
-   if( !context() ) write( fd, "RateMonSmLoader not initialized\n" );
 }
 
 RateMonSmLoader::~RateMonSmLoader() = default;

@@ -46,13 +46,23 @@ Kel::Ptr<RateMonSm> newRateMonSm( RateMonSmInputs const & inputs ) {
    return root;
 }
 
-RateMonSm::RateMonSm( RateMonSmInputs const & inputs ) : smName_( "rateMonSm" ), in_( inputs ) {
+RateMonSm::RateMonSm( RateMonSmInputs const & inputs )
+   : smName_( "rateMonSm" ), in_( inputs ), lagMembers_( inputs.lagConfigDir ) {
    hasNotificationActiveIs( false );
    if( in_.unitStatusDir ) unitStatusReactor_ = std::make_unique<KelUnitStatusDir>( *this );
    if( in_.intfProfileConfigDir ) intfProfileConfigReactor_ = std::make_unique<KelIntfProfileConfigDir>( *this );
    if( in_.defaultIntfProfile ) defaultIntfProfileReactor_ = std::make_unique<KelDefaultIntfProfile>( *this );
    handleInitialized();
 }
+
+namespace {
+
+template<class Machine>
+void takeDown( Kel::Ptr<Machine> & machine ) {
+   if( auto const dying = std::exchange( machine, nullptr ) ) dying->prepareToDie();
+}
+
+}  // namespace
 
 // Unit monitors go before drain monitors, so that a unit monitor's own teardown still finds the monitors it releases.
 RateMonSm::~RateMonSm() {
@@ -61,16 +71,17 @@ RateMonSm::~RateMonSm() {
    unitStatusReactor_.reset();
    intfProfileConfigReactor_.reset();
    defaultIntfProfileReactor_.reset();
-   for( auto * helper : { &maintEnterStageHelper_, &maintExitStageHelper_ } ) {
-      if( auto const dying = std::exchange( *helper, nullptr ) ) dying->prepareToDie();
-   }
+   takeDown( maintEnterStageHelper_ );
+   takeDown( maintExitStageHelper_ );
    unitMonDelAll();
    intfMonDelAll();
+   takeDown( intfStatusSm_ );
    timerWheelDel();
    unitMonIntfInputDel();
    unitDrainedIntfDel();
    countersDel();
    monIntfDirDel();
+   takeDown( intfRateAggSm_ );
 }
 
 void RateMonSm::prepareToDie() { TRACE_AS( 4, "void MaintenanceMode::RateMonSm::prepareToDie()", "called" ); }
@@ -91,6 +102,10 @@ void RateMonSm::handleInitialized() {
    in_.monIntfStatusDir->monIntfSpikeUnderMaintDelAll();
    reenterUnits();
    sweepStaleStatus();
+   intfStatusSmIs( IntfStatusSm::IntfStatusSmIs( clock, in_.allIntfStatusDir, in_.intfToGroupDir, in_.groupToUnitDir,
+                                                 unitMonIntfInput(), in_.intfGroupStatusDir, this ) );
+   intfRateAggSmIs(
+      IntfRateAggregatorSm::IntfRateAggregatorSmIs( monIntfDir(), in_.monIntfStatusDir, in_.unitStatusDir ) );
    TRACE( 4, "RateMonSm - initialized" );
    RING( 3, "RateMonSm - initialized" );
    initializedIs( true );

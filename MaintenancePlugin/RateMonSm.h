@@ -10,12 +10,17 @@
 //               +- UnitMonSm per unit served     which interfaces, are all drained
 //               +- IntfMonSm per interface       timer, threshold, drained, shutdown
 //               +- MonitoredIntf per interface   counters, rates
+//               +- IntfStatusSm                  which interfaces join and leave units
+//               +- IntfRateAggregatorSm          the units' aggregate rates
 //               +- timer wheel, debug counters, sets of monitored and drained interfaces per unit
 #pragma once
 
 #include <memory>
 
 #include "IntfMonSm.h"
+#include "IntfRateAggregatorSm.h"
+#include "IntfStatusSm.h"
+#include "LagMembers.h"
 #include "MaintStageHelperSm.h"
 #include "MonitoredIntf.h"
 #include "RateMonSmDebugCounters.h"
@@ -69,6 +74,8 @@ class RateMonSm final : public Kel::Entity {
    KEL_REF( Kel::Ptr<MonitoredIntfDir>, monIntfDir )        // the samplers
    KEL_REF( Kel::Ptr<MaintStageHelperSm>, maintEnterStageHelper )
    KEL_REF( Kel::Ptr<MaintStageHelperSm>, maintExitStageHelper )
+   KEL_REF( Kel::Ptr<IntfStatusSm>, intfStatusSm )
+   KEL_REF( Kel::Ptr<IntfRateAggregatorSm>, intfRateAggSm )
    KEL_CHILDREN( UnitMonSm, Kel::String8, unitMon, onUnitMon )
    KEL_CHILDREN( IntfMonSm, Lumo::IntfId, intfMon, onIntfMon )
    KEL_ATTR( bool, initialized )
@@ -79,6 +86,7 @@ class RateMonSm final : public Kel::Entity {
 
    // The inputs, by name.
    [[nodiscard]] RateMonSmInputs const & in() const { return in_; }
+   [[nodiscard]] LagMembers const & lagMembers() const { return lagMembers_; }
 
    // The unit's monitor, made when absent; one that exists takes the new generation id and must have the same other
    // arguments.
@@ -115,6 +123,9 @@ class RateMonSm final : public Kel::Entity {
    void handleInitialized();
    void prepareToDie() override;
 
+   // This machine's part of the plug-in's dump (RateMonDump.cpp); `indent` blanks begin each line.
+   void dump( int fd, int indent ) const;
+
  private:
    class KelUnitStatusDir;
    class KelIntfProfileConfigDir;
@@ -133,6 +144,7 @@ class RateMonSm final : public Kel::Entity {
    void deleteProfile( Kel::String8 const & profileName );
 
    RateMonSmInputs const in_;
+   LagMembers const lagMembers_;
    std::unique_ptr<KelUnitStatusDir> unitStatusReactor_;
    std::unique_ptr<KelIntfProfileConfigDir> intfProfileConfigReactor_;
    std::unique_ptr<KelDefaultIntfProfile> defaultIntfProfileReactor_;

@@ -41,6 +41,9 @@ class UnitMonSm final : public Kel::Entity {
 
    void prepareToDie() override;
 
+   // This machine's part of the plug-in's dump (RateMonDump.cpp); `indent` blanks begin each line.
+   void dump( int fd, int indent ) const;
+
  private:
    friend class RateMonSm;  // its factory
    class KelMonIntf;

@@ -1,0 +1,317 @@
+#include "IntfRateAggregatorSm.h"
+
+#include "RateMonSm.h"
+#include "RateMonTrace.h"
+#include "kel/ActivityLoop.h"
+
+KEL_TYPE( MaintenanceMode::IntfRateAggregatorSm )
+
+namespace MaintenanceMode {
+
+using Interface::IntfRates;
+using Maintenance::Unit::TrafficRates;
+
+// The rates of one interface. The records of the units that they count for are looked up by name once, and again when the
+// interface joins or leaves a unit or a unit's record comes or goes.
+class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntfStatus::NotifieeConst {
+ public:
+   KelMonIntfStatus( IntfRateAggregatorSm & owner, Kel::Ptr<Maintenance::MonIntfStatus const> const & record )
+      : Reactor( owner ), owner_( owner ) {
+      notifierIs( record );
+   }
+   void onCurRates() override { handleMonIntfStatusRateChange(); }
+   void unitsForget() { unitsKnownIn_ = 0; }
+
+ private:
+   void handleMonIntfStatusRateChange();
+   [[nodiscard]] bool unitsKnown();
+
+   IntfRateAggregatorSm & owner_;
+   std::vector<Kel::Ptr<Maintenance::Unit::Status>> units_;
+   uint64_t unitsKnownIn_ = 0;  // the epoch in which `units_` was made, 0 for none
+};
+
+class IntfRateAggregatorSm::KelMonitoredIntf final : public MonitoredIntf::NotifieeConst {
+ public:
+   KelMonitoredIntf( IntfRateAggregatorSm & owner, Kel::Ptr<MonitoredIntf> const & record )
+      : Reactor( owner ), owner_( owner ) {
+      notifierIs( record );
+   }
+   void onDependentUnit( Kel::String8 unitName ) override { handleMonitoredIntfConfigChange( unitName ); }
+
+ private:
+   void handleMonitoredIntfConfigChange( Kel::String8 const & unitName );
+
+   IntfRateAggregatorSm & owner_;
+};
+
+class IntfRateAggregatorSm::KelMonIntfDir final : public MonitoredIntfDir::Notifiee {
+ public:
+   explicit KelMonIntfDir( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {
+      notifierIs( owner.monIntfDir() );
+   }
+   void onMonitoredIntf( Lumo::IntfId intfId ) override {
+      if( auto const record = notifier()->monitoredIntf( intfId ) ) {
+         owner_.monitoredIntfIs( record );
+      } else {
+         owner_.monitoredIntfDel( intfId );
+      }
+   }
+   void onMonitoredIntfkelImmediate() override {
+      for( auto [intfId, record] : notifier()->monitoredIntfIterator() ) owner_.monitoredIntfIs( record );
+   }
+
+ private:
+   IntfRateAggregatorSm & owner_;
+};
+
+class IntfRateAggregatorSm::KelMonIntfStatusDir final : public Maintenance::MonIntfStatusDir::NotifieeConst {
+ public:
+   explicit KelMonIntfStatusDir( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {
+      notifierIs( owner.monIntfStatusDir() );
+   }
+   void onMonIntfStatus( Lumo::IntfId intfId ) override {
+      if( auto const record = notifier()->monIntfStatus( intfId ) ) {
+         owner_.monIntfStatusIs( record );
+      } else {
+         owner_.monIntfStatusDel( intfId );
+      }
+   }
+   void onMonIntfStatuskelImmediate() override {
+      for( auto [intfId, record] : notifier()->monIntfStatusIteratorConst() ) owner_.monIntfStatusIs( record );
+   }
+
+ private:
+   IntfRateAggregatorSm & owner_;
+};
+
+class IntfRateAggregatorSm::KelUnitStatusDir final : public Maintenance::Unit::StatusDir::NotifieeConst {
+ public:
+   explicit KelUnitStatusDir( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {
+      notifierIs( owner.unitStatusDir() );
+   }
+   void onStatus( Kel::String8 ) override { ++owner_.unitStatusEpoch_; }
+
+ private:
+   IntfRateAggregatorSm & owner_;
+};
+
+Kel::Ptr<IntfRateAggregatorSm> IntfRateAggregatorSm::IntfRateAggregatorSmIs(
+   Kel::Ptr<MonitoredIntfDir> const & monIntfDir,
+   Kel::Ptr<Maintenance::MonIntfStatusDir const> const & monIntfStatusDir,
+   Kel::Ptr<Maintenance::Unit::StatusDir> const & unitStatusDir ) {
+   auto const made = Kel::validPtr( new IntfRateAggregatorSm( monIntfDir, monIntfStatusDir, unitStatusDir ) );
+   made->hasNotificationActiveIs( true );
+   return made;
+}
+
+IntfRateAggregatorSm::IntfRateAggregatorSm( Kel::Ptr<MonitoredIntfDir> const & samplers,
+                                            Kel::Ptr<Maintenance::MonIntfStatusDir const> const & statuses,
+                                            Kel::Ptr<Maintenance::Unit::StatusDir> const & units )
+   : smName_( "intfRateAggSm" ), monIntfDir_( samplers ), monIntfStatusDir_( statuses ), unitStatusDir_( units ) {
+   hasNotificationActiveIs( false );
+   unitStatusDirReactor_ = std::make_unique<KelUnitStatusDir>( *this );
+   monIntfDirReactor_ = std::make_unique<KelMonIntfDir>( *this );
+   monIntfStatusDirReactor_ = std::make_unique<KelMonIntfStatusDir>( *this );
+   monIntfDirReactor_->onMonitoredIntfkelImmediate();
+   monIntfStatusDirReactor_->onMonIntfStatuskelImmediate();
+   handleInitialized();
+}
+
+IntfRateAggregatorSm::~IntfRateAggregatorSm() = default;
+
+void IntfRateAggregatorSm::handleInitialized() {
+   TRACE( 5, "IntfRateAggregatorSm started" );
+   for( auto [unitName, unit] : unitStatusDir()->statusIterator() ) {
+      TRACE( 9, "Resetting the aggregate rate for unit:" << unitName );
+      unit->aggTrafficRateIs( {} );
+   }
+   for( auto [intfId, monitoredIntf] : monIntfDir()->monitoredIntfIterator() ) {
+      KEL_ASSERT_TEXT( monitoredIntf->monIntfStatus(), "intfIter->monIntfStatus()" );
+      for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
+         auto const unit = unitStatusDir()->status( unitName );
+         if( !unit ) continue;
+         unit->aggTrafficRateIs( calculateNewAggregate( unitName, intfId, unit->aggTrafficRate(), {},
+                                                        monitoredIntf->monIntfStatus()->curRates() ) );
+      }
+   }
+   initializedIs( true );
+   TRACE( 4, "IntfRateAggregatorSm - initialized" );
+}
+
+void IntfRateAggregatorSm::prepareToDie() {
+   kelDoZombieReactors( true );
+   unitStatusDirReactor_->notifierIs( nullptr );
+   monIntfDirReactor_->notifierIs( nullptr );
+   monIntfStatusDirReactor_->notifierIs( nullptr );
+   monitoredIntf_.clear();
+   monIntfStatus_.clear();
+}
+
+namespace {
+
+[[noreturn]] void refuseNull( std::string const & attribute ) {
+   throw Kel::RangeError( "null _" + attribute + " parameter to mutator for MaintenanceMode::IntfRateAggregatorSm::" +
+                          attribute + " not allowed\"" );
+}
+
+// Rounded to the nearest whole number, halves upwards. The fraction of a double is exact.
+uint64_t wholeBits( double rate ) {
+   constexpr double top = 0x1p63;
+   if( rate >= top ) [[unlikely]] {
+      KEL_ASSERT( rate < 2 * top );
+      return static_cast<uint64_t>( rate - top ) | uint64_t{ 1 } << 63;
+   }
+   auto const whole = static_cast<uint64_t>( rate );
+   return whole + ( rate - static_cast<double>( whole ) >= 0.5 ? 1 : 0 );
+}
+
+}  // namespace
+
+void IntfRateAggregatorSm::monitoredIntfIs( Kel::Ptr<MonitoredIntf> const & record ) {
+   if( !record ) refuseNull( "monitoredIntf" );
+   auto & reactor = monitoredIntf_[record->intfId()];
+   reactor.reset();
+   reactor = std::make_unique<KelMonitoredIntf>( *this, record );
+   if( auto const rates = monIntfStatus_.find( record->intfId() ); rates != monIntfStatus_.end() ) {
+      rates->second->unitsForget();
+   }
+}
+
+void IntfRateAggregatorSm::monitoredIntfDel( Lumo::IntfId intfId ) {
+   monitoredIntf_.erase( intfId );
+   if( auto const rates = monIntfStatus_.find( intfId ); rates != monIntfStatus_.end() ) rates->second->unitsForget();
+}
+
+void IntfRateAggregatorSm::monIntfStatusIs( Kel::Ptr<Maintenance::MonIntfStatus const> const & record ) {
+   if( !record ) refuseNull( "monIntfStatus" );
+   auto & reactor = monIntfStatus_[record->intfId()];
+   reactor.reset();
+   reactor = std::make_unique<KelMonIntfStatus>( *this, record );
+}
+
+void IntfRateAggregatorSm::monIntfStatusDel( Lumo::IntfId intfId ) { monIntfStatus_.erase( intfId ); }
+
+bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
+   if( unitsKnownIn_ == owner_.unitStatusEpoch_ ) [[likely]]
+      return true;
+   char const * const handler = "handleMonIntfStatusRateChange";
+   Lumo::IntfId const intfId = notifier()->intfId();
+   auto const monitoredIntf = owner_.monIntfDir()->monitoredIntf( intfId );
+   if( !monitoredIntf ) {
+      TRACE_AS( 1, handler,
+                "ERROR:MonitoredIntf object does not exist for the interface " << intfId << " whose rate changed" );
+      return false;
+   }
+   units_.clear();
+   for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
+      auto const unit = owner_.unitStatusDir()->status( unitName );
+      if( !unit ) {
+         TRACE_AS(
+            1, handler,
+            "Error:Unit Status object does not exist for a dependent unit.IntfId:" << intfId << " Unit:" << unitName );
+         KEL_ASSERT_TEXT( false, "0" );
+      }
+      units_.push_back( unit );
+   }
+   unitsKnownIn_ = owner_.unitStatusEpoch_;
+   return true;
+}
+
+void IntfRateAggregatorSm::KelMonIntfStatus::handleMonIntfStatusRateChange() {
+   auto const & status = *notifier();
+   TRACE( 4, "Rates changed for interface:" << status.intfId() );
+   if( !unitsKnown() ) return;
+   for( std::size_t i = 0; i < units_.size(); ++i ) {
+      auto & unit = *units_[i];
+      unit.aggTrafficRateIs( calculateNewAggregate( unit.unitName(), status.intfId(), unit.aggTrafficRate(),
+                                                    status.prevRates(), status.curRates() ) );
+   }
+}
+
+void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Kel::String8 const & unitName ) {
+   Lumo::IntfId const intfId = notifier()->intfId();
+   TRACE( 4, "IntfId:" << intfId << " UnitName:" << unitName );
+   if( auto const rates = owner_.monIntfStatus_.find( intfId ); rates != owner_.monIntfStatus_.end() ) {
+      rates->second->unitsForget();
+   }
+   auto const unit = owner_.unitStatusDir()->status( unitName );
+   if( !unit ) {
+      TRACE( 4, "UnitStatus object does not exist. Nothing to do. Early return.UnitName:" << unitName
+                                                                                          << " IntfId:" << intfId );
+      return;
+   }
+   KEL_ASSERT_TEXT( notifier()->monIntfStatus(), "monitoredIntf()->monIntfStatus()" );
+   IntfRates const curRates = notifier()->monIntfStatus()->curRates();
+   bool const joined = notifier()->dependentUnit( unitName ) != nullptr;
+   if( joined ) {
+      TRACE(
+         4, "IntfId:" << intfId << " was added to Unit:" << unitName << ". Adding the intf rate to unit's aggregate." );
+   } else {
+      TRACE( 4, "IntfId:" << intfId << " was removed from the Unit:" << unitName
+                          << ". Subtracting the intf rate from unit's aggregate" );
+   }
+   unit->aggTrafficRateIs( calculateNewAggregate( unitName, intfId, unit->aggTrafficRate(),
+                                                  joined ? IntfRates{} : curRates, joined ? curRates : IntfRates{} ) );
+}
+
+TrafficRates IntfRateAggregatorSm::calculateNewAggregate( Kel::String8 const & unitName, Lumo::IntfId intfId,
+                                                          TrafficRates const & curAgg, IntfRates const & ratesToSub,
+                                                          IntfRates const & ratesToAdd ) {
+   uint64_t const curAggIn = curAgg.inBitsRate;
+   uint64_t const curAggOut = curAgg.outBitsRate;
+   uint64_t const subIn = wholeBits( ratesToSub.inBitsRate );
+   uint64_t const subOut = wholeBits( ratesToSub.outBitsRate );
+   uint64_t const addIn = wholeBits( ratesToAdd.inBitsRate );
+   uint64_t const addOut = wholeBits( ratesToAdd.outBitsRate );
+   if( subIn > curAggIn ) [[unlikely]] {
+      TRACE( 1, "Underflow while subtracting rateToSubInRate from curAggInRate."
+                   << " Unit:" << unitName << " IntfId:" << intfId << " ratesToSubInRate:" << subIn
+                   << " curAggInRate:" << curAggIn );
+      RING( 0,
+            "Underflow while subtracting ratesToSubInRate from curAggInRate. Unit:{} IntfId:{} ratesToAddInRate:{} "
+            "curAggInRate:{}",
+            unitName, intfId, subIn, curAggIn );
+      KEL_ASSERT_TEXT( false, "0" );
+   }
+   if( subOut > curAggOut ) [[unlikely]] {
+      TRACE( 1, "Underflow while subtracting rateToSubOutRate from curAggOutRate."
+                   << " Unit:" << unitName << " IntfId:" << intfId << " ratesToSubOutRate:" << subOut
+                   << " curAggOutRate:" << curAggOut );
+      RING( 0,
+            "Underflow while subtracting ratesToSubOutRate from curAggOutRate. Unit:{} IntfId:{} ratesToSubOutRate:{} "
+            "curAggOutRate:{}",
+            unitName, intfId, subOut, curAggOut );
+      KEL_ASSERT_TEXT( false, "0" );
+   }
+   uint64_t const sumIn = curAggIn + addIn;
+   if( sumIn < curAggIn ) [[unlikely]] {
+      TRACE( 1, "Overflow while adding ratesToAddInRate to curAggInRate."
+                   << "Unit:" << unitName << " IntfId:" << intfId << " ratesToAddInRate:" << addIn
+                   << " curAggInRate:" << curAggIn << " sumIn:" << sumIn );
+      RING( 0,
+            "Overflow while adding ratesToAddInRate to curAggInRate. Unit:{} IntfId:{} ratesToAddInRate:{} "
+            "curAggInRate:{} sumIn:{}",
+            unitName, intfId, addIn, curAggIn, sumIn );
+      KEL_ASSERT_TEXT( false, "0" );
+   }
+   uint64_t const sumOut = curAggOut + addOut;
+   if( sumOut < curAggOut ) [[unlikely]] {
+      TRACE( 1, "Overflow while adding ratesToAddOutRate to "
+                   << " curAggOutRate. Unit:" << unitName << " IntfId:" << intfId << " ratesToAddOutRate:" << addOut
+                   << " curAggOutRate:" << curAggOut << " sumOut:" << sumOut );
+      RING( 0,
+            "Overflow while adding ratesToAddOutRate to curAggOutRate. Unit:{} IntfId:{} ratesToAddOutRate:{} "
+            "curAggOutRate:{} sumOut:{}",
+            unitName, intfId, addOut, curAggOut, sumOut );
+      KEL_ASSERT_TEXT( false, "0" );
+   }
+   TrafficRates const newAgg{ sumOut - subOut, sumIn - subIn, Kel::now() };
+   TRACE( 4, "unit:" << unitName << " intfId:" << intfId << " curAggInRate: " << curAggIn
+                     << " ratesToSubInRate:" << subIn << " ratesToAddInRate:" << addIn
+                     << " newAggInRate:" << newAgg.inBitsRate << ". curAggOutRate:" << curAggOut << " ratesToSubOutRate"
+                     << subOut << " ratesToAddOutRate: " << addOut << " newAggOutRate:" << newAgg.outBitsRate );
+   return newAgg;
+}
+
+}  // namespace MaintenanceMode

@@ -1,0 +1,96 @@
+// The tracker's work: the backlog of interfaces, in slices, and what is decided for each.
+#include "IntfStatusSm.h"
+#include "RateMonSm.h"
+#include "RateMonTrace.h"
+
+namespace MaintenanceMode {
+
+using Interface::IntfOperStatus;
+using Maintenance::Profile::ProfileType;
+
+void IntfStatusSm::addToBacklog( Lumo::IntfId intfId ) {
+   updatesSeenInc( 1 );
+   backlog_.insert( intfId, true );
+   clockNotifieeTimeMinIs( 0 );
+}
+
+uint64_t IntfStatusSm::processBacklog( Kel::Seconds & startTime ) {
+   if( !initialized() ) return 0;
+   Brisklog::BlockTimer const timer( "RateMon::IntfStatusSm codef backlog processing" );
+   TRACE( 4, "startTime " << startTime );
+   RING( 3, "processBacklog: startTime {}", startTime );
+   uint64_t const count = workBacklog( startTime + backlogQuantum() );
+   TRACE( 4, "processed " << count << " items" );
+   RING( 3, "processBacklog: num items processed {}", count );
+   return count;
+}
+
+// An interface leaves the backlog before it is worked on: whatever its work queues, itself included, comes again.
+uint64_t IntfStatusSm::workBacklog( Kel::Seconds deadline ) {
+   uint64_t count = 0;
+   auto next = backlog_.keyFrom( bookmark() );
+   if( !next ) next = backlog_.firstKey();
+   while( next ) {
+      Lumo::IntfId const intfId = *next;
+      if( count > 0 && codefClock()->now() >= deadline ) {
+         TRACE_AS( 4, "processBacklog", "Pausing backlog processing at " << intfId );
+         RING( 3, "Pausing backlog processing at {}", intfId );
+         bookmarkIs( intfId );
+         return count;
+      }
+      backlog_.erase( intfId );
+      ++count;
+      TRACE_AS( 9, "processBacklog", "intf " << intfId );
+      processIntf( intfId );
+      next = backlog_.keyAfter( intfId );
+      if( !next ) next = backlog_.firstKey();
+   }
+   bookmarkDel();
+   return count;
+}
+
+bool IntfStatusSm::isInMaintGroup( Lumo::IntfId intfId ) const {
+   auto const intfToGroup = intfToGroupDir() ? intfToGroupDir()->intfToGroup( intfId ) : nullptr;
+   auto const * const key = intfToGroup ? intfToGroup->selectedProfile( ProfileType::interface ) : nullptr;
+   return key && !key->empty();
+}
+
+// Down because this plug-in shut it down is as good as up.
+bool IntfStatusSm::isUp( Lumo::IntfId intfId ) const {
+   auto const reactor = intfStatus_.find( intfId );
+   if( reactor == intfStatus_.end() ) return false;
+   auto const status = allIntfStatusDir()->intfStatus( intfId );
+   if( status && status->operStatus() == IntfOperStatus::up ) return true;
+   return rootSm()->in().errDisableCauseStatus->intfStatus( intfId ) != nullptr;
+}
+
+void IntfStatusSm::processIntf( Lumo::IntfId intfId ) {
+   if( !isSupportedIntf( intfId ) ) {
+      TRACE( 1, "intf " << intfId << " - is not not supported" );
+      RING( 0, "processIntf: intf {} not supported", intfId );
+      rootSm()->counters()->numIntfMonIntfNotSupportedInc( 1 );
+      return;
+   }
+   bool const maintIntf = isInMaintGroup( intfId );
+   bool const intfUp = isUp( intfId );
+   bool const intfMon = rootSm()->intfMon( intfId ) != nullptr;
+   TRACE( 9, "intf " << intfId << ", maintIntf " << maintIntf << ", intfUp " << intfUp << ", intfMon "
+                     << ( intfMon ? "yes" : "no" ) );
+   RING( 8, "processIntf: intf {}, maintIntf {}, intfUp {}, intfMon {}", intfId, maintIntf, intfUp,
+         intfMon ? "yes" : "no" );
+   if( !maintIntf || !intfUp ) {
+      rootSm()->stopIntfMonInUnits( intfId );
+      return;
+   }
+   if( intfMon ) processProfileChange( intfId );
+   rootSm()->startIntfMonInUnits( intfId );
+}
+
+void IntfStatusSm::processProfileChange( Lumo::IntfId intfId ) {
+   TRACE( 9, "intf " << intfId );
+   auto const intfMonSm = rootSm()->intfMon( intfId );
+   if( !intfMonSm ) return;
+   if( auto const profile = rootSm()->getIntfProfile( intfId ) ) intfMonSm->intfProfileIs( profile );
+}
+
+}  // namespace MaintenanceMode
