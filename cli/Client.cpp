@@ -53,9 +53,13 @@ Answer Client::request( char const * method, std::string const & target ) const 
    try {
       http::write( socket, request );
       boost::beast::flat_buffer buffer;
-      http::response<http::string_body> response;
-      http::read( socket, buffer, response );
-      return { response.result_int(), response.body(), boost::json::parse( response.body() ) };
+      http::response_parser<http::string_body> parser;
+      parser.body_limit( boost::none );  // a dump grows with the box
+      http::read( socket, buffer, parser );
+      auto const & response = parser.get();
+      bool const isJson = response[http::field::content_type] == "application/json";
+      return { response.result_int(), response.body(),
+               isJson ? boost::json::parse( response.body() ) : boost::json::value() };
    } catch( boost::system::system_error const & error ) {
       throw NotReached( "maintd at " + socketPath_ + " did not answer " + method + " " + target + ": " + error.what() );
    }

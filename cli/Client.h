@@ -1,4 +1,4 @@
-// The HTTP API of maintd over its unix socket, as a client sees it: one request, one JSON answer.
+// The HTTP API of maintd over its unix socket, as a client sees it: one request, one answer, JSON or text.
 //
 // Opens a connection per request; never retries. Whoever calls decides what a status other than 200 means.
 #pragma once
@@ -16,9 +16,9 @@ class NotReached : public std::runtime_error {
 };
 
 struct Answer {
-   unsigned status = 0;  // HTTP status code
-   std::string text;     // the body as it came, one line
-   boost::json::value body;
+   unsigned status = 0;      // HTTP status code
+   std::string text;         // the body as it came
+   boost::json::value body;  // null where that is not JSON
 
    [[nodiscard]] bool ok() const { return status == 200; }
    // The daemon's reason for a status other than 200.
@@ -31,7 +31,7 @@ class Client {
 
    [[nodiscard]] std::string const & socketPath() const { return socketPath_; }
 
-   // Both throw NotReached, and std::runtime_error for an answer that is no JSON.
+   // Both throw NotReached, and std::runtime_error for JSON that is broken.
    [[nodiscard]] Answer get( std::string const & target ) const;
    [[nodiscard]] Answer post( std::string const & target ) const;
 

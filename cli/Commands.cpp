@@ -13,14 +13,14 @@ namespace Cli {
 namespace json = boost::json;
 using Clock = std::chrono::steady_clock;
 
-namespace {
-
-constexpr std::chrono::milliseconds pollInterval( 250 );
-
-int complain( std::string const & what, ExitStatus status = failed ) {
+int complain( std::string const & what, ExitStatus status ) {
    std::cerr << "maintctl: " << what << "\n";
    return status;
 }
+
+namespace {
+
+constexpr std::chrono::milliseconds pollInterval( 250 );
 
 // Prints one answer: as it came for programs, through `print` for people.
 template<class Print>
@@ -31,6 +31,12 @@ int show( Answer const & answer, Options const & options, Print const & print ) 
    } else {
       print( answer.body.as_object() );
    }
+   return done;
+}
+
+int printText( Answer const & answer ) {
+   if( !answer.ok() ) return complain( answer.error() );
+   std::cout << answer.text;
    return done;
 }
 
@@ -146,10 +152,9 @@ int get( Client const & client, std::string const & path ) {
       if( end > begin ) target += "/" + encoded( path.substr( begin, end - begin ) );
       begin = end + 1;
    }
-   Answer const answer = client.get( target );
-   if( !answer.ok() ) return complain( answer.error() );
-   std::cout << answer.text;
-   return done;
+   return printText( client.get( target ) );
 }
+
+int dump( Client const & client ) { return printText( client.get( "/v1/dump" ) ); }
 
 }  // namespace Cli

@@ -29,5 +29,9 @@ int interfaces( Client const & client, Options const & options );
 int enter( Client const & client, Options const & options, std::string const & unit );
 int exit( Client const & client, Options const & options, std::string const & unit );
 int get( Client const & client, std::string const & path );
+int dump( Client const & client );
+
+// Says on standard error why a command does not succeed; returns `status`.
+int complain( std::string const & what, ExitStatus status = failed );
 
 }  // namespace Cli

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "Commands.h"
+#include "Trace.h"
 
 namespace {
 
@@ -16,62 +17,114 @@ std::string socketFromEnvironment() {
    return path && *path ? path : defaultSocket;
 }
 
-}  // namespace
-
-int main( int argc, char ** argv ) {
-   CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
-   app.footer( "Exit status: 0 done, 1 failed, 2 usage, 3 deadline passed, 4 refused, 5 maintd not reached." );
-   app.require_subcommand( 1 );
-
-   std::string socket = socketFromEnvironment();
-   Cli::Options options;
-   std::string unit;
-   std::string path;
-   double timeoutSeconds = 0;
-   app.add_option( "--socket", socket, "unix socket of maintd (also MAINTD_SOCKET)" )->capture_default_str();
-
-   std::map<CLI::App *, std::function<int( Cli::Client const & )>> run;
-   auto const command = [&]( char const * name, char const * what, std::function<int( Cli::Client const & )> action ) {
-      CLI::App * const sub = app.add_subcommand( name, what );
-      sub->add_flag( "--json", options.json, "print JSON for programs" );
-      run[sub] = std::move( action );
-      return sub;
-   };
-   auto const operation = [&]( char const * name, char const * what, auto action ) {
-      CLI::App * const sub = command( name, what, [&options, &unit, action]( Cli::Client const & client ) {
-         return action( client, options, unit );
-      } );
-      sub->add_option( "UNIT", unit, "the unit's name" )->required();
-      CLI::Option * const wait = sub->add_flag( "--wait", options.wait, "follow it until it is done" );
-      sub->add_option( "--timeout", timeoutSeconds, "give up waiting after this time; a number is seconds (10min, 2h)" )
-         ->needs( wait )
-         ->transform( CLI::AsNumberWithUnit(
-            std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
-         ->check( CLI::NonNegativeNumber );
-   };
-   command( "status", "units, their interfaces, and what each is waiting for",
-            [&]( Cli::Client const & client ) { return Cli::status( client, options ); } );
-   command( "units", "the units and their states",
-            [&]( Cli::Client const & client ) { return Cli::units( client, options ); } );
-   command( "interfaces", "the interfaces of all units",
-            [&]( Cli::Client const & client ) { return Cli::interfaces( client, options ); } );
-   operation( "enter", "put a unit into maintenance", Cli::enter );
-   operation( "exit", "take a unit out of maintenance", Cli::exit );
-   command( "get", "a record of the state database, as JSON",
-            [&]( Cli::Client const & client ) { return Cli::get( client, path ); } )
-      ->add_option( "PATH", path, "its path, for example maintenance/unit/status" )
-      ->required();
-
-   try {
-      app.parse( argc, argv );
-   } catch( CLI::ParseError const & error ) {
-      return app.exit( error ) == 0 ? Cli::done : Cli::usage;
+// The commands with their arguments, and what each does once its arguments are read.
+class CommandLine {
+ public:
+   CommandLine() {
+      app_.footer( "Exit status: 0 done, 1 failed, 2 usage, 3 deadline passed, 4 refused, 5 maintd not reached." );
+      app_.require_subcommand( 1 );
+      app_.add_option( "--socket", socket_, "unix socket of maintd (also MAINTD_SOCKET)" )->capture_default_str();
+      addViews();
+      addOperation( "enter", "put a unit into maintenance", Cli::enter );
+      addOperation( "exit", "take a unit out of maintenance", Cli::exit );
+      addRecords();
+      addTrace();
    }
-   CLI::App * const chosen = app.get_subcommands().front();
-   auto const * const timeout = chosen->get_option_no_throw( "--timeout" );
-   if( timeout && timeout->count() > 0 ) options.timeoutSeconds = timeoutSeconds;
+
+   int run( int argc, char ** argv );
+
+ private:
+   using Action = std::function<int( Cli::Client const & )>;
+   using OnUnit = int ( * )( Cli::Client const &, Cli::Options const &, std::string const & unit );
+
+   CLI::App * add( char const * name, char const * what, Action action ) {
+      CLI::App * const sub = app_.add_subcommand( name, what );
+      actions_[sub] = std::move( action );
+      return sub;
+   }
+   void addJsonTo( CLI::App * command ) { command->add_flag( "--json", options_.json, "print JSON for programs" ); }
+   void addViews();
+   void addOperation( char const * name, char const * what, OnUnit action );
+   void addRecords();
+   void addTrace();
+
+   CLI::App app_{ "Takes units of this box out of service, with proof that their traffic has gone, and back." };
+   std::map<CLI::App *, Action> actions_;
+   std::string socket_ = socketFromEnvironment();
+   Cli::Options options_;
+   std::string unit_;
+   std::string path_;
+   std::string traceFile_;
+   bool followTrace_ = false;
+};
+
+void CommandLine::addViews() {
+   using View = int ( * )( Cli::Client const &, Cli::Options const & );
+   auto const view = [this]( char const * name, char const * what, View show ) {
+      addJsonTo( add( name, what, [this, show]( Cli::Client const & client ) { return show( client, options_ ); } ) );
+   };
+   view( "status", "units, their interfaces, and what each is waiting for", Cli::status );
+   view( "units", "the units and their states", Cli::units );
+   view( "interfaces", "the interfaces of all units", Cli::interfaces );
+}
+
+void CommandLine::addOperation( char const * name, char const * what, OnUnit action ) {
+   CLI::App * const command =
+      add( name, what, [=, this]( Cli::Client const & client ) { return action( client, options_, unit_ ); } );
+   addJsonTo( command );
+   command->add_option( "UNIT", unit_, "the unit's name" )->required();
+   CLI::Option * const wait = command->add_flag( "--wait", options_.wait, "follow it until it is done" );
+   command
+      ->add_option( "--timeout", options_.timeoutSeconds,
+                    "give up waiting after this time; a number is seconds (10min, 2h)" )
+      ->needs( wait )
+      ->transform( CLI::AsNumberWithUnit(
+         std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
+      ->check( CLI::NonNegativeNumber );
+}
+
+void CommandLine::addRecords() {
+   CLI::App * const get = add( "get", "a record of the state database, as JSON",
+                               [this]( Cli::Client const & client ) { return Cli::get( client, path_ ); } );
+   addJsonTo( get );
+   get->add_option( "PATH", path_, "its path, for example maintenance/unit/status" )->required();
+   add( "dump", "the rate monitor's whole inner state, as text", Cli::dump );
+}
+
+void CommandLine::addTrace() {
+   CLI::App * const trace =
+      add( "trace", "the latest messages of maintd's ring trace, also after its death", [this]( auto const & client ) {
+         return Cli::trace( client, { traceFile_, followTrace_, options_.json } );
+      } );
+   addJsonTo( trace );
+   CLI::Option * const file =
+      trace->add_option( "--file", traceFile_,
+                         "the trace's file (default: maintd.trace beside the socket, or as the socket is named); "
+                         "the run before is in FILE.old" );
+   CLI::Option * const follow =
+      trace->add_flag( "--follow", followTrace_, "go on with what comes, also across restarts of maintd" );
+   trace
+      ->add_option_function<std::string>(
+         "--levels",
+         [=, this]( std::string const & levels ) {
+            actions_[trace] = [=, this]( auto const & client ) {
+               return Cli::traceLevels( client, levels, options_.json );
+            };
+         },
+         "instead, set which levels of the plug-in's trace maintd writes to its standard error: 1,2,4 or none" )
+      ->check( Cli::levelsFault )
+      ->excludes( file )
+      ->excludes( follow );
+}
+
+int CommandLine::run( int argc, char ** argv ) {
    try {
-      return run.at( chosen )( Cli::Client( socket ) );
+      app_.parse( argc, argv );
+   } catch( CLI::ParseError const & error ) {
+      return app_.exit( error ) == 0 ? Cli::done : Cli::usage;
+   }
+   try {
+      return actions_.at( app_.get_subcommands().front() )( Cli::Client( socket_ ) );
    } catch( Cli::NotReached const & error ) {
       std::cerr << "maintctl: " << error.what()
                 << "\nStart it with: maintd --config FILE   (systemctl start maintd where it is a service)\n";
@@ -81,3 +134,7 @@ int main( int argc, char ** argv ) {
       return Cli::failed;
    }
 }
+
+}  // namespace
+
+int main( int argc, char ** argv ) { return CommandLine().run( argc, argv ); }

@@ -2,17 +2,25 @@
 
 #include <boost/asio/signal_set.hpp>
 #include <csignal>
-#include <iostream>
 
+#include "brisklog/Brisklog.h"
 #include "plugin/Loader.h"
 
 namespace Host {
 
+namespace {
+
+constexpr uint64_t traceBytes = 4 * 1024 * 1024;
+
+}  // namespace
+
 Agent::Agent( Config::Config const & config, Options const & options )
    : config_( config ),
+     plugin_( options.plugin ),
      clock_( new Kel::RealClock ),
      activityLoop_( clock_ ),
      loop_( activityLoop_ ),
+     server_( loop_, options.socket, [this]( HttpRequest const & request ) { return api_.answer( request ); } ),
      database_( new Dovra::EntityManager ),
      state_( *database_ ),
      counterWriter_( state_.counterWriterStatus, options.counterTable ),
@@ -26,23 +34,30 @@ Agent::Agent( Config::Config const & config, Options const & options )
      unitView_( state_, configRecords_ ),
      pluginDir_( new Kel::Dir( "plugins" ) ),
      pluginContext_( pluginDir_, database_, quill_ ),
-     api_( *database_, unitService_, unitView_ ),
-     server_( loop_, options.socket, [this]( HttpRequest const & request ) { return api_.answer( request ); } ) {
+     api_( *database_, unitService_, unitView_, pluginContext_ ) {
+   if( !options.traceFile.empty() ) Brisklog::ringIs( Brisklog::RingFile::create( options.traceFile, traceBytes ) );
+   BRISKLOG( 3, "maintd starts: {} units, socket {}", config_.units.size(), options.socket );
    quill_->refresherIs( [this] { counterFeed_.refresh(); } );
-   watchLinks();
-   startPlugin( options.plugin );
 }
 
-Agent::~Agent() { pluginDir_->entityDelAll(); }
+Agent::~Agent() {
+   BRISKLOG( 3, "maintd stops" );
+   pluginDir_->entityDelAll();
+}
+
+void Agent::start() {
+   watchLinks();
+   startPlugin();
+}
 
 void Agent::watchLinks() {
    loop_.turn( [this] { linkMonitor_.start(); } );
    loop_.watch( linkMonitor_.fd(), [this] { linkMonitor_.handleReadable(); } );
 }
 
-void Agent::startPlugin( std::string const & path ) {
+void Agent::startPlugin() {
    auto & loader = Maintenance::DefaultPluginLoader();
-   loader.load( path );
+   loader.load( plugin_ );
    loop_.turn( [&] { loader.initPlugins( pluginContext_ ); } );
 }
 

@@ -5,7 +5,8 @@
 //    RTM_GETSTATS  --> CounterFeed --> counter table --> plug-in: RateMonPlugin.so
 //    API           --> UnitService --> stage records --^
 //
-// Owns all of it, in the order in which it must come and go: the plug-in goes first.
+// Owns all of it, in the order in which it must come and go: the plug-in goes first. The socket comes before whatever a
+// second agent must not touch, such as the counter table and the trace file.
 #pragma once
 
 #include <string>
@@ -29,25 +30,31 @@ class Agent {
       std::string plugin;        // path of RateMonPlugin.so
       std::string socket;        // path of the API's unix socket
       std::string counterTable;  // path of the shared counter table; empty: this process's memory
+      std::string traceFile;     // path of the ring trace; empty: this process's memory
    };
 
-   // Everything but the API's answers is ready afterwards. Throws what its parts throw: the plug-in cannot be loaded, the
-   // socket is in use, the kernel does not answer.
+   // Throws what its parts throw: the socket is in use, a file cannot be made, the kernel does not answer.
    Agent( Config::Config const & config, Options const & options );
    // Takes the plug-in down in order.
    ~Agent();
+
+   // Follows the links and starts the plug-in; everything but the API's answers is ready afterwards. Throws what its parts
+   // throw: the plug-in cannot be loaded, the kernel does not answer.
+   void start();
 
    // Serves until SIGTERM or SIGINT.
    void run();
 
  private:
-   void startPlugin( std::string const & path );
    void watchLinks();
+   void startPlugin();
 
    Config::Config const config_;
+   std::string const plugin_;
    Kel::Ptr<Kel::Clock> const clock_;
    Kel::ActivityLoop activityLoop_;
    AsioLoop loop_;
+   HttpServer server_;
    Kel::Ptr<Dovra::EntityManager> const database_;
    Maintenance::MaintenanceState state_;
    KelQuill::CounterWriter counterWriter_;
@@ -61,7 +68,6 @@ class Agent {
    Kel::Ptr<Kel::Dir> const pluginDir_;
    Maintenance::PluginContext pluginContext_;
    Api api_;
-   HttpServer server_;
 };
 
 }  // namespace Host

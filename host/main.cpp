@@ -1,9 +1,13 @@
 // maintd: the maintenance service of a Linux box.
 #include <CLI/CLI.hpp>
+#include <exception>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 
 #include "Agent.h"
+#include "brisklog/Brisklog.h"
+#include "kel/Exception.h"
 #include "plugin/Loader.h"
 
 namespace {
@@ -29,14 +33,28 @@ void refuseWhatIsNotCarriedOut( Host::Config::Config const & config ) {
    }
 }
 
+// Named as the socket, since no two agents share one.
+std::string traceBeside( std::string const & socket ) {
+   return std::filesystem::path( socket ).replace_extension( ".trace" ).string();
+}
+
 int serve( Host::Config::Config const & config, Host::Agent::Options const & options ) {
+   std::unique_ptr<Host::Agent> agent;  // still whole where an exception is caught
    try {
-      Host::Agent agent( config, options );
+      agent = std::make_unique<Host::Agent>( config, options );
+      agent->start();
       std::cerr << "maintd: " << config.units.size() << " units, serving at " << options.socket << "\n";
-      agent.run();
+      agent->run();
       std::cerr << "maintd: stopping\n";
       return stopped;
+   } catch( Kel::InternalException const & ) {
+      // Our own mistakes end the process here, before anything is taken down: a teardown would go on writing records by a
+      // state that does not hold.
+      std::terminate();
+   } catch( Kel::RangeError const & ) {
+      std::terminate();
    } catch( std::exception const & error ) {
+      BRISKLOG( 0, "maintd fails: {}", error.what() );
       std::cerr << "maintd: " << error.what() << "\n";
       return failed;
    }
@@ -47,12 +65,16 @@ int serve( Host::Config::Config const & config, Host::Agent::Options const & opt
 int main( int argc, char ** argv ) {
    CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
    std::string file;
-   Host::Agent::Options options{ Plugin::besideProgram( "RateMonPlugin.so" ), defaultSocket, "" };
+   Host::Agent::Options options{ Plugin::besideProgram( "RateMonPlugin.so" ), defaultSocket, "", "" };
    app.add_option( "--config", file, "the configuration, see examples/maintd.yaml" )->required();
    app.add_option( "--socket", options.socket, "unix socket of the API" )->capture_default_str();
    app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
    app.add_option( "--counter-table", options.counterTable,
                    "shared file for the interface counters (default: private memory)" );
+   auto const * const traceFile =
+      app.add_option( "--trace-file", options.traceFile,
+                      "the last messages, for maintctl trace; what is there is kept as FILE.old; \"\" for none "
+                      "(default: maintd.trace beside the socket, or as the socket is named)" );
    bool foreground = true;
    app.add_flag( "--foreground", foreground,
                  "stay in the foreground (it always does: a service manager backgrounds it)" );
@@ -61,6 +83,7 @@ int main( int argc, char ** argv ) {
    } catch( CLI::ParseError const & error ) {
       return app.exit( error ) == 0 ? stopped : usage;
    }
+   if( traceFile->count() == 0 ) options.traceFile = traceBeside( options.socket );
    Host::Config::Config config;
    try {
       config = Host::Config::load( file );

@@ -1,7 +1,8 @@
 #include "api/Api.h"
 
-#include <optional>
+#include <algorithm>
 
+#include "api/TraceLevels.h"
 #include "dovra/StatePath.h"
 #include "kel/Json.h"
 
@@ -12,8 +13,10 @@ using Path = std::vector<std::string>;
 
 namespace {
 
+HttpAnswer json( Kel::Value const & body, unsigned status = 200 ) { return { status, Kel::toJson( body ) + "\n" }; }
+
 HttpAnswer error( unsigned status, std::string text ) {
-   return { status, Kel::toJson( value( Kel::Value::Object{ { "error", value( std::move( text ) ) } } ) ) };
+   return json( value( Kel::Value::Object{ { "error", value( std::move( text ) ) } } ), status );
 }
 
 int hexDigit( char c ) {
@@ -55,28 +58,58 @@ std::optional<Path> components( std::string_view target ) {
    return path;
 }
 
+// The decoded value of a target's query parameter, none when it is absent or malformed.
+std::optional<std::string> queried( std::string_view target, std::string_view name ) {
+   std::size_t at = target.find( '?' );
+   while( at != std::string_view::npos ) {
+      target.remove_prefix( at + 1 );
+      at = target.find( '&' );
+      std::string_view const pair = target.substr( 0, at );
+      if( pair.substr( 0, pair.find( '=' ) ) != name ) continue;
+      return decoded( pair.substr( std::min( name.size() + 1, pair.size() ) ) );
+   }
+   return std::nullopt;
+}
+
 }  // namespace
 
 HttpAnswer Api::answer( HttpRequest const & request ) {
    auto const path = components( request.target );
    if( !path ) return error( 400, "the request's path is not properly percent-encoded" );
-   auto const is = [&]( std::size_t size, char const * second ) {
-      return path->size() == size && path->at( 0 ) == "v1" && path->at( 1 ) == second;
-   };
    bool const get = request.method == "GET";
-   bool const post = request.method == "POST";
-   if( is( 2, "units" ) && get ) return { 200, Kel::toJson( view_.units() ) };
-   if( is( 3, "units" ) && get ) return unit( path->at( 2 ) );
-   if( is( 2, "interfaces" ) && get ) return { 200, Kel::toJson( view_.interfaces() ) };
-   if( is( 4, "units" ) && path->at( 3 ) == "enter" && post )
-      return operate( path->at( 2 ), units_.enter( path->at( 2 ) ) );
-   if( is( 4, "units" ) && path->at( 3 ) == "exit" && post )
-      return operate( path->at( 2 ), units_.exit( path->at( 2 ) ) );
-   if( path->size() > 2 && path->at( 0 ) == "v1" && path->at( 1 ) == "state" && get ) {
-      return state( Path( path->begin() + 2, path->end() ) );
+   if( !get && request.method != "POST" ) return error( 405, "only GET and POST are answered" );
+   std::optional<HttpAnswer> answer;
+   if( !path->empty() && path->front() == "v1" ) {
+      Path const route( path->begin() + 1, path->end() );
+      answer = get ? shown( route ) : done( route, request.target );
    }
-   if( !get && !post ) return error( 405, "only GET and POST are answered" );
-   return error( 404, "there is nothing at " + request.method + " " + request.target );
+   return answer ? *answer : error( 404, "there is nothing at " + request.method + " " + request.target );
+}
+
+std::optional<HttpAnswer> Api::shown( Path const & route ) const {
+   if( route == Path{ "units" } ) return json( view_.units() );
+   if( route == Path{ "interfaces" } ) return json( view_.interfaces() );
+   if( route == Path{ "dump" } ) return HttpAnswer{ 200, Maintenance::dumpText( plugin_ ), "text/plain" };
+   if( route == Path{ "trace", "levels" } ) return json( traceLevels() );
+   if( route.size() == 2 && route[0] == "units" ) return unit( route[1] );
+   if( route.size() > 1 && route[0] == "state" ) return state( Path( route.begin() + 1, route.end() ) );
+   return std::nullopt;
+}
+
+std::optional<HttpAnswer> Api::done( Path const & route, std::string_view target ) {
+   if( route == Path{ "trace", "levels" } ) return changeLevels( target );
+   if( route.size() != 3 || route[0] != "units" ) return std::nullopt;
+   if( route[2] == "enter" ) return operate( route[1], units_.enter( route[1] ) );
+   if( route[2] == "exit" ) return operate( route[1], units_.exit( route[1] ) );
+   return std::nullopt;
+}
+
+HttpAnswer Api::changeLevels( std::string_view target ) {
+   auto const list = queried( target, "levels" );
+   auto const levels = list ? levelsOf( *list ) : std::nullopt;
+   if( !levels ) return error( 400, "trace levels are numbers from 0 to 31, as in ?levels=1,2,4; none as ?levels=" );
+   traceLevelsIs( *levels );
+   return json( traceLevels() );
 }
 
 HttpAnswer Api::noUnit( std::string const & name ) const {
@@ -85,7 +118,7 @@ HttpAnswer Api::noUnit( std::string const & name ) const {
 
 HttpAnswer Api::unit( std::string const & name ) const {
    Kel::Value const view = view_.unit( name );
-   return view.isNull() ? noUnit( name ) : HttpAnswer{ 200, Kel::toJson( view ) };
+   return view.isNull() ? noUnit( name ) : json( view );
 }
 
 HttpAnswer Api::operate( std::string const & name, UnitService::Answer const & done ) const {
@@ -97,15 +130,14 @@ HttpAnswer Api::operate( std::string const & name, UnitService::Answer const & d
       case UnitService::Outcome::busy:
          return error( 409, "unit \"" + name + "\" is still leaving maintenance; try again when it is active" );
    }
-   return { 200, Kel::toJson( value( Kel::Value::Object{ { "unit", value( name ) },
-                                                         { "result", value( result ) },
-                                                         { "generation", value( done.generation ) } } ) ) };
+   return json( value( Kel::Value::Object{
+      { "unit", value( name ) }, { "result", value( result ) }, { "generation", value( done.generation ) } } ) );
 }
 
 HttpAnswer Api::state( Path const & path ) const {
    try {
       Kel::Value const found = Dovra::stateValue( database_, path );
-      if( !found.isNull() ) return { 200, Kel::toJson( found ) };
+      if( !found.isNull() ) return json( found );
    } catch( Kel::AttributeError const & trouble ) {
       return error( 404, trouble.what() );
    }

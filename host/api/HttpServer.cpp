@@ -48,9 +48,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
       response_ = {};
       response_.version( request.version() );
       response_.result( answer.status );
-      response_.set( http::field::content_type, "application/json" );
+      response_.set( http::field::content_type, answer.contentType );
       response_.keep_alive( request.keep_alive() );
-      response_.body() = std::move( answer.body ) + "\n";
+      response_.body() = std::move( answer.body );
       response_.prepare_payload();
       http::async_write( stream_, response_, [self = shared_from_this()]( beast::error_code e, std::size_t ) {
          if( !e && self->response_.keep_alive() ) self->read();

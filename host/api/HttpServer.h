@@ -14,12 +14,13 @@ namespace Host {
 
 struct HttpRequest {
    std::string method;
-   std::string target;  // path, still percent-encoded
+   std::string target;  // path and query, still percent-encoded
 };
 
 struct HttpAnswer {
    unsigned status = 200;
-   std::string body;  // JSON
+   std::string body;
+   char const * contentType = "application/json";
 };
 
 class HttpServer {

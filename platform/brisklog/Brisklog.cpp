@@ -1,6 +1,9 @@
 #include "brisklog/Brisklog.h"
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <utility>
 
 #include "kel/Assert.h"
@@ -25,7 +28,28 @@ void recordAssertion( char const * expression, char const * file, int line ) {
    BRISKLOG( 0, "assertion failed: \"{}\" at {}:{}", expression, name, line );
 }
 
-[[maybe_unused]] bool const assertionsAreRecorded = ( Kel::assertSinkIs( recordAssertion ), true );
+std::string textOf( std::exception_ptr const & exception ) {
+   if( !exception ) return "none, terminated without one";
+   try {
+      std::rethrow_exception( exception );
+   } catch( std::exception const & error ) {
+      return error.what();
+   } catch( ... ) {
+      return "of an unknown type";
+   }
+}
+
+[[noreturn]] void endByException() {
+   std::set_terminate( std::abort );  // what fails in here must not come back here
+   std::string const text = textOf( std::current_exception() );
+   std::fprintf( stderr, "Uncaught exception: %s\n", text.c_str() );
+   std::fflush( nullptr );
+   BRISKLOG( 0, "uncaught exception: {}", text );
+   std::abort();
+}
+
+[[maybe_unused]] bool const lastWordsAreRecorded =
+   ( Kel::assertSinkIs( recordAssertion ), std::set_terminate( endByException ), true );
 
 }  // namespace
 

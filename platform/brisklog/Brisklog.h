@@ -5,8 +5,8 @@
 // errors and anomalies, 1 warnings, 3 progress, 4 profiles, 8 per-sample detail; all are enabled until levelsIs() says
 // otherwise, and a disabled one costs a load and a branch and evaluates no argument.
 //
-// The ring is anonymous memory until the agent gives a file with ringIs(). A failed assertion is put there at level 0 before
-// the process aborts. One writer: the activity loop. A message changes nothing but the ring.
+// The ring is anonymous memory until the agent gives a file with ringIs(). A failed assertion, and an exception that nobody
+// catches, are put there at level 0 before the process aborts. One writer: the activity loop. A message changes nothing but the ring.
 #pragma once
 
 #include <cstdint>

@@ -48,14 +48,20 @@ struct Descriptor {
 
 Reader::Reader( std::string const & path ) {
    Descriptor const file{ open( path.c_str(), O_RDONLY | O_CLOEXEC ) };
+   loadFile( file.fd, path );
+}
+
+Reader::Reader( int fd, std::string const & name ) { loadFile( fd, name ); }
+
+void Reader::loadFile( int fd, std::string const & name ) {
    struct stat status = {};
-   Source source{ path, 0, {} };
-   if( file.fd < 0 || fstat( file.fd, &status ) != 0 ) source.refuse( std::generic_category().message( errno ) );
+   Source source{ name, 0, {} };
+   if( fd < 0 || fstat( fd, &status ) != 0 ) source.refuse( std::generic_category().message( errno ) );
    if( !S_ISREG( status.st_mode ) ) source.refuse( "not a file" );
    source.bytes = static_cast<uint64_t>( status.st_size );
    // Read, not mapped: a file that somebody cuts short gives an error then, and no signal.
    source.copy = [&]( uint64_t at, std::span<std::byte> to ) {
-      ssize_t const got = pread( file.fd, to.data(), to.size(), static_cast<off_t>( at ) );
+      ssize_t const got = pread( fd, to.data(), to.size(), static_cast<off_t>( at ) );
       if( got < 0 ) source.refuse( std::generic_category().message( errno ) );
       if( static_cast<std::size_t>( got ) != to.size() ) source.refuse( "cut short while it was read" );
    };
@@ -71,6 +77,7 @@ Reader::Reader( RingFile const & ring ) {
 
 void Reader::load( Source const & source ) {
    FileHeader const before = source.header();
+   thisBoot_ = before.boot != 0 && before.boot == presentBoot();
    ring_.resize( before.ringBytes );
    source.copy( sizeof( FileHeader ) + formatAreaBytes, ring_ );
    // Read after the ring: what the tail has passed by now may have been overwritten while it was copied, and the table has

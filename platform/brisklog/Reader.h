@@ -28,6 +28,8 @@ class Reader {
  public:
    // Throws RingError.
    explicit Reader( std::string const & path );
+   // Of an open file; `name` is for error texts. The descriptor stays the caller's.
+   Reader( int fd, std::string const & name );
    explicit Reader( RingFile const & ring );
 
    // The next message, oldest first; none at the end.
@@ -35,6 +37,8 @@ class Reader {
 
    // Whether the ring held something that no writer leaves behind, as after a power failure.
    [[nodiscard]] bool damaged() const { return damaged_; }
+   // Whether the ring is of this boot of the machine, so that its times compare with the present CLOCK_BOOTTIME.
+   [[nodiscard]] bool thisBoot() const { return thisBoot_; }
 
  private:
    struct Source;  // what is copied from
@@ -43,6 +47,7 @@ class Reader {
       std::string text;
    };
 
+   void loadFile( int fd, std::string const & name );
    void load( Source const & source );
    void readFormats( std::span<std::byte const> table );
    [[nodiscard]] std::optional<Message> messageOf( std::span<std::byte const> record );
@@ -54,6 +59,7 @@ class Reader {
    uint64_t end_ = 0;
    std::optional<uint64_t> sequence_;  // of the next message, once there was one
    bool damaged_ = false;
+   bool thisBoot_ = false;
 };
 
 }  // namespace Brisklog

@@ -51,30 +51,37 @@ struct Descriptor {
    ~Descriptor() { close( fd ); }
 };
 
+// Renamed, never truncated: a reader may be copying the old ring.
+void putInPlace( std::string const & made, std::string const & path ) {
+   if( std::rename( path.c_str(), ( path + ".old" ).c_str() ) != 0 && errno != ENOENT ) {
+      failed( errno, "keeping the previous " + path );
+   }
+   if( std::rename( made.c_str(), path.c_str() ) != 0 ) failed( errno, "putting the new " + path + " in its place" );
+}
+
 }  // namespace
 
 std::unique_ptr<RingFile> RingFile::create( std::string const & path, uint64_t ringBytes ) {
-   // Renamed, not truncated: a reader may be copying the old ring.
-   if( std::rename( path.c_str(), ( path + ".previous" ).c_str() ) != 0 && errno != ENOENT ) {
-      failed( errno, "renaming the previous " + path );
-   }
-   Descriptor const file{ open( path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0640 ) };
-   if( file.fd < 0 ) failed( errno, "creating " + path );
+   std::string const made = path + ".new";
+   Descriptor const file{ open( made.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0640 ) };
+   if( file.fd < 0 ) failed( errno, "creating " + made );
    uint64_t const rounded = roundedRingBytes( ringBytes );
    // A full file system must show here: later it would kill the process in the middle of a message.
    auto const bytes = static_cast<off_t>( sizeof( FileHeader ) + formatAreaBytes + rounded );
    if( int const error = posix_fallocate( file.fd, 0, bytes ) ) {
-      unlink( path.c_str() );
+      unlink( made.c_str() );
       failed( error, "allocating " + std::to_string( bytes ) + " bytes for " + path );
    }
-   return std::unique_ptr<RingFile>( new RingFile( file.fd, rounded ) );
+   std::unique_ptr<RingFile> ring( new RingFile( file.fd, rounded, presentBoot() ) );
+   putInPlace( made, path );
+   return ring;
 }
 
 std::unique_ptr<RingFile> RingFile::anonymous( uint64_t ringBytes ) {
-   return std::unique_ptr<RingFile>( new RingFile( -1, roundedRingBytes( ringBytes ) ) );
+   return std::unique_ptr<RingFile>( new RingFile( -1, roundedRingBytes( ringBytes ), presentBoot() ) );
 }
 
-RingFile::RingFile( int fd, uint64_t ringBytes )
+RingFile::RingFile( int fd, uint64_t ringBytes, uint64_t boot )
    : ringBytes_( ringBytes ),
      base_( mapped( fd, imageBytes() ) ),
      ring_( base_ + sizeof( FileHeader ) + formatAreaBytes ),
@@ -82,6 +89,7 @@ RingFile::RingFile( int fd, uint64_t ringBytes )
    header().version = ringVersion;
    header().formatAreaBytes = formatAreaBytes;
    header().ringBytes = ringBytes;
+   header().boot = boot;
    uint16_t const first = formatNumber( outOfTable );
    KEL_ASSERT( first == 0 );
    // Last: a file with the magic number is a whole ring.

@@ -20,9 +20,10 @@ namespace Brisklog {
 
 class RingFile {
  public:
-   // A new file at `path` with a ring of at least `ringBytes`, rounded up to a power of two from 32 KiB to 1 GiB. A file that
-   // is there, most likely the ring of a process that died, is kept as `path` + ".previous"; what that name had is lost.
-   // All of the space is allocated now. Throws std::system_error.
+   // A new file at `path` with a ring of at least `ringBytes`, rounded up to a power of two from 32 KiB to 1 GiB. It appears
+   // there as a whole ring, made as `path` + ".new". A file that was there, most likely the ring of a process that died, is
+   // kept as `path` + ".old"; what that name had is lost. All of the space is allocated now. Throws std::system_error, and
+   // leaves what was there in its place.
    [[nodiscard]] static std::unique_ptr<RingFile> create( std::string const & path, uint64_t ringBytes );
 
    // Memory of this process, gone with it. Throws std::system_error.
@@ -57,7 +58,7 @@ class RingFile {
    [[nodiscard]] uint64_t sequence() const { return sequence_; }
 
  private:
-   RingFile( int fd, uint64_t ringBytes );
+   RingFile( int fd, uint64_t ringBytes, uint64_t boot );
 
    [[nodiscard]] uint64_t imageBytes() const { return sizeof( FileHeader ) + formatAreaBytes + ringBytes_; }
    [[nodiscard]] FileHeader & header() const { return *reinterpret_cast<FileHeader *>( base_ ); }

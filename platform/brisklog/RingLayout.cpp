@@ -1,5 +1,9 @@
 #include "brisklog/RingLayout.h"
 
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+
 #include "kel/Trace.h"
 
 namespace Brisklog {
@@ -33,6 +37,16 @@ bool appendArg( std::string & text, ArgType type, std::span<std::byte const> & a
 }
 
 }  // namespace
+
+// The first half of the boot's UUID; a half of random bits is enough to tell boots apart.
+uint64_t presentBoot() {
+   std::string uuid;
+   std::ifstream( "/proc/sys/kernel/random/boot_id" ) >> uuid;
+   std::erase( uuid, '-' );
+   uint64_t boot = 0;
+   std::from_chars( uuid.data(), uuid.data() + std::min<std::size_t>( uuid.size(), 16 ), boot, 16 );
+   return boot;
+}
 
 std::optional<std::string> messageText( Format const & format, std::span<std::byte const> args ) {
    std::string text;

@@ -37,7 +37,7 @@ struct FileHeader {
    uint64_t head;         // end of the newest record
    uint64_t tail;         // begin of the oldest block
    uint64_t formatBytes;  // of the table in use
-   uint64_t padding;
+   uint64_t boot;         // in which the file was made, 0 when that is not known
 };
 
 // Followed by the argument types, then the text, then zeros to a multiple of 8.
@@ -60,6 +60,9 @@ struct RecordHeader {
 inline constexpr uint64_t fillerBytes = 8;
 inline constexpr uint64_t recordBytesMax = sizeof( RecordHeader ) + argCountMax * ( 1 + textBytesMax );
 static_assert( recordBytesMax <= ringBytesMin / ringBlocks, "every record fits into a block" );
+
+// A number for the machine's present boot, 0 when the kernel does not tell.
+[[nodiscard]] uint64_t presentBoot();
 
 // A format as the table has it.
 struct Format {

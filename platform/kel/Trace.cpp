@@ -28,6 +28,11 @@ TraceSink & theSink() {
    return sink;
 }
 
+std::map<std::string, TraceHandle, std::less<>> & theHandles() {
+   static auto & handles = *new std::map<std::string, TraceHandle, std::less<>>;
+   return handles;
+}
+
 }  // namespace
 
 std::string doubleText( double value ) {
@@ -48,9 +53,14 @@ void TraceHandle::levelsIs( std::initializer_list<int> levels ) {
 }
 
 TraceHandle & traceHandle( char const * name ) {
-   static auto & handles = *new std::map<std::string, TraceHandle, std::less<>>;
-   auto const found = handles.find( std::string_view( name ) );
-   return found != handles.end() ? found->second : handles.try_emplace( name, name ).first->second;
+   auto const found = theHandles().find( std::string_view( name ) );
+   return found != theHandles().end() ? found->second : theHandles().try_emplace( name, name ).first->second;
+}
+
+std::vector<TraceHandle *> traceHandles() {
+   std::vector<TraceHandle *> handles;
+   for( auto & [name, handle] : theHandles() ) handles.push_back( &handle );
+   return handles;
 }
 
 void traceSinkIs( TraceSink sink ) { theSink() = sink ? std::move( sink ) : writeToStandardError; }

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Kel {
 
@@ -58,6 +59,8 @@ class TraceHandle {
 
 // The handle of this name, created with every level disabled when it is asked for the first time.
 [[nodiscard]] TraceHandle & traceHandle( char const * name );
+// Every handle, by name.
+[[nodiscard]] std::vector<TraceHandle *> traceHandles();
 
 // One emitted line. The views hold during the sink's call only.
 struct TraceRecord {
@@ -107,10 +110,11 @@ class TraceHelper {
 #define KEL_TRACE( handle, level, ... ) KEL_TRACE_AS( handle, level, __func__, __VA_ARGS__ )
 
 // The same with a beginning other than that name, for example in a lambda.
-#define KEL_TRACE_AS( handle, level, beginning, ... )                                    \
-   do {                                                                                  \
-      if( auto kelTraceWriter = ::Kel::TraceHelper::createIfEnabled( handle, level ) ) { \
-         kelTraceWriter << __VA_ARGS__;                                                  \
-         kelTraceWriter.trace( __FILE__, __LINE__, beginning );                          \
-      }                                                                                  \
+#define KEL_TRACE_AS( handle, level, beginning, ... )                                \
+   do {                                                                              \
+      if( ( handle ).levelEnabled( level ) ) [[unlikely]] {                          \
+         auto kelTraceWriter = ::Kel::TraceHelper::createIfEnabled( handle, level ); \
+         kelTraceWriter << __VA_ARGS__;                                              \
+         kelTraceWriter.trace( __FILE__, __LINE__, beginning );                      \
+      }                                                                              \
    } while( false )

@@ -1,5 +1,11 @@
 #include "plugin/PluginContext.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
 #include "quill/EntityManager.h"
 
 namespace Maintenance {
@@ -22,6 +28,31 @@ void PluginContext::dumpPluginInfoIs( DumpPluginInfo * dumper ) {
    // A dumper is known to one context at a time.
    if( dumper->registeredWith_ ) dumper->registeredWith_->dumper_ = nullptr;
    dumper->registeredWith_ = this;
+}
+
+namespace {
+
+struct MemoryFile {
+   int const fd = ::memfd_create( "dump", MFD_CLOEXEC );
+   ~MemoryFile() {
+      if( fd >= 0 ) ::close( fd );
+   }
+};
+
+[[noreturn]] void failed( char const * doing ) { throw std::system_error( errno, std::generic_category(), doing ); }
+
+}  // namespace
+
+// A dumper writes to a descriptor, and one that nobody reads meanwhile must take all of it: no pipe does.
+std::string dumpText( PluginContext const & context ) {
+   if( !context.dumpPluginInfo() ) return "";
+   MemoryFile const file;
+   if( file.fd < 0 ) failed( "making a file in memory for a dump" );
+   context.dumpPluginInfo()->dump( file.fd );
+   off_t const bytes = ::lseek( file.fd, 0, SEEK_END );
+   std::string text( static_cast<std::size_t>( bytes ), '\0' );
+   if( ::pread( file.fd, text.data(), text.size(), 0 ) != bytes ) failed( "reading a dump back" );
+   return text;
 }
 
 }  // namespace Maintenance

@@ -4,6 +4,8 @@
 // creates its loader entity in the plug-in directory; the host deletes that entity to take the plug-in down.
 #pragma once
 
+#include <string>
+
 #include "dovra/EntityManager.h"
 #include "kel/Dir.h"
 
@@ -55,5 +57,8 @@ class PluginContext {
    Kel::Ptr<KelQuill::EntityManager> const quillEntityManager_;
    DumpPluginInfo * dumper_ = nullptr;
 };
+
+// What the context's dumper prints; empty when there is none. Throws std::system_error where no room for it can be had.
+[[nodiscard]] std::string dumpText( PluginContext const & context );
 
 }  // namespace Maintenance

@@ -28,7 +28,7 @@ REACH = {
     "sim/world": {"platform"},
     "sim/scenario": {"platform", "world"},
     "sim/report": {"platform", "world"},
-    "cli": set(),
+    "cli": {"kel", "brisklog"},
 }
 
 

@@ -15,8 +15,10 @@
 #include <string>
 #include <vector>
 
+#include "brisklog/Follower.h"
 #include "brisklog/Reader.h"
 #include "kel/Assert.h"
+#include "kel/Exception.h"
 
 namespace {
 
@@ -205,6 +207,21 @@ TEST_F( RingTest, aFailedAssertionIsTheLastMessageOfTheFile ) {
    EXPECT_EQ( messages[1].text.rfind( "assertion failed: \"path.empty()\" at brisklog_test.cpp:", 0 ), 0u );
 }
 
+[[noreturn]] void mistaken() { throw Kel::RangeError( "no such VLAN" ); }
+
+TEST_F( RingTest, anUncaughtExceptionIsTheLastMessageOfTheFile ) {
+   auto const die = [&]() noexcept {
+      Brisklog::ringIs( RingFile::create( path, smallest ) );
+      mistaken();
+   };
+   EXPECT_EXIT( die(), testing::KilledBySignal( SIGABRT ), "Uncaught exception: no such VLAN" );
+   Reader reader( path );
+   auto const messages = all( reader );
+   ASSERT_EQ( messages.size(), 1u );
+   EXPECT_EQ( messages[0].level, 0 );
+   EXPECT_EQ( messages[0].text, "uncaught exception: no such VLAN" );
+}
+
 // What a test has written, in order.
 struct Written {
    std::string text;
@@ -306,10 +323,97 @@ TEST_F( RingTest, aNewRingKeepsTheOneBeforeIt ) {
    };
    for( int run = 1; run <= 3; ++run ) write( run );
    Reader current( path );
-   Reader previous( path + ".previous" );
+   Reader previous( path + ".old" );
    EXPECT_EQ( current.next().value().text, "run 3" );
    EXPECT_EQ( previous.next().value().text, "run 2" );
    EXPECT_THROW( static_cast<void>( RingFile::create( folder + "/none/ring", smallest ) ), std::system_error );
+   std::filesystem::create_directory( path + ".new" );  // where the next ring is to be made
+   EXPECT_THROW( static_cast<void>( RingFile::create( path, smallest ) ), std::system_error );
+   EXPECT_EQ( Reader( path ).next().value().text, "run 3" );
+}
+
+TEST_F( RingTest, theBootOfARingIsKnown ) {
+   Brisklog::ringIs( RingFile::create( path, smallest ) );
+   EXPECT_TRUE( Reader( path ).thisBoot() );
+   std::string const whole = bytesOf( path );
+   uint64_t const other = ~Brisklog::presentBoot();
+   uint64_t const notKnown = 0;
+   for( uint64_t const boot : { other, notKnown } ) {
+      std::string bytes = whole;
+      std::memcpy( bytes.data() + offsetof( Brisklog::FileHeader, boot ), &boot, sizeof boot );
+      fileIs( folder + "/other", bytes );
+      EXPECT_FALSE( Reader( folder + "/other" ).thisBoot() ) << boot;
+   }
+}
+
+class FollowerTest : public RingTest {
+ protected:
+   void newRing() { Brisklog::ringIs( RingFile::create( path, smallest ) ); }
+
+   // The texts of one call's messages, with what else it says before them; "nothing" for none.
+   std::string next() {
+      auto const news = follower.next();
+      if( !news ) return "nothing";
+      std::string text = news->newRing ? "new ring: " : "";
+      if( news->missed > 0 ) text += "missed " + std::to_string( news->missed ) + ": ";
+      if( news->damaged ) text += "damaged: ";
+      for( Message const & message : news->messages ) text += message.text + " ";
+      return text;
+   }
+
+   Brisklog::Follower follower{ path };
+};
+
+TEST_F( FollowerTest, everyMessageIsGivenOnceAcrossRestarts ) {
+   EXPECT_EQ( next(), "nothing" );  // no file yet
+   newRing();
+   BRISKLOG( 3, "a" );
+   BRISKLOG( 3, "b" );
+   EXPECT_EQ( next(), "a b " );
+   EXPECT_EQ( next(), "nothing" );
+   BRISKLOG( 3, "c" );
+   EXPECT_EQ( next(), "c " );
+   BRISKLOG( 3, "last-words" );
+   newRing();
+   BRISKLOG( 3, "d" );
+   EXPECT_EQ( next(), "last-words " );
+   EXPECT_EQ( next(), "new ring: d " );
+   EXPECT_EQ( next(), "nothing" );
+   std::filesystem::remove( path );
+   BRISKLOG( 3, "e" );  // the writer still has the file that was removed
+   EXPECT_EQ( next(), "e " );
+   EXPECT_EQ( next(), "nothing" );
+   newRing();
+   EXPECT_EQ( next(), "new ring: " );
+}
+
+TEST_F( FollowerTest, whatWasOverwrittenMeanwhileIsCounted ) {
+   newRing();
+   BRISKLOG( 3, "first" );
+   EXPECT_EQ( next(), "first " );
+   for( uint64_t i = 0; i < 5000; ++i ) BRISKLOG( 3, "{}", i );  // 32 bytes each, more than the ring has
+   auto const news = follower.next();
+   ASSERT_TRUE( news );
+   EXPECT_EQ( news->missed + news->messages.size(), 5000u );
+   EXPECT_EQ( news->messages.front().text, std::to_string( news->missed ) );
+   EXPECT_EQ( news->messages.back().text, "4999" );
+   EXPECT_GT( news->missed, 0u );
+}
+
+TEST_F( FollowerTest, damageIsToldOnceAndNoRingIsRefused ) {
+   newRing();
+   BRISKLOG( 3, "whole" );
+   BRISKLOG( 3, "broken" );
+   std::string bytes = bytesOf( path );
+   std::size_t const second = bytes.size() - smallest + sizeof( Brisklog::RecordHeader );
+   bytes[second + offsetof( Brisklog::RecordHeader, level )] = 2;
+   fileIs( path, bytes );
+   EXPECT_EQ( next(), "damaged: whole " );
+   BRISKLOG( 3, "behind" );
+   EXPECT_EQ( next(), "" );
+   fileIs( folder + "/none", "no ring" );
+   std::filesystem::rename( folder + "/none", path );
+   EXPECT_THROW( static_cast<void>( follower.next() ), Brisklog::RingError );
 }
 
 TEST_F( RingTest, aFullFormatTableStillShowsThatSomethingWasWritten ) {

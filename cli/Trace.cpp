@@ -1,0 +1,139 @@
+#include "Trace.h"
+
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+#include "Commands.h"
+#include "Print.h"
+#include "brisklog/Follower.h"
+#include "kel/Json.h"
+
+namespace Cli {
+
+using Brisklog::Follower;
+using Brisklog::Message;
+
+namespace {
+
+constexpr std::chrono::milliseconds pollInterval( 250 );
+
+double secondsOf( clockid_t clock ) {
+   timespec now{};
+   clock_gettime( clock, &now );
+   return static_cast<double>( now.tv_sec ) + static_cast<double>( now.tv_nsec ) * 1e-9;
+}
+
+// Date and time of day to the millisecond at a time since boot, by how the two clocks stand to each other now.
+std::string wallClockText( double sinceBoot, char const * format, tm * ( *broken )(time_t const *, tm *)) {
+   double const wall = sinceBoot + secondsOf( CLOCK_REALTIME ) - secondsOf( CLOCK_BOOTTIME );
+   auto const milliseconds = static_cast<long long>( std::floor( wall * 1e3 ) );
+   auto const seconds = static_cast<time_t>( milliseconds / 1000 );
+   tm parts{};
+   broken( &seconds, &parts );
+   std::array<char, 64> day{};
+   std::strftime( day.data(), day.size(), format, &parts );
+   std::array<char, 80> text{};
+   std::snprintf( text.data(), text.size(), "%s.%03lld", day.data(), milliseconds % 1000 );
+   return text.data();
+}
+
+std::string localTime( double sinceBoot ) { return wallClockText( sinceBoot, "%Y-%m-%d %H:%M:%S", localtime_r ); }
+std::string utc( double sinceBoot ) { return wallClockText( sinceBoot, "%Y-%m-%dT%H:%M:%S", gmtime_r ) + "Z"; }
+
+void printLine( Message const & message, bool thisBoot ) {
+   std::string const wall = thisBoot ? localTime( message.time ) : "-";
+   std::printf( "%15.6f  %-23s  %d  %s\n", message.time, wall.c_str(), message.level, message.text.c_str() );
+}
+
+void printJson( Message const & message, bool thisBoot ) {
+   using Kel::value;
+   Kel::Value::Object object{ { "t", value( message.time ) },
+                              { "utc", Kel::Value() },
+                              { "level", value( message.level ) },
+                              { "sequence", value( message.sequence ) },
+                              { "text", value( message.text ) } };
+   if( thisBoot ) object[1].second = value( utc( message.time ) );
+   std::printf( "%s\n", Kel::toJson( value( std::move( object ) ) ).c_str() );
+}
+
+// Messages to standard output; what a reader must know about them to standard error.
+void printNews( Follower::News const & news, bool json ) {
+   std::fflush( stdout );
+   if( news.newRing ) complain( "maintd was started again; its new trace begins here" );
+   if( news.missed > 0 ) complain( std::to_string( news.missed ) + " messages were overwritten before they were read" );
+   for( Message const & message : news.messages ) {
+      if( json ) {
+         printJson( message, news.thisBoot );
+      } else {
+         printLine( message, news.thisBoot );
+      }
+   }
+   std::fflush( stdout );
+   if( news.damaged ) complain( "the trace is damaged behind this message" );
+}
+
+[[noreturn]] void followOn( Follower & follower, std::string const & file, bool json ) {
+   auto news = follower.next();
+   if( !news ) complain( "waiting for a trace at " + file );
+   while( true ) {
+      if( news ) {
+         printNews( *news, json );
+      } else {
+         std::this_thread::sleep_for( pollInterval );
+      }
+      news = follower.next();
+   }
+}
+
+std::string traceBeside( std::string const & socket ) {
+   return std::filesystem::path( socket ).replace_extension( ".trace" ).string();
+}
+
+}  // namespace
+
+int trace( Client const & client, TraceOptions const & options ) {
+   std::string const file = options.file.empty() ? traceBeside( client.socketPath() ) : options.file;
+   Follower follower( file );
+   if( options.follow ) followOn( follower, file, options.json );
+   auto const news = follower.next();
+   if( !news ) return complain( "there is no trace at " + file );
+   printNews( *news, options.json );
+   return news->damaged ? failed : done;
+}
+
+std::string levelsFault( std::string const & levels ) {
+   if( levels == "none" ) return "";
+   std::istringstream entries( levels + "," );
+   for( std::string entry; std::getline( entries, entry, ',' ); ) {
+      unsigned level = 0;
+      auto const read = std::from_chars( entry.data(), entry.data() + entry.size(), level );
+      if( read.ec == std::errc() && read.ptr == entry.data() + entry.size() && level <= 31 ) continue;
+      return "\"" + entry + "\" is no level; levels are numbers from 0 to 31, as in 1,2,4, or none";
+   }
+   return "";
+}
+
+int traceLevels( Client const & client, std::string const & levels, bool json ) {
+   Answer const answer = client.post( "/v1/trace/levels?levels=" + ( levels == "none" ? "" : levels ) );
+   if( !answer.ok() ) return complain( answer.error() );
+   if( json ) {
+      std::cout << answer.text;
+      return done;
+   }
+   for( auto const & [handle, list] : answer.body.as_object().at( "levels" ).as_object() ) {
+      std::string text;
+      for( auto const & level : list.as_array() ) text += " " + std::to_string( level.to_number<int>() );
+      std::cout << std::string( handle ) << ":" << ( text.empty() ? " none" : text ) << "\n";
+   }
+   return done;
+}
+
+}  // namespace Cli

@@ -1,0 +1,26 @@
+// maintctl trace: the messages of maintd's ring trace, read from its file; and the levels of the framework trace, set over the
+// API.
+//
+// Reading asks nothing of maintd, so it works just as well when maintd has died. The functions return the program's exit status.
+#pragma once
+
+#include <string>
+
+#include "Client.h"
+
+namespace Cli {
+
+struct TraceOptions {
+   std::string file;     // empty: maintd's own place for it, beside the socket
+   bool follow = false;  // go on with what comes, also across a restart of maintd; ends by a signal only
+   bool json = false;    // one object a line
+};
+
+int trace( Client const & client, TraceOptions const & options );
+
+// `levels` as in "1,2,4", or "none".
+int traceLevels( Client const & client, std::string const & levels, bool json );
+// What is wrong with such a text; empty when nothing is.
+[[nodiscard]] std::string levelsFault( std::string const & levels );
+
+}  // namespace Cli
