@@ -1,9 +1,14 @@
 // maintsim: the rate monitor on a virtual clock, driven by the lines of a scenario.
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
+#include <optional>
 
 #include "plugin/Loader.h"
+#include "report/Plot.h"
+#include "report/Summary.h"
 #include "scenario/Scenario.h"
 
 namespace {
@@ -14,16 +19,51 @@ struct Options {
    std::string file;
    std::string plugin = Plugin::besideProgram( "RateMonPlugin.so" );
    double startTime = 1000;
+   bool summary = false;
+   std::string plot;
+};
+
+class PlotError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
+// The picture's file, opened before the run so that nobody waits for a picture that cannot be kept.
+class PlotFile {
+ public:
+   explicit PlotFile( std::string const & name ) : name_( name ) {
+      if( !name.empty() ) file_.open( name, std::ios::trunc );
+      check();
+   }
+   void write( std::string const & picture ) {
+      file_ << picture << std::flush;
+      check();
+   }
+
+ private:
+   void check() const {
+      if( !file_ ) throw PlotError( name_ + " cannot be written: " + std::strerror( errno ) );
+   }
+
+   std::string const & name_;
+   std::ofstream file_;
 };
 
 int simulate( Options const & options, std::istream & lines ) {
    try {
+      PlotFile plotFile( options.plot );
       Sim::World world( options.plugin, options.startTime );
-      Sim::Scenario scenario( world, std::cout );
-      scenario.run( lines );
+      std::optional<Sim::History> history;
+      if( options.summary || !options.plot.empty() ) history.emplace( world );
+      Sim::Scenario( world, std::cout ).run( lines );
+      if( options.summary ) std::cout << Sim::summary( *history ) << std::flush;
+      if( !options.plot.empty() ) plotFile.write( Sim::plot( *history ) );
    } catch( Sim::ScenarioError const & error ) {
       std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << error.what() << "\n";
       return usage;
+   } catch( PlotError const & error ) {
+      std::cerr << "maintsim: " << error.what() << "\n";
+      return failed;
    } catch( Plugin::LoadError const & error ) {
       std::cerr << "maintsim: " << error.what() << "\n";
       return failed;
@@ -39,8 +79,11 @@ int main( int argc, char ** argv ) {
    app.add_option( "FILE", options.file, "the scenario, one JSON object a line (default: standard input)" );
    app.add_option( "--start-time", options.startTime, "the virtual time at the start, in seconds" )
       ->capture_default_str()
-      ->check( CLI::NonNegativeNumber );
+      ->check( CLI::Range( 0.0, 1e12 ) );
    app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
+   app.add_flag( "--summary", options.summary, "after the run, tables of what became of units and interfaces" );
+   app.add_option( "--plot", options.plot, "after the run, draw it as a timeline into this file (SVG)" )
+      ->type_name( "FILE" );
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {

@@ -112,8 +112,10 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    };                                                                                                    \
    KEL_LINK_IS( KelLink_##NAME )
 
+/* A template, so that only the source with the type's KEL_TYPE pays for it. */
 #define KEL_DESCRIBE( INFO )                                                                             \
-      static void kelDescribe( ::Kel::TypeInfo & type ) {                                                \
+      template<class Info>                                                                               \
+      static void kelDescribe( Info & type ) {                                                           \
          KelPrev::kelDescribe( type );                                                                   \
          type.attributeIs( INFO );                                                                       \
       }
@@ -219,10 +221,10 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
       return NAME##_.is( child->kelKey(), child, NAME##KelTell() );                                      \
    }                                                                                                     \
    /* The child of that key, made from the key and the arguments when absent. */                         \
-   template<class... Args>                                                                               \
+   template<class Made = CHILD, class... Args>                                                           \
    ::Kel::Ptr<CHILD> NAME##Is( KEY_TYPE const & key, Args const &... args ) {                            \
       if( ::Kel::Ptr<CHILD> const present = NAME##_.find( key ) ) return present;                        \
-      return NAME##Is( ::Kel::Ptr<CHILD>( new CHILD( key, args... ) ) );                                 \
+      return NAME##Is( ::Kel::Ptr<CHILD>( new Made( key, args... ) ) );                                  \
    }
 
 // clang-format on

@@ -30,6 +30,8 @@ auto atColumn( std::size_t column, Do const & act ) {
       return act();
    } catch( Kel::AttributeError const & error ) {
       throw LineError( column, error.what() );
+   } catch( KelQuill::TableError const & error ) {
+      throw LineError( column, error.what() );
    }
 }
 
@@ -50,10 +52,15 @@ Dovra::StateComponents components( Json const & path ) {
    return texts;
 }
 
-double amount( Json const & json, char const * wanted ) {
+// Beyond these a sample interval would be lost in the rounding of the clock, and a growing counter would pass all numbers.
+constexpr double clockEnd = 1e12;          // s
+constexpr double bitsPerSecondMax = 1e18;  // bit/s
+
+double amount( Json const & json, char const * wanted, double atMost ) {
    double const number = atColumn( json.column, [&] { return Kel::doubleFromValue( json.value() ); } );
-   if( number >= 0 && std::isfinite( number ) ) return number;
-   throw LineError( json.column, std::string( wanted ) + " must not be negative" );
+   if( number < 0 ) throw LineError( json.column, std::string( wanted ) + " must not be negative" );
+   if( number > atMost ) throw LineError( json.column, std::string( wanted ) + " goes too far" );
+   return number;
 }
 
 Lumo::IntfId interface( std::string const & name, Json const & at ) {
@@ -189,10 +196,10 @@ void Scenario::counters( Json const & byIntf ) {
          world_.counters().del( intf );
          continue;
       }
-      world_.counters().intfIs( intf );
+      atColumn( directions.column, [&] { world_.counters().intfIs( intf ); } );
       for( auto const & [way, octets] : directions.object( "an object of directions" ) ) {
-         auto const number =
-            atColumn( octets.column, [&] { return Kel::ValueTraits<Brim::MaybeU63>::fromValue( octets.value() ); } );
+         auto const number = atColumn(
+            octets.column, [&json = octets] { return Kel::ValueTraits<Brim::MaybeU63>::fromValue( json.value() ); } );
          world_.counters().octetsIs( intf, direction( way, octets ), number );
       }
    }
@@ -201,8 +208,9 @@ void Scenario::counters( Json const & byIntf ) {
 void Scenario::traffic( Json const & byIntf ) {
    for( auto const & [name, directions] : byIntf.object( "an object of interfaces" ) ) {
       Lumo::IntfId const intf = interface( name, directions );
+      atColumn( directions.column, [&] { world_.counters().intfIs( intf ); } );
       for( auto const & [way, rate] : directions.object( "an object of directions" ) ) {
-         world_.counters().bitsPerSecondIs( intf, direction( way, rate ), amount( rate, "a rate" ) );
+         world_.counters().bitsPerSecondIs( intf, direction( way, rate ), amount( rate, "a rate", bitsPerSecondMax ) );
       }
    }
 }
@@ -228,7 +236,7 @@ void Scenario::crash( Json const & nothing ) {
    world_.crash();
 }
 
-void Scenario::advance( Json const & seconds ) { world_.advance( amount( seconds, "time" ) ); }
+void Scenario::advance( Json const & seconds ) { world_.advance( amount( seconds, "time", clockEnd - world_.now() ) ); }
 
 void Scenario::batch( Json const & lines ) {
    for( Json const & line : lines.list( "a list of lines" ) ) execute( line );

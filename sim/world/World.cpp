@@ -1,9 +1,5 @@
 #include "world/World.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <array>
 #include <vector>
 
 #include "plugin/Loader.h"
@@ -50,7 +46,10 @@ void World::inTurn( Kel::ActivityLoop::Work const & work ) {
    loop_.runUntil( *clock_, now() );
 }
 
-void World::advance( double seconds ) { loop_.runUntil( *clock_, now() + seconds ); }
+void World::advance( double seconds ) {
+   loop_.runUntil( *clock_, now() + seconds );
+   inTurn( {} );  // whoever asks for the time of the turn from outside now gets the present time
+}
 
 void World::start() {
    KEL_ASSERT( !running() );
@@ -73,19 +72,6 @@ void World::crash() {
    context_ = nullptr;
 }
 
-std::string World::dump() {
-   if( !running() || !context_->dumpPluginInfo() ) return "";
-   int const fd = ::memfd_create( "dump", MFD_CLOEXEC );
-   KEL_ASSERT( fd >= 0 );
-   context_->dumpPluginInfo()->dump( fd );
-   ::lseek( fd, 0, SEEK_SET );
-   std::string text;
-   std::array<char, 4096> chunk{};
-   for( ssize_t n = 0; ( n = ::read( fd, chunk.data(), chunk.size() ) ) > 0; ) {
-      text.append( chunk.data(), static_cast<std::size_t>( n ) );
-   }
-   ::close( fd );
-   return text;
-}
+std::string World::dump() { return running() ? Maintenance::dumpText( *context_ ) : ""; }
 
 }  // namespace Sim

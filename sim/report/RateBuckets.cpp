@@ -1,0 +1,35 @@
+#include "report/RateBuckets.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace Sim {
+
+void RateBuckets::sampleIs( double from, double to, double inBits, double outBits ) {
+   add( { from, to, inBits, outBits, 0 } );
+   while( buckets_.size() > capacity_ ) widen();
+}
+
+bool RateBuckets::sharesCell( RateBucket const & a, RateBucket const & b ) const {
+   return std::floor( a.to / cellSeconds_ ) == std::floor( b.to / cellSeconds_ );
+}
+
+void RateBuckets::add( RateBucket const & bucket ) {
+   if( buckets_.empty() || !sharesCell( buckets_.back(), bucket ) ) {
+      buckets_.push_back( bucket );
+      return;
+   }
+   RateBucket & last = buckets_.back();
+   last.to = bucket.to;
+   last.inBits = std::max( last.inBits, bucket.inBits );
+   last.outBits = std::max( last.outBits, bucket.outBits );
+   last.spikes += bucket.spikes;
+}
+
+void RateBuckets::widen() {
+   cellSeconds_ *= 2;
+   for( RateBucket const & bucket : std::exchange( buckets_, {} ) ) add( bucket );
+}
+
+}  // namespace Sim

@@ -1,0 +1,45 @@
+// The rates of one interface over a run of any length, in memory that does not grow with it.
+//
+// Samples that fall into one cell of time share a bucket, which keeps the highest rates. When all buckets are taken,
+// cells become twice as wide and neighbours are merged: no maximum and no spike is ever lost, only when exactly it was.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Sim {
+
+struct RateBucket {
+   double from, to;         // s: its samples tell of this time
+   double inBits, outBits;  // bit/s, the highest of its samples
+   uint32_t spikes;         // how many began in it
+};
+
+class RateBuckets {
+ public:
+   static constexpr std::size_t enoughForAPicture = 1500;
+
+   explicit RateBuckets( std::size_t capacity = enoughForAPicture ) : capacity_( capacity ) {}
+
+   // Taken at `to`, it tells of the time since `from`. Samples come in the order of time.
+   void sampleIs( double from, double to, double inBits, double outBits );
+   // With the latest sample a spike began. There was one.
+   void spikeIs() { ++buckets_.back().spikes; }
+
+   [[nodiscard]] bool empty() const { return buckets_.empty(); }
+   // In the order of time. One that begins later than the one before it ended follows a time without samples.
+   [[nodiscard]] std::vector<RateBucket> const & buckets() const { return buckets_; }
+   [[nodiscard]] double cellSeconds() const { return cellSeconds_; }
+
+ private:
+   [[nodiscard]] bool sharesCell( RateBucket const & a, RateBucket const & b ) const;
+   void add( RateBucket const & bucket );
+   void widen();
+
+   std::size_t const capacity_;
+   double cellSeconds_ = 1;  // no interface is sampled more often
+   std::vector<RateBucket> buckets_;
+};
+
+}  // namespace Sim

@@ -1,0 +1,72 @@
+#include "report/Readable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+namespace Sim {
+
+namespace {
+
+bool beginsCharacter( char byte ) { return ( static_cast<unsigned char>( byte ) & 0xc0 ) != 0x80; }
+
+// The byte at which the character of that number begins, the size for the one after the last.
+std::size_t byteOf( std::string_view text, std::size_t character ) {
+   for( std::size_t i = 0; i < text.size(); ++i ) {
+      if( beginsCharacter( text[i] ) && character-- == 0 ) return i;
+   }
+   return text.size();
+}
+
+}  // namespace
+
+std::string numberText( double value, int decimals ) {
+   std::array<char, 400> digits{};
+   int const length = std::snprintf( digits.data(), digits.size(), "%.*f", decimals, value );
+   std::string text( digits.data(), static_cast<std::size_t>( std::max( length, 0 ) ) );
+   if( text.find( '.' ) == std::string::npos ) return text;
+   text.erase( text.find_last_not_of( '0' ) + 1 );
+   if( text.back() == '.' ) text.pop_back();
+   return text;
+}
+
+std::string rateText( double bitsPerSecond ) {
+   static constexpr std::array<char const *, 5> units{ "bit/s", "kbit/s", "Mbit/s", "Gbit/s", "Tbit/s" };
+   std::size_t unit = 0;
+   // What would be rounded to 1000 belongs to the next unit.
+   for( ; bitsPerSecond >= 999.5 && unit + 1 < units.size(); ++unit ) bitsPerSecond /= 1000;
+   int const decimals = bitsPerSecond >= 99.95 || unit == 0 ? 0 : bitsPerSecond >= 9.995 ? 1 : 2;
+   return numberText( bitsPerSecond, decimals ) + " " + units[unit];
+}
+
+std::string durationText( double seconds ) {
+   if( seconds < 120 ) return numberText( seconds, 3 ) + " s";
+   struct Unit {
+      char const * name;
+      double seconds;
+   };
+   static constexpr std::array<Unit, 4> units{ { { "d", 86400 }, { "h", 3600 }, { "min", 60 }, { "s", 1 } } };
+   double const whole = std::round( seconds );
+   auto const * const large =
+      std::find_if( units.begin(), units.end(), [&]( Unit const & u ) { return whole >= u.seconds; } );
+   double const count = std::floor( whole / large->seconds );
+   Unit const & small = *( large + 1 );  // there is one, as two minutes are more than a second
+   double const rest = std::floor( ( whole - count * large->seconds ) / small.seconds );
+   std::string const text = numberText( count, 0 ) + " " + large->name;
+   return rest == 0 ? text : text + " " + numberText( rest, 0 ) + " " + small.name;
+}
+
+std::size_t columns( std::string_view text ) {
+   return static_cast<std::size_t>( std::count_if( text.begin(), text.end(), beginsCharacter ) );
+}
+
+std::string clipped( std::string_view text, std::size_t most ) {
+   std::size_t const all = columns( text );
+   if( all <= most ) return std::string( text );
+   std::size_t const atEnd = ( most - 1 ) / 2;
+   std::string shorter( text.substr( 0, byteOf( text, most - 1 - atEnd ) ) );
+   return shorter.append( "…" ).append( text.substr( byteOf( text, all - atEnd ) ) );
+}
+
+}  // namespace Sim

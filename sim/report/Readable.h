@@ -1,0 +1,21 @@
+// Quantities and names as people read them, in tables and pictures. The same value gives the same text everywhere.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Sim {
+
+// At most so many decimals, without zeros at the end.
+[[nodiscard]] std::string numberText( double value, int decimals );
+// Three digits and the unit that fits: "93.4 kbit/s".
+[[nodiscard]] std::string rateText( double bitsPerSecond );
+// In the two largest units that it has: "90 s", "12 min 30 s", "2 h 5 min", "30 d".
+[[nodiscard]] std::string durationText( double seconds );
+
+// Of UTF-8, where each character is taken to be one column wide.
+[[nodiscard]] std::size_t columns( std::string_view text );
+// Not wider than `most` columns, at least 3; a longer text loses its middle, as the end of a name often tells more.
+[[nodiscard]] std::string clipped( std::string_view text, std::size_t most );
+
+}  // namespace Sim

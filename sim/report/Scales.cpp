@@ -1,0 +1,41 @@
+#include "report/Scales.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace Sim {
+
+TimeScale::TimeScale( double from, double to, double left, double right )
+   : from_( from ), span_( to > from ? to - from : 1 ), left_( left ), right_( right ) {}
+
+std::vector<double> TimeScale::ticks( double apart ) const {
+   static constexpr std::array<double, 26> rounds{
+      1,    2,     5,     10,    15,    30,     60,     120,    300,     600,     900,     1800,     3600,
+      7200, 10800, 21600, 43200, 86400, 172800, 432000, 864000, 1728000, 4320000, 8640000, 17280000, 43200000 };
+   double const least = span_ * apart / ( right_ - left_ );
+   auto const * const round = std::lower_bound( rounds.begin(), rounds.end(), least );
+   double const step = round == rounds.end() ? least : *round;
+   std::vector<double> found;
+   for( int i = 0; i * step <= span_; ++i ) found.push_back( from_ + i * step );
+   return found;
+}
+
+RateScale::RateScale( double highestBits ) {
+   while( topBits_ < highestBits && topBits_ < 1e30 ) topBits_ *= 10;
+}
+
+double RateScale::share( double bits ) const {
+   double const within = std::clamp( bits, 0.0, topBits_ );
+   return std::log1p( within / 1000 ) / std::log1p( topBits_ / 1000 );
+}
+
+std::vector<double> RateScale::ticks( double apart ) const {
+   std::vector<double> found{ 0 };
+   for( double bits = 1e3; bits <= topBits_ * 1.5; bits *= 10 ) {
+      if( share( bits ) - share( found.back() ) >= apart ) found.push_back( bits );
+   }
+   return found;
+}
+
+}  // namespace Sim

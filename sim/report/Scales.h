@@ -1,0 +1,41 @@
+// Where a moment and a rate stand in a picture.
+#pragma once
+
+#include <vector>
+
+namespace Sim {
+
+// Time from left to right.
+class TimeScale {
+ public:
+   // A run of no length is drawn as one second.
+   TimeScale( double from, double to, double left, double right );
+
+   [[nodiscard]] double x( double time ) const { return left_ + ( time - from_ ) / span_ * ( right_ - left_ ); }
+   [[nodiscard]] double left() const { return left_; }
+   [[nodiscard]] double right() const { return right_; }
+   // Moments that are round when counted from the beginning, at least `apart` pixels from each other.
+   [[nodiscard]] std::vector<double> ticks( double apart ) const;
+
+ private:
+   double const from_, span_;   // s
+   double const left_, right_;  // pixels
+};
+
+// Rates on a scale that is linear around 0 and logarithmic from about 1 kbit/s on: 0 is a place of its own, and both
+// 100 kbit/s and 10 Gbit/s can be read.
+class RateScale {
+ public:
+   // Up to the power of ten at or above the highest rate, at least 1 Mbit/s.
+   explicit RateScale( double highestBits );
+
+   [[nodiscard]] double share( double bits ) const;           // of the height: 0 for no traffic, 1 for the top
+   [[nodiscard]] double topBits() const { return topBits_; }  // bit/s
+   // 0 and powers of ten, of which neighbours are `apart` (a share) or more from each other.
+   [[nodiscard]] std::vector<double> ticks( double apart ) const;
+
+ private:
+   double topBits_ = 1e6;
+};
+
+}  // namespace Sim

@@ -1,0 +1,125 @@
+#include "report/Summary.h"
+
+#include <algorithm>
+
+#include "report/Readable.h"
+
+namespace Sim {
+
+namespace {
+
+using Maintenance::MonIntfState;
+
+std::string const nothing = "-";
+
+// Rows of cells, the first row being the headings; columns are as wide as they must be.
+class Table {
+ public:
+   enum class Align { left, right };
+   struct Column {
+      char const * heading;
+      Align align;
+   };
+
+   explicit Table( std::vector<Column> columns ) : columns_( std::move( columns ) ) {
+      std::vector<std::string> headings;
+      for( Column const & column : columns_ ) headings.emplace_back( column.heading );
+      add( std::move( headings ) );
+   }
+   void add( std::vector<std::string> cells ) { rows_.push_back( std::move( cells ) ); }
+
+   [[nodiscard]] std::string text() const {
+      std::string lines;
+      for( auto const & row : rows_ ) {
+         std::string line;
+         for( std::size_t i = 0; i < row.size(); ++i ) line += ( i == 0 ? "" : "  " ) + padded( row[i], i );
+         lines += line.erase( line.find_last_not_of( ' ' ) + 1 ) + "\n";
+      }
+      return lines;
+   }
+
+ private:
+   [[nodiscard]] std::string padded( std::string const & cell, std::size_t column ) const {
+      std::size_t width = 0;
+      for( auto const & row : rows_ ) width = std::max( width, columns( row[column] ) );
+      std::string const blanks( width - columns( cell ), ' ' );
+      return columns_[column].align == Align::left ? cell + blanks : blanks + cell;
+   }
+
+   std::vector<Column> const columns_;
+   std::vector<std::vector<std::string>> rows_;
+};
+
+std::string timeText( std::optional<double> const & seconds ) { return seconds ? numberText( *seconds, 3 ) : nothing; }
+
+std::string tookText( UnitHistory::Pass const & pass ) {
+   return pass.completed ? durationText( *pass.completed - pass.began ) : nothing;
+}
+
+char const * stateText( IntfHistory const & intf ) {
+   switch( intf.states.empty() ? MonIntfState::notMonitoring : intf.states.latest() ) {
+      case MonIntfState::notMonitoring: return "not monitored";
+      case MonIntfState::thresholdMonitoring: return "waiting";
+      case MonIntfState::passiveMonitoring: return "watched";
+      case MonIntfState::monitoringStopped: return "stopped";
+   }
+   return "";
+}
+
+std::string shutDownText( Steps<bool> const & shutDown ) {
+   auto const & steps = shutDown.all();
+   if( steps.empty() ) return "no";
+   std::string const latest = numberText( steps.back().since, 3 );
+   if( steps.back().value ) return "since " + latest;
+   return steps.size() == 1 ? "no" : numberText( steps[steps.size() - 2].since, 3 ) + " to " + latest;
+}
+
+std::string unitTable( History const & history ) {
+   using enum Table::Align;
+   Table table(
+      { { "UNIT", left }, { "ENTERED", right }, { "COMPLETE", right }, { "TOOK", right }, { "LEFT", right } } );
+   for( auto const & [name, unit] : history.units() ) {
+      auto const passes = unit.passes();
+      if( passes.empty() ) table.add( { name.str(), nothing, nothing, nothing, nothing } );
+      for( auto const & pass : passes ) {
+         table.add( { name.str(), timeText( pass.began ), timeText( pass.completed ), tookText( pass ),
+                      timeText( pass.left ) } );
+      }
+   }
+   return table.text();
+}
+
+std::string intfTable( History const & history ) {
+   using enum Table::Align;
+   Table table( { { "INTERFACE", left },
+                  { "STATE", left },
+                  { "SAMPLES", right },
+                  { "TO DRAIN", right },
+                  { "SPIKES", right },
+                  { "RATE IN", right },
+                  { "RATE OUT", right },
+                  { "THRESHOLD", right },
+                  { "SHUT DOWN", left } } );
+   for( auto const & [id, intf] : history.intfs() ) {
+      bool const sampled = !intf.rates.empty();
+      table.add( { std::string( id.name() ), stateText( intf ), std::to_string( intf.samples ),
+                   intf.drainedIn ? durationText( *intf.drainedIn ) : nothing, std::to_string( intf.spikes ),
+                   sampled ? rateText( intf.lastRates.inBitsRate ) : nothing,
+                   sampled ? rateText( intf.lastRates.outBitsRate ) : nothing,
+                   intf.threshold.empty() ? nothing : rateText( intf.threshold.latest() ),
+                   shutDownText( intf.shutDown ) } );
+   }
+   return table.text();
+}
+
+}  // namespace
+
+std::string summary( History const & history ) {
+   std::string text = "\nFrom " + numberText( history.began(), 3 ) + " to " + numberText( history.now(), 3 ) + " s (" +
+                      durationText( history.now() - history.began() ) + "), rates as sampled last\n";
+   text += history.units().empty() ? "\nThere was no unit.\n" : "\n" + unitTable( history );
+   text += history.intfs().empty() ? "\nNo interface was monitored.\n" : "\n" + intfTable( history );
+   return text;
+}
+
+}  // namespace Sim
