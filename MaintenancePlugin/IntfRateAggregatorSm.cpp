@@ -255,62 +255,96 @@ void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Ke
                                                   joined ? IntfRates{} : curRates, joined ? curRates : IntfRates{} ) );
 }
 
+namespace {
+
+// One calculation, and its four ways to fail. Their texts are what people search for, kept as they are.
+struct Calculation {
+   Kel::String8 const & unit;
+   Lumo::IntfId intf;
+   uint64_t curAggIn, curAggOut;
+   uint64_t subIn, subOut;
+   uint64_t addIn, addOut;
+
+   [[nodiscard]] uint64_t sumIn() const { return curAggIn + addIn; }
+   [[nodiscard]] uint64_t sumOut() const { return curAggOut + addOut; }
+};
+
+constexpr char const * calculation = "calculateNewAggregate";
+
+[[noreturn, gnu::cold]] void failInUnderflow( Calculation const & c ) {
+   TRACE_AS( 1, calculation,
+             "Underflow while subtracting rateToSubInRate from curAggInRate."
+                << " Unit:" << c.unit << " IntfId:" << c.intf << " ratesToSubInRate:" << c.subIn
+                << " curAggInRate:" << c.curAggIn );
+   RING( 0,
+         "Underflow while subtracting ratesToSubInRate from curAggInRate. Unit:{} IntfId:{} ratesToAddInRate:{} "
+         "curAggInRate:{}",
+         c.unit, c.intf, c.subIn, c.curAggIn );
+   Kel::assertionFailed( "0", __FILE__, __LINE__ );
+}
+
+[[noreturn, gnu::cold]] void failOutUnderflow( Calculation const & c ) {
+   TRACE_AS( 1, calculation,
+             "Underflow while subtracting rateToSubOutRate from curAggOutRate."
+                << " Unit:" << c.unit << " IntfId:" << c.intf << " ratesToSubOutRate:" << c.subOut
+                << " curAggOutRate:" << c.curAggOut );
+   RING( 0,
+         "Underflow while subtracting ratesToSubOutRate from curAggOutRate. Unit:{} IntfId:{} ratesToSubOutRate:{} "
+         "curAggOutRate:{}",
+         c.unit, c.intf, c.subOut, c.curAggOut );
+   Kel::assertionFailed( "0", __FILE__, __LINE__ );
+}
+
+[[noreturn, gnu::cold]] void failInOverflow( Calculation const & c ) {
+   TRACE_AS( 1, calculation,
+             "Overflow while adding ratesToAddInRate to curAggInRate."
+                << "Unit:" << c.unit << " IntfId:" << c.intf << " ratesToAddInRate:" << c.addIn
+                << " curAggInRate:" << c.curAggIn << " sumIn:" << c.sumIn() );
+   RING( 0,
+         "Overflow while adding ratesToAddInRate to curAggInRate. Unit:{} IntfId:{} ratesToAddInRate:{} "
+         "curAggInRate:{} sumIn:{}",
+         c.unit, c.intf, c.addIn, c.curAggIn, c.sumIn() );
+   Kel::assertionFailed( "0", __FILE__, __LINE__ );
+}
+
+[[noreturn, gnu::cold]] void failOutOverflow( Calculation const & c ) {
+   TRACE_AS( 1, calculation,
+             "Overflow while adding ratesToAddOutRate to "
+                << " curAggOutRate. Unit:" << c.unit << " IntfId:" << c.intf << " ratesToAddOutRate:" << c.addOut
+                << " curAggOutRate:" << c.curAggOut << " sumOut:" << c.sumOut() );
+   RING( 0,
+         "Overflow while adding ratesToAddOutRate to curAggOutRate. Unit:{} IntfId:{} ratesToAddOutRate:{} "
+         "curAggOutRate:{} sumOut:{}",
+         c.unit, c.intf, c.addOut, c.curAggOut, c.sumOut() );
+   Kel::assertionFailed( "0", __FILE__, __LINE__ );
+}
+
+}  // namespace
+
 TrafficRates IntfRateAggregatorSm::calculateNewAggregate( Kel::String8 const & unitName, Lumo::IntfId intfId,
                                                           TrafficRates const & curAgg, IntfRates const & ratesToSub,
                                                           IntfRates const & ratesToAdd ) {
-   uint64_t const curAggIn = curAgg.inBitsRate;
-   uint64_t const curAggOut = curAgg.outBitsRate;
-   uint64_t const subIn = wholeBits( ratesToSub.inBitsRate );
-   uint64_t const subOut = wholeBits( ratesToSub.outBitsRate );
-   uint64_t const addIn = wholeBits( ratesToAdd.inBitsRate );
-   uint64_t const addOut = wholeBits( ratesToAdd.outBitsRate );
-   if( subIn > curAggIn ) [[unlikely]] {
-      TRACE( 1, "Underflow while subtracting rateToSubInRate from curAggInRate."
-                   << " Unit:" << unitName << " IntfId:" << intfId << " ratesToSubInRate:" << subIn
-                   << " curAggInRate:" << curAggIn );
-      RING( 0,
-            "Underflow while subtracting ratesToSubInRate from curAggInRate. Unit:{} IntfId:{} ratesToAddInRate:{} "
-            "curAggInRate:{}",
-            unitName, intfId, subIn, curAggIn );
-      KEL_ASSERT_TEXT( false, "0" );
-   }
-   if( subOut > curAggOut ) [[unlikely]] {
-      TRACE( 1, "Underflow while subtracting rateToSubOutRate from curAggOutRate."
-                   << " Unit:" << unitName << " IntfId:" << intfId << " ratesToSubOutRate:" << subOut
-                   << " curAggOutRate:" << curAggOut );
-      RING( 0,
-            "Underflow while subtracting ratesToSubOutRate from curAggOutRate. Unit:{} IntfId:{} ratesToSubOutRate:{} "
-            "curAggOutRate:{}",
-            unitName, intfId, subOut, curAggOut );
-      KEL_ASSERT_TEXT( false, "0" );
-   }
-   uint64_t const sumIn = curAggIn + addIn;
-   if( sumIn < curAggIn ) [[unlikely]] {
-      TRACE( 1, "Overflow while adding ratesToAddInRate to curAggInRate."
-                   << "Unit:" << unitName << " IntfId:" << intfId << " ratesToAddInRate:" << addIn
-                   << " curAggInRate:" << curAggIn << " sumIn:" << sumIn );
-      RING( 0,
-            "Overflow while adding ratesToAddInRate to curAggInRate. Unit:{} IntfId:{} ratesToAddInRate:{} "
-            "curAggInRate:{} sumIn:{}",
-            unitName, intfId, addIn, curAggIn, sumIn );
-      KEL_ASSERT_TEXT( false, "0" );
-   }
-   uint64_t const sumOut = curAggOut + addOut;
-   if( sumOut < curAggOut ) [[unlikely]] {
-      TRACE( 1, "Overflow while adding ratesToAddOutRate to "
-                   << " curAggOutRate. Unit:" << unitName << " IntfId:" << intfId << " ratesToAddOutRate:" << addOut
-                   << " curAggOutRate:" << curAggOut << " sumOut:" << sumOut );
-      RING( 0,
-            "Overflow while adding ratesToAddOutRate to curAggOutRate. Unit:{} IntfId:{} ratesToAddOutRate:{} "
-            "curAggOutRate:{} sumOut:{}",
-            unitName, intfId, addOut, curAggOut, sumOut );
-      KEL_ASSERT_TEXT( false, "0" );
-   }
-   TrafficRates const newAgg{ sumOut - subOut, sumIn - subIn, Kel::now() };
-   TRACE( 4, "unit:" << unitName << " intfId:" << intfId << " curAggInRate: " << curAggIn
-                     << " ratesToSubInRate:" << subIn << " ratesToAddInRate:" << addIn
-                     << " newAggInRate:" << newAgg.inBitsRate << ". curAggOutRate:" << curAggOut << " ratesToSubOutRate"
-                     << subOut << " ratesToAddOutRate: " << addOut << " newAggOutRate:" << newAgg.outBitsRate );
+   Calculation const c{ unitName,
+                        intfId,
+                        curAgg.inBitsRate,
+                        curAgg.outBitsRate,
+                        wholeBits( ratesToSub.inBitsRate ),
+                        wholeBits( ratesToSub.outBitsRate ),
+                        wholeBits( ratesToAdd.inBitsRate ),
+                        wholeBits( ratesToAdd.outBitsRate ) };
+   if( c.subIn > c.curAggIn ) [[unlikely]]
+      failInUnderflow( c );
+   if( c.subOut > c.curAggOut ) [[unlikely]]
+      failOutUnderflow( c );
+   if( c.sumIn() < c.curAggIn ) [[unlikely]]
+      failInOverflow( c );
+   if( c.sumOut() < c.curAggOut ) [[unlikely]]
+      failOutOverflow( c );
+   TrafficRates const newAgg{ c.sumOut() - c.subOut, c.sumIn() - c.subIn, Kel::now() };
+   TRACE( 4, "unit:" << unitName << " intfId:" << intfId << " curAggInRate: " << c.curAggIn << " ratesToSubInRate:"
+                     << c.subIn << " ratesToAddInRate:" << c.addIn << " newAggInRate:" << newAgg.inBitsRate
+                     << ". curAggOutRate:" << c.curAggOut << " ratesToSubOutRate" << c.subOut
+                     << " ratesToAddOutRate: " << c.addOut << " newAggOutRate:" << newAgg.outBitsRate );
    return newAgg;
 }
 

@@ -78,20 +78,35 @@ void MonitoredIntf::updateTrafficRates() {
    }
 }
 
+IntfCounterInfo::Counter const * IntfCounterInfo::currentStatistics( Counters const & counters ) {
+   if( !counter_ || generation_ != counters.generation() ) [[unlikely]] {
+      counter_ = counters.currentStatistics( intfId() );
+      generation_ = counters.generation();
+   }
+   return counter_.get();
+}
+
+IntfCounterInfo * MonitoredIntf::counterInfo( Lumo::IntfId sampled ) {
+   if( sampled != intfId() ) return memberTrafficCounters( sampled ).get();
+   if( !ownInfo_ ) ownInfo_ = memberTrafficCounters( sampled ).get();
+   return ownInfo_;
+}
+
 IntfRates MonitoredIntf::getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId ) {
    KEL_ASSERT_TEXT( EthIntfId::isEthIntfId( argIntfId ), "Lumo::EthIntfId::isEthIntfId( argIntfId )" );
-   auto const cur = rootSm()->in().phyCounterDir->currentStatistics( argIntfId );
-   if( !cur ) {
+   auto const & counters = *rootSm()->in().phyCounterDir;
+   IntfCounterInfo * info = counterInfo( argIntfId );
+   if( !( info ? info->currentStatistics( counters ) : counters.currentStatistics( argIntfId ).get() ) ) {
       rootSm()->counters()->numNoIntfCounterInc( 1 );
       return {};
    }
-   auto const info = memberTrafficCountersIs( argIntfId );
+   if( !info ) info = memberTrafficCountersIs( argIntfId ).get();
    // A member reached twice within one sample keeps the rates of its first read: no time passed, no rate to be had.
    double const now = Kel::now();
    if( initialized() && info->lastUpdateTime() == now ) return info->rates();
    auto const prev = info->prevStats();
    double const deltaTime = now - info->lastUpdateTime();
-   auto const stats = cur->statistics();
+   auto const stats = info->currentStatistics( counters )->statistics();
    info->prevStatsIs( stats );
    info->lastUpdateTimeIs( now );
    if( initialized() ) {

@@ -28,6 +28,16 @@ class IntfCounterInfo final : public Kel::Entity {
    KEL_ATTR( Interface::IntfRates, rates )  // bit/s
    KEL_ATTR( double, lastUpdateTime )       // s, 0 before the first sample
    KEL_ENTITY_END
+
+   using Counters = Interface::IntfCounterMasquerade::AllEthIntfCounterPtrDir;
+   using Counter = Interface::IntfCounterMasquerade::IntfCounter;
+
+   // The interface's present counters, null when it has none. Looked up once for as long as no interface's come or go.
+   [[nodiscard]] Counter const * currentStatistics( Counters const & counters );
+
+ private:
+   Kel::Ptr<Counter const> counter_;
+   uint32_t generation_ = 0;  // of the directory in which counter_ was found
 };
 
 class MonitoredIntf final : public Kel::Entity {
@@ -65,9 +75,12 @@ class MonitoredIntf final : public Kel::Entity {
    void setCurRates( Kel::Ptr<Maintenance::MonIntfStatus> const & monIntfStatus, Interface::IntfRates const & rates );
 
  private:
+   // What the last sample saw, null before the first.
+   [[nodiscard]] IntfCounterInfo * counterInfo( Lumo::IntfId sampled );
    void publishIfOwn( Lumo::IntfId sampled, Interface::IntfRates const & rates );
 
    Kel::String8 profileName_;
+   IntfCounterInfo * ownInfo_ = nullptr;  // this interface's among the member counters, once it is there
 };
 
 class MonitoredIntfDir final : public Kel::Entity {

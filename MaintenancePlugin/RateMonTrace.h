@@ -13,14 +13,10 @@
 namespace MaintenanceMode {
 
 // The plug-in's handle, "MaintenanceModeRateMonSm".
-inline Kel::TraceHandle & traceHandle() {
-   static Kel::TraceHandle & handle = Kel::traceHandle( "MaintenanceModeRateMonSm" );
-   return handle;
-}
+inline Kel::TraceHandle & traceHandle = Kel::traceHandle( "MaintenanceModeRateMonSm" );
 
 }  // namespace MaintenanceMode
 
-#define TRACE( level, message ) KEL_TRACE( ::MaintenanceMode::traceHandle(), level, message )
-#define TRACE_AS( level, beginning, message ) \
-   KEL_TRACE_AS( ::MaintenanceMode::traceHandle(), level, beginning, message )
+#define TRACE( level, message ) KEL_TRACE( ::MaintenanceMode::traceHandle, level, message )
+#define TRACE_AS( level, beginning, message ) KEL_TRACE_AS( ::MaintenanceMode::traceHandle, level, beginning, message )
 #define RING( level, ... ) BRISKLOG( level, __VA_ARGS__ )

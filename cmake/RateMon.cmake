@@ -87,7 +87,9 @@ function( ratemon_plugin name )
       return()
    endif()
    add_library( ${name} MODULE ${sources} ${headers} )
-   set_target_properties( ${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}" )
+   # Nothing in it is looked up by name: it registers itself. So the optimiser may see through all of it.
+   set_target_properties( ${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
+      CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} )
 endfunction()
 

@@ -99,7 +99,7 @@ uint64_t TimerWheel::tickAt( double t ) const {
 
 uint64_t TimerWheel::tickFor( double t ) const {
    double const early = earlyTicks * tickSeconds_;
-   uint64_t const tick = wholeTicks( std::ceil( ( t - early - creationTime_ ) / tickSeconds_ ) );
+   uint64_t const tick = wholeTicks( ( t - early - creationTime_ ) / tickSeconds_ + 1 );
    if( tick > 0 && tickTime( tick - 1 ) + early >= t ) return tick - 1;
    return tick < lastTick && tickTime( tick ) + early < t ? tick + 1 : tick;
 }

@@ -38,6 +38,7 @@ class Entity : public PtrInterface {
    void watcherIs( Watcher & w ) const;
    void watcherDel( Watcher & w ) const;
 
+   [[nodiscard]] bool hasReactors() const { return !notifiees_.empty(); }
    // Lets go of every reactor, without a word to them: for records whose readers ended with a simulated process. The reactors
    // must never be destroyed afterwards. Watchers stay. Not during a delivery.
    void reactorsForget() const { notifiees_.forgetAll(); }

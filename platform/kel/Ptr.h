@@ -47,7 +47,7 @@ class PtrInterface : public VFPtrInterface {
    [[nodiscard]] bool kelDeliverable() const { return ( word() & ( inactiveFlag | zombieFlag ) ) == 0; }
 
    void kelRefInc() const {
-      if( enableThreadSafePointers ) {
+      if( enableThreadSafePointers ) [[unlikely]] {
          word_.fetch_add( 1, std::memory_order_relaxed );
       } else {
          word_.store( word() + 1, std::memory_order_relaxed );
@@ -55,13 +55,18 @@ class PtrInterface : public VFPtrInterface {
    }
 
    void kelRefDec() const {
-      if( dropped() != 0 ) return;
+      if( dropped() == 0 ) [[unlikely]]
+         die();
+   }
+
+ private:
+   // Out of the way of the many drops that are not the last.
+   [[gnu::cold, gnu::noinline]] void die() const {
       // A destructor may take and drop references to its own object; they must not free it a second time.
       word_.fetch_or( dyingCount, std::memory_order_relaxed );
       delete this;
    }
 
- private:
    static constexpr uint32_t dyingCount = 1u << 28;
    static constexpr uint32_t inactiveFlag = 1u << 29;
    static constexpr uint32_t zombieFlag = 1u << 30;
@@ -78,7 +83,7 @@ class PtrInterface : public VFPtrInterface {
 
    // Takes one reference off and returns what is left.
    uint32_t dropped() const {
-      if( enableThreadSafePointers ) {
+      if( enableThreadSafePointers ) [[unlikely]] {
          return ( word_.fetch_sub( 1, std::memory_order_acq_rel ) - 1 ) & refCountMask;
       }
       uint32_t const left = word() - 1;

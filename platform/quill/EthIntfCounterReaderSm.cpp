@@ -66,11 +66,15 @@ void EthIntfCounterReaderSm::followRow( uint32_t index ) {
    auto const row = tables_->table().entry( index );
    Lumo::IntfId const intf = row ? Lumo::IntfId( row->name ) : Lumo::IntfId();
    Lumo::IntfId const former = std::exchange( intfs_[index], intf );
-   if( former != intf && entryReads( former, index ) ) counters_->intfCounterDirDel( former );
+   if( former != intf && entryReads( former, index ) ) {
+      counters_->generationIs( counters_->generation() + 1 );
+      counters_->intfCounterDirDel( former );
+   }
    bool const overtaken = intfs_[index] != intf;  // by what the removal caused
    if( intf.empty() || overtaken || entryReads( intf, index ) ) return;
    Kel::Ptr<IntfCounterDir> const sets( new IntfCounterDir( intf ) );
    sets->intfCounterIs( Kel::Ptr<IntfCounter>( new IntfCounter( currentName(), tables_, index ) ) );
+   counters_->generationIs( counters_->generation() + 1 );
    counters_->intfCounterDirIs( sets );
 }
 

@@ -64,6 +64,8 @@ class IntfCounterDir final : public Kel::Entity {
 class AllEthIntfCounterPtrDir final : public Kel::Entity {
    KEL_ENTITY( AllEthIntfCounterPtrDir, "Interface::AllEthIntfCounterPtrDir", Kel::Name, dirName )
    KEL_CHILDREN( IntfCounterDir, Lumo::IntfId, intfCounterDir, onIntfCounterDir )
+   KEL_ATTR( uint32_t,
+             generation )  // moves whenever an interface's counters come or go: for whoever keeps what it looked up
    KEL_ENTITY_END
 
    // The "current" counters of an interface, null when it has none.

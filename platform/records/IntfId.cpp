@@ -110,14 +110,17 @@ class IntfTable {
    uint32_t number( std::string_view name ) {
       if( auto const i = numbers_.find( name ); i != numbers_.end() ) return i->second;
       auto const number = static_cast<uint32_t>( names_.size() );
-      numbers_.emplace( names_.emplace_back( name ), number );
-      facts_.push_back( factsOf( name ) );
+      std::string const & kept = names_.emplace_back( name );
+      numbers_.emplace( kept, number );
+      facts_.push_back( factsOf( kept ) );
+      facts_.back().name = kept;
       IntfId::facts_ = facts_.data();
       return number;
    }
 
-   [[nodiscard]] std::string_view name( uint32_t number ) const { return names_[number]; }
-   void factsIs( uint32_t number, IntfFacts const & facts ) { facts_[number] = facts; }
+   void kindIs( uint32_t number, IntfKind kind, uint32_t vlanId ) {
+      facts_[number] = { kind, kind, vlanId, facts_[number].name };
+   }
 
  private:
    IntfTable() { number( "" ); }
@@ -132,11 +135,9 @@ IntfId::IntfId( std::string_view name ) : number_( IntfTable::instance().number(
 IntfId IntfId::declare( std::string_view name, IntfKind kind, uint16_t vlanId ) {
    KEL_ASSERT( !name.empty() );
    IntfId const id( name );
-   IntfTable::instance().factsIs( id.number_, { kind, kind, vlanId } );
+   IntfTable::instance().kindIs( id.number_, kind, vlanId );
    return id;
 }
-
-std::string_view IntfId::name() const { return IntfTable::instance().name( number_ ); }
 
 std::strong_ordering IntfId::operator<=>( IntfId const & other ) const {
    if( number_ == other.number_ ) return std::strong_ordering::equal;

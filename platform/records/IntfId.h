@@ -40,6 +40,7 @@ struct IntfFacts {
    IntfKind kind = IntfKind::other;
    IntfKind baseKind = IntfKind::other;
    uint32_t vlanId = 0;  // as the name or the declaration says it, not checked
+   std::string_view name{};
 };
 
 class IntfId {
@@ -53,7 +54,7 @@ class IntfId {
    static IntfId declare( std::string_view name, IntfKind kind, uint16_t vlanId = 0 );
 
    [[nodiscard]] bool empty() const { return number_ == 0; }
-   [[nodiscard]] std::string_view name() const;          // valid for ever
+   [[nodiscard]] std::string_view name() const { return facts_[number_].name; }  // valid for ever
    operator std::string_view() const { return name(); }  // reads as its name wherever a text is wanted
 
    [[nodiscard]] IntfKind kind() const { return facts_[number_].kind; }

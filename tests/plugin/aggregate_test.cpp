@@ -1,0 +1,123 @@
+// A unit's aggregate rate: exact, rebuilt at every start, and fatal where the sums do not add up.
+#include <gmock/gmock.h>
+
+#include "DrainStory.h"
+#include "kel/Trace.h"
+
+namespace Test {
+
+class Aggregate : public DrainStory {
+ protected:
+   // Sampled every 16 s, so that one octet in between is half a bit per second. Never drains.
+   void SetUp() override { profile( "#DEFAULTPROFILE", { .sampleInterval = 16, .loadInterval = 3600 } ); }
+
+   [[nodiscard]] uint64_t in( std::string const & unit ) const { return status( unit ).aggTrafficRate().inBitsRate; }
+   [[nodiscard]] uint64_t out( std::string const & unit ) const { return status( unit ).aggTrafficRate().outBitsRate; }
+   void aggregateIs( std::string const & unit, uint64_t inRate, uint64_t outRate ) {
+      status( unit ).aggTrafficRateIs( { outRate, inRate, now() } );
+   }
+};
+
+TEST_F( Aggregate, addsUpRoundedRates ) {
+   unit( "fabric", { "Ethernet1", "Ethernet2" } );
+   start();
+   enter( "fabric" );
+   octets( "Ethernet1", 1, 3 );  // 0.5 and 1.5 bit/s
+   octets( "Ethernet2", 2, 5 );  // 1 and 2.5 bit/s
+   advance( 16_s );
+   EXPECT_EQ( in( "fabric" ), 1u + 1u );
+   EXPECT_EQ( out( "fabric" ), 2u + 3u );
+   EXPECT_EQ( status( "fabric" ).aggTrafficRate().updateTime, now() );
+   advance( 16_s );  // nothing was counted since
+   EXPECT_EQ( in( "fabric" ) + out( "fabric" ), 0u );
+}
+
+TEST_F( Aggregate, followsInterfacesThatJoinAndLeave ) {
+   unit( "north", { "Ethernet1", "Ethernet2" } );
+   unit( "south", { "Ethernet2" } );
+   traffic( "Ethernet1", 8_kbps, 800_bps );
+   traffic( "Ethernet2", 80_kbps, 80_bps );
+   start();
+   enter( "north" );
+   advance( 16_s );
+   EXPECT_EQ( in( "north" ), 88'000u );
+   EXPECT_EQ( in( "south" ), 0u );
+   enter( "south" );
+   EXPECT_EQ( in( "south" ), 80'000u );  // what was sampled last counts at once
+   link( "Ethernet2", Interface::IntfOperStatus::down );
+   advance( 0 );
+   EXPECT_EQ( in( "north" ), 8'000u );
+   EXPECT_EQ( in( "south" ), 0u );
+   link( "Ethernet2", Interface::IntfOperStatus::up );
+   advance( 16_s );
+   EXPECT_EQ( in( "north" ), 88'000u );
+   EXPECT_EQ( out( "north" ), 880u );
+   exit( "north" );
+   EXPECT_EQ( in( "north" ), 0u );
+   EXPECT_EQ( in( "south" ), 80'000u );
+}
+
+TEST_F( Aggregate, isRebuiltAfterARestart ) {
+   unit( "fabric", { "Ethernet1" } );
+   unit( "idle", { "Ethernet2" } );
+   traffic( "Ethernet1", 8_kbps );
+   start();
+   enter( "fabric" );
+   advance( 16_s );
+   EXPECT_EQ( in( "fabric" ), 8'000u );
+   world_.crash();
+   aggregateIs( "fabric", 12'345, 1 );
+   aggregateIs( "idle", 1, 2 );
+   start();
+   EXPECT_EQ( in( "fabric" ) + out( "fabric" ), 0u );  // nothing has been sampled since
+   EXPECT_EQ( in( "idle" ) + out( "idle" ), 0u );
+   advance( 16_s );
+   EXPECT_EQ( in( "fabric" ), 8'000u );
+}
+
+// Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong in
+// more than one way fail with the first.
+TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {
+   unit( "fabric", { "Ethernet1" } );
+   traffic( "Ethernet1", 11_bps, 11_bps );
+   profile( "#DEFAULTPROFILE", { .sampleInterval = 8, .loadInterval = 3600 } );
+   start();
+   enter( "fabric" );
+   advance( 8_s );
+   ASSERT_EQ( in( "fabric" ), 11u );
+   traffic( "Ethernet1", 20_bps, 20_bps );
+   Kel::traceHandle( "MaintenanceModeRateMonSm" ).levelsIs( { 1 } );
+   uint64_t const top = ~uint64_t{ 0 };
+   struct Case {
+      uint64_t in, out;
+      char const * text;
+   };
+   for( auto const & [aggIn, aggOut, text] : {
+           Case{
+              10, 11,
+              "rateToSubInRate from curAggInRate. Unit:fabric IntfId:Ethernet1 ratesToSubInRate:11 curAggInRate:10" },
+           Case{ 10, 10, "rateToSubInRate from curAggInRate." },
+           Case{ 11, 10,
+                 "rateToSubOutRate from curAggOutRate. Unit:fabric IntfId:Ethernet1 ratesToSubOutRate:11 "
+                 "curAggOutRate:10" },
+           Case{ top, 10, "rateToSubOutRate from curAggOutRate." },
+           Case{ top, top,
+                 "ratesToAddInRate to curAggInRate.Unit:fabric IntfId:Ethernet1 ratesToAddInRate:20 curAggInRate:"
+                 "18446744073709551615 sumIn:19" },
+           Case{ 11, top, "ratesToAddOutRate to  curAggOutRate. Unit:fabric IntfId:Ethernet1 ratesToAddOutRate:20" },
+        } ) {
+      SCOPED_TRACE( text );
+      EXPECT_DEATH(
+         {
+            Kel::traceSinkIs( {} );
+            aggregateIs( "fabric", aggIn, aggOut );
+            advance( 8_s );
+         },
+         ::testing::HasSubstr( text ) );
+   }
+   aggregateIs( "fabric", top - 9, 11 );  // overflows with 20, although 11 go
+   EXPECT_DEATH( advance( 8_s ), ::testing::HasSubstr( "ratesToAddInRate" ) );
+   Kel::traceHandle( "MaintenanceModeRateMonSm" ).levelsIs( {} );
+}
+
+}  // namespace Test
