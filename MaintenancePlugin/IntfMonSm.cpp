@@ -190,7 +190,7 @@ void IntfMonSm::traceDrainDecision( bool drained ) const {
    char const * const function = "hasTrafficDrained";
    TRACE_AS( 9, function, "intf " << intfId() << ", traffic drained - " << ( drained ? "true" : "false" ) );
    TRACE_AS( 9, function,
-             "    threshold " << 1000 * intfProfile()->rateMonThresholdInKbps() << " bps, cur inBitsRates "
+             "    threshold " << 1000 * intfProfile()->rateMonThresholdInKbps() << ", cur inBitsRates "
                               << rates.inBitsRate << ", cur outBitsRates " << rates.outBitsRate );
    TRACE_AS( 9, function,
              "    numConsecutiveDrainedSamples "

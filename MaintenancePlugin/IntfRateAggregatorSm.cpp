@@ -25,10 +25,11 @@ class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntf
  private:
    void handleMonIntfStatusRateChange();
    [[nodiscard]] bool unitsKnown();
+   [[noreturn, gnu::cold]] void failWithoutStatus() const;
 
    IntfRateAggregatorSm & owner_;
-   std::vector<Kel::Ptr<Maintenance::Unit::Status>> units_;
-   uint64_t unitsKnownIn_ = 0;  // the epoch in which `units_` was made, 0 for none
+   std::vector<Kel::Ptr<Maintenance::Unit::Status>> units_;  // null where a unit has no record
+   uint64_t unitsKnownIn_ = 0;                               // the epoch in which `units_` was made, 0 for none
 };
 
 class IntfRateAggregatorSm::KelMonitoredIntf final : public MonitoredIntf::NotifieeConst {
@@ -121,6 +122,7 @@ IntfRateAggregatorSm::IntfRateAggregatorSm( Kel::Ptr<MonitoredIntfDir> const & s
 IntfRateAggregatorSm::~IntfRateAggregatorSm() = default;
 
 void IntfRateAggregatorSm::handleInitialized() {
+   KEL_ASSERT( !initialized() );
    TRACE( 5, "IntfRateAggregatorSm started" );
    for( auto [unitName, unit] : unitStatusDir()->statusIterator() ) {
       TRACE( 9, "Resetting the aggregate rate for unit:" << unitName );
@@ -155,13 +157,13 @@ namespace {
                           attribute + " not allowed\"" );
 }
 
-// Rounded to the nearest whole number, halves upwards. The fraction of a double is exact.
+// Rounded to the nearest whole number, halves upwards. The fraction of a double is exact. What counters that went backwards
+// may make of a rate has the top bit and the most that the others can say.
 uint64_t wholeBits( double rate ) {
    constexpr double top = 0x1p63;
-   if( rate >= top ) [[unlikely]] {
-      KEL_ASSERT( rate < 2 * top );
-      return static_cast<uint64_t>( rate - top ) | uint64_t{ 1 } << 63;
-   }
+   constexpr uint64_t topBit = uint64_t{ 1 } << 63;
+   if( rate >= top ) [[unlikely]]
+      return ( rate - top < 2 * top ? static_cast<uint64_t>( rate - top ) : ~uint64_t{ 0 } ) | topBit;
    auto const whole = static_cast<uint64_t>( rate );
    return whole + ( rate - static_cast<double>( whole ) >= 0.5 ? 1 : 0 );
 }
@@ -195,27 +197,31 @@ void IntfRateAggregatorSm::monIntfStatusDel( Lumo::IntfId intfId ) { monIntfStat
 bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
    if( unitsKnownIn_ == owner_.unitStatusEpoch_ ) [[likely]]
       return true;
-   char const * const handler = "handleMonIntfStatusRateChange";
    Lumo::IntfId const intfId = notifier()->intfId();
    auto const monitoredIntf = owner_.monIntfDir()->monitoredIntf( intfId );
    if( !monitoredIntf ) {
-      TRACE_AS( 1, handler,
+      TRACE_AS( 1, "handleMonIntfStatusRateChange",
                 "ERROR:MonitoredIntf object does not exist for the interface " << intfId << " whose rate changed" );
       return false;
    }
    units_.clear();
    for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
-      auto const unit = owner_.unitStatusDir()->status( unitName );
-      if( !unit ) {
-         TRACE_AS(
-            1, handler,
-            "Error:Unit Status object does not exist for a dependent unit.IntfId:" << intfId << " Unit:" << unitName );
-         KEL_ASSERT_TEXT( false, "0" );
-      }
-      units_.push_back( unit );
+      units_.push_back( owner_.unitStatusDir()->status( unitName ) );
    }
    unitsKnownIn_ = owner_.unitStatusEpoch_;
    return true;
+}
+
+void IntfRateAggregatorSm::KelMonIntfStatus::failWithoutStatus() const {
+   Lumo::IntfId const intfId = notifier()->intfId();
+   for( auto [unitName, present] : owner_.monIntfDir()->monitoredIntf( intfId )->dependentUnitIteratorConst() ) {
+      if( owner_.unitStatusDir()->status( unitName ) ) continue;
+      TRACE_AS(
+         1, "handleMonIntfStatusRateChange",
+         "Error:Unit Status object does not exist for a dependent unit.IntfId:" << intfId << " Unit:" << unitName );
+      break;
+   }
+   Kel::assertionFailed( "0", __FILE__, __LINE__ );
 }
 
 void IntfRateAggregatorSm::KelMonIntfStatus::handleMonIntfStatusRateChange() {
@@ -223,6 +229,7 @@ void IntfRateAggregatorSm::KelMonIntfStatus::handleMonIntfStatusRateChange() {
    TRACE( 4, "Rates changed for interface:" << status.intfId() );
    if( !unitsKnown() ) return;
    for( std::size_t i = 0; i < units_.size(); ++i ) {
+      if( !units_[i] ) failWithoutStatus();
       auto & unit = *units_[i];
       unit.aggTrafficRateIs( calculateNewAggregate( unit.unitName(), status.intfId(), unit.aggTrafficRate(),
                                                     status.prevRates(), status.curRates() ) );

@@ -28,7 +28,7 @@ class IntfStatusSm::KelIntfStatus final : public Interface::IntfStatus::Notifiee
 
  private:
    void handleInitialized() {
-      KEL_ASSERT( !initialized_ );
+      KEL_ASSERT_TEXT( !initialized_, "!initialized()" );
       TRACE( 9, "intf " << intfId_ );
       owner_.addToBacklog( intfId_ );
       initialized_ = true;
@@ -93,6 +93,20 @@ class IntfStatusSm::KelGroupToUnit final : public Maintenance::GroupToUnit::Noti
 
 // Reactors on the directories: a reactor on each record, for as long as it is there
 
+namespace {
+
+// The keys of those reactors whose record the directory does not have.
+template<class Reactors, class Present>
+auto keysWithoutRecord( Reactors const & reactors, Present const & present ) {
+   std::vector<typename Reactors::key_type> keys;
+   for( auto const & [key, reactor] : reactors ) {
+      if( !present( key ) ) keys.push_back( key );
+   }
+   return keys;
+}
+
+}  // namespace
+
 class IntfStatusSm::KelAllIntfStatusDir final : public Interface::AllIntfStatusDir::NotifieeConst {
  public:
    explicit KelAllIntfStatusDir( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {
@@ -107,6 +121,8 @@ class IntfStatusSm::KelAllIntfStatusDir final : public Interface::AllIntfStatusD
    }
    void onIntfStatuskelImmediate() override {
       for( auto [intfId, record] : notifier()->intfStatusIteratorConst() ) owner_.intfStatusIs( record );
+      auto const present = [this]( auto const & key ) { return notifier()->intfStatus( key ) != nullptr; };
+      for( auto const & key : keysWithoutRecord( owner_.intfStatus_, present ) ) owner_.intfStatusDel( key );
    }
 
  private:
@@ -127,6 +143,8 @@ class IntfStatusSm::KelIntfToGroupDir final : public IntfMaintenance::IntfToGrou
    }
    void onIntfToGroupkelImmediate() override {
       for( auto [intfId, record] : notifier()->intfToGroupIteratorConst() ) owner_.intfToGroupIs( record );
+      auto const present = [this]( auto const & key ) { return notifier()->intfToGroup( key ) != nullptr; };
+      for( auto const & key : keysWithoutRecord( owner_.intfToGroup_, present ) ) owner_.intfToGroupDel( key );
    }
 
  private:
@@ -147,6 +165,8 @@ class IntfStatusSm::KelGroupToUnitDir final : public Maintenance::GroupToUnitDir
    }
    void onGroupToUnitkelImmediate() override {
       for( auto [groupKey, record] : notifier()->groupToUnitIteratorConst() ) owner_.groupToUnitIs( record );
+      auto const present = [this]( auto const & key ) { return notifier()->groupToUnit( key ) != nullptr; };
+      for( auto const & key : keysWithoutRecord( owner_.groupToUnit_, present ) ) owner_.groupToUnitDel( key );
    }
 
  private:

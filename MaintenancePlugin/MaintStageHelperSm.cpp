@@ -34,10 +34,8 @@ class MaintStageHelperSm::KelMaintStageCompletionStatus final : public Stage::Co
 
 class MaintStageHelperSm::KelProgress final : public Stage::Progress::NotifieeConst {
  public:
-   KelProgress( MaintStageHelperSm & owner, Kel::Ptr<Stage::Progress const> const & progress )
-      : Reactor( owner ), owner_( owner ) {
-      notifierIs( progress );
-   }
+   // Attached by its maker, once it has its place in `progress_`: what is handed on then may take it away again.
+   explicit KelProgress( MaintStageHelperSm & owner ) : Reactor( owner ), owner_( owner ) {}
    void onStage( Kel::String8 stage ) override { handleStage( stage ); }
    // A record that arrives whole: each stage that it holds is handed on.
    void onStagekelImmediate() override {
@@ -110,7 +108,8 @@ void MaintStageHelperSm::progressSync( Kel::Name const & instanceName ) {
    auto * const reactor = progress_.find( instanceName );
    if( reactor && ( !record || ( *reactor )->notifier() != record ) ) progress_.take( instanceName );
    if( !record || progress_.find( instanceName ) ) return;
-   progress_.insert( instanceName, std::make_shared<KelProgress>( *this, record ) );
+   auto const made = progress_.insert( instanceName, std::make_shared<KelProgress>( *this ) );
+   made->notifierIs( record );
 }
 
 void MaintStageHelperSm::progressSyncAll() {

@@ -19,10 +19,10 @@ struct TypeRegistration {
    TypeRegistration() {
       for( Kel::TypeInfo const * type :
            { &UnitMonSm::kelType(), &IntfMonSm::kelType(), &RateMonSmLoader::kelType(),
-             &RateMonSmDebugCounters::kelType(), &RateMonPluginInfoDumper::kelType(), &UnitIntfInputDir::kelType(),
-             &MaintStageHelperSm::kelType(), &UnitIntfInput::kelType(), &IntfCounterInfo::kelType(),
-             &RateMonSm::kelType(), &MonitoredIntfDir::kelType(), &MonitoredIntf::kelType(), &IntfStatusSm::kelType(),
-             &IntfRateAggregatorSm::kelType() } ) {
+             &RateMonSmDebugCounters::kelType(), &IntfStatusSm::kelType(), &RateMonPluginInfoDumper::kelType(),
+             &IntfRateAggregatorSm::kelType(), &UnitIntfInputDir::kelType(), &MaintStageHelperSm::kelType(),
+             &UnitIntfInput::kelType(), &IntfCounterInfo::kelType(), &RateMonSm::kelType(),
+             &MonitoredIntfDir::kelType(), &MonitoredIntf::kelType() } ) {
          Kel::typeNodeIs( *type );
       }
    }
@@ -164,6 +164,7 @@ RateMonSmInputs RateMonSmLoader::inputs( Kel::Ptr<Dovra::EntityManager> const & 
 void RateMonSmLoader::prepareToDie() {
    TRACE( 4, "called" );
    mountGroupsDel();
+   if( rateMonSm() ) rateMonSm()->prepareToDie();
    rateMonSmDel();
    if( ethIntfCounterReaderSm() ) ethIntfCounterReaderSm()->prepareToDie();
    ethIntfCounterReaderSmDel();

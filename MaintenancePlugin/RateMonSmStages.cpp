@@ -15,7 +15,7 @@ void RateMonSm::doStageForInstance( Kel::String8 const & stageClass, Kel::Name c
    }
    auto const op = stageClass == "maintEnter" ? MaintenanceOp::enter : MaintenanceOp::exit;
    TRACE( 1, "unit " << key.unitName() << ", genId " << key.genId() << ", stage " << stage << ", op " << op );
-   RING( 3, "unit {}, genId {}, stage {}, op {}", key.unitName(), key.genId(), stage, op );
+   RING( 3, "unit {}, genId {}, stage {}, op {}", key.unitName(), key.genId(), stage, enumName( op ) );
    if( stage != rateMonStage() ) return;
    if( op == MaintenanceOp::enter ) {
       handleUnitMaintenanceEnter( key.unitName(), key.genId() );
@@ -85,7 +85,7 @@ void RateMonSm::notifyStageCompletion( Kel::String8 const & unitName, uint32_t g
       return;
    }
    TRACE( 1, "Unit - " << unitName << ", genId " << genId << ", op " << op << ", stage ratemon " );
-   RING( 3, "Notifying stage completion - unit {} ,genId {}, stage ratemon, op {}", unitName, genId, op );
+   RING( 3, "Notifying stage completion - unit {} ,genId {}, stage ratemon, op {}", unitName, genId, enumName( op ) );
    // The helpers are gone already when the root itself is being torn down: the report is counted and not written.
    auto const helper = entering ? maintEnterStageHelper() : maintExitStageHelper();
    if( helper ) helper->doStageCompleteForInstance( rateMonStage(), instanceName );

@@ -164,7 +164,8 @@ void UnitMonSm::stopIntfMon( Lumo::IntfId intf ) {
 // The precedence among the units that remain now decides.
 void UnitMonSm::applyRemainingProfile( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm ) {
    auto const intfProfile = rateMonSm()->getIntfProfile( intf );
-   auto const status = rateMonSm()->in().allIntfStatusDir->intfStatus( intf );
+   auto const & statuses = rateMonSm()->in().allIntfStatusDir;
+   auto const status = statuses ? statuses->intfStatus( intf ) : nullptr;
    if( intfProfile && status && status->operStatus() == IntfOperStatus::up ) {
       intfMonSm->intfProfileIs( intfProfile );
       return;

@@ -25,6 +25,11 @@ class MaybeU63 {
       return missing;
    }
 
+   // From a word that says "no value" by its topmost bit, as shared tables hold it.
+   [[nodiscard]] static constexpr MaybeU63 fromWord( uint64_t word ) {
+      return ( word & noValueBit ) != 0 ? none() : MaybeU63( word );
+   }
+
    [[nodiscard]] constexpr bool hasValue() const { return ( word_ & noValueBit ) == 0; }
    [[nodiscard]] constexpr uint64_t value() const {
       KEL_ASSERT( hasValue() );

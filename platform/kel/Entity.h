@@ -52,6 +52,11 @@ class Entity : public PtrInterface {
    template<class Link, class Handler>
    void kelDeliver( Handler const & handler ) const {
       if( notifiees_.empty() ) return;
+      if( NotifieeBase * const only = notifiees_.only() ) {
+         // Nothing of the entity or its list is touched afterwards, so neither has to be kept.
+         if( only->deliverable() ) handler( static_cast<Link &>( *only ) );
+         return;
+      }
       Ptr<Entity const> const alive( this );
       NotifieeList::Delivery delivery( notifiees_ );
       while( NotifieeBase * const n = delivery.next() ) {

@@ -6,7 +6,7 @@
 // - A reactor registered during a delivery is not called for that change.
 // - A reactor that is detached, switched off, made a zombie or destroyed during a delivery is never called afterwards,
 //   also later in the same delivery.
-// - An entity lives until the deliveries of its changes have ended.
+// - A handler may drop the last reference to the entity: the delivery goes on to those after it all the same.
 // - A reactor whose owner is switched off or a zombie is as silent as if it were so itself.
 #pragma once
 
@@ -39,6 +39,9 @@ class NotifieeBase : public PtrInterface {
 class NotifieeList {
  public:
    [[nodiscard]] bool empty() const { return !first_; }
+   [[nodiscard]] NotifieeBase * only() const {
+      return first_ == last_ ? first_ : nullptr;
+   }  // null unless there is just one
 
    void append( NotifieeBase & n ) {
       n.prev_ = last_;

@@ -57,7 +57,6 @@ static_assert( std::atomic<uint64_t>::is_always_lock_free && std::atomic<double>
 std::size_t bytesFor( uint32_t capacity ) { return headerBytes + std::size_t{ capacity } * sizeof( Row ); }
 
 uint64_t word( Brim::MaybeU63 value ) { return value.hasValue() ? value.value() : noValueBit; }
-Brim::MaybeU63 value( uint64_t w ) { return ( w & noValueBit ) != 0 ? Brim::MaybeU63::none() : Brim::MaybeU63( w ); }
 
 // What `copy` finds in the row while nobody writes it, none when that does not come.
 template<class Copy>
@@ -70,12 +69,6 @@ auto consistent( Row const & row, Copy const & copy ) -> std::optional<decltype(
       if( attempt >= spinsMax ) std::this_thread::sleep_for( sleepTime );
    }
    return std::nullopt;
-}
-
-Counters countersOf( Row const & row ) {
-   return { value( row.inOctets.load( std::memory_order_relaxed ) ),
-            value( row.outOctets.load( std::memory_order_relaxed ) ),
-            row.updateTime.load( std::memory_order_relaxed ) };
 }
 
 void countersAre( Row & row, Counters const & counters ) {
@@ -205,7 +198,7 @@ uint32_t CounterTable::rows() const {
 uint32_t CounterTable::generation() const { return header_->generation.load( std::memory_order_acquire ); }
 void CounterTable::generationInc() { header_->generation.store( generation() + 1, std::memory_order_release ); }
 
-std::optional<CounterTable::Counters> CounterTable::read( Row const & row ) {
+std::optional<CounterTable::Counters> CounterTable::readPatiently( Row const & row ) {
    return consistent( row, [&row] { return countersOf( row ); } );
 }
 

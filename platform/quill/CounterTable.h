@@ -73,7 +73,14 @@ class CounterTable {
 
    [[nodiscard]] Row const & row( uint32_t index ) const { return rowsBegin_[index]; }
    // None when the writer stands still in the middle of writing the row, which only a dead one does.
-   [[nodiscard]] static std::optional<Counters> read( Row const & row );
+   [[nodiscard]] static std::optional<Counters> read( Row const & row ) {
+      uint64_t const before = row.sequence.load( std::memory_order_acquire );
+      Counters const found = countersOf( row );
+      std::atomic_thread_fence( std::memory_order_acquire );
+      if( before % 2 == 0 && row.sequence.load( std::memory_order_relaxed ) == before ) [[likely]]
+         return found;
+      return readPatiently( row );
+   }
    // Name and counters as they belong together; none also when the row is not in use.
    [[nodiscard]] std::optional<Entry> entry( uint32_t index ) const;
 
@@ -86,6 +93,14 @@ class CounterTable {
    void countersIs( uint32_t index, Counters const & counters );
 
  private:
+   static Counters countersOf( Row const & row ) {
+      return { Brim::MaybeU63::fromWord( row.inOctets.load( std::memory_order_relaxed ) ),
+               Brim::MaybeU63::fromWord( row.outOctets.load( std::memory_order_relaxed ) ),
+               row.updateTime.load( std::memory_order_relaxed ) };
+   }
+   // The same for a row that is being written: tries again for as long as a living writer may take.
+   [[nodiscard]] static std::optional<Counters> readPatiently( Row const & row );
+
    struct Header;
    struct File;
    class Writing;

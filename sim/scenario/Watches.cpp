@@ -15,14 +15,25 @@ std::string withoutCell( std::string const & path ) {
    return path.starts_with( firstCell ) ? path.substr( firstCell.size() ) : path;
 }
 
-std::string text( StateComponents const & path ) {
-   std::string joined;
-   for( std::string const & component : path ) joined += ( joined.empty() ? "" : "/" ) + component;
-   return withoutCell( joined );
+// A path as it is reported: the mounted path, names and keys, one component each. What is below an entry that is still absent
+// is taken as it was written.
+StateComponents normalised( Dovra::EntityManager const & database, StateComponents const & path ) {
+   StateComponents place = Dovra::statePlace( database, path ).components;
+   place.front() = withoutCell( place.front() );
+   auto const joined = []( auto begin, auto end ) {
+      std::string text;
+      for( ; begin != end; ++begin ) text += "/" + *begin;
+      return withoutCell( text.substr( 1 ) );
+   };
+   std::string const found = joined( place.begin(), place.end() );
+   auto last = path.begin();
+   while( last != path.end() && joined( path.begin(), last + 1 ) != found ) ++last;
+   if( last != path.end() ) place.insert( place.end(), last + 1, path.end() );
+   return place;
 }
 
-bool isAtOrBelow( std::string const & path, std::string const & top ) {
-   return path.starts_with( top ) && ( path.size() == top.size() || path[top.size()] == '/' );
+bool isAtOrBelow( StateComponents const & path, StateComponents const & top ) {
+   return top.size() <= path.size() && std::equal( top.begin(), top.end(), path.begin() );
 }
 
 }  // namespace
@@ -74,7 +85,7 @@ Watches::~Watches() = default;
 
 void Watches::watch( StateComponents const & path ) {
    std::string const mounted = Dovra::statePlace( database_, path ).components.front();
-   watched_.push_back( text( path ) );
+   watched_.push_back( normalised( database_, path ) );
    auto & follower = followers_[mounted];
    if( follower ) return;
    follower =
@@ -82,8 +93,7 @@ void Watches::watch( StateComponents const & path ) {
 }
 
 void Watches::report( StateComponents const & path, Kel::Value const & value ) const {
-   std::string const changed = text( path );
-   auto const above = [&]( std::string const & top ) { return isAtOrBelow( changed, top ); };
+   auto const above = [&]( StateComponents const & top ) { return isAtOrBelow( path, top ); };
    if( std::any_of( watched_.begin(), watched_.end(), above ) ) report_( path, value );
 }
 

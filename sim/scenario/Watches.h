@@ -33,7 +33,7 @@ class Watches {
 
    Dovra::EntityManager const & database_;
    Report const report_;
-   std::vector<std::string> watched_;                            // paths as texts
+   std::vector<Dovra::StateComponents> watched_;
    std::map<std::string, std::unique_ptr<Follower>> followers_;  // by mounted path
 };
 

@@ -102,6 +102,13 @@ TEST_F( Scenario, recordsAreMadeChangedAndWatchedByPath ) {
                      "{\"delete\": [" + profiles + "]}\n{\"delete\": [" + profiles + ",\"p\"]}" ),
                 ElementsAre( HasSubstr( R"("change": [)" ), HasSubstr( R"("p", "sampleInterval"], "value": 0.1})" ),
                              HasSubstr( R"("p"], "value": null})" ) ) );
+   std::string const statuses = R"("interface/status/all","intfStatus",)";
+   run( "{\"watch\": [" + statuses + "\"Ethernet1\",\"operStatus\"]}\n{\"watch\": [" + statuses + "\"Ethernet2\"]}" );
+   run( "{\"set\": [" + statuses + "\"Ethernet1\"], \"to\": {}}\n{\"set\": [" + statuses +
+        "\"Ethernet2/1\"], \"to\": {}}" );
+   EXPECT_THAT( run( "{\"set\": [" + statuses + "\"Ethernet1\",\"operStatus\"], \"to\": 1}\n" + "{\"set\": [" +
+                     statuses + "\"Ethernet2/1\",\"operStatus\"], \"to\": 1}" ),
+                ElementsAre( HasSubstr( R"("Ethernet1", "operStatus"], "value": 1})" ) ) );
    run(
       R"({"set": ["bridging/vlan/status","vlanStatus",10], "to": {"intf": {"Ethernet10": true, "Ethernet9": true}}})" );
    EXPECT_THAT( get( R"("bridging/vlan/status","vlanStatus","10")" ),
