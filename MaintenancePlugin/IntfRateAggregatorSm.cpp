@@ -264,7 +264,8 @@ void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Ke
 
 namespace {
 
-// One calculation, and its four ways to fail. Their texts are what people search for, kept as they are.
+// One calculation, and its four ways to fail, which take it by copy so that it stays in registers where all is well. Their texts
+// are what people search for, kept as they are.
 struct Calculation {
    Kel::String8 const & unit;
    Lumo::IntfId intf;
@@ -278,7 +279,7 @@ struct Calculation {
 
 constexpr char const * calculation = "calculateNewAggregate";
 
-[[noreturn, gnu::cold]] void failInUnderflow( Calculation const & c ) {
+[[noreturn, gnu::cold]] void failInUnderflow( Calculation c ) {
    TRACE_AS( 1, calculation,
              "Underflow while subtracting rateToSubInRate from curAggInRate."
                 << " Unit:" << c.unit << " IntfId:" << c.intf << " ratesToSubInRate:" << c.subIn
@@ -290,7 +291,7 @@ constexpr char const * calculation = "calculateNewAggregate";
    Kel::assertionFailed( "0", __FILE__, __LINE__ );
 }
 
-[[noreturn, gnu::cold]] void failOutUnderflow( Calculation const & c ) {
+[[noreturn, gnu::cold]] void failOutUnderflow( Calculation c ) {
    TRACE_AS( 1, calculation,
              "Underflow while subtracting rateToSubOutRate from curAggOutRate."
                 << " Unit:" << c.unit << " IntfId:" << c.intf << " ratesToSubOutRate:" << c.subOut
@@ -302,7 +303,7 @@ constexpr char const * calculation = "calculateNewAggregate";
    Kel::assertionFailed( "0", __FILE__, __LINE__ );
 }
 
-[[noreturn, gnu::cold]] void failInOverflow( Calculation const & c ) {
+[[noreturn, gnu::cold]] void failInOverflow( Calculation c ) {
    TRACE_AS( 1, calculation,
              "Overflow while adding ratesToAddInRate to curAggInRate."
                 << "Unit:" << c.unit << " IntfId:" << c.intf << " ratesToAddInRate:" << c.addIn
@@ -314,7 +315,7 @@ constexpr char const * calculation = "calculateNewAggregate";
    Kel::assertionFailed( "0", __FILE__, __LINE__ );
 }
 
-[[noreturn, gnu::cold]] void failOutOverflow( Calculation const & c ) {
+[[noreturn, gnu::cold]] void failOutOverflow( Calculation c ) {
    TRACE_AS( 1, calculation,
              "Overflow while adding ratesToAddOutRate to "
                 << " curAggOutRate. Unit:" << c.unit << " IntfId:" << c.intf << " ratesToAddOutRate:" << c.addOut

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace Kel {
@@ -86,8 +87,14 @@ class TraceHelper {
 
    explicit operator bool() const { return message_ != nullptr; }
 
+   // Numbers are taken by copy: a variable that is only ever traced can then stay in a register.
    template<class T>
-   TraceHelper & operator<<( T const & value ) {
+   requires( std::is_arithmetic_v<T> || std::is_enum_v<T> ) TraceHelper & operator<<( T value ) {
+      printText( *message_, value );
+      return *this;
+   }
+   template<class T>
+   requires( !std::is_arithmetic_v<T> && !std::is_enum_v<T> ) TraceHelper & operator<<( T const & value ) {
       printText( *message_, value );
       return *this;
    }
