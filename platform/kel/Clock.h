@@ -44,19 +44,25 @@ class RealClock final : public Clock {
    [[nodiscard]] double now() const override;
 };
 
-// Stands still until told otherwise.
+// Stands still until told otherwise. With a step it also moves on by that after each read, so that work seems to take time.
 class VirtualClock final : public Clock {
  public:
-   explicit VirtualClock( double start ) : now_( start ) {}
+   explicit VirtualClock( double start, double step = 0 ) : now_( start ), step_( step ) {}
 
-   [[nodiscard]] double now() const override { return now_; }
+   [[nodiscard]] double now() const override {
+      double const read = now_;
+      now_ += step_;
+      return read;
+   }
+   // A time that the steps have passed already changes nothing.
    void nowIs( double t ) {
-      KEL_ASSERT( t >= now_ );
-      now_ = t;
+      KEL_ASSERT( t >= now_ || step_ > 0 );
+      if( t > now_ ) now_ = t;
    }
 
  private:
-   double now_;
+   mutable double now_;
+   double const step_;
 };
 
 // Moves on by `step` seconds after each read, so that everything seems to take time. The first read gives `start`.

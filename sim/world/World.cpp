@@ -24,8 +24,8 @@ void forgetReactors( Kel::Entity const & e ) {
 
 }  // namespace
 
-World::World( std::string const & plugin, double startTime )
-   : clock_( new Kel::VirtualClock( startTime ) ),
+World::World( std::string const & plugin, double startTime, double clockStep )
+   : clock_( new Kel::VirtualClock( startTime, clockStep ) ),
      loop_( Kel::Ptr<Kel::Clock>( clock_ ) ),
      database_( new Dovra::EntityManager ),
      state_( *database_ ),

@@ -20,7 +20,8 @@ namespace Sim {
 class World {
  public:
    // Throws Plugin::LoadError when the plug-in's shared object cannot be loaded. One world at a time: the loop is the process's.
-   World( std::string const & plugin, double startTime );
+   // With a clock step, in seconds, the clock moves on a little with each fresh read, as it does for real work.
+   World( std::string const & plugin, double startTime, double clockStep = 0 );
    World( World const & ) = delete;
    World & operator=( World const & ) = delete;
    ~World();
