@@ -1,10 +1,12 @@
 // The tracker's backlog under a burst: slices that end in time, go on where they stopped, and take each interface once.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <charconv>
+#include <functional>
 
+#include "DrainStory.h"
 #include "brisklog/Brisklog.h"
-#include "world/World.h"
 
 namespace Test {
 
@@ -79,14 +81,69 @@ TEST_F( Backlog, goesOnAtItsBookmarkAndComesRoundToTheSmallest ) {
    std::string const bookmark = dumped( "bookmark" );
    EXPECT_NE( bookmark, "" );
    worked_.clear();
-   linkIs(
-      1, Interface::IntfOperStatus::down );  // before the bookmark: it has to wait until the others have had their turn
+   // Before the bookmark: it has to wait until the others have had their turn.
+   linkIs( 1, Interface::IntfOperStatus::down );
    world_.advance( 0 );
    ASSERT_GT( worked_.size(), 2u );
    EXPECT_EQ( worked_.front(), bookmark );
    EXPECT_EQ( worked_[worked_.size() - 2], "Ethernet120" );
    EXPECT_EQ( worked_.back(), "Ethernet1" );
    EXPECT_EQ( dumped( "bookmark" ), "" );
+}
+
+// Plays the host that hears of a monitor's end, inside the work that ended it, and finds the link up again.
+class ComesBack final : public Kel::Watcher {
+ public:
+   ComesBack( Maintenance::MonIntfStatusDir const & dir, std::function<void()> hear )
+      : dir_( dir ), hear_( std::move( hear ) ) {
+      dir_.watcherIs( *this );
+   }
+   ~ComesBack() override { dir_.watcherDel( *this ); }
+   void onAttribute( Kel::Entity const &, Kel::AttributeInfo const & attribute, std::string const * ) override {
+      if( attribute.name() == "monIntfStatus" && dir_.monIntfStatuss() == 0 ) hear_();
+   }
+
+ private:
+   Maintenance::MonIntfStatusDir const & dir_;
+   std::function<void()> const hear_;
+};
+
+class BacklogStory : public DrainStory {};
+
+TEST_F( BacklogStory, anInterfaceThatItsOwnWorkQueuesComesAgain ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   int ended = 0;
+   ComesBack const host( *state_.monIntfStatus, [&] {
+      ++ended;
+      link( "Ethernet1", Interface::IntfOperStatus::up );
+   } );
+   link( "Ethernet1", Interface::IntfOperStatus::down );
+   advance( 0 );
+   EXPECT_EQ( ended, 1 );
+   ASSERT_TRUE( monitored( "Ethernet1" ) );
+   advance( 30_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 3u );
+}
+
+TEST_F( BacklogStory, whatCannotBeMonitoredIsCountedAndDropped ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   for( auto const * intf : { "Ethernet1.5", "Loopback0", "Cpu" } ) {
+      state_.groupStatus->statusIs( "fabric" )->intfIs( Lumo::IntfId( intf ), true );
+      state_.intfToGroup->intfToGroupIs( Lumo::IntfId( intf ) )->groupIs( { Group::GroupType::intf, "fabric" }, true );
+      select( intf, "#DEFAULTPROFILE" );
+      link( intf, Interface::IntfOperStatus::up );
+   }
+   auto const started = counter( "numStartIntfMonInUnits" );
+   advance( 0 );
+   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), 3u );
+   EXPECT_EQ( counter( "numStartIntfMonInUnits" ), started );
+   EXPECT_EQ( state_.monIntfStatus->monIntfStatuss(), 1u );
+   advance( 0 );
+   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), 3u );
 }
 
 // On a clock of which one read takes longer than a slice may.
