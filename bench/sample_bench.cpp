@@ -10,6 +10,7 @@
 // to be told, and nobody is. Framework trace lines are disabled and all ring trace levels enabled, which is the
 // default.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <memory>
@@ -45,6 +46,14 @@ std::vector<IntfId> ethernets( int64_t count ) {
    return intfs;
 }
 
+// The pages that are resident, without those that freed memory still holds.
+double residentBytes() {
+   malloc_trim( 0 );
+   int64_t total = 0, resident = 0;  // pages
+   std::ifstream( "/proc/self/statm" ) >> total >> resident;
+   return static_cast<double>( resident * sysconf( _SC_PAGESIZE ) );
+}
+
 class Agent {
  public:
    explicit Agent( int64_t intfCount ) : intfs_( ethernets( intfCount ) ) {
@@ -53,13 +62,15 @@ class Agent {
       makeUnit();
       Maintenance::DefaultPluginLoader().initPlugins( context_ );
       loop_.runUntil( *clock_, clock_->now() );
+      residentBeforeEntry_ = residentBytes();
       enter();
       intervalPasses();  // so that every interface has rates
-      samplesBefore_ = samples();
    }
    Agent( Agent const & ) = delete;
    Agent & operator=( Agent const & ) = delete;
    ~Agent() { pluginDir_->entityDel( "rateMonPlugin" ); }
+
+   [[nodiscard]] double residentBeforeEntry() const { return residentBeforeEntry_; }  // bytes
 
    // From now on every turn that samples finds the rows grown.
    void feedIs() {
@@ -71,12 +82,18 @@ class Agent {
    // Not inlined, so that a profiler can be told to count in here only.
    [[gnu::noinline]] void intervalPasses() { loop_.runUntil( *clock_, clock_->now() + sampleIntervalSeconds ); }
 
-   // Whether every interface was sampled once in each of that many intervals and still waits for its traffic to go.
-   [[nodiscard]] bool sampledOnceIn( int64_t intervals ) const {
-      return samples() - samplesBefore_ == intervals * static_cast<int64_t>( intfs_.size() ) &&
-             std::all_of( intfs_.begin(), intfs_.end(), [this]( IntfId intf ) {
-                return monitored( intf )->state() == Maintenance::MonIntfState::thresholdMonitoring;
-             } );
+   [[nodiscard]] int64_t samples() const {
+      int64_t sum = 0;
+      for( IntfId const intf : intfs_ ) {
+         auto const record = monitored( intf );
+         if( record ) sum += record->totalSamples();
+      }
+      return sum;
+   }
+   [[nodiscard]] bool allStillMonitored() const {
+      return std::all_of( intfs_.begin(), intfs_.end(), [this]( IntfId intf ) {
+         return monitored( intf )->state() == Maintenance::MonIntfState::thresholdMonitoring;
+      } );
    }
 
  private:
@@ -117,14 +134,6 @@ class Agent {
    [[nodiscard]] Kel::Ptr<Maintenance::MonIntfStatus const> monitored( IntfId intf ) const {
       return state_.monIntfStatus->monIntfStatus( intf );
    }
-   [[nodiscard]] int64_t samples() const {
-      int64_t sum = 0;
-      for( IntfId const intf : intfs_ ) {
-         auto const record = monitored( intf );
-         if( record ) sum += record->totalSamples();
-      }
-      return sum;
-   }
 
    std::vector<IntfId> const intfs_;
    Kel::Ptr<Kel::VirtualClock> const clock_ = new Kel::VirtualClock( 1000 );
@@ -136,31 +145,57 @@ class Agent {
    Kel::Ptr<KelQuill::EntityManager> const quill_ = new KelQuill::EntityManager( writer_.table() );
    Maintenance::PluginContext context_{ pluginDir_, database_, quill_ };
    uint64_t octets_ = 0;
-   int64_t samplesBefore_ = 0;
+   double residentBeforeEntry_ = 0;  // bytes
 };
 
-void measure( benchmark::State & state, Agent & agent ) {
+// An agent with what it took to set it up.
+struct Measured {
+   std::unique_ptr<Agent> agent;
+   int64_t intfCount = 0;
+   bool fed = false;
+   double setUpSeconds = 0;
+   double bytesPerInterface = 0, bytesPerMonitored = 0;
+};
+
+Measured current;  // one at a time, since the loop is the process's
+
+void currentIs( int64_t intfCount, bool fed ) {
+   if( current.agent && current.intfCount == intfCount && current.fed == fed ) return;
+   current = {};
+   double const residentAtStart = residentBytes();
+   auto const begin = std::chrono::steady_clock::now();
+   auto agent = std::make_unique<Agent>( intfCount );
+   std::chrono::duration<double> const took = std::chrono::steady_clock::now() - begin;
+   double const resident = residentBytes();
+   auto const count = static_cast<double>( intfCount );
+   double const perMonitored = ( resident - agent->residentBeforeEntry() ) / count;
+   if( fed ) agent->feedIs();
+   current = { std::move( agent ), intfCount, fed, took.count(), ( resident - residentAtStart ) / count, perMonitored };
+}
+
+benchmark::Counter timePerSample( int64_t samples ) {
+   return { static_cast<double>( samples ), benchmark::Counter::kIsRate | benchmark::Counter::kInvert };
+}
+
+void measure( benchmark::State & state, bool fed ) {
+   currentIs( state.range( 0 ), fed );
+   Agent & agent = *current.agent;
+   int64_t const before = agent.samples();
    for( auto _ : state ) agent.intervalPasses();
-   if( !agent.sampledOnceIn( static_cast<int64_t>( state.iterations() ) ) ) {
+   int64_t const samples = agent.samples() - before;
+   if( samples != static_cast<int64_t>( state.iterations() ) * state.range( 0 ) || !agent.allStillMonitored() ) {
       state.SkipWithError( "not every interface was sampled in every interval" );
       return;
    }
-   auto const samples = static_cast<int64_t>( state.iterations() ) * state.range( 0 );
    state.SetItemsProcessed( samples );
-   state.counters["time/sample"] =
-      benchmark::Counter( static_cast<double>( samples ), benchmark::Counter::kIsRate | benchmark::Counter::kInvert );
+   state.counters["time/sample"] = timePerSample( samples );
+   state.counters["setup_s"] = current.setUpSeconds;
+   state.counters["bytes/interface"] = current.bytesPerInterface;
+   state.counters["bytes/monitored"] = current.bytesPerMonitored;
 }
 
-void sample( benchmark::State & state ) {
-   Agent agent( state.range( 0 ) );
-   measure( state, agent );
-}
-
-void sampleWithFeed( benchmark::State & state ) {
-   Agent agent( state.range( 0 ) );
-   agent.feedIs();
-   measure( state, agent );
-}
+void sample( benchmark::State & state ) { measure( state, false ); }
+void sampleWithFeed( benchmark::State & state ) { measure( state, true ); }
 
 // The same work by hand, the least that it can cost: a hashed wheel of rings, one plain struct for each interface, one sum of
 // unsigned numbers, and a ring of binary messages.
@@ -169,7 +204,7 @@ class ByHand {
    explicit ByHand( int64_t count ) : intfs_( static_cast<std::size_t>( count ) ), slots_( 64 ), ring_( ringSize ) {
       for( Intf & intf : intfs_ ) arm( intf );
    }
-   void intervalPasses() {
+   [[gnu::noinline]] void intervalPasses() {
       for( uint64_t n = 0; n < interval; ++n ) tickPasses();
    }
    [[nodiscard]] int64_t samples() const { return samples_; }
@@ -253,17 +288,30 @@ void byHand( benchmark::State & state ) {
    ByHand box( state.range( 0 ) );
    box.intervalPasses();
    int64_t const before = box.samples();
-   for( auto _ : state ) box.intervalPasses();
-   auto const samples = box.samples() - before;
+   for( auto _ : state ) {
+      benchmark::DoNotOptimize( box );  // nothing of it may be taken for known
+      box.intervalPasses();
+      benchmark::ClobberMemory();
+   }
+   int64_t const samples = box.samples() - before;
    state.SetItemsProcessed( samples );
-   state.counters["time/sample"] =
-      benchmark::Counter( static_cast<double>( samples ), benchmark::Counter::kIsRate | benchmark::Counter::kInvert );
+   state.counters["time/sample"] = timePerSample( samples );
 }
 
-BENCHMARK( byHand )->Arg( 1000 )->Arg( 10'000 )->Arg( 100'000 )->Arg( 1'000'000 )->Unit( benchmark::kMicrosecond );
-BENCHMARK( sample )->Arg( 1000 )->Arg( 10'000 )->Arg( 100'000 )->Arg( 1'000'000 )->Unit( benchmark::kMicrosecond );
+void sizes( benchmark::internal::Benchmark * bench ) {
+   bench->Arg( 1000 )->Arg( 10'000 )->Arg( 100'000 )->Arg( 1'000'000 )->Unit( benchmark::kMicrosecond );
+}
+
+BENCHMARK( byHand )->Apply( sizes );
+BENCHMARK( sample )->Apply( sizes );
 BENCHMARK( sampleWithFeed )->Arg( 100 )->Arg( 1000 )->Arg( 10'000 )->Arg( 100'000 )->Unit( benchmark::kMicrosecond );
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main( int argc, char ** argv ) {
+   benchmark::Initialize( &argc, argv );
+   if( benchmark::ReportUnrecognizedArguments( argc, argv ) ) return 1;
+   benchmark::RunSpecifiedBenchmarks();
+   current = {};  // before the globals that it rests on
+   benchmark::Shutdown();
+}
