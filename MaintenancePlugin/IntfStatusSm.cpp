@@ -80,8 +80,9 @@ class IntfStatusSm::KelGroupToUnit final : public Maintenance::GroupToUnit::Noti
    }
    void onUnitName( Kel::Name unitName ) override { handleGroupToUnitMembershipChange( unitName ); }
    void onUnitNamekelImmediate() override {
-      for( auto [unitName, present] : notifier()->unitNameIteratorConst() )
-         handleGroupToUnitMembershipChange( unitName );
+      for( auto [unitName, present] : notifier()->unitNameIteratorConst() ) {
+         if( present ) handleGroupToUnitMembershipChange( unitName );
+      }
    }
 
  private:
@@ -237,16 +238,13 @@ namespace {
                           " parameter to mutator for MaintenanceMode::IntfStatusSm::" + attribute + " not allowed\"" );
 }
 
-// The reactor of a record's key, made when there is none, watching this very record.
+// A reactor on this very record; one on a former record of the same key goes.
 template<class Reactors, class Record>
 void watch( Reactors & reactors, auto const & key, Record const & record, IntfStatusSm & owner ) {
-   using Reactor = typename Reactors::mapped_type::element_type;
-   auto const present = reactors.find( key );
-   if( present == reactors.end() ) {
-      reactors.emplace( key, std::make_unique<Reactor>( owner, record ) );
-   } else {
-      present->second->notifierIs( record );
-   }
+   auto & reactor = reactors[key];
+   if( reactor && reactor->notifier() == record ) return;
+   reactor = nullptr;
+   reactor = std::make_unique<typename Reactors::mapped_type::element_type>( owner, record );
 }
 
 }  // namespace

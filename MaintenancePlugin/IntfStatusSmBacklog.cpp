@@ -32,7 +32,8 @@ uint64_t IntfStatusSm::workBacklog( Kel::Seconds deadline ) {
    if( !next ) next = backlog_.firstKey();
    while( next ) {
       Lumo::IntfId const intfId = *next;
-      if( count > 0 && codefClock()->now() >= deadline ) {
+      bool const late = codefClock()->now() >= deadline;
+      if( count > 0 && late ) {
          TRACE_AS( 4, "processBacklog", "Pausing backlog processing at " << intfId );
          RING( 3, "Pausing backlog processing at {}", intfId );
          bookmarkIs( intfId );

@@ -88,6 +88,7 @@ TEST_F( Backlog, goesOnAtItsBookmarkAndComesRoundToTheSmallest ) {
    EXPECT_EQ( worked_.front(), bookmark );
    EXPECT_EQ( worked_[worked_.size() - 2], "Ethernet120" );
    EXPECT_EQ( worked_.back(), "Ethernet1" );
+   EXPECT_GT( slices_.back(), 1u );  // it did not need a slice of its own
    EXPECT_EQ( dumped( "bookmark" ), "" );
 }
 
