@@ -16,43 +16,24 @@ namespace {
 constexpr double never = std::numeric_limits<double>::infinity();
 }
 
-class IntfMonSm::KelClock final : public Brim::TimerWheel::NotifieeConst {
- public:
-   explicit KelClock( IntfMonSm & owner ) : NotifieeConst( owner.timerWheel_, owner ), owner_( owner ) {}
-   void onTime() override { owner_.handleTimeout(); }
-
- private:
-   IntfMonSm & owner_;
-};
-
-class IntfMonSm::KelIntfProfile final : public IntfMaintenanceProfile::Config::NotifieeConst {
- public:
-   KelIntfProfile( IntfMonSm & owner, Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile )
-      : Reactor( owner ), owner_( owner ) {
-      notifierIs( profile );
-   }
-   void onShutdown() override { owner_.handleProfileUpdate(); }
-
- private:
-   IntfMonSm & owner_;
-};
-
 IntfMonSm::IntfMonSm( Lumo::IntfId id, Kel::Ptr<Brim::TimerWheel> const & wheel,
                       Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile, RateMonSm * root,
                       Kel::Ptr<MonitoredIntf> const & sampler, MonIntfState initial )
-   : intfId_( id ), rootSm_( root ), monitoredIntf_( sampler ), initialState_( initial ), timerWheel_( wheel ) {
+   : intfId_( id ),
+     rootSm_( root ),
+     monitoredIntf_( sampler ),
+     initialState_( initial ),
+     clock_( *this, wheel ),
+     intfProfile_( *this ) {
    hasNotificationActiveIs( false );
-   clock_ = std::make_unique<KelClock>( *this );
-   intfProfile_ = std::make_unique<KelIntfProfile>( *this, profile );
+   intfProfile_.notifierIs( profile );
    handleInitialized();
 }
-
-IntfMonSm::~IntfMonSm() = default;
 
 void IntfMonSm::prepareToDie() {
    kelDoZombieReactors( true );
    stopTimer();
-   intfProfile_->notifierIs( nullptr );
+   intfProfile_.notifierIs( nullptr );
 }
 
 void IntfMonSm::handleInitialized() {
@@ -70,17 +51,13 @@ void IntfMonSm::handleInitialized() {
    initializedIs( true );
 }
 
-Kel::Ptr<IntfMaintenanceProfile::Config const> const & IntfMonSm::intfProfile() const {
-   return intfProfile_->notifier();
-}
-
 void IntfMonSm::intfProfileIs( Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile ) {
    if( !profile ) {
       TRACE( 5, "intf " << intfId() << ", no profile to apply, keeping " << intfProfile()->profileName() );
       return;
    }
    if( profile == intfProfile() ) return;
-   intfProfile_->notifierIs( profile );
+   intfProfile_.notifierIs( profile );
    handleProfileUpdate();
    handleProfile();
 }
@@ -216,12 +193,12 @@ void IntfMonSm::setMonitoringTimer() {
    KEL_ASSERT_TEXT( false, "0" );
 }
 
-void IntfMonSm::setThresholdMonitoringTimeout() { clock_->timeMinIs( Kel::now() + intfProfile()->sampleInterval() ); }
+void IntfMonSm::setThresholdMonitoringTimeout() { clock_.timeMinIs( Kel::now() + intfProfile()->sampleInterval() ); }
 
 void IntfMonSm::setPassiveMonitoringTimeout() {
-   clock_->timeMinIs( isShutDown() ? never : Kel::now() + 2 * intfProfile()->sampleInterval() );
+   clock_.timeMinIs( isShutDown() ? never : Kel::now() + 2 * intfProfile()->sampleInterval() );
 }
 
-void IntfMonSm::stopTimer() { clock_->timeMinIs( never ); }
+void IntfMonSm::stopTimer() { clock_.timeMinIs( never ); }
 
 }  // namespace MaintenanceMode

@@ -29,16 +29,16 @@ class IntfMonSm final : public Kel::Entity {
    KEL_ATTR( bool, initialized )
    KEL_ENTITY_END
 
-   ~IntfMonSm() override;
-
    [[nodiscard]] Maintenance::MonIntfState state() const { return state_; }
    void stateIs( Maintenance::MonIntfState state );
 
    // The profile in force. Replacing it applies it at once; null keeps the one there is.
-   [[nodiscard]] Kel::Ptr<IntfMaintenanceProfile::Config const> const & intfProfile() const;
+   [[nodiscard]] Kel::Ptr<IntfMaintenanceProfile::Config const> const & intfProfile() const {
+      return intfProfile_.notifier();
+   }
    void intfProfileIs( Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile );
 
-   [[nodiscard]] Kel::Ptr<Brim::TimerWheel> const & clock() const { return timerWheel_; }
+   [[nodiscard]] Kel::Ptr<Brim::TimerWheel> const & clock() const { return clock_.notifier(); }
 
    void handleInitialized();
    void handleState();
@@ -53,8 +53,24 @@ class IntfMonSm final : public Kel::Entity {
 
  private:
    friend class RateMonSm;  // its factory
-   class KelClock;
-   class KelIntfProfile;
+
+   class KelClock final : public Brim::TimerWheel::NotifieeConst {
+    public:
+      KelClock( IntfMonSm & owner, Kel::Ptr<Brim::TimerWheel> const & wheel )
+         : NotifieeConst( wheel, owner ), owner_( owner ) {}
+      void onTime() override { owner_.handleTimeout(); }
+
+    private:
+      IntfMonSm & owner_;
+   };
+   class KelIntfProfile final : public IntfMaintenanceProfile::Config::NotifieeConst {
+    public:
+      explicit KelIntfProfile( IntfMonSm & owner ) : Reactor( owner ), owner_( owner ) {}
+      void onShutdown() override { owner_.handleProfileUpdate(); }
+
+    private:
+      IntfMonSm & owner_;
+   };
 
    IntfMonSm( Lumo::IntfId intfId, Kel::Ptr<Brim::TimerWheel> const & timerWheel,
               Kel::Ptr<IntfMaintenanceProfile::Config const> const & intfProfile, RateMonSm * rootSm,
@@ -87,10 +103,9 @@ class IntfMonSm final : public Kel::Entity {
    [[nodiscard]] Maintenance::MonIntfStatus & record() const { return *monitoredIntf()->monIntfStatus(); }
    [[nodiscard]] bool isShutDown() const;
 
-   Kel::Ptr<Brim::TimerWheel> const timerWheel_;
    Maintenance::MonIntfState state_ = Maintenance::MonIntfState::notMonitoring;
-   std::unique_ptr<KelClock> clock_;
-   std::unique_ptr<KelIntfProfile> intfProfile_;
+   KelClock clock_;
+   KelIntfProfile intfProfile_;
 };
 
 }  // namespace MaintenanceMode

@@ -11,6 +11,32 @@ namespace MaintenanceMode {
 using Interface::IntfRates;
 using Maintenance::Unit::TrafficRates;
 
+namespace {
+
+// Records of units in their order. Nearly always there is just one, which takes no memory of its own.
+class UnitStatuses {
+ public:
+   using Status = Kel::Ptr<Maintenance::Unit::Status>;
+
+   [[nodiscard]] std::size_t size() const { return size_; }
+   [[nodiscard]] Status const & operator[]( std::size_t i ) const { return i == 0 ? first_ : ( *others_ )[i - 1]; }
+   void append( Status const & unit ) {
+      if( ++size_ == 1 ) {
+         first_ = unit;
+         return;
+      }
+      if( !others_ ) others_ = std::make_unique<std::vector<Status>>();
+      others_->push_back( unit );
+   }
+
+ private:
+   uint32_t size_ = 0;
+   Status first_;
+   std::unique_ptr<std::vector<Status>> others_;
+};
+
+}  // namespace
+
 // The rates of one interface. The records of the units that they count for are looked up by name once, and again when the
 // interface joins or leaves a unit or a unit's record comes or goes.
 class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntfStatus::NotifieeConst {
@@ -28,8 +54,8 @@ class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntf
    [[noreturn, gnu::cold]] void failWithoutStatus() const;
 
    IntfRateAggregatorSm & owner_;
-   std::vector<Kel::Ptr<Maintenance::Unit::Status>> units_;  // null where a unit has no record
-   uint64_t unitsKnownIn_ = 0;                               // the epoch in which `units_` was made, 0 for none
+   uint32_t unitsKnownIn_ = 0;  // the epoch in which `units_` was made, 0 for none
+   UnitStatuses units_;         // null where a unit has no record
 };
 
 class IntfRateAggregatorSm::KelMonitoredIntf final : public MonitoredIntf::NotifieeConst {
@@ -204,9 +230,9 @@ bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
                 "ERROR:MonitoredIntf object does not exist for the interface " << intfId << " whose rate changed" );
       return false;
    }
-   units_.clear();
+   units_ = {};
    for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
-      units_.push_back( owner_.unitStatusDir()->status( unitName ) );
+      units_.append( owner_.unitStatusDir()->status( unitName ) );
    }
    unitsKnownIn_ = owner_.unitStatusEpoch_;
    return true;

@@ -60,8 +60,8 @@ class IntfRateAggregatorSm final : public Kel::Entity {
 
    std::unordered_map<Lumo::IntfId, std::unique_ptr<KelMonitoredIntf>> monitoredIntf_;
    std::unordered_map<Lumo::IntfId, std::unique_ptr<KelMonIntfStatus>> monIntfStatus_;
-   uint64_t unitStatusEpoch_ =
-      1;  // moves when a unit's record comes or goes: what was looked up by name is looked up anew
+   // Moves when a unit's record comes or goes: what was looked up by name is looked up anew.
+   uint32_t unitStatusEpoch_ = 1;
    std::unique_ptr<KelMonIntfDir> monIntfDirReactor_;
    std::unique_ptr<KelMonIntfStatusDir> monIntfStatusDirReactor_;
    std::unique_ptr<KelUnitStatusDir> unitStatusDirReactor_;

@@ -42,13 +42,13 @@ class IntfCounterInfo final : public Kel::Entity {
 
 class MonitoredIntf final : public Kel::Entity {
    KEL_MACHINE( MonitoredIntf, "MaintenanceMode::MonitoredIntf", Lumo::IntfId, intfId )
+   KEL_ATTR( bool, initialized )  // the first sample has been taken
    KEL_REF( RateMonSm *, rootSm )
    KEL_REF( Kel::Ptr<Maintenance::MonIntfStatus>, monIntfStatus )
    // The units that wait for this interface's drain result; always true.
    KEL_MAP( bool, Kel::String8, dependentUnit, onDependentUnit )
    // By Ethernet interface, made on its first sample, kept until the sampler goes.
    KEL_CHILDREN( IntfCounterInfo, Lumo::IntfId, memberTrafficCounters, onMemberTrafficCounters )
-   KEL_ATTR( bool, initialized )  // the first sample has been taken
    KEL_ENTITY_END
 
    MonitoredIntf( Lumo::IntfId intfId, RateMonSm * rootSm, Kel::String8 const & profileName );

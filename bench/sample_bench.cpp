@@ -122,6 +122,7 @@ class Agent {
          member->selectedProfileIs( ProfileType::interface, { profileName } );
          state_.intfStatus->intfStatusIs( intf )->operStatusIs( Interface::IntfOperStatus::up );
          writer_.rowIs( intf );
+         writer_.countersIs( intf, { uint64_t{ 0 }, uint64_t{ 0 }, Kel::now() } );
       }
       state_.groupToUnit->groupToUnitIs( unitGroup() )->unitNameIs( Kel::Name( unitName.str() ), true );
       auto const unit = state_.unitStatus->statusIs( unitName );

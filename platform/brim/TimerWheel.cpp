@@ -3,24 +3,26 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <utility>
 
 namespace Brim {
 
 namespace {
 
 constexpr uint32_t maxSpanTicks = 1u << 20;
-constexpr double earlyTicks = 1.0 / 8;  // how far before its time a timer may fire
-constexpr unsigned levelBits = 6;       // an upper level has one word of slots
+constexpr double earlyTicks = 1.0 / 8;
+constexpr unsigned levelBits = 6;  // an upper level has one word of slots
 constexpr std::size_t wordBits = 64;
 constexpr unsigned tickBits = 62;
 constexpr uint64_t lastTick = ( uint64_t{ 1 } << tickBits ) - 1;  // stands for all that is later still
 constexpr uint64_t noTick = ~uint64_t{ 0 };
 constexpr std::size_t noSlot = ~std::size_t{ 0 };
+constexpr std::size_t fetchAhead = 6;  // timers: what one takes to come from memory, others take to fire
 
 // Ticks that may be fractional, negative or beyond any number, as a number of ticks.
 uint64_t wholeTicks( double ticks ) {
    if( !( ticks > 0 ) ) return 0;
-   return ticks < static_cast<double>( lastTick ) ? static_cast<uint64_t>( ticks ) : lastTick;
+   return ticks < static_cast<double>( lastTick ) ? static_cast<uint64_t>( static_cast<int64_t>( ticks ) ) : lastTick;
 }
 
 }  // namespace
@@ -33,29 +35,13 @@ class TimerWheel::Delivery {
    Delivery & operator=( Delivery const & ) = delete;
    ~Delivery() {
       wheel_.delivering_ = false;
+      wheel_.tidy();
       wheel_.sleep();
    }
 
  private:
    TimerWheel & wheel_;
 };
-
-void TimerWheel::Link::insertBefore( Link & other ) {
-   prev = other.prev;
-   next = &other;
-   prev->next = next->prev = this;
-}
-
-void TimerWheel::Link::unlink() {
-   prev->next = next;
-   next->prev = prev;
-   prev = next = this;
-}
-
-void TimerWheel::Link::takeAll( Link & other ) {
-   insertBefore( other );
-   other.unlink();
-}
 
 Kel::Ptr<TimerWheel> TimerWheel::TimerWheelIs( Kel::Ptr<Kel::ActivityConfig> const & activityConfig,
                                                Kel::Ptr<Kel::Clock> const & clock, uint32_t tickMsecs,
@@ -71,6 +57,9 @@ Kel::Ptr<TimerWheel> TimerWheel::TimerWheelIs( Kel::Ptr<Kel::ActivityConfig> con
 TimerWheel::TimerWheel( Kel::Ptr<Kel::Clock> const & clock, double tickSeconds, uint32_t initialMaxTicks )
    : creationTime_( Kel::now() ),
      tickSeconds_( tickSeconds ),
+     ticksPerSecond_( 1 / tickSeconds ),
+     early_( earlyTicks * tickSeconds ),
+     roundingTicks_( 0x1p-18 + 0x1p-50 * creationTime_ * ticksPerSecond_ ),
      spanBits_( static_cast<unsigned>( std::bit_width( initialMaxTicks - 1 ) ) ),
      upperSlots_( std::max( wordBits, std::size_t{ 1 } << spanBits_ ) ),
      wakeTick_( noTick ),
@@ -78,47 +67,98 @@ TimerWheel::TimerWheel( Kel::Ptr<Kel::Clock> const & clock, double tickSeconds, 
      occupied_( slots_.size() / wordBits ),
      clock_( clock, *this ) {}
 
-TimerWheel::~TimerWheel() {
-   Kel::NotifieeList::Delivery all( attached_ );
-   while( auto * const timer = static_cast<NotifieeConst *>( all.next() ) ) {
-      timer->wheel_ = nullptr;
-      timer->timeMin_ = Kel::never;
-   }
-}
-
 double TimerWheel::tickTime( uint64_t tick ) const {
-   return creationTime_ + static_cast<double>( tick ) * tickSeconds_;
+   return creationTime_ + static_cast<double>( static_cast<int64_t>( tick ) ) * tickSeconds_;
 }
 
-// The division may be off by a rounding error; what decides is tickTime(), here and below.
+// The product may be off by a rounding error; what decides is tickTime(), here and below.
 uint64_t TimerWheel::tickAt( double t ) const {
-   uint64_t const tick = wholeTicks( ( t - creationTime_ ) / tickSeconds_ );
+   uint64_t const tick = wholeTicks( ( t - creationTime_ ) * ticksPerSecond_ );
    if( tickTime( tick + 1 ) <= t ) return tick + 1;
    return tick > 0 && tickTime( tick ) > t ? tick - 1 : tick;
 }
 
-uint64_t TimerWheel::tickFor( double t ) const {
-   double const early = earlyTicks * tickSeconds_;
-   uint64_t const tick = wholeTicks( ( t - early - creationTime_ ) / tickSeconds_ + 1 );
-   if( tick > 0 && tickTime( tick - 1 ) + early >= t ) return tick - 1;
-   return tick < lastTick && tickTime( tick ) + early < t ? tick + 1 : tick;
+uint64_t TimerWheel::tickForExactly( double t ) const {
+   uint64_t const tick = wholeTicks( ( t - early_ - creationTime_ ) * ticksPerSecond_ + 1 );
+   if( tick > 0 && tickTime( tick - 1 ) + early_ >= t ) return tick - 1;
+   return tick < lastTick && tickTime( tick ) + early_ < t ? tick + 1 : tick;
 }
 
-void TimerWheel::arm( NotifieeConst & timer ) {
+// Hardly ever is a time so near to the edge between two ticks that it takes more than the product.
+inline uint64_t TimerWheel::tickFor( double t ) const {
+   double const ticks = ( t - early_ - creationTime_ ) * ticksPerSecond_;
+   if( ticks > 0 && ticks < 0x1p31 ) [[likely]] {
+      auto const whole = static_cast<int64_t>( ticks );
+      double const part = ticks - static_cast<double>( whole );
+      if( part > roundingTicks_ && part < 1 - roundingTicks_ ) [[likely]]
+         return static_cast<uint64_t>( whole + 1 );
+   }
+   return tickForExactly( t );
+}
+
+// A timer is in the lowest level whose present block holds its tick. So all timers of one tick are in one slot at any time,
+// and a slot that moves down as a whole keeps their order.
+inline std::size_t TimerWheel::slotOf( uint64_t tick ) const {
+   uint64_t const apart = tick ^ current_;
+   if( apart >> spanBits_ == 0 ) [[likely]]
+      return tick & ( ( uint64_t{ 1 } << spanBits_ ) - 1 );
+   unsigned const level = ( static_cast<unsigned>( std::bit_width( apart ) ) - spanBits_ - 1 ) / levelBits;
+   return upperSlots_ + level * wordBits + ( tick >> ( spanBits_ + levelBits * level ) ) % wordBits;
+}
+
+inline std::size_t TimerWheel::file( NotifieeConst & timer ) {
+   std::size_t const number = slotOf( timer.tick_ );
+   Slot & slot = slots_[number];
+   if( !slot.last || slot.last->used == Chunk::size ) [[unlikely]] {
+      Chunk & chunk = newChunk();
+      ( slot.last ? slot.last->next : slot.first ) = &chunk;
+      slot.last = &chunk;
+      occupied_[number / wordBits] |= uint64_t{ 1 } << number % wordBits;
+   }
+   timer.place_ = &slot.last->timers[slot.last->used++];
+   *timer.place_ = &timer;
+   ++places_;
+   return number;
+}
+
+inline void TimerWheel::release( NotifieeConst & timer ) {
+   *timer.place_ = nullptr;
+   timer.timeMin_ = Kel::never;
+   --armed_;
+}
+
+inline void TimerWheel::fetch( Chunk const & chunk, std::size_t i ) {
+   if( i < chunk.used ) __builtin_prefetch( chunk.timers[i] );
+}
+
+inline void TimerWheel::arm( NotifieeConst & timer ) {
    uint64_t const passed = delivering_ ? current_ : std::max( current_, tickAt( Kel::now() ) );
    // Ticks at which the wheel slept had no timers, so going past them delivers them.
    if( wakeTick_ > passed ) current_ = passed;
    timer.tick_ = std::max( tickFor( timer.timeMin_ ), passed + 1 );
    ++armed_;
-   uint64_t const due = begin( file( timer ) );
-   if( !delivering_ && due < wakeTick_ ) sleepUntil( due );
+   std::size_t const slot = file( timer );
+   if( delivering_ ) [[likely]]
+      return;
+   if( uint64_t const due = begin( slot ); due < wakeTick_ ) sleepUntil( due );
 }
 
 void TimerWheel::disarm( NotifieeConst & timer ) {
-   unfile( timer );
-   timer.timeMin_ = Kel::never;
-   --armed_;
-   if( !delivering_ && armed_ == 0 ) sleepUntil( noTick );
+   release( timer );
+   if( delivering_ ) return;
+   tidy();
+   if( armed_ == 0 ) sleepUntil( noTick );
+}
+
+// Takes the places of cancelled timers out of all slots once there are twice as many as timers.
+void TimerWheel::tidy() {
+   if( places_ - armed_ <= 2 * armed_ + ( armed_ > 0 ? Chunk::size : 0 ) ) [[likely]]
+      return;
+   for( std::size_t word = 0; word < occupied_.size(); ++word ) {
+      for( uint64_t bits = occupied_[word]; bits; bits &= bits - 1 ) {
+         refile( word * wordBits + static_cast<unsigned>( std::countr_zero( bits ) ) );
+      }
+   }
 }
 
 void TimerWheel::handleClock() {
@@ -141,15 +181,6 @@ unsigned TimerWheel::shift( std::size_t slot ) const {
    return spanBits_ + levelBits * static_cast<unsigned>( ( slot - upperSlots_ ) / wordBits );
 }
 
-// A timer is in the lowest level whose present block holds its tick. So all timers of one tick are in one slot at any time,
-// and a slot that moves down as a whole keeps their order.
-std::size_t TimerWheel::slotOf( uint64_t tick ) const {
-   unsigned const blockBits = static_cast<unsigned>( std::bit_width( tick ^ current_ ) );
-   if( blockBits <= spanBits_ ) return tick & ( ( uint64_t{ 1 } << spanBits_ ) - 1 );
-   unsigned const level = ( blockBits - spanBits_ - 1 ) / levelBits;
-   return upperSlots_ + level * wordBits + ( tick >> ( spanBits_ + levelBits * level ) ) % wordBits;
-}
-
 // The occupied slot that begins first. Lower levels are within the present block of the upper ones, so they come first;
 // in each level everything at or before the present position has moved down or fired.
 std::size_t TimerWheel::nextSlot() const {
@@ -165,40 +196,51 @@ uint64_t TimerWheel::begin( std::size_t slot ) const {
    return ( current_ >> bits >> levelBits << levelBits << bits ) + ( uint64_t{ slot % wordBits } << bits );
 }
 
-std::size_t TimerWheel::file( NotifieeConst & timer ) {
-   std::size_t const slot = slotOf( timer.tick_ );
-   timer.insertBefore( slots_[slot] );
-   occupied_[slot / wordBits] |= uint64_t{ 1 } << slot % wordBits;
-   return slot;
-}
-
-void TimerWheel::unfile( NotifieeConst & timer ) {
-   Link const * const neighbour = timer.next;
-   timer.unlink();
-   if( !neighbour->alone() ) return;
-   auto const slot = static_cast<std::size_t>( neighbour - slots_.data() );
-   occupied_[slot / wordBits] &= ~( uint64_t{ 1 } << slot % wordBits );
-}
-
-void TimerWheel::refile( std::size_t slot ) {
-   Link ring;
-   ring.takeAll( slots_[slot] );
-   occupied_[slot / wordBits] &= ~( uint64_t{ 1 } << slot % wordBits );
-   while( !ring.alone() ) {
-      auto & timer = static_cast<NotifieeConst &>( *ring.next );
-      timer.unlink();
-      file( timer );
+// Files the timers of a slot anew, in their order: into lower levels where the slot has begun, else without gaps.
+void TimerWheel::refile( std::size_t number ) {
+   Chunk * chunk = slots_[number].first;
+   clear( number );
+   while( chunk ) {
+      for( std::size_t i = 0; i < chunk->used; ++i ) {
+         fetch( *chunk, i + fetchAhead );
+         if( chunk->timers[i] ) file( *chunk->timers[i] );
+      }
+      chunk = recycled( *chunk );
    }
 }
 
 // Handlers may set, cancel and destroy any timer. Nothing that they set comes into this slot, for its tick has begun.
-void TimerWheel::fire( std::size_t slot ) {
-   Link const & ring = slots_[slot];
-   while( !ring.alone() ) {
-      auto & timer = static_cast<NotifieeConst &>( *ring.next );
-      disarm( timer );
-      if( timer.deliverable() ) timer.onTime();
+void TimerWheel::fire( std::size_t number ) {
+   Slot & slot = slots_[number];
+   while( Chunk * const chunk = slot.first ) {
+      for( std::size_t i = 0; i < chunk->used; ++i ) {
+         fetch( *chunk, i + fetchAhead );
+         NotifieeConst * const timer = chunk->timers[i];
+         if( !timer ) continue;
+         release( *timer );
+         if( timer->deliverable() ) timer->onTime();
+      }
+      slot.first = recycled( *chunk );
    }
+   clear( number );
+}
+
+void TimerWheel::clear( std::size_t number ) {
+   slots_[number] = {};
+   occupied_[number / wordBits] &= ~( uint64_t{ 1 } << number % wordBits );
+}
+
+TimerWheel::Chunk & TimerWheel::newChunk() {
+   Chunk & chunk = freeChunks_ ? *freeChunks_ : chunks_.emplace_back();
+   if( freeChunks_ ) freeChunks_ = chunk.next;
+   chunk.next = nullptr;
+   chunk.used = 0;
+   return chunk;
+}
+
+TimerWheel::Chunk * TimerWheel::recycled( Chunk & chunk ) {
+   places_ -= chunk.used;
+   return std::exchange( chunk.next, std::exchange( freeChunks_, &chunk ) );
 }
 
 void TimerWheel::sleep() {
@@ -211,24 +253,10 @@ void TimerWheel::sleepUntil( uint64_t tick ) {
    clock_.timeMinIs( tick == noTick ? Kel::never : tickTime( tick ) );
 }
 
-TimerWheel::NotifieeConst::NotifieeConst( Kel::Ptr<TimerWheel> const & wheel ) : wheel_( wheel.get() ) {
-   wheel_->attached_.append( *this );
-}
-
-TimerWheel::NotifieeConst::NotifieeConst( Kel::Ptr<TimerWheel> const & wheel, Kel::PtrInterface const & owner )
-   : NotifieeBase( owner ), wheel_( wheel.get() ) {
-   wheel_->attached_.append( *this );
-}
-
-TimerWheel::NotifieeConst::~NotifieeConst() {
-   if( !wheel_ ) return;
-   timeMinIs( Kel::never );
-   wheel_->attached_.remove( *this );
-}
+TimerWheel::NotifieeConst::~NotifieeConst() { timeMinIs( Kel::never ); }
 
 void TimerWheel::NotifieeConst::timeMinIs( double t ) {
    KEL_ASSERT( !std::isnan( t ) );
-   if( !wheel_ ) return;
    if( timeMin_ != Kel::never ) wheel_->disarm( *this );
    if( t == Kel::never ) return;
    timeMin_ = t;

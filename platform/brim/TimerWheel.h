@@ -1,21 +1,24 @@
 // A timer wheel: very many coarse timers for the price of one timer on the activity loop.
 //
-// Owned by the machine whose timers it carries; driven by one clock reactor. Time is cut into ticks counted from the
-// wheel's creation, the first one tick after it. A timer fires on the first tick not yet delivered that is at or after its
-// time, or up to 1/8 tick before it: re-armed for a whole number of ticks by a handler that runs a few milliseconds late,
-// it keeps its period. Set for now or the past it fires on the next tick. Timers of one tick fire in the order in which
-// they were set.
+// Owned by the machine whose timers it carries and by the timers; driven by one clock reactor. Time is cut into ticks
+// counted from the wheel's creation, the first one tick after it. A timer fires on the first tick not yet delivered that is
+// at or after its time, or up to 1/8 tick before it: re-armed for a whole number of ticks by a handler that runs a few
+// milliseconds late, it keeps its period. Set for now or the past it fires on the next tick. Timers of one tick fire in the
+// order in which they were set.
 //
 //    level 0   |.|.|.|x|.|.|.| ... |    one slot per tick of the present block of initialMaxTicks ticks
 //    level 1   |   .   |   x   |   ... one slot per block, whose timers move down as it begins
 //    level 2   |           .           |   ...           and so on, without end
 //
-// Setting, cancelling and firing cost O(1) each and allocate nothing, however far away the time is. The wheel sleeps
-// until the next tick that has a timer, or begins a block with one. When the loop was held up it delivers the ticks that
-// it missed in order, in one turn.
+// Setting, cancelling and firing cost O(1) each, however far away the time is. A slot is a queue in chunks: a timer is put at
+// its end without a look at any other, and while some fire, those behind them come from memory. Chunks that come free are
+// kept, so nothing is allocated once there are enough for the timers that are set. The wheel sleeps until the next tick that
+// has a timer or had one that was cancelled, or that begins a block with one. When the loop was held up it delivers the ticks
+// that it missed in order, in one turn.
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <vector>
 
 #include "kel/ActivityLoop.h"
@@ -27,30 +30,29 @@ class TimerWheel final : public Kel::PtrInterface {
    class NotifieeConst;
 
    // A wheel on `clock`, which the activity loop follows; `activityConfig` is null or the activity manager's own.
-   // `initialMaxTicks` (1 to 2^20) is the span that needs no second level. Order is always preserved, and slots are
-   // linked through the timers themselves, so that neither of the last two arguments changes anything.
+   // `initialMaxTicks` (1 to 2^20) is the span that needs no second level. Order is always preserved, and slots grow as
+   // they are filled, so that neither of the last two arguments changes anything.
    [[nodiscard]] static Kel::Ptr<TimerWheel> TimerWheelIs( Kel::Ptr<Kel::ActivityConfig> const & activityConfig,
                                                            Kel::Ptr<Kel::Clock> const & clock, uint32_t tickMsecs,
                                                            uint32_t initialMaxTicks, bool preserveOrder,
                                                            uint32_t defaultBucketSize );
-   // Its timers stay, and never fire again.
-   ~TimerWheel() override;
-
    [[nodiscard]] std::size_t timers() const { return armed_; }  // those that are set
    [[nodiscard]] double tickSeconds() const { return tickSeconds_; }
 
  private:
    class Delivery;
 
-   // A place in a slot's ring; by itself, an empty ring.
-   struct Link {
-      Link * prev = this;
-      Link * next = this;
+   // Places of timers, in the order in which they were set; null where one was cancelled or has fired.
+   struct Chunk {
+      static constexpr std::size_t size = 62;
 
-      [[nodiscard]] bool alone() const { return next == this; }
-      void insertBefore( Link & other );
-      void unlink();
-      void takeAll( Link & other );  // this is alone; afterwards `other` is
+      Chunk * next;
+      std::size_t used;
+      NotifieeConst * timers[size];
+   };
+   struct Slot {
+      Chunk * first = nullptr;
+      Chunk * last = nullptr;  // only it has room
    };
    class KelClock final : public Kel::Clock::NotifieeConst {
     public:
@@ -66,6 +68,7 @@ class TimerWheel final : public Kel::PtrInterface {
    [[nodiscard]] double tickTime( uint64_t tick ) const;
    [[nodiscard]] uint64_t tickAt( double t ) const;   // the last one at or before t
    [[nodiscard]] uint64_t tickFor( double t ) const;  // the first one that serves a timer set for t
+   [[nodiscard]] uint64_t tickForExactly( double t ) const;
 
    void arm( NotifieeConst & timer );
    void disarm( NotifieeConst & timer );
@@ -77,38 +80,51 @@ class TimerWheel final : public Kel::PtrInterface {
    [[nodiscard]] std::size_t nextSlot() const;              // noSlot when no timer is set
    [[nodiscard]] uint64_t begin( std::size_t slot ) const;  // its first tick
    std::size_t file( NotifieeConst & timer );
-   void unfile( NotifieeConst & timer );
    void refile( std::size_t slot );
    void fire( std::size_t slot );
+   static void fetch( Chunk const & chunk, std::size_t i );  // from memory, ahead of its use
+   void clear( std::size_t slot );                           // its chunks are the caller's
+   void release( NotifieeConst & timer );
+   void tidy();
+
+   [[nodiscard]] Chunk & newChunk();
+   [[nodiscard]] Chunk * recycled( Chunk & chunk );  // its successor
+
    void sleep();
    void sleepUntil( uint64_t tick );
 
    double const creationTime_;
    double const tickSeconds_;
+   double const ticksPerSecond_;
+   double const early_;            // s, how far before its time a timer may fire
+   double const roundingTicks_;    // more than any error of rounding in times of the next 2^31 ticks
    unsigned const spanBits_;       // log2 of the ticks of level 0
    std::size_t const upperSlots_;  // number of the first slot above level 0
    uint64_t current_ = 0;          // the tick delivered last, or a later one that had no timer
    uint64_t wakeTick_;             // for which the clock reactor is set
    std::size_t armed_ = 0;
+   std::size_t places_ = 0;  // used in all chunks of slots, those of timers cancelled since included
    bool delivering_ = false;
-   std::vector<Link> slots_;
+   std::vector<Slot> slots_;
    std::vector<uint64_t> occupied_;  // a bit per slot
-   Kel::NotifieeList attached_;      // all timers, set or not
+   std::deque<Chunk> chunks_;        // all there are
+   Chunk * freeChunks_ = nullptr;
    KelClock clock_;
 };
 
 // One timer. Derive from it, implement onTime(); it is set, set anew and destroyed from anywhere, handlers included.
-class TimerWheel::NotifieeConst : public Kel::NotifieeBase, private TimerWheel::Link {
+class TimerWheel::NotifieeConst : public Kel::ReactorBase {
  public:
-   explicit NotifieeConst( Kel::Ptr<TimerWheel> const & wheel );
+   explicit NotifieeConst( Kel::Ptr<TimerWheel> const & wheel ) : wheel_( wheel ) {}
    // Silent whenever `owner` is, which outlives the timer.
-   NotifieeConst( Kel::Ptr<TimerWheel> const & wheel, Kel::PtrInterface const & owner );
+   NotifieeConst( Kel::Ptr<TimerWheel> const & wheel, Kel::PtrInterface const & owner )
+      : ReactorBase( owner ), wheel_( wheel ) {}
    ~NotifieeConst() override;
 
+   [[nodiscard]] Kel::Ptr<TimerWheel> const & notifier() const { return wheel_; }
    // When this is due, in seconds on the activity clock; +infinity when not set, as while the handler runs.
    [[nodiscard]] double timeMin() const { return timeMin_; }
-   // Replaces what was asked for before, also in the order within a tick; +infinity cancels. Without effect once the wheel
-   // is gone.
+   // Replaces what was asked for before, also in the order within a tick; +infinity cancels.
    void timeMinIs( double t );
 
    // The time has come. Not called when this or its owner is silent at that moment: the request is dropped.
@@ -117,8 +133,9 @@ class TimerWheel::NotifieeConst : public Kel::NotifieeBase, private TimerWheel::
  private:
    friend class TimerWheel;
 
-   TimerWheel * wheel_;  // null once it is gone
+   Kel::Ptr<TimerWheel> const wheel_;
    double timeMin_ = Kel::never;
+   NotifieeConst ** place_ = nullptr;  // in its slot, while it is set
    uint64_t tick_ = 0;
 };
 

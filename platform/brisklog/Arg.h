@@ -1,13 +1,16 @@
 // What a ring-trace message can carry, and how a call site's arguments are checked when it is compiled.
 //
 // An argument travels as one 64-bit word (numbers, enumerations by their number) or as a copy of a short text (whatever
-// converts to std::string_view, such as interned names). Arg<T> says which for a type T; another type is taught here by a
-// specialisation next to its definition:
+// converts to std::string_view). Arg<T> says which for a type T; another type is taught here by a specialisation next to its
+// definition:
 //
 //    template<>
 //    struct Brisklog::Arg<Port> : Brisklog::TextArg {
 //       static std::string_view text( Port const & port ) { return port.label(); }
 //    };
+//
+// A type whose texts are kept as StoredText gives that in place of a std::string_view, and they are copied without a look at
+// their length.
 //
 // A plain char is no argument: whether it is a number or a text is for the caller to say.
 #pragma once
@@ -55,7 +58,7 @@ struct Arg<T> : Arg<std::underlying_type_t<T>> {
    }
 };
 
-// The base of every Arg whose `text()` gives a std::string_view that is copied.
+// The base of every Arg whose `text()` gives what is copied: a std::string_view or a StoredText.
 struct TextArg {
    static constexpr ArgType type = ArgType::text;
 };
@@ -98,26 +101,56 @@ inline void copyShortText( std::byte * to, char const * from, std::size_t bytes 
    }
 }
 
+// In the ring a text is a byte with its length, then its characters, then whatever fills the last word.
 struct TextSlot {
    static constexpr uint8_t cutMark = 0x80;  // beside the length
+
+   // Of the whole, by its first byte.
+   [[nodiscard]] static constexpr uint32_t bytesAfter( std::byte first ) {
+      return ( std::to_integer<uint32_t>( first ) + sizeof( uint64_t ) ) & 0x78;
+   }
 
    std::string_view text;
 
    [[nodiscard]] std::size_t length() const { return text.size() < textBytesMax ? text.size() : textBytesMax; }
-   [[nodiscard]] uint32_t bytes() const { return static_cast<uint32_t>( ( 1 + length() + 7 ) & ~std::size_t( 7 ) ); }
+   [[nodiscard]] std::byte first() const {
+      return static_cast<std::byte>( length() | ( text.size() > textBytesMax ? cutMark : 0u ) );
+   }
+   [[nodiscard]] uint32_t bytes() const { return bytesAfter( first() ); }
    void put( std::byte * to ) const {
-      *to = static_cast<std::byte>( length() | ( text.size() > textBytesMax ? cutMark : 0u ) );
+      *to = first();
       copyShortText( to + 1, text.data(), length() );
    }
 };
 
+// A text that lies in memory as the ring has it, for as long as it is wanted.
+class StoredText {
+ public:
+   explicit StoredText( std::byte const * words ) : words_( words ), bytes_( TextSlot::bytesAfter( *words ) ) {}
+
+   [[nodiscard]] uint32_t bytes() const { return bytes_; }
+   void put( std::byte * to ) const {
+      uint32_t at = 0;
+      do {
+         std::memcpy( to + at, words_ + at, sizeof( uint64_t ) );
+         at += sizeof( uint64_t );
+      } while( at < bytes_ );
+   }
+
+ private:
+   std::byte const * words_;
+   uint32_t bytes_;
+};
+
 template<class T>
-[[nodiscard]] auto slotOf( T const & value ) {
+[[nodiscard, gnu::always_inline]] inline auto slotOf( T const & value ) {
    using Traits = Arg<std::decay_t<T>>;
-   if constexpr( Traits::type == ArgType::text ) {
-      return TextSlot{ Traits::text( value ) };
-   } else {
+   if constexpr( Traits::type != ArgType::text ) {
       return WordSlot{ Traits::word( value ) };
+   } else if constexpr( std::same_as<decltype( Traits::text( value ) ), StoredText> ) {
+      return Traits::text( value );
+   } else {
+      return TextSlot{ Traits::text( value ) };
    }
 }
 

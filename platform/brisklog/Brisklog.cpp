@@ -15,6 +15,8 @@ namespace {
 constexpr uint64_t anonymousRingBytes = 1024 * 1024;
 constexpr uint32_t everyLevel = ~uint32_t( 0 );
 
+uint32_t generation = 0;  // of the ring, 0 before the first
+
 // The tap and the ring stay to the end of the process: static objects may still write while the rest is torn down.
 Tap & theTap() {
    static auto & tap = *new Tap;
@@ -53,12 +55,13 @@ std::string textOf( std::exception_ptr const & exception ) {
 
 }  // namespace
 
-constinit WriterState writerState{ everyLevel, 0, nullptr, false };
+constinit WriterState writerState{ everyLevel, 0, nullptr };
 
 void ringIs( std::unique_ptr<RingFile> ring ) {
    KEL_ASSERT( ring );
    std::unique_ptr<RingFile> const previous( std::exchange( writerState.ring, ring.release() ) );
-   ++writerState.generation;
+   ++generation;
+   writerState.ready = theTap() ? 0 : generation;
 }
 
 RingFile & ring() {
@@ -76,16 +79,19 @@ void levelsIs( std::initializer_list<int> levels ) {
 }
 
 void tapIs( Tap tap ) {
-   writerState.tapped = static_cast<bool>( tap );
    theTap() = std::move( tap );
+   writerState.ready = theTap() ? 0 : generation;
 }
 
 void MsgDesc::enterIntoTable() {
-   number_ = ring().formatNumber( format_ );
-   generation_ = writerState.generation;
+   RingFile & present = ring();
+   if( generation_ == generation ) return;
+   number_ = present.formatNumber( format_ );
+   generation_ = generation;
 }
 
 void MsgDesc::showToTap( std::byte const * record ) const {
+   if( !theTap() ) return;
    RecordHeader header;
    std::memcpy( &header, record, sizeof header );
    auto text = messageText( format_, { record + sizeof header, header.bytes - sizeof header } );

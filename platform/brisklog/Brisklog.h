@@ -47,10 +47,10 @@ void tapIs( Tap tap );
 
 // What every call reads, one copy in the process.
 struct WriterState {
-   uint32_t levels;      // bit n set: level n is enabled
-   uint32_t generation;  // of the ring, 0 before the first
+   uint32_t levels;  // bit n set: level n is enabled
+   uint32_t
+      ready;  // the call sites that need no more than to write: those in the table of this generation, 0 while tapped
    RingFile * ring;
-   bool tapped;
 };
 extern WriterState writerState;
 
@@ -67,32 +67,42 @@ class MsgDesc {
       : level_( static_cast<uint16_t>( level ) ), format_{ types, format } {}
 
    template<class... Slots>
-   void write( Slots const &... slots ) {
-      if( generation_ != writerState.generation ) [[unlikely]]
-         enterIntoTable();
-      uint32_t const bytes = ( static_cast<uint32_t>( sizeof( RecordHeader ) ) + ... + slots.bytes() );
+   [[gnu::always_inline]] void write( Slots... slots ) {
+      auto const bytes = static_cast<uint32_t>( ( sizeof( RecordHeader ) + ... + slots.bytes() ) );
+      if( generation_ != writerState.ready || !writerState.ring->hasRoom( bytes ) ) [[unlikely]]
+         return writeWithCare( bytes, slots... );
+      put( bytes, slots... );
+   }
+
+ private:
+   // All that only some messages need; apart, so that the others save no registers.
+   template<class... Slots>
+   [[gnu::cold, gnu::noinline]] void writeWithCare( uint32_t bytes, Slots... slots ) {
+      enterIntoTable();
+      writerState.ring->roomIs( bytes );
+      showToTap( put( bytes, slots... ) );
+   }
+   template<class... Slots>
+   [[gnu::always_inline]] std::byte const * put( uint32_t bytes, Slots... slots ) const {
       RingFile & ring = *writerState.ring;
-      std::byte * const record = ring.reserve( bytes );
+      std::byte * const record = ring.place();
       new( record ) RecordHeader{ bytes, number_, level_, ring.sequence(), Kel::now() };
       [[maybe_unused]] std::byte * arg = record + sizeof( RecordHeader );
       ( ( slots.put( arg ), arg += slots.bytes() ), ... );
       ring.commit( bytes );
-      if( writerState.tapped ) [[unlikely]]
-         showToTap( record );
+      return record;
    }
-
- private:
    void enterIntoTable();
    void showToTap( std::byte const * record ) const;
 
-   uint16_t const level_;
    uint16_t number_ = 0;
+   uint16_t const level_;
    uint32_t generation_ = UINT32_MAX;  // of no ring
    Format const format_;
 };
 
 template<class... Args>
-void writeMessage( MsgDesc & desc, Args const &... args ) {
+[[gnu::always_inline]] inline void writeMessage( MsgDesc & desc, Args const &... args ) {
    desc.write( slotOf( args )... );
 }
 

@@ -84,8 +84,10 @@ std::unique_ptr<RingFile> RingFile::anonymous( uint64_t ringBytes ) {
 RingFile::RingFile( int fd, uint64_t ringBytes, uint64_t boot )
    : ringBytes_( ringBytes ),
      base_( mapped( fd, imageBytes() ) ),
+     blockEnd_( ringBytes / ringBlocks ),
+     ringMask_( ringBytes - 1 ),
      ring_( base_ + sizeof( FileHeader ) + formatAreaBytes ),
-     blockEnd_( ringBytes / ringBlocks ) {
+     committed_( header().head ) {
    header().version = ringVersion;
    header().formatAreaBytes = formatAreaBytes;
    header().ringBytes = ringBytes;
@@ -117,11 +119,11 @@ void RingFile::beginBlock() {
    std::atomic_thread_fence( std::memory_order_release );  // before anything is overwritten
    if( head_ != blockEnd_ ) {
       RecordHeader const filler{ static_cast<uint32_t>( blockEnd_ - head_ ), RecordHeader::fillerFormat, 0, 0, 0 };
-      std::memcpy( ring_ + ( head_ & ( ringBytes_ - 1 ) ), &filler, fillerBytes );
+      std::memcpy( ring_ + ( head_ & ringMask_ ), &filler, fillerBytes );
    }
    head_ = blockEnd_;
    blockEnd_ = next;
-   std::atomic_ref( header().head ).store( head_, std::memory_order_release );
+   std::atomic_ref( committed_ ).store( head_, std::memory_order_release );
 }
 
 }  // namespace Brisklog

@@ -40,18 +40,18 @@ class RingFile {
    // 0 for every new format: its messages then show that they were written, and no more.
    [[nodiscard]] uint16_t formatNumber( Format const & format );
 
-   // Room for a record of `bytes` (a multiple of 8, at most recordBytesMax), contiguous. Not part of the ring until
-   // commit( bytes ) of the same number; one at a time.
-   [[nodiscard]] std::byte * reserve( uint32_t bytes ) {
-      if( head_ + bytes > blockEnd_ ) [[unlikely]]
-         beginBlock();
-      return ring_ + ( head_ & ( ringBytes_ - 1 ) );
+   // Whether a record of `bytes` (a multiple of 8, at most recordBytesMax) fits into what is left of the present block.
+   [[nodiscard]] bool hasRoom( uint32_t bytes ) const { return head_ + bytes <= blockEnd_; }
+   void roomIs( uint32_t bytes ) {
+      if( !hasRoom( bytes ) ) beginBlock();
    }
+   // Of the next record, which has room. Not part of the ring until commit() of its size.
+   [[nodiscard]] std::byte * place() const { return ring_ + ( head_ & ringMask_ ); }
 
    void commit( uint32_t bytes ) {
       head_ += bytes;
       ++sequence_;
-      std::atomic_ref( header().head ).store( head_, std::memory_order_release );
+      std::atomic_ref( committed_ ).store( head_, std::memory_order_release );
    }
 
    // Of the next record.
@@ -66,11 +66,15 @@ class RingFile {
 
    uint64_t const ringBytes_;
    std::byte * const base_;
-   std::byte * const ring_;
 
+   // What every message needs.
    uint64_t head_ = 0;
    uint64_t blockEnd_;
    uint64_t sequence_ = 0;
+   uint64_t const ringMask_;
+   std::byte * const ring_;
+   uint64_t & committed_;  // the header's head
+
    std::map<std::string, uint16_t> formatNumbers_;  // by the entry's bytes
 };
 

@@ -23,7 +23,7 @@ bool appendArg( std::string & text, ArgType type, std::span<std::byte const> & a
    if( type == ArgType::text ) {
       auto const mark = std::to_integer<unsigned>( args[0] );
       std::size_t const length = mark & ~unsigned( TextSlot::cutMark );
-      bytes = ( 1 + length + 7 ) & ~std::size_t( 7 );
+      bytes = TextSlot::bytesAfter( args[0] );
       if( length > textBytesMax || bytes > args.size() ) return false;
       text.append( reinterpret_cast<char const *>( args.data() + 1 ), length );
       if( mark & TextSlot::cutMark ) text += "...";

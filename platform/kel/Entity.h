@@ -6,7 +6,6 @@
 // simulator follow records without knowing their types.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "kel/Notifiee.h"
@@ -23,6 +22,11 @@ class Watcher : public NotifieeBase {
 
 class Entity : public PtrInterface {
  public:
+   ~Entity() override {
+      if( kelHasWatchers() ) [[unlikely]]
+         kelWatchersForget();
+   }
+
    [[nodiscard]] virtual std::string name() const = 0;
    [[nodiscard]] virtual TypeInfo const & kelTypeInfo() const = 0;
 
@@ -67,18 +71,18 @@ class Entity : public PtrInterface {
    // Tells of a change already made: watchers first, then the reactors.
    template<class Link, class Handler>
    void kelChanged( Handler const & handler ) const {
-      if( kelWatched() ) [[unlikely]]
+      if( kelHasWatchers() ) [[unlikely]]
          kelTellWatchers( kelAttribute<Link>(), nullptr );
       kelDeliver<Link>( handler );
    }
    template<class Link>
    void kelChangedQuietly() const {
-      if( kelWatched() ) [[unlikely]]
+      if( kelHasWatchers() ) [[unlikely]]
          kelTellWatchers( kelAttribute<Link>(), nullptr );
    }
    template<class Link, class K, class Handler>
    void kelKeyChanged( K const & key, Handler const & handler ) const {
-      if( kelWatched() ) [[unlikely]] {
+      if( kelHasWatchers() ) [[unlikely]] {
          std::string const text = KeyTraits<K>::toText( key );
          kelTellWatchers( kelAttribute<Link>(), &text );
       }
@@ -86,15 +90,14 @@ class Entity : public PtrInterface {
    }
 
  private:
-   [[nodiscard]] bool kelWatched() const { return watchers_ && !watchers_->empty(); }
    template<class Link>
    [[nodiscard]] AttributeInfo const & kelAttribute() const {
       return *kelTypeInfo().attributes()[Link::kelRank - 1];
    }
    void kelTellWatchers( AttributeInfo const & attribute, std::string const * key ) const;
+   void kelWatchersForget() const;
 
    mutable NotifieeList notifiees_;
-   mutable std::unique_ptr<NotifieeList> watchers_;
 };
 
 // The end of an entity type's attribute chain and the root of its reactor class.

@@ -9,10 +9,40 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <utility>
-#include <vector>
 
 namespace Kel {
+
+// What all walks have in common. They are known as long as they live, in one place rather than in every map: of the many
+// maps there are, hardly one is walked at any time.
+class MapWalk {
+ public:
+   MapWalk( MapWalk const & ) = delete;
+   MapWalk & operator=( MapWalk const & ) = delete;
+
+ protected:
+   explicit MapWalk( void const * map ) : map_( map ), next_( std::exchange( newest_, this ) ) {}
+   ~MapWalk() {
+      MapWalk ** link = &newest_;
+      while( *link != this ) link = &( *link )->next_;
+      *link = next_;
+   }
+
+   // Calls `handler` for each walk through `map`.
+   template<class Handler>
+   static void forEachThrough( void const * map, Handler const & handler ) {
+      for( MapWalk * walk = newest_; walk; walk = walk->next_ ) {
+         if( walk->map_ == map ) handler( *walk );
+      }
+   }
+
+ private:
+   static MapWalk * newest_;
+
+   void const * const map_;
+   MapWalk * next_;
+};
 
 template<class V, class K>
 class HashMap {
@@ -32,19 +62,10 @@ class HashMap {
    };
    struct End {};
 
-   // The position of one walk. Registered with the map while it lives; neither copied nor moved.
-   class Cursor {
+   // The position of one walk.
+   class Cursor : private MapWalk {
     public:
-      explicit Cursor( HashMap const & map ) : map_( map ), node_( map.first_ ), nextCursor_( map.cursors_ ) {
-         map.cursors_ = this;
-      }
-      Cursor( Cursor const & ) = delete;
-      Cursor & operator=( Cursor const & ) = delete;
-      ~Cursor() {
-         Cursor ** link = &map_.cursors_;
-         while( *link != this ) link = &( *link )->nextCursor_;
-         *link = nextCursor_;
-      }
+      explicit Cursor( HashMap const & map ) : MapWalk( &map ), node_( map.first_ ) {}
 
       explicit operator bool() const { return node_ != nullptr; }
       [[nodiscard]] K const & key() const { return node_->key; }
@@ -59,9 +80,16 @@ class HashMap {
     private:
       friend class HashMap;
 
-      HashMap const & map_;
+      static void leave( HashMap const & map, Node const & n ) {
+         MapWalk::forEachThrough( &map, [&n]( MapWalk & walk ) {
+            auto & cursor = static_cast<Cursor &>( walk );
+            if( cursor.node_ != &n ) return;
+            cursor.node_ = n.next;
+            cursor.moved_ = true;
+         } );
+      }
+
       Node * node_;
-      Cursor * nextCursor_;
       bool moved_ = false;
    };
 
@@ -114,11 +142,7 @@ class HashMap {
    // Removes an entry and returns its value; the entry must be there.
    V take( K const & key ) {
       Node * const n = node( key );
-      for( Cursor * c = cursors_; c; c = c->nextCursor_ ) {
-         if( c->node_ != n ) continue;
-         c->node_ = n->next;
-         c->moved_ = true;
-      }
+      Cursor::leave( *this, *n );
       unindex( *n );
       ( n->prev ? n->prev->next : first_ ) = n->next;
       ( n->next ? n->next->prev : last_ ) = n->prev;
@@ -129,16 +153,16 @@ class HashMap {
    }
 
  private:
-   static constexpr std::size_t linearMax = 8;
+   static constexpr uint32_t linearMax = 8;
 
    [[nodiscard]] std::size_t bucket( K const & key ) const {
       // Fibonacci hashing: interned ids are small consecutive numbers, strings come well mixed.
       return static_cast<std::size_t>( ( uint64_t{ std::hash<K>{}( key ) } * 0x9e3779b97f4a7c15u ) >> 32 ) &
-             ( buckets_.size() - 1 );
+             ( bucketCount_ - 1 );
    }
 
    [[nodiscard]] Node * node( K const & key ) const {
-      if( buckets_.empty() ) {
+      if( !buckets_ ) {
          Node * n = first_;
          while( n && !( n->key == key ) ) n = n->next;
          return n;
@@ -149,9 +173,10 @@ class HashMap {
    }
 
    void index( Node & n ) {
-      if( size_ <= linearMax && buckets_.empty() ) return;
-      if( size_ > buckets_.size() ) {
-         buckets_.assign( buckets_.empty() ? 4 * linearMax : 2 * buckets_.size(), nullptr );
+      if( size_ <= linearMax && !buckets_ ) return;
+      if( size_ > bucketCount_ ) {
+         bucketCount_ = buckets_ ? 2 * bucketCount_ : 4 * linearMax;
+         buckets_ = std::make_unique<Node *[]>( bucketCount_ );
          for( Node * i = first_; i; i = i->next ) link( *i );
       } else {
          link( n );
@@ -165,7 +190,7 @@ class HashMap {
    }
 
    void unindex( Node const & n ) {
-      if( buckets_.empty() ) return;
+      if( !buckets_ ) return;
       Node ** i = &buckets_[bucket( n.key )];
       while( *i != &n ) i = &( *i )->sameBucket;
       *i = n.sameBucket;
@@ -173,9 +198,9 @@ class HashMap {
 
    Node * first_ = nullptr;
    Node * last_ = nullptr;
-   std::size_t size_ = 0;
-   std::vector<Node *> buckets_;
-   mutable Cursor * cursors_ = nullptr;
+   std::unique_ptr<Node *[]> buckets_;
+   uint32_t bucketCount_ = 0;  // a power of two once there are buckets
+   uint32_t size_ = 0;
 };
 
 }  // namespace Kel

@@ -17,20 +17,28 @@ namespace Kel {
 
 class NotifieeList;
 
-// Base of every reactor. Holds a reference to what it watches; detaches itself when it goes.
-class NotifieeBase : public PtrInterface {
+// Base of every reactor, on changes and on time.
+class ReactorBase : public PtrInterface {
  public:
    // A reactor that only its own switches silence.
-   NotifieeBase() : owner_( this ) {}
+   ReactorBase() : owner_( this ) {}
    // A reactor that is silent whenever `owner`, the machine it belongs to, is. The owner outlives it.
-   explicit NotifieeBase( PtrInterface const & owner ) : owner_( &owner ) {}
+   explicit ReactorBase( PtrInterface const & owner ) : owner_( &owner ) {}
 
    [[nodiscard]] bool deliverable() const { return kelDeliverable() && owner_->kelDeliverable(); }
 
  private:
+   PtrInterface const * owner_;
+};
+
+// A reactor on the changes of an entity. Holds a reference to what it watches; detaches itself when it goes.
+class NotifieeBase : public ReactorBase {
+ public:
+   using ReactorBase::ReactorBase;
+
+ private:
    friend class NotifieeList;
 
-   PtrInterface const * owner_;
    NotifieeBase * prev_ = nullptr;
    NotifieeBase * next_ = nullptr;
 };
@@ -51,26 +59,29 @@ class NotifieeList {
    }
 
    void remove( NotifieeBase & n ) {
-      for( Delivery * d = delivery_; d; d = d->outer_ ) d->forget( n );
+      for( Delivery * d = Delivery::innermost_; d; d = d->outer_ ) {
+         if( &d->list_ == this ) d->forget( n );
+      }
       ( n.prev_ ? n.prev_->next_ : first_ ) = n.next_;
       ( n.next_ ? n.next_->prev_ : last_ ) = n.prev_;
    }
 
    void forgetAll() {
-      KEL_ASSERT( !delivery_ );
+      for( Delivery const * d = Delivery::innermost_; d; d = d->outer_ ) KEL_ASSERT( &d->list_ != this );
       first_ = last_ = nullptr;
    }
 
-   // One delivery under way. Stands on the stack of the mutator; the list corrects its position as reactors go.
+   // One delivery under way. Stands on the stack of the mutator, within those under way around it; lists correct its
+   // position as reactors go.
    class Delivery {
     public:
       explicit Delivery( NotifieeList & list )
-         : list_( list ), next_( list.first_ ), last_( list.last_ ), outer_( list.delivery_ ) {
-         list.delivery_ = this;
+         : list_( list ), next_( list.first_ ), last_( list.last_ ), outer_( innermost_ ) {
+         innermost_ = this;
       }
       Delivery( Delivery const & ) = delete;
       Delivery & operator=( Delivery const & ) = delete;
-      ~Delivery() { list_.delivery_ = outer_; }
+      ~Delivery() { innermost_ = outer_; }
 
       // The next reactor that is to hear this change, null when all have.
       NotifieeBase * next() {
@@ -87,7 +98,9 @@ class NotifieeList {
          if( last_ == &n ) last_ = n.prev_;
       }
 
-      NotifieeList & list_;
+      static Delivery * innermost_;
+
+      NotifieeList const & list_;
       NotifieeBase * next_;
       NotifieeBase * last_;
       Delivery * outer_;
@@ -96,7 +109,6 @@ class NotifieeList {
  private:
    NotifieeBase * first_ = nullptr;
    NotifieeBase * last_ = nullptr;
-   Delivery * delivery_ = nullptr;
 };
 
 }  // namespace Kel

@@ -46,6 +46,10 @@ class PtrInterface : public VFPtrInterface {
    // True when neither a switch-off nor zombie state silences this object: one load, used on every delivery.
    [[nodiscard]] bool kelDeliverable() const { return ( word() & ( inactiveFlag | zombieFlag ) ) == 0; }
 
+   // That an entity has a list of watchers, kept apart from it (kel/Entity.h).
+   [[nodiscard]] bool kelHasWatchers() const { return ( word() & watchersFlag ) != 0; }
+   void kelHasWatchersIs( bool has ) const { flagIs( watchersFlag, has ); }
+
    void kelRefInc() const {
       if( enableThreadSafePointers ) [[unlikely]] {
          word_.fetch_add( 1, std::memory_order_relaxed );
@@ -70,10 +74,11 @@ class PtrInterface : public VFPtrInterface {
    static constexpr uint32_t dyingCount = 1u << 28;
    static constexpr uint32_t inactiveFlag = 1u << 29;
    static constexpr uint32_t zombieFlag = 1u << 30;
+   static constexpr uint32_t watchersFlag = 1u << 31;
 
    [[nodiscard]] uint32_t word() const { return word_.load( std::memory_order_relaxed ); }
 
-   void flagIs( uint32_t flag, bool on ) {
+   void flagIs( uint32_t flag, bool on ) const {
       if( on ) {
          word_.fetch_or( flag, std::memory_order_relaxed );
       } else {

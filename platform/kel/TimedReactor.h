@@ -57,7 +57,7 @@ class TimedQueue {
    uint64_t sequence_ = 0;
 };
 
-class TimedReactor : public NotifieeBase {
+class TimedReactor : public ReactorBase {
  public:
    ~TimedReactor() override { cancel(); }
 
@@ -70,7 +70,7 @@ class TimedReactor : public NotifieeBase {
    virtual void onTimeMin() = 0;
 
  protected:
-   using NotifieeBase::NotifieeBase;
+   using ReactorBase::ReactorBase;
 
  private:
    friend class TimedQueue;

@@ -198,7 +198,7 @@ uint32_t CounterTable::rows() const {
 uint32_t CounterTable::generation() const { return header_->generation.load( std::memory_order_acquire ); }
 void CounterTable::generationInc() { header_->generation.store( generation() + 1, std::memory_order_release ); }
 
-std::optional<CounterTable::Counters> CounterTable::readPatiently( Row const & row ) {
+std::optional<CounterTable::Counters> CounterTable::read( Row const & row ) {
    return consistent( row, [&row] { return countersOf( row ); } );
 }
 

@@ -72,15 +72,16 @@ class CounterTable {
    [[nodiscard]] uint32_t generation() const;
 
    [[nodiscard]] Row const & row( uint32_t index ) const { return rowsBegin_[index]; }
-   // None when the writer stands still in the middle of writing the row, which only a dead one does.
-   [[nodiscard]] static std::optional<Counters> read( Row const & row ) {
+   // Copies what the row says. False, and `found` not to be used, where the row is being written.
+   [[nodiscard]] static bool readOnce( Row const & row, Counters & found ) {
       uint64_t const before = row.sequence.load( std::memory_order_acquire );
-      Counters const found = countersOf( row );
+      found = countersOf( row );
       std::atomic_thread_fence( std::memory_order_acquire );
-      if( before % 2 == 0 && row.sequence.load( std::memory_order_relaxed ) == before ) [[likely]]
-         return found;
-      return readPatiently( row );
+      return before % 2 == 0 && row.sequence.load( std::memory_order_relaxed ) == before;
    }
+   // The same, tried again for as long as a living writer may take. None when the writer stands still in the middle of
+   // writing the row, which only a dead one does.
+   [[nodiscard]] static std::optional<Counters> read( Row const & row );
    // Name and counters as they belong together; none also when the row is not in use.
    [[nodiscard]] std::optional<Entry> entry( uint32_t index ) const;
 
@@ -98,8 +99,6 @@ class CounterTable {
                Brim::MaybeU63::fromWord( row.outOctets.load( std::memory_order_relaxed ) ),
                row.updateTime.load( std::memory_order_relaxed ) };
    }
-   // The same for a row that is being written: tries again for as long as a living writer may take.
-   [[nodiscard]] static std::optional<Counters> readPatiently( Row const & row );
 
    struct Header;
    struct File;

@@ -3,3 +3,18 @@
 KEL_TYPE( Interface::IntfCounterMasquerade::IntfCounter )
 KEL_TYPE( Interface::IntfCounterMasquerade::IntfCounterDir )
 KEL_TYPE( Interface::IntfCounterMasquerade::AllEthIntfCounterPtrDir )
+
+namespace Interface::IntfCounterMasquerade {
+
+IntfStatistics IntfCounter::statisticsOfUnsettledRow() const {
+   auto counters = KelQuill::CounterTable::read( row_ );
+   if( counters && counters->updateTime == 0 ) {
+      // The row may have come after the turn's refresh. Its zeros as a reference would make the next rate enormous.
+      tables_->freshenNewRows();
+      counters = KelQuill::CounterTable::read( row_ );
+   }
+   if( !counters ) return { Brim::MaybeU63::none(), Brim::MaybeU63::none() };
+   return { counters->inOctets, counters->outOctets };
+}
+
+}  // namespace Interface::IntfCounterMasquerade

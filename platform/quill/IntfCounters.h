@@ -38,18 +38,17 @@ class IntfCounter final : public Kel::Entity {
    // As of this turn of the activity loop. Without a value in both directions when the writer died in the middle of the row.
    [[nodiscard]] IntfStatistics statistics() const {
       tables_->freshen();
-      auto counters = KelQuill::CounterTable::read( row_ );
-      if( counters && counters->updateTime == 0 ) [[unlikely]] {
-         // The row may have come after the turn's refresh. Its zeros as a reference would make the next rate enormous.
-         tables_->freshenNewRows();
-         counters = KelQuill::CounterTable::read( row_ );
-      }
-      if( !counters ) return { Brim::MaybeU63::none(), Brim::MaybeU63::none() };
-      return { counters->inOctets, counters->outOctets };
+      KelQuill::CounterTable::Counters found;
+      if( KelQuill::CounterTable::readOnce( row_, found ) && found.updateTime != 0 ) [[likely]]
+         return { found.inOctets, found.outOctets };
+      return statisticsOfUnsettledRow();
    }
    [[nodiscard]] bool reads( KelQuill::CounterTable::Row const & row ) const { return &row == &row_; }
 
  private:
+   // Of a row that is being written, or was never.
+   [[nodiscard]] IntfStatistics statisticsOfUnsettledRow() const;
+
    Kel::Ptr<KelQuill::EntityManager> const tables_;
    KelQuill::CounterTable::Row const & row_;
 };

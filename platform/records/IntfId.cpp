@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <deque>
 #include <limits>
-#include <unordered_map>
+#include <memory_resource>
+#include <unordered_set>
 #include <vector>
 
 #include "kel/Assert.h"
@@ -92,8 +92,9 @@ std::strong_ordering compareNaturally( std::string_view a, std::string_view b ) 
    return byEnd != 0 ? byEnd : byZeros;
 }
 
-// The empty id can be asked for its kind before any name is interned.
-constexpr IntfFacts factsOfNoName;
+// The empty id can be asked before any name is interned.
+constexpr char storedNoName[8] = {};
+constexpr IntfFacts factsOfNoName{ .name = { storedNoName + 1, 0 } };
 
 }  // namespace
 
@@ -108,13 +109,13 @@ class IntfTable {
    }
 
    uint32_t number( std::string_view name ) {
-      if( auto const i = numbers_.find( name ); i != numbers_.end() ) return i->second;
-      auto const number = static_cast<uint32_t>( names_.size() );
-      std::string const & kept = names_.emplace_back( name );
-      numbers_.emplace( kept, number );
+      if( auto const i = numbers_.find( name ); i != numbers_.end() ) return *i;
+      auto const number = static_cast<uint32_t>( facts_.size() );
+      std::string_view const kept = stored( name );
       facts_.push_back( factsOf( kept ) );
       facts_.back().name = kept;
       IntfId::facts_ = facts_.data();
+      numbers_.insert( number );
       return number;
    }
 
@@ -123,11 +124,33 @@ class IntfTable {
    }
 
  private:
+   // A number of the table stands for its name.
+   static std::string_view nameOf( std::string_view name ) { return name; }
+   static std::string_view nameOf( uint32_t number ) { return IntfId::facts_[number].name; }
+   struct HashByName {
+      using is_transparent = void;
+      std::size_t operator()( auto const & key ) const { return std::hash<std::string_view>{}( nameOf( key ) ); }
+   };
+   struct EqualByName {
+      using is_transparent = void;
+      bool operator()( auto const & a, auto const & b ) const { return nameOf( a ) == nameOf( b ); }
+   };
+
    IntfTable() { number( "" ); }
 
-   std::deque<std::string> names_;  // a deque, because numbers_ and callers keep views of the names
+   // A copy that stays, in the form of Brisklog::StoredText.
+   std::string_view stored( std::string_view name ) {
+      constexpr std::size_t word = sizeof( uint64_t );
+      auto * const words = static_cast<std::byte *>( names_.allocate( ( name.size() / word + 1 ) * word, word ) );
+      words[0] = Brisklog::TextSlot{ name }.first();
+      auto * const text = reinterpret_cast<char *>( words + 1 );
+      name.copy( text, name.size() );
+      return { text, name.size() };
+   }
+
+   std::pmr::monotonic_buffer_resource names_;
    std::vector<IntfFacts> facts_;
-   std::unordered_map<std::string_view, uint32_t> numbers_;
+   std::unordered_set<uint32_t, HashByName, EqualByName> numbers_;
 };
 
 IntfId::IntfId( std::string_view name ) : number_( IntfTable::instance().number( name ) ) {}

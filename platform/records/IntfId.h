@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "brisklog/Arg.h"
 #include "kel/Value.h"
 
 namespace Lumo {
@@ -55,6 +56,10 @@ class IntfId {
 
    [[nodiscard]] bool empty() const { return number_ == 0; }
    [[nodiscard]] std::string_view name() const { return facts_[number_].name; }  // valid for ever
+   // The same as a ring message has it.
+   [[nodiscard]] Brisklog::StoredText storedName() const {
+      return Brisklog::StoredText( reinterpret_cast<std::byte const *>( name().data() ) - 1 );
+   }
    operator std::string_view() const { return name(); }  // reads as its name wherever a text is wanted
 
    [[nodiscard]] IntfKind kind() const { return facts_[number_].kind; }
@@ -102,6 +107,11 @@ struct VlanIntfId {
 template<>
 struct std::hash<Lumo::IntfId> {
    std::size_t operator()( Lumo::IntfId id ) const noexcept { return id.number_; }
+};
+
+template<>
+struct Brisklog::Arg<Lumo::IntfId> : Brisklog::TextArg {
+   static StoredText text( Lumo::IntfId id ) { return id.storedName(); }
 };
 
 template<>

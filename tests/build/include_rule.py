@@ -17,7 +17,7 @@ REACH = {
     "platform/kel": set(),
     "platform/brim": {"kel"},
     "platform/brisklog": {"kel"},
-    "platform/records": {"kel"},
+    "platform/records": {"kel", "brisklog"},
     "platform/dovra": {"kel"},
     "platform/quill": {"kel", "brim", "records", "brisklog"},
     "MaintenancePlugin": {"platform"},

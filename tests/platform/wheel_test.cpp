@@ -299,22 +299,39 @@ TEST_F( WheelStory, farTimesThatTheClockCannotTellApartStillFire ) {
    }
 }
 
-TEST_F( WheelStory, timersOfAWheelThatIsGoneAreHarmless ) {
-   Alarm armed( wheel ), idle( wheel );
-   armed.timeMinIs( start + 3 );
+TEST_F( WheelStory, aWheelLivesAsLongAsItsTimers ) {
+   std::unique_ptr<Alarm> last = std::make_unique<Alarm>( wheel, [&] {
+      said.emplace_back( "last" );
+      last.reset();  // and with it the wheel, while it delivers
+   } );
+   last->timeMinIs( start + 3 );
    wheel = nullptr;
-   EXPECT_EQ( armed.timeMin(), Kel::never );
-   idle.timeMinIs( start + 4 );
-   EXPECT_EQ( idle.timeMin(), Kel::never );
+   advanceTo( 10 );
+   EXPECT_EQ( said, Words( { "last" } ) );
    EXPECT_EQ( loop.nextDue(), Kel::never );
 }
 
-TEST_F( WheelStory, theWheelMayBeDroppedByAHandler ) {
-   Alarm alarm( wheel, [&] { wheel = nullptr; } );
-   alarm.timeMinIs( start + 3 );
-   advanceTo( 10 );
-   alarm.timeMinIs( start + 11 );
-   EXPECT_EQ( loop.nextDue(), Kel::never );
+// More than the wheel keeps room for: cancelled timers are taken out of the slots, and those that remain keep their order.
+TEST_F( WheelStory, manyCancelledTimersLeaveTheOthersInOrder ) {
+   constexpr int count = 2000;
+   std::vector<int> fired, expected;
+   std::vector<std::unique_ptr<Alarm>> alarms;
+   for( int i = 0; i < count; ++i ) {
+      alarms.push_back( std::make_unique<Alarm>( wheel, [&fired, i] { fired.push_back( i ); } ) );
+      alarms.back()->timeMinIs( start + ( i % 3 == 0 ? 5 : 10'000 ) );
+   }
+   for( double const tick : { 5, 10'000 } ) {
+      expected.clear();
+      for( int i = 0; i < count; ++i ) {
+         bool const here = ( i % 3 == 0 ) == ( tick == 5 );
+         if( here && i % 10 == 0 ) expected.push_back( i );
+         if( here && i % 10 != 0 ) alarms[static_cast<std::size_t>( i )]->timeMinIs( Kel::never );
+      }
+      fired.clear();
+      advanceTo( tick );
+      EXPECT_EQ( fired, expected );
+   }
+   EXPECT_EQ( wheel->timers(), 0u );
 }
 
 TEST_F( WheelStory, whatAnExceptionKeptFromFiringFiresInTheNextTurn ) {
