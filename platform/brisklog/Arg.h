@@ -105,9 +105,10 @@ inline void copyShortText( std::byte * to, char const * from, std::size_t bytes 
 struct TextSlot {
    static constexpr uint8_t cutMark = 0x80;  // beside the length
 
-   // Of the whole, by its first byte.
+   // Of the whole, by its first byte: as many words as hold that byte and the length, at most 15.
    [[nodiscard]] static constexpr uint32_t bytesAfter( std::byte first ) {
-      return ( std::to_integer<uint32_t>( first ) + sizeof( uint64_t ) ) & 0x78;
+      constexpr uint32_t wholeWords = 15 * sizeof( uint64_t );
+      return ( std::to_integer<uint32_t>( first ) + sizeof( uint64_t ) ) & wholeWords;
    }
 
    std::string_view text;

@@ -48,8 +48,7 @@ void tapIs( Tap tap );
 // What every call reads, one copy in the process.
 struct WriterState {
    uint32_t levels;  // bit n set: level n is enabled
-   uint32_t
-      ready;  // the call sites that need no more than to write: those in the table of this generation, 0 while tapped
+   uint32_t ready;   // call sites of this generation need nothing but to write; 0 while the tap is to see every message
    RingFile * ring;
 };
 extern WriterState writerState;
@@ -97,7 +96,7 @@ class MsgDesc {
 
    uint16_t number_ = 0;
    uint16_t const level_;
-   uint32_t generation_ = UINT32_MAX;  // of no ring
+   uint32_t generation_ = UINT32_MAX;  // of the ring that number_ is for, none yet
    Format const format_;
 };
 

@@ -141,7 +141,9 @@ class IntfTable {
    // A copy that stays, in the form of Brisklog::StoredText.
    std::string_view stored( std::string_view name ) {
       constexpr std::size_t word = sizeof( uint64_t );
-      auto * const words = static_cast<std::byte *>( names_.allocate( ( name.size() / word + 1 ) * word, word ) );
+      std::size_t const bytes = ( name.size() / word + 1 ) * word;
+      auto * const words = static_cast<std::byte *>( names_.allocate( bytes, word ) );
+      std::fill_n( words, bytes, std::byte() );
       words[0] = Brisklog::TextSlot{ name }.first();
       auto * const text = reinterpret_cast<char *>( words + 1 );
       name.copy( text, name.size() );

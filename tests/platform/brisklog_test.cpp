@@ -19,6 +19,7 @@
 #include "brisklog/Reader.h"
 #include "kel/Assert.h"
 #include "kel/Exception.h"
+#include "records/IntfId.h"
 
 namespace {
 
@@ -139,13 +140,15 @@ TEST_F( RingTest, everyArgumentTypePrintsItsValue ) {
                                                                 { 3, "-3 9223372036854775808 downlink" } } ) );
 }
 
-TEST_F( RingTest, aLongTextIsCutAndMarked ) {
+// Names of interfaces are copied as they lie in memory.
+TEST_F( RingTest, textsAndNamesOfAnyLengthAreKeptUpToTheLongest ) {
    std::size_t const max = Brisklog::textBytesMax;
-   for( std::size_t const length : { max - 1, max, max + 1, 5 * max } ) {
+   for( std::size_t const length :
+        std::initializer_list<std::size_t>{ 0, 1, 6, 7, 8, 15, 16, max - 1, max, max + 1, 5 * max } ) {
       std::string const text( length, 'x' );
-      BRISKLOG( 3, "<{}|{}>", text, 7 );
+      BRISKLOG( 3, "<{}|{}|{}>", text, Lumo::IntfId( text ), 7 );
       std::string const kept = length > max ? std::string( max, 'x' ) + "..." : text;
-      EXPECT_EQ( ringMessages().back().text, "<" + kept + "|7>" );
+      EXPECT_EQ( ringMessages().back().text, "<" + kept + "|" + kept + "|7>" );
    }
 }
 
