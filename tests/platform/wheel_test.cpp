@@ -362,6 +362,24 @@ TEST_F( WheelStory, settingCancellingAndFiringAllocateNothing ) {
    EXPECT_EQ( allocations, before );
 }
 
+TEST_F( WheelStory, aTimerSetOverAndOverTakesNoMoreMemory ) {
+   Alarm kept( wheel, [] {} ), restless( wheel, [] {} );
+   auto const setOften = [&] {
+      for( int i = 0; i < 1000; ++i ) restless.timeMinIs( Kel::now() + 5000 + i % 2 );
+   };
+   Alarm inAHandler( wheel, [&] {
+      setOften();
+      inAHandler.timeMinIs( Kel::now() + 1 );
+   } );
+   kept.timeMinIs( start + 1e6 );
+   inAHandler.timeMinIs( start + 1 );
+   advanceTo( 10 );
+   std::size_t const before = allocations;
+   for( int i = 0; i < 100; ++i ) setOften();
+   advanceTo( 110 );
+   EXPECT_EQ( allocations, before );
+}
+
 // Random life of a few hundred timers; what must come next is the first entry of a map ordered by tick and setting.
 class WheelModel : public WheelStory, public testing::WithParamInterface<uint32_t> {
  protected:

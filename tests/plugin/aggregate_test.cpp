@@ -75,6 +75,22 @@ TEST_F( Aggregate, isRebuiltAfterARestart ) {
    EXPECT_EQ( in( "fabric" ), 8'000u );
 }
 
+TEST_F( Aggregate, goesOnInARecordThatTakesTheUnitsPlace ) {
+   unit( "fabric", { "Ethernet1" } );
+   traffic( "Ethernet1", 1_Mbps );
+   start();
+   enter( "fabric" );
+   advance( 16_s );
+   auto const former = state_.unitStatus->status( Kel::String8( "fabric" ) );
+   Kel::Ptr<Maintenance::Unit::Status> const replacement( new Maintenance::Unit::Status( Kel::String8( "fabric" ) ) );
+   replacement->aggTrafficRateIs( former->aggTrafficRate() );
+   state_.unitStatus->statusIs( replacement );
+   traffic( "Ethernet1", 2_Mbps );
+   advance( 16_s );
+   EXPECT_EQ( in( "fabric" ), 2'000'000u );
+   EXPECT_EQ( former->aggTrafficRate().inBitsRate, 1'000'000u );
+}
+
 // Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong in
 // more than one way fail with the first.
 TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {

@@ -115,6 +115,23 @@ TEST_F( Drain, aPassiveInterfaceIsSampledHalfAsOftenAndItsSpikesAreKept ) {
    EXPECT_TRUE( record->spikeUnderMaint() );
 }
 
+TEST_F( Drain, onlyUnitsInMaintenanceCountViolations ) {
+   unit( "fabric", { "Ethernet1" } );
+   unit( "edge", { "Ethernet1", "Ethernet2" } );
+   start();
+   traffic( "Ethernet2", 1_Mbps );
+   enter( "fabric" );
+   enter( "edge" );
+   advance( 30_s );
+   finishEnter( "fabric" );
+   traffic( "Ethernet1", 1_Mbps );
+   advance( 20_s );
+   EXPECT_EQ( status( "fabric" ).totalIntfTrafficViolations(), 1u );
+   EXPECT_EQ( status( "edge" ).state(), State::entering );
+   EXPECT_EQ( status( "edge" ).totalIntfTrafficViolations(), 0u );
+   EXPECT_EQ( status( "edge" ).intfsViolatingTrafficThresholds(), 0u );
+}
+
 TEST_F( Drain, directoryFlagsFollowTheState ) {
    unit( "fabric", { "Ethernet1" } );
    start();
@@ -169,13 +186,18 @@ TEST_F( Shutdown, withoutDelayItGoesDownAtOnceAndNobodyIsNotifiedOfADrain ) {
 
 TEST_F( Shutdown, theMaximumDelayEndsTheWaitAtTheFirstSampleAtOrAfterIt ) {
    quietShutdown( 25 );
+   profile( "down30", { .shutdown = true, .maxDelay = 30 } );
+   unit( "edge", { "Ethernet2" } );
+   select( "Ethernet2", "down30" );
    traffic( "Ethernet1", 10_Mbps );
+   traffic( "Ethernet2", 10_Mbps );
    enter( "fabric" );
+   enter( "edge" );
    advance( 20_s );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );
+   EXPECT_FALSE( shutDown( "Ethernet1" ) || shutDown( "Ethernet2" ) );
    advance( 10_s );
-   EXPECT_TRUE( shutDown( "Ethernet1" ) );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
+   EXPECT_TRUE( shutDown( "Ethernet1" ) && shutDown( "Ethernet2" ) );
+   EXPECT_TRUE( enterComplete( "fabric" ) && enterComplete( "edge" ) );
 }
 
 TEST_F( Shutdown, leavingBringsTheInterfaceBack ) {

@@ -74,9 +74,9 @@ TEST_F( Rates, withoutCountersTheLastRatesStand ) {
 TEST_F( Rates, aPortChannelIsTheSumOfItsMembersAndAVlanTheBusiestOfThem ) {
    for( auto const * intf : { "Ethernet1", "Ethernet2", "Ethernet3" } ) member( intf, "Port-Channel1" );
    member( "Ethernet4", "Port-Channel2" );
+   inVlan( 10, "Cpu" );
    inVlan( 10, "Port-Channel1" );
    inVlan( 10, "Ethernet5" );
-   inVlan( 10, "Cpu" );
    unit( "fabric", { "Port-Channel1", "Vlan10", "Vlan20" } );
    start();
    traffic( "Ethernet1", 1_Mbps, 10_Mbps );
@@ -114,14 +114,16 @@ TEST_F( Rates, aMemberThatJoinsLateCountsItsWholeCounterOnce ) {
 
 TEST_F( Rates, aMemberReachedTwiceInOneSampleCountsOnce ) {
    member( "Ethernet1", "Port-Channel1" );
+   member( "Ethernet2", "Port-Channel1" );
    inVlan( 10, "Ethernet1" );
    inVlan( 10, "Port-Channel1" );
    unit( "fabric", { "Vlan10" } );
    start();
    traffic( "Ethernet1", 1_Mbps );
+   traffic( "Ethernet2", 2_Mbps );
    enter( "fabric" );
    advance( 10_s );
-   EXPECT_NEAR( published( "Vlan10" ).inBitsRate, 1e6, 1 );
+   EXPECT_NEAR( published( "Vlan10" ).inBitsRate, 3e6, 1 );
 }
 
 }  // namespace Test

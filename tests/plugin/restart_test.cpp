@@ -71,8 +71,10 @@ TEST_F( Restart, keepsAUnitInMaintenanceUnderWatch ) {
    record.maintEnterInstanceNameIs( instance( "fabric", 4 ) );
    record.stateIs( State::inMaintenance );
    leftBehind( "Ethernet1", MonIntfState::passiveMonitoring );
+   monitored( "Ethernet1" )->spikeUnderMaintIs( true );
    start();
    EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
+   EXPECT_TRUE( state_.monIntfStatus->monIntfSpikeUnderMaint( Lumo::IntfId( "Ethernet1" ) ) );
    EXPECT_TRUE( shutDown( "Ethernet1" ) );                                           // applied again
    EXPECT_EQ( monitored( "Ethernet2" )->state(), MonIntfState::passiveMonitoring );  // new, and already in maintenance
    EXPECT_EQ( counter( "numIntfMonInitialStatePassive" ), 2u );
