@@ -3,8 +3,8 @@
 // Owned by the machine whose timers it carries and by the timers; driven by one clock reactor. Time is cut into ticks
 // counted from the wheel's creation, the first one tick after it. A timer fires on the first tick not yet delivered that is
 // at or after its time, or up to 1/8 tick before it: re-armed for a whole number of ticks by a handler that runs a few
-// milliseconds late, it keeps its period. Set for now or the past it fires on the next tick. Timers of one tick fire in the
-// order in which they were set.
+// milliseconds late, it keeps its period. Set for the present or the past it fires on the next tick. Timers of one tick
+// fire in the order in which they were set.
 //
 //    level 0   |.|.|.|x|.|.|.| ... |    one slot per tick of the present block of initialMaxTicks ticks
 //    level 1   |   .   |   x   |   ... one slot per block, whose timers move down as it begins
