@@ -42,7 +42,7 @@ class IntfCounterInfo final : public Kel::Entity {
 
 class MonitoredIntf final : public Kel::Entity {
    KEL_MACHINE( MonitoredIntf, "MaintenanceMode::MonitoredIntf", Lumo::IntfId, intfId )
-   KEL_ATTR( bool, initialized )  // the first sample has been taken
+   KEL_ATTR( bool, initialized )  // the first sample has been taken; here it takes no memory of its own
    KEL_REF( RateMonSm *, rootSm )
    KEL_REF( Kel::Ptr<Maintenance::MonIntfStatus>, monIntfStatus )
    // The units that wait for this interface's drain result; always true.

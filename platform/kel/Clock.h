@@ -3,7 +3,7 @@
 // now() reads afresh, in seconds since an epoch that only differences of times may rely on. Code that reacts to something
 // uses Kel::now() (kel/ActivityLoop.h), which does not move within a turn; now() of the clock itself is for measuring how
 // long something takes. The loop takes its clock as a parameter: RealClock in the agent, VirtualClock where time is set
-// from outside, SteppingClock where work has to appear to take time.
+// from outside.
 //
 // Clock::NotifieeConst is a timer: a reactor on the clock that drives the activity loop. It never runs nested in another
 // handler, only from the loop.
@@ -62,22 +62,6 @@ class VirtualClock final : public Clock {
 
  private:
    mutable double now_;
-   double const step_;
-};
-
-// Moves on by `step` seconds after each read, so that everything seems to take time. The first read gives `start`.
-class SteppingClock final : public Clock {
- public:
-   SteppingClock( double start, double step ) : next_( start ), step_( step ) {}
-
-   [[nodiscard]] double now() const override {
-      double const read = next_;
-      next_ += step_;
-      return read;
-   }
-
- private:
-   mutable double next_;
    double const step_;
 };
 

@@ -1,6 +1,5 @@
 #include "brisklog/Brisklog.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -9,13 +8,12 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "brisklog/Follower.h"
+#include "RingTest.h"
 #include "brisklog/Reader.h"
 #include "kel/Assert.h"
 #include "kel/Exception.h"
@@ -26,8 +24,8 @@ namespace {
 using Brisklog::Message;
 using Brisklog::Reader;
 using Brisklog::RingFile;
-
-constexpr std::size_t smallest = Brisklog::ringBytesMin;
+using Test::RingTest;
+using Test::smallest;
 
 enum class Colour : int8_t { red = -3 };
 enum class Mask : uint64_t { top = uint64_t( 1 ) << 63 };
@@ -90,34 +88,6 @@ void writeAsWriter( uint64_t i ) {
    std::memset( filling, 'x', sizeof filling );
    BRISKLOG( 3, "{} {} {}", i, std::string_view( filling, i % 61 ), i * 3 );
 }
-
-class RingTest : public testing::Test {
- protected:
-   RingTest() { Brisklog::ringIs( RingFile::anonymous( smallest ) ); }
-   ~RingTest() override {
-      Brisklog::levelsIs( { 0, 1, 3, 4, 8 } );
-      Brisklog::tapIs( {} );
-      Brisklog::ringIs( RingFile::anonymous( smallest ) );
-      std::filesystem::remove_all( folder );
-   }
-
-   std::string bytesOf( std::string const & file ) const {
-      std::ifstream in( file, std::ios::binary );
-      return { std::istreambuf_iterator<char>( in ), {} };
-   }
-   void fileIs( std::string const & file, std::string const & bytes ) const {
-      std::ofstream( file, std::ios::binary ) << bytes;
-   }
-
-   Kel::Ptr<Kel::VirtualClock> clock = new Kel::VirtualClock( 1000 );
-   Kel::ActivityLoop loop{ clock };
-   std::string const folder = [] {
-      std::string name = testing::TempDir() + "ringXXXXXX";
-      EXPECT_NE( mkdtemp( name.data() ), nullptr );
-      return name;
-   }();
-   std::string const path = folder + "/ring";
-};
 
 TEST_F( RingTest, everyArgumentTypePrintsItsValue ) {
    char const * const none = nullptr;
@@ -347,76 +317,6 @@ TEST_F( RingTest, theBootOfARingIsKnown ) {
       fileIs( folder + "/other", bytes );
       EXPECT_FALSE( Reader( folder + "/other" ).thisBoot() ) << boot;
    }
-}
-
-class FollowerTest : public RingTest {
- protected:
-   void newRing() { Brisklog::ringIs( RingFile::create( path, smallest ) ); }
-
-   // The texts of one call's messages, with what else it says before them; "nothing" for none.
-   std::string next() {
-      auto const news = follower.next();
-      if( !news ) return "nothing";
-      std::string text = news->newRing ? "new ring: " : "";
-      if( news->missed > 0 ) text += "missed " + std::to_string( news->missed ) + ": ";
-      if( news->damaged ) text += "damaged: ";
-      for( Message const & message : news->messages ) text += message.text + " ";
-      return text;
-   }
-
-   Brisklog::Follower follower{ path };
-};
-
-TEST_F( FollowerTest, everyMessageIsGivenOnceAcrossRestarts ) {
-   EXPECT_EQ( next(), "nothing" );  // no file yet
-   newRing();
-   BRISKLOG( 3, "a" );
-   BRISKLOG( 3, "b" );
-   EXPECT_EQ( next(), "a b " );
-   EXPECT_EQ( next(), "nothing" );
-   BRISKLOG( 3, "c" );
-   EXPECT_EQ( next(), "c " );
-   BRISKLOG( 3, "last-words" );
-   newRing();
-   BRISKLOG( 3, "d" );
-   EXPECT_EQ( next(), "last-words " );
-   EXPECT_EQ( next(), "new ring: d " );
-   EXPECT_EQ( next(), "nothing" );
-   std::filesystem::remove( path );
-   BRISKLOG( 3, "e" );  // the writer still has the file that was removed
-   EXPECT_EQ( next(), "e " );
-   EXPECT_EQ( next(), "nothing" );
-   newRing();
-   EXPECT_EQ( next(), "new ring: " );
-}
-
-TEST_F( FollowerTest, whatWasOverwrittenMeanwhileIsCounted ) {
-   newRing();
-   BRISKLOG( 3, "first" );
-   EXPECT_EQ( next(), "first " );
-   for( uint64_t i = 0; i < 5000; ++i ) BRISKLOG( 3, "{}", i );  // 32 bytes each, more than the ring has
-   auto const news = follower.next();
-   ASSERT_TRUE( news );
-   EXPECT_EQ( news->missed + news->messages.size(), 5000u );
-   EXPECT_EQ( news->messages.front().text, std::to_string( news->missed ) );
-   EXPECT_EQ( news->messages.back().text, "4999" );
-   EXPECT_GT( news->missed, 0u );
-}
-
-TEST_F( FollowerTest, damageIsToldOnceAndNoRingIsRefused ) {
-   newRing();
-   BRISKLOG( 3, "whole" );
-   BRISKLOG( 3, "broken" );
-   std::string bytes = bytesOf( path );
-   std::size_t const second = bytes.size() - smallest + sizeof( Brisklog::RecordHeader );
-   bytes[second + offsetof( Brisklog::RecordHeader, level )] = 2;
-   fileIs( path, bytes );
-   EXPECT_EQ( next(), "damaged: whole " );
-   BRISKLOG( 3, "behind" );
-   EXPECT_EQ( next(), "" );
-   fileIs( folder + "/none", "no ring" );
-   std::filesystem::rename( folder + "/none", path );
-   EXPECT_THROW( static_cast<void>( follower.next() ), Brisklog::RingError );
 }
 
 TEST_F( RingTest, aFullFormatTableStillShowsThatSomethingWasWritten ) {

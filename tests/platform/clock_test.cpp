@@ -220,8 +220,8 @@ TEST( Loop, reactorsOutliveTheirLoop ) {
    EXPECT_EQ( runs, 1 );
 }
 
-TEST( Loop, aSteppingClockMovesAtEachFreshRead ) {
-   Kel::SteppingClock const clock( 10, 0.25 );
+TEST( Loop, aClockWithAStepMovesAtEachFreshRead ) {
+   Kel::VirtualClock const clock( 10, 0.25 );
    EXPECT_EQ( clock.now(), 10 );
    EXPECT_EQ( clock.now(), 10.25 );
    EXPECT_EQ( clock.now(), 10.5 );

@@ -45,7 +45,7 @@ using Jobs = std::vector<int>;
 class CodefStory : public testing::Test {
  protected:
    // Each fresh read takes 10 ms; the start of the turn is one such read.
-   Kel::Ptr<Kel::Clock> const clock = new Kel::SteppingClock( 1000, 0.01 );
+   Kel::Ptr<Kel::Clock> const clock = new Kel::VirtualClock( 1000, 0.01 );
    Kel::ActivityLoop loop{ clock };
    Kel::Ptr<Worker> worker = new Worker( clock );
 
