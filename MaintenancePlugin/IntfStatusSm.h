@@ -95,7 +95,6 @@ class IntfStatusSm final : public Brim::CodefBase {
    void processIntf( Lumo::IntfId intfId );
    void processProfileChange( Lumo::IntfId intfId );
    [[nodiscard]] bool isInMaintGroup( Lumo::IntfId intfId ) const;
-   [[nodiscard]] bool isUp( Lumo::IntfId intfId ) const;
 
    Kel::RbTreeMap<bool, Lumo::IntfId> backlog_;
    std::unordered_map<Lumo::IntfId, std::unique_ptr<KelIntfStatus>> intfStatus_;

@@ -5,7 +5,6 @@
 
 namespace MaintenanceMode {
 
-using Interface::IntfOperStatus;
 using Maintenance::Profile::ProfileType;
 
 void IntfStatusSm::addToBacklog( Lumo::IntfId intfId ) {
@@ -56,15 +55,6 @@ bool IntfStatusSm::isInMaintGroup( Lumo::IntfId intfId ) const {
    return key && !key->empty();
 }
 
-// Down because this plug-in shut it down is as good as up.
-bool IntfStatusSm::isUp( Lumo::IntfId intfId ) const {
-   auto const reactor = intfStatus_.find( intfId );
-   if( reactor == intfStatus_.end() ) return false;
-   auto const status = allIntfStatusDir()->intfStatus( intfId );
-   if( status && status->operStatus() == IntfOperStatus::up ) return true;
-   return rootSm()->in().errDisableCauseStatus->intfStatus( intfId ) != nullptr;
-}
-
 void IntfStatusSm::processIntf( Lumo::IntfId intfId ) {
    if( !isSupportedIntf( intfId ) ) {
       TRACE( 1, "intf " << intfId << " - is not not supported" );
@@ -73,7 +63,7 @@ void IntfStatusSm::processIntf( Lumo::IntfId intfId ) {
       return;
    }
    bool const maintIntf = isInMaintGroup( intfId );
-   bool const intfUp = isUp( intfId );
+   bool const intfUp = rootSm()->isUp( intfId );
    bool const intfMon = rootSm()->intfMon( intfId ) != nullptr;
    TRACE( 9, "intf " << intfId << ", maintIntf " << maintIntf << ", intfUp " << intfUp << ", intfMon "
                      << ( intfMon ? "yes" : "no" ) );

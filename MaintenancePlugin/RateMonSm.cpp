@@ -239,6 +239,12 @@ Kel::Ptr<IntfMonSm> RateMonSm::intfMonIs( Lumo::IntfId intf, Kel::Ptr<Brim::Time
    return made;
 }
 
+bool RateMonSm::isUp( Lumo::IntfId intf ) const {
+   auto const status = in_.allIntfStatusDir ? in_.allIntfStatusDir->intfStatus( intf ) : nullptr;
+   if( !status ) return false;
+   return status->operStatus() == Interface::IntfOperStatus::up || in_.errDisableCauseStatus->intfStatus( intf );
+}
+
 void RateMonSm::startIntfMonInUnits( Lumo::IntfId intf ) {
    counters()->numStartIntfMonInUnitsInc( 1 );
    TRACE( 1, "intf " << intf );

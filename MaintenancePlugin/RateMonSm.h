@@ -108,6 +108,9 @@ class RateMonSm final : public Kel::Entity {
    void notifyStageCompletion( Kel::String8 const & unitName, uint32_t genId, Maintenance::Unit::MaintenanceOp op );
    void handleUnitStatus( Kel::String8 const & unitName );
 
+   // Up as this plug-in sees it: operationally up, or down only because it was shut down for maintenance.
+   [[nodiscard]] bool isUp( Lumo::IntfId intf ) const;
+
    // An interface joins or leaves the units that are being served
    void startIntfMonInUnits( Lumo::IntfId intf );
    void stopIntfMonInUnits( Lumo::IntfId intf );

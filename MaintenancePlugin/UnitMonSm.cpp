@@ -106,8 +106,7 @@ bool UnitMonSm::canBeMonitored( Lumo::IntfId intf ) {
       rateMonSm()->counters()->numIntfMonNoIntfStatusInc( 1 );
       return false;
    }
-   if( status->operStatus() == IntfOperStatus::up ) return true;
-   if( in.errDisableCauseStatus->intfStatus( intf ) ) return true;  // down because we shut it down
+   if( rateMonSm()->isUp( intf ) ) return true;
    TRACE_AS( 1, "startIntfMon",
              "Intf " << intf << " operStatus is " << status->operStatus() << ", ignoring as it is not "
                      << IntfOperStatus::up );
@@ -161,12 +160,11 @@ void UnitMonSm::stopIntfMon( Lumo::IntfId intf ) {
    if( monitoredIntf->dependentUnits() == 0 ) deleteIntfMon( intf, intfMonSm );
 }
 
-// The precedence among the units that remain now decides.
+// The precedence among the units that remain now decides. For them an interface that was shut down stays so, which is why
+// its link's being down does not count here.
 void UnitMonSm::applyRemainingProfile( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm ) {
    auto const intfProfile = rateMonSm()->getIntfProfile( intf );
-   auto const & statuses = rateMonSm()->in().allIntfStatusDir;
-   auto const status = statuses ? statuses->intfStatus( intf ) : nullptr;
-   if( intfProfile && status && status->operStatus() == IntfOperStatus::up ) {
+   if( intfProfile && rateMonSm()->isUp( intf ) ) {
       intfMonSm->intfProfileIs( intfProfile );
       return;
    }

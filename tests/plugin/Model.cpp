@@ -4,8 +4,6 @@
 
 #include <cmath>
 
-#include "records/Errdisable.h"
-
 namespace Test {
 
 namespace {
@@ -34,12 +32,27 @@ bool canBeSampled( Lumo::IntfId intf ) {
             Lumo::VlanIntfId::isVlanIntfId( intf ) );
 }
 
+std::set<std::string> shutDown( Sim::World const & world ) {
+   auto const cause = world.state().errdisableCauses->entityRef( "maintenance-shutdown" );
+   return cause ? keys( *cause, "intfStatus" ) : std::set<std::string>{};
+}
+
 bool isUp( Sim::World const & world, Lumo::IntfId intf ) {
    auto const status = world.state().intfStatus->intfStatus( intf );
    if( !status ) return false;
-   auto const cause = world.state().errdisableCauses->entityRef( "maintenance-shutdown" );
-   auto const shutDown = Kel::dynamicPtrCast<Errdisable::CauseStatus>( cause );
-   return status->operStatus() == IntfOperStatus::up || ( shutDown && shutDown->intfStatus( intf ) );
+   return status->operStatus() == IntfOperStatus::up || shutDown( world ).contains( std::string( intf.name() ) );
+}
+
+// Whom the published records say to be held down: all who are done with draining and whose profile asks for it, however many
+// units hold them.
+std::set<std::string> shutDownByRecords( Sim::World const & world ) {
+   std::set<std::string> held;
+   for( auto [intf, record] : world.state().monIntfStatus->monIntfStatusIterator() ) {
+      auto const profile = world.state().profiles->config( record->profileName() );
+      bool const draining = record->state() == Maintenance::MonIntfState::thresholdMonitoring;
+      if( !draining && profile && profile->shutdown() ) held.insert( std::string( intf.name() ) );
+   }
+   return held;
 }
 
 // What the units' own groups say, corrected by what the membership of every single interface says.
@@ -152,6 +165,7 @@ void expectInvariants( Sim::World const & world ) {
    }
    EXPECT_EQ( keys( *state.monIntfStatus, "monIntfStatus" ), all );
    EXPECT_EQ( keys( *machine( world, {} ), "intfMon" ), all );
+   EXPECT_EQ( shutDown( world ), shutDownByRecords( world ) );
    for( char const * const set : { "monIntfEnterMaint", "monIntfUnderMaint", "monIntfSpikeUnderMaint" } ) {
       for( auto const & intf : keys( *state.monIntfStatus, set ) ) EXPECT_TRUE( all.contains( intf ) ) << set << intf;
    }

@@ -97,21 +97,36 @@ TEST_F( Units, thatComeLaterFindACommonInterfaceAlreadyDrained ) {
    EXPECT_TRUE( enterComplete( "south" ) );
 }
 
+// Whoever leaves first, and whether its link has gone down by then or not.
 TEST_F( Units, leaveACommonInterfaceShutDownForTheOther ) {
    profile( "down", { .shutdown = true } );
    unit( "north", { "Ethernet1" } );
    unit( "south", { "Ethernet1" } );
    select( "Ethernet1", "down" );
    start();
-   enter( "north" );
-   enter( "south" );
-   finishEnter( "north" );
-   finishEnter( "south" );
-   ASSERT_TRUE( shutDown( "Ethernet1" ) );
-   exit( "north" );  // its link is still up as far as anybody knows
-   EXPECT_TRUE( shutDown( "Ethernet1" ) );
-   exit( "south" );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );
+   for( std::string const first : { "north", "south" } ) {
+      for( auto const operStatus : { IntfOperStatus::up, IntfOperStatus::down } ) {
+         SCOPED_TRACE( first + " leaves first, the link is " + enumName( operStatus ) );
+         std::string const second = first == "north" ? "south" : "north";
+         for( auto const & name : { first, second } ) {
+            enter( name );
+            finishEnter( name );
+         }
+         ASSERT_TRUE( shutDown( "Ethernet1" ) );
+         double const since = *cause().intfStatus( Lumo::IntfId( "Ethernet1" ) );
+         link( "Ethernet1", operStatus );
+         advance( 60_s );
+         exit( first );
+         ASSERT_TRUE( shutDown( "Ethernet1" ) );
+         EXPECT_EQ( *cause().intfStatus( Lumo::IntfId( "Ethernet1" ) ), since );
+         EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
+         exit( second );
+         EXPECT_FALSE( shutDown( "Ethernet1" ) );
+         finishExit( first );
+         finishExit( second );
+         link( "Ethernet1", IntfOperStatus::up );
+      }
+   }
 }
 
 // The link of a shared interface is down when one unit leaves: its monitoring stops for both.
