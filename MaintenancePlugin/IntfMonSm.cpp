@@ -145,13 +145,13 @@ void IntfMonSm::updateCounters() {
 
 // A rate equal to the threshold is not below it, so a threshold of 0 is never met.
 bool IntfMonSm::isTrafficBelowThreshold() const {
-   double const threshold = 1000 * intfProfile()->rateMonThresholdInKbps();  // bit/s
+   double const threshold = intfProfile()->thresholdBitsRate();
    auto const & rates = record().curRates();
    return threshold > rates.inBitsRate && threshold > rates.outBitsRate;
 }
 
 uint32_t IntfMonSm::drainedSeconds() const {
-   double const seconds = record().numConsecutiveDrainedSamples() * intfProfile()->sampleInterval();
+   double const seconds = record().quietSeconds( *intfProfile() );
    return static_cast<uint32_t>( static_cast<uint64_t>( seconds ) );
 }
 
@@ -167,8 +167,8 @@ void IntfMonSm::traceDrainDecision( bool drained ) const {
    char const * const function = "hasTrafficDrained";
    TRACE_AS( 9, function, "intf " << intfId() << ", traffic drained - " << ( drained ? "true" : "false" ) );
    TRACE_AS( 9, function,
-             "    threshold " << 1000 * intfProfile()->rateMonThresholdInKbps() << ", cur inBitsRates "
-                              << rates.inBitsRate << ", cur outBitsRates " << rates.outBitsRate );
+             "    threshold " << intfProfile()->thresholdBitsRate() << ", cur inBitsRates " << rates.inBitsRate
+                              << ", cur outBitsRates " << rates.outBitsRate );
    TRACE_AS( 9, function,
              "    numConsecutiveDrainedSamples "
                 << status.numConsecutiveDrainedSamples() << ", totalSamples " << status.totalSamples() << " ( "

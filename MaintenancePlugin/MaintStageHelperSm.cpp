@@ -2,6 +2,7 @@
 
 #include "RateMonSm.h"
 #include "RateMonTrace.h"
+#include "records/Names.h"
 
 KEL_TYPE( MaintenanceMode::MaintStageHelperSm )
 
@@ -49,7 +50,7 @@ class MaintStageHelperSm::KelProgress final : public Stage::Progress::NotifieeCo
 };
 
 Kel::String8 const & rateMonStage() {
-   static Kel::String8 const stage( "ratemon" );
+   static Kel::String8 const stage( Maintenance::rateMonStage );
    return stage;
 }
 

@@ -3,16 +3,20 @@
 #include "RateMonTrace.h"
 #include "errdisable/ErrdisableLib.h"
 #include "kel/Dir.h"
-#include "records/Cell.h"
+#include "records/Names.h"
 
 KEL_TYPE( MaintenanceMode::RateMonPluginInfoDumper )
 KEL_TYPE( MaintenanceMode::RateMonSmLoader )
 
 namespace MaintenanceMode {
 
+namespace Path = Maintenance::Path;
+using Maintenance::enterStageClass;
+using Maintenance::exitStageClass;
+
 namespace {
 
-Kel::Name const errdisableCause( "maintenance-shutdown" );
+Kel::Name const errdisableCause( Maintenance::shutdownCause );
 
 // Everything that makes up the plug-in can be found by its type's name once the shared object is loaded.
 struct TypeRegistration {
@@ -70,34 +74,33 @@ void RateMonSmLoader::init( Maintenance::PluginContext * pluginContext ) {
 // Some of these are never looked up again, and the group configuration is mounted twice: the host counts on the list as it is.
 void RateMonSmLoader::mountAll() {
    auto const group = context_->entityManager()->getMountGroup( this );
-   auto const mount = [&]( std::string const & path, char const * type, char const * mode ) {
+   auto const mount = [&]( std::string_view path, char const * type, char const * mode ) {
       group->doMount( Dovra::Mount{ path, type, mode } );
    };
-   auto const cell = []( char const * path ) { return Cell::path( path, 0 ); };
-   mount( "interface/ethIntfCounter/writerStatus", "Kel::Dir", "ri" );
-   mount( "interface/config/eth/lag", "Interface::EthLagIntfConfigDir", "r" );
-   mount( "lag/config", "Lag::Config", "r" );
-   mount( "lag/input/config", "Kel::Dir", "ri" );
-   mount( "bridging/vlan/status", "Bridging::VlanStatusDir", "r" );
-   mount( "maintenance/unit/status", "Maintenance::Unit::StatusDir", "r" );
-   mount( "maintenance/group/config", "Maintenance::MaintenanceGroup::ConfigDir", "r" );
-   mount( "group/status/interface", "IntfGroup::StatusDir", "r" );
-   mount( "maintenance/profile/config/interface", "IntfMaintenanceProfile::ConfigDir", "r" );
-   mount( "maintenance/mapping/member/interface", "IntfMaintenance::IntfToGroupDir", "r" );
-   mount( "maintenance/mapping/group", "Maintenance::GroupToUnitDir", "r" );
-   mount( "interface/errdisable/cause", "Kel::Dir", "wi" );
-   mount( "interface/errdisable/causegroup", "Kel::Dir", "wi" );
-   mount( "maintenance/interface/status/ratemon", "Maintenance::MonIntfStatusDir", "w" );
-   mount( "maintenance/profile/config/default/interface", "Maintenance::Profile::DefaultProfile", "r" );
-   mount( "maintenance/group/config", "Maintenance::MaintenanceGroup::ConfigDir", "r" );
-   mount( cell( "stageInput/maintEnter/MaintenanceMode" ), "Stage::AgentConfig", "r" );
-   mount( cell( "stageInput/maintExit/MaintenanceMode" ), "Stage::AgentConfig", "r" );
-   mount( cell( "stageAgentStatus/maintEnter/MaintenanceMode" ), "Stage::AgentStatus", "w" );
-   mount( cell( "stageAgentStatus/maintExit/MaintenanceMode" ), "Stage::AgentStatus", "w" );
-   mount( cell( "stage/maintEnter/progress" ), "Stage::ProgressDir", "r" );
-   mount( cell( "stage/maintExit/progress" ), "Stage::ProgressDir", "r" );
-   mount( cell( "stage/maintEnter/completionstatus" ), "Stage::CompletionStatusDir", "r" );
-   mount( cell( "stage/maintExit/completionstatus" ), "Stage::CompletionStatusDir", "r" );
+   mount( Path::counterWriterStatus, "Kel::Dir", "ri" );
+   mount( Path::ethLagConfig, "Interface::EthLagIntfConfigDir", "r" );
+   mount( Path::lagConfig, "Lag::Config", "r" );
+   mount( Path::lagInput, "Kel::Dir", "ri" );
+   mount( Path::vlanStatus, "Bridging::VlanStatusDir", "r" );
+   mount( Path::unitStatus, "Maintenance::Unit::StatusDir", "r" );
+   mount( Path::groupConfig, "Maintenance::MaintenanceGroup::ConfigDir", "r" );
+   mount( Path::groupStatus, "IntfGroup::StatusDir", "r" );
+   mount( Path::profiles, "IntfMaintenanceProfile::ConfigDir", "r" );
+   mount( Path::intfToGroup, "IntfMaintenance::IntfToGroupDir", "r" );
+   mount( Path::groupToUnit, "Maintenance::GroupToUnitDir", "r" );
+   mount( Path::errdisableCauses, "Kel::Dir", "wi" );
+   mount( Path::errdisableCauseGroups, "Kel::Dir", "wi" );
+   mount( Path::monIntfStatus, "Maintenance::MonIntfStatusDir", "w" );
+   mount( Path::defaultProfile, "Maintenance::Profile::DefaultProfile", "r" );
+   mount( Path::groupConfig, "Maintenance::MaintenanceGroup::ConfigDir", "r" );
+   mount( Path::stageAgentConfig( enterStageClass ), "Stage::AgentConfig", "r" );
+   mount( Path::stageAgentConfig( exitStageClass ), "Stage::AgentConfig", "r" );
+   mount( Path::stageAgentStatus( enterStageClass ), "Stage::AgentStatus", "w" );
+   mount( Path::stageAgentStatus( exitStageClass ), "Stage::AgentStatus", "w" );
+   mount( Path::stageProgress( enterStageClass ), "Stage::ProgressDir", "r" );
+   mount( Path::stageProgress( exitStageClass ), "Stage::ProgressDir", "r" );
+   mount( Path::stageCompletion( enterStageClass ), "Stage::CompletionStatusDir", "r" );
+   mount( Path::stageCompletion( exitStageClass ), "Stage::CompletionStatusDir", "r" );
    group->doClose( false, "", 0.0 );
 }
 
@@ -120,7 +123,7 @@ void RateMonSmLoader::createErrdisableEntity( Kel::Ptr<Dovra::EntityManager> con
 }
 
 void RateMonSmLoader::startCounterReader( Kel::Ptr<Dovra::EntityManager> const & entityManager ) {
-   auto const writerStatusDir = entityManager->getEntity<Kel::Dir>( "interface/ethIntfCounter/writerStatus" );
+   auto const writerStatusDir = entityManager->getEntity<Kel::Dir>( Path::counterWriterStatus );
    ethIntfCounterReaderSmIs( new Interface::EthIntfCounterReaderSm( context_->quillEntityManager(), writerStatusDir ) );
    ethIntfCounterReaderSm()->enableLegacyShmemManSupport();
    ethIntfCounterReaderSm()->handleInitialized();
@@ -128,36 +131,32 @@ void RateMonSmLoader::startCounterReader( Kel::Ptr<Dovra::EntityManager> const &
 
 RateMonSmInputs RateMonSmLoader::inputs( Kel::Ptr<Dovra::EntityManager> const & entityManager ) const {
    Dovra::EntityManager const & db = *entityManager;
-   auto const cell = []( char const * path ) { return Cell::path( path, 0 ); };
    RateMonSmInputs in;
    in.phyCounterDir = ethIntfCounterReaderSm()->allEthIntfCounterPtrDir();
-   in.lagConfigDir = db.getEntity<Lag::Config>( "lag/config" );
-   in.vlanStatusDir = db.getEntity<Bridging::VlanStatusDir>( "bridging/vlan/status" );
-   in.allIntfStatusDir = db.getEntity<Interface::AllIntfStatusDir>( "interface/status/all" );
-   in.unitStatusDir = db.getEntity<Maintenance::Unit::StatusDir>( "maintenance/unit/status" );
-   in.maintenanceGroupDir = db.getEntity<Maintenance::MaintenanceGroup::ConfigDir>( "maintenance/group/config" );
-   in.intfGroupStatusDir = db.getEntity<IntfGroup::StatusDir>( "group/status/interface" );
-   in.intfProfileConfigDir = db.getEntity<IntfMaintenanceProfile::ConfigDir>( "maintenance/profile/config/interface" );
-   in.intfToGroupDir = db.getEntity<IntfMaintenance::IntfToGroupDir>( "maintenance/mapping/member/interface" );
-   in.groupToUnitDir = db.getEntity<Maintenance::GroupToUnitDir>( "maintenance/mapping/group" );
-   auto const causes = db.getEntity<Kel::Dir>( "interface/errdisable/cause" );
+   in.lagConfigDir = db.getEntity<Lag::Config>( Path::lagConfig );
+   in.vlanStatusDir = db.getEntity<Bridging::VlanStatusDir>( Path::vlanStatus );
+   in.allIntfStatusDir = db.getEntity<Interface::AllIntfStatusDir>( Path::intfStatus );
+   in.unitStatusDir = db.getEntity<Maintenance::Unit::StatusDir>( Path::unitStatus );
+   in.maintenanceGroupDir = db.getEntity<Maintenance::MaintenanceGroup::ConfigDir>( Path::groupConfig );
+   in.intfGroupStatusDir = db.getEntity<IntfGroup::StatusDir>( Path::groupStatus );
+   in.intfProfileConfigDir = db.getEntity<IntfMaintenanceProfile::ConfigDir>( Path::profiles );
+   in.intfToGroupDir = db.getEntity<IntfMaintenance::IntfToGroupDir>( Path::intfToGroup );
+   in.groupToUnitDir = db.getEntity<Maintenance::GroupToUnitDir>( Path::groupToUnit );
+   auto const causes = db.getEntity<Kel::Dir>( Path::errdisableCauses );
    auto const msCause =
       causes ? Kel::dynamicPtrCast<Errdisable::CauseStatus>( causes->entityRef( errdisableCause ) ) : nullptr;
    KEL_ASSERT_TEXT( msCause, "msCause && \" errdisable cause maintenance-shutdown is NULL \"" );
    in.errDisableCauseStatus = msCause;
-   in.monIntfStatusDir = db.getEntity<Maintenance::MonIntfStatusDir>( "maintenance/interface/status/ratemon" );
-   in.defaultIntfProfile =
-      db.getEntity<Maintenance::Profile::DefaultProfile>( "maintenance/profile/config/default/interface" );
-   in.maintEnterCompletionStatus =
-      db.getEntity<Stage::CompletionStatusDir>( cell( "stage/maintEnter/completionstatus" ) );
-   in.maintExitCompletionStatus =
-      db.getEntity<Stage::CompletionStatusDir>( cell( "stage/maintExit/completionstatus" ) );
-   in.maintEnterProgressDir = db.getEntity<Stage::ProgressDir>( cell( "stage/maintEnter/progress" ) );
-   in.maintExitProgressDir = db.getEntity<Stage::ProgressDir>( cell( "stage/maintExit/progress" ) );
-   in.maintEnterAgentConfig = db.getEntity<Stage::AgentConfig>( cell( "stageInput/maintEnter/MaintenanceMode" ) );
-   in.maintExitAgentConfig = db.getEntity<Stage::AgentConfig>( cell( "stageInput/maintExit/MaintenanceMode" ) );
-   in.maintEnterAgentStatus = db.getEntity<Stage::AgentStatus>( cell( "stageAgentStatus/maintEnter/MaintenanceMode" ) );
-   in.maintExitAgentStatus = db.getEntity<Stage::AgentStatus>( cell( "stageAgentStatus/maintExit/MaintenanceMode" ) );
+   in.monIntfStatusDir = db.getEntity<Maintenance::MonIntfStatusDir>( Path::monIntfStatus );
+   in.defaultIntfProfile = db.getEntity<Maintenance::Profile::DefaultProfile>( Path::defaultProfile );
+   in.maintEnterCompletionStatus = db.getEntity<Stage::CompletionStatusDir>( Path::stageCompletion( enterStageClass ) );
+   in.maintExitCompletionStatus = db.getEntity<Stage::CompletionStatusDir>( Path::stageCompletion( exitStageClass ) );
+   in.maintEnterProgressDir = db.getEntity<Stage::ProgressDir>( Path::stageProgress( enterStageClass ) );
+   in.maintExitProgressDir = db.getEntity<Stage::ProgressDir>( Path::stageProgress( exitStageClass ) );
+   in.maintEnterAgentConfig = db.getEntity<Stage::AgentConfig>( Path::stageAgentConfig( enterStageClass ) );
+   in.maintExitAgentConfig = db.getEntity<Stage::AgentConfig>( Path::stageAgentConfig( exitStageClass ) );
+   in.maintEnterAgentStatus = db.getEntity<Stage::AgentStatus>( Path::stageAgentStatus( enterStageClass ) );
+   in.maintExitAgentStatus = db.getEntity<Stage::AgentStatus>( Path::stageAgentStatus( exitStageClass ) );
    return in;
 }
 

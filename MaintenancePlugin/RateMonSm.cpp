@@ -2,6 +2,7 @@
 
 #include "RateMonTrace.h"
 #include "kel/ActivityLoop.h"
+#include "records/Names.h"
 
 KEL_TYPE( MaintenanceMode::RateMonSm )
 
@@ -112,12 +113,13 @@ void RateMonSm::handleInitialized() {
 }
 
 void RateMonSm::newStageHelpers() {
-   maintEnterStageHelperIs( new MaintStageHelperSm( "maintEnter", in_.maintEnterProgressDir,
+   maintEnterStageHelperIs( new MaintStageHelperSm( Maintenance::enterStageClass, in_.maintEnterProgressDir,
                                                     in_.maintEnterCompletionStatus, in_.maintEnterAgentConfig,
                                                     in_.maintEnterAgentStatus, this ) );
    maintEnterStageHelper()->hasNotificationActiveIs( true );
-   maintExitStageHelperIs( new MaintStageHelperSm( "maintExit", in_.maintExitProgressDir, in_.maintExitCompletionStatus,
-                                                   in_.maintExitAgentConfig, in_.maintExitAgentStatus, this ) );
+   maintExitStageHelperIs( new MaintStageHelperSm( Maintenance::exitStageClass, in_.maintExitProgressDir,
+                                                   in_.maintExitCompletionStatus, in_.maintExitAgentConfig,
+                                                   in_.maintExitAgentStatus, this ) );
    maintExitStageHelper()->hasNotificationActiveIs( true );
 }
 
@@ -160,7 +162,7 @@ void RateMonSm::reenterUnit( Maintenance::Unit::Status const & unit ) {
    }
    if( !reenter ) return;
    TRACE_AS( 4, "handleInitialized", "Unit state =" << unit.state() << ", putting this unit in maintenance " );
-   doStageForInstance( "maintEnter", enterInstance, rateMonStage() );
+   doStageForInstance( Maintenance::enterStageClass, enterInstance, rateMonStage() );
 }
 
 bool RateMonSm::stageActive( Kel::Ptr<Stage::ProgressDir const> const & progressDir, Kel::Name const & instanceName,

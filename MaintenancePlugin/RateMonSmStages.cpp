@@ -1,6 +1,7 @@
 // The root's side of the stage protocol: requests become enters and exits of units, reports become completion marks.
 #include "RateMonSm.h"
 #include "RateMonTrace.h"
+#include "records/Names.h"
 
 namespace MaintenanceMode {
 
@@ -9,11 +10,11 @@ using Maintenance::Unit::MaintenanceOp;
 void RateMonSm::doStageForInstance( Kel::String8 const & stageClass, Kel::Name const & instanceName,
                                     Kel::String8 const & stage ) {
    Maintenance::Unit::StageMgrInstKey const key( instanceName );
-   if( stageClass != "maintEnter" && stageClass != "maintExit" ) {
+   if( stageClass != Maintenance::enterStageClass && stageClass != Maintenance::exitStageClass ) {
       TRACE( 1, "Invalid maintenance class: " << stageClass << " for instanceName: " << instanceName );
       return;
    }
-   auto const op = stageClass == "maintEnter" ? MaintenanceOp::enter : MaintenanceOp::exit;
+   auto const op = stageClass == Maintenance::enterStageClass ? MaintenanceOp::enter : MaintenanceOp::exit;
    TRACE( 1, "unit " << key.unitName() << ", genId " << key.genId() << ", stage " << stage << ", op " << op );
    RING( 3, "unit {}, genId {}, stage {}, op {}", key.unitName(), key.genId(), stage, enumName( op ) );
    if( stage != rateMonStage() ) return;

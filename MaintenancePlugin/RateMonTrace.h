@@ -9,11 +9,12 @@
 
 #include "brisklog/Brisklog.h"
 #include "kel/Trace.h"
+#include "records/Names.h"
 
 namespace MaintenanceMode {
 
-// The plug-in's handle, "MaintenanceModeRateMonSm".
-inline Kel::TraceHandle & traceHandle = Kel::traceHandle( "MaintenanceModeRateMonSm" );
+// The plug-in's handle.
+inline Kel::TraceHandle & traceHandle = Kel::traceHandle( Maintenance::rateMonTraceHandle );
 
 }  // namespace MaintenanceMode
 

@@ -29,6 +29,7 @@
 #include "plugin/PluginContext.h"
 #include "quill/CounterWriter.h"
 #include "quill/EntityManager.h"
+#include "records/Names.h"
 #include "state/MaintenanceState.h"
 
 namespace {
@@ -135,7 +136,7 @@ class Agent {
    void enter() {
       state_.unitStatus->status( unitName )->stateIs( Maintenance::Unit::State::entering );
       state_.enter.completion->statusIs( instanceName );
-      state_.enter.progress->progressIs( instanceName )->stageIs( Kel::String8( "ratemon" ), true );
+      state_.enter.progress->progressIs( instanceName )->stageIs( Kel::String8( Maintenance::rateMonStage ), true );
       loop_.runUntil( *clock_, clock_->now() );
    }
 

@@ -1,12 +1,16 @@
 #include "service/UnitService.h"
 
+#include "config/Config.h"
+#include "records/Names.h"
+
 namespace Host {
 
 using Maintenance::Unit::State;
 
 namespace {
 
-Kel::String8 const stageName( "ratemon" );
+Kel::String8 const stageName( Maintenance::rateMonStage );
+static_assert( Config::rateMonStage == Maintenance::rateMonStage, "the file names the stage that the plug-in serves" );
 
 bool complete( Maintenance::StageState const & stage, Kel::Name const & instance ) {
    return stage.agentStatus->complete( Stage::AgentStatusKey{ stageName, instance } ) != nullptr;

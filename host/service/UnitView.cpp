@@ -5,6 +5,7 @@
 
 #include "kel/ActivityLoop.h"
 #include "records/Errdisable.h"
+#include "records/Names.h"
 
 namespace Host {
 
@@ -34,15 +35,6 @@ std::string secondsText( double seconds ) {
    return text.data();
 }
 
-double thresholdBitsRate( IntfMaintenanceProfile::Config const & profile ) {
-   return 1000 * profile.rateMonThresholdInKbps();
-}
-
-// How long the traffic has been below the threshold without a break, as the drain rule counts it.
-double belowSeconds( Maintenance::MonIntfStatus const & status, IntfMaintenanceProfile::Config const & profile ) {
-   return status.numConsecutiveDrainedSamples() * profile.sampleInterval();
-}
-
 std::string directionsAbove( Interface::IntfRates const & rates, double threshold ) {
    std::string text;
    if( rates.inBitsRate >= threshold ) text += "in " + rateText( rates.inBitsRate );
@@ -68,7 +60,7 @@ bool UnitView::linkUp( Lumo::IntfId intf ) const {
 
 bool UnitView::shutDown( Lumo::IntfId intf ) const {
    auto const cause =
-      Kel::dynamicPtrCast<Errdisable::CauseStatus>( state_.errdisableCauses->entityRef( "maintenance-shutdown" ) );
+      Kel::dynamicPtrCast<Errdisable::CauseStatus>( state_.errdisableCauses->entityRef( Maintenance::shutdownCause ) );
    return cause && cause->intfStatus( intf );
 }
 
@@ -79,7 +71,7 @@ std::string UnitView::linkTrouble( Lumo::IntfId intf ) const {
 
 std::string UnitView::waitingFor( Lumo::IntfId intf, Maintenance::MonIntfStatus const & status,
                                   IntfMaintenanceProfile::Config const & prof ) const {
-   double const threshold = thresholdBitsRate( prof );
+   double const threshold = prof.thresholdBitsRate();
    std::string const above = directionsAbove( status.curRates(), threshold );
    if( status.state() == MonIntfState::passiveMonitoring ) {
       bool const sampled = status.numSamplesAboveThresholdPostMaint() + status.numSamplesBelowThresholdPostMaint() > 0;
@@ -88,7 +80,7 @@ std::string UnitView::waitingFor( Lumo::IntfId intf, Maintenance::MonIntfStatus 
    if( status.state() != MonIntfState::thresholdMonitoring ) return "";
    if( status.totalSamples() == 0 ) return "its first sample";
    if( !above.empty() ) return above + " to fall below " + rateText( threshold );
-   double const below = belowSeconds( status, prof );
+   double const below = status.quietSeconds( prof );
    return "below " + rateText( threshold ) + " for " + secondsText( below ) + ", " +
           secondsText( std::max( 0.0, prof.rateMonLoadInterval() - below ) ) + " still needed";
 }
@@ -125,12 +117,12 @@ Kel::Value UnitView::interfaceView( Lumo::IntfId intf, std::string const & unitN
    view.emplace_back( "monitoredSeconds", value( Kel::now() - status->startTime() ) );
    view.emplace_back( "spikeUnderMaint", value( status->spikeUnderMaint() ) );
    if( !prof ) return value( std::move( view ) );
-   view.emplace_back( "thresholdBitsRate", value( thresholdBitsRate( *prof ) ) );
+   view.emplace_back( "thresholdBitsRate", value( prof->thresholdBitsRate() ) );
    view.emplace_back( "sampleIntervalSeconds", value( prof->sampleInterval() ) );
    view.emplace_back( "loadIntervalSeconds", value( prof->rateMonLoadInterval() ) );
-   view.emplace_back( "belowSeconds", value( belowSeconds( *status, *prof ) ) );
+   view.emplace_back( "belowSeconds", value( status->quietSeconds( *prof ) ) );
    view.emplace_back( "neededSeconds",
-                      value( std::max( 0.0, prof->rateMonLoadInterval() - belowSeconds( *status, *prof ) ) ) );
+                      value( std::max( 0.0, prof->rateMonLoadInterval() - status->quietSeconds( *prof ) ) ) );
    std::string const waiting = waitingFor( intf, *status, *prof );
    view.emplace_back( "waitingFor", waiting.empty() ? Kel::Value() : value( waiting ) );
    return value( std::move( view ) );

@@ -2,6 +2,7 @@
 
 #include "kel/Dir.h"
 #include "records/Errdisable.h"
+#include "records/Names.h"
 
 KEL_TYPE( Errdisable::CauseGroup )
 
@@ -9,7 +10,7 @@ namespace ErrdisableLib {
 
 namespace {
 
-Kel::Ptr<Kel::Dir> directory( Dovra::EntityManager const & entityManager, char const * path ) {
+Kel::Ptr<Kel::Dir> directory( Dovra::EntityManager const & entityManager, std::string_view path ) {
    auto dir = entityManager.getEntity<Kel::Dir>( path );
    KEL_ASSERT( dir );
    return dir;
@@ -24,7 +25,7 @@ uint8_t packed( bool b1, bool b2, bool b3, bool b4, bool b5 ) {
 void ErrdisableCauseGroupInit( Kel::Ptr<Dovra::EntityManager> const & entityManager, Kel::Name const & cause, bool b1,
                                Kel::String8 const & description, bool b2, bool b3, bool b4, bool b5,
                                uint32_t causeGroupType, uint32_t causeGroupPriority, Kel::String8 const & reason ) {
-   auto const groups = directory( *entityManager, "interface/errdisable/causegroup" );
+   auto const groups = directory( *entityManager, Maintenance::Path::errdisableCauseGroups );
    if( !groups->entityRef( cause ) ) {
       Kel::Ptr<Errdisable::CauseGroup> const group( new Errdisable::CauseGroup( cause ) );
       group->descriptionIs( description );
@@ -34,7 +35,7 @@ void ErrdisableCauseGroupInit( Kel::Ptr<Dovra::EntityManager> const & entityMana
       group->flagsIs( packed( b1, b2, b3, b4, b5 ) );
       groups->entityIs( group );
    }
-   auto const causes = directory( *entityManager, "interface/errdisable/cause" );
+   auto const causes = directory( *entityManager, Maintenance::Path::errdisableCauses );
    if( !causes->entityRef( cause ) ) causes->entityIs( new Errdisable::CauseStatus( cause ) );
 }
 

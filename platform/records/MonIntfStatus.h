@@ -4,6 +4,7 @@
 #include "kel/Attributes.h"
 #include "records/Interface.h"
 #include "records/IntfId.h"
+#include "records/Profile.h"
 
 namespace Maintenance {
 
@@ -49,6 +50,12 @@ class MonIntfStatus final : public Kel::Entity {
    MonIntfStatus( Lumo::IntfId intfId, Kel::String8 const & profileName, double startTime ) : MonIntfStatus( intfId ) {
       profileName_ = profileName;
       startTime_ = startTime;
+   }
+
+   // How long the traffic has been below the threshold without a break. Each sample of the run stands for the interval of
+   // the profile in force, however late it came.
+   [[nodiscard]] double quietSeconds( IntfMaintenanceProfile::Config const & profile ) const {
+      return numConsecutiveDrainedSamples() * profile.sampleInterval();
    }
 };
 

@@ -14,6 +14,8 @@ class Config final : public Kel::Entity {
    KEL_ATTR( uint32_t, rateMonLoadInterval )      // s that traffic must stay below the threshold
    KEL_ATTR( double, shutdownMaxDelay )           // s until the interface goes down all the same; 0: at once
    KEL_ENTITY_END
+
+   [[nodiscard]] double thresholdBitsRate() const { return 1000 * rateMonThresholdInKbps(); }  // bit/s
 };
 
 class ConfigDir final : public Kel::Entity {

@@ -1,4 +1,4 @@
-// The state directories of the maintenance service: which exist, where, and of which type.
+// The state directories of the maintenance service: which exist, and of which type. Where each stands: records/Names.h.
 //
 // Made once by whoever owns the state database, the agent or the simulator, before any plug-in mounts them; all of them exist
 // from then on, empty. The members are for the owner's side; a plug-in finds them by path.
@@ -17,11 +17,10 @@
 
 namespace Maintenance {
 
-// The directories of one stage class, "maintEnter" or "maintExit".
+// The directories of one stage class.
 struct StageState {
-   StageState( Dovra::EntityManager & database, std::string const & stageClass );
+   StageState( Dovra::EntityManager & database, std::string_view stageClass );
 
-   std::string stageClass;
    Kel::Ptr<Stage::AgentConfig> agentConfig;         // which stages the agent serves
    Kel::Ptr<Stage::ProgressDir> progress;            // which stages are active, per instance
    Kel::Ptr<Stage::CompletionStatusDir> completion;  // which instances the stage manager knows

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "records/Errdisable.h"
+#include "records/Names.h"
 
 namespace Sim {
 
@@ -12,8 +13,8 @@ using UnitState = Maintenance::Unit::State;
 
 namespace {
 
-Kel::Name const shutdownCause( "maintenance-shutdown" );
-Kel::String8 const rateMonitor( "ratemon" );
+Kel::Name const shutdownCause( Maintenance::shutdownCause );
+Kel::String8 const rateMonitor( Maintenance::rateMonStage );
 
 bool underMaintenance( UnitState s ) { return s == UnitState::entering || s == UnitState::inMaintenance; }
 
@@ -99,7 +100,7 @@ class History::IntfEar final : public Kel::Watcher {
    // A profile that is not there any more goes on to hold for those who have it.
    void handleProfile() {
       auto const profile = world_.state().profiles->config( record_->profileName() );
-      if( profile ) history_.threshold.is( world_.now(), 1000 * profile->rateMonThresholdInKbps() );
+      if( profile ) history_.threshold.is( world_.now(), profile->thresholdBitsRate() );
    }
 
    void handleState() {
@@ -115,10 +116,8 @@ class History::IntfEar final : public Kel::Watcher {
       auto const profile = world_.state().profiles->config( record_->profileName() );
       if( !profile ) return false;
       auto const & rates = history_.lastRates;
-      double const quietSeconds = record_->numConsecutiveDrainedSamples() * profile->sampleInterval();
-      double const threshold = 1000 * profile->rateMonThresholdInKbps();  // bit/s
-      return std::max( rates.inBitsRate, rates.outBitsRate ) < threshold &&
-             quietSeconds >= profile->rateMonLoadInterval();
+      return std::max( rates.inBitsRate, rates.outBitsRate ) < profile->thresholdBitsRate() &&
+             record_->quietSeconds( *profile ) >= profile->rateMonLoadInterval();
    }
 
    World const & world_;

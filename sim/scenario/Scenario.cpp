@@ -8,6 +8,7 @@
 #include "kel/Json.h"
 #include "kel/LogHandle.h"
 #include "kel/Trace.h"
+#include "records/Names.h"
 
 namespace Sim {
 
@@ -15,7 +16,7 @@ namespace {
 
 using Kel::Value;
 
-Kel::TraceHandle & pluginTrace() { return Kel::traceHandle( "MaintenanceModeRateMonSm" ); }
+Kel::TraceHandle & pluginTrace() { return Kel::traceHandle( Maintenance::rateMonTraceHandle ); }
 
 Value list( std::vector<std::string> const & texts ) {
    Value::List values;

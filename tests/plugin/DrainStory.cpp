@@ -4,6 +4,7 @@
 
 #include "kel/LogHandle.h"
 #include "kel/Trace.h"
+#include "records/Names.h"
 
 namespace Test {
 
@@ -12,7 +13,7 @@ using Maintenance::Profile::ProfileType;
 
 namespace {
 
-Kel::String8 const stageName( "ratemon" );
+Kel::String8 const stageName( Maintenance::rateMonStage );
 
 Group::GroupKey intfGroup( std::string const & name ) { return { Group::GroupType::intf, Kel::String8( name ) }; }
 
@@ -27,7 +28,7 @@ DrainStory::~DrainStory() {
    if( world_.running() ) stop();
    Kel::logSinkIs( {} );
    Kel::traceSinkIs( {} );
-   Kel::traceHandle( "MaintenanceModeRateMonSm" ).levelsIs( {} );
+   Kel::traceHandle( Maintenance::rateMonTraceHandle ).levelsIs( {} );
 }
 
 void DrainStory::profile( std::string const & name, ProfileSpec const & spec ) {
@@ -148,7 +149,7 @@ Kel::Ptr<Maintenance::MonIntfStatus> DrainStory::monitored( std::string const & 
 
 Errdisable::CauseStatus & DrainStory::cause() const {
    auto const found =
-      Kel::dynamicPtrCast<Errdisable::CauseStatus>( state_.errdisableCauses->entityRef( "maintenance-shutdown" ) );
+      Kel::dynamicPtrCast<Errdisable::CauseStatus>( state_.errdisableCauses->entityRef( Maintenance::shutdownCause ) );
    return *found;
 }
 
@@ -166,7 +167,7 @@ uint64_t DrainStory::counter( std::string const & name ) const {
 }
 
 void DrainStory::traceOn() {
-   Kel::traceHandle( "MaintenanceModeRateMonSm" ).levelsIs( { 1, 2, 4, 5, 9 } );
+   Kel::traceHandle( Maintenance::rateMonTraceHandle ).levelsIs( { 1, 2, 4, 5, 9 } );
    Kel::traceSinkIs( [this]( Kel::TraceRecord const & record ) {
       trace_.push_back( std::to_string( record.level ) + " " + std::string( record.text ) );
    } );

@@ -3,6 +3,7 @@
 
 #include "DrainStory.h"
 #include "kel/Trace.h"
+#include "records/Names.h"
 
 namespace Test {
 
@@ -102,7 +103,7 @@ TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {
    advance( 8_s );
    ASSERT_EQ( in( "fabric" ), 11u );
    traffic( "Ethernet1", 20_bps, 20_bps );
-   Kel::traceHandle( "MaintenanceModeRateMonSm" ).levelsIs( { 1 } );
+   Kel::traceHandle( Maintenance::rateMonTraceHandle ).levelsIs( { 1 } );
    uint64_t const top = ~uint64_t{ 0 };
    struct Case {
       uint64_t in, out;
@@ -133,7 +134,7 @@ TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {
    }
    aggregateIs( "fabric", top - 9, 11 );  // overflows with 20, although 11 go
    EXPECT_DEATH( advance( 8_s ), ::testing::HasSubstr( "ratesToAddInRate" ) );
-   Kel::traceHandle( "MaintenanceModeRateMonSm" ).levelsIs( {} );
+   Kel::traceHandle( Maintenance::rateMonTraceHandle ).levelsIs( {} );
 }
 
 }  // namespace Test

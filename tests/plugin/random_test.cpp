@@ -6,6 +6,7 @@
 
 #include "DrainStory.h"
 #include "Model.h"
+#include "records/Names.h"
 
 namespace Test {
 
@@ -24,7 +25,7 @@ class MarkCheck final : public Kel::Watcher {
       ++marks;
       Kel::Name const instance( key->substr( key->find( ':' ) + 1 ) );
       auto const progress = stage_.progress->progress( instance );
-      bool const * const active = progress ? progress->stage( Kel::String8( "ratemon" ) ) : nullptr;
+      bool const * const active = progress ? progress->stage( Kel::String8( Maintenance::rateMonStage ) ) : nullptr;
       EXPECT_TRUE( active && *active ) << *key << " is marked while its stage is not active";
       EXPECT_TRUE( state_.unitStatus->status( Maintenance::Unit::StageMgrInstKey( instance ).unitName() ) ) << *key;
    }
