@@ -29,6 +29,7 @@ void CodefBase::handleSlice() {
    Kel::Seconds const began = clock_->now();
    Kel::Seconds startTime = began;
    uint64_t const processed = processBacklog( startTime );
+   if( !inService() ) return;  // torn down by its own work: nothing is to be asked for any more
    timeUsedInc( clock_->now() - began );
    dispatchCountInc();
    updateWorkStats( 0, processed );

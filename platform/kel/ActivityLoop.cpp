@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "kel/Dispatch.h"
+
 namespace Kel {
 
 ActivityLoop * ActivityLoop::current_ = nullptr;
@@ -45,7 +47,10 @@ double ActivityLoop::nextDue() const { return std::min( timers_.nextDue(), defer
 
 void ActivityLoop::turn( Work const & work ) {
    TurnScope const scope( *this );
-   if( work ) work();
+   if( work ) {
+      Dispatch const dispatch;
+      work();
+   }
    timers_.runBatch();
    deferred_.runBatch();
 }
@@ -53,6 +58,7 @@ void ActivityLoop::turn( Work const & work ) {
 void ActivityLoop::forgetAll() {
    timers_.forgetAll();
    deferred_.forgetAll();
+   Dispatch::forgetDropped();
 }
 
 void ActivityLoop::runUntil( VirtualClock & clock, double t ) {

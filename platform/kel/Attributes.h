@@ -19,7 +19,9 @@
 // give x( key ) (null when absent), xIs( key, value ), xDel( key ), xDelAll(), the count xs(), the walks xIterator() and
 // xIteratorConst(), the handlers onX( key ), called after the change, and onXkelImmediate(), called once when a reactor is
 // attached to a collection that already has entries. KEL_REF( Kel::Ptr<T>, x ) holds a reference that is not owned as a
-// child and does not notify. KEL_MACHINE stands for KEL_ENTITY where the class writes its own constructors.
+// child and does not notify. KEL_ATTR_HANDLED( T, x, handleX ) is for a machine that acts on its own attribute: the mutator ends with
+// handleX(). KEL_ATTR_BY and KEL_REF_BY reflect what a class keeps in its own way. KEL_MACHINE stands for KEL_ENTITY where the
+// class writes its own constructors.
 //
 // KEL_TYPE( MonIntfStatus ) in one source file gives the type its reflection, once in the program.
 #pragma once
@@ -148,6 +150,13 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    KEL_SCALAR( TYPE, NAME, scalar, virtual void ON() {},                                                 \
       kelChanged<KelLink_##NAME>( []( KelLink_##NAME & n ) { n.ON(); } ); )
 
+// The change is acted on by the entity itself: HANDLER is one of its own operations.
+#define KEL_ATTR_HANDLED( TYPE, NAME, HANDLER )                                                          \
+   KEL_SCALAR( TYPE, NAME, scalar, ,                                                                     \
+      ::Kel::Dispatch const dispatch;                                                                    \
+      kelChangedQuietly<KelLink_##NAME>();                                                               \
+      HANDLER(); )
+
 #define KEL_COUNTER( TYPE, NAME )                                                                        \
    KEL_SCALAR( TYPE, NAME, counter, , kelChangedQuietly<KelLink_##NAME>(); )                             \
    void NAME##Inc( TYPE n ) { NAME##Is( static_cast<TYPE>( NAME##_ + n ) ); }
@@ -164,14 +173,30 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    TYPE NAME##_{};                                                                                       \
  public:
 
+// Reflection alone, of what the class keeps in its own way: an attribute with a reader NAME() and a mutator NAMEIs( v ), and a
+// reference with a reader NAME().
+#define KEL_ATTR_BY( TYPE, NAME )                                                                        \
+   KEL_LINK_OPEN( NAME )                                                                                 \
+      KEL_DESCRIBE( ( ::Kel::scalarInfo<KelSelf, TYPE>( #NAME, ::Kel::AttributeInfo::Kind::scalar,       \
+         []( KelSelf const & e ) { return e.NAME(); },                                                   \
+         []( KelSelf & e, TYPE const & value ) { e.NAME##Is( value ); } ) ) )                            \
+   KEL_LINK_CLOSE( NAME )
+
+#define KEL_REF_BY( NAME )                                                                               \
+   KEL_LINK_OPEN( NAME )                                                                                 \
+      KEL_DESCRIBE( ( ::Kel::referenceInfo<KelSelf>( #NAME,                                              \
+         []( KelSelf const & e ) -> auto const & { return e.NAME(); } ) ) )                              \
+   KEL_LINK_CLOSE( NAME )
+
 // What the three keyed forms share: the link with both handlers, deletion, count and walks.
 #define KEL_KEYED( COLLECTION, VIEW, CONST_VIEW, KEY_TYPE, NAME, ON, INFO )                              \
    KEL_LINK_OPEN( NAME )                                                                                 \
       virtual void ON( KEY_TYPE ) {}                                                                     \
       virtual void ON##kelImmediate() {}                                                                 \
-      static void kelAttached( KelSelf const & e, KelLink_##NAME & n ) {                                 \
-         KelPrev::kelAttached( e, n );                                                                   \
-         if( !e.NAME##_.map().empty() ) n.ON##kelImmediate();                                            \
+      static void kelAttached( KelSelf const & e, ::Kel::NotifieeList::HandOver const & handOver ) {     \
+         KelPrev::kelAttached( e, handOver );                                                            \
+         auto * const n = static_cast<KelLink_##NAME *>( handOver.reactor() );                           \
+         if( n && !e.NAME##_.map().empty() ) n->ON##kelImmediate();                                      \
       }                                                                                                  \
       KEL_DESCRIBE( INFO )                                                                               \
    KEL_LINK_CLOSE( NAME )                                                                                \
@@ -218,10 +243,12 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    [[nodiscard]] ::Kel::Ptr<CHILD const> NAME( KEY_TYPE const & key ) const { return NAME##_.find( key ); } \
    /* Adds a child made beforehand, scalars set; it takes the place of one with its key. */              \
    ::Kel::Ptr<CHILD> NAME##Is( ::Kel::Ptr<CHILD> const & child ) {                                       \
+      if( !child ) ::Kel::refuseNull( kelTypeName(), #NAME );                                            \
       return NAME##_.is( child->kelKey(), child, NAME##KelTell() );                                      \
    }                                                                                                     \
-   /* The child of that key, made from the key and the arguments when absent. */                         \
+   /* The child of that key, made from it and the arguments when absent; where its constructor is public. */ \
    template<class Made = CHILD, class... Args>                                                           \
+   requires( std::is_constructible_v<Made, KEY_TYPE const &, Args const &...> )                           \
    ::Kel::Ptr<CHILD> NAME##Is( KEY_TYPE const & key, Args const &... args ) {                            \
       if( ::Kel::Ptr<CHILD> const present = NAME##_.find( key ) ) return present;                        \
       return NAME##Is( ::Kel::Ptr<CHILD>( new Made( key, args... ) ) );                                  \

@@ -2,7 +2,8 @@
 //
 // The attribute macros (kel/Attributes.h) give each a member and named forwarders; nothing here is used directly by
 // records or machines, save iterators. A change is made, then told; deleting all deletes one by one, so reactors see every
-// removal. `Tell` is the owner's callback: it delivers the change of one key.
+// removal. `Tell` is the owner's callback: it delivers the change of one key. A child that leaves is out of service before
+// anything else, then taken apart, then told of.
 #pragma once
 
 #include <algorithm>
@@ -43,6 +44,7 @@ class ValueCollection {
 
    template<class Tell>
    void delAll( Tell const & tell ) {
+      Dispatch const dispatch;  // between two removals, whose handlers may drop the owner of this collection
       while( !map_.empty() ) del( map_.firstKey(), tell );
    }
 
@@ -65,10 +67,10 @@ class ChildCollection {
    template<class Tell>
    Ptr<Child> is( K const & key, Ptr<Child> const & child, Tell const & tell ) {
       Ptr<Child> const kept = child;
+      Dispatch const dispatch;  // a teardown's handlers may drop the owner of this collection
       if( Ptr<Child> * const present = map_.find( key ) ) {
          if( *present == child ) return kept;
-         Ptr<Child> const replaced = std::exchange( *present, child );
-         replaced->prepareToDie();
+         takeApart( *std::exchange( *present, child ) );
       } else {
          map_.insert( key, child );
       }
@@ -81,17 +83,23 @@ class ChildCollection {
       K const gone = key;
       if( !map_.find( gone ) ) return;
       // Out of the collection first: whatever the teardown causes cannot tear the child down a second time.
-      Ptr<Child> const child = map_.take( gone );
-      child->prepareToDie();
+      Dispatch const dispatch;
+      takeApart( *map_.take( gone ) );
       tell( gone );
    }
 
    template<class Tell>
    void delAll( Tell const & tell ) {
+      Dispatch const dispatch;
       while( !map_.empty() ) del( map_.firstKey(), tell );
    }
 
  private:
+   static void takeApart( Child & child ) {
+      child.kelDoZombieReactors( true );
+      child.prepareToDie();
+   }
+
    Map map_;
 };
 

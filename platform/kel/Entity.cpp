@@ -29,7 +29,7 @@ void Entity::watcherIs( Watcher & w ) const {
 void Entity::watcherDel( Watcher & w ) const { watchers().at( this ).remove( w ); }
 
 void Entity::kelTellWatchers( AttributeInfo const & attribute, std::string const * key ) const {
-   Ptr<Entity const> const alive( this );
+   Dispatch const dispatch;
    NotifieeList::Delivery delivery( watchers().at( this ) );
    while( NotifieeBase * const n = delivery.next() ) {
       if( n->deliverable() ) static_cast<Watcher &>( *n ).onAttribute( *this, attribute, key );

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "kel/Dispatch.h"
 #include "kel/Notifiee.h"
 #include "kel/TypeInfo.h"
 
@@ -50,6 +51,7 @@ class Entity : public PtrInterface {
    // For reactors and the attribute macros only.
    void kelAttach( NotifieeBase & n ) const { notifiees_.append( n ); }
    void kelDetach( NotifieeBase & n ) const { notifiees_.remove( n ); }
+   [[nodiscard]] NotifieeList & kelNotifiees() const { return notifiees_; }
 
  protected:
    // Calls `handler` for every reactor that is to hear of a change; LINK is the reactor base that declares the handler.
@@ -57,20 +59,20 @@ class Entity : public PtrInterface {
    void kelDeliver( Handler const & handler ) const {
       if( notifiees_.empty() ) return;
       if( NotifieeBase * const only = notifiees_.only() ) {
-         // Nothing of the entity or its list is touched afterwards, so neither has to be kept.
          if( only->deliverable() ) handler( static_cast<Link &>( *only ) );
          return;
       }
-      Ptr<Entity const> const alive( this );
       NotifieeList::Delivery delivery( notifiees_ );
       while( NotifieeBase * const n = delivery.next() ) {
          if( n->deliverable() ) handler( static_cast<Link &>( *n ) );
       }
    }
 
-   // Tells of a change already made: watchers first, then the reactors.
+   // Tells of a change already made: watchers first, then the reactors. What these drop, this entity included, lives until
+   // all have heard.
    template<class Link, class Handler>
    void kelChanged( Handler const & handler ) const {
+      Dispatch const dispatch;
       if( kelHasWatchers() ) [[unlikely]]
          kelTellWatchers( kelAttribute<Link>(), nullptr );
       kelDeliver<Link>( handler );
@@ -82,6 +84,7 @@ class Entity : public PtrInterface {
    }
    template<class Link, class K, class Handler>
    void kelKeyChanged( K const & key, Handler const & handler ) const {
+      Dispatch const dispatch;
       if( kelHasWatchers() ) [[unlikely]] {
          std::string const text = KeyTraits<K>::toText( key );
          kelTellWatchers( kelAttribute<Link>(), &text );
@@ -107,7 +110,7 @@ class AttributeChainEnd : public NotifieeBase {
    static constexpr int kelRank = 0;
    static void kelDescribe( TypeInfo & ) {}
    template<class Self>
-   static void kelAttached( Self const &, AttributeChainEnd & ) {}
+   static void kelAttached( Self const &, NotifieeList::HandOver const & ) {}
 };
 
 // The typed reactor: Link is the last link of the watched type's chain, Self the type, const for read-only observation.
@@ -121,13 +124,15 @@ class Reactor : public Link {
 
    // Attaches to what is to be watched; null detaches. Collections that already have entries are handed over as a whole,
    // unless the reactor is silent. Call it from the body of the most derived constructor, so that handlers are its own.
-   void notifierIs( Ptr<Self> const & entity ) {
+   void notifierIs( Ptr<Self> entity ) {
       if( notifier_ == entity ) return;
+      Dispatch const dispatch;
       detach();
       notifier_ = entity;
       if( !entity ) return;
       entity->kelAttach( *this );
-      if( this->deliverable() ) Link::kelAttached( *entity, *this );
+      // Nothing of this reactor is touched afterwards: what is handed over may have destroyed it.
+      Link::kelAttached( *entity, NotifieeList::HandOver( entity->kelNotifiees(), *this ) );
    }
 
  private:

@@ -70,7 +70,8 @@ class HashMap {
       explicit operator bool() const { return node_ != nullptr; }
       [[nodiscard]] K const & key() const { return node_->key; }
       [[nodiscard]] V const & value() const { return node_->value; }
-      // After the entry under the cursor was removed, its successor already stands here and is not skipped.
+      // After the entry under the cursor was removed, its successor already stands here and is not skipped, also one that came
+      // later.
       Cursor & operator++() {
          if( !moved_ ) node_ = node_->next;
          moved_ = false;
@@ -80,6 +81,13 @@ class HashMap {
     private:
       friend class HashMap;
 
+      // An entry that comes behind the one that a walk stood on, and that was the last, is the next of that walk.
+      static void arrive( HashMap const & map, Node * n ) {
+         MapWalk::forEachThrough( &map, [n]( MapWalk & walk ) {
+            auto & cursor = static_cast<Cursor &>( walk );
+            if( !cursor.node_ && cursor.moved_ ) cursor.node_ = n;
+         } );
+      }
       static void leave( HashMap const & map, Node const & n ) {
          MapWalk::forEachThrough( &map, [&n]( MapWalk & walk ) {
             auto & cursor = static_cast<Cursor &>( walk );
@@ -136,6 +144,7 @@ class HashMap {
       last_ = n;
       ++size_;
       index( *n );
+      Cursor::arrive( *this, n );
       return n->value;
    }
 

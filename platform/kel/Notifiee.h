@@ -6,7 +6,10 @@
 // - A reactor registered during a delivery is not called for that change.
 // - A reactor that is detached, switched off, made a zombie or destroyed during a delivery is never called afterwards,
 //   also later in the same delivery.
-// - A handler may drop the last reference to the entity: the delivery goes on to those after it all the same.
+// - A handler may drop the last reference to anything, the entity, the reactor and its owner included: it is freed when the
+//   outermost dispatch ends (kel/Dispatch.h), and the delivery goes on to those after it.
+// - Attachment hands over the entity's collections that have entries, one after the other, by the same rule: to a reactor
+//   that an earlier one detached, moved, silenced or destroyed no further one is handed.
 // - A reactor whose owner is switched off or a zombie is as silent as if it were so itself.
 #pragma once
 
@@ -47,9 +50,8 @@ class NotifieeBase : public ReactorBase {
 class NotifieeList {
  public:
    [[nodiscard]] bool empty() const { return !first_; }
-   [[nodiscard]] NotifieeBase * only() const {
-      return first_ == last_ ? first_ : nullptr;
-   }  // null unless there is just one
+   // Null unless there is just one.
+   [[nodiscard]] NotifieeBase * only() const { return first_ == last_ ? first_ : nullptr; }
 
    void append( NotifieeBase & n ) {
       n.prev_ = last_;
@@ -75,10 +77,7 @@ class NotifieeList {
    // position as reactors go.
    class Delivery {
     public:
-      explicit Delivery( NotifieeList & list )
-         : list_( list ), next_( list.first_ ), last_( list.last_ ), outer_( innermost_ ) {
-         innermost_ = this;
-      }
+      explicit Delivery( NotifieeList & list ) : Delivery( list, list.first_, list.last_ ) {}
       Delivery( Delivery const & ) = delete;
       Delivery & operator=( Delivery const & ) = delete;
       ~Delivery() { innermost_ = outer_; }
@@ -89,6 +88,13 @@ class NotifieeList {
          if( n ) next_ = n == last_ ? nullptr : n->next_;
          return n;
       }
+
+    protected:
+      Delivery( NotifieeList & list, NotifieeBase * first, NotifieeBase * last )
+         : list_( list ), next_( first ), last_( last ), outer_( innermost_ ) {
+         innermost_ = this;
+      }
+      [[nodiscard]] NotifieeBase * upcoming() const { return next_; }
 
     private:
       friend class NotifieeList;
@@ -104,6 +110,17 @@ class NotifieeList {
       NotifieeBase * next_;
       NotifieeBase * last_;
       Delivery * outer_;
+   };
+
+   // The hand-over of collections to a reactor that has just been attached: a delivery that goes to it alone.
+   class HandOver : private Delivery {
+    public:
+      HandOver( NotifieeList & list, NotifieeBase & n ) : Delivery( list, &n, &n ) {}
+      // Null once nothing more is to be handed to it.
+      [[nodiscard]] NotifieeBase * reactor() const {
+         NotifieeBase * const n = upcoming();
+         return n && n->deliverable() ? n : nullptr;
+      }
    };
 
  private:

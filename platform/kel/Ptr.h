@@ -1,7 +1,7 @@
 // Intrusive reference counting, the base of every entity, machine and reactor.
 //
 // The count lives in the low 29 bits of one word; the upper three bits are the platform's flags. An object is freed when
-// its last Ptr goes. Counts are changed with plain increments, or with atomic read-modify-write operations when the host
+// its last Ptr goes, or at the end of the dispatch in which that happens (kel/Dispatch.h). Counts are changed with plain increments, or with atomic read-modify-write operations when the host
 // has set enableThreadSafePointers before it made any object; the plug-in honours the choice and never makes it.
 //
 // A new object starts with a count of 0 and belongs to the first Ptr that takes it.
@@ -19,8 +19,9 @@ namespace Kel {
 
 class VFPtrInterface {
  public:
-   // Selects how counts change. Process-wide; the host sets it once at start-up.
-   static inline bool enableThreadSafePointers = false;
+   // Selects how counts change. The host sets it once at start-up. One for the whole process: defined in one place and visible,
+   // because an inline one would be a copy of its own in every shared object that hides its symbols.
+   [[gnu::visibility( "default" )]] static constinit bool enableThreadSafePointers;
 };
 
 class PtrInterface : public VFPtrInterface {
@@ -42,6 +43,8 @@ class PtrInterface : public VFPtrInterface {
    // A zombie's reactors hear nothing while the object is being taken apart.
    [[nodiscard]] bool kelZombieReactors() const { return ( word() & zombieFlag ) != 0; }
    void kelDoZombieReactors( bool zombie ) { flagIs( zombieFlag, zombie ); }
+   // False once the object's end has begun. What has more to do after a write that runs handlers asks this first.
+   [[nodiscard]] bool inService() const { return !kelZombieReactors(); }
 
    // True when neither a switch-off nor zombie state silences this object: one load, used on every delivery.
    [[nodiscard]] bool kelDeliverable() const { return ( word() & ( inactiveFlag | zombieFlag ) ) == 0; }
@@ -65,11 +68,7 @@ class PtrInterface : public VFPtrInterface {
 
  private:
    // Out of the way of the many drops that are not the last.
-   [[gnu::cold, gnu::noinline]] void die() const {
-      // A destructor may take and drop references to its own object; they must not free it a second time.
-      word_.fetch_or( dyingCount, std::memory_order_relaxed );
-      delete this;
-   }
+   [[gnu::cold]] void die() const;
 
    static constexpr uint32_t dyingCount = 1u << 28;
    static constexpr uint32_t inactiveFlag = 1u << 29;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "kel/Assert.h"
+#include "kel/Dispatch.h"
 
 namespace Kel {
 
@@ -26,6 +27,7 @@ void TimedQueue::runBatch() {
    while( !batch_.empty() ) {
       TimedReactor & r = *batch_.begin()->second;
       r.cancel();
+      Dispatch const dispatch;
       if( r.deliverable() ) r.onTimeMin();
    }
 }

@@ -32,7 +32,10 @@ EthIntfCounterReaderSm::EthIntfCounterReaderSm( Kel::Ptr<KelQuill::EntityManager
 
 EthIntfCounterReaderSm::~EthIntfCounterReaderSm() = default;
 
-void EthIntfCounterReaderSm::prepareToDie() { writerStatus_.reset(); }
+void EthIntfCounterReaderSm::prepareToDie() {
+   kelDoZombieReactors( true );
+   if( writerStatus_ ) writerStatus_->notifierIs( nullptr );
+}
 
 void EthIntfCounterReaderSm::handleInitialized() {
    KEL_ASSERT( !initialized() );
@@ -57,7 +60,7 @@ void EthIntfCounterReaderSm::handleGeneration() {
 }
 
 void EthIntfCounterReaderSm::followAllRows() {
-   for( uint32_t i = 0; i < tables_->table().rows(); ++i ) followRow( i );
+   for( uint32_t i = 0; inService() && i < tables_->table().rows(); ++i ) followRow( i );
 }
 
 // Makes the entry of the row's former interface go and that of its present one come.
@@ -70,7 +73,7 @@ void EthIntfCounterReaderSm::followRow( uint32_t index ) {
       counters_->generationIs( counters_->generation() + 1 );
       counters_->intfCounterDirDel( former );
    }
-   bool const overtaken = intfs_[index] != intf;  // by what the removal caused
+   bool const overtaken = !inService() || intfs_[index] != intf;  // by what the removal caused
    if( intf.empty() || overtaken || entryReads( intf, index ) ) return;
    Kel::Ptr<IntfCounterDir> const sets( new IntfCounterDir( intf ) );
    sets->intfCounterIs( Kel::Ptr<IntfCounter>( new IntfCounter( currentName(), tables_, index ) ) );

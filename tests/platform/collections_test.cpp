@@ -50,8 +50,17 @@ class HashMapModel : public ::testing::Test {
       model_.entries.erase( model_.find( key ) );
    }
 
+   // An entry that comes is the next of a walk whose entry went as the last one.
+   void add( uint32_t key, int value ) {
+      map_.insert( key, value );
+      model_.entries.emplace_back( key, value );
+      for( Walk & walk : walks_ ) {
+         if( !walk.at && walk.moved ) walk.at = key;
+      }
+   }
+
    void step( Walk & walk ) {
-      if( !walk.at ) return;
+      if( !walk.at && !walk.moved ) return;
       if( !walk.moved ) walk.at = successor( *walk.at );
       walk.moved = false;
       ++*walk.cursor;
@@ -90,8 +99,7 @@ TEST_F( HashMapModel, randomOperationsWithWalksUnderWay ) {
          case 0:
          case 1:
             if( present != model_.entries.end() ) break;
-            map_.insert( key, static_cast<int>( round ) );
-            model_.entries.emplace_back( key, static_cast<int>( round ) );
+            add( key, static_cast<int>( round ) );
             break;
          case 2:
             if( present != model_.entries.end() ) remove( key );
@@ -126,9 +134,10 @@ TEST( Collection, aWalkMayDeleteWhatItStandsOnAndWhatComesNext ) {
       visited.push_back( port );
       record->portDel( port );
       record->portDel( port + 1 );
-      if( port == 4 ) record->portIs( 99, true );  // added during the walk: visited by it
+      if( port == 4 ) record->portIs( 99, true );   // added during the walk: visited by it
+      if( port == 99 ) record->portIs( 77, true );  // also when the last entry has just gone from under it
    }
-   EXPECT_THAT( visited, ::testing::ElementsAre( 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 99 ) );
+   EXPECT_THAT( visited, ::testing::ElementsAre( 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 99, 77 ) );
    EXPECT_EQ( record->ports(), 0u );
 }
 
@@ -190,6 +199,34 @@ TEST( Children, areTakenApartBeforeTheLastReferenceGoes ) {
    parent->childDel( 1u );
    parent->childDel( 1u );
    EXPECT_THAT( story, ElementsAre( "torn down 1", "1 is out", "gone 1" ) );
+}
+
+TEST( Collection, deletingAllSurvivesTheLossOfItsOwner ) {
+   struct Drop final : Kel::Watcher {
+      void onAttribute( Kel::Entity const &, Kel::AttributeInfo const &, std::string const * ) override {
+         ++heard;
+         record = nullptr;
+      }
+      Kel::Ptr<Sample::Record> record{ new Sample::Record( "r" ) };
+      int heard = 0;
+   };
+   Drop drop;
+   Sample::Record & record = *drop.record;
+   for( uint32_t port : { 3u, 1u, 2u } ) record.portIs( port, true );
+   record.watcherIs( drop );  // which the record forgets at its end
+   record.portDelAll();
+   EXPECT_EQ( drop.heard, 3 );
+}
+
+TEST( Collection, refusesAChildThatIsNone ) {
+   Kel::Ptr<Sample::Directory> const directory( new Sample::Directory( "d" ) );
+   try {
+      directory->recordIs( Kel::Ptr<Sample::Record>() );
+      FAIL();
+   } catch( Kel::RangeError const & error ) {
+      EXPECT_STREQ( error.what(), "null _record parameter to mutator for Sample::Directory::record not allowed\"" );
+   }
+   EXPECT_EQ( directory->records(), 0u );
 }
 
 TEST( RbTreeMap, resumesAtABookmarkWhateverHappenedMeanwhile ) {

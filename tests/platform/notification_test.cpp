@@ -34,6 +34,7 @@ class Listener final : public Record::Notifiee {
       heard( unit.str() + ( notifier()->unit( unit ) ? " is there" : " is gone" ) );
    }
    void onUnitkelImmediate() override { heard( "all units" ); }
+   void onPortkelImmediate() override { heard( "all ports" ); }
 
    std::function<void()> act = [] {};
 
@@ -207,6 +208,77 @@ TEST_F( Notification, ofAWholeCollectionIsMadeOnceAtAttachment ) {
    Listener const silent( "silent", record_, story_, *owner );
    owner->hasNotificationActiveIs( true );
    EXPECT_EQ( story_.size(), 1u );  // under construction it reads the present state itself
+}
+
+TEST_F( Notification, handsOverOneCollectionAfterTheOther ) {
+   record_->unitIs( "u", true );
+   record_->portIs( 7, true );
+   Kel::Ptr<Record> const other( new Record( "other" ) );
+   other->portIs( 8, true );
+   std::function<void( std::unique_ptr<Listener> & )> atFirst;
+   auto const attach = [&] {
+      story_.clear();
+      auto const bare = std::make_unique<std::unique_ptr<Listener>>( listener( "a" ) );
+      ( *bare )->notifierIs( nullptr );
+      story_.clear();
+      ( *bare )->act = [&] {
+         if( auto const act = std::exchange( atFirst, {} ) ) act( *bare );
+      };
+      ( *bare )->notifierIs( record_ );
+      return story_;
+   };
+   EXPECT_THAT( attach(), ElementsAre( "a: all units", "a: all ports" ) );
+   atFirst = []( auto & l ) { l->notifierIs( nullptr ); };
+   EXPECT_THAT( attach(), ElementsAre( "a: all units" ) );
+   atFirst = []( auto & l ) { l->kelDoZombieReactors( true ); };
+   EXPECT_THAT( attach(), ElementsAre( "a: all units" ) );
+   atFirst = []( auto & l ) { l.reset(); };
+   EXPECT_THAT( attach(), ElementsAre( "a: all units" ) );
+   atFirst = [&]( auto & l ) { l->notifierIs( other ); };
+   EXPECT_THAT( attach(), ElementsAre( "a: all units", "a: all ports" ) );  // the other's ports, once
+   // Moved away and back again it is attached anew, and handed everything by that.
+   atFirst = [&]( auto & l ) {
+      l->notifierIs( nullptr );
+      l->notifierIs( record_ );
+   };
+   EXPECT_THAT( attach(), ElementsAre( "a: all units", "a: all units", "a: all ports" ) );
+}
+
+// A machine as the plug-in has them: counted, with a reactor for a member.
+struct Machine final : Kel::PtrInterface {
+   Machine( Kel::Ptr<Record> const & record, Story & s ) : story( s ), reactor( "m", record, s, *this ) {}
+   ~Machine() override { story.push_back( "freed" ); }
+   Story & story;
+   Listener reactor;
+};
+
+TEST_F( Notification, freesNothingBeforeTheOutermostHandlerReturns ) {
+   Kel::Ptr<Machine> machine( new Machine( record_, story_ ) );
+   machine->reactor.act = [&] {
+      if( !machine ) return;
+      Machine & dropped = *machine;
+      machine = nullptr;
+      EXPECT_FALSE( dropped.inService() );
+      record_->labelIs( "nested" );  // silent from the moment at which it was dropped
+      story_.push_back( "still here" );
+   };
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "m: busy", "still here", "freed" ) );
+}
+
+TEST_F( Notification, ofAnEntityThatItsWatcherDropsGoesOn ) {
+   struct Drop final : Kel::Watcher {
+      explicit Drop( Kel::Ptr<Record> & r ) : record( r ) {}
+      void onAttribute( Kel::Entity const &, Kel::AttributeInfo const &, std::string const * ) override {
+         record = nullptr;
+      }
+      Kel::Ptr<Record> & record;
+   };
+   Drop drop( record_ );
+   record_->watcherIs( drop );
+   Record & dropped = *record_;
+   dropped.moodIs( Mood::busy );
+   EXPECT_FALSE( record_ );
 }
 
 // Follows every change of a record by name.

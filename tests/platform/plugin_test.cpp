@@ -74,6 +74,14 @@ TEST( Loader, aFileRegistersOnceAndItsPluginStartsInEveryContext ) {
       start.dir->entityDel( "part" );
       EXPECT_EQ( start.context.dumpPluginInfo(), nullptr );
    }
+
+   // How references are counted is one choice, the host's, also for code that hides its symbols.
+   Start start;
+   Kel::VFPtrInterface::enableThreadSafePointers = true;
+   loader.initPlugins( start.context );
+   Kel::VFPtrInterface::enableThreadSafePointers = false;
+   auto const part = start.dir->entityRef( "part" );
+   EXPECT_EQ( part->kelTypeInfo().attribute( "countsAtomically" )->print( *part ), "true" );
 }
 
 TEST( Loader, saysWhichFileItCannotLoadAndWhy ) {

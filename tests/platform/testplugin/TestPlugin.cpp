@@ -1,4 +1,5 @@
-// A plug-in for the tests of the loader: makes an entity and registers a dumper that writes how often it was started.
+// A plug-in for the tests of the loader: makes an entity and registers a dumper that writes how often it was started. Its symbols
+// are hidden like those of the real one.
 #include <unistd.h>
 
 #include <string>
@@ -13,6 +14,7 @@ namespace {
 class Part final : public Kel::Entity, public Maintenance::DumpPluginInfo {
    KEL_ENTITY( Part, "TestPlugin::Part", Kel::Name, partName )
    KEL_ATTR( uint32_t, start )
+   KEL_ATTR( bool, countsAtomically )  // as seen from inside the shared object
    KEL_ENTITY_END
 
    void dump( int fd ) override {
@@ -34,6 +36,7 @@ class TestPlugin final : public PluginBase<Maintenance::PluginContext> {
    void init( Maintenance::PluginContext * context ) override {
       auto const part = Kel::dynamicPtrCast<Part>( context->pluginDir()->newEntity( "TestPlugin::Part", "part" ) );
       part->startIs( ++starts_ );
+      part->countsAtomicallyIs( Kel::VFPtrInterface::enableThreadSafePointers );
       context->dumpPluginInfoIs( part.get() );
    }
 
