@@ -4,25 +4,21 @@
 
 namespace MaintenanceMode {
 
-// One interface's place: it is a member of `lag_` for as long as this lives.
+// One interface's place among the members of the port-channel that it names.
 class LagMembers::KelPhyIntf final : public Lag::PhyIntf::NotifieeConst {
  public:
-   KelPhyIntf( LagMembers & owner, Kel::Ptr<Lag::PhyIntf const> const & phyIntf )
-      : owner_( owner ), intfId_( phyIntf->intfId() ) {
-      notifierIs( phyIntf );
-      onLag();
-   }
-   ~KelPhyIntf() override { owner_.memberDel( lag_, intfId_ ); }
+   explicit KelPhyIntf( LagMembers & owner ) : owner_( owner ) {}
+   void handleInitialized() { onLag(); }
    void onLag() override {
-      owner_.memberDel( lag_, intfId_ );
+      handleDel();
       lag_ = notifier()->lag();
-      owner_.memberIs( lag_, intfId_ );
+      owner_.memberIs( lag_, notifier()->intfId() );
    }
+   void handleDel() { owner_.memberDel( lag_, notifier()->intfId() ); }
 
  private:
    LagMembers & owner_;
-   Lumo::IntfId const intfId_;
-   Lumo::IntfId lag_;  // empty: in none
+   Lumo::IntfId lag_;  // among whose members it is now; empty: in none
 };
 
 class LagMembers::KelConfig final : public Lag::Config::NotifieeConst {
@@ -31,31 +27,27 @@ class LagMembers::KelConfig final : public Lag::Config::NotifieeConst {
       notifierIs( config );
    }
    void onPhyIntf( Lumo::IntfId intfId ) override {
-      owner_.phyIntf_.erase( intfId );
-      if( auto const phyIntf = notifier()->phyIntf( intfId ) ) owner_.follow( phyIntf );
+      // A record in the place of another takes the interface out of the port-channel that the former one named.
+      owner_.phyIntf_.del( intfId );
+      owner_.phyIntf_.sync( intfId, notifier()->phyIntf( intfId ) );
    }
-   void onPhyIntfkelImmediate() override {
-      for( auto [intfId, phyIntf] : notifier()->phyIntfIteratorConst() ) owner_.follow( phyIntf );
-   }
+   void onPhyIntfkelImmediate() override { owner_.phyIntf_.syncAll( notifier()->phyIntfIteratorConst() ); }
 
  private:
    LagMembers & owner_;
 };
 
 LagMembers::LagMembers( Kel::Ptr<Lag::Config const> const & config )
-   : config_( std::make_unique<KelConfig>( *this, config ) ) {}
+   : phyIntf_( *this ), config_( std::make_unique<KelConfig>( *this, config ) ) {}
 
 LagMembers::~LagMembers() = default;
 
-std::vector<Lumo::IntfId> const & LagMembers::of( Lumo::IntfId lag ) const {
-   static std::vector<Lumo::IntfId> const none;
+std::size_t LagMembers::count( Lumo::IntfId lag ) const {
    auto const found = members_.find( lag );
-   return found == members_.end() ? none : found->second;
+   return found == members_.end() ? 0 : found->second.size();
 }
 
-void LagMembers::follow( Kel::Ptr<Lag::PhyIntf const> const & phyIntf ) {
-   phyIntf_.emplace( phyIntf->intfId(), std::make_unique<KelPhyIntf>( *this, phyIntf ) );
-}
+Lumo::IntfId LagMembers::member( Lumo::IntfId lag, std::size_t i ) const { return members_.at( lag )[i]; }
 
 void LagMembers::memberIs( Lumo::IntfId lag, Lumo::IntfId member ) {
    if( lag.empty() ) return;

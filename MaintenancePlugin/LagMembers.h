@@ -8,31 +8,32 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kel/ReactorMap.h"
 #include "records/Lag.h"
 
 namespace MaintenanceMode {
 
 class LagMembers {
  public:
-   // The configuration may be null: no port-channel has members then.
    explicit LagMembers( Kel::Ptr<Lag::Config const> const & config );
    LagMembers( LagMembers const & ) = delete;
    LagMembers & operator=( LagMembers const & ) = delete;
    ~LagMembers();
 
-   // In the order of interfaces; empty for a port-channel that has none. Valid until the configuration changes.
-   [[nodiscard]] std::vector<Lumo::IntfId> const & of( Lumo::IntfId lag ) const;
+   // A port-channel's members, by position in the order of interfaces. Asked for one by one, because what is done with a member
+   // may change the configuration.
+   [[nodiscard]] std::size_t count( Lumo::IntfId lag ) const;
+   [[nodiscard]] Lumo::IntfId member( Lumo::IntfId lag, std::size_t i ) const;  // i < count( lag )
 
  private:
    class KelConfig;
    class KelPhyIntf;
 
-   void follow( Kel::Ptr<Lag::PhyIntf const> const & phyIntf );
    void memberIs( Lumo::IntfId lag, Lumo::IntfId member );
    void memberDel( Lumo::IntfId lag, Lumo::IntfId member );
 
    std::unordered_map<Lumo::IntfId, std::vector<Lumo::IntfId>> members_;
-   std::unordered_map<Lumo::IntfId, std::unique_ptr<KelPhyIntf>> phyIntf_;
+   Kel::ReactorMap<KelPhyIntf, Lumo::IntfId, LagMembers> phyIntf_;
    std::unique_ptr<KelConfig> config_;
 };
 
