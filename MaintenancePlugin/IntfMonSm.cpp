@@ -27,11 +27,9 @@ IntfMonSm::IntfMonSm( Lumo::IntfId id, Kel::Ptr<Brim::TimerWheel> const & wheel,
      intfProfile_( *this ) {
    hasNotificationActiveIs( false );
    intfProfile_.notifierIs( profile );
-   handleInitialized();
 }
 
 void IntfMonSm::prepareToDie() {
-   kelDoZombieReactors( true );
    stopTimer();
    intfProfile_.notifierIs( nullptr );
 }
@@ -42,11 +40,13 @@ void IntfMonSm::handleInitialized() {
       5, "void MaintenanceMode::IntfMonSm::handleInitialized()",
       "intf " << intfId() << ", initial state " << initialState() << ", profile " << intfProfile()->profileName() );
    oldProfileNameIs( intfProfile()->profileName() );
+   // A restarted agent goes on where the record says that it was.
    MonIntfState const recorded = record().state();
    MonIntfState const effective = recorded == MonIntfState::notMonitoring ? initialState() : recorded;
    TRACE_AS( 5, "void MaintenanceMode::IntfMonSm::handleInitialized()",
              "intf " << intfId() << ", effectiveState " << effective );
    bool const shut = doMaintenanceShutdown( effective == MonIntfState::passiveMonitoring );
+   if( !inService() ) return;  // the shutdown, or its end, was heard by somebody who ended the monitoring
    stateIs( shut ? MonIntfState::passiveMonitoring : effective );
    initializedIs( true );
 }
@@ -58,41 +58,55 @@ void IntfMonSm::intfProfileIs( Kel::Ptr<IntfMaintenanceProfile::Config const> co
    }
    if( profile == intfProfile() ) return;
    intfProfile_.notifierIs( profile );
+   // A replaced profile is first taken as one whose shutdown flag changed, then as a new one: twice the same for the timer, but
+   // the message to the operator comes after the link has followed.
    handleProfileUpdate();
+   if( !inService() || intfProfile() != profile ) return;  // ended, or replaced once more and told of already
    handleProfile();
-}
-
-void IntfMonSm::stateIs( MonIntfState s ) {
-   if( s == state_ ) return;
-   state_ = s;
-   handleState();
 }
 
 void IntfMonSm::handleState() {
    TRACE_AS( 5, "void MaintenanceMode::IntfMonSm::handleState()", "intf " << intfId() << ", state " << state() );
    RING( 3, "IntfMonSm::handleState intf {}, state {}", intfId(), enumName( state() ) );
+   // Only a change is published: the record of a monitor that a restart made anew keeps its time.
    if( record().state() != state() ) {
       record().stateIs( state() );
+      // Without a notification of its own, unlike the state: who wants to know when hears of the state and reads this in the
+      // same turn.
       record().stateTimeIs( Kel::now() );
    }
+   if( !inService() ) return;
    setMonitoringTimer();
    auto const & statusDir = rootSm()->in().monIntfStatusDir;
    switch( state() ) {
       case MonIntfState::thresholdMonitoring: statusDir->monIntfEnterMaintIs( intfId(), true ); return;
-      case MonIntfState::passiveMonitoring:
-         statusDir->monIntfEnterMaintDel( intfId() );
-         statusDir->monIntfUnderMaintIs( intfId(), true );
-         if( record().spikeUnderMaint() ) statusDir->monIntfSpikeUnderMaintIs( intfId(), true );
-         return;
+      case MonIntfState::passiveMonitoring: return publishUnderMaint();
       case MonIntfState::notMonitoring:
       case MonIntfState::monitoringStopped: return;
    }
 }
 
+// From the set of those that enter into the set of those that are in, then into that of spikes. A flag that is set for an
+// interface whose monitoring has just ended would stay for ever.
+void IntfMonSm::publishUnderMaint() {
+   auto const & statusDir = rootSm()->in().monIntfStatusDir;
+   statusDir->monIntfEnterMaintDel( intfId() );
+   if( !still( MonIntfState::passiveMonitoring ) ) return;
+   statusDir->monIntfUnderMaintIs( intfId(), true );
+   if( !still( MonIntfState::passiveMonitoring ) ) return;
+   if( record().spikeUnderMaint() ) statusDir->monIntfSpikeUnderMaintIs( intfId(), true );
+   if( !still( MonIntfState::passiveMonitoring ) ) return;
+   // A profile that took its shutdown back while it was being carried out was heard in a state that does nothing about it.
+   if( isShutDown() && !intfProfile()->shutdown() ) bringOutOfMaintDown();
+}
+
 void IntfMonSm::handleTimeout() {
    TRACE( 5, "intf " << intfId() );
+   MonIntfState const sampledIn = state();
    monitoredIntf()->updateTrafficRates();
+   if( !still( sampledIn ) ) return;  // the rates ended it, or the profile was un-applied: this sample decides nothing
    updateCounters();
+   if( !still( sampledIn ) ) return;
    switch( state() ) {
       case MonIntfState::thresholdMonitoring: return handleThresholdTimeout();
       case MonIntfState::passiveMonitoring: return handlePassiveTimeout();
@@ -105,24 +119,28 @@ void IntfMonSm::handleTimeout() {
 void IntfMonSm::handleThresholdTimeout() {
    bool const drained = hasTrafficDrained();
    bool const shut = doMaintenanceShutdown( drained );
+   if( !still( MonIntfState::thresholdMonitoring ) ) return;
    if( !drained && !shut ) {
       setThresholdMonitoringTimeout();
       return;
    }
-   Kel::Ptr<IntfMonSm> const alive( this );
+   // The units first: a unit that completes on this interface does so while the record still says that it is entering.
    notifyDependentUnits();
-   if( kelZombieReactors() ) return;  // whoever heard it was done with this monitor at once
+   if( !still( MonIntfState::thresholdMonitoring ) ) return;  // whoever heard it was done with this monitor at once
    stateIs( MonIntfState::passiveMonitoring );
 }
 
 void IntfMonSm::handlePassiveTimeout() {
+   // Decided once: what the writes below cause does not change what this sample saw.
    bool const below = isTrafficBelowThreshold();
    if( !below ) {
       record().spikeUnderMaintIs( true );
+      if( !still( MonIntfState::passiveMonitoring ) ) return;
       rootSm()->in().monIntfStatusDir->monIntfSpikeUnderMaintIs( intfId(), true );
+      if( !still( MonIntfState::passiveMonitoring ) ) return;
    }
    updateDependentUnitStatus( below );
-   setPassiveMonitoringTimeout();
+   if( still( MonIntfState::passiveMonitoring ) ) setPassiveMonitoringTimeout();
 }
 
 void IntfMonSm::updateCounters() {
@@ -195,6 +213,7 @@ void IntfMonSm::setMonitoringTimer() {
 
 void IntfMonSm::setThresholdMonitoringTimeout() { clock_.timeMinIs( Kel::now() + intfProfile()->sampleInterval() ); }
 
+// A link that is shut down carries nothing that could come back, so it is not sampled at all.
 void IntfMonSm::setPassiveMonitoringTimeout() {
    clock_.timeMinIs( isShutDown() ? never : Kel::now() + 2 * intfProfile()->sampleInterval() );
 }

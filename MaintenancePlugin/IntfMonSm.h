@@ -20,19 +20,21 @@
 
 namespace MaintenanceMode {
 
+class RateMonSm;
+
 class IntfMonSm final : public Kel::Entity {
    KEL_MACHINE( IntfMonSm, "MaintenanceMode::IntfMonSm", Lumo::IntfId, intfId )
+   KEL_REF_BY( clock )        // the wheel that carries its timer
+   KEL_REF_BY( intfProfile )  // the profile in force
    KEL_REF( RateMonSm *, rootSm )
    KEL_REF( Kel::Ptr<MonitoredIntf>, monitoredIntf )
    KEL_ATTR( Maintenance::MonIntfState, initialState )
+   KEL_ATTR_HANDLED( Maintenance::MonIntfState, state, handleState )
    KEL_ATTR( Kel::String8, oldProfileName )  // name of the profile applied last
    KEL_ATTR( bool, initialized )
    KEL_ENTITY_END
 
-   [[nodiscard]] Maintenance::MonIntfState state() const { return state_; }
-   void stateIs( Maintenance::MonIntfState state );
-
-   // The profile in force. Replacing it applies it at once; null keeps the one there is.
+   // Replacing it applies it at once; null keeps the one there is.
    [[nodiscard]] Kel::Ptr<IntfMaintenanceProfile::Config const> const & intfProfile() const {
       return intfProfile_.notifier();
    }
@@ -40,6 +42,7 @@ class IntfMonSm final : public Kel::Entity {
 
    [[nodiscard]] Kel::Ptr<Brim::TimerWheel> const & clock() const { return clock_.notifier(); }
 
+   // Once, by the factory, when the root already has this monitor: who ends things from within finds it there.
    void handleInitialized();
    void handleState();
    void handleTimeout();
@@ -83,6 +86,7 @@ class IntfMonSm final : public Kel::Entity {
    [[nodiscard]] uint32_t drainedSeconds() const;
    void traceDrainDecision( bool drained ) const;
 
+   void publishUnderMaint();
    // The two timed states, one timeout each
    void handleThresholdTimeout();
    void handlePassiveTimeout();
@@ -102,8 +106,9 @@ class IntfMonSm final : public Kel::Entity {
 
    [[nodiscard]] Maintenance::MonIntfStatus & record() const { return *monitoredIntf()->monIntfStatus(); }
    [[nodiscard]] bool isShutDown() const;
+   // Still in service and in that state: asked after every write whose handlers may have changed either.
+   [[nodiscard]] bool still( Maintenance::MonIntfState s ) const { return inService() && state() == s; }
 
-   Maintenance::MonIntfState state_ = Maintenance::MonIntfState::notMonitoring;
    KelClock clock_;
    KelIntfProfile intfProfile_;
 };

@@ -26,6 +26,7 @@ bool IntfMonSm::doMaintenanceShutdown( bool drained ) {
    } else {
       return false;
    }
+   // Also where the entry is there: a shutdown that is made again, as after a restart, begins anew.
    rootSm()->in().errDisableCauseStatus->intfStatusIs( intfId(), Kel::now() );
    RING( 3, "maint-down for intf {}", intfId() );
    return true;
@@ -41,6 +42,7 @@ void IntfMonSm::notifyDependentUnits() {
    KEL_ASSERT( monitoredIntf() );
    std::size_t notified = 0;
    for( auto [unitName, present] : monitoredIntf()->dependentUnitIterator() ) {
+      if( !inService() ) break;  // the unit told last ended the monitoring: nobody depends on it any more
       TRACE( 5, "intfMonSm( " << intfId() << ") notifying unit " << unitName );
       if( auto const drained = rootSm()->unitDrainedIntf()->unitIntfInput( unitName ) ) {
          drained->intfIs( intfId(), true );
@@ -53,13 +55,16 @@ void IntfMonSm::notifyDependentUnits() {
 void IntfMonSm::updateDependentUnitStatus( bool belowThreshold ) {
    KEL_ASSERT( monitoredIntf() );
    for( auto [unitName, present] : monitoredIntf()->dependentUnitIterator() ) {
+      if( !inService() ) return;  // a violation set now would have nobody left to take it back
       auto const unit = rootSm()->in().unitStatusDir->status( unitName );
+      // On the way in or out traffic is expected; it violates nothing.
       if( !unit || unit->state() != Maintenance::Unit::State::inMaintenance ) continue;
       if( belowThreshold ) {
          unit->intfsViolatingTrafficThresholdDel( intfId() );
          continue;
       }
       unit->intfsViolatingTrafficThresholdIs( intfId(), true );
+      // Counts samples, not spikes, so it moves also where the interface was in the set already.
       unit->totalIntfTrafficViolationsInc( 1 );
    }
 }
@@ -72,7 +77,7 @@ void IntfMonSm::handleProfile() {
    mmodeIntfProfileChange.log( intfId().name(), name, oldProfileName() );
    oldProfileNameIs( name );
    monitoredIntf()->profileNameIs( name );
-   processProfileUpdate();
+   if( inService() ) processProfileUpdate();
 }
 
 void IntfMonSm::handleProfileUpdate() {
@@ -83,8 +88,10 @@ void IntfMonSm::handleProfileUpdate() {
 }
 
 void IntfMonSm::processProfileUpdate() {
+   // Before it has drained an interface follows a new shutdown flag at its next sample, afterwards at once.
    if( state() == MonIntfState::passiveMonitoring ) static_cast<void>( doMaintenanceShutdown( true ) );
-   setMonitoringTimer();
+   // From now on, in every state: the new sample interval counts from this moment.
+   if( inService() ) setMonitoringTimer();
 }
 
 }  // namespace MaintenanceMode

@@ -1,7 +1,7 @@
 #include "IntfRateAggregatorSm.h"
 
-#include "RateMonSm.h"
 #include "RateMonTrace.h"
+#include "UnitStatusCache.h"
 #include "kel/ActivityLoop.h"
 
 KEL_TYPE( MaintenanceMode::IntfRateAggregatorSm )
@@ -11,60 +11,45 @@ namespace MaintenanceMode {
 using Interface::IntfRates;
 using Maintenance::Unit::TrafficRates;
 
-namespace {
-
-// Records of units in their order. Nearly always there is just one, which takes no memory of its own.
-class UnitStatuses {
- public:
-   using Status = Kel::Ptr<Maintenance::Unit::Status>;
-
-   [[nodiscard]] std::size_t size() const { return size_; }
-   [[nodiscard]] Status const & operator[]( std::size_t i ) const { return i == 0 ? first_ : ( *others_ )[i - 1]; }
-   void append( Status const & unit ) {
-      if( ++size_ == 1 ) {
-         first_ = unit;
-         return;
-      }
-      if( !others_ ) others_ = std::make_unique<std::vector<Status>>();
-      others_->push_back( unit );
-   }
-
- private:
-   uint32_t size_ = 0;
-   Status first_;
-   std::unique_ptr<std::vector<Status>> others_;
-};
-
-}  // namespace
-
-// The rates of one interface. The records of the units that they count for are looked up by name once, and again when the
-// interface joins or leaves a unit or a unit's record comes or goes.
+// The rates of one interface, and which units have been told of the latest.
+//
+// A rate is in the record before anybody hears of it, and each unit's aggregate is a write that anybody may hear of. So there are
+// moments in which some aggregates hold the current rates and some still the previous ones, and whoever makes the interface leave
+// or join a unit in such a moment has to count what that very unit's aggregate holds.
 class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntfStatus::NotifieeConst {
  public:
-   KelMonIntfStatus( IntfRateAggregatorSm & owner, Kel::Ptr<Maintenance::MonIntfStatus const> const & record )
-      : Reactor( owner ), owner_( owner ) {
-      notifierIs( record );
+   explicit KelMonIntfStatus( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {}
+   void handleInitialized() { toldOf_ = notifier()->curRates().updateTime; }
+   void onCurRates() override {
+      if( owner_.initialized() ) handleMonIntfStatusRateChange();
    }
-   void onCurRates() override { handleMonIntfStatusRateChange(); }
-   void unitsForget() { unitsKnownIn_ = 0; }
+
+   // What the unit's aggregate holds of this interface, or would if it counted it.
+   [[nodiscard]] IntfRates const & countedFor( UnitStatusCache::Status const & unit ) const {
+      bool const told = toldOf_ == notifier()->curRates().updateTime && ( told_ == all || units_.holds( unit, told_ ) );
+      return told ? notifier()->curRates() : notifier()->prevRates();
+   }
 
  private:
+   static constexpr uint32_t all = ~uint32_t{ 0 };
+
    void handleMonIntfStatusRateChange();
    [[nodiscard]] bool unitsKnown();
    [[noreturn, gnu::cold]] void failWithoutStatus() const;
 
    IntfRateAggregatorSm & owner_;
-   uint32_t unitsKnownIn_ = 0;  // the epoch in which `units_` was made, 0 for none
-   UnitStatuses units_;         // null where a unit has no record
+   UnitStatusCache units_;
+   double toldOf_ = 0;    // the update time of the rates that were told last, or are being told
+   uint32_t told_ = all;  // how many of the units in order have been told of those, `all` when that is done
 };
 
 class IntfRateAggregatorSm::KelMonitoredIntf final : public MonitoredIntf::NotifieeConst {
  public:
-   KelMonitoredIntf( IntfRateAggregatorSm & owner, Kel::Ptr<MonitoredIntf> const & record )
-      : Reactor( owner ), owner_( owner ) {
-      notifierIs( record );
+   explicit KelMonitoredIntf( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {}
+   void onDependentUnit( Kel::String8 unitName ) override {
+      ++owner_.unitsEpoch_;
+      if( owner_.initialized() ) handleMonitoredIntfConfigChange( unitName );
    }
-   void onDependentUnit( Kel::String8 unitName ) override { handleMonitoredIntfConfigChange( unitName ); }
 
  private:
    void handleMonitoredIntfConfigChange( Kel::String8 const & unitName );
@@ -78,15 +63,10 @@ class IntfRateAggregatorSm::KelMonIntfDir final : public MonitoredIntfDir::Notif
       notifierIs( owner.monIntfDir() );
    }
    void onMonitoredIntf( Lumo::IntfId intfId ) override {
-      if( auto const record = notifier()->monitoredIntf( intfId ) ) {
-         owner_.monitoredIntfIs( record );
-      } else {
-         owner_.monitoredIntfDel( intfId );
-      }
+      ++owner_.unitsEpoch_;
+      owner_.monitoredIntf_.sync( intfId, notifier()->monitoredIntf( intfId ) );
    }
-   void onMonitoredIntfkelImmediate() override {
-      for( auto [intfId, record] : notifier()->monitoredIntfIterator() ) owner_.monitoredIntfIs( record );
-   }
+   void onMonitoredIntfkelImmediate() override { owner_.monitoredIntf_.syncAll( notifier()->monitoredIntfIterator() ); }
 
  private:
    IntfRateAggregatorSm & owner_;
@@ -98,14 +78,10 @@ class IntfRateAggregatorSm::KelMonIntfStatusDir final : public Maintenance::MonI
       notifierIs( owner.monIntfStatusDir() );
    }
    void onMonIntfStatus( Lumo::IntfId intfId ) override {
-      if( auto const record = notifier()->monIntfStatus( intfId ) ) {
-         owner_.monIntfStatusIs( record );
-      } else {
-         owner_.monIntfStatusDel( intfId );
-      }
+      owner_.monIntfStatus_.sync( intfId, notifier()->monIntfStatus( intfId ) );
    }
    void onMonIntfStatuskelImmediate() override {
-      for( auto [intfId, record] : notifier()->monIntfStatusIteratorConst() ) owner_.monIntfStatusIs( record );
+      owner_.monIntfStatus_.syncAll( notifier()->monIntfStatusIteratorConst() );
    }
 
  private:
@@ -117,7 +93,10 @@ class IntfRateAggregatorSm::KelUnitStatusDir final : public Maintenance::Unit::S
    explicit KelUnitStatusDir( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {
       notifierIs( owner.unitStatusDir() );
    }
-   void onStatus( Kel::String8 ) override { ++owner_.unitStatusEpoch_; }
+   void onStatus( Kel::String8 unitName ) override {
+      ++owner_.unitsEpoch_;
+      if( owner_.initialized() ) owner_.handleUnitStatus( unitName );
+   }
 
  private:
    IntfRateAggregatorSm & owner_;
@@ -129,20 +108,25 @@ Kel::Ptr<IntfRateAggregatorSm> IntfRateAggregatorSm::IntfRateAggregatorSmIs(
    Kel::Ptr<Maintenance::Unit::StatusDir> const & unitStatusDir ) {
    auto const made = Kel::validPtr( new IntfRateAggregatorSm( monIntfDir, monIntfStatusDir, unitStatusDir ) );
    made->hasNotificationActiveIs( true );
+   made->handleInitialized();
    return made;
 }
 
 IntfRateAggregatorSm::IntfRateAggregatorSm( Kel::Ptr<MonitoredIntfDir> const & samplers,
                                             Kel::Ptr<Maintenance::MonIntfStatusDir const> const & statuses,
                                             Kel::Ptr<Maintenance::Unit::StatusDir> const & units )
-   : smName_( "intfRateAggSm" ), monIntfDir_( samplers ), monIntfStatusDir_( statuses ), unitStatusDir_( units ) {
+   : smName_( "intfRateAggSm" ),
+     monIntfDir_( samplers ),
+     monIntfStatusDir_( statuses ),
+     unitStatusDir_( units ),
+     monitoredIntf_( *this ),
+     monIntfStatus_( *this ) {
    hasNotificationActiveIs( false );
    unitStatusDirReactor_ = std::make_unique<KelUnitStatusDir>( *this );
    monIntfDirReactor_ = std::make_unique<KelMonIntfDir>( *this );
    monIntfStatusDirReactor_ = std::make_unique<KelMonIntfStatusDir>( *this );
    monIntfDirReactor_->onMonitoredIntfkelImmediate();
    monIntfStatusDirReactor_->onMonIntfStatuskelImmediate();
-   handleInitialized();
 }
 
 IntfRateAggregatorSm::~IntfRateAggregatorSm() = default;
@@ -150,8 +134,18 @@ IntfRateAggregatorSm::~IntfRateAggregatorSm() = default;
 void IntfRateAggregatorSm::handleInitialized() {
    KEL_ASSERT( !initialized() );
    TRACE( 5, "IntfRateAggregatorSm started" );
+   // Once, unless somebody who heard of a new aggregate had interfaces leave or join before all were added up.
+   for( uint32_t began = 0; began != unitsEpoch_ && inService(); ) {
+      began = unitsEpoch_;
+      addUp();
+   }
+   initializedIs( true );
+   TRACE( 4, "IntfRateAggregatorSm - initialized" );
+}
+
+void IntfRateAggregatorSm::addUp() {
    for( auto [unitName, unit] : unitStatusDir()->statusIterator() ) {
-      TRACE( 9, "Resetting the aggregate rate for unit:" << unitName );
+      TRACE_AS( 9, "handleInitialized", "Resetting the aggregate rate for unit:" << unitName );
       unit->aggTrafficRateIs( {} );
    }
    for( auto [intfId, monitoredIntf] : monIntfDir()->monitoredIntfIterator() ) {
@@ -163,12 +157,9 @@ void IntfRateAggregatorSm::handleInitialized() {
                                                         monitoredIntf->monIntfStatus()->curRates() ) );
       }
    }
-   initializedIs( true );
-   TRACE( 4, "IntfRateAggregatorSm - initialized" );
 }
 
 void IntfRateAggregatorSm::prepareToDie() {
-   kelDoZombieReactors( true );
    unitStatusDirReactor_->notifierIs( nullptr );
    monIntfDirReactor_->notifierIs( nullptr );
    monIntfStatusDirReactor_->notifierIs( nullptr );
@@ -177,11 +168,6 @@ void IntfRateAggregatorSm::prepareToDie() {
 }
 
 namespace {
-
-[[noreturn]] void refuseNull( std::string const & attribute ) {
-   throw Kel::RangeError( "null _" + attribute + " parameter to mutator for MaintenanceMode::IntfRateAggregatorSm::" +
-                          attribute + " not allowed\"" );
-}
 
 // Rounded to the nearest whole number, halves upwards. The fraction of a double is exact. What counters that went backwards
 // may make of a rate has the top bit and the most that the others can say.
@@ -197,31 +183,46 @@ uint64_t wholeBits( double rate ) {
 }  // namespace
 
 void IntfRateAggregatorSm::monitoredIntfIs( Kel::Ptr<MonitoredIntf> const & record ) {
-   if( !record ) refuseNull( "monitoredIntf" );
-   auto & reactor = monitoredIntf_[record->intfId()];
-   reactor.reset();
-   reactor = std::make_unique<KelMonitoredIntf>( *this, record );
-   if( auto const rates = monIntfStatus_.find( record->intfId() ); rates != monIntfStatus_.end() ) {
-      rates->second->unitsForget();
+   if( !record ) Kel::refuseNull( kelTypeName(), "monitoredIntf" );
+   monitoredIntf_.is( record->intfId(), record );
+}
+
+void IntfRateAggregatorSm::monitoredIntfDel( Lumo::IntfId intfId ) { monitoredIntf_.del( intfId ); }
+
+void IntfRateAggregatorSm::monIntfStatusIs( Kel::Ptr<Maintenance::MonIntfStatus const> const & record ) {
+   if( !record ) Kel::refuseNull( kelTypeName(), "monIntfStatus" );
+   monIntfStatus_.is( record->intfId(), record );
+}
+
+void IntfRateAggregatorSm::monIntfStatusDel( Lumo::IntfId intfId ) { monIntfStatus_.del( intfId ); }
+
+IntfRates IntfRateAggregatorSm::countedFor( UnitStatusCache::Status const & unit,
+                                            MonitoredIntf const & sampler ) const {
+   auto const * const rates = monIntfStatus_.find( sampler.intfId() );
+   return rates ? rates->countedFor( unit ) : sampler.monIntfStatus()->curRates();
+}
+
+// A record that takes the place of another is to hold what the unit's interfaces carry, whatever it came with: the next rate
+// replaces their present contributions in it.
+void IntfRateAggregatorSm::handleUnitStatus( Kel::String8 const & unitName ) {
+   auto const unit = unitStatusDir()->status( unitName );
+   if( !unit ) return;
+   TrafficRates sum;
+   bool served = false;
+   for( auto [intfId, sampler] : monIntfDir()->monitoredIntfIterator() ) {
+      if( !sampler->dependentUnit( unitName ) || !sampler->monIntfStatus() ) continue;
+      served = true;
+      sum = calculateNewAggregate( unitName, intfId, sum, {}, countedFor( unit, *sampler ) );
+   }
+   auto const & held = unit->aggTrafficRate();
+   if( served && ( held.inBitsRate != sum.inBitsRate || held.outBitsRate != sum.outBitsRate ) ) {
+      unit->aggTrafficRateIs( sum );
    }
 }
 
-void IntfRateAggregatorSm::monitoredIntfDel( Lumo::IntfId intfId ) {
-   monitoredIntf_.erase( intfId );
-   if( auto const rates = monIntfStatus_.find( intfId ); rates != monIntfStatus_.end() ) rates->second->unitsForget();
-}
-
-void IntfRateAggregatorSm::monIntfStatusIs( Kel::Ptr<Maintenance::MonIntfStatus const> const & record ) {
-   if( !record ) refuseNull( "monIntfStatus" );
-   auto & reactor = monIntfStatus_[record->intfId()];
-   reactor.reset();
-   reactor = std::make_unique<KelMonIntfStatus>( *this, record );
-}
-
-void IntfRateAggregatorSm::monIntfStatusDel( Lumo::IntfId intfId ) { monIntfStatus_.erase( intfId ); }
-
+// Fills the cache when it is stale. In the middle of telling, those told already stay in front; whoever joined meanwhile comes last.
 bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
-   if( unitsKnownIn_ == owner_.unitStatusEpoch_ ) [[likely]]
+   if( units_.isOf( owner_.unitsEpoch_ ) ) [[likely]]
       return true;
    Lumo::IntfId const intfId = notifier()->intfId();
    auto const monitoredIntf = owner_.monIntfDir()->monitoredIntf( intfId );
@@ -230,11 +231,14 @@ bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
                 "ERROR:MonitoredIntf object does not exist for the interface " << intfId << " whose rate changed" );
       return false;
    }
-   units_ = {};
+   std::vector<UnitStatusCache::Status> units;
    for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
-      units_.append( owner_.unitStatusDir()->status( unitName ) );
+      units.push_back( owner_.unitStatusDir()->status( unitName ) );
    }
-   unitsKnownIn_ = owner_.unitStatusEpoch_;
+   auto const untold = std::stable_partition( units.begin(), units.end(),
+                                              [this]( auto const & unit ) { return units_.holds( unit, told_ ); } );
+   told_ = static_cast<uint32_t>( untold - units.begin() );
+   units_.fill( owner_.unitsEpoch_, std::move( units ) );
    return true;
 }
 
@@ -253,21 +257,22 @@ void IntfRateAggregatorSm::KelMonIntfStatus::failWithoutStatus() const {
 void IntfRateAggregatorSm::KelMonIntfStatus::handleMonIntfStatusRateChange() {
    auto const & status = *notifier();
    TRACE( 4, "Rates changed for interface:" << status.intfId() );
-   if( !unitsKnown() ) return;
-   for( std::size_t i = 0; i < units_.size(); ++i ) {
-      if( !units_[i] ) failWithoutStatus();
-      auto & unit = *units_[i];
-      unit.aggTrafficRateIs( calculateNewAggregate( unit.unitName(), status.intfId(), unit.aggTrafficRate(),
-                                                    status.prevRates(), status.curRates() ) );
+   toldOf_ = status.curRates().updateTime;
+   told_ = 0;
+   while( unitsKnown() && told_ < units_.size() ) {
+      UnitStatusCache::Status const unit = units_[told_];
+      if( !unit ) failWithoutStatus();
+      ++told_;  // before the write: who hears of it finds this unit's aggregate with the current rates in it
+      unit->aggTrafficRateIs( calculateNewAggregate( unit->unitName(), status.intfId(), unit->aggTrafficRate(),
+                                                     status.prevRates(), status.curRates() ) );
+      if( !inService() ) return;  // the interface is monitored no more, and has left all units
    }
+   told_ = all;
 }
 
 void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Kel::String8 const & unitName ) {
    Lumo::IntfId const intfId = notifier()->intfId();
    TRACE( 4, "IntfId:" << intfId << " UnitName:" << unitName );
-   if( auto const rates = owner_.monIntfStatus_.find( intfId ); rates != owner_.monIntfStatus_.end() ) {
-      rates->second->unitsForget();
-   }
    auto const unit = owner_.unitStatusDir()->status( unitName );
    if( !unit ) {
       TRACE( 4, "UnitStatus object does not exist. Nothing to do. Early return.UnitName:" << unitName
@@ -275,7 +280,7 @@ void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Ke
       return;
    }
    KEL_ASSERT_TEXT( notifier()->monIntfStatus(), "monitoredIntf()->monIntfStatus()" );
-   IntfRates const curRates = notifier()->monIntfStatus()->curRates();
+   IntfRates const counted = owner_.countedFor( unit, *notifier() );
    bool const joined = notifier()->dependentUnit( unitName ) != nullptr;
    if( joined ) {
       TRACE(
@@ -285,7 +290,7 @@ void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Ke
                           << ". Subtracting the intf rate from unit's aggregate" );
    }
    unit->aggTrafficRateIs( calculateNewAggregate( unitName, intfId, unit->aggTrafficRate(),
-                                                  joined ? IntfRates{} : curRates, joined ? curRates : IntfRates{} ) );
+                                                  joined ? IntfRates{} : counted, joined ? counted : IntfRates{} ) );
 }
 
 namespace {

@@ -9,9 +9,10 @@
 #pragma once
 
 #include <memory>
-#include <unordered_map>
 
 #include "MonitoredIntf.h"
+#include "UnitStatusCache.h"
+#include "kel/ReactorMap.h"
 #include "records/MonIntfStatus.h"
 #include "records/Unit.h"
 
@@ -58,10 +59,17 @@ class IntfRateAggregatorSm final : public Kel::Entity {
                          Kel::Ptr<Maintenance::MonIntfStatusDir const> const & monIntfStatusDir,
                          Kel::Ptr<Maintenance::Unit::StatusDir> const & unitStatusDir );
 
-   std::unordered_map<Lumo::IntfId, std::unique_ptr<KelMonitoredIntf>> monitoredIntf_;
-   std::unordered_map<Lumo::IntfId, std::unique_ptr<KelMonIntfStatus>> monIntfStatus_;
-   // Moves when a unit's record comes or goes: what was looked up by name is looked up anew.
-   uint32_t unitStatusEpoch_ = 1;
+   void addUp();
+   void handleUnitStatus( Kel::String8 const & unitName );
+   // What the unit's aggregate holds of the interface, or would if it counted it.
+   [[nodiscard]] Interface::IntfRates countedFor( UnitStatusCache::Status const & unit,
+                                                  MonitoredIntf const & sampler ) const;
+
+   // Moves when an interface joins or leaves a unit, and when a unit's record or an interface's sampler comes or goes: whatever
+   // was looked up before is looked up anew.
+   uint32_t unitsEpoch_ = 1;
+   Kel::ReactorMap<KelMonitoredIntf, Lumo::IntfId, IntfRateAggregatorSm> monitoredIntf_;
+   Kel::ReactorMap<KelMonIntfStatus, Lumo::IntfId, IntfRateAggregatorSm> monIntfStatus_;
    std::unique_ptr<KelMonIntfDir> monIntfDirReactor_;
    std::unique_ptr<KelMonIntfStatusDir> monIntfStatusDirReactor_;
    std::unique_ptr<KelUnitStatusDir> unitStatusDirReactor_;

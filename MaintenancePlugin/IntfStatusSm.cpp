@@ -15,70 +15,57 @@ using Maintenance::Profile::ProfileType;
 
 class IntfStatusSm::KelIntfStatus final : public Interface::IntfStatus::NotifieeConst {
  public:
-   KelIntfStatus( IntfStatusSm & owner, Kel::Ptr<Interface::IntfStatus const> const & record )
-      : Reactor( owner ), owner_( owner ), intfId_( record->intfId() ) {
-      notifierIs( record );
-      handleInitialized();
-   }
-   void onOperStatus() override { handleIntfOperStatus(); }
-   void handleIntfStatusDel() {
-      TRACE( 9, "intf " << intfId_ );
-      owner_.addToBacklog( intfId_ );
-   }
-
- private:
+   explicit KelIntfStatus( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {}
    void handleInitialized() {
       KEL_ASSERT_TEXT( !initialized_, "!initialized()" );
-      TRACE( 9, "intf " << intfId_ );
-      owner_.addToBacklog( intfId_ );
+      queue( "handleInitialized" );
       initialized_ = true;
    }
-   void handleIntfOperStatus() {
-      TRACE( 9, "intf " << intfId_ );
-      owner_.addToBacklog( intfId_ );
+   void onOperStatus() override { queue( "handleIntfOperStatus" ); }
+   void handleDel() { queue( "handleIntfStatusDel" ); }
+
+ private:
+   void queue( char const * handler ) {
+      TRACE_AS( 9, handler, "intf " << notifier()->intfId() );
+      owner_.addToBacklog( notifier()->intfId() );
    }
 
    IntfStatusSm & owner_;
-   Lumo::IntfId const intfId_;
    bool initialized_ = false;
 };
 
 class IntfStatusSm::KelIntfToGroup final : public IntfMaintenance::IntfToGroup::NotifieeConst {
  public:
-   KelIntfToGroup( IntfStatusSm & owner, Kel::Ptr<IntfMaintenance::IntfToGroup const> const & record )
-      : Reactor( owner ), owner_( owner ), intfId_( record->intfId() ) {
-      notifierIs( record );
-      handleInitialized();
+   explicit KelIntfToGroup( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {}
+   void handleInitialized() {
+      KEL_ASSERT_TEXT( !initialized_, "!initialized()" );
+      queue( "handleInitialized" );
+      initialized_ = true;
    }
    void onGroup( Group::GroupKey groupKey ) override { handleIntfToGroupMembershipChange( groupKey ); }
    void onSelectedProfile( ProfileType profileType ) override { handleSelectedProfile( profileType ); }
-   void handleIntfToGroupDel() {
-      TRACE( 9, "intf " << intfId_ );
-      owner_.addToBacklog( intfId_ );
-   }
+   void handleDel() { queue( "handleIntfToGroupDel" ); }
 
  private:
-   void handleInitialized() {
-      KEL_ASSERT_TEXT( !initialized_, "!initialized()" );
-      TRACE( 9, "intf " << intfId_ );
-      owner_.addToBacklog( intfId_ );
-      initialized_ = true;
+   void queue( char const * handler ) {
+      TRACE_AS( 9, handler, "intf " << intfId() );
+      owner_.addToBacklog( intfId() );
    }
+   [[nodiscard]] Lumo::IntfId intfId() const { return notifier()->intfId(); }
    void handleIntfToGroupMembershipChange( Group::GroupKey const & groupKey );
    void handleSelectedProfile( ProfileType profileType );
 
    IntfStatusSm & owner_;
-   Lumo::IntfId const intfId_;
    bool initialized_ = false;
 };
 
+// Without a handleDel(): a group's mapping that disappears removes nothing by itself. Whoever takes a group out of a unit takes
+// the unit out of the mapping first.
 class IntfStatusSm::KelGroupToUnit final : public Maintenance::GroupToUnit::NotifieeConst {
  public:
-   KelGroupToUnit( IntfStatusSm & owner, Kel::Ptr<Maintenance::GroupToUnit const> const & record )
-      : Reactor( owner ), owner_( owner ) {
-      notifierIs( record );
-   }
+   explicit KelGroupToUnit( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {}
    void onUnitName( Kel::Name unitName ) override { handleGroupToUnitMembershipChange( unitName ); }
+   // A record that arrives whole: each unit that it holds is a join.
    void onUnitNamekelImmediate() override {
       for( auto [unitName, present] : notifier()->unitNameIteratorConst() ) {
          if( present ) handleGroupToUnitMembershipChange( unitName );
@@ -94,37 +81,15 @@ class IntfStatusSm::KelGroupToUnit final : public Maintenance::GroupToUnit::Noti
 
 // Reactors on the directories: a reactor on each record, for as long as it is there
 
-namespace {
-
-// The keys of those reactors whose record the directory does not have.
-template<class Reactors, class Present>
-auto keysWithoutRecord( Reactors const & reactors, Present const & present ) {
-   std::vector<typename Reactors::key_type> keys;
-   for( auto const & [key, reactor] : reactors ) {
-      if( !present( key ) ) keys.push_back( key );
-   }
-   return keys;
-}
-
-}  // namespace
-
 class IntfStatusSm::KelAllIntfStatusDir final : public Interface::AllIntfStatusDir::NotifieeConst {
  public:
    explicit KelAllIntfStatusDir( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {
       notifierIs( owner.allIntfStatusDir() );
    }
    void onIntfStatus( Lumo::IntfId intfId ) override {
-      if( auto const record = notifier()->intfStatus( intfId ) ) {
-         owner_.intfStatusIs( record );
-      } else {
-         owner_.intfStatusDel( intfId );
-      }
+      owner_.intfStatus_.sync( intfId, notifier()->intfStatus( intfId ) );
    }
-   void onIntfStatuskelImmediate() override {
-      for( auto [intfId, record] : notifier()->intfStatusIteratorConst() ) owner_.intfStatusIs( record );
-      auto const present = [this]( auto const & key ) { return notifier()->intfStatus( key ) != nullptr; };
-      for( auto const & key : keysWithoutRecord( owner_.intfStatus_, present ) ) owner_.intfStatusDel( key );
-   }
+   void onIntfStatuskelImmediate() override { owner_.intfStatus_.syncAll( notifier()->intfStatusIteratorConst() ); }
 
  private:
    IntfStatusSm & owner_;
@@ -136,17 +101,9 @@ class IntfStatusSm::KelIntfToGroupDir final : public IntfMaintenance::IntfToGrou
       notifierIs( owner.intfToGroupDir() );
    }
    void onIntfToGroup( Lumo::IntfId intfId ) override {
-      if( auto const record = notifier()->intfToGroup( intfId ) ) {
-         owner_.intfToGroupIs( record );
-      } else {
-         owner_.intfToGroupDel( intfId );
-      }
+      owner_.intfToGroup_.sync( intfId, notifier()->intfToGroup( intfId ) );
    }
-   void onIntfToGroupkelImmediate() override {
-      for( auto [intfId, record] : notifier()->intfToGroupIteratorConst() ) owner_.intfToGroupIs( record );
-      auto const present = [this]( auto const & key ) { return notifier()->intfToGroup( key ) != nullptr; };
-      for( auto const & key : keysWithoutRecord( owner_.intfToGroup_, present ) ) owner_.intfToGroupDel( key );
-   }
+   void onIntfToGroupkelImmediate() override { owner_.intfToGroup_.syncAll( notifier()->intfToGroupIteratorConst() ); }
 
  private:
    IntfStatusSm & owner_;
@@ -158,17 +115,9 @@ class IntfStatusSm::KelGroupToUnitDir final : public Maintenance::GroupToUnitDir
       notifierIs( owner.groupToUnitDir() );
    }
    void onGroupToUnit( Group::GroupKey groupKey ) override {
-      if( auto const record = notifier()->groupToUnit( groupKey ) ) {
-         owner_.groupToUnitIs( record );
-      } else {
-         owner_.groupToUnitDel( groupKey );
-      }
+      owner_.groupToUnit_.sync( groupKey, notifier()->groupToUnit( groupKey ) );
    }
-   void onGroupToUnitkelImmediate() override {
-      for( auto [groupKey, record] : notifier()->groupToUnitIteratorConst() ) owner_.groupToUnitIs( record );
-      auto const present = [this]( auto const & key ) { return notifier()->groupToUnit( key ) != nullptr; };
-      for( auto const & key : keysWithoutRecord( owner_.groupToUnit_, present ) ) owner_.groupToUnitDel( key );
-   }
+   void onGroupToUnitkelImmediate() override { owner_.groupToUnit_.syncAll( notifier()->groupToUnitIteratorConst() ); }
 
  private:
    IntfStatusSm & owner_;
@@ -201,11 +150,15 @@ IntfStatusSm::IntfStatusSm( Kel::Ptr<Kel::Clock> const & clock,
      groupToUnitDir_( units ),
      unitMonIntfInput_( monitored ),
      intfGroupStatusDir_( members ),
-     rootSm_( root ) {
+     rootSm_( root ),
+     intfStatus_( *this ),
+     intfToGroup_( *this ),
+     groupToUnit_( *this ) {
    hasNotificationActiveIs( false );
    allIntfStatusDirReactor_ = std::make_unique<KelAllIntfStatusDir>( *this );
    intfToGroupDirReactor_ = std::make_unique<KelIntfToGroupDir>( *this );
    groupToUnitDirReactor_ = std::make_unique<KelGroupToUnitDir>( *this );
+   // By hand, because nothing is delivered to a machine under construction. Every interface is queued by it.
    if( statuses ) allIntfStatusDirReactor_->onIntfStatuskelImmediate();
    if( groups ) intfToGroupDirReactor_->onIntfToGroupkelImmediate();
    if( units ) groupToUnitDirReactor_->onGroupToUnitkelImmediate();
@@ -221,7 +174,6 @@ void IntfStatusSm::handleInitialized() {
 }
 
 void IntfStatusSm::prepareToDie() {
-   kelDoZombieReactors( true );
    allIntfStatusDirReactor_->notifierIs( nullptr );
    intfToGroupDirReactor_->notifierIs( nullptr );
    groupToUnitDirReactor_->notifierIs( nullptr );
@@ -231,48 +183,26 @@ void IntfStatusSm::prepareToDie() {
    CodefBase::prepareToDie();
 }
 
-namespace {
-
-[[noreturn]] void refuseNull( std::string const & attribute ) {
-   throw Kel::RangeError( "null _" + attribute +
-                          " parameter to mutator for MaintenanceMode::IntfStatusSm::" + attribute + " not allowed\"" );
-}
-
-// A reactor on this very record; one on a former record of the same key goes.
-template<class Reactors, class Record>
-void watch( Reactors & reactors, auto const & key, Record const & record, IntfStatusSm & owner ) {
-   auto & reactor = reactors[key];
-   if( reactor && reactor->notifier() == record ) return;
-   reactor = nullptr;
-   reactor = std::make_unique<typename Reactors::mapped_type::element_type>( owner, record );
-}
-
-}  // namespace
-
 void IntfStatusSm::intfStatusIs( Kel::Ptr<Interface::IntfStatus const> const & record ) {
-   if( !record ) refuseNull( "intfStatus" );
-   watch( intfStatus_, record->intfId(), record, *this );
+   if( !record ) Kel::refuseNull( kelTypeName(), "intfStatus" );
+   intfStatus_.is( record->intfId(), record );
 }
 
-void IntfStatusSm::intfStatusDel( Lumo::IntfId intfId ) {
-   if( auto const reactor = intfStatus_.extract( intfId ) ) reactor.mapped()->handleIntfStatusDel();
-}
+void IntfStatusSm::intfStatusDel( Lumo::IntfId intfId ) { intfStatus_.del( intfId ); }
 
 void IntfStatusSm::intfToGroupIs( Kel::Ptr<IntfMaintenance::IntfToGroup const> const & record ) {
-   if( !record ) refuseNull( "intfToGroup" );
-   watch( intfToGroup_, record->intfId(), record, *this );
+   if( !record ) Kel::refuseNull( kelTypeName(), "intfToGroup" );
+   intfToGroup_.is( record->intfId(), record );
 }
 
-void IntfStatusSm::intfToGroupDel( Lumo::IntfId intfId ) {
-   if( auto const reactor = intfToGroup_.extract( intfId ) ) reactor.mapped()->handleIntfToGroupDel();
-}
+void IntfStatusSm::intfToGroupDel( Lumo::IntfId intfId ) { intfToGroup_.del( intfId ); }
 
 void IntfStatusSm::groupToUnitIs( Kel::Ptr<Maintenance::GroupToUnit const> const & record ) {
-   if( !record ) refuseNull( "groupToUnit" );
-   watch( groupToUnit_, record->groupKey(), record, *this );
+   if( !record ) Kel::refuseNull( kelTypeName(), "groupToUnit" );
+   groupToUnit_.is( record->groupKey(), record );
 }
 
-void IntfStatusSm::groupToUnitDel( Group::GroupKey const & groupKey ) { groupToUnit_.erase( groupKey ); }
+void IntfStatusSm::groupToUnitDel( Group::GroupKey const & groupKey ) { groupToUnit_.del( groupKey ); }
 
 // Memberships
 
@@ -283,6 +213,7 @@ bool isIntfMemberOfUnit( Lumo::IntfId intfId, Kel::String8 const & unitName,
    KEL_ASSERT( intfToGroupDir );
    KEL_ASSERT( groupToUnitDir );
    if( auto const intfToGroup = intfToGroupDir->intfToGroup( intfId ) ) {
+      // The value of the interface's own entry is not looked at here: what makes it a member is the group's place in the unit.
       for( auto [groupKey, present] : intfToGroup->groupIteratorConst() ) {
          auto const groupToUnit = groupToUnitDir->groupToUnit( groupKey );
          bool const * const inUnit = groupToUnit ? groupToUnit->unitName( unitName ) : nullptr;
@@ -319,25 +250,26 @@ void IntfStatusSm::removeUnlessMember( char const * handler, char const * ofUnit
 void IntfStatusSm::KelIntfToGroup::handleIntfToGroupMembershipChange( Group::GroupKey const & groupKey ) {
    bool const * const inGroup = notifier()->group( groupKey );
    if( inGroup && *inGroup ) {
-      TRACE( 4, "Interface:" << intfId_ << " added to group:" << groupKey );
-      owner_.addToBacklog( intfId_ );
+      TRACE( 4, "Interface:" << intfId() << " added to group:" << groupKey );
+      owner_.addToBacklog( intfId() );
       return;
    }
-   TRACE( 4, "Interface:" << intfId_ << " removed from group:" << groupKey );
+   TRACE( 4, "Interface:" << intfId() << " removed from group:" << groupKey );
    KEL_ASSERT_TEXT( owner_.groupToUnitDir(), "intfStatusSm()->groupToUnitDir()" );
    auto const groupToUnit = owner_.groupToUnitDir()->groupToUnit( groupKey );
    if( !groupToUnit ) return;
    for( auto [unitName, inUnit] : groupToUnit->unitNameIteratorConst() ) {
+      if( !owner_.inService() ) return;  // a removal ended the plug-in
       KEL_ASSERT_TEXT( owner_.unitMonIntfInput(), "intfStatusSm()->unitMonIntfInput()" );
       auto const monitored = owner_.unitMonIntfInput()->unitIntfInput( unitName );
       if( !monitored ) {
-         TRACE( 4, "IntfId:" << intfId_ << ". Group:" << groupKey << " part of unit:" << unitName
+         TRACE( 4, "IntfId:" << intfId() << ". Group:" << groupKey << " part of unit:" << unitName
                              << " which is not undergoing maintenance. Nothing to do as part of this unit." );
          continue;
       }
-      TRACE( 4, "IntfId:" << intfId_ << ". Group:" << groupKey << " part of unit:" << unitName
+      TRACE( 4, "IntfId:" << intfId() << ". Group:" << groupKey << " part of unit:" << unitName
                           << " which is undergoing maintenance. Check if intf is still member of the unit." );
-      owner_.removeUnlessMember( "handleIntfToGroupMembershipChange", "of unit:", intfId_, unitName, *monitored );
+      owner_.removeUnlessMember( "handleIntfToGroupMembershipChange", "of unit:", intfId(), unitName, *monitored );
    }
 }
 
@@ -373,6 +305,7 @@ void IntfStatusSm::KelGroupToUnit::handleGroupLeft( Kel::Name const & unitName,
       return;
    }
    for( auto [intfId, present] : members->intfIteratorConst() ) {
+      if( !owner_.inService() ) return;
       owner_.removeUnlessMember( handler, "ofunit:", intfId, unitName, *monitored );
    }
 }
@@ -380,7 +313,7 @@ void IntfStatusSm::KelGroupToUnit::handleGroupLeft( Kel::Name const & unitName,
 void IntfStatusSm::KelIntfToGroup::handleSelectedProfile( ProfileType profileType ) {
    auto const cause = notifier()->profileChangeCause();
    auto const * const key = notifier()->selectedProfile( profileType );
-   TRACE( 9, "intf " << intfId_ << ", profileChangeCause " << cause << ", profileType " << profileType << ", profile "
+   TRACE( 9, "intf " << intfId() << ", profileChangeCause " << cause << ", profileType " << profileType << ", profile "
                      << ( key && !key->empty() ? key->name : Kel::String8( "-" ) ) );
    if( profileType != ProfileType::interface ) {
       TRACE( 9, "  ignoring as profile type is not " << ProfileType::interface );
@@ -390,7 +323,7 @@ void IntfStatusSm::KelIntfToGroup::handleSelectedProfile( ProfileType profileTyp
       TRACE( 9, "  ignoring as change cause is not " << ProfileChangeCause::precedence );
       return;
    }
-   owner_.addToBacklog( intfId_ );
+   owner_.addToBacklog( intfId() );
 }
 
 }  // namespace MaintenanceMode

@@ -12,11 +12,11 @@
 #pragma once
 
 #include <memory>
-#include <unordered_map>
 
 #include "UnitIntfInput.h"
 #include "brim/CodefBase.h"
 #include "kel/RbTreeMap.h"
+#include "kel/ReactorMap.h"
 #include "records/Group.h"
 #include "records/Interface.h"
 
@@ -31,6 +31,7 @@ class RateMonSm;
 
 class IntfStatusSm final : public Brim::CodefBase {
    KEL_MACHINE( IntfStatusSm, "MaintenanceMode::IntfStatusSm", Kel::Name, smName )
+   KEL_REF_BY( clock )
    KEL_REF( Kel::Ptr<Interface::AllIntfStatusDir const>, allIntfStatusDir )
    KEL_REF( Kel::Ptr<IntfMaintenance::IntfToGroupDir const>, intfToGroupDir )
    KEL_REF( Kel::Ptr<Maintenance::GroupToUnitDir const>, groupToUnitDir )
@@ -39,6 +40,15 @@ class IntfStatusSm final : public Brim::CodefBase {
    KEL_REF( RateMonSm *, rootSm )
    KEL_ATTR( Lumo::IntfId, bookmark )  // where the next slice begins; empty: at the smallest
    KEL_ATTR( bool, initialized )
+   // Work statistics of the base
+   KEL_ATTR_BY( double, backlogQuantum )
+   KEL_ATTR_BY( uint64_t, updatesSeen )
+   KEL_ATTR_BY( uint64_t, updatesProcessed )
+   KEL_ATTR_BY( uint64_t, updatesCoalesced )
+   KEL_ATTR_BY( double, timeUsed )
+   KEL_ATTR_BY( uint64_t, dispatchCount )
+   KEL_ATTR_BY( uint64_t, yieldBeforeFinishingCount )
+   KEL_ATTR_BY( bool, warm )
    KEL_ENTITY_END
 
    // Makes the tracker and switches its notifications on; every interface that has a status is queued.
@@ -59,6 +69,8 @@ class IntfStatusSm final : public Brim::CodefBase {
    void intfToGroupDel( Lumo::IntfId intfId );
    void groupToUnitIs( Kel::Ptr<Maintenance::GroupToUnit const> const & record );
    void groupToUnitDel( Group::GroupKey const & groupKey );
+
+   [[nodiscard]] Kel::Ptr<Kel::Clock> const & clock() const { return codefClock(); }
 
    // Queues the interface for the next slice; once, however often it is asked for.
    void addToBacklog( Lumo::IntfId intfId );
@@ -97,9 +109,9 @@ class IntfStatusSm final : public Brim::CodefBase {
    [[nodiscard]] bool isInMaintGroup( Lumo::IntfId intfId ) const;
 
    Kel::RbTreeMap<bool, Lumo::IntfId> backlog_;
-   std::unordered_map<Lumo::IntfId, std::unique_ptr<KelIntfStatus>> intfStatus_;
-   std::unordered_map<Lumo::IntfId, std::unique_ptr<KelIntfToGroup>> intfToGroup_;
-   std::unordered_map<Group::GroupKey, std::unique_ptr<KelGroupToUnit>> groupToUnit_;
+   Kel::ReactorMap<KelIntfStatus, Lumo::IntfId, IntfStatusSm> intfStatus_;
+   Kel::ReactorMap<KelIntfToGroup, Lumo::IntfId, IntfStatusSm> intfToGroup_;
+   Kel::ReactorMap<KelGroupToUnit, Group::GroupKey, IntfStatusSm> groupToUnit_;
    std::unique_ptr<KelAllIntfStatusDir> allIntfStatusDirReactor_;
    std::unique_ptr<KelIntfToGroupDir> intfToGroupDirReactor_;
    std::unique_ptr<KelGroupToUnitDir> groupToUnitDirReactor_;

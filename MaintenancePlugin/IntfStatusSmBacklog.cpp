@@ -9,6 +9,7 @@ using Maintenance::Profile::ProfileType;
 
 void IntfStatusSm::addToBacklog( Lumo::IntfId intfId ) {
    updatesSeenInc( 1 );
+   // Once, however often: what came in between is told apart as coalesced.
    backlog_.insert( intfId, true );
    clockNotifieeTimeMinIs( 0 );
 }
@@ -28,9 +29,11 @@ uint64_t IntfStatusSm::processBacklog( Kel::Seconds & startTime ) {
 uint64_t IntfStatusSm::workBacklog( Kel::Seconds deadline ) {
    uint64_t count = 0;
    auto next = backlog_.keyFrom( bookmark() );
+   // A bookmark behind the last one begins at the first, as if the walk had come around.
    if( !next ) next = backlog_.firstKey();
    while( next ) {
       Lumo::IntfId const intfId = *next;
+      // Read afresh each time: within a turn the loop's own time stands still.
       bool const late = codefClock()->now() >= deadline;
       if( count > 0 && late ) {
          TRACE_AS( 4, "processBacklog", "Pausing backlog processing at " << intfId );
@@ -39,10 +42,12 @@ uint64_t IntfStatusSm::workBacklog( Kel::Seconds deadline ) {
          return count;
       }
       backlog_.erase( intfId );
+      // On to the next before the work, so that an interface which the work queues between the two waits for the next round.
+      next = backlog_.keyAfter( intfId );
       ++count;
       TRACE_AS( 9, "processBacklog", "intf " << intfId );
       processIntf( intfId );
-      next = backlog_.keyAfter( intfId );
+      if( !inService() ) return count;
       if( !next ) next = backlog_.firstKey();
    }
    bookmarkDel();
@@ -73,7 +78,9 @@ void IntfStatusSm::processIntf( Lumo::IntfId intfId ) {
       rootSm()->stopIntfMonInUnits( intfId );
       return;
    }
+   // The profile before the units: one that joins finds the monitor as it will be.
    if( intfMon ) processProfileChange( intfId );
+   if( !inService() ) return;
    rootSm()->startIntfMonInUnits( intfId );
 }
 

@@ -14,8 +14,10 @@ class MaintStageHelperSm::KelProgressDir final : public Stage::ProgressDir::Noti
       : Reactor( owner ), owner_( owner ) {
       notifierIs( dir );
    }
-   void onProgress( Kel::Name instanceName ) override { owner_.progressSync( instanceName ); }
-   void onProgresskelImmediate() override { owner_.progressSyncAll(); }
+   void onProgress( Kel::Name instanceName ) override {
+      owner_.progress_.sync( instanceName, notifier()->progress( instanceName ) );
+   }
+   void onProgresskelImmediate() override { owner_.progress_.syncAll( notifier()->progressIteratorConst() ); }
 
  private:
    MaintStageHelperSm & owner_;
@@ -35,12 +37,15 @@ class MaintStageHelperSm::KelMaintStageCompletionStatus final : public Stage::Co
 
 class MaintStageHelperSm::KelProgress final : public Stage::Progress::NotifieeConst {
  public:
-   // Attached by its maker, once it has its place in `progress_`: what is handed on then may take it away again.
    explicit KelProgress( MaintStageHelperSm & owner ) : Reactor( owner ), owner_( owner ) {}
    void onStage( Kel::String8 stage ) override { handleStage( stage ); }
    // A record that arrives whole: each stage that it holds is handed on.
    void onStagekelImmediate() override {
-      for( auto [stage, active] : notifier()->stageIteratorConst() ) handleStage( stage );
+      for( auto [stage, active] : notifier()->stageIteratorConst() ) {
+         if( !inService() || !owner_.inService() )
+            return;  // a stage handed on had the record deleted, or ended the plug-in
+         handleStage( stage );
+      }
    }
 
  private:
@@ -73,53 +78,39 @@ MaintStageHelperSm::MaintStageHelperSm( Kel::String8 const & cls,
                                         Kel::Ptr<Stage::CompletionStatusDir const> const & completionStatus,
                                         Kel::Ptr<Stage::AgentConfig> const & config,
                                         Kel::Ptr<Stage::AgentStatus> const & status, RateMonSm * root )
-   : stageClass_( cls ), agentConfig_( config ), agentStatus_( status ), rateMonSm_( root ) {
+   : stageClass_( cls ), agentConfig_( config ), agentStatus_( status ), rateMonSm_( root ), progress_( *this ) {
    hasNotificationActiveIs( false );
-   if( progressDir ) progressDir_ = std::make_unique<KelProgressDir>( *this, progressDir );
-   if( completionStatus ) {
-      maintStageCompletionStatus_ = std::make_unique<KelMaintStageCompletionStatus>( *this, completionStatus );
-   }
-   progressSyncAll();
+   progressDir_ = std::make_unique<KelProgressDir>( *this, progressDir );
+   maintStageCompletionStatus_ = std::make_unique<KelMaintStageCompletionStatus>( *this, completionStatus );
+   // By hand, because nothing is delivered to a machine under construction. The records' own reactors are as silent, so that no
+   // stage is handed on: what is under way, the root finds out for itself.
+   progressDir_->onProgresskelImmediate();
    handleInitialized();
 }
 
 MaintStageHelperSm::~MaintStageHelperSm() = default;
 
+Kel::Ptr<Stage::ProgressDir const> const & MaintStageHelperSm::progressDir() const { return progressDir_->notifier(); }
+
+Kel::Ptr<Stage::CompletionStatusDir const> const & MaintStageHelperSm::maintStageCompletionStatus() const {
+   return maintStageCompletionStatus_->notifier();
+}
+
 void MaintStageHelperSm::prepareToDie() {
-   kelDoZombieReactors( true );
-   progressDir_.reset();
-   maintStageCompletionStatus_.reset();
-   while( !progress_.empty() ) progress_.take( progress_.firstKey() );
+   progressDir_->notifierIs( nullptr );
+   maintStageCompletionStatus_->notifierIs( nullptr );
+   progress_.clear();
 }
 
 void MaintStageHelperSm::handleInitialized() {
    TRACE_AS( 4, "void MaintenanceMode::MaintStageHelperSm::handleInitialized()", "called" );
    KEL_ASSERT( !initialized() );
-   if( maintStageCompletionStatus_ ) {
-      auto const & instances = maintStageCompletionStatus_->notifier();
-      for( auto [key, complete] : agentStatus()->completeIterator() ) {
-         if( !instances->status( key.instanceName ) ) agentStatus()->completeDel( key );
-      }
+   // Marks of instances that the stage manager removed while no agent ran.
+   auto const instances = maintStageCompletionStatus();
+   for( auto [key, complete] : agentStatus()->completeIterator() ) {
+      if( !instances->status( key.instanceName ) ) agentStatus()->completeDel( key );
    }
    initializedIs( true );
-}
-
-void MaintStageHelperSm::progressSync( Kel::Name const & instanceName ) {
-   auto const record = progressDir_->notifier()->progress( instanceName );
-   auto * const reactor = progress_.find( instanceName );
-   if( reactor && ( !record || ( *reactor )->notifier() != record ) ) progress_.take( instanceName );
-   if( !record || progress_.find( instanceName ) ) return;
-   auto const made = progress_.insert( instanceName, std::make_shared<KelProgress>( *this ) );
-   made->notifierIs( record );
-}
-
-void MaintStageHelperSm::progressSyncAll() {
-   if( !progressDir_ ) return;
-   for( auto [instanceName, record] : progressDir_->notifier()->progressIteratorConst() ) progressSync( instanceName );
-   for( auto [instanceName, reactor] :
-        Kel::HashMap<std::shared_ptr<KelProgress>, Kel::Name>::Iterator<>( progress_ ) ) {
-      progressSync( instanceName );
-   }
 }
 
 void MaintStageHelperSm::handleStage( Kel::Name const & instanceName, Kel::String8 const & stage ) {
@@ -136,7 +127,7 @@ void MaintStageHelperSm::doStageCompleteForInstance( Kel::String8 const & stage,
 void MaintStageHelperSm::handleMaintInstStatusDel( Kel::Name const & instanceName ) {
    TRACE_AS( 4, "void MaintenanceMode::MaintStageHelperSm::handleMaintInstStatusDel(Kel::Name)",
              " instanceName: " << instanceName );
-   if( maintStageCompletionStatus_->notifier()->status( instanceName ) ) {
+   if( maintStageCompletionStatus()->status( instanceName ) ) {
       TRACE_AS( 4, "void MaintenanceMode::MaintStageHelperSm::handleMaintInstStatusDel(Kel::Name)",
                 "InstanceName: " << instanceName << " is added to InstStatus" );
       return;

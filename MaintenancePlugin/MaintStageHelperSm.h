@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "kel/Attributes.h"
+#include "kel/ReactorMap.h"
 #include "records/Stage.h"
 
 namespace MaintenanceMode {
@@ -24,6 +25,8 @@ void setStageEventComplete( Kel::Ptr<Stage::AgentStatus> const & agentStatus, Ke
 
 class MaintStageHelperSm final : public Kel::Entity {
    KEL_MACHINE( MaintStageHelperSm, "MaintenanceMode::MaintStageHelperSm", Kel::String8, stageClass )
+   KEL_REF_BY( progressDir )
+   KEL_REF_BY( maintStageCompletionStatus )
    KEL_REF( Kel::Ptr<Stage::AgentConfig>, agentConfig )
    KEL_REF( Kel::Ptr<Stage::AgentStatus>, agentStatus )
    KEL_REF( RateMonSm *, rateMonSm )
@@ -35,6 +38,10 @@ class MaintStageHelperSm final : public Kel::Entity {
                        Kel::Ptr<Stage::AgentConfig> const & agentConfig,
                        Kel::Ptr<Stage::AgentStatus> const & agentStatus, RateMonSm * rateMonSm );
    ~MaintStageHelperSm() override;
+
+   // What the helper watches; null after its end.
+   [[nodiscard]] Kel::Ptr<Stage::ProgressDir const> const & progressDir() const;
+   [[nodiscard]] Kel::Ptr<Stage::CompletionStatusDir const> const & maintStageCompletionStatus() const;
 
    void handleInitialized();
    void handleMaintInstStatusDel( Kel::Name const & instanceName );
@@ -49,10 +56,7 @@ class MaintStageHelperSm final : public Kel::Entity {
    class KelMaintStageCompletionStatus;
    class KelProgress;
 
-   void progressSync( Kel::Name const & instanceName );
-   void progressSyncAll();
-
-   Kel::HashMap<std::shared_ptr<KelProgress>, Kel::Name> progress_;
+   Kel::ReactorMap<KelProgress, Kel::Name, MaintStageHelperSm> progress_;
    std::unique_ptr<KelProgressDir> progressDir_;
    std::unique_ptr<KelMaintStageCompletionStatus> maintStageCompletionStatus_;
 };

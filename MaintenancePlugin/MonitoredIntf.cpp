@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "RateMonSm.h"
+#include "RateMonContext.h"
 #include "RateMonTrace.h"
 #include "kel/ActivityLoop.h"
 
@@ -34,30 +34,27 @@ double bitsRate( Brim::MaybeU63 delta, double deltaTime ) {
 
 }  // namespace
 
-MonitoredIntf::MonitoredIntf( Lumo::IntfId id, RateMonSm * root, Kel::String8 const & profile )
+MonitoredIntf::MonitoredIntf( Lumo::IntfId id, RateMonContext * root, Kel::String8 const & profile )
    : intfId_( id ), rootSm_( root ), profileName_( profile ) {}
 
 void MonitoredIntf::handleInitialized() {
    KEL_ASSERT( !initialized() );
    auto const & statusDir = rootSm()->in().monIntfStatusDir;
-   auto status = statusDir->monIntfStatus( intfId() );
-   if( status ) {
-      status->profileNameIs( profileName() );
+   // Known here before it can be seen, or changed, by anybody else: a unit that enters from within shares this sampler.
+   monIntfStatusIs( statusDir->monIntfStatus( intfId() ) );
+   if( monIntfStatus() ) {
+      monIntfStatus()->profileNameIs( profileName() );
    } else {
-      status = statusDir->monIntfStatusIs( intfId(), profileName(), Kel::now() );
+      monIntfStatusIs( new Maintenance::MonIntfStatus( intfId(), profileName(), Kel::now() ) );
+      statusDir->monIntfStatusIs( monIntfStatus() );
       TRACE( 5, "Created new mon intf status for intf " << intfId() << ", profile " << profileName() );
       RING( 3, "created new mon intf status for intf {}, profile {}", intfId(), profileName() );
    }
-   status->staleIs( false );
-   monIntfStatusIs( status );
+   if( !inService() ) return;  // whoever saw the record come has ended the monitoring
+   monIntfStatus()->staleIs( false );
    updateTrafficRates();
+   // Only now: the sample just taken primes the counters and makes no rate.
    initializedIs( true );
-}
-
-void MonitoredIntf::profileNameIs( Kel::String8 const & name ) {
-   if( name == profileName_ ) return;
-   profileName_ = name;
-   handleProfileName();
 }
 
 void MonitoredIntf::handleProfileName() {
@@ -128,7 +125,9 @@ IntfRates MonitoredIntf::getLagIntfTrafficCounters( Lumo::IntfId argIntfId ) {
    KEL_ASSERT_TEXT( PortChannelIntfId::isPortChannelIntfId( argIntfId ),
                     "Lumo::PortChannelIntfId::isPortChannelIntfId( argIntfId )" );
    IntfRates sum;
-   for( Lumo::IntfId const member : rootSm()->lagMembers().of( argIntfId ) ) {
+   auto const & lags = rootSm()->lagMembers();
+   for( std::size_t i = 0; i < lags.count( argIntfId ); ++i ) {
+      Lumo::IntfId const member = lags.member( argIntfId, i );
       if( !EthIntfId::isEthIntfId( member ) ) continue;
       IntfRates const rates = getEthPhyIntfTrafficCounters( member );
       sum.inBitsRate += rates.inBitsRate;
@@ -174,6 +173,7 @@ void MonitoredIntf::setCurRates( Kel::Ptr<Maintenance::MonIntfStatus> const & st
                        << " outBitsRate:" << status->curRates().outBitsRate
                        << " lastSampleTime:" << status->lastSampleTime() << "] Cur[ inBitsRate:" << rates.inBitsRate
                        << " outBitsRate:" << rates.outBitsRate << " curSampleTime:" << Kel::now() );
+   // In this order: the aggregates replace the previous rates by the current ones when they hear of the latter.
    status->prevRatesIs( status->curRates() );
    status->curRatesIs( rates );
    status->lastSampleTimeIs( Kel::now() );
@@ -183,12 +183,14 @@ void MonitoredIntf::prepareToDie() {
    TRACE( 5, "MonitoredIntf " << intfId() );
    auto const & statusDir = rootSm()->in().monIntfStatusDir;
    statusDir->monIntfStatusDel( intfId() );
-   statusDir->monIntfEnterMaintDel( intfId() );
-   statusDir->monIntfUnderMaintDel( intfId() );
-   statusDir->monIntfSpikeUnderMaintDel( intfId() );
+   // Whoever heard of a removal may have begun to monitor the interface anew: the flags are the new record's then.
+   auto const takenOver = [&] { return statusDir->monIntfStatus( intfId() ) != nullptr; };
+   if( !takenOver() ) statusDir->monIntfEnterMaintDel( intfId() );
+   if( !takenOver() ) statusDir->monIntfUnderMaintDel( intfId() );
+   if( !takenOver() ) statusDir->monIntfSpikeUnderMaintDel( intfId() );
 }
 
-Kel::Ptr<MonitoredIntf> MonitoredIntfDir::monitoredIntfIs( Lumo::IntfId intfId, RateMonSm * rootSm,
+Kel::Ptr<MonitoredIntf> MonitoredIntfDir::monitoredIntfIs( Lumo::IntfId intfId, RateMonContext * rootSm,
                                                            Kel::String8 const & profileName ) {
    if( auto const present = monitoredIntf( intfId ) ) {
       if( present->rootSm() != rootSm ) {
@@ -198,8 +200,10 @@ Kel::Ptr<MonitoredIntf> MonitoredIntfDir::monitoredIntfIs( Lumo::IntfId intfId, 
       }
       return present;
    }
+   // In the directory first: the aggregator looks it up there when the first sample tells of rates, and whoever ends the
+   // monitoring from within its start must find it.
    auto const made = monitoredIntfIs( Kel::Ptr<MonitoredIntf>( new MonitoredIntf( intfId, rootSm, profileName ) ) );
-   made->handleInitialized();
+   if( made->inService() ) made->handleInitialized();
    return made;
 }
 

@@ -16,7 +16,7 @@
 
 namespace MaintenanceMode {
 
-class RateMonSm;
+class RateMonContext;
 
 // True for the kinds that can be sampled: Ethernet, port-channel and VLAN interfaces, never their sub-interfaces.
 [[nodiscard]] bool isSupportedIntf( Lumo::IntfId intfId );
@@ -43,19 +43,14 @@ class IntfCounterInfo final : public Kel::Entity {
 class MonitoredIntf final : public Kel::Entity {
    KEL_MACHINE( MonitoredIntf, "MaintenanceMode::MonitoredIntf", Lumo::IntfId, intfId )
    KEL_ATTR( bool, initialized )  // the first sample has been taken; here it takes no memory of its own
-   KEL_REF( RateMonSm *, rootSm )
+   KEL_REF( RateMonContext *, rootSm )
+   KEL_ATTR_HANDLED( Kel::String8, profileName, handleProfileName )  // of the profile in force
    KEL_REF( Kel::Ptr<Maintenance::MonIntfStatus>, monIntfStatus )
    // The units that wait for this interface's drain result; always true.
    KEL_MAP( bool, Kel::String8, dependentUnit, onDependentUnit )
    // By Ethernet interface, made on its first sample, kept until the sampler goes.
    KEL_CHILDREN( IntfCounterInfo, Lumo::IntfId, memberTrafficCounters, onMemberTrafficCounters )
    KEL_ENTITY_END
-
-   MonitoredIntf( Lumo::IntfId intfId, RateMonSm * rootSm, Kel::String8 const & profileName );
-
-   // The name of the profile in force; a new one is copied into the status record.
-   [[nodiscard]] Kel::String8 const & profileName() const { return profileName_; }
-   void profileNameIs( Kel::String8 const & profileName );
 
    void handleInitialized();
    void handleProfileName();
@@ -75,11 +70,14 @@ class MonitoredIntf final : public Kel::Entity {
    void setCurRates( Kel::Ptr<Maintenance::MonIntfStatus> const & monIntfStatus, Interface::IntfRates const & rates );
 
  private:
+   friend class MonitoredIntfDir;  // its factory
+
+   MonitoredIntf( Lumo::IntfId intfId, RateMonContext * rootSm, Kel::String8 const & profileName );
+
    // What the last sample saw, null before the first.
    [[nodiscard]] IntfCounterInfo * counterInfo( Lumo::IntfId sampled );
    void publishIfOwn( Lumo::IntfId sampled, Interface::IntfRates const & rates );
 
-   Kel::String8 profileName_;
    IntfCounterInfo * ownInfo_ = nullptr;  // this interface's among the member counters, once it is there
 };
 
@@ -89,7 +87,8 @@ class MonitoredIntfDir final : public Kel::Entity {
    KEL_ENTITY_END
 
    // The interface's sampler, made and primed when absent. One that exists must have the same root.
-   Kel::Ptr<MonitoredIntf> monitoredIntfIs( Lumo::IntfId intfId, RateMonSm * rootSm, Kel::String8 const & profileName );
+   Kel::Ptr<MonitoredIntf> monitoredIntfIs( Lumo::IntfId intfId, RateMonContext * rootSm,
+                                            Kel::String8 const & profileName );
 };
 
 }  // namespace MaintenanceMode

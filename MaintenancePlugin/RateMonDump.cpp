@@ -145,8 +145,8 @@ void RateMonSm::dump( int fd, int indent ) const {
    line( "Dumping IntfMonSms:\n" );
    for( Lumo::IntfId const intf : inKeyOrder( intfMonIteratorConst() ) ) intfMon( intf )->dump( fd, indent + 2 );
    if( intfStatusSm() ) intfStatusSm()->dump( fd, indent + 2 );
-   if( in_.monIntfStatusDir ) dumpStatusDir( fd, indent, *in_.monIntfStatusDir );
-   if( in_.errDisableCauseStatus ) dumpShutdowns( fd, indent, *in_.errDisableCauseStatus );
+   if( in().monIntfStatusDir ) dumpStatusDir( fd, indent, *in().monIntfStatusDir );
+   if( in().errDisableCauseStatus ) dumpShutdowns( fd, indent, *in().errDisableCauseStatus );
 }
 
 void UnitMonSm::dump( int fd, int indent ) const {

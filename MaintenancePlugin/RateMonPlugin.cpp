@@ -62,10 +62,10 @@ RateMonSmLoader::~RateMonSmLoader() = default;
 void RateMonSmLoader::init( Maintenance::PluginContext * pluginContext ) {
    TRACE( 4, "RateMonSmLoader::init" );
    RING( 3, "RaeMonSmLoader::init" );
-   context_ = pluginContext;
+   contextIs( pluginContext );
    pluginInfoDumperIs( new RateMonPluginInfoDumper( "RateMonPlugin" ) );
    pluginInfoDumper()->contextIs( this );
-   context_->dumpPluginInfoIs( pluginInfoDumper().get() );
+   context()->dumpPluginInfoIs( pluginInfoDumper().get() );
    mountAll();
    TRACE( 4, "RateMonSmLoader::init - completed all doMounts" );
    RING( 3, "RateMonSmLoader::init - completed all doMounts" );
@@ -73,7 +73,7 @@ void RateMonSmLoader::init( Maintenance::PluginContext * pluginContext ) {
 
 // Some of these are never looked up again, and the group configuration is mounted twice: the host counts on the list as it is.
 void RateMonSmLoader::mountAll() {
-   auto const group = context_->entityManager()->getMountGroup( this );
+   auto const group = context()->entityManager()->getMountGroup( this );
    auto const mount = [&]( std::string_view path, char const * type, char const * mode ) {
       group->doMount( Dovra::Mount{ path, type, mode } );
    };
@@ -109,8 +109,13 @@ void RateMonSmLoader::doMountsComplete( Dovra::MountStatus mountStatus, Kel::Ptr
    TRACE( 4, "RateMonSmLoader::doMountsComplete" );
    RING( 3, "RateMonSmLoader - doMountsComplete" );
    createErrdisableEntity( entityManager );
+   if( !inService() ) return;  // the new cause was heard by somebody who took the plug-in down
    startCounterReader( entityManager );
-   rateMonSmIs( newRateMonSm( inputs( entityManager ) ) );
+   lookUpMounted( *entityManager );
+   auto const root = newRateMonSm( inputs() );
+   // Taken down from inside one of the root's first writes, when there was no root yet to take down with it.
+   if( !inService() ) return root->takeDown();
+   rateMonSmIs( root );
    TRACE( 4, "RateMonSmLoader::doMountsComplete - done" );
    RING( 3, "RateMonSmLoader::doMountsComplete - done" );
 }
@@ -123,47 +128,73 @@ void RateMonSmLoader::createErrdisableEntity( Kel::Ptr<Dovra::EntityManager> con
 }
 
 void RateMonSmLoader::startCounterReader( Kel::Ptr<Dovra::EntityManager> const & entityManager ) {
-   auto const writerStatusDir = entityManager->getEntity<Kel::Dir>( Path::counterWriterStatus );
-   ethIntfCounterReaderSmIs( new Interface::EthIntfCounterReaderSm( context_->quillEntityManager(), writerStatusDir ) );
+   ethIntfCounterWriterStatusDirIs( entityManager->getEntity<Kel::Dir>( Path::counterWriterStatus ) );
+   ethIntfCounterReaderSmIs(
+      new Interface::EthIntfCounterReaderSm( context()->quillEntityManager(), ethIntfCounterWriterStatusDir() ) );
    ethIntfCounterReaderSm()->enableLegacyShmemManSupport();
    ethIntfCounterReaderSm()->handleInitialized();
+   phyCounterDirIs( ethIntfCounterReaderSm()->allEthIntfCounterPtrDir() );
 }
 
-RateMonSmInputs RateMonSmLoader::inputs( Kel::Ptr<Dovra::EntityManager> const & entityManager ) const {
-   Dovra::EntityManager const & db = *entityManager;
-   RateMonSmInputs in;
-   in.phyCounterDir = ethIntfCounterReaderSm()->allEthIntfCounterPtrDir();
-   in.lagConfigDir = db.getEntity<Lag::Config>( Path::lagConfig );
-   in.vlanStatusDir = db.getEntity<Bridging::VlanStatusDir>( Path::vlanStatus );
-   in.allIntfStatusDir = db.getEntity<Interface::AllIntfStatusDir>( Path::intfStatus );
-   in.unitStatusDir = db.getEntity<Maintenance::Unit::StatusDir>( Path::unitStatus );
-   in.maintenanceGroupDir = db.getEntity<Maintenance::MaintenanceGroup::ConfigDir>( Path::groupConfig );
-   in.intfGroupStatusDir = db.getEntity<IntfGroup::StatusDir>( Path::groupStatus );
-   in.intfProfileConfigDir = db.getEntity<IntfMaintenanceProfile::ConfigDir>( Path::profiles );
-   in.intfToGroupDir = db.getEntity<IntfMaintenance::IntfToGroupDir>( Path::intfToGroup );
-   in.groupToUnitDir = db.getEntity<Maintenance::GroupToUnitDir>( Path::groupToUnit );
+void RateMonSmLoader::lookUpMounted( Dovra::EntityManager const & db ) {
+   lagConfigDirIs( db.getEntity<Lag::Config>( Path::lagConfig ) );
+   vlanStatusDirIs( db.getEntity<Bridging::VlanStatusDir>( Path::vlanStatus ) );
+   allIntfStatusDirIs( db.getEntity<Interface::AllIntfStatusDir>( Path::intfStatus ) );
+   unitStatusDirIs( db.getEntity<Maintenance::Unit::StatusDir>( Path::unitStatus ) );
+   maintenanceGroupDirIs( db.getEntity<Maintenance::MaintenanceGroup::ConfigDir>( Path::groupConfig ) );
+   intfGroupStatusDirIs( db.getEntity<IntfGroup::StatusDir>( Path::groupStatus ) );
+   intfProfileConfigDirIs( db.getEntity<IntfMaintenanceProfile::ConfigDir>( Path::profiles ) );
+   intfToGroupDirIs( db.getEntity<IntfMaintenance::IntfToGroupDir>( Path::intfToGroup ) );
+   groupToUnitDirIs( db.getEntity<Maintenance::GroupToUnitDir>( Path::groupToUnit ) );
    auto const causes = db.getEntity<Kel::Dir>( Path::errdisableCauses );
    auto const msCause =
       causes ? Kel::dynamicPtrCast<Errdisable::CauseStatus>( causes->entityRef( errdisableCause ) ) : nullptr;
    KEL_ASSERT_TEXT( msCause, "msCause && \" errdisable cause maintenance-shutdown is NULL \"" );
-   in.errDisableCauseStatus = msCause;
-   in.monIntfStatusDir = db.getEntity<Maintenance::MonIntfStatusDir>( Path::monIntfStatus );
-   in.defaultIntfProfile = db.getEntity<Maintenance::Profile::DefaultProfile>( Path::defaultProfile );
-   in.maintEnterCompletionStatus = db.getEntity<Stage::CompletionStatusDir>( Path::stageCompletion( enterStageClass ) );
-   in.maintExitCompletionStatus = db.getEntity<Stage::CompletionStatusDir>( Path::stageCompletion( exitStageClass ) );
-   in.maintEnterProgressDir = db.getEntity<Stage::ProgressDir>( Path::stageProgress( enterStageClass ) );
-   in.maintExitProgressDir = db.getEntity<Stage::ProgressDir>( Path::stageProgress( exitStageClass ) );
-   in.maintEnterAgentConfig = db.getEntity<Stage::AgentConfig>( Path::stageAgentConfig( enterStageClass ) );
-   in.maintExitAgentConfig = db.getEntity<Stage::AgentConfig>( Path::stageAgentConfig( exitStageClass ) );
-   in.maintEnterAgentStatus = db.getEntity<Stage::AgentStatus>( Path::stageAgentStatus( enterStageClass ) );
-   in.maintExitAgentStatus = db.getEntity<Stage::AgentStatus>( Path::stageAgentStatus( exitStageClass ) );
-   return in;
+   errDisableCauseStatusIs( msCause );
+   monIntfStatusDirIs( db.getEntity<Maintenance::MonIntfStatusDir>( Path::monIntfStatus ) );
+   defaultIntfProfileIs( db.getEntity<Maintenance::Profile::DefaultProfile>( Path::defaultProfile ) );
+   maintEnterCompletionStatusIs( db.getEntity<Stage::CompletionStatusDir>( Path::stageCompletion( enterStageClass ) ) );
+   maintExitCompletionStatusIs( db.getEntity<Stage::CompletionStatusDir>( Path::stageCompletion( exitStageClass ) ) );
+   maintEnterProgressDirIs( db.getEntity<Stage::ProgressDir>( Path::stageProgress( enterStageClass ) ) );
+   maintExitProgressDirIs( db.getEntity<Stage::ProgressDir>( Path::stageProgress( exitStageClass ) ) );
+   maintEnterAgentConfigIs( db.getEntity<Stage::AgentConfig>( Path::stageAgentConfig( enterStageClass ) ) );
+   maintExitAgentConfigIs( db.getEntity<Stage::AgentConfig>( Path::stageAgentConfig( exitStageClass ) ) );
+   maintEnterAgentStatusIs( db.getEntity<Stage::AgentStatus>( Path::stageAgentStatus( enterStageClass ) ) );
+   maintExitAgentStatusIs( db.getEntity<Stage::AgentStatus>( Path::stageAgentStatus( exitStageClass ) ) );
+}
+
+RateMonSmInputs RateMonSmLoader::inputs() const {
+   return { .phyCounterDir = phyCounterDir(),
+            .lagConfigDir = lagConfigDir(),
+            .vlanStatusDir = vlanStatusDir(),
+            .allIntfStatusDir = allIntfStatusDir(),
+            .unitStatusDir = unitStatusDir(),
+            .maintenanceGroupDir = maintenanceGroupDir(),
+            .intfGroupStatusDir = intfGroupStatusDir(),
+            .intfProfileConfigDir = intfProfileConfigDir(),
+            .intfToGroupDir = intfToGroupDir(),
+            .groupToUnitDir = groupToUnitDir(),
+            .errDisableCauseStatus = errDisableCauseStatus(),
+            .monIntfStatusDir = monIntfStatusDir(),
+            .defaultIntfProfile = defaultIntfProfile(),
+            .maintEnterCompletionStatus = maintEnterCompletionStatus(),
+            .maintExitCompletionStatus = maintExitCompletionStatus(),
+            .maintEnterAgentConfig = maintEnterAgentConfig(),
+            .maintExitAgentConfig = maintExitAgentConfig(),
+            .maintEnterAgentStatus = maintEnterAgentStatus(),
+            .maintExitAgentStatus = maintExitAgentStatus(),
+            .maintEnterProgressDir = maintEnterProgressDir(),
+            .maintExitProgressDir = maintExitProgressDir() };
 }
 
 void RateMonSmLoader::prepareToDie() {
    TRACE( 4, "called" );
    mountGroupsDel();
-   if( rateMonSm() ) rateMonSm()->prepareToDie();
+   if( auto const root = rateMonSm() ) {
+      root->prepareToDie();
+      // Not left to the last reference: taken down from inside one of the root's own writes, that would only go when the writes end.
+      root->takeDown();
+   }
    rateMonSmDel();
    if( ethIntfCounterReaderSm() ) ethIntfCounterReaderSm()->prepareToDie();
    ethIntfCounterReaderSmDel();

@@ -35,9 +35,33 @@ class RateMonPluginInfoDumper final : public Kel::Entity, public Maintenance::Du
 
 class RateMonSmLoader final : public Kel::Entity, public Dovra::Mounter {
    KEL_ENTITY( RateMonSmLoader, "MaintenanceMode::RateMonSmLoader", Kel::Name, loaderName )
+   // What was mounted, from the completion of the mounts on; null where there is no such record.
+   KEL_REF( Kel::Ptr<Kel::Dir const>, ethIntfCounterWriterStatusDir )
    KEL_REF( Kel::Ptr<Interface::EthIntfCounterReaderSm>, ethIntfCounterReaderSm )
-   KEL_REF( Kel::Ptr<RateMonSm>, rateMonSm )  // null until all mounts are complete
+   KEL_REF( Kel::Ptr<Interface::IntfCounterMasquerade::AllEthIntfCounterPtrDir const>, phyCounterDir )
+   KEL_REF( Kel::Ptr<Lag::Config const>, lagConfigDir )
+   KEL_REF( Kel::Ptr<Bridging::VlanStatusDir const>, vlanStatusDir )
+   KEL_REF( Kel::Ptr<Interface::AllIntfStatusDir const>, allIntfStatusDir )
+   KEL_REF( Kel::Ptr<Maintenance::Unit::StatusDir>, unitStatusDir )
+   KEL_REF( Kel::Ptr<Maintenance::MaintenanceGroup::ConfigDir const>, maintenanceGroupDir )
+   KEL_REF( Kel::Ptr<IntfGroup::StatusDir const>, intfGroupStatusDir )
+   KEL_REF( Kel::Ptr<IntfMaintenanceProfile::ConfigDir const>, intfProfileConfigDir )
+   KEL_REF( Kel::Ptr<IntfMaintenance::IntfToGroupDir const>, intfToGroupDir )
+   KEL_REF( Kel::Ptr<Maintenance::GroupToUnitDir const>, groupToUnitDir )
+   KEL_REF( Kel::Ptr<Errdisable::CauseStatus>, errDisableCauseStatus )
+   KEL_REF( Kel::Ptr<Maintenance::MonIntfStatusDir>, monIntfStatusDir )
+   KEL_REF( Kel::Ptr<Maintenance::Profile::DefaultProfile const>, defaultIntfProfile )
+   KEL_REF( Kel::Ptr<Stage::CompletionStatusDir const>, maintEnterCompletionStatus )
+   KEL_REF( Kel::Ptr<Stage::CompletionStatusDir const>, maintExitCompletionStatus )
+   KEL_REF( Kel::Ptr<Stage::ProgressDir const>, maintEnterProgressDir )
+   KEL_REF( Kel::Ptr<Stage::ProgressDir const>, maintExitProgressDir )
+   KEL_REF( Kel::Ptr<Stage::AgentConfig>, maintEnterAgentConfig )
+   KEL_REF( Kel::Ptr<Stage::AgentConfig>, maintExitAgentConfig )
+   KEL_REF( Kel::Ptr<Stage::AgentStatus>, maintEnterAgentStatus )
+   KEL_REF( Kel::Ptr<Stage::AgentStatus>, maintExitAgentStatus )
+   KEL_REF( Kel::Ptr<RateMonSm>, rateMonSm )  // made last
    KEL_REF( Kel::Ptr<RateMonPluginInfoDumper>, pluginInfoDumper )
+   KEL_REF( Maintenance::PluginContext *, context )  // outlives this
    KEL_ENTITY_END
 
    ~RateMonSmLoader() override;
@@ -51,9 +75,8 @@ class RateMonSmLoader final : public Kel::Entity, public Dovra::Mounter {
    void mountAll();
    void createErrdisableEntity( Kel::Ptr<Dovra::EntityManager> const & entityManager );
    void startCounterReader( Kel::Ptr<Dovra::EntityManager> const & entityManager );
-   [[nodiscard]] RateMonSmInputs inputs( Kel::Ptr<Dovra::EntityManager> const & entityManager ) const;
-
-   Maintenance::PluginContext * context_ = nullptr;
+   void lookUpMounted( Dovra::EntityManager const & entityManager );
+   [[nodiscard]] RateMonSmInputs inputs() const;
 };
 
 class RateMonPlugin final : public PluginBase<Maintenance::PluginContext> {

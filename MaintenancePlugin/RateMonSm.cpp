@@ -43,46 +43,66 @@ class RateMonSm::KelDefaultIntfProfile final : public Maintenance::Profile::Defa
 
 Kel::Ptr<RateMonSm> newRateMonSm( RateMonSmInputs const & inputs ) {
    auto const root = Kel::validPtr( new RateMonSm( inputs ) );
+   root->handleInitialized();
    root->hasNotificationActiveIs( true );
+   root->catchUp();
    return root;
 }
 
-RateMonSm::RateMonSm( RateMonSmInputs const & inputs )
-   : smName_( "rateMonSm" ), in_( inputs ), lagMembers_( inputs.lagConfigDir ) {
+RateMonSm::RateMonSm( RateMonSmInputs const & inputs ) : RateMonContext( inputs ), smName_( "rateMonSm" ) {
    hasNotificationActiveIs( false );
-   if( in_.unitStatusDir ) unitStatusReactor_ = std::make_unique<KelUnitStatusDir>( *this );
-   if( in_.intfProfileConfigDir ) intfProfileConfigReactor_ = std::make_unique<KelIntfProfileConfigDir>( *this );
-   if( in_.defaultIntfProfile ) defaultIntfProfileReactor_ = std::make_unique<KelDefaultIntfProfile>( *this );
-   handleInitialized();
+   unitStatusReactor_ = std::make_unique<KelUnitStatusDir>( *this );
+   intfProfileConfigReactor_ = std::make_unique<KelIntfProfileConfigDir>( *this );
+   defaultIntfProfileReactor_ = std::make_unique<KelDefaultIntfProfile>( *this );
 }
 
 namespace {
 
 template<class Machine>
-void takeDown( Kel::Ptr<Machine> & machine ) {
-   if( auto const dying = std::exchange( machine, nullptr ) ) dying->prepareToDie();
+void endMachine( Kel::Ptr<Machine> & machine ) {
+   auto const dying = std::exchange( machine, nullptr );
+   if( !dying ) return;
+   dying->kelDoZombieReactors( true );
+   dying->prepareToDie();
 }
 
 }  // namespace
 
-// Unit monitors go before drain monitors, so that a unit monitor's own teardown still finds the monitors it releases.
-RateMonSm::~RateMonSm() {
+RateMonSm::~RateMonSm() { takeDown(); }
+
+void RateMonSm::takeDown() {
+   if( std::exchange( takenDown_, true ) ) return;
    prepareToDie();
    kelDoZombieReactors( true );
-   unitStatusReactor_.reset();
-   intfProfileConfigReactor_.reset();
-   defaultIntfProfileReactor_.reset();
-   takeDown( maintEnterStageHelper_ );
-   takeDown( maintExitStageHelper_ );
+   unitStatusReactor_->notifierIs( nullptr );
+   intfProfileConfigReactor_->notifierIs( nullptr );
+   defaultIntfProfileReactor_->notifierIs( nullptr );
+   // The helpers before the units: what a unit reports on its way out now is no answer to any request, so it is not written.
+   endMachine( maintEnterStageHelper_ );
+   endMachine( maintExitStageHelper_ );
+   // Unit monitors before drain monitors: the teardown of a unit still has to find the monitors that it releases.
    unitMonDelAll();
+   serving_ = false;
+   letGoOfTheRest();
    intfMonDelAll();
-   takeDown( intfStatusSm_ );
-   timerWheelDel();
-   unitMonIntfInputDel();
-   unitDrainedIntfDel();
-   countersDel();
-   monIntfDirDel();
-   takeDown( intfRateAggSm_ );
+   endMachine( intfStatusSm_ );
+   // Last, because the aggregates follow all that the others let go. The wheel, the counters and the collections stay until the
+   // root is freed: a machine whose write brought this about still works with them on its way out.
+   endMachine( intfRateAggSm_ );
+}
+
+// Only where a start or stop of an interface is under way, and this teardown is called from within: what a unit on its way in or
+// out has not let go is let go here, because that unit will find nothing left to do. Above all no link stays shut down.
+void RateMonSm::letGoOfTheRest() {
+   for( auto [intf, sampler] : monIntfDir()->monitoredIntfIterator() ) {
+      sampler->dependentUnitDelAll();  // out of the units' aggregates
+      monIntfDir()->monitoredIntfDel( intf );
+      delFromViolatingIntfsCollection( intf );
+   }
+   for( auto [intf, intfMonSm] : intfMonIterator() ) {
+      intfMonDel( intf );
+      in().errDisableCauseStatus->intfStatusDel( intf );
+   }
 }
 
 void RateMonSm::prepareToDie() { TRACE_AS( 4, "void MaintenanceMode::RateMonSm::prepareToDie()", "called" ); }
@@ -92,40 +112,64 @@ void RateMonSm::handleInitialized() {
    KEL_ASSERT( !initialized() );
    auto const & clock = Kel::activityManager().config().clock();
    timerWheelIs( Brim::TimerWheel::TimerWheelIs( nullptr, clock, 1000, 1800, true, 1024 ) );
-   countersIs( new RateMonSmDebugCounters( "counters" ) );
    unitMonIntfInputIs( new UnitIntfInputDir( "unitMonIntfInput" ) );
    unitDrainedIntfIs( new UnitIntfInputDir( "unitDrainedIntf" ) );
    monIntfDirIs( new MonitoredIntfDir( "monIntfDir" ) );
    newStageHelpers();
    markStatusStale();
-   in_.monIntfStatusDir->monIntfEnterMaintDelAll();
-   in_.monIntfStatusDir->monIntfUnderMaintDelAll();
-   in_.monIntfStatusDir->monIntfSpikeUnderMaintDelAll();
+   // Who is where in maintenance is told anew by the monitors that units start below.
+   in().monIntfStatusDir->monIntfEnterMaintDelAll();
+   in().monIntfStatusDir->monIntfUnderMaintDelAll();
+   in().monIntfStatusDir->monIntfSpikeUnderMaintDelAll();
+   // Units between marking and sweeping: a record stays exactly when its interface is monitored again.
    reenterUnits();
    sweepStaleStatus();
-   intfStatusSmIs( IntfStatusSm::IntfStatusSmIs( clock, in_.allIntfStatusDir, in_.intfToGroupDir, in_.groupToUnitDir,
-                                                 unitMonIntfInput(), in_.intfGroupStatusDir, this ) );
+   // Only now, so that the backlog with every interface in it finds units and records settled.
+   intfStatusSmIs( IntfStatusSm::IntfStatusSmIs( clock, in().allIntfStatusDir, in().intfToGroupDir, in().groupToUnitDir,
+                                                 unitMonIntfInput(), in().intfGroupStatusDir, this ) );
    intfRateAggSmIs(
-      IntfRateAggregatorSm::IntfRateAggregatorSmIs( monIntfDir(), in_.monIntfStatusDir, in_.unitStatusDir ) );
+      IntfRateAggregatorSm::IntfRateAggregatorSmIs( monIntfDir(), in().monIntfStatusDir, in().unitStatusDir ) );
    TRACE( 4, "RateMonSm - initialized" );
    RING( 3, "RateMonSm - initialized" );
    initializedIs( true );
 }
 
+// What somebody asked for from inside a write of the start-up was heard by nobody: the root's reactors were silent, and stage
+// helpers hand nothing on to a root that is not initialized.
+void RateMonSm::catchUp() {
+   using Maintenance::Unit::State;
+   for( auto [unitName, monitor] : unitMonIterator() ) {
+      if( !in().unitStatusDir->status( unitName ) ) handleUnitStatus( unitName );
+   }
+   for( auto [unitName, unit] : in().unitStatusDir->statusIterator() ) {
+      if( takenDown_ ) return;
+      bool const served = unitMon( unitName ) != nullptr;
+      bool const entering = unit->state() == State::entering && !served;
+      bool const leaving = unit->state() == State::leaving && served;
+      if( !entering && !leaving ) continue;
+      auto const & progressDir = entering ? in().maintEnterProgressDir : in().maintExitProgressDir;
+      Kel::Name const instance = entering ? unit->maintEnterInstanceName() : unit->maintExitInstanceName();
+      if( !listsOurStage( progressDir->progress( instance ) ) ) continue;
+      if( Maintenance::Unit::StageMgrInstKey( instance ).genId() != unit->genId() ) continue;
+      doStageForInstance( entering ? Maintenance::enterStageClass : Maintenance::exitStageClass, instance,
+                          rateMonStage() );
+   }
+}
+
 void RateMonSm::newStageHelpers() {
-   maintEnterStageHelperIs( new MaintStageHelperSm( Maintenance::enterStageClass, in_.maintEnterProgressDir,
-                                                    in_.maintEnterCompletionStatus, in_.maintEnterAgentConfig,
-                                                    in_.maintEnterAgentStatus, this ) );
+   maintEnterStageHelperIs( new MaintStageHelperSm( Maintenance::enterStageClass, in().maintEnterProgressDir,
+                                                    in().maintEnterCompletionStatus, in().maintEnterAgentConfig,
+                                                    in().maintEnterAgentStatus, this ) );
    maintEnterStageHelper()->hasNotificationActiveIs( true );
-   maintExitStageHelperIs( new MaintStageHelperSm( Maintenance::exitStageClass, in_.maintExitProgressDir,
-                                                   in_.maintExitCompletionStatus, in_.maintExitAgentConfig,
-                                                   in_.maintExitAgentStatus, this ) );
+   maintExitStageHelperIs( new MaintStageHelperSm( Maintenance::exitStageClass, in().maintExitProgressDir,
+                                                   in().maintExitCompletionStatus, in().maintExitAgentConfig,
+                                                   in().maintExitAgentStatus, this ) );
    maintExitStageHelper()->hasNotificationActiveIs( true );
 }
 
 void RateMonSm::markStatusStale() {
    std::size_t marked = 0;
-   for( auto [intf, status] : in_.monIntfStatusDir->monIntfStatusIterator() ) {
+   for( auto [intf, status] : in().monIntfStatusDir->monIntfStatusIterator() ) {
       status->staleIs( true );
       ++marked;
    }
@@ -134,8 +178,7 @@ void RateMonSm::markStatusStale() {
 }
 
 void RateMonSm::reenterUnits() {
-   if( !in_.unitStatusDir ) return;
-   for( auto [unitName, unit] : in_.unitStatusDir->statusIterator() ) {
+   for( auto [unitName, unit] : in().unitStatusDir->statusIterator() ) {
       TRACE_AS( 4, "handleInitialized", "Processing unit=" << unitName << " state=" << unit->state() );
       reenterUnit( *unit );
    }
@@ -150,9 +193,9 @@ void RateMonSm::reenterUnit( Maintenance::Unit::Status const & unit ) {
       case State::inMaintenance:
          reenter = Maintenance::Unit::StageMgrInstKey( enterInstance ).genId() == unit.genId();
          break;
-      case State::entering: reenter = stageActive( in_.maintEnterProgressDir, enterInstance, unit ); break;
+      case State::entering: reenter = stageActive( in().maintEnterProgressDir, enterInstance, unit ); break;
       case State::leaving:
-         if( !stageActive( in_.maintExitProgressDir, exitInstance, unit ) ) return;
+         if( !stageActive( in().maintExitProgressDir, exitInstance, unit ) ) return;
          TRACE_AS( 4, "handleInitialized", "Unit state =" << unit.state() << ", completing the stage for this unit" );
          maintExitStageHelper()->doStageCompleteForInstance( rateMonStage(), exitInstance );
          return;
@@ -167,24 +210,25 @@ void RateMonSm::reenterUnit( Maintenance::Unit::Status const & unit ) {
 
 bool RateMonSm::stageActive( Kel::Ptr<Stage::ProgressDir const> const & progressDir, Kel::Name const & instanceName,
                              Maintenance::Unit::Status const & unit ) const {
-   auto const progress = progressDir ? progressDir->progress( instanceName ) : nullptr;
+   auto const progress = progressDir->progress( instanceName );
    if( !progress ) {
       TRACE_AS( 4, "handleInitialized", "InstanceStatus not found for unit " << unit.unitName() );
       return false;
    }
+   // A record of an earlier generation is what a stage manager has not cleaned up yet.
    if( Maintenance::Unit::StageMgrInstKey( instanceName ).genId() != unit.genId() ) return false;
-   bool const * const active = progress->stage( rateMonStage() );
-   return active && *active;
+   return listsOurStage( progress );
 }
 
 void RateMonSm::sweepStaleStatus() {
    std::size_t deleted = 0;
-   for( auto [intf, status] : in_.monIntfStatusDir->monIntfStatusIterator() ) {
+   for( auto [intf, status] : in().monIntfStatusDir->monIntfStatusIterator() ) {
       if( !status->stale() ) continue;
       TRACE_AS( 4, "handleInitialized", "deleted stale MonIntfStatusDir entry for intf " << intf );
       RING( 3, "restart: deleted stale monIntfStatus for intf {}", intf );
-      in_.monIntfStatusDir->monIntfStatusDel( intf );
-      in_.errDisableCauseStatus->intfStatusDel( intf );
+      in().monIntfStatusDir->monIntfStatusDel( intf );
+      // Nobody monitors it, so nobody else would ever bring its link back.
+      in().errDisableCauseStatus->intfStatusDel( intf );
       delFromViolatingIntfsCollection( intf );
       ++deleted;
    }
@@ -218,8 +262,10 @@ Kel::Ptr<UnitMonSm> RateMonSm::unitMonIs( Kel::String8 const & unitName, uint32_
       present->genIdIs( genId );
       return present;
    }
+   // In its place before its start, which writes: whoever ends the unit's maintenance from within must find the monitor.
    auto const made = unitMonIs( Kel::validPtr( new UnitMonSm( unitName, genId, rootSm, monIntf, drainedIntf ) ) );
    made->hasNotificationActiveIs( true );
+   if( made->inService() ) made->handleInitialized();
    return made;
 }
 
@@ -238,22 +284,23 @@ Kel::Ptr<IntfMonSm> RateMonSm::intfMonIs( Lumo::IntfId intf, Kel::Ptr<Brim::Time
    auto const made =
       intfMonIs( Kel::validPtr( new IntfMonSm( intf, wheel, profile, rootSm, monitoredIntf, initialState ) ) );
    made->hasNotificationActiveIs( true );
+   if( made->inService() ) made->handleInitialized();
    return made;
 }
 
 bool RateMonSm::isUp( Lumo::IntfId intf ) const {
-   auto const status = in_.allIntfStatusDir ? in_.allIntfStatusDir->intfStatus( intf ) : nullptr;
+   auto const status = in().allIntfStatusDir->intfStatus( intf );
    if( !status ) return false;
-   return status->operStatus() == Interface::IntfOperStatus::up || in_.errDisableCauseStatus->intfStatus( intf );
+   return status->operStatus() == Interface::IntfOperStatus::up || in().errDisableCauseStatus->intfStatus( intf );
 }
 
 void RateMonSm::startIntfMonInUnits( Lumo::IntfId intf ) {
    counters()->numStartIntfMonInUnitsInc( 1 );
    TRACE( 1, "intf " << intf );
-   auto const member = in_.intfToGroupDir->intfToGroup( intf );
+   auto const member = in().intfToGroupDir->intfToGroup( intf );
    if( !member ) return;
    for( auto [group, present] : member->groupIteratorConst() ) {
-      auto const units = in_.groupToUnitDir->groupToUnit( group );
+      auto const units = in().groupToUnitDir->groupToUnit( group );
       if( !units ) continue;
       for( auto [unitName, inUnit] : units->unitNameIteratorConst() ) {
          auto const monIntf = inUnit ? unitMonIntfInput()->unitIntfInput( unitName ) : nullptr;
@@ -261,6 +308,7 @@ void RateMonSm::startIntfMonInUnits( Lumo::IntfId intf ) {
          TRACE( 1, "Starting intf mon for intf " << intf << " in unit " << unitName << ", group " << group );
          RING( 3, "Starting intf mon for intf {} in unit {}, group {}", intf, unitName, group.text() );
          monIntf->intfIs( intf, true );
+         if( !serving() ) return;
       }
    }
 }
@@ -269,12 +317,12 @@ void RateMonSm::stopIntfMonInUnits( Lumo::IntfId intf ) {
    TRACE( 1, "intf " << intf );
    if( !intfMon( intf ) ) return;
    counters()->numStopIntfMonInUnitsInc( 1 );
+   // From every unit, member or not: whether it is one was asked by whoever calls this.
    for( auto [unitName, monIntf] : unitMonIntfInput()->unitIntfInputIterator() ) monIntf->intfDel( intf );
 }
 
 void RateMonSm::delFromViolatingIntfsCollection( Lumo::IntfId intf ) {
-   if( !in_.unitStatusDir ) return;
-   for( auto [unitName, unit] : in_.unitStatusDir->statusIterator() ) unit->intfsViolatingTrafficThresholdDel( intf );
+   for( auto [unitName, unit] : in().unitStatusDir->statusIterator() ) unit->intfsViolatingTrafficThresholdDel( intf );
 }
 
 }  // namespace MaintenanceMode

@@ -20,55 +20,19 @@
 #include "IntfMonSm.h"
 #include "IntfRateAggregatorSm.h"
 #include "IntfStatusSm.h"
-#include "LagMembers.h"
 #include "MaintStageHelperSm.h"
 #include "MonitoredIntf.h"
-#include "RateMonSmDebugCounters.h"
+#include "RateMonContext.h"
 #include "UnitIntfInput.h"
 #include "UnitMonSm.h"
 #include "kel/Attributes.h"
-#include "quill/IntfCounters.h"
-#include "records/Bridging.h"
-#include "records/Errdisable.h"
-#include "records/Group.h"
-#include "records/Interface.h"
-#include "records/Lag.h"
-#include "records/MonIntfStatus.h"
-#include "records/Profile.h"
-#include "records/Stage.h"
-#include "records/Unit.h"
 
 namespace MaintenanceMode {
 
-// Everything that the root is given, in the order in which it takes it. Null where the state database has no such record.
-struct RateMonSmInputs {
-   Kel::Ptr<Interface::IntfCounterMasquerade::AllEthIntfCounterPtrDir const> phyCounterDir;
-   Kel::Ptr<Lag::Config const> lagConfigDir;
-   Kel::Ptr<Bridging::VlanStatusDir const> vlanStatusDir;
-   Kel::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir;
-   Kel::Ptr<Maintenance::Unit::StatusDir> unitStatusDir;
-   Kel::Ptr<Maintenance::MaintenanceGroup::ConfigDir const> maintenanceGroupDir;
-   Kel::Ptr<IntfGroup::StatusDir const> intfGroupStatusDir;
-   Kel::Ptr<IntfMaintenanceProfile::ConfigDir const> intfProfileConfigDir;
-   Kel::Ptr<IntfMaintenance::IntfToGroupDir const> intfToGroupDir;
-   Kel::Ptr<Maintenance::GroupToUnitDir const> groupToUnitDir;
-   Kel::Ptr<Errdisable::CauseStatus> errDisableCauseStatus;
-   Kel::Ptr<Maintenance::MonIntfStatusDir> monIntfStatusDir;
-   Kel::Ptr<Maintenance::Profile::DefaultProfile const> defaultIntfProfile;
-   Kel::Ptr<Stage::CompletionStatusDir const> maintEnterCompletionStatus;
-   Kel::Ptr<Stage::CompletionStatusDir const> maintExitCompletionStatus;
-   Kel::Ptr<Stage::AgentConfig> maintEnterAgentConfig;
-   Kel::Ptr<Stage::AgentConfig> maintExitAgentConfig;
-   Kel::Ptr<Stage::AgentStatus> maintEnterAgentStatus;
-   Kel::Ptr<Stage::AgentStatus> maintExitAgentStatus;
-   Kel::Ptr<Stage::ProgressDir const> maintEnterProgressDir;
-   Kel::Ptr<Stage::ProgressDir const> maintExitProgressDir;
-};
-
-class RateMonSm final : public Kel::Entity {
+class RateMonSm final : public Kel::Entity, public RateMonContext {
    KEL_MACHINE( RateMonSm, "MaintenanceMode::RateMonSm", Kel::Name, smName )
    KEL_REF( Kel::Ptr<Brim::TimerWheel>, timerWheel )
-   KEL_REF( Kel::Ptr<RateMonSmDebugCounters>, counters )
+   KEL_REF_BY( counters )
    KEL_REF( Kel::Ptr<UnitIntfInputDir>, unitMonIntfInput )  // per unit served, the interfaces to monitor
    KEL_REF( Kel::Ptr<UnitIntfInputDir>, unitDrainedIntf )   // per unit served, the interfaces found drained
    KEL_REF( Kel::Ptr<MonitoredIntfDir>, monIntfDir )        // the samplers
@@ -81,12 +45,11 @@ class RateMonSm final : public Kel::Entity {
    KEL_ATTR( bool, initialized )
    KEL_ENTITY_END
 
-   explicit RateMonSm( RateMonSmInputs const & inputs );
    ~RateMonSm() override;
 
-   // The inputs, by name.
-   [[nodiscard]] RateMonSmInputs const & in() const { return in_; }
-   [[nodiscard]] LagMembers const & lagMembers() const { return lagMembers_; }
+   // False once everything that was monitored has been let go. A machine that is at work in a stop or start asks this after each
+   // write, because the write may have been heard by whoever takes the plug-in down.
+   [[nodiscard]] bool serving() const { return serving_; }
 
    // The unit's monitor, made when absent; one that exists takes the new generation id and must have the same other
    // arguments.
@@ -125,14 +88,21 @@ class RateMonSm final : public Kel::Entity {
 
    void handleInitialized();
    void prepareToDie() override;
+   // Lets go of everything, in order, once: afterwards nothing of this plug-in writes a record. It may be called from inside any
+   // write, also one that a machine of this root is making.
+   void takeDown();
 
    // This machine's part of the plug-in's dump (RateMonDump.cpp); `indent` blanks begin each line.
    void dump( int fd, int indent ) const;
 
  private:
+   friend Kel::Ptr<RateMonSm> newRateMonSm( RateMonSmInputs const & inputs );
+
    class KelUnitStatusDir;
    class KelIntfProfileConfigDir;
    class KelDefaultIntfProfile;
+
+   explicit RateMonSm( RateMonSmInputs const & inputs );
 
    // Start-up, step by step
    void newStageHelpers();
@@ -141,13 +111,17 @@ class RateMonSm final : public Kel::Entity {
    void reenterUnit( Maintenance::Unit::Status const & unit );
    [[nodiscard]] bool stageActive( Kel::Ptr<Stage::ProgressDir const> const & progressDir,
                                    Kel::Name const & instanceName, Maintenance::Unit::Status const & unit ) const;
+   // Whether the progress record lists the rate monitor's stage as active.
+   [[nodiscard]] static bool listsOurStage( Kel::Ptr<Stage::Progress const> const & progress );
    void sweepStaleStatus();
+   void catchUp();
+   void letGoOfTheRest();
 
    void addProfile( Kel::String8 const & profileName );
    void deleteProfile( Kel::String8 const & profileName );
 
-   RateMonSmInputs const in_;
-   LagMembers const lagMembers_;
+   bool takenDown_ = false;
+   bool serving_ = true;
    std::unique_ptr<KelUnitStatusDir> unitStatusReactor_;
    std::unique_ptr<KelIntfProfileConfigDir> intfProfileConfigReactor_;
    std::unique_ptr<KelDefaultIntfProfile> defaultIntfProfileReactor_;

@@ -11,31 +11,32 @@ namespace {
 
 // The name selected for the interface; empty when it has no membership record or nothing is selected.
 Kel::String8 selectedName( RateMonSmInputs const & in, Lumo::IntfId intf ) {
-   auto const member = in.intfToGroupDir ? in.intfToGroupDir->intfToGroup( intf ) : nullptr;
+   auto const member = in.intfToGroupDir->intfToGroup( intf );
    auto const * const key = member ? member->selectedProfile( ProfileType::interface ) : nullptr;
    return key ? key->name : Kel::String8();
 }
 
 }  // namespace
 
-Kel::String8 RateMonSm::getIntfProfileName( Lumo::IntfId intf ) const { return selectedName( in_, intf ); }
+Kel::String8 RateMonSm::getIntfProfileName( Lumo::IntfId intf ) const { return selectedName( in(), intf ); }
 
 bool RateMonSm::usingDefaultProfile( Lumo::IntfId intf ) const {
-   return selectedName( in_, intf ) == defaultProfileName();
+   return selectedName( in(), intf ) == defaultProfileName();
 }
 
 Kel::Ptr<IntfMaintenanceProfile::Config const> RateMonSm::getIntfProfile( Lumo::IntfId intf ) const {
    TRACE( 9, "intf " << intf );
-   Kel::String8 name = selectedName( in_, intf );
-   if( name == defaultProfileName() && in_.defaultIntfProfile ) name = in_.defaultIntfProfile->profileName();
+   Kel::String8 name = selectedName( in(), intf );
+   if( name == defaultProfileName() ) name = in().defaultIntfProfile->profileName();
    Kel::Ptr<IntfMaintenanceProfile::Config const> profile;
-   if( !name.empty() ) profile = in_.intfProfileConfigDir->config( name );
-   if( !profile ) profile = in_.intfProfileConfigDir->config( defaultProfileName() );
+   if( !name.empty() ) profile = in().intfProfileConfigDir->config( name );
+   // Nothing selected, or not configured yet: the configuration's own default stands in, so that a monitor always has one.
+   if( !profile ) profile = in().intfProfileConfigDir->config( defaultProfileName() );
    return profile;
 }
 
 void RateMonSm::handleIntfProfileConfig( Kel::String8 const & profileName ) {
-   if( in_.intfProfileConfigDir->config( profileName ) ) {
+   if( in().intfProfileConfigDir->config( profileName ) ) {
       TRACE( 5, "[add] intf profile " << profileName );
       addProfile( profileName );
    } else {
@@ -46,6 +47,7 @@ void RateMonSm::handleIntfProfileConfig( Kel::String8 const & profileName ) {
 
 void RateMonSm::addProfile( Kel::String8 const & profileName ) {
    for( auto [intf, intfMonSm] : intfMonIterator() ) {
+      if( !serving() ) return;
       KEL_ASSERT( intfMonSm->intfProfile() );
       if( getIntfProfileName( intf ) != profileName ) continue;
       if( intfMonSm->intfProfile()->profileName() != profileName ) {
@@ -57,6 +59,7 @@ void RateMonSm::addProfile( Kel::String8 const & profileName ) {
 
 void RateMonSm::deleteProfile( Kel::String8 const & profileName ) {
    for( auto [intf, intfMonSm] : intfMonIterator() ) {
+      if( !serving() ) return;
       if( intfMonSm->intfProfile()->profileName() != profileName ) continue;
       counters()->numIntfMonProfileDeleteInc( 1 );
       intfMonSm->intfProfileIs( getIntfProfile( intf ) );
@@ -64,8 +67,9 @@ void RateMonSm::deleteProfile( Kel::String8 const & profileName ) {
 }
 
 void RateMonSm::handleDefaultIntfProfile() {
-   TRACE( 5, "default intf profile " << in_.defaultIntfProfile->profileName() );
+   TRACE( 5, "default intf profile " << in().defaultIntfProfile->profileName() );
    for( auto [intf, intfMonSm] : intfMonIterator() ) {
+      if( !serving() ) return;
       if( !usingDefaultProfile( intf ) ) continue;
       counters()->numIntfMonDefProfileUpdateInc( 1 );
       intfMonSm->intfProfileIs( getIntfProfile( intf ) );

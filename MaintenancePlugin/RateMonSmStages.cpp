@@ -33,7 +33,13 @@ void RateMonSm::handleUnitMaintenanceEnter( Kel::String8 const & unitName, uint3
       TRACE( 1, "Unit " << unitName << " (genId " << present->genId() << ") exists. Exiting maintenance" );
       RING( 3, "Unit {} (genId {}) exists. Exiting maintenance", unitName, present->genId() );
       handleUnitMaintenanceExit( unitName, genId );
+      // Whoever heard of the exit may have taken the plug-in down, or entered the unit once more: the later request holds.
+      auto const successor = unitMon( unitName );
+      if( !serving() || ( successor && successor != present ) ) return;
    }
+   // The entries of a unit that is on its way out in this very moment go with it; this entry gets its own.
+   unitMonIntfInput()->unitIntfInputDel( unitName );
+   unitDrainedIntf()->unitIntfInputDel( unitName );
    auto const monIntf = unitMonIntfInput()->unitIntfInputIs( unitName );
    auto const drainedIntf = unitDrainedIntf()->unitIntfInputIs( unitName );
    KEL_ASSERT( !unitMon( unitName ) );
@@ -54,33 +60,38 @@ void RateMonSm::handleUnitMaintenanceExit( Kel::String8 const & unitName, uint32
       notifyStageCompletion( unitName, genId, MaintenanceOp::exit );
       return;
    }
-   auto const unit = in_.unitStatusDir->status( unitName );
+   auto const unit = in().unitStatusDir->status( unitName );
    if( unit && unit->state() == Maintenance::Unit::State::entering ) {
       counters()->numMaintExitInMaintModeEnterInc( 1 );
    }
+   // The exit's generation before the teardown: the teardown reports the exit stage, and it is the exit's instance that waits.
    monitor->genIdIs( genId );
    unitMonDel( unitName );
    TRACE( 1, "done with traffic monitoring for unit " << unitName );
    RING( 3, "done with traffic monitoring for unit {}", unitName );
 }
 
+bool RateMonSm::listsOurStage( Kel::Ptr<Stage::Progress const> const & progress ) {
+   bool const * const active = progress ? progress->stage( rateMonStage() ) : nullptr;
+   return active && *active;
+}
+
 void RateMonSm::notifyStageCompletion( Kel::String8 const & unitName, uint32_t genId, MaintenanceOp op ) {
    Kel::Name const instanceName = Maintenance::Unit::StageMgrInstKey( unitName, genId ).instanceName();
    bool const entering = op == MaintenanceOp::enter;
-   auto const & progressDir = entering ? in_.maintEnterProgressDir : in_.maintExitProgressDir;
-   auto const progress = progressDir ? progressDir->progress( instanceName ) : nullptr;
+   auto const & progressDir = entering ? in().maintEnterProgressDir : in().maintExitProgressDir;
+   auto const progress = progressDir->progress( instanceName );
    if( !progress ) {
       TRACE( 1, "No instance found for genId " << genId << " unitName " << unitName );
       counters()->numNoNotifyNoStageInputInc( 1 );
       return;
    }
-   bool const * const active = progress->stage( rateMonStage() );
-   if( !active || !*active ) {
+   if( !listsOurStage( progress ) ) {
       TRACE( 1, "Unit " << unitName << ", genId " << genId << " - RateMon not among active stages. Not notifying " );
       counters()->numNoNotifyActiveStageMismatchInc( 1 );
       return;
    }
-   if( !in_.unitStatusDir || !in_.unitStatusDir->status( unitName ) ) {
+   if( !in().unitStatusDir->status( unitName ) ) {
       TRACE( 1, "Unit " << unitName << " ,genId " << genId << "does not exit in unit status directory" );
       counters()->numNoNotifyNoUnitStatusInc( 1 );
       return;
@@ -89,13 +100,14 @@ void RateMonSm::notifyStageCompletion( Kel::String8 const & unitName, uint32_t g
    RING( 3, "Notifying stage completion - unit {} ,genId {}, stage ratemon, op {}", unitName, genId, enumName( op ) );
    // The helpers are gone already when the root itself is being torn down: the report is counted and not written.
    auto const helper = entering ? maintEnterStageHelper() : maintExitStageHelper();
+   // There is no look at an earlier mark: a repeated report writes the same once more, which notifies nobody.
    if( helper ) helper->doStageCompleteForInstance( rateMonStage(), instanceName );
    counters()->numNotifyStageCompletionInc( 1 );
 }
 
 void RateMonSm::handleUnitStatus( Kel::String8 const & unitName ) {
    TRACE( 5, "unit " << unitName );
-   if( in_.unitStatusDir->status( unitName ) ) return;
+   if( in().unitStatusDir->status( unitName ) ) return;
    if( !unitMon( unitName ) ) return;
    counters()->numUnitStatusDelInc( 1 );
    unitMonDel( unitName );

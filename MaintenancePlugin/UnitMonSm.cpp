@@ -37,7 +37,6 @@ UnitMonSm::UnitMonSm( Kel::String8 const & unit, uint32_t generation, RateMonSm 
    hasNotificationActiveIs( false );
    monIntfReactor_ = std::make_unique<KelMonIntf>( *this );
    drainedIntfReactor_ = std::make_unique<KelDrainedIntf>( *this );
-   handleInitialized();
 }
 
 UnitMonSm::~UnitMonSm() = default;
@@ -51,12 +50,14 @@ void UnitMonSm::handleInitialized() {
    if( auto const unit = rateMonSm()->in().unitStatusDir->status( unitName() ) ) {
       for( auto [group, present] : unit->groupIterator() ) {
          if( group.type == Group::GroupType::intf ) startGroup( group );
+         if( !inService() ) return;  // somebody who saw an interface being started has ended the unit's maintenance
       }
    }
    TRACE( 1, "For unit " << unitName() << ", num monitored intfs " << monIntf()->intfs() << ", drainedIntfs "
                          << drainedIntf()->intfs() );
    RING( 3, "For unit {}, num monitored intfs {}, drainedIntfs {}", unitName(), monIntf()->intfs(),
          drainedIntf()->intfs() );
+   // Before `initialized`, so that a unit without anything to monitor completes here and only once.
    checkDrainedIntfsAndReport();
    initializedIs( true );
 }
@@ -70,7 +71,10 @@ void UnitMonSm::startGroup( Group::GroupKey const & group ) {
       RING( 0, "Group status missing for group {}", group.text() );
       return;
    }
-   for( auto [intf, present] : status->intfIteratorConst() ) startIntfMon( intf );
+   for( auto [intf, present] : status->intfIteratorConst() ) {
+      if( !inService() ) return;
+      startIntfMon( intf );
+   }
 }
 
 void UnitMonSm::startIntfMon( Lumo::IntfId intf ) {
@@ -85,21 +89,51 @@ void UnitMonSm::startIntfMon( Lumo::IntfId intf ) {
    auto const intfProfile = rateMonSm()->getIntfProfile( intf );
    KEL_ASSERT( intfProfile );
    if( !canBeMonitored( intf ) ) return;
-   auto intfMonSm = rateMonSm()->intfMon( intf );
-   if( intfMonSm ) {
-      intfMonSm->intfProfileIs( intfProfile );
-   } else {
-      intfMonSm = newIntfMon( intf, intfProfile );
-   }
+   auto const intfMonSm = sharedOrNewIntfMon( intf, intfProfile );
+   if( !goesOn( intf, intfMonSm ) ) return startInterrupted( intf );
+   // Drained for another unit already, or under watch only. Before the unit depends on it and monitors it: the count of drained
+   // interfaces runs ahead of the other, so that the unit does not look undrained in between.
    if( intfMonSm->state() == MonIntfState::passiveMonitoring ) drainedIntf()->intfIs( intf, true );
+   if( !goesOn( intf, intfMonSm ) ) return startInterrupted( intf );
    KEL_ASSERT( intfMonSm->monitoredIntf() );
    intfMonSm->monitoredIntf()->dependentUnitIs( unitName(), true );
+   if( !goesOn( intf, intfMonSm ) ) return startInterrupted( intf );
    monIntf()->intfIs( intf, true );
+}
+
+// The unit is still served by this monitor, and the interface by that one.
+bool UnitMonSm::goesOn( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm ) const {
+   return inService() && intfMonSm && rateMonSm()->intfMon( intf ) == intfMonSm;
+}
+
+// Somebody who saw the interface being started ended its monitoring or the unit's maintenance. Whoever did that could only take
+// back what was started by then.
+void UnitMonSm::startInterrupted( Lumo::IntfId intf ) {
+   if( inService() ) return startIntfMon( intf );  // the unit is still to be served: from the beginning
+   if( !mine( intf ) ) return;
+   drainedIntf()->intfDel( intf );
+   auto const intfMonSm = rateMonSm()->intfMon( intf );
+   if( !intfMonSm ) return;
+   intfMonSm->monitoredIntf()->dependentUnitDel( unitName() );
+   if( isUnused( intf, intfMonSm ) ) deleteIntfMon( intf, intfMonSm );
+}
+
+// Whether this monitor may still speak for the unit where the interface is concerned: after its end another may have taken over,
+// because the unit was entered again, and the root may be gone with all that was monitored.
+bool UnitMonSm::mine( Lumo::IntfId intf ) const {
+   if( !rateMonSm()->serving() ) return false;
+   auto const present = rateMonSm()->unitMon( unitName() );
+   return !present || present.get() == this || !present->monIntf()->intf( intf );
+}
+
+// The interface is still monitored by that very monitor, and for nobody.
+bool UnitMonSm::isUnused( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm ) const {
+   return rateMonSm()->intfMon( intf ) == intfMonSm && intfMonSm->monitoredIntf()->dependentUnits() == 0;
 }
 
 bool UnitMonSm::canBeMonitored( Lumo::IntfId intf ) {
    auto const & in = rateMonSm()->in();
-   auto const status = in.allIntfStatusDir ? in.allIntfStatusDir->intfStatus( intf ) : nullptr;
+   auto const status = in.allIntfStatusDir->intfStatus( intf );
    if( !status ) {
       TRACE_AS( 1, "startIntfMon", "Could not find intfStatus for intf " << intf << ". Ignoring this interface" );
       RING( 0, "Could not find intfStatus for intf {}", intf );
@@ -115,6 +149,20 @@ bool UnitMonSm::canBeMonitored( Lumo::IntfId intf ) {
    return false;
 }
 
+Kel::Ptr<IntfMonSm> UnitMonSm::sharedOrNewIntfMon( Lumo::IntfId intf,
+                                                   Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile ) {
+   auto const present = rateMonSm()->intfMon( intf );
+   if( !present ) return newIntfMon( intf, profile );
+   // One whose sampler is gone is being deleted, and we are called from within. It cannot be shared, so its end comes first.
+   if( rateMonSm()->monIntfDir()->monitoredIntf( intf ) != present->monitoredIntf() ) {
+      unApplyCurrentProfile( unitName(), intf, present, rateMonSm() );
+      rateMonSm()->intfMonDel( intf );
+      return newIntfMon( intf, profile );
+   }
+   present->intfProfileIs( profile );
+   return present;
+}
+
 Kel::Ptr<IntfMonSm> UnitMonSm::newIntfMon( Lumo::IntfId intf,
                                            Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile ) {
    auto * const rootSm = rateMonSm();
@@ -127,6 +175,9 @@ Kel::Ptr<IntfMonSm> UnitMonSm::newIntfMon( Lumo::IntfId intf,
    KEL_ASSERT_TEXT( rootSm->monIntfDir(), "rootSm()->monIntfDir()" );
    auto const monitoredIntf = rootSm->monIntfDir()->monitoredIntfIs( intf, rootSm, profile->profileName() );
    KEL_ASSERT( monitoredIntf );
+   if( !monitoredIntf->inService() ) return nullptr;
+   // Whoever heard of the sampler's first sample may have had the interface monitored already.
+   if( auto const present = rootSm->intfMon( intf ) ) return present;
    auto const made = rootSm->intfMonIs( intf, rootSm->timerWheel(), profile, rootSm, monitoredIntf, initialState );
    TRACE_AS( 1, "startIntfMon",
              "created intf monitor for intf " << intf << ", initial state " << initialState << ", profile "
@@ -139,9 +190,11 @@ Kel::Ptr<IntfMonSm> UnitMonSm::newIntfMon( Lumo::IntfId intf,
 void UnitMonSm::stopIntfMon( Lumo::IntfId intf ) {
    TRACE( 1, "unit " << unitName() << " intf " << intf );
    RING( 3, "stopIntfMon: unit {}, intf {}", unitName(), intf );
+   // Before anything else, and also for an interface that is not monitored: nobody would take the violation back later.
    if( auto const unit = rateMonSm()->in().unitStatusDir->status( unitName() ) ) {
       unit->intfsViolatingTrafficThresholdDel( intf );
    }
+   if( !mine( intf ) ) return;
    auto const intfMonSm = rateMonSm()->intfMon( intf );
    if( !intfMonSm ) {
       TRACE( 1, "Could not find intfMonSm for intf " << intf );
@@ -155,9 +208,12 @@ void UnitMonSm::stopIntfMon( Lumo::IntfId intf ) {
       return;
    }
    drainedIntf()->intfDel( intf );
+   if( !mine( intf ) ) return;
    monitoredIntf->dependentUnitDel( unitName() );
+   // From here on it is the monitor of the units that remain, and each write may have been heard by one that stopped it, too.
+   if( rateMonSm()->intfMon( intf ) != intfMonSm ) return;
    applyRemainingProfile( intf, intfMonSm );
-   if( monitoredIntf->dependentUnits() == 0 ) deleteIntfMon( intf, intfMonSm );
+   if( isUnused( intf, intfMonSm ) ) deleteIntfMon( intf, intfMonSm );
 }
 
 // The precedence among the units that remain now decides. For them an interface that was shut down stays so, which is why
@@ -180,12 +236,17 @@ void UnitMonSm::deleteIntfMon( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & in
    TRACE_AS( 1, "stopIntfMon", "deleting intf monitor for intf " << intf );
    RING( 3, "deleting intf monitor for intf {}", intf );
    KEL_ASSERT_TEXT( rootSm->monIntfDir(), "rootSm()->monIntfDir()" );
+   // The sampler first: its record goes while the drain monitor still has the profile under which it ran.
    rootSm->monIntfDir()->monitoredIntfDel( intf );
+   if( rootSm->intfMon( intf ) != intfMonSm ) return;  // who heard of it had the interface monitored anew
    TRACE_AS(
       1, "stopIntfMon",
       "Un-applying the current profile before the intfMon is deleted. intfId:" << intf << " unitName:" << unitName() );
    unApplyCurrentProfile( unitName(), intf, intfMonSm, rootSm );
+   if( rootSm->intfMon( intf ) != intfMonSm ) return;
    rootSm->intfMonDel( intf );
+   // Whatever the profile says by now, nobody is left who would bring the link back later.
+   rootSm->in().errDisableCauseStatus->intfStatusDel( intf );
 }
 
 void UnitMonSm::unApplyCurrentProfile( Kel::String8 const & unit, Lumo::IntfId intf,
@@ -196,7 +257,9 @@ void UnitMonSm::unApplyCurrentProfile( Kel::String8 const & unit, Lumo::IntfId i
    KEL_ASSERT( intfMonSm->intfProfile() );
    auto const & causeStatus = rootSm->in().errDisableCauseStatus;
    KEL_ASSERT_TEXT( causeStatus, "rootSm->errDisableCauseStatus()" );
+   // Stopped before the link comes back, so that its first packets are not sampled against the old threshold.
    intfMonSm->stateIs( MonIntfState::monitoringStopped );
+   if( !intfMonSm->inService() ) return;  // whoever heard of the stop has done the rest
    if( !intfMonSm->intfProfile()->shutdown() || !causeStatus->intfStatus( intf ) ) return;
    TRACE( 1, "unit " << unit << ", intf " << intf << " - bringing it out of maint-down state" );
    RING( 3, "bring intf out of maint-down state {}, unit {}", intf, unit );
@@ -204,20 +267,24 @@ void UnitMonSm::unApplyCurrentProfile( Kel::String8 const & unit, Lumo::IntfId i
 }
 
 void UnitMonSm::handleMonIntf( Lumo::IntfId intf ) {
-   if( !initialized() ) return;
-   if( monIntf()->intf( intf ) ) {
+   bool const * const present = monIntf()->intf( intf );
+   bool const added = present && *present;
+   // Until then what is added is this monitor's own doing. What is taken away never is: it stops at once, whenever that is.
+   if( !initialized() && added ) return;
+   if( added ) {
       TRACE( 5, "unit " << unitName() << ", starting intf mon for intf " << intf );
       startIntfMon( intf );
       return;
    }
    TRACE( 5, "unit " << unitName() << ", stopping intf mon for intf " << intf );
    stopIntfMon( intf );
-   checkDrainedIntfsAndReport();
+   if( initialized() && inService() ) checkDrainedIntfsAndReport();  // it may have been the last that was waited for
 }
 
 void UnitMonSm::handleDrainedIntf( Lumo::IntfId intf ) {
    if( !initialized() ) return;
-   bool const added = drainedIntf()->intf( intf ) != nullptr;
+   bool const * const present = drainedIntf()->intf( intf );
+   bool const added = present && *present;
    TRACE( 5, "unit " << unitName() << ", drainedIntf( " << intf << " ) - " << ( added ? "added" : "deleted" )
                      << ", num drained intfs " << drainedIntf()->intfs() << ", num monitored intfs "
                      << monIntf()->intfs() );
@@ -231,23 +298,36 @@ void UnitMonSm::checkDrainedIntfsAndReport() {
 }
 
 void UnitMonSm::prepareToDie() {
-   kelDoZombieReactors( true );
    monIntfReactor_->notifierIs( nullptr );
    drainedIntfReactor_->notifierIs( nullptr );
    TRACE( 1, "unit " << unitName() << ", genId " << genId() );
    RING( 3, "unit {}, genId {}", unitName(), genId() );
-   for( auto [intf, present] : monIntf()->intfIterator() ) {
+   // All that are monitored now, listed beforehand: one that the membership tracker takes out of the unit while another is being
+   // stopped would be missed, since this monitor no longer hears of it.
+   std::vector<Lumo::IntfId> monitored;
+   for( auto [intf, present] : monIntf()->intfIterator() ) monitored.push_back( intf );
+   for( Lumo::IntfId const intf : monitored ) {
       monIntf()->intfDel( intf );
       stopIntfMon( intf );
    }
+   // Added meanwhile, and never started; drained, and not monitored yet when this end interrupted the start.
+   monIntf()->intfDelAll();
+   drainedIntf()->intfDelAll();
    rateMonSm()->notifyStageCompletion( unitName(), genId(), MaintenanceOp::exit );
-   auto * const rootSm = rateMonSm();
-   KEL_ASSERT_TEXT( rootSm->unitMonIntfInput()->unitIntfInput( unitName() )->intfs() == 0,
+   deleteInputs();
+}
+
+// A unit that was entered again from within this teardown has entries of its own in place of ours.
+void UnitMonSm::deleteInputs() {
+   auto const & monitored = rateMonSm()->unitMonIntfInput();
+   auto const & drained = rateMonSm()->unitDrainedIntf();
+   if( monitored->unitIntfInput( unitName() ) != monIntf() ) return;
+   KEL_ASSERT_TEXT( monIntf()->intfs() == 0,
                     "rootSm()->unitMonIntfInput()->unitIntfInput( unitName() )->intfs() == 0" );
-   KEL_ASSERT_TEXT( rootSm->unitDrainedIntf()->unitIntfInput( unitName() )->intfs() == 0,
+   KEL_ASSERT_TEXT( drainedIntf()->intfs() == 0,
                     "rootSm()->unitDrainedIntf()->unitIntfInput( unitName() )->intfs() == 0" );
-   rootSm->unitMonIntfInput()->unitIntfInputDel( unitName() );
-   rootSm->unitDrainedIntf()->unitIntfInputDel( unitName() );
+   monitored->unitIntfInputDel( unitName() );
+   if( drained->unitIntfInput( unitName() ) == drainedIntf() ) drained->unitIntfInputDel( unitName() );
 }
 
 }  // namespace MaintenanceMode

@@ -26,6 +26,7 @@ class UnitMonSm final : public Kel::Entity {
 
    ~UnitMonSm() override;
 
+   // Once, by the factory, when the root already has this monitor: who ends the unit's maintenance from within finds it there.
    void handleInitialized();
    void handleMonIntf( Lumo::IntfId intf );
    void handleDrainedIntf( Lumo::IntfId intf );
@@ -54,10 +55,21 @@ class UnitMonSm final : public Kel::Entity {
 
    void startGroup( Group::GroupKey const & group );
    [[nodiscard]] bool canBeMonitored( Lumo::IntfId intf );
+   // Null when whoever heard of the new monitor ended its monitoring at once.
+   [[nodiscard]] Kel::Ptr<IntfMonSm> sharedOrNewIntfMon(
+      Lumo::IntfId intf, Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile );
    [[nodiscard]] Kel::Ptr<IntfMonSm> newIntfMon( Lumo::IntfId intf,
                                                  Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile );
+   // What a write may have changed for a start or stop that is under way
+   [[nodiscard]] bool goesOn( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm ) const;
+   [[nodiscard]] bool mine( Lumo::IntfId intf ) const;
+   [[nodiscard]] bool isUnused( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm ) const;
+   void startInterrupted( Lumo::IntfId intf );
+
    void applyRemainingProfile( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm );
    void deleteIntfMon( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm );
+
+   void deleteInputs();
 
    std::unique_ptr<KelMonIntf> monIntfReactor_;
    std::unique_ptr<KelDrainedIntf> drainedIntfReactor_;
