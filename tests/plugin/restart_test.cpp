@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "DrainStory.h"
+#include "Model.h"
 
 namespace Test {
 
@@ -28,9 +29,12 @@ class Restart : public DrainStory {
 
 TEST_F( Restart, sweepsWhatNobodyMonitorsAnyMore ) {
    unit( "fabric", { "Ethernet1" } );
+   start();
+   stop();  // the error-disable cause is there from the first start on
    leftBehind( "Ethernet1", MonIntfState::passiveMonitoring );
    leftBehind( "Ethernet2", MonIntfState::thresholdMonitoring );
-   Lumo::IntfId const one( "Ethernet1" );
+   Lumo::IntfId const one( "Ethernet1" ), foreign( "Ethernet3" );
+   for( auto const intf : { one, Lumo::IntfId( "Ethernet2" ), foreign } ) cause().intfStatusIs( intf, 950 );
    state_.monIntfStatus->monIntfEnterMaintIs( one, true );
    state_.monIntfStatus->monIntfUnderMaintIs( one, true );
    state_.monIntfStatus->monIntfSpikeUnderMaintIs( one, true );
@@ -42,6 +46,8 @@ TEST_F( Restart, sweepsWhatNobodyMonitorsAnyMore ) {
                  state_.monIntfStatus->monIntfSpikeUnderMaints(),
               0u );
    EXPECT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 0u );
+   EXPECT_FALSE( shutDown( "Ethernet1" ) || shutDown( "Ethernet2" ) );
+   EXPECT_TRUE( cause().intfStatus( foreign ) );  // has no record, so it is not ours to bring back
    EXPECT_TRUE( traced( "4 handleInitialized: marked 2 entries as stale in MonIntfStatusDir." ) );
    EXPECT_TRUE( traced( "4 handleInitialized: deleted 2 stale entries from MonIntfStatusDir." ) );
 }
@@ -50,11 +56,13 @@ TEST_F( Restart, takesUpAnEntryWhereItWas ) {
    unit( "fabric", { "Ethernet1" } );
    inFlight( state_.enter, "fabric", State::entering );
    leftBehind( "Ethernet1", MonIntfState::thresholdMonitoring );
+   monitored( "Ethernet1" )->stateTimeIs( 950 );
    start();
    auto const record = monitored( "Ethernet1" );
    ASSERT_TRUE( record );
    EXPECT_FALSE( record->stale() );
    EXPECT_EQ( record->startTime(), 900 );
+   EXPECT_EQ( record->stateTime(), 950 );  // it is in this state since then
    EXPECT_EQ( record->profileName(), "#DEFAULTPROFILE" );
    EXPECT_FALSE( enterComplete( "fabric" ) );
    advance( 10_s );  // two quiet samples were there already
@@ -79,6 +87,30 @@ TEST_F( Restart, keepsAUnitInMaintenanceUnderWatch ) {
    EXPECT_EQ( monitored( "Ethernet2" )->state(), MonIntfState::passiveMonitoring );  // new, and already in maintenance
    EXPECT_EQ( counter( "numIntfMonInitialStatePassive" ), 2u );
    EXPECT_EQ( counter( "numNoNotifyNoStageInput" ), 1u );  // nobody waits for a completion
+}
+
+TEST_F( Restart, doesAShutdownAnewOrTakesItBackAsTheProfileNowSays ) {
+   profile( "down", { .shutdown = true } );
+   unit( "fabric", { "Ethernet1" } );
+   select( "Ethernet1", "down" );
+   start();
+   enter( "fabric" );
+   finishEnter( "fabric" );
+   for( bool const stillWanted : { true, false } ) {
+      ASSERT_TRUE( shutDown( "Ethernet1" ) );
+      world_.crash();
+      profile( "down", { .shutdown = stillWanted } );
+      advance( 60_s );
+      start();
+      ASSERT_EQ( shutDown( "Ethernet1" ), stillWanted );
+      if( stillWanted ) {
+         EXPECT_EQ( *cause().intfStatus( Lumo::IntfId( "Ethernet1" ) ), now() );
+      }
+      EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
+      EXPECT_EQ( monitored( "Ethernet1" )->stateTime(), startTime );
+   }
+   advance( 20_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );  // up again, and watched
 }
 
 TEST_F( Restart, finishesAnExitAtOnce ) {
@@ -145,12 +177,21 @@ TEST_F( Restart, marksOfInstancesThatAreGoneGoFirst ) {
    EXPECT_TRUE( state_.enter.agentStatus->complete( { "ratemon", "known#1" } ) );
 }
 
+// The exit instance of the unit's generation is under way already, so the report that the stop causes passes its checks.
 TEST_F( Restart, anOrderlyStopReportsExitsAsCountedAndWritesNone ) {
    unit( "fabric", { "Ethernet1" } );
    start();
+   state_.exit.progress->progressIs( instance( "fabric", 1 ) )->stageIs( "ratemon", true );
+   state_.exit.agentStatus->completeDelAll();  // the answer to an exit of a unit that is not monitored
    enter( "fabric" );
-   state_.exit.progress->progressIs( instance( "fabric", 1 ) )->stageIs( "bgp", true );
+   ASSERT_TRUE( monitored( "Ethernet1" ) );
+   auto const counters = machine( world_, { "counters" } );  // kept beyond the root
+   auto const reports = [&] {
+      return counters->kelTypeInfo().attribute( "numNotifyStageCompletion" )->print( *counters );
+   };
+   EXPECT_EQ( reports(), "1" );
    stop();
+   EXPECT_EQ( reports(), "2" );
    EXPECT_EQ( state_.exit.agentStatus->completes(), 0u );
    EXPECT_FALSE( monitored( "Ethernet1" ) );
    EXPECT_EQ( world_.loop().nextDue(), Kel::never );
