@@ -80,6 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
       RuleCase{ "a threshold of 0 is never met", { .thresholdKbps = 0 }, 0_bps, 0_bps, 0 },
       RuleCase{ "a fraction of a kilobit", { .thresholdKbps = 0.5 }, 480_bps, 480_bps, 30 },
       RuleCase{ "a load interval of 0: the first quiet sample", { .loadInterval = 0 }, 0_bps, 0_bps, 10 },
+      RuleCase{ "a load interval of 0 without a quiet sample", { .loadInterval = 0 }, 100_kbps, 0_bps, 0 },
       RuleCase{ "a load interval that is no multiple rounds up", { .loadInterval = 31 }, 0_bps, 0_bps, 40 },
       // The wheel ticks once a second, so a sample every half second comes once a second; each counts for its interval.
       RuleCase{ "3 x 0.5 s is 1 s", { .sampleInterval = 0.5, .loadInterval = 2 }, 0_bps, 0_bps, 4 },

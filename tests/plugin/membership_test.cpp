@@ -225,16 +225,23 @@ TEST_P( Joining, isMonitoredFromTheNextTurnOn ) {
       { "joins a group of the unit", "Ethernet5", [&]( auto const & intf ) { join( intf, "fabric" ); } },
       { "its group joins the unit", "Ethernet6", [&]( auto const & ) { groupInUnit( "spare", "fabric" ); } },
       { "its group's false entry turns true", "Ethernet7", [&]( auto const & ) { groupInUnit( "odd", "fabric" ); } },
+      { "its group's units arrive whole", "Ethernet8",
+        [&]( auto const & ) {
+           Kel::Ptr<Maintenance::GroupToUnit> const whole( new Maintenance::GroupToUnit( key( "late" ) ) );
+           whole->unitNameIs( Kel::Name( "fabric" ), true );
+           state_.groupToUnit->groupToUnitIs( whole );
+        } },
    };
    unit( "fabric", { "Ethernet1", "Ethernet3", "Ethernet4" } );
    link( "Ethernet3", IntfOperStatus::down );
    linkDel( "Ethernet4" );
-   for( auto const * intf : { "Ethernet5", "Ethernet6", "Ethernet7" } ) {
+   for( auto const * intf : { "Ethernet5", "Ethernet6", "Ethernet7", "Ethernet8" } ) {
       link( intf, IntfOperStatus::up );
       select( intf, "#DEFAULTPROFILE" );
    }
    join( "Ethernet6", "spare" );
    join( "Ethernet7", "odd" );
+   join( "Ethernet8", "late" );
    groupInUnit( "odd", "fabric", false );
    start();
    enter( "fabric" );

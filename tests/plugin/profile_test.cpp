@@ -146,6 +146,7 @@ TEST_F( Profiles, aUnitThatComesOrGoesAppliesTheSelectionOfTheMoment ) {
    profile( "strict", { .thresholdKbps = 1 } );
    enterWith( { { "Ethernet1", "#DEFAULTPROFILE" } } );
    unit( "north", { "Ethernet1" } );
+   advance( 0 );  // the tracker has nothing left to do
    auto const member = state_.intfToGroup->intfToGroup( Lumo::IntfId( "Ethernet1" ) );
    member->profileChangeCauseIs( ProfileChangeCause::unknown );
    member->selectedProfileIs( ProfileType::interface, { Kel::String8( "strict" ) } );

@@ -96,6 +96,22 @@ TEST_F( Rates, aPortChannelIsTheSumOfItsMembersAndAVlanTheBusiestOfThem ) {
    EXPECT_EQ( counter( "numNoVlanStatus" ), 3u );  // priming and two samples
 }
 
+TEST_F( Rates, aPortChannelGoesWithoutMembersThatHaveNoCountersOrAreNoEthernet ) {
+   for( auto const * intf : { "Ethernet1", "Ethernet2", "Loopback0" } ) member( intf, "Port-Channel1" );
+   unit( "fabric", { "Port-Channel1" } );
+   start();
+   for( auto const * intf : { "Ethernet1", "Ethernet2", "Loopback0" } ) traffic( intf, 1_Mbps );
+   enter( "fabric" );
+   advance( 10_s );
+   EXPECT_NEAR( published( "Port-Channel1" ).inBitsRate, 2e6, 1 );
+   EXPECT_EQ( counter( "numNoIntfCounter" ), 0u );
+   countersDel( "Ethernet2" );
+   advance( 10_s );
+   EXPECT_NEAR( published( "Port-Channel1" ).inBitsRate, 1e6, 1 );
+   EXPECT_EQ( published( "Port-Channel1" ).updateTime, now() );
+   EXPECT_EQ( counter( "numNoIntfCounter" ), 1u );
+}
+
 TEST_F( Rates, aMemberThatJoinsLateCountsItsWholeCounterOnce ) {
    unit( "fabric", { "Port-Channel1" } );
    start();

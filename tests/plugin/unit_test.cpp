@@ -8,16 +8,16 @@ using Interface::IntfOperStatus;
 class Units : public DrainStory {};
 
 TEST_F( Units, skipWhatCannotBeMonitoredAndFinishWithTheRest ) {
-   unit( "fabric", { "Ethernet1", "Ethernet1.5", "Loopback0", "Ethernet2", "Ethernet3" } );
+   unit( "fabric", { "Ethernet1", "Ethernet1.5", "Port-Channel1.5", "Loopback0", "Ethernet2", "Ethernet3" } );
    link( "Ethernet2", IntfOperStatus::down );
    linkDel( "Ethernet3" );
    start();
    auto const before = counter( "numIntfMonIntfNotSupported" );
    enter( "fabric" );
    EXPECT_TRUE( monitored( "Ethernet1" ) );
-   for( auto const * intf : { "Ethernet1.5", "Loopback0", "Ethernet2", "Ethernet3" } )
+   for( auto const * intf : { "Ethernet1.5", "Port-Channel1.5", "Loopback0", "Ethernet2", "Ethernet3" } )
       EXPECT_FALSE( monitored( intf ) ) << intf;
-   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), before + 2 );
+   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), before + 3 );
    EXPECT_EQ( counter( "numIntfMonIntfOperNotUp" ), 1u );
    EXPECT_EQ( counter( "numIntfMonNoIntfStatus" ), 1u );
    advance( 30_s );
@@ -148,6 +148,44 @@ TEST_F( Units, stopMonitoringASharedInterfaceThatIsDownWhenOneLeaves ) {
    EXPECT_EQ( states, std::vector{ MonIntfState::monitoringStopped } );
    EXPECT_FALSE( monitored( "Ethernet1" ) );  // then it left the other unit too, which has nothing more to wait for
    EXPECT_TRUE( enterComplete( "south" ) );
+}
+
+// With no profile left there is none to go on with for the other unit, which waits until somebody decides.
+TEST_F( Units, stopMonitoringASharedInterfaceWithoutAnyProfileWhenOneLeaves ) {
+   unit( "north", { "Ethernet1" } );
+   unit( "south", { "Ethernet1" } );
+   start();
+   enter( "north" );
+   enter( "south" );
+   advance( 10_s );
+   state_.profiles->configDelAll();
+   exit( "north" );
+   EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::monitoringStopped );
+   advance( 60_s );
+   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );
+   EXPECT_FALSE( enterComplete( "south" ) );
+   exit( "south" );
+   EXPECT_FALSE( monitored( "Ethernet1" ) );
+   EXPECT_TRUE( exitComplete( "south" ) );
+}
+
+TEST_F( Units, forgetTheViolationsOfInterfacesThatLeave ) {
+   unit( "fabric", { "Ethernet1", "Ethernet2" } );
+   start();
+   enter( "fabric" );
+   advance( 30_s );
+   finishEnter( "fabric" );
+   traffic( "Ethernet1", 1_Mbps );
+   traffic( "Ethernet2", 1_Mbps );
+   advance( 20_s );
+   ASSERT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 2u );
+   link( "Ethernet1", IntfOperStatus::down );
+   advance( 0 );
+   EXPECT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 1u );
+   EXPECT_TRUE( status( "fabric" ).intfsViolatingTrafficThreshold( Lumo::IntfId( "Ethernet2" ) ) );
+   exit( "fabric" );
+   EXPECT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 0u );
+   EXPECT_EQ( status( "fabric" ).totalIntfTrafficViolations(), 2u );  // they did happen
 }
 
 TEST_F( Units, monitorAnInterfaceThatThePluginItselfHoldsDown ) {
