@@ -1,11 +1,17 @@
 // A unit's aggregate rate: exact, rebuilt at every start, and fatal where the sums do not add up.
 #include <gmock/gmock.h>
 
+#include <iostream>
+
 #include "DrainStory.h"
+#include "brisklog/Brisklog.h"
 #include "kel/Trace.h"
 #include "records/Names.h"
 
 namespace Test {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
 
 class Aggregate : public DrainStory {
  protected:
@@ -76,6 +82,20 @@ TEST_F( Aggregate, isRebuiltAfterARestart ) {
    EXPECT_EQ( in( "fabric" ), 8'000u );
 }
 
+TEST_F( Aggregate, isExactBeyond63Bits ) {
+   profile( "#DEFAULTPROFILE", { .sampleInterval = 1, .loadInterval = 3600 } );
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   octets( "Ethernet1", 0, 0 );
+   enter( "fabric" );
+   octets( "Ethernet1", uint64_t{ 3 } << 59, uint64_t{ 1 } << 60 );
+   advance( 1_s );
+   EXPECT_EQ( in( "fabric" ), uint64_t{ 3 } << 62 );
+   EXPECT_EQ( out( "fabric" ), uint64_t{ 1 } << 63 );
+   advance( 1_s );
+   EXPECT_EQ( in( "fabric" ) + out( "fabric" ), 0u );
+}
+
 TEST_F( Aggregate, goesOnInARecordThatTakesTheUnitsPlace ) {
    unit( "fabric", { "Ethernet1" } );
    traffic( "Ethernet1", 1_Mbps );
@@ -108,33 +128,57 @@ TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {
    struct Case {
       uint64_t in, out;
       char const * text;
+      char const * ring;
    };
-   for( auto const & [aggIn, aggOut, text] : {
-           Case{
-              10, 11,
-              "rateToSubInRate from curAggInRate. Unit:fabric IntfId:Ethernet1 ratesToSubInRate:11 curAggInRate:10" },
-           Case{ 10, 10, "rateToSubInRate from curAggInRate." },
+   for( auto const & [aggIn, aggOut, text, ring] : {
+           Case{ 10, 11,
+                 "Underflow while subtracting rateToSubInRate from curAggInRate. Unit:fabric IntfId:Ethernet1 "
+                 "ratesToSubInRate:11 curAggInRate:10",
+                 "Underflow while subtracting ratesToSubInRate from curAggInRate. Unit:fabric IntfId:Ethernet1 "
+                 "ratesToAddInRate:11 curAggInRate:10" },
+           Case{ 10, 10, "rateToSubInRate from curAggInRate.", "ratesToSubInRate from curAggInRate." },
            Case{ 11, 10,
-                 "rateToSubOutRate from curAggOutRate. Unit:fabric IntfId:Ethernet1 ratesToSubOutRate:11 "
-                 "curAggOutRate:10" },
-           Case{ top, 10, "rateToSubOutRate from curAggOutRate." },
+                 "Underflow while subtracting rateToSubOutRate from curAggOutRate. Unit:fabric IntfId:Ethernet1 "
+                 "ratesToSubOutRate:11 curAggOutRate:10",
+                 "Underflow while subtracting ratesToSubOutRate from curAggOutRate. Unit:fabric IntfId:Ethernet1 "
+                 "ratesToSubOutRate:11 curAggOutRate:10" },
+           Case{ top, 10, "rateToSubOutRate from curAggOutRate.", "ratesToSubOutRate from curAggOutRate." },
            Case{ top, top,
-                 "ratesToAddInRate to curAggInRate.Unit:fabric IntfId:Ethernet1 ratesToAddInRate:20 curAggInRate:"
-                 "18446744073709551615 sumIn:19" },
-           Case{ 11, top, "ratesToAddOutRate to  curAggOutRate. Unit:fabric IntfId:Ethernet1 ratesToAddOutRate:20" },
+                 "Overflow while adding ratesToAddInRate to curAggInRate.Unit:fabric IntfId:Ethernet1 "
+                 "ratesToAddInRate:20 curAggInRate:18446744073709551615 sumIn:19",
+                 "Overflow while adding ratesToAddInRate to curAggInRate. Unit:fabric IntfId:Ethernet1 "
+                 "ratesToAddInRate:20 curAggInRate:18446744073709551615 sumIn:19" },
+           Case{ 11, top,
+                 "Overflow while adding ratesToAddOutRate to  curAggOutRate. Unit:fabric IntfId:Ethernet1 "
+                 "ratesToAddOutRate:20 curAggOutRate:18446744073709551615 sumOut:19",
+                 "Overflow while adding ratesToAddOutRate to curAggOutRate. Unit:fabric IntfId:Ethernet1 "
+                 "ratesToAddOutRate:20 curAggOutRate:18446744073709551615 sumOut:19" },
         } ) {
       SCOPED_TRACE( text );
       EXPECT_DEATH(
          {
-            Kel::traceSinkIs( {} );
+            Brisklog::tapIs( []( Brisklog::Message const & message ) { std::cerr << message.text << '\n'; } );
             aggregateIs( "fabric", aggIn, aggOut );
             advance( 8_s );
          },
-         ::testing::HasSubstr( text ) );
+         AllOf( HasSubstr( text ), HasSubstr( ring ), HasSubstr( "Assertion failed: \"0\"" ) ) );
    }
    aggregateIs( "fabric", top - 9, 11 );  // overflows with 20, although 11 go
-   EXPECT_DEATH( advance( 8_s ), ::testing::HasSubstr( "ratesToAddInRate" ) );
-   Kel::traceHandle( Maintenance::rateMonTraceHandle ).levelsIs( {} );
+   EXPECT_DEATH( advance( 8_s ), HasSubstr( "ratesToAddInRate" ) );
+}
+
+// A unit that is served without ever having had a record gets an interface through one of its groups.
+TEST_F( Aggregate, stopsTheAgentWhereAServedUnitHasNoRecord ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   state_.enter.progress->progressIs( instance( "absent", 1 ) )->stageIs( "ratemon", true );
+   state_.groupToUnit->groupToUnit( { Group::GroupType::intf, "fabric" } )->unitNameIs( "absent", true );
+   advance( 0 );
+   ASSERT_TRUE( monitored( "Ethernet1" ) );
+   Kel::traceHandle( Maintenance::rateMonTraceHandle ).levelsIs( { 1 } );
+   EXPECT_DEATH( advance( 16_s ), AllOf( HasSubstr( "Error:Unit Status object does not exist for a dependent unit."
+                                                    "IntfId:Ethernet1 Unit:absent" ),
+                                         HasSubstr( "Assertion failed: \"0\"" ) ) );
 }
 
 }  // namespace Test

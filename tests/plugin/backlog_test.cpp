@@ -7,9 +7,12 @@
 
 #include "DrainStory.h"
 #include "brisklog/Brisklog.h"
+#include "kel/Trace.h"
+#include "records/Names.h"
 
 namespace Test {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 
 class Backlog : public ::testing::Test {
@@ -33,7 +36,9 @@ class Backlog : public ::testing::Test {
    void hear( std::string const & text ) {
       std::string_view const work = "processIntf: intf ";
       std::string_view const end = "processBacklog: num items processed ";
+      std::string_view const pause = "Pausing backlog processing at ";
       if( text.starts_with( work ) ) worked_.push_back( text.substr( work.size(), text.find( ',' ) - work.size() ) );
+      if( text.starts_with( pause ) ) pauses_.push_back( text.substr( pause.size() ) );
       if( !text.starts_with( end ) ) return;
       uint64_t items = 0;
       std::from_chars( text.data() + end.size(), text.data() + text.size(), items );
@@ -49,6 +54,7 @@ class Backlog : public ::testing::Test {
    Sim::World world_;
    std::vector<std::string> worked_;  // interfaces, in the order in which they were worked on
    std::vector<uint64_t> slices_;     // how many each slice took
+   std::vector<std::string> pauses_;  // before which interface a slice ended
 };
 
 TEST_F( Backlog, ofABurstIsWorkedOffInSlicesEachInterfaceOnce ) {
@@ -154,11 +160,19 @@ class SlowBacklog : public Backlog {
 };
 
 TEST_F( SlowBacklog, takesOneInterfaceInEachSlice ) {
+   std::vector<std::string> traced;
+   Kel::TraceHandle & trace = Kel::traceHandle( Maintenance::rateMonTraceHandle );
+   Kel::traceSinkIs( [&]( Kel::TraceRecord const & record ) { traced.emplace_back( record.text ); } );
+   trace.levelsIs( { 4 } );
    links( 1, 5, Interface::IntfOperStatus::up );
    world_.start();
    world_.advance( 0 );
+   trace.levelsIs( {} );
+   Kel::traceSinkIs( {} );
+   EXPECT_THAT( traced, Contains( "processBacklog: Pausing backlog processing at Ethernet2" ) );
    EXPECT_THAT( worked_, ElementsAre( "Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4", "Ethernet5" ) );
    EXPECT_THAT( slices_, ElementsAre( 1u, 1u, 1u, 1u, 1u ) );
+   EXPECT_THAT( pauses_, ElementsAre( "Ethernet2", "Ethernet3", "Ethernet4", "Ethernet5" ) );
    EXPECT_EQ( dumped( "yieldBeforeFinishingCount" ), "4" );
 }
 
