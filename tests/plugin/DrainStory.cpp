@@ -25,10 +25,11 @@ DrainStory::DrainStory() {
 }
 
 DrainStory::~DrainStory() {
-   if( world_.running() ) stop();
+   // Nobody listens any more: what a derived fixture had its messages written to is gone.
    Kel::logSinkIs( {} );
    Kel::traceSinkIs( {} );
    Kel::traceHandle( Maintenance::rateMonTraceHandle ).levelsIs( {} );
+   if( world_.running() ) stop();
 }
 
 void DrainStory::profile( std::string const & name, ProfileSpec const & spec ) {

@@ -1,8 +1,8 @@
-// The whole trace of a life of two units, line by line as it was read and found right once.
+// The whole trace of a life of two units, and of what the plug-in refuses, line by line as it was read and found right once.
 //
-// The transcript beside this file holds every line of both trace channels and of the system log with its virtual time, under the
-// step of the story that caused it. It shows in which order things happen, which no record does; whoever changes a text or an order
-// on purpose renews the file, as the failure says, and reads the difference.
+// The transcripts beside this file hold every line of both trace channels and of the system log with its virtual time, under the
+// step of the story that caused it, and the plug-in's dump where a step asks for it. They show in which order things happen, which
+// no record does; whoever changes a text or an order on purpose renews the files, as the failure says, and reads the difference.
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -17,7 +17,6 @@ namespace Test {
 
 namespace {
 
-std::string const transcriptPath = RATEMON_SOURCE_DIR "/tests/plugin/two_units.transcript";
 char const * const renewVariable = "RATEMON_RENEW_TRANSCRIPT";
 
 std::vector<std::string> linesOf( std::istream & in ) {
@@ -51,9 +50,17 @@ class Transcript : public DrainStory {
       step( what.str(), [&] { advance( seconds ); } );
    }
 
-   std::vector<std::string> lines_;
+   void dump() {
+      step( "the dump", [] {} );
+      std::istringstream dumped( world_.dump() );
+      for( auto const & line : linesOf( dumped ) ) lines_.push_back( line );
+   }
+
+   void expectKept( std::string const & name ) const;
 
  private:
+   std::vector<std::string> lines_;
+
    void add( char const * channel, int level, std::string_view text ) {
       std::ostringstream line;
       line << now() << ' ' << channel << ' ' << level << ' ' << text;
@@ -61,13 +68,31 @@ class Transcript : public DrainStory {
    }
 };
 
+void Transcript::expectKept( std::string const & name ) const {
+   std::string const path = RATEMON_SOURCE_DIR "/tests/plugin/" + name + ".transcript";
+   if( std::getenv( renewVariable ) ) {
+      std::ofstream kept( path );
+      for( std::string const & line : lines_ ) kept << line << '\n';
+      GTEST_SKIP() << "renewed " << path;
+   }
+   std::ifstream file( path );
+   ASSERT_TRUE( file ) << path;
+   std::vector<std::string> const kept = linesOf( file );
+   auto const [is, was] = std::mismatch( lines_.begin(), lines_.end(), kept.begin(), kept.end() );
+   auto const orEnd = []( auto at, auto const & lines ) { return at == lines.end() ? "(the end)" : *at; };
+   EXPECT_TRUE( is == lines_.end() && was == kept.end() )
+      << "line " << was - kept.begin() + 1 << " was\n   " << orEnd( was, kept ) << "\nand is\n   "
+      << orEnd( is, lines_ ) << "\nIf that is meant: run this test with " << renewVariable
+      << "=1 in the environment, and read what changes in the file.";
+}
+
 TEST_F( Transcript, ofTwoUnitsIsTheOneThatWasKept ) {
    profile( "#DEFAULTPROFILE", { .loadInterval = 20 } );
    profile( "down", { .loadInterval = 20, .shutdown = true, .maxDelay = 600 } );
    unit( "north", { "Ethernet1", "Ethernet2" } );
    unit( "south", { "Ethernet2", "Ethernet3", "Ethernet3.5" } );
    select( "Ethernet3", "down" );
-   traffic( "Ethernet2", 10_Mbps );
+   traffic( "Ethernet2", 10_Mbps, 5_Mbps );
    step( "the agent starts", [&] { start(); } );
    step( "north enters", [&] { enter( "north" ); } );
    wait( 10 );
@@ -75,14 +100,17 @@ TEST_F( Transcript, ofTwoUnitsIsTheOneThatWasKept ) {
    wait( 20 );
    step( "the link of Ethernet3, shut down, follows", [&] { link( "Ethernet3", Interface::IntfOperStatus::down ); } );
    traffic( "Ethernet2", 0_bps );
-   wait( 20 );
+   wait( 10 );
+   dump();
+   wait( 10 );
    ASSERT_TRUE( enterComplete( "north" ) && enterComplete( "south" ) );
    step( "both are in maintenance", [&] {
       finishEnter( "north" );
       finishEnter( "south" );
    } );
-   traffic( "Ethernet1", 1_Mbps );
+   traffic( "Ethernet1", 1_Mbps, 2_Mbps );
    step( "Ethernet1 carries traffic for a moment", [&] { advance( 20_s ); } );
+   dump();
    traffic( "Ethernet1", 0_bps );
    step( "the profile of Ethernet3 no longer asks for shutdown", [&] { profile( "down", { .loadInterval = 20 } ); } );
    step( "its link comes up", [&] { link( "Ethernet3", Interface::IntfOperStatus::up ); } );
@@ -98,21 +126,58 @@ TEST_F( Transcript, ofTwoUnitsIsTheOneThatWasKept ) {
       finishExit( "south" );
    } );
    step( "the agent stops", [&] { stop(); } );
+   expectKept( "two_units" );
+}
 
-   if( std::getenv( renewVariable ) ) {
-      std::ofstream kept( transcriptPath );
-      for( std::string const & line : lines_ ) kept << line << '\n';
-      GTEST_SKIP() << "renewed " << transcriptPath;
-   }
-   std::ifstream file( transcriptPath );
-   ASSERT_TRUE( file ) << transcriptPath;
-   std::vector<std::string> const kept = linesOf( file );
-   auto const [is, was] = std::mismatch( lines_.begin(), lines_.end(), kept.begin(), kept.end() );
-   auto const orEnd = []( auto at, auto const & lines ) { return at == lines.end() ? "(the end)" : *at; };
-   EXPECT_TRUE( is == lines_.end() && was == kept.end() )
-      << "line " << was - kept.begin() + 1 << " was\n   " << orEnd( was, kept ) << "\nand is\n   "
-      << orEnd( is, lines_ ) << "\nIf that is meant: run this test with " << renewVariable
-      << "=1 in the environment, and read what changes in the file.";
+TEST_F( Transcript, ofRefusalsIsTheOneThatWasKept ) {
+   profile( "impatient", { .shutdown = true, .maxDelay = 15 } );
+   unit( "fabric", { "Ethernet1", "Ethernet2", "Ethernet3", "Port-Channel1.5" } );
+   unit( "edge", { "Ethernet4", "Vlan20" } );
+   unit( "core", { "Ethernet4" } );
+   unit( "lost", {} );
+   link( "Ethernet2", Interface::IntfOperStatus::down );
+   linkDel( "Ethernet3" );
+   select( "Ethernet1", "impatient" );
+   traffic( "Ethernet1", 10_Mbps );
+   status( "lost" ).maintEnterInstanceNameIs( instance( "lost", 1 ) );
+   unitState( "lost", State::entering );
+   auto const request = [this]( Maintenance::StageState const & stage, char const * name, bool active ) {
+      stage.progress->progressIs( Kel::Name( name ) )->stageIs( "ratemon", active );
+   };
+   step( "the agent starts while a unit enters that nobody brings in", [&] { start(); } );
+   step( "fabric enters, half of it fit for it", [&] { enter( "fabric" ); } );
+   wait( 20 );
+   step( "its stage turns false, which is a new request", [&] { request( state_.enter, "fabric#1", false ); } );
+   wait( 20 );
+   step( "edge and core enter", [&] {
+      enter( "edge" );
+      enter( "core" );
+   } );
+   step( "core leaves as the link of Ethernet4 has just gone down", [&] {
+      link( "Ethernet4", Interface::IntfOperStatus::down );
+      exit( "core" );
+   } );
+   step( "core is to leave again", [&] { request( state_.exit, "core#3", true ); } );
+   step( "a unit that does not exist is to leave", [&] { request( state_.exit, "absent#1", true ); } );
+   step( "another stage begins",
+         [&] { state_.enter.progress->progress( Kel::Name( "edge#1" ) )->stageIs( "bgp", true ); } );
+   step( "the stage manager makes an instance known and forgets it", [&] {
+      state_.exit.completion->statusIs( "core#3" );
+      state_.exit.completion->statusDel( "core#3" );
+   } );
+   step( "a profile comes, serves as the default, and goes", [&] {
+      profile( "strict", { .thresholdKbps = 1 } );
+      defaultProfile( "strict" );
+      state_.profiles->configDel( "strict" );
+   } );
+   step( "somebody writes rates for an interface that is not monitored", [&] {
+      state_.monIntfStatus->monIntfStatusIs( Lumo::IntfId( "Ethernet9" ), Kel::String8( "odd" ), now() )
+         ->curRatesIs( { 1, 1, now() } );
+   } );
+   step( "the record of edge is deleted", [&] { state_.unitStatus->statusDel( "edge" ); } );
+   step( "every profile is deleted", [&] { state_.profiles->configDelAll(); } );
+   step( "the agent stops", [&] { stop(); } );
+   expectKept( "refusals" );
 }
 
 }  // namespace Test
