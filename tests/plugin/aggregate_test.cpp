@@ -39,49 +39,6 @@ TEST_F( Aggregate, addsUpRoundedRates ) {
    EXPECT_EQ( in( "fabric" ) + out( "fabric" ), 0u );
 }
 
-TEST_F( Aggregate, followsInterfacesThatJoinAndLeave ) {
-   unit( "north", { "Ethernet1", "Ethernet2" } );
-   unit( "south", { "Ethernet2" } );
-   traffic( "Ethernet1", 8_kbps, 800_bps );
-   traffic( "Ethernet2", 80_kbps, 80_bps );
-   start();
-   enter( "north" );
-   advance( 16_s );
-   EXPECT_EQ( in( "north" ), 88'000u );
-   EXPECT_EQ( in( "south" ), 0u );
-   enter( "south" );
-   EXPECT_EQ( in( "south" ), 80'000u );  // what was sampled last counts at once
-   link( "Ethernet2", Interface::IntfOperStatus::down );
-   advance( 0 );
-   EXPECT_EQ( in( "north" ), 8'000u );
-   EXPECT_EQ( in( "south" ), 0u );
-   link( "Ethernet2", Interface::IntfOperStatus::up );
-   advance( 16_s );
-   EXPECT_EQ( in( "north" ), 88'000u );
-   EXPECT_EQ( out( "north" ), 880u );
-   exit( "north" );
-   EXPECT_EQ( in( "north" ), 0u );
-   EXPECT_EQ( in( "south" ), 80'000u );
-}
-
-TEST_F( Aggregate, isRebuiltAfterARestart ) {
-   unit( "fabric", { "Ethernet1" } );
-   unit( "idle", { "Ethernet2" } );
-   traffic( "Ethernet1", 8_kbps );
-   start();
-   enter( "fabric" );
-   advance( 16_s );
-   EXPECT_EQ( in( "fabric" ), 8'000u );
-   world_.crash();
-   aggregateIs( "fabric", 12'345, 1 );
-   aggregateIs( "idle", 1, 2 );
-   start();
-   EXPECT_EQ( in( "fabric" ) + out( "fabric" ), 0u );  // nothing has been sampled since
-   EXPECT_EQ( in( "idle" ) + out( "idle" ), 0u );
-   advance( 16_s );
-   EXPECT_EQ( in( "fabric" ), 8'000u );
-}
-
 TEST_F( Aggregate, isExactBeyond63Bits ) {
    profile( "#DEFAULTPROFILE", { .sampleInterval = 1, .loadInterval = 3600 } );
    unit( "fabric", { "Ethernet1" } );

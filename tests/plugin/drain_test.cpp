@@ -201,26 +201,4 @@ TEST_F( Shutdown, theMaximumDelayEndsTheWaitAtTheFirstSampleAtOrAfterIt ) {
    EXPECT_TRUE( enterComplete( "fabric" ) && enterComplete( "edge" ) );
 }
 
-TEST_F( Shutdown, leavingBringsTheInterfaceBack ) {
-   quietShutdown( 0 );
-   enter( "fabric" );
-   link( "Ethernet1", Interface::IntfOperStatus::down );
-   finishEnter( "fabric" );
-   exit( "fabric" );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );
-   EXPECT_TRUE( exitComplete( "fabric" ) );
-}
-
-TEST_F( Shutdown, clearingItInTheProfileBringsADrainedInterfaceBackAndResumesSampling ) {
-   quietShutdown( 0 );
-   enter( "fabric" );
-   ASSERT_TRUE( shutDown( "Ethernet1" ) );
-   profile( "down", { .shutdown = false } );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );
-   advance( 20_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );
-   profile( "down", { .shutdown = true } );
-   EXPECT_TRUE( shutDown( "Ethernet1" ) );
-}
-
 }  // namespace Test

@@ -183,32 +183,6 @@ TEST_F( Membership, whatMakesAnInterfaceUnfitEndsItsMonitoringInTheNextTurn ) {
    EXPECT_TRUE( monitored( "Ethernet1" ) );
 }
 
-TEST_F( Membership, theLastUndrainedInterfaceGoingDownCompletesTheUnit ) {
-   enterFabric();
-   advance( 60_s );
-   link( "Ethernet1", IntfOperStatus::down );
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   advance( 0 );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
-TEST_F( Membership, anInterfaceThatWeTookDownIsNotUnfitForBeingDown ) {
-   profile( "down", { .shutdown = true } );
-   unit( "fabric", { "Ethernet1" } );
-   select( "Ethernet1", "down" );
-   start();
-   enter( "fabric" );
-   auto const record = monitored( "Ethernet1" );
-   link( "Ethernet1", IntfOperStatus::down );
-   advance( 0 );
-   EXPECT_TRUE( record && monitored( "Ethernet1" ) == record );
-   EXPECT_TRUE( shutDown( "Ethernet1" ) );
-   linkDel( "Ethernet1" );  // an interface that is not there at all is another matter
-   advance( 0 );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );
-}
-
 // --- Joining, in the next turn --------------------------------------------------------------------------------------------
 
 class Joining : public Membership, public ::testing::WithParamInterface<Maintenance::Unit::State> {};

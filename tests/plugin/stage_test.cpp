@@ -1,6 +1,4 @@
 // The stage protocol: what starts and ends a unit's monitoring, and when a completion is reported.
-#include <gmock/gmock.h>
-
 #include "DrainStory.h"
 
 namespace Test {
@@ -16,17 +14,6 @@ class Stages : public DrainStory {
    }
 };
 
-TEST_F( Stages, onlyOurStageMeansAnything ) {
-   unit( "fabric", { "Ethernet1" } );
-   traceOn();
-   start();
-   progress( state_.enter, "fabric#1", "bgp", true );
-   EXPECT_EQ( counter( "numMaintEnter" ), 0u );
-   EXPECT_TRUE( traced( "9 handleStage: stageClass= maintEnter, stage=bgp" ) );
-   progress( state_.enter, "fabric#1", "ratemon", true );
-   EXPECT_EQ( counter( "numMaintEnter" ), 1u );
-}
-
 TEST_F( Stages, aRecordThatArrivesWholeIsNotLost ) {
    unit( "fabric", { "Ethernet1" } );
    start();
@@ -35,15 +22,6 @@ TEST_F( Stages, aRecordThatArrivesWholeIsNotLost ) {
    state_.enter.progress->progressIs( whole );
    EXPECT_EQ( counter( "numMaintEnter" ), 1u );
    EXPECT_TRUE( monitored( "Ethernet1" ) );
-}
-
-TEST_F( Stages, anExitIsAnsweredEvenForAUnitNeverMonitored ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   exit( "fabric" );
-   EXPECT_TRUE( exitComplete( "fabric" ) );
-   EXPECT_EQ( counter( "numMaintExitNoUnitMon" ), 1u );
-   EXPECT_EQ( counter( "numNotifyStageCompletion" ), 1u );
 }
 
 TEST_F( Stages, anExitDuringTheEntryIsCountedAndAnswered ) {

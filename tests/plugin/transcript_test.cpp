@@ -176,6 +176,7 @@ TEST_F( Transcript, ofRefusalsIsTheOneThatWasKept ) {
    } );
    step( "the record of edge is deleted", [&] { state_.unitStatus->statusDel( "edge" ); } );
    step( "every profile is deleted", [&] { state_.profiles->configDelAll(); } );
+   dump();
    step( "the agent stops", [&] { stop(); } );
    expectKept( "refusals" );
 }

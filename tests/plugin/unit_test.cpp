@@ -188,13 +188,4 @@ TEST_F( Units, forgetTheViolationsOfInterfacesThatLeave ) {
    EXPECT_EQ( status( "fabric" ).totalIntfTrafficViolations(), 2u );  // they did happen
 }
 
-TEST_F( Units, monitorAnInterfaceThatThePluginItselfHoldsDown ) {
-   unit( "fabric", { "Ethernet1" } );
-   link( "Ethernet1", IntfOperStatus::down );
-   start();
-   cause().intfStatusIs( Lumo::IntfId( "Ethernet1" ), now() );
-   enter( "fabric" );
-   EXPECT_TRUE( monitored( "Ethernet1" ) );
-}
-
 }  // namespace Test
