@@ -35,7 +35,6 @@ units:
 class Service : public ::testing::Test {
  protected:
    Service() {
-      quill_->refresherIs( [this] { ++refreshes_; } );
       for( char const * intf : { "eth0", "eth1" } ) link( intf, Interface::IntfOperStatus::up );
       link( "eth8", Interface::IntfOperStatus::down );
       auto & loader = Maintenance::DefaultPluginLoader();
@@ -82,7 +81,6 @@ class Service : public ::testing::Test {
    UnitView view_{ state_, records_ };
    Kel::Ptr<Kel::Dir> pluginDir_{ new Kel::Dir( "plugins" ) };
    Maintenance::PluginContext context_{ pluginDir_, database_, quill_ };
-   int refreshes_ = 0;
 };
 
 using State = Maintenance::Unit::State;
@@ -157,16 +155,6 @@ TEST_F( Service, theViewSaysWhatIsStillNeeded ) {
    advance( 10 );
    EXPECT_THAT( shown( "north" ), HasSubstr( "in 8 Mbps to fall below 100 kbps" ) );
    EXPECT_THAT( shown( "north" ), HasSubstr( "\"neededSeconds\": 30" ) );
-}
-
-TEST_F( Service, countersAreReadOncePerTurnAndOnlyWhileAUnitIsServed ) {
-   advance( 100 );
-   EXPECT_EQ( refreshes_, 0 );
-   enter( "north" );
-   EXPECT_EQ( refreshes_, 1 );  // two interfaces, one turn
-   exit( "north" );
-   advance( 100 );
-   EXPECT_EQ( refreshes_, 1 );
 }
 
 }  // namespace

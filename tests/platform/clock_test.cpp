@@ -220,13 +220,6 @@ TEST( Loop, reactorsOutliveTheirLoop ) {
    EXPECT_EQ( runs, 1 );
 }
 
-TEST( Loop, aClockWithAStepMovesAtEachFreshRead ) {
-   Kel::VirtualClock const clock( 10, 0.25 );
-   EXPECT_EQ( clock.now(), 10 );
-   EXPECT_EQ( clock.now(), 10.25 );
-   EXPECT_EQ( clock.now(), 10.5 );
-}
-
 class Pipe {
  public:
    Pipe() { EXPECT_EQ( pipe( ends ), 0 ); }

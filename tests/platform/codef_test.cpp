@@ -73,16 +73,6 @@ TEST_F( CodefStory, aSliceEndsAtItsQuantumAndTheNextTurnGoesOn ) {
    EXPECT_NEAR( worker->timeUsed(), 0.06, 1e-9 );
 }
 
-TEST_F( CodefStory, anExhaustedQuantumStillMakesProgress ) {
-   queue( 3 );
-   worker->backlogQuantumIs( 0 );
-   for( int turn = 1; turn <= 3; ++turn ) {
-      loop.turn();
-      EXPECT_EQ( worker->done.size(), static_cast<std::size_t>( turn ) );
-   }
-   EXPECT_EQ( loop.nextDue(), Kel::never );
-}
-
 TEST_F( CodefStory, theStatisticsAddUp ) {
    EXPECT_EQ( worker->backlogQuantum(), 0.05 );
    queue( 4 );

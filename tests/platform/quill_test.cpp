@@ -36,8 +36,6 @@ using Lumo::IntfId;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-constexpr uint64_t u63Max = ( uint64_t{ 1 } << 63 ) - 1;
-
 class TableTest : public ::testing::Test {
  protected:
    TableTest() {
@@ -334,21 +332,6 @@ class ReaderStory : public ::testing::Test {
    Kel::Ptr<EthIntfCounterReaderSm> const reader{ new EthIntfCounterReaderSm( tables, statusDir ) };
 };
 
-TEST_F( ReaderStory, countersArriveAsTheyWereWritten ) {
-   std::vector<IntfStatistics> const cases{ { 0, 0 },
-                                            { 1, 2 },
-                                            { u63Max, u63Max - 1 },
-                                            { MaybeU63::none(), 7 },
-                                            { 7, MaybeU63::none() },
-                                            { MaybeU63::none(), MaybeU63::none() } };
-   writer.rowIs( IntfId( "Ethernet1" ) );
-   startReader();
-   for( auto const & c : cases ) {
-      octets( "Ethernet1", c.inOctets, c.outOctets );
-      loop.turn( [&] { EXPECT_EQ( current( "Ethernet1" ), c ) << c.inOctets << " " << c.outOctets; } );
-   }
-}
-
 TEST_F( ReaderStory, aTurnIsOneSnapshot ) {
    writer.rowIs( IntfId( "Ethernet1" ) );
    writer.rowIs( IntfId( "Ethernet2" ) );
@@ -471,11 +454,6 @@ TEST_F( ReaderStory, randomRowsAgreeWithAModel ) {
       } );
    }
    EXPECT_LE( writer.table().rows(), 40u );  // rows that were given up are used again
-}
-
-TEST_F( ReaderStory, initializingTwiceIsOurOwnMistake ) {
-   startReader();
-   EXPECT_DEATH( startReader(), "initialized" );
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // The scenarios of examples/: each prints, run by the real maintsim, exactly what stands in the .expected file beside it.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -62,17 +62,5 @@ INSTANTIATE_TEST_SUITE_P( Scenarios, Example, ::testing::ValuesIn( scenarios() )
    std::replace( name.begin(), name.end(), '-', '_' );
    return name;
 } );
-
-// What a reader is promised of each: it says in the beginning what happens, and tells it in little.
-TEST( Examples, openWithAnExplanationAndAnswerShortly ) {
-   EXPECT_THAT( scenarios(), ::testing::Not( ::testing::IsEmpty() ) );
-   for( fs::path const & scenario : scenarios() ) {
-      std::ifstream in( scenario );
-      EXPECT_EQ( in.peek(), '#' ) << scenario;
-      std::ifstream expected( withExtension( scenario, ".expected" ) );
-      auto const lines = std::count( std::istreambuf_iterator<char>( expected ), {}, '\n' );
-      EXPECT_THAT( lines, ::testing::AllOf( ::testing::Ge( 10 ), ::testing::Le( 40 ) ) ) << scenario;
-   }
-}
 
 }  // namespace Test

@@ -56,21 +56,6 @@ class Scenario : public ::testing::Test {
    Sim::Scenario scenario_{ world_, out_ };
 };
 
-TEST_F( Scenario, aUnitDrains ) {
-   run( fabric );
-   run( R"({"traffic": {"Ethernet1": {"in": 4000000}}})"
-        "\n{\"start\": {}}" );
-   run( enter );
-   EXPECT_THAT( run( R"({"advance": 20.0})" ), IsEmpty() );
-   EXPECT_THAT( get( std::string( monitored ) + R"(,"curRates")" ),
-                HasSubstr( R"("value": {"inBitsRate": 4e+06, "outBitsRate": 0, "updateTime": 1020})" ) );
-   run( R"({"watch": ["stageAgentStatus/maintEnter/MaintenanceMode"]})" );
-   EXPECT_THAT( run( R"({"traffic": {"Ethernet1": {"in": 0}}}
-{"advance": 100})" ),
-                ElementsAre( R"({"t": 1050, "change": ["stageAgentStatus/maintEnter/MaintenanceMode", "complete", )"
-                             R"("ratemon:u#1"], "value": true})" ) );
-}
-
 TEST_F( Scenario, aCrashKeepsTheRecordsAndAStopTidiesUp ) {
    run( fabric );
    run( "{\"start\": {}}" );
