@@ -111,32 +111,6 @@ TEST_F( Membership, aGroupEntryThatTurnsFalseIsALeaveThatTheEntryItselfStillOutw
    EXPECT_FALSE( monitored( "Ethernet1" ) );
 }
 
-TEST_F( Membership, whatWasNotMonitoredIsNotRemovedTwice ) {
-   unit( "fabric", { "Ethernet1", "Ethernet2" } );
-   link( "Ethernet1", IntfOperStatus::down );
-   start();
-   traceOn();
-   enter( "fabric" );
-   leave( "Ethernet1", "fabric" );
-   EXPECT_TRUE(
-      traced( "4 handleIntfToGroupMembershipChange: intf:Ethernet1 is no longer a member of unit:fabric."
-              "It has already been removed from UnitMonIntfInput of the Unit" ) );
-   EXPECT_TRUE( monitored( "Ethernet2" ) );
-}
-
-TEST_F( Membership, leavingTouchesOnlyUnitsInMaintenance ) {
-   enterFabric();
-   unit( "north", { "Ethernet1" } );  // not in maintenance
-   leave( "Ethernet1", "north" );
-   groupOutOfUnit( "north", "north" );
-   EXPECT_TRUE( monitored( "Ethernet1" ) );
-   EXPECT_TRUE( traced( "4 handleIntfToGroupMembershipChange: IntfId:Ethernet1. Group:" + key( "north" ).text() +
-                        " part of unit:north which is not undergoing maintenance. "
-                        "Nothing to do as part of this unit." ) );
-   EXPECT_TRUE( traced( "4 handleGroupToUnitMembershipChange: Group:" + key( "north" ).text() +
-                        ".Unit north was not 'entering or under maintenance'. Nothing to do so returning early" ) );
-}
-
 TEST_F( Membership, aGroupsRecordThatVanishesRemovesNothing ) {
    enterFabric();
    state_.groupToUnit->groupToUnitDel( key( "fabric" ) );
@@ -252,16 +226,6 @@ TEST_F( Membership, aLateComerHoldsUpAUnitThatIsNotYetDone ) {
    traffic( "Ethernet2", 0_bps );
    advance( 30_s );
    EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
-TEST_F( Membership, aGroupWithoutInterfacesChangesNothingWhereverItGoes ) {
-   enterFabric();
-   groupInUnit( "hollow", "fabric" );
-   groupOutOfUnit( "hollow", "fabric" );
-   EXPECT_TRUE( traced( "5 handleGroupToUnitMembershipChange: Group " + key( "hollow" ).text() +
-                        "has no interfaces.Nothing to add to backlog" ) );
-   EXPECT_TRUE( traced( "5 handleGroupToUnitMembershipChange: Group has no interfaces. Nothing to remove" ) );
-   EXPECT_TRUE( monitored( "Ethernet1" ) && monitored( "Ethernet2" ) );
 }
 
 // A record with the key of an earlier one: the tracker follows the one that stands in the database.

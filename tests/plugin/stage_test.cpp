@@ -51,25 +51,6 @@ TEST_F( Stages, aSecondEnterRunsTheExitFirstAndStartsAfresh ) {
    EXPECT_TRUE( state_.enter.agentStatus->complete( { "ratemon", "fabric#4" } ) );
 }
 
-TEST_F( Stages, completionsThatNobodyExpectsAreNotWritten ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   enter( "fabric" );
-   state_.enter.progress->progress( instance( "fabric", 1 ) )->stageDel( "ratemon" );  // and so a new request
-   advance( 30_s );
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   EXPECT_EQ( counter( "numMaintEnter" ), 2u );
-   EXPECT_EQ( counter( "numNoNotifyActiveStageMismatch" ), 1u );
-   state_.enter.progress->progressDel( instance( "fabric", 1 ) );
-   exit( "fabric" );
-   EXPECT_TRUE( exitComplete( "fabric" ) );
-   EXPECT_EQ( counter( "numNoNotifyNoUnitStatus" ), 0u );
-   progress( state_.exit, "absent#1", "ratemon", true );
-   EXPECT_FALSE( state_.exit.agentStatus->complete( { "ratemon", "absent#1" } ) );
-   EXPECT_EQ( counter( "numNoNotifyNoUnitStatus" ), 1u );
-   EXPECT_EQ( counter( "numNoNotifyAlreadyNotified" ), 0u );
-}
-
 TEST_F( Stages, aUnitThatIsDeletedIsNoLongerMonitored ) {
    unit( "fabric", { "Ethernet1" } );
    start();

@@ -129,21 +129,39 @@ TEST_F( Transcript, ofTwoUnitsIsTheOneThatWasKept ) {
    expectKept( "two_units" );
 }
 
-TEST_F( Transcript, ofRefusalsIsTheOneThatWasKept ) {
-   profile( "impatient", { .shutdown = true, .maxDelay = 15 } );
-   unit( "fabric", { "Ethernet1", "Ethernet2", "Ethernet3", "Port-Channel1.5" } );
-   unit( "edge", { "Ethernet4", "Vlan20" } );
-   unit( "core", { "Ethernet4" } );
-   unit( "lost", {} );
-   link( "Ethernet2", Interface::IntfOperStatus::down );
-   linkDel( "Ethernet3" );
-   select( "Ethernet1", "impatient" );
-   traffic( "Ethernet1", 10_Mbps );
-   status( "lost" ).maintEnterInstanceNameIs( instance( "lost", 1 ) );
-   unitState( "lost", State::entering );
-   auto const request = [this]( Maintenance::StageState const & stage, char const * name, bool active ) {
+// Interfaces that cannot be monitored, units that nobody brings in, and a host that asks for what makes no sense.
+class Refusals : public Transcript {
+ protected:
+   Refusals() {
+      profile( "impatient", { .shutdown = true, .maxDelay = 15 } );
+      unit( "fabric", { "Ethernet1", "Ethernet2", "Ethernet3", "Port-Channel1.5" } );
+      unit( "edge", { "Ethernet4", "Vlan20" } );
+      unit( "core", { "Ethernet4" } );
+      unit( "lost", {} );
+      unit( "idle", { "Ethernet1" } );
+      status( "edge" ).groupIs( { Group::GroupType::bgp, "peers" }, true );
+      status( "edge" ).groupIs( group( "absent" ), true );
+      link( "Ethernet2", Interface::IntfOperStatus::down );
+      linkDel( "Ethernet3" );
+      select( "Ethernet1", "impatient" );
+      traffic( "Ethernet1", 10_Mbps );
+      status( "lost" ).maintEnterInstanceNameIs( instance( "lost", 1 ) );
+      unitState( "lost", State::entering );
+   }
+
+   static Group::GroupKey group( char const * name ) { return { Group::GroupType::intf, name }; }
+   void leave( char const * intf, char const * groupName ) {
+      state_.intfToGroup->intfToGroup( Lumo::IntfId( intf ) )->groupDel( group( groupName ) );
+   }
+   void inUnit( char const * groupName, char const * unitName, bool in ) {
+      state_.groupToUnit->groupToUnitIs( group( groupName ) )->unitNameIs( unitName, in );
+   }
+   static void request( Maintenance::StageState const & stage, char const * name, bool active ) {
       stage.progress->progressIs( Kel::Name( name ) )->stageIs( "ratemon", active );
-   };
+   }
+};
+
+TEST_F( Refusals, areTheOnesThatWereKept ) {
    step( "the agent starts while a unit enters that nobody brings in", [&] { start(); } );
    step( "fabric enters, half of it fit for it", [&] { enter( "fabric" ); } );
    wait( 20 );
@@ -161,6 +179,11 @@ TEST_F( Transcript, ofRefusalsIsTheOneThatWasKept ) {
    step( "a unit that does not exist is to leave", [&] { request( state_.exit, "absent#1", true ); } );
    step( "another stage begins",
          [&] { state_.enter.progress->progress( Kel::Name( "edge#1" ) )->stageIs( "bgp", true ); } );
+   step( "Ethernet2 leaves fabric, which does not monitor it", [&] { leave( "Ethernet2", "fabric" ); } );
+   step( "Ethernet1 leaves idle, which is not served", [&] { leave( "Ethernet1", "idle" ); } );
+   step( "the group idle leaves its unit", [&] { inUnit( "idle", "idle", false ); } );
+   step( "a group without interfaces joins fabric", [&] { inUnit( "hollow", "fabric", true ); } );
+   step( "and leaves it", [&] { inUnit( "hollow", "fabric", false ); } );
    step( "the stage manager makes an instance known and forgets it", [&] {
       state_.exit.completion->statusIs( "core#3" );
       state_.exit.completion->statusDel( "core#3" );

@@ -7,23 +7,6 @@ using Interface::IntfOperStatus;
 
 class Units : public DrainStory {};
 
-TEST_F( Units, skipWhatCannotBeMonitoredAndFinishWithTheRest ) {
-   unit( "fabric", { "Ethernet1", "Ethernet1.5", "Port-Channel1.5", "Loopback0", "Ethernet2", "Ethernet3" } );
-   link( "Ethernet2", IntfOperStatus::down );
-   linkDel( "Ethernet3" );
-   start();
-   auto const before = counter( "numIntfMonIntfNotSupported" );
-   enter( "fabric" );
-   EXPECT_TRUE( monitored( "Ethernet1" ) );
-   for( auto const * intf : { "Ethernet1.5", "Port-Channel1.5", "Loopback0", "Ethernet2", "Ethernet3" } )
-      EXPECT_FALSE( monitored( intf ) ) << intf;
-   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), before + 3 );
-   EXPECT_EQ( counter( "numIntfMonIntfOperNotUp" ), 1u );
-   EXPECT_EQ( counter( "numIntfMonNoIntfStatus" ), 1u );
-   advance( 30_s );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
 TEST_F( Units, withNothingToMonitorAreDoneAtOnce ) {
    unit( "empty", {} );
    unit( "subs", { "Ethernet1.5" } );
@@ -34,18 +17,6 @@ TEST_F( Units, withNothingToMonitorAreDoneAtOnce ) {
       enter( name );
       EXPECT_TRUE( enterComplete( name ) ) << name;
    }
-}
-
-TEST_F( Units, ignoreGroupsOfOtherKindsAndGroupsThatAreMissing ) {
-   unit( "fabric", { "Ethernet1" } );
-   status( "fabric" ).groupIs( { Group::GroupType::bgp, "peers" }, true );
-   status( "fabric" ).groupIs( { Group::GroupType::intf, "absent" }, true );
-   traceOn();
-   start();
-   enter( "fabric" );
-   EXPECT_TRUE(
-      traced( "1 handleInitialized: Group status missing for group intf:absent, unit fabric. Ignoring the group." ) );
-   EXPECT_TRUE( monitored( "Ethernet1" ) );
 }
 
 TEST_F( Units, areDoneOnlyWhenTheLastInterfaceIs ) {
