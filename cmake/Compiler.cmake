@@ -35,5 +35,7 @@ endif()
 find_program( RATEMON_CCACHE ccache )
 mark_as_advanced( RATEMON_CCACHE )
 if( RATEMON_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER )
-   set( CMAKE_CXX_COMPILER_LAUNCHER "${RATEMON_CCACHE}" )
+   # Without this sloppiness it takes no unit with a precompiled header from the cache. It matters to __DATE__ and the like only,
+   # and to macros defined on the command line, which the compiler holds against the header itself.
+   set( CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros "${RATEMON_CCACHE}" )
 endif()

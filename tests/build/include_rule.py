@@ -59,7 +59,7 @@ def flags_by_folder(source, build):
         if folder.split("/")[0] not in LAYERED_TOPS:
             continue
         words = shlex.split(entry["command"])
-        compiler = next(word for word in words if not word.endswith("ccache"))
+        compiler = next(word for word in words if word.endswith("++"))
         flags.setdefault(folder, [compiler, *(w for w in words if w.startswith(("-I", "-std", "-D", "-iquote")))])
     return flags
 

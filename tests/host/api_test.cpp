@@ -23,7 +23,7 @@ class LongDumper final : public Maintenance::DumpPluginInfo {
       ASSERT_EQ( ::write( fd, text.data(), text.size() / 2 ), static_cast<ssize_t>( text.size() / 2 ) );
    }
    std::string text = [] {
-      std::string half = std::string( 500'000, 'x' ) + "\n";
+      std::string const half = std::string( 500'000, 'x' ).append( "\n" );
       return half + half;
    }();
 };
