@@ -53,11 +53,11 @@ int simulate( Options const & options, std::istream & lines ) {
    try {
       PlotFile plotFile( options.plot );
       Sim::World world( options.plugin, options.startTime );
-      std::optional<Sim::History> history;
-      if( options.summary || !options.plot.empty() ) history.emplace( world );
+      std::optional<Report::History> history;
+      if( options.summary || !options.plot.empty() ) history.emplace( world.state(), world.clock() );
       Sim::Scenario( world, std::cout ).run( lines );
-      if( options.summary ) std::cout << Sim::summary( *history ) << std::flush;
-      if( !options.plot.empty() ) plotFile.write( Sim::plot( *history ) );
+      if( options.summary ) std::cout << Report::summary( *history ) << std::flush;
+      if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
    } catch( Sim::ScenarioError const & error ) {
       std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << error.what() << "\n";
       return usage;

@@ -26,6 +26,7 @@ class World {
    World & operator=( World const & ) = delete;
    ~World();
 
+   [[nodiscard]] Kel::Clock const & clock() const { return *clock_; }
    [[nodiscard]] double now() const { return clock_->now(); }
    [[nodiscard]] Kel::ActivityLoop & loop() { return loop_; }
    [[nodiscard]] Kel::Ptr<Dovra::EntityManager> const & database() const { return database_; }

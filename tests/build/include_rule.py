@@ -8,10 +8,10 @@ import shlex
 import subprocess
 import sys
 
-LAYERED_TOPS = ("platform", "MaintenancePlugin", "host", "sim", "cli")
+LAYERED_TOPS = ("platform", "MaintenancePlugin", "report", "host", "sim", "cli")
 
 # Folder of the tree -> what its sources may include at most, besides their own headers. "platform" and "host" stand for all
-# the folders below. The longest name that fits counts.
+# the folders below. What cli sees of platform comes with report. The longest name that fits counts.
 REACH = {
     "platform": {"platform"},
     "platform/kel": set(),
@@ -21,14 +21,14 @@ REACH = {
     "platform/dovra": {"kel"},
     "platform/quill": {"kel", "brim", "records", "brisklog"},
     "MaintenancePlugin": {"platform"},
-    "host": {"platform", "host"},
+    "report": {"platform"},
+    "host": {"platform", "report", "host"},
     "host/config": set(),
     "host/linux": set(),
-    "sim": {"platform", "sim"},
+    "sim": {"platform", "report", "sim"},
     "sim/world": {"platform"},
     "sim/scenario": {"platform", "world"},
-    "sim/report": {"platform", "world"},
-    "cli": {"kel", "brisklog"},
+    "cli": {"report", "platform"},
 }
 
 
@@ -46,7 +46,7 @@ def allowed(source, folder):
     rule = REACH[max((name for name in REACH if f"{folder}/".startswith(f"{name}/")), key=len)]
     names = {pathlib.PurePath(folder).name}
     for name in rule:
-        names |= {sub.name for sub in (source / name).iterdir()} if name in LAYERED_TOPS else {name}
+        names |= {name, *(sub.name for sub in (source / name).iterdir())} if name in LAYERED_TOPS else {name}
     return names
 
 

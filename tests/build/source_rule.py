@@ -7,8 +7,8 @@ import pathlib
 import re
 import sys
 
-TOPS = ("platform", "MaintenancePlugin", "host", "sim", "cli", "tests", "bench")
-PLAIN = ("platform", "MaintenancePlugin")
+TOPS = ("platform", "MaintenancePlugin", "report", "host", "sim", "cli", "tests", "bench")
+PLAIN = ("platform", "MaintenancePlugin", "report")
 SYSTEM_FOLDERS = ("sys/", "linux/", "net/", "netinet/", "arpa/")
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]+(["<])([^">]+)[">]', re.MULTILINE)
 

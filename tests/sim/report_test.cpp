@@ -21,8 +21,8 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-// Units of one interface each, by name; every 10 s, quiet for 30 s below 100 kbit/s.
-class Report : public ::testing::Test {
+// Units of one interface each, by name; every 10 s, quiet for 30 s below 100 kbps.
+class AfterRun : public ::testing::Test {
  protected:
    void run( std::string const & lines ) {
       std::istringstream in( lines );
@@ -65,7 +65,7 @@ class Report : public ::testing::Test {
 
    std::ostringstream out_;
    Sim::World world_{ RATEMON_PLUGIN_PATH, 1000 };
-   Sim::History history_{ world_ };
+   Report::History history_{ world_.state(), world_.clock() };
    Sim::Scenario scenario_{ world_, out_ };
 };
 
@@ -105,7 +105,7 @@ std::vector<std::string> tips( std::string const & document, std::string const &
 
 }  // namespace
 
-TEST_F( Report, tellsWhichUnitsDrainedAndWhichDidNot ) {
+TEST_F( AfterRun, tellsWhichUnitsDrainedAndWhichDidNot ) {
    unit( "busy", "Ethernet10" );
    unit( "forced", "Ethernet9", R"(, "shutdown": true, "shutdownMaxDelay": 50)" );
    unit( "late", "Ethernet8", R"(, "shutdown": true, "shutdownMaxDelay": 70)" );
@@ -132,7 +132,7 @@ TEST_F( Report, tellsWhichUnitsDrainedAndWhichDidNot ) {
    advance( 20 );
    leave( "quick" );
    leave( "late" );
-   EXPECT_EQ( Sim::summary( history_ ), R"(
+   EXPECT_EQ( Report::summary( history_ ), R"(
 From 1000 to 1145 s (2 min 25 s), rates as sampled last
 
 UNIT    ENTERED  COMPLETE  TOOK  LEFT
@@ -142,15 +142,15 @@ idle          -         -     -     -
 late       1005      1075  70 s  1145
 quick      1005      1035  30 s  1145
 
-INTERFACE   STATE          SAMPLES  TO DRAIN  SPIKES      RATE IN  RATE OUT   THRESHOLD  SHUT DOWN
-Ethernet2   not monitored        8      30 s       2   250 kbit/s   0 bit/s  100 kbit/s  no
-Ethernet8   not monitored        7         -       0      0 bit/s   0 bit/s  100 kbit/s  1075 to 1145
-Ethernet9   watched              5         -       0  12.3 Mbit/s   0 bit/s  100 kbit/s  since 1055
-Ethernet10  waiting             14         -       0   100 kbit/s   0 bit/s  100 kbit/s  no
+INTERFACE   STATE          SAMPLES  TO DRAIN  SPIKES    RATE IN  RATE OUT  THRESHOLD  SHUT DOWN
+Ethernet2   not monitored        8      30 s       2   250 kbps     0 bps   100 kbps  no
+Ethernet8   not monitored        7         -       0      0 bps     0 bps   100 kbps  1075 to 1145
+Ethernet9   watched              5         -       0  12.3 Mbps     0 bps   100 kbps  since 1055
+Ethernet10  waiting             14         -       0   100 kbps     0 bps   100 kbps  no
 )" );
 }
 
-TEST_F( Report, goesOnAfterACrash ) {
+TEST_F( AfterRun, goesOnAfterACrash ) {
    unit( "fabric", "Ethernet1" );
    traffic( "Ethernet1", 1e6 );
    start();
@@ -172,7 +172,7 @@ TEST_F( Report, goesOnAfterACrash ) {
 
 TEST( UnitHistory, passesAreToldApart ) {
    using enum Maintenance::Unit::State;
-   Sim::UnitHistory unit;
+   Report::UnitHistory unit;
    for( auto const & [at, state] : std::vector<std::pair<double, Maintenance::Unit::State>>{ { 0, active },
                                                                                              { 10, entering },
                                                                                              { 40, inMaintenance },
@@ -201,7 +201,7 @@ TEST( RateBuckets, stayFewAndKeepEveryMaximum ) {
    unsigned const seed = std::random_device{}();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
    std::mt19937 random( seed );
-   Sim::RateBuckets buckets( 100 );
+   Report::RateBuckets buckets( 100 );
    auto const upTo = [&]( int most ) {
       return static_cast<double>( std::uniform_int_distribution( 0, most )( random ) );
    };
@@ -240,7 +240,7 @@ TEST( RateBuckets, stayFewAndKeepEveryMaximum ) {
    EXPECT_EQ( end, now );
 }
 
-TEST_F( Report, drawsBandsMarksAndNames ) {
+TEST_F( AfterRun, drawsBandsMarksAndNames ) {
    unit( "<R&D>", "Ethernet1" );
    unit( "down", "Ethernet2", R"(, "shutdown": true)" );
    traffic( "Ethernet1", 0 );
@@ -253,7 +253,7 @@ TEST_F( Report, drawsBandsMarksAndNames ) {
    advance( 40 );
    leave( "<R&D>" );
    advance( 20 );
-   std::string const picture = Sim::plot( history_ );
+   std::string const picture = Report::plot( history_ );
    EXPECT_TRUE( wellFormed( picture ) );
    EXPECT_THAT( tips( picture, "waiting" ), ElementsAre( "Ethernet1: waiting for its traffic to go, 1010 to 1040 s" ) );
    EXPECT_THAT(
@@ -264,31 +264,32 @@ TEST_F( Report, drawsBandsMarksAndNames ) {
    EXPECT_THAT( tips( picture, "complete" ),
                 ElementsAre( "&lt;R&amp;D&gt;: complete at 1040 s", "down: complete at 1010 s" ) );
    EXPECT_THAT( tips( picture, "leaving" ), ElementsAre( "&lt;R&amp;D&gt;: leaving, 1100 to 1120 s" ) );
-   EXPECT_EQ( picture, Sim::plot( history_ ) );
+   EXPECT_EQ( picture, Report::plot( history_ ) );
 }
 
-TEST_F( Report, aRunInWhichNothingHappensHasOneToo ) {
-   EXPECT_TRUE( wellFormed( Sim::plot( history_ ) ) );
-   EXPECT_THAT( Sim::plot( history_ ), HasSubstr( "no interface was monitored" ) );
-   EXPECT_THAT( Sim::plot( history_ ), Not( ::testing::ContainsRegex( "[\",HV]-?(nan|inf)" ) ) );
-   EXPECT_THAT( Sim::summary( history_ ), HasSubstr( "There was no unit." ) );
+TEST_F( AfterRun, aRunInWhichNothingHappensHasOneToo ) {
+   EXPECT_TRUE( wellFormed( Report::plot( history_ ) ) );
+   EXPECT_THAT( Report::plot( history_ ), HasSubstr( "no interface was monitored" ) );
+   EXPECT_THAT( Report::plot( history_ ), Not( ::testing::ContainsRegex( "[\",HV]-?(nan|inf)" ) ) );
+   EXPECT_THAT( Report::summary( history_ ), HasSubstr( "There was no unit." ) );
 }
 
 TEST( Scales, showSmallAndLargeRatesAndNothing ) {
-   Sim::RateScale const scale( 9e9 );
+   Report::RateScale const scale( 9e9 );
    EXPECT_EQ( scale.topBits(), 1e10 );
    EXPECT_EQ( scale.share( 0 ), 0 );
    EXPECT_EQ( scale.share( 1e12 ), 1 );
    EXPECT_NEAR( scale.share( 1e5 ), 2.0 / 7, 0.01 );
    EXPECT_THAT( scale.ticks( 0.3 ), ElementsAre( 0, 1e6, 1e9 ) );
-   EXPECT_EQ( Sim::RateScale( 1e7 ).topBits(), 1e7 );
+   EXPECT_EQ( Report::RateScale( 1e7 ).topBits(), 1e7 );
 }
 
 TEST( Scales, ticksAreFewAndRoundWhateverTheSpan ) {
-   EXPECT_THAT( Sim::TimeScale( 1000, 1050, 0, 500 ).ticks( 90 ), ElementsAre( 1000, 1010, 1020, 1030, 1040, 1050 ) );
+   EXPECT_THAT( Report::TimeScale( 1000, 1050, 0, 500 ).ticks( 90 ),
+                ElementsAre( 1000, 1010, 1020, 1030, 1040, 1050 ) );
    for( double const span : { 0.0, 0.5, 1.0, 77.0, 3600.0, 2.6e6, 1e9, 1e15 } ) {
       for( double const from : { 0.0, 1000.0, 1e300 } ) {
-         Sim::TimeScale const scale( from, from + span, 0, 1000 );
+         Report::TimeScale const scale( from, from + span, 0, 1000 );
          auto const ticks = scale.ticks( 90 );
          ASSERT_THAT( ticks.size(), ::testing::AllOf( ::testing::Ge( 1u ), ::testing::Le( 12u ) ) ) << span;
          for( std::size_t i = 1; from < 1e300 && i < ticks.size(); ++i ) {
@@ -299,16 +300,17 @@ TEST( Scales, ticksAreFewAndRoundWhateverTheSpan ) {
 }
 
 TEST( Readable, quantitiesAndNames ) {
-   for( auto const & [bits, text] : std::vector<std::pair<double, char const *>>{ { 0, "0 bit/s" },
-                                                                                  { 999.4, "999 bit/s" },
-                                                                                  { 999.5, "1 kbit/s" },
-                                                                                  { 93400, "93.4 kbit/s" },
-                                                                                  { 99960, "100 kbit/s" },
-                                                                                  { 4e6, "4 Mbit/s" },
-                                                                                  { 9.876e9, "9.88 Gbit/s" },
-                                                                                  { 9.999e5, "1 Mbit/s" },
-                                                                                  { 4e15, "4000 Tbit/s" } } ) {
-      EXPECT_EQ( Sim::rateText( bits ), text );
+   for( auto const & [bits, text] : std::vector<std::pair<double, char const *>>{ { 0, "0 bps" },
+                                                                                  { 0.5, "0.5 bps" },
+                                                                                  { 999.4, "999 bps" },
+                                                                                  { 999.5, "1 kbps" },
+                                                                                  { 93400, "93.4 kbps" },
+                                                                                  { 99960, "100 kbps" },
+                                                                                  { 4e6, "4 Mbps" },
+                                                                                  { 9.876e9, "9.88 Gbps" },
+                                                                                  { 9.999e5, "1 Mbps" },
+                                                                                  { 4e15, "4000 Tbps" } } ) {
+      EXPECT_EQ( Report::rateText( bits ), text );
    }
    for( auto const & [seconds, text] : std::vector<std::pair<double, char const *>>{ { 0, "0 s" },
                                                                                      { 0.25, "0.25 s" },
@@ -318,11 +320,11 @@ TEST( Readable, quantitiesAndNames ) {
                                                                                      { 3599.7, "1 h" },
                                                                                      { 7500, "2 h 5 min" },
                                                                                      { 2592000, "30 d" } } ) {
-      EXPECT_EQ( Sim::durationText( seconds ), text );
+      EXPECT_EQ( Report::durationText( seconds ), text );
    }
-   EXPECT_EQ( Sim::clipped( "Ethernet1", 9 ), "Ethernet1" );
-   EXPECT_EQ( Sim::clipped( "Ethernet12", 9 ), "Ethe…et12" );
-   EXPECT_EQ( Sim::clipped( "größenwahn", 5 ), "gr…hn" );
+   EXPECT_EQ( Report::clipped( "Ethernet1", 9 ), "Ethernet1" );
+   EXPECT_EQ( Report::clipped( "Ethernet12", 9 ), "Ethe…et12" );
+   EXPECT_EQ( Report::clipped( "größenwahn", 5 ), "gr…hn" );
 }
 
 namespace {

@@ -15,7 +15,7 @@ using ::testing::IsEmpty;
 
 namespace {
 
-// A unit "u" of interface Ethernet1 under a profile of 100 kbit/s, every 10 s, for 30 s.
+// A unit "u" of interface Ethernet1 under a profile of 100 kbps, every 10 s, for 30 s.
 constexpr char const * fabric = R"(
 {"set": ["maintenance/profile/config/interface","config","#DEFAULTPROFILE"], "to": {"rateMonThresholdInKbps": 100, "sampleInterval": 10, "rateMonLoadInterval": 30}}
 {"set": ["interface/status/all","intfStatus","Ethernet1"], "to": {"operStatus": 1}}

@@ -4,11 +4,11 @@
 #include <string>
 #include <string_view>
 
-namespace Sim {
+namespace Report {
 
 // At most so many decimals, without zeros at the end.
 [[nodiscard]] std::string numberText( double value, int decimals );
-// Three digits and the unit that fits: "93.4 kbit/s".
+// Three digits and the unit that fits, as the configuration writes it: "93.4 kbps".
 [[nodiscard]] std::string rateText( double bitsPerSecond );
 // In the two largest units that it has: "90 s", "12 min 30 s", "2 h 5 min", "30 d".
 [[nodiscard]] std::string durationText( double seconds );
@@ -18,4 +18,4 @@ namespace Sim {
 // Not wider than `most` columns, at least 3; a longer text loses its middle, as the end of a name often tells more.
 [[nodiscard]] std::string clipped( std::string_view text, std::size_t most );
 
-}  // namespace Sim
+}  // namespace Report

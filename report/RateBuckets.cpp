@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-namespace Sim {
+namespace Report {
 
 void RateBuckets::sampleIs( double from, double to, double inBits, double outBits ) {
    add( { from, to, inBits, outBits, 0 } );
@@ -32,4 +32,4 @@ void RateBuckets::widen() {
    for( RateBucket const & bucket : std::exchange( buckets_, {} ) ) add( bucket );
 }
 
-}  // namespace Sim
+}  // namespace Report

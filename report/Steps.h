@@ -4,7 +4,7 @@
 
 #include <vector>
 
-namespace Sim {
+namespace Report {
 
 template<class V>
 class Steps {
@@ -36,4 +36,4 @@ class Steps {
    std::vector<Step> steps_;
 };
 
-}  // namespace Sim
+}  // namespace Report

@@ -10,9 +10,9 @@
 
 #include "report/History.h"
 
-namespace Sim {
+namespace Report {
 
 // The whole file. The same history gives the same bytes.
 [[nodiscard]] std::string plot( History const & history );
 
-}  // namespace Sim
+}  // namespace Report

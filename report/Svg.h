@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace Sim {
+namespace Report {
 
 class Svg {
  public:
@@ -40,4 +40,4 @@ class Svg {
    std::string document_;
 };
 
-}  // namespace Sim
+}  // namespace Report

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace Sim {
+namespace Report {
 
 struct RateBucket {
    double from, to;         // s: its samples tell of this time
@@ -42,4 +42,4 @@ class RateBuckets {
    std::vector<RateBucket> buckets_;
 };
 
-}  // namespace Sim
+}  // namespace Report

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-namespace Sim {
+namespace Report {
 
 // Time from left to right.
 class TimeScale {
@@ -22,11 +22,11 @@ class TimeScale {
    double const left_, right_;  // pixels
 };
 
-// Rates on a scale that is linear around 0 and logarithmic from about 1 kbit/s on: 0 is a place of its own, and both
-// 100 kbit/s and 10 Gbit/s can be read.
+// Rates on a scale that is linear around 0 and logarithmic from about 1 kbps on: 0 is a place of its own, and both
+// 100 kbps and 10 Gbps can be read.
 class RateScale {
  public:
-   // Up to the power of ten at or above the highest rate, at least 1 Mbit/s.
+   // Up to the power of ten at or above the highest rate, at least 1 Mbps.
    explicit RateScale( double highestBits );
 
    [[nodiscard]] double share( double bits ) const;           // of the height: 0 for no traffic, 1 for the top
@@ -38,4 +38,4 @@ class RateScale {
    double topBits_ = 1e6;
 };
 
-}  // namespace Sim
+}  // namespace Report

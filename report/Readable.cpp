@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
-namespace Sim {
+namespace Report {
 
 namespace {
 
@@ -32,11 +32,11 @@ std::string numberText( double value, int decimals ) {
 }
 
 std::string rateText( double bitsPerSecond ) {
-   static constexpr std::array<char const *, 5> units{ "bit/s", "kbit/s", "Mbit/s", "Gbit/s", "Tbit/s" };
+   static constexpr std::array<char const *, 5> units{ "bps", "kbps", "Mbps", "Gbps", "Tbps" };
    std::size_t unit = 0;
    // What would be rounded to 1000 belongs to the next unit.
    for( ; bitsPerSecond >= 999.5 && unit + 1 < units.size(); ++unit ) bitsPerSecond /= 1000;
-   int const decimals = bitsPerSecond >= 99.95 || unit == 0 ? 0 : bitsPerSecond >= 9.995 ? 1 : 2;
+   int const decimals = bitsPerSecond >= 99.95 ? 0 : bitsPerSecond >= 9.995 ? 1 : 2;
    return numberText( bitsPerSecond, decimals ) + " " + units[unit];
 }
 
@@ -69,4 +69,4 @@ std::string clipped( std::string_view text, std::size_t most ) {
    return shorter.append( "…" ).append( text.substr( byteOf( text, all - atEnd ) ) );
 }
 
-}  // namespace Sim
+}  // namespace Report

@@ -6,7 +6,7 @@
 #include "records/Errdisable.h"
 #include "records/Names.h"
 
-namespace Sim {
+namespace Report {
 
 using Maintenance::MonIntfState;
 using UnitState = Maintenance::Unit::State;
@@ -59,8 +59,8 @@ class History::Ear final : public Kel::Watcher {
 // Follows one record of the rate monitor. A sample is its rates first and then its counters.
 class History::IntfEar final : public Kel::Watcher {
  public:
-   IntfEar( World const & world, IntfHistory & history, Kel::Ptr<Maintenance::MonIntfStatus> const & record )
-      : world_( world ), history_( history ), record_( record ), sampledUntil_( world.now() ) {
+   IntfEar( History const & owner, IntfHistory & history, Kel::Ptr<Maintenance::MonIntfStatus> const & record )
+      : owner_( owner ), history_( history ), record_( record ), sampledUntil_( owner.now() ) {
       history_.samples += record_->totalSamples();
       handleProfile();
       handleState();
@@ -76,18 +76,18 @@ class History::IntfEar final : public Kel::Watcher {
       if( name == "numSamplesBelowThresholdPostMaint" ) return void( spiking_ = false );
       if( name == "state" ) return handleState();
       if( name == "profileName" ) return handleProfile();
-      if( name == "stale" ) sampledUntil_ = world_.now();  // after a restart rates begin anew
+      if( name == "stale" ) sampledUntil_ = owner_.now();  // after a restart rates begin anew
    }
 
  private:
    // No time has passed where monitoring just began: what is published then is only the starting point.
    void handleRates() {
-      if( sampledUntil_ == world_.now() ) return;
+      if( sampledUntil_ == owner_.now() ) return;
       handleProfile();
       history_.lastRates = record_->curRates();
       auto const & rates = history_.lastRates;
-      history_.rates.sampleIs( sampledUntil_, world_.now(), rates.inBitsRate, rates.outBitsRate );
-      sampledUntil_ = world_.now();
+      history_.rates.sampleIs( sampledUntil_, owner_.now(), rates.inBitsRate, rates.outBitsRate );
+      sampledUntil_ = owner_.now();
    }
 
    void handleAbove() {
@@ -99,54 +99,55 @@ class History::IntfEar final : public Kel::Watcher {
 
    // A profile that is not there any more goes on to hold for those who have it.
    void handleProfile() {
-      auto const profile = world_.state().profiles->config( record_->profileName() );
-      if( profile ) history_.threshold.is( world_.now(), profile->thresholdBitsRate() );
+      auto const profile = owner_.state_.profiles->config( record_->profileName() );
+      if( profile ) history_.threshold.is( owner_.now(), profile->thresholdBitsRate() );
    }
 
    void handleState() {
       bool const waited = !history_.states.empty() && history_.states.latest() == MonIntfState::thresholdMonitoring;
-      history_.states.is( world_.now(), record_->state() );
+      history_.states.is( owner_.now(), record_->state() );
       if( record_->state() == MonIntfState::thresholdMonitoring ) history_.drainedIn.reset();
       if( !waited || record_->state() != MonIntfState::passiveMonitoring || !drained() ) return;
-      history_.drainedIn = world_.now() - record_->startTime();
+      history_.drainedIn = owner_.now() - record_->startTime();
    }
 
    // Otherwise the interface was taken down because it had waited too long. No record says which of the two it was.
    [[nodiscard]] bool drained() const {
-      auto const profile = world_.state().profiles->config( record_->profileName() );
+      auto const profile = owner_.state_.profiles->config( record_->profileName() );
       if( !profile ) return false;
       auto const & rates = history_.lastRates;
       return std::max( rates.inBitsRate, rates.outBitsRate ) < profile->thresholdBitsRate() &&
              record_->quietSeconds( *profile ) >= profile->rateMonLoadInterval();
    }
 
-   World const & world_;
+   History const & owner_;
    IntfHistory & history_;
    Kel::Ptr<Maintenance::MonIntfStatus> const record_;
    double sampledUntil_;  // s
    bool spiking_ = false;
 };
 
-History::History( World & world )
-   : world_( world ),
-     began_( world.now() ),
-     unitDirEar_( std::make_unique<Ear>( world.state().unitStatus,
-                                         [this]( auto const &, auto const & key ) { handleUnit( key ); } ) ),
-     intfDirEar_( std::make_unique<Ear>( world.state().monIntfStatus,
+History::History( Maintenance::MaintenanceState const & state, Kel::Clock const & clock )
+   : state_( state ),
+     clock_( clock ),
+     began_( clock.now() ),
+     unitDirEar_(
+        std::make_unique<Ear>( state.unitStatus, [this]( auto const &, auto const & key ) { handleUnit( key ); } ) ),
+     intfDirEar_( std::make_unique<Ear>( state.monIntfStatus,
                                          [this]( auto const & attribute, auto const & key ) {
                                             if( attribute == "monIntfStatus" ) handleIntf( Lumo::IntfId( key ) );
                                          } ) ),
-     causeDirEar_( std::make_unique<Ear>( world.state().errdisableCauses,
+     causeDirEar_( std::make_unique<Ear>( state.errdisableCauses,
                                           [this]( auto const &, auto const & key ) { handleCause( key ); } ) ),
      completionEar_(
-        std::make_unique<Ear>( world.state().enter.agentStatus, [this]( auto const & attribute, auto const & key ) {
+        std::make_unique<Ear>( state.enter.agentStatus, [this]( auto const & attribute, auto const & key ) {
            if( attribute == "complete" ) handleCompletion( Stage::AgentStatusKey::fromText( key ) );
         } ) ) {}
 
 History::~History() = default;
 
 void History::handleUnit( Kel::Name const & unit ) {
-   auto const record = world_.state().unitStatus->status( unit );
+   auto const record = state_.unitStatus->status( unit );
    UnitHistory & history = units_[unit];
    history.states.is( now(), record ? record->state() : UnitState::unknown );
    unitEars_.erase( unit );
@@ -158,11 +159,11 @@ void History::handleUnit( Kel::Name const & unit ) {
 }
 
 void History::handleIntf( Lumo::IntfId intf ) {
-   auto const record = world_.state().monIntfStatus->monIntfStatus( intf );
+   auto const record = state_.monIntfStatus->monIntfStatus( intf );
    IntfHistory & history = intfs_[intf];
    intfEars_.erase( intf );
    if( record ) {
-      intfEars_.emplace( intf, std::make_unique<IntfEar>( world_, history, record ) );
+      intfEars_.emplace( intf, std::make_unique<IntfEar>( *this, history, record ) );
    } else {
       history.states.is( now(), MonIntfState::notMonitoring );
    }
@@ -171,7 +172,7 @@ void History::handleIntf( Lumo::IntfId intf ) {
 void History::handleCause( Kel::Name const & cause ) {
    if( cause != shutdownCause ) return;
    shutdownEar_ = nullptr;
-   auto const entity = world_.state().errdisableCauses->entityRef( cause );
+   auto const entity = state_.errdisableCauses->entityRef( cause );
    if( !entity ) return;
    shutdownEar_ = std::make_unique<Ear>( entity, [this]( auto const & attribute, auto const & key ) {
       if( attribute == "intfStatus" ) handleShutdown( Lumo::IntfId( key ) );
@@ -179,13 +180,13 @@ void History::handleCause( Kel::Name const & cause ) {
 }
 
 void History::handleShutdown( Lumo::IntfId intf ) {
-   auto const entity = world_.state().errdisableCauses->entityRef( shutdownCause );
+   auto const entity = state_.errdisableCauses->entityRef( shutdownCause );
    auto const cause = Kel::dynamicPtrCast<Errdisable::CauseStatus>( entity );
    intfs_[intf].shutDown.is( now(), cause && cause->intfStatus( intf ) );
 }
 
 void History::handleCompletion( Stage::AgentStatusKey const & key ) {
-   bool const * const complete = world_.state().enter.agentStatus->complete( key );
+   bool const * const complete = state_.enter.agentStatus->complete( key );
    if( key.stage != rateMonitor || !complete || !*complete ) return;
    try {
       Maintenance::Unit::StageMgrInstKey const instance( key.instanceName );
@@ -195,4 +196,4 @@ void History::handleCompletion( Stage::AgentStatusKey const & key ) {
    }
 }
 
-}  // namespace Sim
+}  // namespace Report

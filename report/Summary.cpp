@@ -4,7 +4,7 @@
 
 #include "report/Readable.h"
 
-namespace Sim {
+namespace Report {
 
 namespace {
 
@@ -122,4 +122,4 @@ std::string summary( History const & history ) {
    return text;
 }
 
-}  // namespace Sim
+}  // namespace Report

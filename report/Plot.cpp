@@ -7,7 +7,7 @@
 #include "report/Scales.h"
 #include "report/Svg.h"
 
-namespace Sim {
+namespace Report {
 
 namespace {
 
@@ -351,4 +351,4 @@ class Picture {
 
 std::string plot( History const & history ) { return Picture( history ).draw(); }
 
-}  // namespace Sim
+}  // namespace Report

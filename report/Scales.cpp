@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 
-namespace Sim {
+namespace Report {
 
 TimeScale::TimeScale( double from, double to, double left, double right )
    : from_( from ), span_( to > from ? to - from : 1 ), left_( left ), right_( right ) {}
@@ -38,4 +38,4 @@ std::vector<double> RateScale::ticks( double apart ) const {
    return found;
 }
 
-}  // namespace Sim
+}  // namespace Report

@@ -1,4 +1,4 @@
-// What happened to the units and interfaces of a world, kept for a summary or a picture after the run.
+// What happened to the units and interfaces of one state database, kept for a summary or a picture after the run.
 //
 // It hears of the records through watchers, which also a crash of the plug-in leaves in place, and changes nothing. A
 // unit or an interface is in it from its first record on and stays, with all it has been through, when the record goes.
@@ -10,13 +10,14 @@
 #include <optional>
 #include <string>
 
+#include "kel/Clock.h"
 #include "records/MonIntfStatus.h"
 #include "records/Unit.h"
 #include "report/RateBuckets.h"
 #include "report/Steps.h"
-#include "world/World.h"
+#include "state/MaintenanceState.h"
 
-namespace Sim {
+namespace Report {
 
 struct UnitHistory {
    // One time in maintenance, from its beginning until the unit was on its way back.
@@ -45,14 +46,14 @@ struct IntfHistory {
 
 class History {
  public:
-   // The world outlives it.
-   explicit History( World & world );
+   // Both outlive it.
+   History( Maintenance::MaintenanceState const & state, Kel::Clock const & clock );
    History( History const & ) = delete;
    History & operator=( History const & ) = delete;
    ~History();
 
    [[nodiscard]] double began() const { return began_; }  // s, when this was made
-   [[nodiscard]] double now() const { return world_.now(); }
+   [[nodiscard]] double now() const { return clock_.now(); }
    [[nodiscard]] std::map<Kel::Name, UnitHistory> const & units() const { return units_; }
    [[nodiscard]] std::map<Lumo::IntfId, IntfHistory> const & intfs() const { return intfs_; }
 
@@ -66,7 +67,8 @@ class History {
    void handleShutdown( Lumo::IntfId intf );
    void handleCompletion( Stage::AgentStatusKey const & key );
 
-   World & world_;
+   Maintenance::MaintenanceState const & state_;
+   Kel::Clock const & clock_;
    double const began_;
    std::map<Kel::Name, UnitHistory> units_;
    std::map<Lumo::IntfId, IntfHistory> intfs_;
@@ -77,4 +79,4 @@ class History {
    std::unique_ptr<Ear> const unitDirEar_, intfDirEar_, causeDirEar_, completionEar_;
 };
 
-}  // namespace Sim
+}  // namespace Report

@@ -2,7 +2,7 @@
 
 #include "report/Readable.h"
 
-namespace Sim {
+namespace Report {
 
 namespace {
 
@@ -93,4 +93,4 @@ void Svg::close( std::string_view element, std::string_view tip ) {
    document_.append( "><title>" ).append( escaped( tip ) ).append( "</title></" ).append( element ).append( ">\n" );
 }
 
-}  // namespace Sim
+}  // namespace Report

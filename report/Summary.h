@@ -5,9 +5,9 @@
 
 #include "report/History.h"
 
-namespace Sim {
+namespace Report {
 
 // Lines of text, for a terminal. Points in time are virtual seconds, as in the answers of the run.
 [[nodiscard]] std::string summary( History const & history );
 
-}  // namespace Sim
+}  // namespace Report
