@@ -1,10 +1,10 @@
 #include "Print.h"
 
 #include <algorithm>
-#include <array>
 #include <boost/json/serialize.hpp>
 #include <cmath>
-#include <cstdio>
+
+#include "report/Readable.h"
 
 namespace Cli {
 
@@ -23,16 +23,6 @@ void Table::print( std::ostream & out, std::string const & indent ) const {
       }
       out << "\n";
    }
-}
-
-// Three digits, as people compare rates; the unit is chosen after rounding, so 999.9 kbps reads 1 Mbps.
-std::string rateText( double bitsPerSecond ) {
-   static constexpr std::array<char const *, 5> units{ "bps", "kbps", "Mbps", "Gbps", "Tbps" };
-   std::size_t unit = 0;
-   for( ; bitsPerSecond >= 999.5 && unit + 1 < units.size(); ++unit ) bitsPerSecond /= 1000;
-   std::array<char, 48> buffer{};
-   std::snprintf( buffer.data(), buffer.size(), "%.3g %s", bitsPerSecond, units[unit] );
-   return buffer.data();
 }
 
 std::string spanText( double seconds ) {
@@ -63,7 +53,7 @@ bool has( json::object const & object, char const * member ) {
 std::string orDash( std::string const & cell ) { return cell.empty() ? "-" : cell; }
 
 std::string rateCell( json::object const & object, char const * member ) {
-   return has( object, member ) ? rateText( number( object, member ) ) : "-";
+   return has( object, member ) ? Report::rateText( number( object, member ) ) : "-";
 }
 
 std::string drainedCell( json::object const & unit ) {

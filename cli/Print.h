@@ -1,4 +1,4 @@
-// What people read: tables, rates, spans of time, and the views of units and interfaces made of them.
+// What people read: tables, spans of time, and the views of units and interfaces made of them.
 #pragma once
 
 #include <boost/json/array.hpp>
@@ -21,8 +21,7 @@ class Table {
    std::vector<std::vector<std::string>> rows_;
 };
 
-[[nodiscard]] std::string rateText( double bitsPerSecond );  // "4.02 Mbps"
-[[nodiscard]] std::string spanText( double seconds );        // "1 min 20 s"
+[[nodiscard]] std::string spanText( double seconds );  // "1 min 20 s"
 
 // Readers of the daemon's answers; an absent or null member reads as empty.
 [[nodiscard]] std::string text( boost::json::object const & object, char const * member );

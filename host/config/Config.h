@@ -26,7 +26,7 @@ inline constexpr std::string_view rateMonStage = "ratemon";
 // How an interface is watched. The values below are what a field left out of the file means.
 struct Profile {
    std::string name;
-   double thresholdKbps = 0;                // kbit/s, always given; quiet is strictly below, so 0 is never reached
+   double thresholdKbps = 0;                // kbps, always given; quiet is strictly below, so 0 is never reached
    double sampleIntervalSeconds = 10;       // > 0
    std::uint32_t loadIntervalSeconds = 60;  // how long traffic must stay quiet; 0: the first quiet sample is enough
    bool shutdown = false;                   // take the link down once it has drained

@@ -1,7 +1,7 @@
 // Durations and traffic rates as a person writes them: a decimal number and, with no blank between, its unit.
 //
 //   durations  500ms  10s  2.5min  2h           value in seconds
-//   rates      0bps  100kbps  1Mbps  2.5Gbps    value in kbit/s; bits, and 1000 to the next unit
+//   rates      0bps  100kbps  1Mbps  2.5Gbps    value in kbps; bits, and 1000 to the next unit
 //
 // The unit is always required: a bare "10" has been read as minutes by one person and as milliseconds by the next.
 #pragma once

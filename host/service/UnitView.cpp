@@ -6,27 +6,19 @@
 #include "kel/ActivityLoop.h"
 #include "records/Errdisable.h"
 #include "records/Names.h"
+#include "report/Readable.h"
 
 namespace Host {
 
 using Kel::value;
 using Maintenance::MonIntfState;
 using Maintenance::Unit::State;
+using Report::rateText;
 
 namespace {
 
 Kel::Value list( std::vector<Kel::Value> elements ) {
    return Kel::Value( Kel::Value::Content( std::move( elements ) ) );
-}
-
-// Three digits, as people compare rates; the unit is chosen after rounding, so 999.9 kbps reads 1 Mbps.
-std::string rateText( double bitsPerSecond ) {
-   static constexpr std::array<char const *, 5> units{ "bps", "kbps", "Mbps", "Gbps", "Tbps" };
-   std::size_t unit = 0;
-   for( ; bitsPerSecond >= 999.5 && unit + 1 < units.size(); ++unit ) bitsPerSecond /= 1000;
-   std::array<char, 48> text{};
-   std::snprintf( text.data(), text.size(), "%.3g %s", bitsPerSecond, units[unit] );
-   return text.data();
 }
 
 std::string secondsText( double seconds ) {

@@ -9,7 +9,7 @@ namespace IntfMaintenanceProfile {
 class Config final : public Kel::Entity {
    KEL_ENTITY( Config, "IntfMaintenanceProfile::Config", Kel::String8, profileName )
    KEL_ATTR_NOTIFY( bool, shutdown, onShutdown )  // take a drained interface down
-   KEL_ATTR( double, rateMonThresholdInKbps )     // kbit/s; a rate must be below it, so 0 is never met
+   KEL_ATTR( double, rateMonThresholdInKbps )     // kbps; a rate must be below it, so 0 is never met
    KEL_ATTR( double, sampleInterval )             // s between samples
    KEL_ATTR( uint32_t, rateMonLoadInterval )      // s that traffic must stay below the threshold
    KEL_ATTR( double, shutdownMaxDelay )           // s until the interface goes down all the same; 0: at once
