@@ -80,7 +80,6 @@ class TypeInfo {
    TypeInfo( char const * name, Factory factory ) : name_( name ), factory_( std::move( factory ) ) {}
 
    [[nodiscard]] std::string const & name() const { return name_; }
-   [[nodiscard]] bool constructible() const { return factory_ != nullptr; }
    [[nodiscard]] Ptr<Entity> newEntity( std::string_view key ) const;  // throws AttributeError when not constructible
 
    using Attributes = std::vector<std::unique_ptr<AttributeInfo const>>;

@@ -150,7 +150,7 @@ struct ValueTraits<T> {
    }
 };
 
-// A collection key as text and back. `less` is the order in which people see the entries.
+// A collection key as text and back.
 template<class K>
 struct KeyTraits;
 

@@ -3,7 +3,6 @@
 #include "kel/Clock.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <memory>
 #include <stdexcept>
@@ -11,7 +10,6 @@
 #include <vector>
 
 #include "kel/ActivityLoop.h"
-#include "kel/RealLoopDriver.h"
 
 namespace {
 
@@ -218,71 +216,6 @@ TEST( Loop, reactorsOutliveTheirLoop ) {
    timer.timeMinIs( 1 );
    loop->turn();
    EXPECT_EQ( runs, 1 );
-}
-
-class Pipe {
- public:
-   Pipe() { EXPECT_EQ( pipe( ends ), 0 ); }
-   ~Pipe() {
-      close( ends[0] );
-      close( ends[1] );
-   }
-   void put() const { EXPECT_EQ( write( ends[1], "x", 1 ), 1 ); }
-   void take() const {
-      char c = 0;
-      EXPECT_EQ( read( ends[0], &c, 1 ), 1 );
-   }
-   [[nodiscard]] int readable() const { return ends[0]; }
-
- private:
-   int ends[2] = {};
-};
-
-class OnFd final : public Kel::RealLoopDriver::FdReactor {
- public:
-   OnFd( Kel::RealLoopDriver & driver, Pipe const & p, Action action )
-      : FdReactor( driver, p.readable() ), action_( std::move( action ) ) {}
-   void onReadable() override { action_(); }
-
- private:
-   Action const action_;
-};
-
-TEST( RealLoop, sleepsUntilATimerIsDueOrADescriptorIsReady ) {
-   Kel::Ptr<Kel::Clock> const clock = new Kel::RealClock;
-   Kel::ActivityLoop loop( clock );
-   Kel::RealLoopDriver driver( loop );
-   Pipe const requests;
-   double requested = 0;
-   OnFd const onRequest( driver, requests, [&] {
-      EXPECT_TRUE( loop.inTurn() );
-      requests.take();
-      requested = Kel::now();
-   } );
-   double const due = clock->now() + 0.02;
-   Timer timer( [&] { requests.put(); } );
-   timer.timeMinIs( due );
-   driver.runUntil( [&] { return requested > 0; } );
-   EXPECT_GE( requested, due );
-   EXPECT_EQ( loop.turnNumber(), 2u );  // one for the timer, one for the request: no turn was run in vain
-}
-
-TEST( RealLoop, aDescriptorsReactorMayEndAnotherThatIsReady ) {
-   Kel::ActivityLoop loop( new Kel::RealClock );
-   Kel::RealLoopDriver driver( loop );
-   Pipe const a, b;
-   std::unique_ptr<OnFd> second;
-   bool ended = false;
-   OnFd const first( driver, a, [&] {
-      a.take();
-      second.reset();
-      ended = true;
-   } );
-   second = std::make_unique<OnFd>( driver, b, [] { FAIL() << "called after its end"; } );
-   a.put();
-   b.put();
-   driver.runUntil( [&] { return ended; } );
-   EXPECT_EQ( loop.turnNumber(), 1u );
 }
 
 }  // namespace
