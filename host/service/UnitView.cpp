@@ -91,10 +91,9 @@ Kel::Value UnitView::interfaceView( Lumo::IntfId intf, std::string const & unitN
       std::string const trouble = linkTrouble( intf );
       bool const expected = unitName.empty() ? false : served( unitName );
       view.emplace_back( "monitoring", Kel::Value() );
-      view.emplace_back( "waitingFor",
-                         expected ? value( "not monitored: " +
-                                           ( trouble.empty() ? "its link came up after the unit entered" : trouble ) )
-                                  : Kel::Value() );
+      // The plug-in takes up a link that comes up later in its next slice of work.
+      std::string const waiting = trouble.empty() ? "its monitoring to begin" : "not monitored: " + trouble;
+      view.emplace_back( "waitingFor", expected ? value( waiting ) : Kel::Value() );
       return value( std::move( view ) );
    }
    auto const prof = profile( status->profileName() );
@@ -127,10 +126,10 @@ Kel::Value UnitView::unitNote( Maintenance::Unit::Status const & unit ) const {
       if( state_.monIntfStatus->monIntfStatus( intf ) ) return Kel::Value();
       std::string const trouble = linkTrouble( intf );
       reasons += ( reasons.empty() ? "" : "; " ) + std::string( intf.name() ) + ": " +
-                 ( trouble.empty() ? "its link came up after the unit entered" : trouble );
+                 ( trouble.empty() ? "its monitoring is about to begin" : trouble );
    }
    if( !served( name ) ) return Kel::Value();
-   return value( "nothing was monitored: " + ( reasons.empty() ? "the unit has no interfaces" : reasons ) );
+   return value( "nothing is monitored: " + ( reasons.empty() ? "the unit has no interfaces" : reasons ) );
 }
 
 Kel::Value UnitView::unit( std::string const & name ) const {

@@ -121,7 +121,7 @@ TEST_F( Maintd, saysWhyNothingWasMonitored ) {
    auto const entered = maintctl( { "enter", "fabric", "--wait", "--timeout", "20s" } );
    EXPECT_EQ( entered.status, 0 );
    EXPECT_THAT( entered.out,
-                HasSubstr( "nothing was monitored: up1: the link is down; absent: there is no such interface" ) );
+                HasSubstr( "nothing is monitored: up1: the link is down; absent: there is no such interface" ) );
    EXPECT_EQ( stopMaintd( SIGINT ), 0 );
 }
 

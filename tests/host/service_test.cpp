@@ -138,9 +138,22 @@ TEST_F( Service, aUnitWithNothingToMonitorCompletesAndSaysWhy ) {
    advance( 0 );
    EXPECT_EQ( state( "ghost" ), State::inMaintenance );
    EXPECT_THAT( shown( "ghost" ),
-                HasSubstr( "nothing was monitored: eth8: the link is down; eth9: there is no such interface" ) );
+                HasSubstr( "nothing is monitored: eth8: the link is down; eth9: there is no such interface" ) );
    exit( "ghost" );
    advance( 0 );
+   EXPECT_THAT( shown( "ghost" ), HasSubstr( "\"note\": null" ) );
+}
+
+TEST_F( Service, aLinkThatComesUpLaterIsTakenUpAtOnce ) {
+   enter( "ghost" );
+   advance( 0 );
+   loop_.turn( [this] {
+      link( "eth8", Interface::IntfOperStatus::up );
+      EXPECT_THAT( shown( "ghost" ), HasSubstr( "\"waitingFor\": \"its monitoring to begin\"" ) );
+      EXPECT_THAT( shown( "ghost" ), HasSubstr( "nothing is monitored: eth8: its monitoring is about to begin" ) );
+   } );
+   advance( 0 );
+   EXPECT_THAT( shown( "ghost" ), HasSubstr( "\"monitoring\": \"passiveMonitoring\"" ) );
    EXPECT_THAT( shown( "ghost" ), HasSubstr( "\"note\": null" ) );
 }
 
