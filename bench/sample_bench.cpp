@@ -10,9 +10,9 @@
 // to be told, and nobody is. Framework trace lines are disabled and all ring trace levels enabled, which is the
 // default.
 //
-// An agent is set up once for all repetitions of a case. `setup_s` is the time which that takes, `bytes/monitored` by how much
-// the resident set grows per interface from the entry on, `bytes/interface` by how much it grows for the whole agent. Interned
-// names stay from one case to the next, so look at memory in a run of one case.
+// An agent is set up once for all repetitions of a case. `setup_s` is the time which that takes, `bytes/monitored` by
+// how much the resident set grows per interface from the entry on, `bytes/interface` by how much it grows for the whole
+// agent. Interned names stay from one case to the next, so look at memory in a run of one case.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -206,8 +206,8 @@ void measure( benchmark::State & state, bool fed ) {
 void sample( benchmark::State & state ) { measure( state, false ); }
 void sampleWithFeed( benchmark::State & state ) { measure( state, true ); }
 
-// The same work by hand, the least that it can cost: a hashed wheel of rings, one plain struct for each interface, one sum of
-// unsigned numbers, and a ring of binary messages.
+// The same work by hand, the least that it can cost: a hashed wheel of rings, one plain struct for each interface, one
+// sum of unsigned numbers, and a ring of binary messages.
 class ByHand {
  public:
    explicit ByHand( int64_t count ) : intfs_( static_cast<std::size_t>( count ) ), slots_( 64 ), ring_( ringSize ) {

@@ -1,6 +1,6 @@
-// What one virtual hour of a box costs in the simulator: ten units of twenty Ethernet interfaces each enter maintenance a
-// minute apart, each one's traffic goes five minutes later, and until the hour is over they are watched in maintenance. The
-// scenario runs as maintsim has it, from its lines, in a world that is new for every run.
+// What one virtual hour of a box costs in the simulator: ten units of twenty Ethernet interfaces each enter maintenance
+// a minute apart, each one's traffic goes five minutes later, and until the hour is over they are watched in
+// maintenance. The scenario runs as maintsim has it, from its lines, in a world that is new for every run.
 #include <benchmark/benchmark.h>
 
 #include <sstream>

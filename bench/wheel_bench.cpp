@@ -1,6 +1,6 @@
-// What a timer costs on the wheel, with 100,000 of them set for mixed periods: setting anew, and firing plus setting for the
-// next period. The same work on an ordered map, on Boost.Asio's timers and on a bare hashed wheel, the least that it can cost,
-// stands beside it. Time per item is 1 / items_per_second.
+// What a timer costs on the wheel, with 100,000 of them set for mixed periods: setting anew, and firing plus setting
+// for the next period. The same work on an ordered map, on Boost.Asio's timers and on a bare hashed wheel, the least
+// that it can cost, stands beside it. Time per item is 1 / items_per_second.
 #include <benchmark/benchmark.h>
 
 #include <boost/asio/io_context.hpp>
@@ -84,8 +84,8 @@ struct OnMap {
    int64_t fires = 0;
 };
 
-// Boost.Asio's timers on the real clock, with periods a million times shorter: there is always one that is due, so that no time
-// is spent waiting. An iteration fires a thousand.
+// Boost.Asio's timers on the real clock, with periods a million times shorter: there is always one that is due, so that
+// no time is spent waiting. An iteration fires a thousand.
 struct OnAsio {
    struct Timer {
       std::chrono::nanoseconds period;

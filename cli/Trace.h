@@ -1,7 +1,8 @@
-// maintctl trace: the messages of maintd's ring trace, read from its file; and the levels of the framework trace, set over the
-// API.
+// maintctl trace: the messages of maintd's ring trace, read from its file; and the levels of the framework trace, set
+// over the API.
 //
-// Reading asks nothing of maintd, so it works just as well when maintd has died. The functions return the program's exit status.
+// Reading asks nothing of maintd, so it works just as well when maintd has died. The functions return the program's
+// exit status.
 #pragma once
 
 #include <string>

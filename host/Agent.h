@@ -38,8 +38,8 @@ class Agent {
    // Takes the plug-in down in order.
    ~Agent();
 
-   // Follows the links and starts the plug-in; everything but the API's answers is ready afterwards. Throws what its parts
-   // throw: the plug-in cannot be loaded, the kernel does not answer.
+   // Follows the links and starts the plug-in; everything but the API's answers is ready afterwards. Throws what its
+   // parts throw: the plug-in cannot be loaded, the kernel does not answer.
    void start();
 
    // Serves until SIGTERM or SIGINT.

@@ -48,8 +48,8 @@ int serve( Host::Config::Config const & config, Host::Agent::Options const & opt
       std::cerr << "maintd: stopping\n";
       return stopped;
    } catch( Kel::InternalException const & ) {
-      // Our own mistakes end the process here, before anything is taken down: a teardown would go on writing records by a
-      // state that does not hold.
+      // Our own mistakes end the process here, before anything is taken down: a teardown would go on writing records by
+      // a state that does not hold.
       std::terminate();
    } catch( Kel::RangeError const & ) {
       std::terminate();

@@ -3,8 +3,8 @@
 //    GET  /v1/units, /v1/units/{unit}, /v1/interfaces, /v1/state/{path}, /v1/trace/levels, /v1/dump
 //    POST /v1/units/{unit}/enter, /v1/units/{unit}/exit, /v1/trace/levels?levels=1,2,4
 //
-// Answers are JSON, the dump is text; an error is { "error": text } with status 400 (malformed), 404 (no such thing), 405 (wrong method) or
-// 409 (refused). Requests come from the HTTP server, one at a time, inside a turn.
+// Answers are JSON, the dump is text; an error is { "error": text } with status 400 (malformed), 404 (no such thing),
+// 405 (wrong method) or 409 (refused). Requests come from the HTTP server, one at a time, inside a turn.
 #pragma once
 
 #include <optional>

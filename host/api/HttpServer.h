@@ -1,7 +1,8 @@
 // HTTP/1.1 over a unix socket: reads a request, hands it to one handler, writes the answer.
 //
-// Owned by the agent, driven by the agent's loop; the handler runs inside a turn of the activity loop. One connection may
-// carry many requests, one after the other. A request that is no HTTP, too large or too slow in coming ends its connection.
+// Owned by the agent, driven by the agent's loop; the handler runs inside a turn of the activity loop. One connection
+// may carry many requests, one after the other. A request that is no HTTP, too large or too slow in coming ends its
+// connection.
 #pragma once
 
 #include <boost/asio/local/stream_protocol.hpp>
@@ -27,8 +28,8 @@ class HttpServer {
  public:
    using Handler = std::function<HttpAnswer( HttpRequest const & )>;
 
-   // Listens at `path` with mode 0660; a socket file that nobody answers on any more is replaced. Throws std::runtime_error
-   // when the path is in use or cannot be bound.
+   // Listens at `path` with mode 0660; a socket file that nobody answers on any more is replaced. Throws
+   // std::runtime_error when the path is in use or cannot be bound.
    HttpServer( AsioLoop & loop, std::string path, Handler handler );
    ~HttpServer();
 

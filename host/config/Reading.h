@@ -1,5 +1,5 @@
-// The reading of one configuration file: the tables that say which keys a mapping has, and the checks that every section
-// uses. Config.cpp makes the sections out of these.
+// The reading of one configuration file: the tables that say which keys a mapping has, and the checks that every
+// section uses. Config.cpp makes the sections out of these.
 //
 // A Reading is made for one file. Whatever does not hold is added to its problems and the reading goes on, so the
 // operator gets all of them; what was read is only used when there are none.
@@ -65,8 +65,8 @@ void refuseUnknownKeys( Reading & in, std::vector<Entry> const & given, Mapping<
 // The first entry with this key, null when there is none.
 [[nodiscard]] Entry const * find( std::vector<Entry> const & given, std::string_view key );
 
-// Reads the fields in the order of the table, not of the file: a field may rely on those above it. Returns the entries for
-// rules between fields; none when the value is no mapping.
+// Reads the fields in the order of the table, not of the file: a field may rely on those above it. Returns the entries
+// for rules between fields; none when the value is no mapping.
 template<typename T>
 std::vector<Entry> readMapping( Reading & in, Value const & value, Mapping<T> const & mapping, T & into ) {
    auto const given = entriesOf( value, in.problems );

@@ -1,4 +1,5 @@
-// A YAML document as the configuration reads it: mappings, lists and plain texts that know where they stand in the file.
+// A YAML document as the configuration reads it: mappings, lists and plain texts that know where they stand in the
+// file.
 //
 // Values are made for one reading of one file and live no longer. Every reader below adds a Problem and returns nothing
 // when the value is not what it should be, so the caller goes on with the next field and the operator gets all
@@ -28,7 +29,8 @@ using Problems = std::vector<Problem>;
 // Line ends, tabs and whatever else ASCII has that does not print.
 [[nodiscard]] bool isControl( char c );
 
-// Control characters in the text, which quotes keys and names of the file, become question marks: a problem is one line.
+// Control characters in the text, which quotes keys and names of the file, become question marks: a problem is one
+// line.
 void addProblem( Problems & problems, Position at, std::string text );
 
 struct Value {
@@ -44,8 +46,8 @@ struct Entry {
    Value value;
 };
 
-// The one document in the text; a document that is empty or absent is a null value. Throws YAML::Exception with the place
-// where the text stops being YAML.
+// The one document in the text; a document that is empty or absent is a null value. Throws YAML::Exception with the
+// place where the text stops being YAML.
 [[nodiscard]] Value documentOf( std::string const & text, Problems & problems );
 
 // The entries of a mapping in file order; a key given twice is a problem, and both entries are returned.

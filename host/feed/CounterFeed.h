@@ -1,8 +1,8 @@
 // The kernel's octet counters in the shared counter table, one bulk read at a time.
 //
-// Owned by the agent. The counter manager calls refresh() on the first read in a turn, so all interfaces that are sampled in a
-// turn come from one bulk read, and nothing is read while nothing is sampled. A published counter never goes backwards: an
-// interface whose kernel counters start again goes on from where it stood.
+// Owned by the agent. The counter manager calls refresh() on the first read in a turn, so all interfaces that are
+// sampled in a turn come from one bulk read, and nothing is read while nothing is sampled. A published counter never
+// goes backwards: an interface whose kernel counters start again goes on from where it stood.
 #pragma once
 
 #include <unordered_map>
@@ -29,8 +29,8 @@ class CounterFeed {
    LinkFeed const & links_;
    KelQuill::CounterWriter & counters_;
    Linux::StatsReader stats_;
-   std::unordered_map<Lumo::IntfId, Linux::MonotonicCounter>
-      octets_;  // kept when a link goes: it may come back under its name
+   // Kept when a link goes: it may come back under its name.
+   std::unordered_map<Lumo::IntfId, Linux::MonotonicCounter> octets_;
 };
 
 }  // namespace Host

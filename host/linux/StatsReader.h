@@ -36,8 +36,8 @@ class StatsReader {
    bool takeAnswer( Row const & row );
 
    std::chrono::milliseconds const longestWait_;
-   std::optional<NetlinkSocket>
-      socket_;  // none after a failed read, whose late answer must not pass for that of the next
+   // None after a failed read, whose late answer must not pass for that of the next.
+   std::optional<NetlinkSocket> socket_;
    std::uint64_t reads_ = 0;
 };
 

@@ -1,7 +1,9 @@
-// The agent's one loop: waits with Asio, for the activity loop's next due time or for a descriptor, and runs the activity loop.
+// The agent's one loop: waits with Asio, for the activity loop's next due time or for a descriptor, and runs the
+// activity loop.
 //
-// Everything that reads or writes records runs inside a turn of the activity loop: a handler of a descriptor calls turn( work ),
-// so that the plug-in's clock stands still while it works and its timers and deferred work follow at once. Owned by the agent.
+// Everything that reads or writes records runs inside a turn of the activity loop: a handler of a descriptor calls
+// turn( work ), so that the plug-in's clock stands still while it works and its timers and deferred work follow at
+// once. Owned by the agent.
 #pragma once
 
 #include <boost/asio/io_context.hpp>

@@ -1,9 +1,9 @@
-// The configuration as the records that the plug-in reads: profiles, default profile, groups, units, and which profile is
-// selected for each interface.
+// The configuration as the records that the plug-in reads: profiles, default profile, groups, units, and which profile
+// is selected for each interface.
 //
-// Owned by the agent. Writes the records once from a configuration that holds, and selects profiles anew whenever a unit
-// enters or leaves maintenance: units entering or in maintenance come first, then the order of the configuration; a group's
-// profile comes before the default.
+// Owned by the agent. Writes the records once from a configuration that holds, and selects profiles anew whenever a
+// unit enters or leaves maintenance: units entering or in maintenance come first, then the order of the configuration;
+// a group's profile comes before the default.
 #pragma once
 
 #include <set>

@@ -1,9 +1,9 @@
 // The stage manager: takes units into maintenance and out again, one stage instance at a time.
 //
-// Owned by the agent, driven by the API and by the completion marks of the plug-in. For each request it gives the unit a new
-// generation, publishes the instance (completion-status record first, then the progress record with the stage "ratemon"
-// active) and waits for the mark; what a mark causes is done on a later turn of the loop, never inside the plug-in's write.
-// A finished instance is removed as a whole: progress record, then completion-status record.
+// Owned by the agent, driven by the API and by the completion marks of the plug-in. For each request it gives the unit
+// a new generation, publishes the instance (completion-status record first, then the progress record with the stage
+// "ratemon" active) and waits for the mark; what a mark causes is done on a later turn of the loop, never inside the
+// plug-in's write. A finished instance is removed as a whole: progress record, then completion-status record.
 //
 //    active --enter--> entering --mark--> inMaintenance --exit--> leaving --mark--> active
 //                          '----------------exit---------------------^

@@ -2,17 +2,20 @@
 //
 // Layout, in the byte order of the machine, offsets in bytes:
 //
-//    header   0 magic "KQCTRS1\0", its digit the version   8 row size (uint32)   12 capacity (uint32)   16 rows (uint64)
-//             24 generation (uint32), another whenever a row is taken into use or given up   28 to 63 reserved
+//    header   0 magic "KQCTRS1\0", its digit the version
+//             8 row size (uint32)   12 capacity (uint32)   16 rows (uint64)
+//             24 generation (uint32), another whenever a row is taken into use or given up
+//             28 to 63 reserved
 //    rows     from 64 on, one each `row size`:
-//             0 sequence (uint64)   8 in use (uint64, 0 or 1)   16 input octets   24 output octets (uint64, top bit: no value)
+//             0 sequence (uint64)   8 in use (uint64, 0 or 1)
+//             16 input octets   24 output octets (both uint64, top bit: no value)
 //             32 update time (double, seconds; 0: never)   40 name (64 bytes, ended by a zero)   104 to 127 reserved
 //
-// A row is guarded by its sequence, which is odd while the row is written: a reader copies the row and keeps the copy only if
-// the sequence was even and the same before and after. A row keeps its place for as long as it is in use; given up, it may come
-// back under another name, so who looks for an interface by name reads name and counters under one sequence. A writer that
-// starts anew puts another file in the place of the old one, which stays as it is for those who still have it mapped. The file
-// is sparse: its full capacity takes memory only as it is used.
+// A row is guarded by its sequence, which is odd while the row is written: a reader copies the row and keeps the copy
+// only if the sequence was even and the same before and after. A row keeps its place for as long as it is in use; given
+// up, it may come back under another name, so who looks for an interface by name reads name and counters under one
+// sequence. A writer that starts anew puts another file in the place of the old one, which stays as it is for those who
+// still have it mapped. The file is sparse: its full capacity takes memory only as it is used.
 #pragma once
 
 #include <atomic>
@@ -87,8 +90,8 @@ class CounterTable {
 
    // The writer's side.
 
-   // Takes a row that is not in use into use, counters never written. `index` is at most rows(). Throws TableError for a name
-   // that is too long, for a table that is full and when there is no memory.
+   // Takes a row that is not in use into use, counters never written. `index` is at most rows(). Throws TableError for
+   // a name that is too long, for a table that is full and when there is no memory.
    void rowIs( uint32_t index, std::string_view name );
    void rowDel( uint32_t index );
    void countersIs( uint32_t index, Counters const & counters );

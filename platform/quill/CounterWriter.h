@@ -1,7 +1,7 @@
 // Fills a counter table: rows come and go with interfaces, counters are written as they are read from their source.
 //
-// Owned by the host. Publishes in the writer status directory one record, whose generation changes whenever a row comes or
-// goes, so that readers know to look for rows anew.
+// Owned by the host. Publishes in the writer status directory one record, whose generation changes whenever a row comes
+// or goes, so that readers know to look for rows anew.
 #pragma once
 
 #include <memory>
@@ -34,8 +34,8 @@ class CounterWriter {
 
    [[nodiscard]] CounterTable const & table() const { return *table_; }
 
-   // An interface has a row from rowIs on, its counters at 0, until rowDel. A second rowIs changes nothing. Throws TableError
-   // when the table takes no further row.
+   // An interface has a row from rowIs on, its counters at 0, until rowDel. A second rowIs changes nothing. Throws
+   // TableError when the table takes no further row.
    void rowIs( Lumo::IntfId intf );
    void rowDel( Lumo::IntfId intf );
    [[nodiscard]] bool hasRow( Lumo::IntfId intf ) const { return rows_.contains( intf ); }

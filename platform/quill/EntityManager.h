@@ -1,7 +1,8 @@
 // The manager of the shared-memory counter tables, as plug-ins are handed it.
 //
-// Owned by the host. On the first read in a turn of the activity loop it has the writer bring the table up to date, once: so
-// all interfaces that are sampled in a turn are one snapshot, and nothing is read from the source while nothing is sampled.
+// Owned by the host. On the first read in a turn of the activity loop it has the writer bring the table up to date,
+// once: so all interfaces that are sampled in a turn are one snapshot, and nothing is read from the source while
+// nothing is sampled.
 #pragma once
 
 #include <functional>

@@ -1,7 +1,7 @@
 // Turns the counter writer's table into the directory of per-interface counters that plug-ins read.
 //
-// Owned by the plug-in's loader. Watches the writer's generation and keeps one entry per row in use; an interface without a
-// row has no entry. A row that comes or goes costs the same however many there are.
+// Owned by the plug-in's loader. Watches the writer's generation and keeps one entry per row in use; an interface
+// without a row has no entry. A row that comes or goes costs the same however many there are.
 #pragma once
 
 #include <memory>
@@ -23,10 +23,11 @@ class EthIntfCounterReaderSm final : public Kel::Entity {
                            Kel::Ptr<Kel::Dir const> const & writerStatusDir );
    ~EthIntfCounterReaderSm() override;
 
-   // Asks for the table by the path in the writer's status rather than by handle. Recorded: here writer and reader share the
-   // manager that they were given, and both ways lead to the same table.
+   // Asks for the table by the path in the writer's status rather than by handle. Recorded: here writer and reader
+   // share the manager that they were given, and both ways lead to the same table.
    void enableLegacyShmemManSupport() { legacyShmemManSupportIs( true ); }
-   // Once: fills the directory and follows the writer from then on. Without a writer in this process the directory stays.
+   // Once: fills the directory and follows the writer from then on. Without a writer in this process the directory
+   // stays.
    void handleInitialized();
    void handleGeneration();
    void prepareToDie() override;

@@ -1,7 +1,7 @@
 // Per Ethernet interface its counters, read straight from shared memory.
 //
-// The directory and its entries are the counter reader's; a plug-in only looks things up. Reading costs no system call and no
-// copy beyond the row.
+// The directory and its entries are the counter reader's; a plug-in only looks things up. Reading costs no system call
+// and no copy beyond the row.
 #pragma once
 
 #include "kel/Attributes.h"
@@ -35,7 +35,8 @@ class IntfCounter final : public Kel::Entity {
    IntfCounter( Kel::Name const & name, Kel::Ptr<KelQuill::EntityManager> const & tables, uint32_t row )
       : counterName_( name ), tables_( tables ), row_( tables->table().row( row ) ) {}
 
-   // As of this turn of the activity loop. Without a value in both directions when the writer died in the middle of the row.
+   // As of this turn of the activity loop. Without a value in both directions when the writer died in the middle of the
+   // row.
    [[nodiscard]] IntfStatistics statistics() const {
       tables_->freshen();
       KelQuill::CounterTable::Counters found;
@@ -63,8 +64,8 @@ class IntfCounterDir final : public Kel::Entity {
 class AllEthIntfCounterPtrDir final : public Kel::Entity {
    KEL_ENTITY( AllEthIntfCounterPtrDir, "Interface::AllEthIntfCounterPtrDir", Kel::Name, dirName )
    KEL_CHILDREN( IntfCounterDir, Lumo::IntfId, intfCounterDir, onIntfCounterDir )
-   KEL_ATTR( uint32_t,
-             generation )  // moves whenever an interface's counters come or go: for whoever keeps what it looked up
+   // Moves whenever an interface's counters come or go: for whoever keeps what it looked up.
+   KEL_ATTR( uint32_t, generation )
    KEL_ENTITY_END
 
    // The "current" counters of an interface, null when it has none.

@@ -52,8 +52,8 @@ class MonIntfStatus final : public Kel::Entity {
       startTime_ = startTime;
    }
 
-   // How long the traffic has been below the threshold without a break. Each sample of the run stands for the interval of
-   // the profile in force, however late it came.
+   // How long the traffic has been below the threshold without a break. Each sample of the run stands for the interval
+   // of the profile in force, however late it came.
    [[nodiscard]] double quietSeconds( IntfMaintenanceProfile::Config const & profile ) const {
       return numConsecutiveDrainedSamples() * profile.sampleInterval();
    }

@@ -1,8 +1,8 @@
-// The fixed names on which host, simulator and plug-in agree: where each directory of the state database stands, and what
-// stages, causes and traces are called.
+// The fixed names on which host, simulator and plug-in agree: where each directory of the state database stands, and
+// what stages, causes and traces are called.
 //
-// They are part of the interface to scripts and stored state, so none of them changes. What an operator names (units, groups,
-// profiles) is configuration and stands elsewhere.
+// They are part of the interface to scripts and stored state, so none of them changes. What an operator names (units,
+// groups, profiles) is configuration and stands elsewhere.
 #pragma once
 
 #include <string>

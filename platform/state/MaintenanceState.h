@@ -1,7 +1,7 @@
 // The state directories of the maintenance service: which exist, and of which type. Where each stands: records/Names.h.
 //
-// Made once by whoever owns the state database, the agent or the simulator, before any plug-in mounts them; all of them exist
-// from then on, empty. The members are for the owner's side; a plug-in finds them by path.
+// Made once by whoever owns the state database, the agent or the simulator, before any plug-in mounts them; all of them
+// exist from then on, empty. The members are for the owner's side; a plug-in finds them by path.
 #pragma once
 
 #include "dovra/EntityManager.h"

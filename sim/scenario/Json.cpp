@@ -10,7 +10,8 @@ namespace {
 
 using Kel::Value;
 
-// Builds the tree from the parser's events. The driver hands over one byte at a time, and so knows where each token began.
+// Builds the tree from the parser's events. The driver hands over one byte at a time, and so knows where each token
+// began.
 class Builder {
  public:
    static constexpr std::size_t max_object_size = SIZE_MAX;

@@ -1,7 +1,7 @@
 // One line of JSON with the column at which every part of it stands, so that an error can say where it is.
 //
-// Numbers keep all their digits: integers of 64 bits as they are, everything else as the nearest double. A name that stands twice
-// in one object is an error, since one of the two values would be lost.
+// Numbers keep all their digits: integers of 64 bits as they are, everything else as the nearest double. A name that
+// stands twice in one object is an error, since one of the two values would be lost.
 #pragma once
 
 #include <stdexcept>
@@ -32,8 +32,8 @@ struct Json {
    std::size_t column = 1;
    std::variant<Kel::Value, Object, List> content;  // the Value is a scalar or null
 
-   [[nodiscard]] Object const & object(
-      char const * wanted ) const;  // throws LineError: `wanted` is what the error asks for
+   // Throw LineError when it is none: `wanted` is what the error asks for.
+   [[nodiscard]] Object const & object( char const * wanted ) const;
    [[nodiscard]] List const & list( char const * wanted ) const;
    [[nodiscard]] Json const * member( std::string_view name ) const;  // of an object; null when absent
    [[nodiscard]] Kel::Value value() const;

@@ -53,7 +53,8 @@ Dovra::StateComponents components( Json const & path ) {
    return texts;
 }
 
-// Beyond these a sample interval would be lost in the rounding of the clock, and a growing counter would pass all numbers.
+// Beyond these a sample interval would be lost in the rounding of the clock, and a growing counter would pass all
+// numbers.
 constexpr double clockEnd = 1e12;          // s
 constexpr double bitsPerSecondMax = 1e18;  // bit/s
 

@@ -6,9 +6,9 @@
 //    advance, batch           time; several lines in one turn of the loop
 //    dump, watch, trace, ring what to print
 //
-// docs/maintsim.md describes them all. Each line is one turn of the loop, which then runs until nothing is due at the present
-// time. Every answer is one JSON object with "t", the virtual time, written and flushed at once; messages for the system log are
-// printed always.
+// docs/maintsim.md describes them all. Each line is one turn of the loop, which then runs until nothing is due at the
+// present time. Every answer is one JSON object with "t", the virtual time, written and flushed at once; messages for
+// the system log are printed always.
 #pragma once
 
 #include <iosfwd>

@@ -15,8 +15,8 @@ std::string withoutCell( std::string const & path ) {
    return path.starts_with( firstCell ) ? path.substr( firstCell.size() ) : path;
 }
 
-// A path as it is reported: the mounted path, names and keys, one component each. What is below an entry that is still absent
-// is taken as it was written.
+// A path as it is reported: the mounted path, names and keys, one component each. What is below an entry that is still
+// absent is taken as it was written.
 StateComponents normalised( Dovra::EntityManager const & database, StateComponents const & path ) {
    StateComponents place = Dovra::statePlace( database, path ).components;
    place.front() = withoutCell( place.front() );

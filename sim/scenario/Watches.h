@@ -1,8 +1,9 @@
-// Follows records by path and reports every change at or below the paths that are watched, in the order in which they happen.
+// Follows records by path and reports every change at or below the paths that are watched, in the order in which they
+// happen.
 //
-// A mounted directory of which something is watched is followed whole, by watchers on each of its entities that come and go
-// with them. A change is reported once, however many of the watched paths it is below. It is reported before the plug-in's
-// handlers hear of it, so what they then change comes after it.
+// A mounted directory of which something is watched is followed whole, by watchers on each of its entities that come
+// and go with them. A change is reported once, however many of the watched paths it is below. It is reported before the
+// plug-in's handlers hear of it, so what they then change comes after it.
 #pragma once
 
 #include <functional>
@@ -17,13 +18,15 @@ namespace Sim {
 
 class Watches {
  public:
-   // `path` has the mounted path, without the prefix of the first cell, as its first component. Null stands for what was removed.
+   // `path` has the mounted path, without the prefix of the first cell, as its first component. Null stands for what
+   // was removed.
    using Report = std::function<void( Dovra::StateComponents const & path, Kel::Value const & value )>;
 
    Watches( Dovra::EntityManager const & database, Report report );
    ~Watches();
 
-   // What is there is not reported. Throws Kel::AttributeError for a path that leads nowhere; absent entries may still come.
+   // What is there is not reported. Throws Kel::AttributeError for a path that leads nowhere; absent entries may still
+   // come.
    void watch( Dovra::StateComponents const & path );
 
  private:

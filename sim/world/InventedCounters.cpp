@@ -9,7 +9,8 @@ namespace Sim {
 Brim::MaybeU63 InventedCounters::Flow::now() const {
    if( !octets.hasValue() || bitsPerSecond == 0 ) return octets;
    double const grown = std::floor( bitsPerSecond * ( Kel::now() - since ) / 8 );
-   // A counter that runs over starts again at 0. Where even the growth is more than a counter holds, only its rest counts.
+   // A counter that runs over starts again at 0. Where even the growth is more than a counter holds, only its rest
+   // counts.
    return octets.value() + static_cast<uint64_t>( std::fmod( grown, 0x1p63 ) );
 }
 

@@ -1,7 +1,8 @@
 // The octet counters of interfaces that do not exist: set to a value, or growing at a rate from a moment on.
 //
-// Written to the counter table when the plug-in reads it, as the agent does with the kernel's. A rate goes on when a counter
-// is set, and starts from what the counter then says: octets = those at that moment + floor( bit/s * elapsed / 8 ).
+// Written to the counter table when the plug-in reads it, as the agent does with the kernel's. A rate goes on when a
+// counter is set, and starts from what the counter then says: octets = those at that moment + floor( bit/s * elapsed /
+// 8 ).
 #pragma once
 
 #include <map>

@@ -1,8 +1,9 @@
-// A box that exists only in memory: the state database, a virtual clock, invented counters, and the plug-in as the agent runs it.
+// A box that exists only in memory: the state database, a virtual clock, invented counters, and the plug-in as the
+// agent runs it.
 //
-// It plays the host for maintsim and for the tests of the plug-in. Whoever owns it sets what a host would set, in the records;
-// nothing here decides anything. Time moves only with advance(). Everything that touches the records happens in a turn of
-// the loop: inTurn() runs work in a turn and goes on until nothing is due at the present time.
+// It plays the host for maintsim and for the tests of the plug-in. Whoever owns it sets what a host would set, in the
+// records; nothing here decides anything. Time moves only with advance(). Everything that touches the records happens
+// in a turn of the loop: inTurn() runs work in a turn and goes on until nothing is due at the present time.
 #pragma once
 
 #include <memory>
@@ -19,8 +20,9 @@ namespace Sim {
 
 class World {
  public:
-   // Throws Plugin::LoadError when the plug-in's shared object cannot be loaded. One world at a time: the loop is the process's.
-   // With a clock step, in seconds, the clock moves on a little with each fresh read, as it does for real work.
+   // Throws Plugin::LoadError when the plug-in's shared object cannot be loaded. One world at a time: the loop is the
+   // process's. With a clock step, in seconds, the clock moves on a little with each fresh read, as it does for real
+   // work.
    World( std::string const & plugin, double startTime, double clockStep = 0 );
    World( World const & ) = delete;
    World & operator=( World const & ) = delete;
@@ -44,8 +46,8 @@ class World {
    void start();
    // Takes it down in order.
    void stop();
-   // It is gone from one moment to the next: no teardown, no timer, no handler of it ever runs again. The records stay as they
-   // are. Its memory stays taken, as nothing of it may run to give it back.
+   // It is gone from one moment to the next: no teardown, no timer, no handler of it ever runs again. The records stay
+   // as they are. Its memory stays taken, as nothing of it may run to give it back.
    void crash();
    // What the plug-in prints of itself; empty when it does not run.
    [[nodiscard]] std::string dump();

@@ -10,8 +10,8 @@ import sys
 
 LAYERED_TOPS = ("platform", "MaintenancePlugin", "report", "host", "sim", "cli")
 
-# Folder of the tree -> what its sources may include at most, besides their own headers. "platform" and "host" stand for all
-# the folders below. What cli sees of platform comes with report. The longest name that fits counts.
+# Folder of the tree -> what its sources may include at most, besides their own headers. "platform" and "host" stand for
+# all the folders below. What cli sees of platform comes with report. The longest name that fits counts.
 REACH = {
     "platform": {"platform"},
     "platform/kel": set(),
@@ -65,7 +65,8 @@ def flags_by_folder(source, build):
 
 
 def compiles(command, text, cwd):
-    # A quoted include is also looked for beside the file, and standard input counts as standing in the working directory.
+    # A quoted include is also looked for beside the file, and standard input counts as standing in the working
+    # directory.
     run = subprocess.run([*command, "-fsyntax-only", "-x", "c++", "-"], input=text, text=True, cwd=cwd,
                          capture_output=True, check=False)
     return run.returncode == 0, run.stderr

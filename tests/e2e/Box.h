@@ -1,4 +1,5 @@
-// A small box of its own for end-to-end tests: private network namespace, veth links, the real maintd, maintctl and packets.
+// A small box of its own for end-to-end tests: private network namespace, veth links, the real maintd, maintctl and
+// packets.
 //
 // Every child runs in the test's namespace and dies with the test. What maintd wrote is shown when a test fails.
 #pragma once
@@ -25,7 +26,8 @@ class Box : public PrivateNetwork {
    Box();
    ~Box() override;
 
-   // A veth pair: `name`, and its other end, called the same with "far" before it. Packets sent to 10.9.<number>.2 leave by it.
+   // A veth pair: `name`, and its other end, called the same with "far" before it. Packets sent to 10.9.<number>.2
+   // leave by it.
    static void link( std::string const & name, int number );
 
    // Starts maintd and waits until it answers.

@@ -1,5 +1,5 @@
-// The activity loop and its clocks: what a turn runs and in which order, what waits for a later one, and that reactors may
-// be cancelled, set anew and destroyed from any handler.
+// The activity loop and its clocks: what a turn runs and in which order, what waits for a later one, and that reactors
+// may be cancelled, set anew and destroyed from any handler.
 #include "kel/Clock.h"
 
 #include <gtest/gtest.h>

@@ -14,7 +14,8 @@ namespace {
 
 using Map = Kel::HashMap<int, uint32_t>;
 
-// What HashMap promises, done in the simplest way: entries in order of arrival, walks as positions that removals correct.
+// What HashMap promises, done in the simplest way: entries in order of arrival, walks as positions that removals
+// correct.
 struct Model {
    std::vector<std::pair<uint32_t, int>> entries;
 

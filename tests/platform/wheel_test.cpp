@@ -1,5 +1,5 @@
-// The timer wheel: on which tick a timer fires and in which order, whatever happens in the handlers, however late the loop
-// is and however far away the time. The last test plays random operations against an ordered map.
+// The timer wheel: on which tick a timer fires and in which order, whatever happens in the handlers, however late the
+// loop is and however far away the time. The last test plays random operations against an ordered map.
 #include "brim/TimerWheel.h"
 
 #include <gtest/gtest.h>
@@ -269,8 +269,8 @@ TEST_F( WheelStory, theWheelSleepsWhenNothingIsSetAndThroughEmptyTicks ) {
    hourly.timeMinIs( Kel::now() + 3600 );
    advanceTo( 5000 + 30 * 86400 );
    EXPECT_EQ( fires, 720 );
-   EXPECT_LE( loop.turnNumber(),
-              3u * 720u );  // 2.6 million ticks; a fire may cost a turn each for two block beginnings
+   // 2.6 million ticks; a fire may cost a turn each for two block beginnings.
+   EXPECT_LE( loop.turnNumber(), 3u * 720u );
 }
 
 TEST_F( WheelStory, timesBeyondAllBlocksWaitTheirTurn ) {
@@ -311,7 +311,8 @@ TEST_F( WheelStory, aWheelLivesAsLongAsItsTimers ) {
    EXPECT_EQ( loop.nextDue(), Kel::never );
 }
 
-// More than the wheel keeps room for: cancelled timers are taken out of the slots, and those that remain keep their order.
+// More than the wheel keeps room for: cancelled timers are taken out of the slots, and those that remain keep their
+// order.
 TEST_F( WheelStory, manyCancelledTimersLeaveTheOthersInOrder ) {
    constexpr int count = 2000;
    std::vector<int> fired, expected;

@@ -1,4 +1,5 @@
-// The fuzzer's inputs, one by one, as ordinary tests: those named bad-* end at a line that is wrong, the others run to their end.
+// The fuzzer's inputs, one by one, as ordinary tests: those named bad-* end at a line that is wrong, the others run to
+// their end.
 #include <gmock/gmock.h>
 
 #include <algorithm>

@@ -120,8 +120,8 @@ TEST_F( Scenario, countersAndTrafficAreWhatTheyWereSetTo ) {
    run( R"({"counters": {"Ethernet1": {"out": 100}}}
 {"advance": 8}
 {"traffic": {"Ethernet1": {"out": 0}}})" );
-   EXPECT_EQ( octets( Sim::Direction::out ),
-              Brim::MaybeU63( 109 ) );  // the rate goes on from where the counter was set
+   // The rate goes on from where the counter was set.
+   EXPECT_EQ( octets( Sim::Direction::out ), Brim::MaybeU63( 109 ) );
 }
 
 TEST_F( Scenario, saysWhereALineIsWrong ) {
