@@ -58,8 +58,8 @@ void IntfMonSm::intfProfileIs( Kel::Ptr<IntfMaintenanceProfile::Config const> co
    }
    if( profile == intfProfile() ) return;
    intfProfile_.notifierIs( profile );
-   // A replaced profile is first taken as one whose shutdown flag changed, then as a new one: twice the same for the timer, but
-   // the message to the operator comes after the link has followed.
+   // A replaced profile is first taken as one whose shutdown flag changed, then as a new one: twice the same for the
+   // timer, but the message to the operator comes after the link has followed.
    handleProfileUpdate();
    if( !inService() || intfProfile() != profile ) return;  // ended, or replaced once more and told of already
    handleProfile();
@@ -71,8 +71,8 @@ void IntfMonSm::handleState() {
    // Only a change is published: the record of a monitor that a restart made anew keeps its time.
    if( record().state() != state() ) {
       record().stateIs( state() );
-      // Without a notification of its own, unlike the state: who wants to know when hears of the state and reads this in the
-      // same turn.
+      // Without a notification of its own, unlike the state: who wants to know when hears of the state and reads this
+      // in the same turn.
       record().stateTimeIs( Kel::now() );
    }
    if( !inService() ) return;
@@ -86,8 +86,8 @@ void IntfMonSm::handleState() {
    }
 }
 
-// From the set of those that enter into the set of those that are in, then into that of spikes. A flag that is set for an
-// interface whose monitoring has just ended would stay for ever.
+// From the set of those that enter into the set of those that are in, then into that of spikes. A flag that is set for
+// an interface whose monitoring has just ended would stay for ever.
 void IntfMonSm::publishUnderMaint() {
    auto const & statusDir = rootSm()->in().monIntfStatusDir;
    statusDir->monIntfEnterMaintDel( intfId() );
@@ -96,7 +96,8 @@ void IntfMonSm::publishUnderMaint() {
    if( !still( MonIntfState::passiveMonitoring ) ) return;
    if( record().spikeUnderMaint() ) statusDir->monIntfSpikeUnderMaintIs( intfId(), true );
    if( !still( MonIntfState::passiveMonitoring ) ) return;
-   // A profile that took its shutdown back while it was being carried out was heard in a state that does nothing about it.
+   // A profile that took its shutdown back while it was being carried out was heard in a state that does nothing about
+   // it.
    if( isShutDown() && !intfProfile()->shutdown() ) bringOutOfMaintDown();
 }
 

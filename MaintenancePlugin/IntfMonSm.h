@@ -1,8 +1,8 @@
 // The drain monitor of one interface: decides when traffic has stayed under the profile's threshold long enough.
 //
 // Owned by the root, one per monitored interface, shared by all units that contain it. Driven by a timer on the root's
-// wheel: each time it has the sampler take a sample, counts it against the threshold, and decides. It shuts the interface
-// down if the profile says so and tells the dependent units; it never starts or stops itself.
+// wheel: each time it has the sampler take a sample, counts it against the threshold, and decides. It shuts the
+// interface down if the profile says so and tells the dependent units; it never starts or stops itself.
 //
 //    created --+--> thresholdMonitoring (1) --drained or shut down--> passiveMonitoring (2)
 //              |      every sampleInterval                              every 2 x sampleInterval, spikes;

@@ -1,4 +1,5 @@
-// What a drain monitor does about its decisions: shut the interface down, bring it back, tell the units, apply profiles.
+// What a drain monitor does about its decisions: shut the interface down, bring it back, tell the units, apply
+// profiles.
 #include "IntfMonSm.h"
 #include "RateMonPlugin.h"
 #include "RateMonSm.h"

@@ -13,9 +13,9 @@ using Maintenance::Unit::TrafficRates;
 
 // The rates of one interface, and which units have been told of the latest.
 //
-// A rate is in the record before anybody hears of it, and each unit's aggregate is a write that anybody may hear of. So there are
-// moments in which some aggregates hold the current rates and some still the previous ones, and whoever makes the interface leave
-// or join a unit in such a moment has to count what that very unit's aggregate holds.
+// A rate is in the record before anybody hears of it, and each unit's aggregate is a write that anybody may hear of. So
+// there are moments in which some aggregates hold the current rates and some still the previous ones, and whoever makes
+// the interface leave or join a unit in such a moment has to count what that very unit's aggregate holds.
 class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntfStatus::NotifieeConst {
  public:
    explicit KelMonIntfStatus( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {}
@@ -169,8 +169,8 @@ void IntfRateAggregatorSm::prepareToDie() {
 
 namespace {
 
-// Rounded to the nearest whole number, halves upwards. The fraction of a double is exact. What counters that went backwards
-// may make of a rate has the top bit and the most that the others can say.
+// Rounded to the nearest whole number, halves upwards. The fraction of a double is exact. What counters that went
+// backwards may make of a rate has the top bit and the most that the others can say.
 uint64_t wholeBits( double rate ) {
    constexpr double top = 0x1p63;
    constexpr uint64_t topBit = uint64_t{ 1 } << 63;
@@ -202,8 +202,8 @@ IntfRates IntfRateAggregatorSm::countedFor( UnitStatusCache::Status const & unit
    return rates ? rates->countedFor( unit ) : sampler.monIntfStatus()->curRates();
 }
 
-// A record that takes the place of another is to hold what the unit's interfaces carry, whatever it came with: the next rate
-// replaces their present contributions in it.
+// A record that takes the place of another is to hold what the unit's interfaces carry, whatever it came with: the next
+// rate replaces their present contributions in it.
 void IntfRateAggregatorSm::handleUnitStatus( Kel::String8 const & unitName ) {
    auto const unit = unitStatusDir()->status( unitName );
    if( !unit ) return;
@@ -220,7 +220,8 @@ void IntfRateAggregatorSm::handleUnitStatus( Kel::String8 const & unitName ) {
    }
 }
 
-// Fills the cache when it is stale. In the middle of telling, those told already stay in front; whoever joined meanwhile comes last.
+// Fills the cache when it is stale. In the middle of telling, those told already stay in front; whoever joined
+// meanwhile comes last.
 bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
    if( units_.isOf( owner_.unitsEpoch_ ) ) [[likely]]
       return true;
@@ -295,8 +296,8 @@ void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Ke
 
 namespace {
 
-// One calculation, and its four ways to fail, which take it by copy so that it stays in registers where all is well. Their texts
-// are what people search for, kept as they are.
+// One calculation, and its four ways to fail, which take it by copy so that it stays in registers where all is well.
+// Their texts are what people search for, kept as they are.
 struct Calculation {
    Kel::String8 const & unit;
    Lumo::IntfId intf;

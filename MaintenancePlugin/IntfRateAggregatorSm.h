@@ -1,9 +1,10 @@
 // The aggregate rate of every unit: the sum of the current rates of the interfaces that it depends on.
 //
-// Owned by the root. It samples nothing; it hears of each new rate in the published records and of each unit that an interface
-// begins or ceases to count for, and replaces the old contribution by the new one. Its invariant, between any two turns: a unit's
-// aggTrafficRate is the sum of the curRates, each rounded to whole bit/s, of the interfaces whose MonitoredIntf lists the unit.
-// The arithmetic is exact; anything that would run over or under is a broken invariant and stops the agent.
+// Owned by the root. It samples nothing; it hears of each new rate in the published records and of each unit that an
+// interface begins or ceases to count for, and replaces the old contribution by the new one. Its invariant, between any
+// two turns: a unit's aggTrafficRate is the sum of the curRates, each rounded to whole bit/s, of the interfaces whose
+// MonitoredIntf lists the unit. The arithmetic is exact; anything that would run over or under is a broken invariant
+// and stops the agent.
 //
 // Start-up sets every unit to 0 and adds up what is monitored: nothing is carried over a restart.
 #pragma once
@@ -33,8 +34,8 @@ class IntfRateAggregatorSm final : public Kel::Entity {
       Kel::Ptr<Maintenance::Unit::StatusDir> const & unitStatusDir );
    ~IntfRateAggregatorSm() override;
 
-   // What `curAgg` becomes when an interface's old rates leave it and its new ones join. Changes nothing itself. An underflow or
-   // overflow in between is fatal, also where the end result would fit.
+   // What `curAgg` becomes when an interface's old rates leave it and its new ones join. Changes nothing itself. An
+   // underflow or overflow in between is fatal, also where the end result would fit.
    [[nodiscard]] static Maintenance::Unit::TrafficRates calculateNewAggregate(
       Kel::String8 const & unitName, Lumo::IntfId intfId, Maintenance::Unit::TrafficRates const & curAgg,
       Interface::IntfRates const & ratesToSub, Interface::IntfRates const & ratesToAdd );
@@ -65,8 +66,8 @@ class IntfRateAggregatorSm final : public Kel::Entity {
    [[nodiscard]] Interface::IntfRates countedFor( UnitStatusCache::Status const & unit,
                                                   MonitoredIntf const & sampler ) const;
 
-   // Moves when an interface joins or leaves a unit, and when a unit's record or an interface's sampler comes or goes: whatever
-   // was looked up before is looked up anew.
+   // Moves when an interface joins or leaves a unit, and when a unit's record or an interface's sampler comes or goes:
+   // whatever was looked up before is looked up anew.
    uint32_t unitsEpoch_ = 1;
    Kel::ReactorMap<KelMonitoredIntf, Lumo::IntfId, IntfRateAggregatorSm> monitoredIntf_;
    Kel::ReactorMap<KelMonIntfStatus, Lumo::IntfId, IntfRateAggregatorSm> monIntfStatus_;

@@ -1,4 +1,5 @@
-// The tracker's watching: what each change of status, group or unit means for an interface. Its work is in IntfStatusSmBacklog.cpp.
+// The tracker's watching: what each change of status, group or unit means for an interface. Its work is in
+// IntfStatusSmBacklog.cpp.
 #include "IntfStatusSm.h"
 
 #include "RateMonSm.h"
@@ -59,8 +60,8 @@ class IntfStatusSm::KelIntfToGroup final : public IntfMaintenance::IntfToGroup::
    bool initialized_ = false;
 };
 
-// Without a handleDel(): a group's mapping that disappears removes nothing by itself. Whoever takes a group out of a unit takes
-// the unit out of the mapping first.
+// Without a handleDel(): a group's mapping that disappears removes nothing by itself. Whoever takes a group out of a
+// unit takes the unit out of the mapping first.
 class IntfStatusSm::KelGroupToUnit final : public Maintenance::GroupToUnit::NotifieeConst {
  public:
    explicit KelGroupToUnit( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {}
@@ -213,7 +214,8 @@ bool isIntfMemberOfUnit( Lumo::IntfId intfId, Kel::String8 const & unitName,
    KEL_ASSERT( intfToGroupDir );
    KEL_ASSERT( groupToUnitDir );
    if( auto const intfToGroup = intfToGroupDir->intfToGroup( intfId ) ) {
-      // The value of the interface's own entry is not looked at here: what makes it a member is the group's place in the unit.
+      // The value of the interface's own entry is not looked at here: what makes it a member is the group's place in
+      // the unit.
       for( auto [groupKey, present] : intfToGroup->groupIteratorConst() ) {
          auto const groupToUnit = groupToUnitDir->groupToUnit( groupKey );
          bool const * const inUnit = groupToUnit ? groupToUnit->unitName( unitName ) : nullptr;

@@ -1,9 +1,10 @@
 // The membership tracker: which interfaces belong to which units, kept up to date while units are in maintenance.
 //
-// Owned by the root. It watches the status of all interfaces, the groups of each interface and the units of each group. What
-// ends a membership is acted on at once, inside the notification: the interface leaves the set that its unit monitors.
-// Everything else only queues the interface. The backlog is worked off in slices on the activity loop, in interface order, each
-// slice at most about backlogQuantum seconds long; for every interface it is decided anew whether it is to be monitored.
+// Owned by the root. It watches the status of all interfaces, the groups of each interface and the units of each group.
+// What ends a membership is acted on at once, inside the notification: the interface leaves the set that its unit
+// monitors. Everything else only queues the interface. The backlog is worked off in slices on the activity loop, in
+// interface order, each slice at most about backlogQuantum seconds long; for every interface it is decided anew whether
+// it is to be monitored.
 //
 //    removal  ------------------------------------------> unitMonIntfInput[unit] loses the interface
 //    anything else --> backlog --slice--> processIntf --> root: startIntfMonInUnits or stopIntfMonInUnits
@@ -61,8 +62,8 @@ class IntfStatusSm final : public Brim::CodefBase {
                                                  RateMonSm * rootSm );
    ~IntfStatusSm() override;
 
-   // The reactors, one per record; a null record is refused with Kel::RangeError. A record in the place of another is watched
-   // from then on. Deleting the reactor of an interface queues it.
+   // The reactors, one per record; a null record is refused with Kel::RangeError. A record in the place of another is
+   // watched from then on. Deleting the reactor of an interface queues it.
    void intfStatusIs( Kel::Ptr<Interface::IntfStatus const> const & record );
    void intfStatusDel( Lumo::IntfId intfId );
    void intfToGroupIs( Kel::Ptr<IntfMaintenance::IntfToGroup const> const & record );
@@ -97,8 +98,8 @@ class IntfStatusSm final : public Brim::CodefBase {
                  Kel::Ptr<UnitIntfInputDir> const & unitMonIntfInput,
                  Kel::Ptr<IntfGroup::StatusDir const> const & intfGroupStatusDir, RateMonSm * rootSm );
 
-   // Takes the interface from the unit's monitored ones unless another path still makes it a member. `handler` begins the
-   // trace lines, `ofUnit` is how its text names the unit.
+   // Takes the interface from the unit's monitored ones unless another path still makes it a member. `handler` begins
+   // the trace lines, `ofUnit` is how its text names the unit.
    void removeUnlessMember( char const * handler, char const * ofUnit, Lumo::IntfId intfId,
                             Kel::String8 const & unitName, UnitIntfInput & monitored ) const;
 

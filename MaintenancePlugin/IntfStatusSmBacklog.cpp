@@ -42,7 +42,8 @@ uint64_t IntfStatusSm::workBacklog( Kel::Seconds deadline ) {
          return count;
       }
       backlog_.erase( intfId );
-      // On to the next before the work, so that an interface which the work queues between the two waits for the next round.
+      // On to the next before the work, so that an interface which the work queues between the two waits for the next
+      // round.
       next = backlog_.keyAfter( intfId );
       ++count;
       TRACE_AS( 9, "processBacklog", "intf " << intfId );

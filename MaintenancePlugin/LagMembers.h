@@ -1,7 +1,7 @@
 // The members of every port-channel, kept beside the configuration, which says only of each interface where it belongs.
 //
-// Owned by the root, used by the samplers: a sample of a port-channel costs its members, however many ports the box has. Follows
-// the configuration entry by entry as it changes; it writes nothing.
+// Owned by the root, used by the samplers: a sample of a port-channel costs its members, however many ports the box
+// has. Follows the configuration entry by entry as it changes; it writes nothing.
 #pragma once
 
 #include <memory>
@@ -20,8 +20,8 @@ class LagMembers {
    LagMembers & operator=( LagMembers const & ) = delete;
    ~LagMembers();
 
-   // A port-channel's members, by position in the order of interfaces. Asked for one by one, because what is done with a member
-   // may change the configuration.
+   // A port-channel's members, by position in the order of interfaces. Asked for one by one, because what is done with
+   // a member may change the configuration.
    [[nodiscard]] std::size_t count( Lumo::IntfId lag ) const;
    [[nodiscard]] Lumo::IntfId member( Lumo::IntfId lag, std::size_t i ) const;  // i < count( lag )
 

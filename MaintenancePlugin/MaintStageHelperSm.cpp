@@ -42,8 +42,8 @@ class MaintStageHelperSm::KelProgress final : public Stage::Progress::NotifieeCo
    // A record that arrives whole: each stage that it holds is handed on.
    void onStagekelImmediate() override {
       for( auto [stage, active] : notifier()->stageIteratorConst() ) {
-         if( !inService() || !owner_.inService() )
-            return;  // a stage handed on had the record deleted, or ended the plug-in
+         // A stage handed on had the record deleted, or ended the plug-in.
+         if( !inService() || !owner_.inService() ) return;
          handleStage( stage );
       }
    }
@@ -82,8 +82,8 @@ MaintStageHelperSm::MaintStageHelperSm( Kel::String8 const & cls,
    hasNotificationActiveIs( false );
    progressDir_ = std::make_unique<KelProgressDir>( *this, progressDir );
    maintStageCompletionStatus_ = std::make_unique<KelMaintStageCompletionStatus>( *this, completionStatus );
-   // By hand, because nothing is delivered to a machine under construction. The records' own reactors are as silent, so that no
-   // stage is handed on: what is under way, the root finds out for itself.
+   // By hand, because nothing is delivered to a machine under construction. The records' own reactors are as silent, so
+   // that no stage is handed on: what is under way, the root finds out for itself.
    progressDir_->onProgresskelImmediate();
    handleInitialized();
 }

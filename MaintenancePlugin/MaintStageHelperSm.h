@@ -1,9 +1,9 @@
 // The agent's side of one stage class, "maintEnter" or "maintExit".
 //
-// The stage manager publishes a progress record per stage instance and a completion-status record per instance; this helper
-// hands each activation of the stage "ratemon" to the root, writes the completion mark when the root asks for it, and takes
-// the mark back when the stage manager removes the instance. Owned by the root, one per class. Which activations mean what
-// is the root's business.
+// The stage manager publishes a progress record per stage instance and a completion-status record per instance; this
+// helper hands each activation of the stage "ratemon" to the root, writes the completion mark when the root asks for
+// it, and takes the mark back when the stage manager removes the instance. Owned by the root, one per class. Which
+// activations mean what is the root's business.
 #pragma once
 
 #include <memory>

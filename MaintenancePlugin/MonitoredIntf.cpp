@@ -25,8 +25,8 @@ bool isSupportedIntf( Lumo::IntfId intfId ) {
 
 namespace {
 
-// Octets to bits per second. The product is formed in 64 bits and only then becomes a double; a counter without a value in
-// either sample makes no rate.
+// Octets to bits per second. The product is formed in 64 bits and only then becomes a double; a counter without a value
+// in either sample makes no rate.
 double bitsRate( Brim::MaybeU63 delta, double deltaTime ) {
    if( !delta.hasValue() ) return 0;
    return static_cast<double>( delta.value() * 8 ) / deltaTime;
@@ -200,8 +200,8 @@ Kel::Ptr<MonitoredIntf> MonitoredIntfDir::monitoredIntfIs( Lumo::IntfId intfId, 
       }
       return present;
    }
-   // In the directory first: the aggregator looks it up there when the first sample tells of rates, and whoever ends the
-   // monitoring from within its start must find it.
+   // In the directory first: the aggregator looks it up there when the first sample tells of rates, and whoever ends
+   // the monitoring from within its start must find it.
    auto const made = monitoredIntfIs( Kel::Ptr<MonitoredIntf>( new MonitoredIntf( intfId, rootSm, profileName ) ) );
    if( made->inService() ) made->handleInitialized();
    return made;

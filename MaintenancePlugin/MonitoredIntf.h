@@ -1,9 +1,9 @@
 // The traffic sampler of one interface.
 //
-// One exists for every interface that some unit monitors; they live in the root's MonitoredIntfDir. Each sample reads the
-// octet counters, turns the change since the last sample into bit rates and publishes them in the interface's
-// Maintenance::MonIntfStatus, where the drain monitor and the unit aggregates read them. It is driven by the drain monitor
-// (IntfMonSm); it never decides anything.
+// One exists for every interface that some unit monitors; they live in the root's MonitoredIntfDir. Each sample reads
+// the octet counters, turns the change since the last sample into bit rates and publishes them in the interface's
+// Maintenance::MonIntfStatus, where the drain monitor and the unit aggregates read them. It is driven by the drain
+// monitor (IntfMonSm); it never decides anything.
 //
 // Ethernet: its own counters. Port-channel: the sum over its Ethernet members. VLAN interface: the busiest member, per
 // direction. The first sample of an interface only primes its counters.

@@ -1,7 +1,8 @@
 // What machines may ask of the root without knowing it: its inputs, the debug counters, the members of port-channels.
 //
-// The root is one (RateMonSm), and the only one in a running plug-in. A machine that needs no more than this, such as a sampler,
-// depends on this header and not on everything that the root owns. What a context hands out lives as long as it does.
+// The root is one (RateMonSm), and the only one in a running plug-in. A machine that needs no more than this, such as a
+// sampler, depends on this header and not on everything that the root owns. What a context hands out lives as long as
+// it does.
 #pragma once
 
 #include "LagMembers.h"
@@ -19,7 +20,8 @@
 
 namespace MaintenanceMode {
 
-// Everything that the root is given, in the order in which it takes it. Null where the state database has no such record.
+// Everything that the root is given, in the order in which it takes it. Null where the state database has no such
+// record.
 struct RateMonSmInputs {
    Kel::Ptr<Interface::IntfCounterMasquerade::AllEthIntfCounterPtrDir const> phyCounterDir;
    Kel::Ptr<Lag::Config const> lagConfigDir;
@@ -50,8 +52,8 @@ class RateMonContext {
    RateMonContext( RateMonContext const & ) = delete;
    RateMonContext & operator=( RateMonContext const & ) = delete;
 
-   // The inputs, by name. Where the root was given none there is an empty record that nobody else sees: to a machine it is all
-   // the same whether a directory is missing or has nothing in it, so no machine has to ask.
+   // The inputs, by name. Where the root was given none there is an empty record that nobody else sees: to a machine it
+   // is all the same whether a directory is missing or has nothing in it, so no machine has to ask.
    [[nodiscard]] RateMonSmInputs const & in() const { return in_; }
    [[nodiscard]] LagMembers const & lagMembers() const { return lagMembers_; }
    [[nodiscard]] Kel::Ptr<RateMonSmDebugCounters> const & counters() const { return counters_; }

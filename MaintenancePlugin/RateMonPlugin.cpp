@@ -71,7 +71,8 @@ void RateMonSmLoader::init( Maintenance::PluginContext * pluginContext ) {
    RING( 3, "RateMonSmLoader::init - completed all doMounts" );
 }
 
-// Some of these are never looked up again, and the group configuration is mounted twice: the host counts on the list as it is.
+// Some of these are never looked up again, and the group configuration is mounted twice: the host counts on the list as
+// it is.
 void RateMonSmLoader::mountAll() {
    auto const group = context()->entityManager()->getMountGroup( this );
    auto const mount = [&]( std::string_view path, char const * type, char const * mode ) {
@@ -192,7 +193,8 @@ void RateMonSmLoader::prepareToDie() {
    mountGroupsDel();
    if( auto const root = rateMonSm() ) {
       root->prepareToDie();
-      // Not left to the last reference: taken down from inside one of the root's own writes, that would only go when the writes end.
+      // Not left to the last reference: taken down from inside one of the root's own writes, that would only go when
+      // the writes end.
       root->takeDown();
    }
    rateMonSmDel();

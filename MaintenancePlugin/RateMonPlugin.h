@@ -1,9 +1,9 @@
 // How the plug-in comes to life inside the maintenance service.
 //
-// A static RateMonPlugin registers itself with the plug-in loader when the shared object is loaded; the loader later calls
-// init, which makes the loader entity RateMonSmLoader in the context's plug-in directory. RateMonSmLoader registers the info
-// dumper, mounts every record that any machine reads or writes, and, once all mounts are complete, looks each up, makes the
-// error-disable cause, starts the Ethernet counter reader and makes the root state machine.
+// A static RateMonPlugin registers itself with the plug-in loader when the shared object is loaded; the loader later
+// calls init, which makes the loader entity RateMonSmLoader in the context's plug-in directory. RateMonSmLoader
+// registers the info dumper, mounts every record that any machine reads or writes, and, once all mounts are complete,
+// looks each up, makes the error-disable cause, starts the Ethernet counter reader and makes the root state machine.
 //
 //    created --init--> mounting --all mounts complete--> running --deleted--> torn down
 //                               --a mount failed--> assertion: there is no partial start

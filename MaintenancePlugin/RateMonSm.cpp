@@ -77,7 +77,8 @@ void RateMonSm::takeDown() {
    unitStatusReactor_->notifierIs( nullptr );
    intfProfileConfigReactor_->notifierIs( nullptr );
    defaultIntfProfileReactor_->notifierIs( nullptr );
-   // The helpers before the units: what a unit reports on its way out now is no answer to any request, so it is not written.
+   // The helpers before the units: what a unit reports on its way out now is no answer to any request, so it is not
+   // written.
    endMachine( maintEnterStageHelper_ );
    endMachine( maintExitStageHelper_ );
    // Unit monitors before drain monitors: the teardown of a unit still has to find the monitors that it releases.
@@ -86,13 +87,14 @@ void RateMonSm::takeDown() {
    letGoOfTheRest();
    intfMonDelAll();
    endMachine( intfStatusSm_ );
-   // Last, because the aggregates follow all that the others let go. The wheel, the counters and the collections stay until the
-   // root is freed: a machine whose write brought this about still works with them on its way out.
+   // Last, because the aggregates follow all that the others let go. The wheel, the counters and the collections stay
+   // until the root is freed: a machine whose write brought this about still works with them on its way out.
    endMachine( intfRateAggSm_ );
 }
 
-// Only where a start or stop of an interface is under way, and this teardown is called from within: what a unit on its way in or
-// out has not let go is let go here, because that unit will find nothing left to do. Above all no link stays shut down.
+// Only where a start or stop of an interface is under way, and this teardown is called from within: what a unit on its
+// way in or out has not let go is let go here, because that unit will find nothing left to do. Above all no link stays
+// shut down.
 void RateMonSm::letGoOfTheRest() {
    for( auto [intf, sampler] : monIntfDir()->monitoredIntfIterator() ) {
       sampler->dependentUnitDelAll();  // out of the units' aggregates
@@ -134,8 +136,8 @@ void RateMonSm::handleInitialized() {
    initializedIs( true );
 }
 
-// What somebody asked for from inside a write of the start-up was heard by nobody: the root's reactors were silent, and stage
-// helpers hand nothing on to a root that is not initialized.
+// What somebody asked for from inside a write of the start-up was heard by nobody: the root's reactors were silent, and
+// stage helpers hand nothing on to a root that is not initialized.
 void RateMonSm::catchUp() {
    using Maintenance::Unit::State;
    for( auto [unitName, monitor] : unitMonIterator() ) {
@@ -262,7 +264,8 @@ Kel::Ptr<UnitMonSm> RateMonSm::unitMonIs( Kel::String8 const & unitName, uint32_
       present->genIdIs( genId );
       return present;
    }
-   // In its place before its start, which writes: whoever ends the unit's maintenance from within must find the monitor.
+   // In its place before its start, which writes: whoever ends the unit's maintenance from within must find the
+   // monitor.
    auto const made = unitMonIs( Kel::validPtr( new UnitMonSm( unitName, genId, rootSm, monIntf, drainedIntf ) ) );
    made->hasNotificationActiveIs( true );
    if( made->inService() ) made->handleInitialized();

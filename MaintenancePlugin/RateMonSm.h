@@ -1,10 +1,11 @@
 // The root of the plug-in: owns every other machine and collection, and is the one place where the plug-in's state is
 // brought into line with the state database when the agent (re)starts.
 //
-// Built once by the loader, when all mounts are complete, with every directory that any machine needs. Start-up marks the
-// published interface records stale, re-enters the units that are entering, in or leaving maintenance (which refreshes the
-// records of what is still monitored), and deletes what stayed stale. After that it is driven by the stage helpers: a stage
-// request becomes a maintenance enter or exit of a unit, and a unit monitor's report becomes a completion mark.
+// Built once by the loader, when all mounts are complete, with every directory that any machine needs. Start-up marks
+// the published interface records stale, re-enters the units that are entering, in or leaving maintenance (which
+// refreshes the records of what is still monitored), and deletes what stayed stale. After that it is driven by the
+// stage helpers: a stage request becomes a maintenance enter or exit of a unit, and a unit monitor's report becomes a
+// completion mark.
 //
 //    RateMonSm -+- MaintStageHelperSm x 2        stages "maintEnter", "maintExit"
 //               +- UnitMonSm per unit served     which interfaces, are all drained
@@ -47,8 +48,8 @@ class RateMonSm final : public Kel::Entity, public RateMonContext {
 
    ~RateMonSm() override;
 
-   // False once everything that was monitored has been let go. A machine that is at work in a stop or start asks this after each
-   // write, because the write may have been heard by whoever takes the plug-in down.
+   // False once everything that was monitored has been let go. A machine that is at work in a stop or start asks this
+   // after each write, because the write may have been heard by whoever takes the plug-in down.
    [[nodiscard]] bool serving() const { return serving_; }
 
    // The unit's monitor, made when absent; one that exists takes the new generation id and must have the same other
@@ -56,8 +57,8 @@ class RateMonSm final : public Kel::Entity, public RateMonContext {
    Kel::Ptr<UnitMonSm> unitMonIs( Kel::String8 const & unitName, uint32_t genId, RateMonSm * rootSm,
                                   Kel::Ptr<UnitIntfInput> const & monIntf,
                                   Kel::Ptr<UnitIntfInput> const & drainedIntf );
-   // The interface's drain monitor, made when absent; one that exists takes the new profile and must have the same other
-   // arguments.
+   // The interface's drain monitor, made when absent; one that exists takes the new profile and must have the same
+   // other arguments.
    Kel::Ptr<IntfMonSm> intfMonIs( Lumo::IntfId intf, Kel::Ptr<Brim::TimerWheel> const & timerWheel,
                                   Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile, RateMonSm * rootSm,
                                   Kel::Ptr<MonitoredIntf> const & monitoredIntf,
@@ -88,8 +89,8 @@ class RateMonSm final : public Kel::Entity, public RateMonContext {
 
    void handleInitialized();
    void prepareToDie() override;
-   // Lets go of everything, in order, once: afterwards nothing of this plug-in writes a record. It may be called from inside any
-   // write, also one that a machine of this root is making.
+   // Lets go of everything, in order, once: afterwards nothing of this plug-in writes a record. It may be called from
+   // inside any write, also one that a machine of this root is making.
    void takeDown();
 
    // This machine's part of the plug-in's dump (RateMonDump.cpp); `indent` blanks begin each line.

@@ -1,5 +1,5 @@
-// How often each noteworthy branch of the logic was taken, mostly the branches that skip or refuse work. Owned by the root;
-// nothing reads them back but the info dump. All start at 0 and are only added to.
+// How often each noteworthy branch of the logic was taken, mostly the branches that skip or refuse work. Owned by the
+// root; nothing reads them back but the info dump. All start at 0 and are only added to.
 #pragma once
 
 #include "kel/Attributes.h"

@@ -30,7 +30,8 @@ Kel::Ptr<IntfMaintenanceProfile::Config const> RateMonSm::getIntfProfile( Lumo::
    if( name == defaultProfileName() ) name = in().defaultIntfProfile->profileName();
    Kel::Ptr<IntfMaintenanceProfile::Config const> profile;
    if( !name.empty() ) profile = in().intfProfileConfigDir->config( name );
-   // Nothing selected, or not configured yet: the configuration's own default stands in, so that a monitor always has one.
+   // Nothing selected, or not configured yet: the configuration's own default stands in, so that a monitor always has
+   // one.
    if( !profile ) profile = in().intfProfileConfigDir->config( defaultProfileName() );
    return profile;
 }

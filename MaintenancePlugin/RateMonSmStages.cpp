@@ -33,7 +33,8 @@ void RateMonSm::handleUnitMaintenanceEnter( Kel::String8 const & unitName, uint3
       TRACE( 1, "Unit " << unitName << " (genId " << present->genId() << ") exists. Exiting maintenance" );
       RING( 3, "Unit {} (genId {}) exists. Exiting maintenance", unitName, present->genId() );
       handleUnitMaintenanceExit( unitName, genId );
-      // Whoever heard of the exit may have taken the plug-in down, or entered the unit once more: the later request holds.
+      // Whoever heard of the exit may have taken the plug-in down, or entered the unit once more: the later request
+      // holds.
       auto const successor = unitMon( unitName );
       if( !serving() || ( successor && successor != present ) ) return;
    }
@@ -64,7 +65,8 @@ void RateMonSm::handleUnitMaintenanceExit( Kel::String8 const & unitName, uint32
    if( unit && unit->state() == Maintenance::Unit::State::entering ) {
       counters()->numMaintExitInMaintModeEnterInc( 1 );
    }
-   // The exit's generation before the teardown: the teardown reports the exit stage, and it is the exit's instance that waits.
+   // The exit's generation before the teardown: the teardown reports the exit stage, and it is the exit's instance that
+   // waits.
    monitor->genIdIs( genId );
    unitMonDel( unitName );
    TRACE( 1, "done with traffic monitoring for unit " << unitName );

@@ -1,7 +1,7 @@
 // The plug-in's two trace channels, side by side.
 //
-// TRACE( level, text << ... ) writes a line of the framework trace that begins with the function's name; TRACE_AS gives the
-// beginning itself, where it is more than that name. RING( level, format, ... ) puts a message into the ring trace.
+// TRACE( level, text << ... ) writes a line of the framework trace that begins with the function's name; TRACE_AS gives
+// the beginning itself, where it is more than that name. RING( level, format, ... ) puts a message into the ring trace.
 // Framework levels: 1 anomalies and unit-level events, 2 entering maintenance, 4 ordinary progress, 5 per-interface
 // sampling and profiles, 9 membership, backlog and per-sample detail. Ring levels: 0 anomalies, 1 warnings, 3 progress,
 // 4 profiles, 8 per-sample detail. Tracing never changes behaviour.

@@ -91,8 +91,8 @@ void UnitMonSm::startIntfMon( Lumo::IntfId intf ) {
    if( !canBeMonitored( intf ) ) return;
    auto const intfMonSm = sharedOrNewIntfMon( intf, intfProfile );
    if( !goesOn( intf, intfMonSm ) ) return startInterrupted( intf );
-   // Drained for another unit already, or under watch only. Before the unit depends on it and monitors it: the count of drained
-   // interfaces runs ahead of the other, so that the unit does not look undrained in between.
+   // Drained for another unit already, or under watch only. Before the unit depends on it and monitors it: the count of
+   // drained interfaces runs ahead of the other, so that the unit does not look undrained in between.
    if( intfMonSm->state() == MonIntfState::passiveMonitoring ) drainedIntf()->intfIs( intf, true );
    if( !goesOn( intf, intfMonSm ) ) return startInterrupted( intf );
    KEL_ASSERT( intfMonSm->monitoredIntf() );
@@ -106,8 +106,8 @@ bool UnitMonSm::goesOn( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm
    return inService() && intfMonSm && rateMonSm()->intfMon( intf ) == intfMonSm;
 }
 
-// Somebody who saw the interface being started ended its monitoring or the unit's maintenance. Whoever did that could only take
-// back what was started by then.
+// Somebody who saw the interface being started ended its monitoring or the unit's maintenance. Whoever did that could
+// only take back what was started by then.
 void UnitMonSm::startInterrupted( Lumo::IntfId intf ) {
    if( inService() ) return startIntfMon( intf );  // the unit is still to be served: from the beginning
    if( !mine( intf ) ) return;
@@ -118,8 +118,8 @@ void UnitMonSm::startInterrupted( Lumo::IntfId intf ) {
    if( isUnused( intf, intfMonSm ) ) deleteIntfMon( intf, intfMonSm );
 }
 
-// Whether this monitor may still speak for the unit where the interface is concerned: after its end another may have taken over,
-// because the unit was entered again, and the root may be gone with all that was monitored.
+// Whether this monitor may still speak for the unit where the interface is concerned: after its end another may have
+// taken over, because the unit was entered again, and the root may be gone with all that was monitored.
 bool UnitMonSm::mine( Lumo::IntfId intf ) const {
    if( !rateMonSm()->serving() ) return false;
    auto const present = rateMonSm()->unitMon( unitName() );
@@ -153,7 +153,8 @@ Kel::Ptr<IntfMonSm> UnitMonSm::sharedOrNewIntfMon( Lumo::IntfId intf,
                                                    Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile ) {
    auto const present = rateMonSm()->intfMon( intf );
    if( !present ) return newIntfMon( intf, profile );
-   // One whose sampler is gone is being deleted, and we are called from within. It cannot be shared, so its end comes first.
+   // One whose sampler is gone is being deleted, and we are called from within. It cannot be shared, so its end comes
+   // first.
    if( rateMonSm()->monIntfDir()->monitoredIntf( intf ) != present->monitoredIntf() ) {
       unApplyCurrentProfile( unitName(), intf, present, rateMonSm() );
       rateMonSm()->intfMonDel( intf );
@@ -210,14 +211,15 @@ void UnitMonSm::stopIntfMon( Lumo::IntfId intf ) {
    drainedIntf()->intfDel( intf );
    if( !mine( intf ) ) return;
    monitoredIntf->dependentUnitDel( unitName() );
-   // From here on it is the monitor of the units that remain, and each write may have been heard by one that stopped it, too.
+   // From here on it is the monitor of the units that remain, and each write may have been heard by one that stopped
+   // it, too.
    if( rateMonSm()->intfMon( intf ) != intfMonSm ) return;
    applyRemainingProfile( intf, intfMonSm );
    if( isUnused( intf, intfMonSm ) ) deleteIntfMon( intf, intfMonSm );
 }
 
-// The precedence among the units that remain now decides. For them an interface that was shut down stays so, which is why
-// its link's being down does not count here.
+// The precedence among the units that remain now decides. For them an interface that was shut down stays so, which is
+// why its link's being down does not count here.
 void UnitMonSm::applyRemainingProfile( Lumo::IntfId intf, Kel::Ptr<IntfMonSm> const & intfMonSm ) {
    auto const intfProfile = rateMonSm()->getIntfProfile( intf );
    if( intfProfile && rateMonSm()->isUp( intf ) ) {
@@ -269,7 +271,8 @@ void UnitMonSm::unApplyCurrentProfile( Kel::String8 const & unit, Lumo::IntfId i
 void UnitMonSm::handleMonIntf( Lumo::IntfId intf ) {
    bool const * const present = monIntf()->intf( intf );
    bool const added = present && *present;
-   // Until then what is added is this monitor's own doing. What is taken away never is: it stops at once, whenever that is.
+   // Until then what is added is this monitor's own doing. What is taken away never is: it stops at once, whenever that
+   // is.
    if( !initialized() && added ) return;
    if( added ) {
       TRACE( 5, "unit " << unitName() << ", starting intf mon for intf " << intf );
@@ -302,8 +305,8 @@ void UnitMonSm::prepareToDie() {
    drainedIntfReactor_->notifierIs( nullptr );
    TRACE( 1, "unit " << unitName() << ", genId " << genId() );
    RING( 3, "unit {}, genId {}", unitName(), genId() );
-   // All that are monitored now, listed beforehand: one that the membership tracker takes out of the unit while another is being
-   // stopped would be missed, since this monitor no longer hears of it.
+   // All that are monitored now, listed beforehand: one that the membership tracker takes out of the unit while another
+   // is being stopped would be missed, since this monitor no longer hears of it.
    std::vector<Lumo::IntfId> monitored;
    for( auto [intf, present] : monIntf()->intfIterator() ) monitored.push_back( intf );
    for( Lumo::IntfId const intf : monitored ) {

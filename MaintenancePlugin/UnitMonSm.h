@@ -1,8 +1,9 @@
 // The monitor of one unit whose maintenance entry is being served.
 //
 // Owned by the root, made on maintenance enter, deleted on exit or when the unit's status record goes. It decides which
-// interfaces of the unit are monitored, starts, shares and stops their drain monitors, and reports the enter stage complete
-// once the unit's drained set is as large as its monitored set. Its teardown stops everything and reports the exit stage.
+// interfaces of the unit are monitored, starts, shares and stops their drain monitors, and reports the enter stage
+// complete once the unit's drained set is as large as its monitored set. Its teardown stops everything and reports the
+// exit stage.
 //
 //    enter --> monitoring --last interface drained or removed--> drained (reported) --interface added--> monitoring
 //                 any --exit, status record gone, new enter--> torn down (exit reported)
@@ -26,7 +27,8 @@ class UnitMonSm final : public Kel::Entity {
 
    ~UnitMonSm() override;
 
-   // Once, by the factory, when the root already has this monitor: who ends the unit's maintenance from within finds it there.
+   // Once, by the factory, when the root already has this monitor: who ends the unit's maintenance from within finds it
+   // there.
    void handleInitialized();
    void handleMonIntf( Lumo::IntfId intf );
    void handleDrainedIntf( Lumo::IntfId intf );

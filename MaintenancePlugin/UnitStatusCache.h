@@ -1,8 +1,8 @@
 // The status records of the units that one interface counts for, as they were looked up last.
 //
-// A device for speed: with a look-up by name per unit a sample costs about a fifth more (bench/sample_bench). Whoever owns the
-// cache says by a number, the epoch, how old it may be: one that was filled in an earlier epoch is stale as a whole, and there is
-// no other invalidation. Nearly always there is just one unit, which takes no memory of its own.
+// A device for speed: with a look-up by name per unit a sample costs about a fifth more (bench/sample_bench). Whoever
+// owns the cache says by a number, the epoch, how old it may be: one that was filled in an earlier epoch is stale as a
+// whole, and there is no other invalidation. Nearly always there is just one unit, which takes no memory of its own.
 #pragma once
 
 #include <algorithm>

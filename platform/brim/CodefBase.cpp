@@ -7,8 +7,8 @@ namespace Brim {
 CodefBase::CodefBase( Kel::Ptr<Kel::Clock> const & clock ) : clock_( clock ), deferred_( *this ) {}
 
 void CodefBase::clockNotifieeTimeMinIs( double t ) {
-   // Work that is due already would wait for yet another turn if it were asked for anew, and never be done where every turn
-   // brings an update.
+   // Work that is due already would wait for yet another turn if it were asked for anew, and never be done where every
+   // turn brings an update.
    bool const alreadyDue = deferred_.timeMin() <= Kel::now();
    if( alreadyDue && t <= Kel::now() ) return;
    deferred_.timeMinIs( t );

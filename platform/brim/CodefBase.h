@@ -1,9 +1,9 @@
 // Deferred work in slices: the base of a machine that has more to do than one handler may take.
 //
-// The derived machine keeps its own backlog and asks for the work routine with scheduleCodef(). The base calls it from the
-// activity loop, in a turn's second phase, never from within the caller and never nested. A slice stops by itself after
-// about backlogQuantum seconds, measured on the clock read afresh; as long as it leaves a backlog, the base asks for
-// another slice in the next turn. What a slice did goes into the work statistics, which never influence the work.
+// The derived machine keeps its own backlog and asks for the work routine with scheduleCodef(). The base calls it from
+// the activity loop, in a turn's second phase, never from within the caller and never nested. A slice stops by itself
+// after about backlogQuantum seconds, measured on the clock read afresh; as long as it leaves a backlog, the base asks
+// for another slice in the next turn. What a slice did goes into the work statistics, which never influence the work.
 //
 // Held by a Ptr like every machine; it may be dropped from within its own slice.
 #pragma once

@@ -1,8 +1,8 @@
 // A 63-bit counter value that may be missing, in one 64-bit word: the top bit set means "no value".
 //
 // Hardware and kernel counters come as 64-bit words; nothing reaches 2^63 octets, so the top bit is free to say that a
-// counter is not there (a link without statistics, a table row not yet filled). Values count modulo 2^63. A new one holds
-// the value 0; "no value" is always made on purpose, with none(). Never does a missing value read as a zero.
+// counter is not there (a link without statistics, a table row not yet filled). Values count modulo 2^63. A new one
+// holds the value 0; "no value" is always made on purpose, with none(). Never does a missing value read as a zero.
 #pragma once
 
 #include <cstdint>

@@ -96,8 +96,8 @@ inline uint64_t TimerWheel::tickFor( double t ) const {
    return tickForExactly( t );
 }
 
-// A timer is in the lowest level whose present block holds its tick. So all timers of one tick are in one slot at any time,
-// and a slot that moves down as a whole keeps their order.
+// A timer is in the lowest level whose present block holds its tick. So all timers of one tick are in one slot at any
+// time, and a slot that moves down as a whole keeps their order.
 inline std::size_t TimerWheel::slotOf( uint64_t tick ) const {
    uint64_t const apart = tick ^ current_;
    if( apart >> spanBits_ == 0 ) [[likely]]

@@ -1,12 +1,13 @@
 // The ring-buffer trace: what the agent did lately, kept at almost no cost and readable after its death.
 //
-// BRISKLOG( level, "intf {}, profile {}", intf, name ) copies the time, a format number and the arguments into the current
-// ring; nothing is formatted until somebody reads. The number of arguments is checked when the call is compiled. Levels: 0
-// errors and anomalies, 1 warnings, 3 progress, 4 profiles, 8 per-sample detail; all are enabled until levelsIs() says
-// otherwise, and a disabled one costs a load and a branch and evaluates no argument.
+// BRISKLOG( level, "intf {}, profile {}", intf, name ) copies the time, a format number and the arguments into the
+// current ring; nothing is formatted until somebody reads. The number of arguments is checked when the call is
+// compiled. Levels: 0 errors and anomalies, 1 warnings, 3 progress, 4 profiles, 8 per-sample detail; all are enabled
+// until levelsIs() says otherwise, and a disabled one costs a load and a branch and evaluates no argument.
 //
-// The ring is anonymous memory until the agent gives a file with ringIs(). A failed assertion, and an exception that nobody
-// catches, are put there at level 0 before the process aborts. One writer: the activity loop. A message changes nothing but the ring.
+// The ring is anonymous memory until the agent gives a file with ringIs(). A failed assertion, and an exception that
+// nobody catches, are put there at level 0 before the process aborts. One writer: the activity loop. A message changes
+// nothing but the ring.
 #pragma once
 
 #include <cstdint>
@@ -105,8 +106,8 @@ template<class... Args>
    desc.write( slotOf( args )... );
 }
 
-// Puts "<name>: <microseconds>" into the ring at level 8 when the block that it stands in ends. The microseconds are those
-// of the loop's clock: on a virtual clock a block takes none.
+// Puts "<name>: <microseconds>" into the ring at level 8 when the block that it stands in ends. The microseconds are
+// those of the loop's clock: on a virtual clock a block takes none.
 class BlockTimer {
  public:
    explicit BlockTimer( char const * name );

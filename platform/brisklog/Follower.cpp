@@ -17,8 +17,8 @@ Follower::~Follower() {
    if( fd_ >= 0 ) close( fd_ );
 }
 
-// Whether the path is there is asked before the open ring is read: a ring is replaced after its writer has gone, and what
-// is read then is all that it will ever hold.
+// Whether the path is there is asked before the open ring is read: a ring is replaced after its writer has gone, and
+// what is read then is all that it will ever hold.
 std::optional<Follower::News> Follower::next() {
    bool const goesOn = !replaced();
    if( fd_ >= 0 ) {

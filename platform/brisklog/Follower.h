@@ -1,8 +1,9 @@
 // Reads a ring file on and on: at each call what was written since the last, oldest first.
 //
-// It follows the path, as one follows a log. Where a new process has put a new ring there, what the one before still held is
-// given first, so the last words of a process that died are not lost. A file that is not there, or is gone, gives nothing
-// until there is one. A call that finds nothing new reads the file's header and no more. Driven by its caller's polling.
+// It follows the path, as one follows a log. Where a new process has put a new ring there, what the one before still
+// held is given first, so the last words of a process that died are not lost. A file that is not there, or is gone,
+// gives nothing until there is one. A call that finds nothing new reads the file's header and no more. Driven by its
+// caller's polling.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +31,8 @@ class Follower {
    Follower & operator=( Follower const & ) = delete;
    ~Follower();
 
-   // None where nothing is new; the first time, where there is no file. Throws RingError for a file that cannot be read or is no ring.
+   // None where nothing is new; the first time, where there is no file. Throws RingError for a file that cannot be read
+   // or is no ring.
    [[nodiscard]] std::optional<News> next();
 
  private:

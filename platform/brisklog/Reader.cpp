@@ -80,8 +80,8 @@ void Reader::load( Source const & source ) {
    thisBoot_ = before.boot != 0 && before.boot == presentBoot();
    ring_.resize( before.ringBytes );
    source.copy( sizeof( FileHeader ) + formatAreaBytes, ring_ );
-   // Read after the ring: what the tail has passed by now may have been overwritten while it was copied, and the table has
-   // every format that a record of the copy uses.
+   // Read after the ring: what the tail has passed by now may have been overwritten while it was copied, and the table
+   // has every format that a record of the copy uses.
    std::atomic_thread_fence( std::memory_order_acquire );
    FileHeader const after = source.header();
    std::vector<std::byte> table( std::min( after.formatBytes, formatAreaBytes ) );

@@ -1,8 +1,8 @@
 // Reads a ring: of a process that lives or died, or this process's own.
 //
-// It works on a copy taken at construction and believes none of it. A file that is no ring is refused; inside a ring, reading
-// ends at the first record that does not hold, and damaged() says so. Where the writer goes on while the copy is taken,
-// what it overwrote meanwhile is left out. It never writes, and the writer never waits for it.
+// It works on a copy taken at construction and believes none of it. A file that is no ring is refused; inside a ring,
+// reading ends at the first record that does not hold, and damaged() says so. Where the writer goes on while the copy
+// is taken, what it overwrote meanwhile is left out. It never writes, and the writer never waits for it.
 #pragma once
 
 #include <cstddef>

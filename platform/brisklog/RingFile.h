@@ -1,8 +1,9 @@
 // The mapped region that ring-trace messages are written into: memory of this process, or a file that survives it.
 //
-// The process has one current ring, held by Brisklog.cpp; only that writes. One writer, no locks. A file's pages belong to the
-// kernel, so what was committed is there for a Reader however the process ends; it is not flushed to the disk, and a power
-// failure may lose it. Readers are never waited for. The layout and what holds at every moment are in RingLayout.h.
+// The process has one current ring, held by Brisklog.cpp; only that writes. One writer, no locks. A file's pages belong
+// to the kernel, so what was committed is there for a Reader however the process ends; it is not flushed to the disk,
+// and a power failure may lose it. Readers are never waited for. The layout and what holds at every moment are in
+// RingLayout.h.
 #pragma once
 
 #include <algorithm>
@@ -20,10 +21,10 @@ namespace Brisklog {
 
 class RingFile {
  public:
-   // A new file at `path` with a ring of at least `ringBytes`, rounded up to a power of two from 32 KiB to 1 GiB. It appears
-   // there as a whole ring, made as `path` + ".new". A file that was there, most likely the ring of a process that died, is
-   // kept as `path` + ".old"; what that name had is lost. All of the space is allocated now. Throws std::system_error, and
-   // leaves what was there in its place.
+   // A new file at `path` with a ring of at least `ringBytes`, rounded up to a power of two from 32 KiB to 1 GiB. It
+   // appears there as a whole ring, made as `path` + ".new". A file that was there, most likely the ring of a process
+   // that died, is kept as `path` + ".old"; what that name had is lost. All of the space is allocated now. Throws
+   // std::system_error, and leaves what was there in its place.
    [[nodiscard]] static std::unique_ptr<RingFile> create( std::string const & path, uint64_t ringBytes );
 
    // Memory of this process, gone with it. Throws std::system_error.

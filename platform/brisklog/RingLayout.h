@@ -1,13 +1,13 @@
-// The ring file as it lies on disk or in memory, and how one message of it becomes text. Shared by the writer, which trusts
-// it, and the reader, which does not.
+// The ring file as it lies on disk or in memory, and how one message of it becomes text. Shared by the writer, which
+// trusts it, and the reader, which does not.
 //
 //    FileHeader | format table (append-only) | ring of records
 //
-// Positions in the ring are 64-bit byte counts that only grow; a position's place is its remainder by the ring's size, a
-// power of two. The ring is made of equal blocks, and no record crosses the end of one: what is left of a block is a filler.
-// Everything from `tail`, the begin of a block, to `head` is whole records, oldest first. Moving `head` is what commits a
-// record, and `tail` moves to the next block before the first byte of its own is overwritten: whatever instruction the
-// writer was killed at, the range between the two holds.
+// Positions in the ring are 64-bit byte counts that only grow; a position's place is its remainder by the ring's size,
+// a power of two. The ring is made of equal blocks, and no record crosses the end of one: what is left of a block is a
+// filler. Everything from `tail`, the begin of a block, to `head` is whole records, oldest first. Moving `head` is what
+// commits a record, and `tail` moves to the next block before the first byte of its own is overwritten: whatever
+// instruction the writer was killed at, the range between the two holds.
 #pragma once
 
 #include <cstddef>

@@ -1,12 +1,12 @@
 // The activity loop: everything inside one agent happens in its turns, one after the other.
 //
-// A turn has one time, Kel::now(), which does not move until the next. It runs the work it was given (a request, a ready
-// descriptor, a line of a scenario), then the timers that were due when it began, then the deferred work that was. What
-// is asked for during a turn waits for a later one, also for a time in the past, so a turn always ends.
+// A turn has one time, Kel::now(), which does not move until the next. It runs the work it was given (a request, a
+// ready descriptor, a line of a scenario), then the timers that were due when it began, then the deferred work that
+// was. What is asked for during a turn waits for a later one, also for a time in the past, so a turn always ends.
 //
 // There is one loop in a process, made by the host with the clock that it is to follow. The loop never waits: whoever
-// drives it does, until nextDue() or until there is work, and then calls turn(). An exception of a handler passes through
-// to the driver; what the turn had not yet come to is kept for the next.
+// drives it does, until nextDue() or until there is work, and then calls turn(). An exception of a handler passes
+// through to the driver; what the turn had not yet come to is kept for the next.
 #pragma once
 
 #include <cstdint>

@@ -8,20 +8,20 @@
 //       KEL_ENTITY_END
 //    };
 //
-// declares for each attribute x the reader x(), the mutator xIs( v ), the deleter xDel(), for KEL_ATTR_NOTIFY the handler
-// onX() of the reactor classes NotifieeConst and Notifiee, and the reflected attribute. Setting the value that is already
-// there notifies nobody. Keyed attributes:
+// declares for each attribute x the reader x(), the mutator xIs( v ), the deleter xDel(), for KEL_ATTR_NOTIFY the
+// handler onX() of the reactor classes NotifieeConst and Notifiee, and the reflected attribute. Setting the value that
+// is already there notifies nobody. Keyed attributes:
 //
 //    KEL_MAP( bool, Kel::String8, dependentUnit, onDependentUnit )     // values by key
 //    KEL_SET( Lumo::IntfId, intf, onIntf )                             // keys
 //    KEL_CHILDREN( Unit::Status, Kel::String8, status, onStatus )      // entities by key, owned
 //
-// give x( key ) (null when absent), xIs( key, value ), xDel( key ), xDelAll(), the count xs(), the walks xIterator() and
-// xIteratorConst(), the handlers onX( key ), called after the change, and onXkelImmediate(), called once when a reactor is
-// attached to a collection that already has entries. KEL_REF( Kel::Ptr<T>, x ) holds a reference that is not owned as a
-// child and does not notify. KEL_ATTR_HANDLED( T, x, handleX ) is for a machine that acts on its own attribute: the mutator ends with
-// handleX(). KEL_ATTR_BY and KEL_REF_BY reflect what a class keeps in its own way. KEL_MACHINE stands for KEL_ENTITY where the
-// class writes its own constructors.
+// give x( key ) (null when absent), xIs( key, value ), xDel( key ), xDelAll(), the count xs(), the walks xIterator()
+// and xIteratorConst(), the handlers onX( key ), called after the change, and onXkelImmediate(), called once when a
+// reactor is attached to a collection that already has entries. KEL_REF( Kel::Ptr<T>, x ) holds a reference that is not
+// owned as a child and does not notify. KEL_ATTR_HANDLED( T, x, handleX ) is for a machine that acts on its own
+// attribute: the mutator ends with handleX(). KEL_ATTR_BY and KEL_REF_BY reflect what a class keeps in its own way.
+// KEL_MACHINE stands for KEL_ENTITY where the class writes its own constructors.
 //
 // KEL_TYPE( MonIntfStatus ) in one source file gives the type its reflection, once in the program.
 #pragma once
@@ -173,8 +173,8 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    TYPE NAME##_{};                                                                                       \
  public:
 
-// Reflection alone, of what the class keeps in its own way: an attribute with a reader NAME() and a mutator NAMEIs( v ), and a
-// reference with a reader NAME().
+// Reflection alone, of what the class keeps in its own way: an attribute with a reader NAME() and a mutator NAMEIs( v
+// ), and a reference with a reader NAME().
 #define KEL_ATTR_BY( TYPE, NAME )                                                                        \
    KEL_LINK_OPEN( NAME )                                                                                 \
       KEL_DESCRIBE( ( ::Kel::scalarInfo<KelSelf, TYPE>( #NAME, ::Kel::AttributeInfo::Kind::scalar,       \

@@ -1,12 +1,12 @@
 // The clock: the one class that reads time.
 //
-// now() reads afresh, in seconds since an epoch that only differences of times may rely on. Code that reacts to something
-// uses Kel::now() (kel/ActivityLoop.h), which does not move within a turn; now() of the clock itself is for measuring how
-// long something takes. The loop takes its clock as a parameter: RealClock in the agent, VirtualClock where time is set
-// from outside.
+// now() reads afresh, in seconds since an epoch that only differences of times may rely on. Code that reacts to
+// something uses Kel::now() (kel/ActivityLoop.h), which does not move within a turn; now() of the clock itself is for
+// measuring how long something takes. The loop takes its clock as a parameter: RealClock in the agent, VirtualClock
+// where time is set from outside.
 //
-// Clock::NotifieeConst is a timer: a reactor on the clock that drives the activity loop. It never runs nested in another
-// handler, only from the loop.
+// Clock::NotifieeConst is a timer: a reactor on the clock that drives the activity loop. It never runs nested in
+// another handler, only from the loop.
 #pragma once
 
 #include "kel/Assert.h"
@@ -44,7 +44,8 @@ class RealClock final : public Clock {
    [[nodiscard]] double now() const override;
 };
 
-// Stands still until told otherwise. With a step it also moves on by that after each read, so that work seems to take time.
+// Stands still until told otherwise. With a step it also moves on by that after each read, so that work seems to take
+// time.
 class VirtualClock final : public Clock {
  public:
    explicit VirtualClock( double start, double step = 0 ) : now_( start ), step_( step ) {}

@@ -1,9 +1,9 @@
 // The operations of keyed attributes, one class per form: values by key, a set of keys, child entities by key.
 //
 // The attribute macros (kel/Attributes.h) give each a member and named forwarders; nothing here is used directly by
-// records or machines, save iterators. A change is made, then told; deleting all deletes one by one, so reactors see every
-// removal. `Tell` is the owner's callback: it delivers the change of one key. A child that leaves is out of service before
-// anything else, then taken apart, then told of.
+// records or machines, save iterators. A change is made, then told; deleting all deletes one by one, so reactors see
+// every removal. `Tell` is the owner's callback: it delivers the change of one key. A child that leaves is out of
+// service before anything else, then taken apart, then told of.
 #pragma once
 
 #include <algorithm>

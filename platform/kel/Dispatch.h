@@ -1,13 +1,13 @@
 // One dispatch under way: a change that is being delivered, or a piece of the activity loop's work.
 //
-// A handler may do anything to anyone, down to dropping the machine on whose behalf it was called. So nothing that is counted
-// by references is freed while a dispatch is under way: what loses its last reference meanwhile falls silent at once, as do its
-// reactors, and is freed when the outermost dispatch ends. Whoever made a write, and every reactor, owner and record on the
-// stack below, can therefore finish what it was doing; all that it still has to ask is whether it is in service
-// (PtrInterface::inService).
+// A handler may do anything to anyone, down to dropping the machine on whose behalf it was called. So nothing that is
+// counted by references is freed while a dispatch is under way: what loses its last reference meanwhile falls silent at
+// once, as do its reactors, and is freed when the outermost dispatch ends. Whoever made a write, and every reactor,
+// owner and record on the stack below, can therefore finish what it was doing; all that it still has to ask is whether
+// it is in service (PtrInterface::inService).
 //
-// Stands on the stack of whoever calls handlers: the mutators of attributes, the attachment of a reactor, the activity loop
-// around each piece of work (timers of a wheel are such work of the loop). Costs a counter up and down, which
+// Stands on the stack of whoever calls handlers: the mutators of attributes, the attachment of a reactor, the activity
+// loop around each piece of work (timers of a wheel are such work of the loop). Costs a counter up and down, which
 // bench/notification_bench measures. What is not counted (a reactor that is a member, or on somebody's stack) lives as
 // long as whatever holds it.
 #pragma once
@@ -34,7 +34,8 @@ class Dispatch {
  private:
    friend class PtrInterface;
 
-   // Per thread, for hosts that count references in several: only the thread that runs handlers has to wait with freeing.
+   // Per thread, for hosts that count references in several: only the thread that runs handlers has to wait with
+   // freeing.
    struct State {
       uint32_t underWay = 0;
       uint32_t dropped = 0;

@@ -1,9 +1,9 @@
 // An entity: a named object with reflected attributes that tells its reactors what changes.
 //
 // Records, directories and machines are entities. An entity is owned by the references to it (usually one, held by the
-// collection that it is in) and keeps a list of the reactors that watch it. The rule of delivery stands in kel/Notifiee.h.
-// Watchers see every change of every attribute by name, before the reactors do: they are how the store, the API and the
-// simulator follow records without knowing their types.
+// collection that it is in) and keeps a list of the reactors that watch it. The rule of delivery stands in
+// kel/Notifiee.h. Watchers see every change of every attribute by name, before the reactors do: they are how the store,
+// the API and the simulator follow records without knowing their types.
 #pragma once
 
 #include <string>
@@ -44,8 +44,8 @@ class Entity : public PtrInterface {
    void watcherDel( Watcher & w ) const;
 
    [[nodiscard]] bool hasReactors() const { return !notifiees_.empty(); }
-   // Lets go of every reactor, without a word to them: for records whose readers ended with a simulated process. The reactors
-   // must never be destroyed afterwards. Watchers stay. Not during a delivery.
+   // Lets go of every reactor, without a word to them: for records whose readers ended with a simulated process. The
+   // reactors must never be destroyed afterwards. Watchers stay. Not during a delivery.
    void reactorsForget() const { notifiees_.forgetAll(); }
 
    // For reactors and the attribute macros only.
@@ -68,8 +68,8 @@ class Entity : public PtrInterface {
       }
    }
 
-   // Tells of a change already made: watchers first, then the reactors. What these drop, this entity included, lives until
-   // all have heard.
+   // Tells of a change already made: watchers first, then the reactors. What these drop, this entity included, lives
+   // until all have heard.
    template<class Link, class Handler>
    void kelChanged( Handler const & handler ) const {
       Dispatch const dispatch;
@@ -122,8 +122,9 @@ class Reactor : public Link {
 
    [[nodiscard]] Ptr<Self> const & notifier() const { return notifier_; }
 
-   // Attaches to what is to be watched; null detaches. Collections that already have entries are handed over as a whole,
-   // unless the reactor is silent. Call it from the body of the most derived constructor, so that handlers are its own.
+   // Attaches to what is to be watched; null detaches. Collections that already have entries are handed over as a
+   // whole, unless the reactor is silent. Call it from the body of the most derived constructor, so that handlers are
+   // its own.
    void notifierIs( Ptr<Self> entity ) {
       if( notifier_ == entity ) return;
       Dispatch const dispatch;

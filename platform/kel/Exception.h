@@ -19,8 +19,8 @@ class RangeError : public std::range_error {
    explicit RangeError( std::string const & what ) : std::range_error( what ) {}
 };
 
-// Reports a null reference given for an attribute that must have one. The stray quote is part of the text that people search
-// for.
+// Reports a null reference given for an attribute that must have one. The stray quote is part of the text that people
+// search for.
 [[noreturn, gnu::cold]] inline void refuseNull( char const * typeName, std::string const & attribute ) {
    throw RangeError( "null _" + attribute + " parameter to mutator for " + typeName + "::" + attribute +
                      " not allowed\"" );

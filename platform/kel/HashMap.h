@@ -14,8 +14,8 @@
 
 namespace Kel {
 
-// What all walks have in common. They are known as long as they live, in one place rather than in every map: of the many
-// maps there are, hardly one is walked at any time.
+// What all walks have in common. They are known as long as they live, in one place rather than in every map: of the
+// many maps there are, hardly one is walked at any time.
 class MapWalk {
  public:
    MapWalk( MapWalk const & ) = delete;
@@ -70,8 +70,8 @@ class HashMap {
       explicit operator bool() const { return node_ != nullptr; }
       [[nodiscard]] K const & key() const { return node_->key; }
       [[nodiscard]] V const & value() const { return node_->value; }
-      // After the entry under the cursor was removed, its successor already stands here and is not skipped, also one that came
-      // later.
+      // After the entry under the cursor was removed, its successor already stands here and is not skipped, also one
+      // that came later.
       Cursor & operator++() {
          if( !moved_ ) node_ = node_->next;
          moved_ = false;
@@ -101,8 +101,8 @@ class HashMap {
       bool moved_ = false;
    };
 
-   // A cursor for range-for loops: `for( auto [ key, value ] : dir->statusIterator() )`. View is the form in which values
-   // are handed out, for example Ptr<T const> for a walk that only reads.
+   // A cursor for range-for loops: `for( auto [ key, value ] : dir->statusIterator() )`. View is the form in which
+   // values are handed out, for example Ptr<T const> for a walk that only reads.
    template<class View = V>
    class Iterator : public Cursor {
     public:

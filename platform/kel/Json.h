@@ -1,5 +1,5 @@
-// A Value as JSON text, on one line. Doubles print in the shortest form that reads back the same, 64-bit integers in full;
-// a double that JSON cannot say (infinite, not a number) prints as null.
+// A Value as JSON text, on one line. Doubles print in the shortest form that reads back the same, 64-bit integers in
+// full; a double that JSON cannot say (infinite, not a number) prints as null.
 #pragma once
 
 #include <string>

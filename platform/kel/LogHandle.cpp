@@ -16,8 +16,8 @@ void writeToSyslog( LogRecord const & record ) {
            static_cast<int>( record.text.size() ), record.text.data() );
 }
 
-// The sink and the registry stay to the end of the process: handles of a plug-in that is never unloaded leave after this
-// file's own objects.
+// The sink and the registry stay to the end of the process: handles of a plug-in that is never unloaded leave after
+// this file's own objects.
 LogSink & theSink() {
    static auto & sink = *new LogSink( writeToSyslog );
    return sink;

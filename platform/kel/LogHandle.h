@@ -1,8 +1,9 @@
 // System-log messages: each kind is defined once, with what it means and what an operator should do about it.
 //
-// A LogHandle is a static object of the module that logs; while it lives it is listed in the process-wide registry, so a tool
-// can print every message an agent may write. log() fills the format's %s in order, asks okToLog(), and hands the message
-// to the one sink, by default syslog(3) with facility LOG_DAEMON. Severities are those of syslog: 0 emergency .. 7 debug.
+// A LogHandle is a static object of the module that logs; while it lives it is listed in the process-wide registry, so
+// a tool can print every message an agent may write. log() fills the format's %s in order, asks okToLog(), and hands
+// the message to the one sink, by default syslog(3) with facility LOG_DAEMON. Severities are those of syslog: 0
+// emergency .. 7 debug.
 #pragma once
 
 #include <functional>

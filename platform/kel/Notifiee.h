@@ -6,10 +6,10 @@
 // - A reactor registered during a delivery is not called for that change.
 // - A reactor that is detached, switched off, made a zombie or destroyed during a delivery is never called afterwards,
 //   also later in the same delivery.
-// - A handler may drop the last reference to anything, the entity, the reactor and its owner included: it is freed when the
-//   outermost dispatch ends (kel/Dispatch.h), and the delivery goes on to those after it.
-// - Attachment hands over the entity's collections that have entries, one after the other, by the same rule: to a reactor
-//   that an earlier one detached, moved, silenced or destroyed no further one is handed.
+// - A handler may drop the last reference to anything, the entity, the reactor and its owner included: it is freed when
+//   the outermost dispatch ends (kel/Dispatch.h), and the delivery goes on to those after it.
+// - Attachment hands over the entity's collections that have entries, one after the other, by the same rule: to a
+//   reactor that an earlier one detached, moved, silenced or destroyed no further one is handed.
 // - A reactor whose owner is switched off or a zombie is as silent as if it were so itself.
 #pragma once
 

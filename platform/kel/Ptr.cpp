@@ -27,8 +27,8 @@ Objects & forgotten() {
 }  // namespace
 
 void PtrInterface::die() const {
-   // A destructor may take and drop references to its own object, as may whoever is still at work in it: none of them frees
-   // it a second time. Whatever it hears from now on would find it half gone.
+   // A destructor may take and drop references to its own object, as may whoever is still at work in it: none of them
+   // frees it a second time. Whatever it hears from now on would find it half gone.
    word_.fetch_or( dyingCount | zombieFlag, std::memory_order_relaxed );
    Dispatch::freeOrKeep( this );
 }
@@ -42,8 +42,8 @@ void Dispatch::freeOrKeep( PtrInterface const * object ) {
    ++state_.dropped;
 }
 
-// What a destructor drops in turn is freed within it, unless a handler that it runs drops it: that one's dispatch ends here
-// again.
+// What a destructor drops in turn is freed within it, unless a handler that it runs drops it: that one's dispatch ends
+// here again.
 void Dispatch::freeDropped() {
    Objects const objects = std::exchange( dropped(), {} );
    state_.dropped = 0;

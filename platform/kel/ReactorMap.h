@@ -1,15 +1,16 @@
 // A reactor per entry of a keyed collection of records, for as long as the entry is there.
 //
-// A member of a machine that watches every record of a directory. The machine's reactor on the directory keeps it in step, one
-// key at a time and, at its attachment, as a whole:
+// A member of a machine that watches every record of a directory. The machine's reactor on the directory keeps it in
+// step, one key at a time and, at its attachment, as a whole:
 //
 //    void onStatus( Kel::String8 unit ) override { owner_.status_.sync( unit, notifier()->status( unit ) ); }
 //    void onStatuskelImmediate() override { owner_.status_.syncAll( notifier()->statusIteratorConst() ); }
 //
-// R is made from the owner alone, takes its place in the map and only then watches its record, because what is handed to it by
-// its attachment may already take it away again. After that its handleInitialized() runs, where it has one. When its entry goes,
-// it is out of service first; then its handleDel() runs, where it has one. A record in the place of another gets a reactor of
-// its own, without a word to or from the former. A handler that runs meanwhile may finish: it still has its notifier().
+// R is made from the owner alone, takes its place in the map and only then watches its record, because what is handed
+// to it by its attachment may already take it away again. After that its handleInitialized() runs, where it has one.
+// When its entry goes, it is out of service first; then its handleDel() runs, where it has one. A record in the place
+// of another gets a reactor of its own, without a word to or from the former. A handler that runs meanwhile may finish:
+// it still has its notifier().
 #pragma once
 
 #include <unordered_map>

@@ -1,13 +1,13 @@
 // Reactors on time, and the queue in which they wait for it.
 //
-// A timed reactor asks, with timeMinIs( t ), to be called when time t has come, and is called once for each setting. The
-// activity loop owns two queues of them, timers and deferred work, and alone runs them. Users derive from
+// A timed reactor asks, with timeMinIs( t ), to be called when time t has come, and is called once for each setting.
+// The activity loop owns two queues of them, timers and deferred work, and alone runs them. Users derive from
 // Clock::NotifieeConst or from Deferred, not from the base here.
 //
-// A turn runs what was due when the turn began: the queue sets that batch aside first, so whatever is asked for while the
-// batch runs waits for a later turn, also for a time in the past. A reactor of the batch that is cancelled, set anew or
-// destroyed before its place has come is not called. Cost: O(log n) for each setting; nothing is allocated after a
-// reactor's first.
+// A turn runs what was due when the turn began: the queue sets that batch aside first, so whatever is asked for while
+// the batch runs waits for a later turn, also for a time in the past. A reactor of the batch that is cancelled, set
+// anew or destroyed before its place has come is not called. Cost: O(log n) for each setting; nothing is allocated
+// after a reactor's first.
 #pragma once
 
 #include <compare>

@@ -21,8 +21,8 @@ void writeToStandardError( TraceRecord const & record ) {
                  record.handle.data(), record.level, static_cast<int>( record.text.size() ), record.text.data() );
 }
 
-// The sink and the handles stay to the end of the process: static objects of a plug-in may still trace while the rest is
-// torn down.
+// The sink and the handles stay to the end of the process: static objects of a plug-in may still trace while the rest
+// is torn down.
 TraceSink & theSink() {
    static auto & sink = *new TraceSink( writeToStandardError );
    return sink;

@@ -1,9 +1,9 @@
 // The framework trace: lines of text for whoever follows what the agent decides, one level at a time.
 //
-// A TraceHandle is a named set of enabled levels. Handles live in a process-wide registry, are created on first use and never
-// go away, so levels can be set before the code that traces is loaded. A call site asks for a writer; where the level is
-// disabled that costs a load and a branch, and nothing of the message is evaluated. An enabled line is built and handed
-// to the one sink, by default standard error. Every line begins with the name of its function and ": ".
+// A TraceHandle is a named set of enabled levels. Handles live in a process-wide registry, are created on first use and
+// never go away, so levels can be set before the code that traces is loaded. A call site asks for a writer; where the
+// level is disabled that costs a load and a branch, and nothing of the message is evaluated. An enabled line is built
+// and handed to the one sink, by default standard error. Every line begins with the name of its function and ": ".
 //
 // Trace output never changes behaviour: no handler may depend on a line having been written.
 #pragma once
@@ -22,8 +22,8 @@
 
 namespace Kel {
 
-// A double as trace, log and ring trace print it: whole numbers up to 2^53 with all their digits, everything else as the
-// shortest text that reads back the same.
+// A double as trace, log and ring trace print it: whole numbers up to 2^53 with all their digits, everything else as
+// the shortest text that reads back the same.
 [[nodiscard]] std::string doubleText( double value );
 
 // Prints as `<<` does, except that doubles follow doubleText().

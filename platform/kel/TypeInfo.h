@@ -1,8 +1,8 @@
 // Reflection: what a type of entity is called, which attributes it has, and how to read and write each by name.
 //
-// Built once per type from the declarations in the class body (kel/Attributes.h); nobody lists attributes a second time.
-// The store, the API and the simulator work on this alone. Writes through it are ordinary writes: they notify, and an
-// equal value notifies nobody. What does not fit throws AttributeError.
+// Built once per type from the declarations in the class body (kel/Attributes.h); nobody lists attributes a second
+// time. The store, the API and the simulator work on this alone. Writes through it are ordinary writes: they notify,
+// and an equal value notifies nobody. What does not fit throws AttributeError.
 #pragma once
 
 #include <functional>

@@ -43,7 +43,8 @@ ALL_GOOD = """[==========] Running 1 test from 1 test suite.
 [  PASSED  ] 1 test.
 """
 
-# What a test is, its status in ctest's report, what stands inside; passed, failed, skipped; the lines about what failed.
+# What a test is, its status in ctest's report, what stands inside; passed, failed, skipped; the lines about what
+# failed.
 TESTS = [
     ("a program that passes", "run", "<system-out>FAILED, it prints, and is not</system-out>", (1, 0, 0), []),
     ("a program that fails", "fail", '<failure message=""/>', (0, 1, 0), [""]),

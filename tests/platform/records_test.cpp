@@ -131,8 +131,8 @@ void collectNames( Kel::TypeInfo const & type, std::string const & prefix, std::
    }
 }
 
-// Scenario files, stores and API clients hold the names in the file beside this one: each type with its attributes, and after
-// a dot those of the records in them.
+// Scenario files, stores and API clients hold the names in the file beside this one: each type with its attributes, and
+// after a dot those of the records in them.
 TEST( Records, keepTheNamesThatToolsRelyOn ) {
    std::ifstream file( RATEMON_SOURCE_DIR "/tests/platform/records.names" );
    std::vector<std::string> wanted, names;

@@ -1,8 +1,8 @@
 // The fixture in which tests of the plug-in tell what an operator would narrate.
 //
-// On a world in memory (world/World.h), as maintsim has it, the fixture plays what a host does there: configuration, links and
-// the stage manager's records. Time moves only with advance(), which returns when everything due has run. What a test expects,
-// it reads from the records that a user can see.
+// On a world in memory (world/World.h), as maintsim has it, the fixture plays what a host does there: configuration,
+// links and the stage manager's records. Time moves only with advance(), which returns when everything due has run.
+// What a test expects, it reads from the records that a user can see.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -43,8 +43,8 @@ bool isUp( Sim::World const & world, Lumo::IntfId intf ) {
    return status->operStatus() == IntfOperStatus::up || shutDown( world ).contains( std::string( intf.name() ) );
 }
 
-// Whom the published records say to be held down: all who are done with draining and whose profile asks for it, however many
-// units hold them.
+// Whom the published records say to be held down: all who are done with draining and whose profile asks for it, however
+// many units hold them.
 std::set<std::string> shutDownByRecords( Sim::World const & world ) {
    std::set<std::string> held;
    for( auto [intf, record] : world.state().monIntfStatus->monIntfStatusIterator() ) {

@@ -19,9 +19,9 @@ using UnitInterfaces = std::map<std::string, std::set<std::string>>;
 [[nodiscard]] UnitInterfaces monitoredNow( Sim::World const & world );
 [[nodiscard]] UnitInterfaces drainedNow( Sim::World const & world );
 
-// Fails the test where an aggregate is not the sum of its interfaces' rates, a drained interface is not monitored, one is held
-// down that should not be or the reverse, a published record or set contradicts another, or a counter moved that never may. For
-// a world whose plug-in runs.
+// Fails the test where an aggregate is not the sum of its interfaces' rates, a drained interface is not monitored, one
+// is held down that should not be or the reverse, a published record or set contradicts another, or a counter moved
+// that never may. For a world whose plug-in runs.
 void expectInvariants( Sim::World const & world );
 // Fails the test where a record still has a reactor. For a world whose plug-in was stopped.
 void expectNothingLeftBehind( Sim::World const & world );

@@ -69,8 +69,8 @@ TEST_F( Aggregate, goesOnInARecordThatTakesTheUnitsPlace ) {
    EXPECT_EQ( former->aggTrafficRate().inBitsRate, 1'000'000u );
 }
 
-// Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong in
-// more than one way fail with the first.
+// Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong
+// in more than one way fail with the first.
 TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {
    unit( "fabric", { "Ethernet1" } );
    traffic( "Ethernet1", 11_bps, 11_bps );

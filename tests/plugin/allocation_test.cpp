@@ -1,6 +1,6 @@
-// Samples that change nothing but numbers take no memory from the heap: whoever watches a thousand interfaces for a month
-// must neither grow nor fragment. The program's operator new counts, for the plug-in and the platform too, since the shared
-// objects of a process take the executable's.
+// Samples that change nothing but numbers take no memory from the heap: whoever watches a thousand interfaces for a
+// month must neither grow nor fragment. The program's operator new counts, for the plug-in and the platform too, since
+// the shared objects of a process take the executable's.
 #include <cstdlib>
 #include <new>
 

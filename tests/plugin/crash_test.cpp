@@ -1,4 +1,5 @@
-// The plug-in is gone from one moment to the next, at every point of every sample scenario, and starts again over the records.
+// The plug-in is gone from one moment to the next, at every point of every sample scenario, and starts again over the
+// records.
 #include <gtest/gtest.h>
 
 #include <filesystem>

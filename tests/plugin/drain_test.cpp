@@ -149,7 +149,8 @@ TEST_F( Drain, directoryFlagsFollowTheState ) {
    EXPECT_FALSE( monitored( "Ethernet1" ) );
 }
 
-// --- Shutting down ------------------------------------------------------------------------------------------------------
+// --- Shutting down
+// ------------------------------------------------------------------------------------------------------
 
 class Shutdown : public DrainStory {
  protected:

@@ -1,10 +1,11 @@
-// A reader that acts from inside a write: at every single change of a life of two units, every act that a handler may do.
+// A reader that acts from inside a write: at every single change of a life of two units, every act that a handler may
+// do.
 //
-// The life has everything in which writes follow one another: entries, a shared interface, a shutdown, units that drain, traffic
-// that comes back, profiles that change, a restart, exits. A watcher on every record of the state database counts the
-// changes; at the k-th it acts, for every k. Then the life goes on as well as it can. Nothing may crash
-// or fail an assertion (the address sanitizer looks on), and in the end nothing may be left: no record of an interface, no link
-// held down, no violation, no traffic in an aggregate, no reactor.
+// The life has everything in which writes follow one another: entries, a shared interface, a shutdown, units that
+// drain, traffic that comes back, profiles that change, a restart, exits. A watcher on every record of the state
+// database counts the changes; at the k-th it acts, for every k. Then the life goes on as well as it can. Nothing may
+// crash or fail an assertion (the address sanitizer looks on), and in the end nothing may be left: no record of an
+// interface, no link held down, no violation, no traffic in an aggregate, no reactor.
 #include <deque>
 
 #include "DrainStory.h"
@@ -14,8 +15,8 @@ namespace Test {
 
 namespace {
 
-// Hears of every change of the entities that it was given and of those that come below them. It holds a reference to none, so
-// that it keeps nothing alive.
+// Hears of every change of the entities that it was given and of those that come below them. It holds a reference to
+// none, so that it keeps nothing alive.
 class Spy {
  public:
    explicit Spy( std::function<void( std::string const & change )> heard ) : heard_( std::move( heard ) ) {}
@@ -51,7 +52,8 @@ class Spy {
 
 }  // namespace
 
-// One life, with one act at its k-th change. The interfaces are Ethernet1 to 3; Ethernet2 is shared, Ethernet3 is shut down.
+// One life, with one act at its k-th change. The interfaces are Ethernet1 to 3; Ethernet2 is shared, Ethernet3 is shut
+// down.
 class HostileLife : public DrainStory {
  public:
    using Act = void ( HostileLife::* )();
@@ -101,7 +103,8 @@ class HostileLife : public DrainStory {
    int const at_;
    int changes_ = 0;
    std::string actedAt_;
-   Spy & spy_ = *new Spy( [this]( auto const & change ) { heard( change ); } );  // hears the teardown of the world, which outlives this
+   Spy & spy_ = *new Spy(
+      [this]( auto const & change ) { heard( change ); } );  // hears the teardown of the world, which outlives this
 };
 
 void HostileLife::heard( std::string const & change ) {

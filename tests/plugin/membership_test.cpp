@@ -1,4 +1,5 @@
-// Interfaces and groups that come and go while their units are in maintenance: who is monitored afterwards, and from when on.
+// Interfaces and groups that come and go while their units are in maintenance: who is monitored afterwards, and from
+// when on.
 #include <functional>
 
 #include "DrainStory.h"
@@ -41,7 +42,8 @@ class Membership : public DrainStory {
    }
 };
 
-// --- Leaving is at once -------------------------------------------------------------------------------------------------
+// --- Leaving is at once
+// -------------------------------------------------------------------------------------------------
 
 TEST_F( Membership, anInterfaceThatLeavesItsGroupNoLongerHoldsTheUnitUp ) {
    enterFabric();
@@ -119,7 +121,8 @@ TEST_F( Membership, aGroupsRecordThatVanishesRemovesNothing ) {
    EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );
 }
 
-// --- What else ends the monitoring, in the next turn ----------------------------------------------------------------------
+// --- What else ends the monitoring, in the next turn
+// ----------------------------------------------------------------------
 
 TEST_F( Membership, whatMakesAnInterfaceUnfitEndsItsMonitoringInTheNextTurn ) {
    struct Case {
@@ -157,7 +160,8 @@ TEST_F( Membership, whatMakesAnInterfaceUnfitEndsItsMonitoringInTheNextTurn ) {
    EXPECT_TRUE( monitored( "Ethernet1" ) );
 }
 
-// --- Joining, in the next turn --------------------------------------------------------------------------------------------
+// --- Joining, in the next turn
+// --------------------------------------------------------------------------------------------
 
 class Joining : public Membership, public ::testing::WithParamInterface<Maintenance::Unit::State> {};
 

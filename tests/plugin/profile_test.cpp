@@ -1,4 +1,5 @@
-// Profiles that change under running monitors: by configuration, by selection, by the default's name, by their own values.
+// Profiles that change under running monitors: by configuration, by selection, by the default's name, by their own
+// values.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -160,7 +161,8 @@ TEST_F( Profiles, aUnitThatComesOrGoesAppliesTheSelectionOfTheMoment ) {
                                       changed( "Ethernet1", "#DEFAULTPROFILE", "strict" ) ) );
 }
 
-// --- What a change does -------------------------------------------------------------------------------------------------
+// --- What a change does
+// -------------------------------------------------------------------------------------------------
 
 TEST_F( Profiles, aNewOneSetsTheNextSampleFromNow ) {
    profile( "slow", { .sampleInterval = 60 } );

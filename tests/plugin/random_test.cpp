@@ -1,7 +1,8 @@
 // Random lives of three units that share interfaces, against what the records alone say must hold.
 //
-// Every operation is one that a host may carry out at any time. After each, and after the turns that it causes, the invariants are
-// checked; a completion mark is checked in the moment in which it is made. The seed is printed with each failure.
+// Every operation is one that a host may carry out at any time. After each, and after the turns that it causes, the
+// invariants are checked; a completion mark is checked in the moment in which it is made. The seed is printed with each
+// failure.
 #include <random>
 
 #include "DrainStory.h"

@@ -177,7 +177,8 @@ TEST_F( Restart, marksOfInstancesThatAreGoneGoFirst ) {
    EXPECT_TRUE( state_.enter.agentStatus->complete( { "ratemon", "known#1" } ) );
 }
 
-// The exit instance of the unit's generation is under way already, so the report that the stop causes passes its checks.
+// The exit instance of the unit's generation is under way already, so the report that the stop causes passes its
+// checks.
 TEST_F( Restart, anOrderlyStopReportsExitsAsCountedAndWritesNone ) {
    unit( "fabric", { "Ethernet1" } );
    start();

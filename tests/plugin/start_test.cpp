@@ -1,4 +1,5 @@
-// From the load of the plug-in to its running machines: what it asks the host for, and what it is until all of that is there.
+// From the load of the plug-in to its running machines: what it asks the host for, and what it is until all of that is
+// there.
 #include <gmock/gmock.h>
 
 #include "DrainStory.h"

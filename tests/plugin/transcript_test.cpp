@@ -1,8 +1,10 @@
-// The whole trace of a life of two units, and of what the plug-in refuses, line by line as it was read and found right once.
+// The whole trace of a life of two units, and of what the plug-in refuses, line by line as it was read and found right
+// once.
 //
-// The transcripts beside this file hold every line of both trace channels and of the system log with its virtual time, under the
-// step of the story that caused it, and the plug-in's dump where a step asks for it. They show in which order things happen, which
-// no record does; whoever changes a text or an order on purpose renews the files, as the failure says, and reads the difference.
+// The transcripts beside this file hold every line of both trace channels and of the system log with its virtual time,
+// under the step of the story that caused it, and the plug-in's dump where a step asks for it. They show in which order
+// things happen, which no record does; whoever changes a text or an order on purpose renews the files, as the failure
+// says, and reads the difference.
 #include <cstdlib>
 #include <fstream>
 #include <functional>

@@ -1,4 +1,5 @@
-// The scenarios of examples/: each prints, run by the real maintsim, exactly what stands in the .expected file beside it.
+// The scenarios of examples/: each prints, run by the real maintsim, exactly what stands in the .expected file beside
+// it.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// A plug-in for the tests of the loader: makes an entity and registers a dumper that writes how often it was started. Its symbols
-// are hidden like those of the real one.
+// A plug-in for the tests of the loader: makes an entity and registers a dumper that writes how often it was started.
+// Its symbols are hidden like those of the real one.
 #include <unistd.h>
 
 #include <string>
