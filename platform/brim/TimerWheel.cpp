@@ -10,7 +10,8 @@ namespace Brim {
 namespace {
 
 constexpr uint32_t maxSpanTicks = 1u << 20;
-constexpr double earlyTicks = 1.0 / 8;
+constexpr double rounding = 1e-6;  // s, more than times of this century are rounded by
+constexpr double mostLentTicks = 1.0 / 8;
 constexpr unsigned levelBits = 6;  // an upper level has one word of slots
 constexpr std::size_t wordBits = 64;
 constexpr unsigned tickBits = 62;
@@ -25,6 +26,13 @@ uint64_t wholeTicks( double ticks ) {
    return ticks < static_cast<double>( lastTick ) ? static_cast<uint64_t>( static_cast<int64_t>( ticks ) ) : lastTick;
 }
 
+// Likewise, with a part of a tick counted as a whole one.
+uint64_t startedTicks( double ticks ) {
+   uint64_t const whole = wholeTicks( ticks );
+   bool const more = whole < lastTick && static_cast<double>( static_cast<int64_t>( whole ) ) < ticks;
+   return more ? whole + 1 : whole;
+}
+
 }  // namespace
 
 // The time in which handlers of timers run: the clock reactor is set once, at its end, however it ends.
@@ -35,6 +43,7 @@ class TimerWheel::Delivery {
    Delivery & operator=( Delivery const & ) = delete;
    ~Delivery() {
       wheel_.delivering_ = false;
+      wheel_.early_ = rounding;
       wheel_.tidy();
       wheel_.sleep();
    }
@@ -58,10 +67,9 @@ TimerWheel::TimerWheel( Kel::Ptr<Kel::Clock> const & clock, double tickSeconds, 
    : creationTime_( Kel::now() ),
      tickSeconds_( tickSeconds ),
      ticksPerSecond_( 1 / tickSeconds ),
-     early_( earlyTicks * tickSeconds ),
-     roundingTicks_( 0x1p-18 + 0x1p-50 * creationTime_ * ticksPerSecond_ ),
      spanBits_( static_cast<unsigned>( std::bit_width( initialMaxTicks - 1 ) ) ),
      upperSlots_( std::max( wordBits, std::size_t{ 1 } << spanBits_ ) ),
+     early_( rounding ),
      wakeTick_( noTick ),
      slots_( upperSlots_ + ( tickBits - spanBits_ + levelBits - 1 ) / levelBits * wordBits ),
      occupied_( slots_.size() / wordBits ),
@@ -71,29 +79,20 @@ double TimerWheel::tickTime( uint64_t tick ) const {
    return creationTime_ + static_cast<double>( static_cast<int64_t>( tick ) ) * tickSeconds_;
 }
 
-// The product may be off by a rounding error; what decides is tickTime(), here and below.
+double TimerWheel::lateness( uint64_t tick ) const {
+   return std::clamp( Kel::now() - tickTime( tick ), 0.0, mostLentTicks * tickSeconds_ );
+}
+
+// The product may be off by a rounding error; what decides is tickTime().
 uint64_t TimerWheel::tickAt( double t ) const {
    uint64_t const tick = wholeTicks( ( t - creationTime_ ) * ticksPerSecond_ );
    if( tickTime( tick + 1 ) <= t ) return tick + 1;
    return tick > 0 && tickTime( tick ) > t ? tick - 1 : tick;
 }
 
-uint64_t TimerWheel::tickForExactly( double t ) const {
-   uint64_t const tick = wholeTicks( ( t - early_ - creationTime_ ) * ticksPerSecond_ + 1 );
-   if( tick > 0 && tickTime( tick - 1 ) + early_ >= t ) return tick - 1;
-   return tick < lastTick && tickTime( tick ) + early_ < t ? tick + 1 : tick;
-}
-
-// Hardly ever is a time so near to the edge between two ticks that it takes more than the product.
+// Here the error of the product does not matter: `early_` is more.
 inline uint64_t TimerWheel::tickFor( double t ) const {
-   double const ticks = ( t - early_ - creationTime_ ) * ticksPerSecond_;
-   if( ticks > 0 && ticks < 0x1p31 ) [[likely]] {
-      auto const whole = static_cast<int64_t>( ticks );
-      double const part = ticks - static_cast<double>( whole );
-      if( part > roundingTicks_ && part < 1 - roundingTicks_ ) [[likely]]
-         return static_cast<uint64_t>( whole + 1 );
-   }
-   return tickForExactly( t );
+   return startedTicks( ( t - creationTime_ - early_ ) * ticksPerSecond_ );
 }
 
 // A timer is in the lowest level whose present block holds its tick. So all timers of one tick are in one slot at any
@@ -168,6 +167,7 @@ void TimerWheel::handleClock() {
    for( std::size_t slot = nextSlot(); slot != noSlot && begin( slot ) <= target; slot = nextSlot() ) {
       current_ = begin( slot );
       if( slot < upperSlots_ ) {
+         early_ = rounding + lateness( current_ );
          fire( slot );
       } else {
          refile( slot );
