@@ -115,7 +115,6 @@ class KeyedInfo : public AttributeInfo {
  protected:
    static Self const & self( Entity const & e ) { return static_cast<Self const &>( e ); }
    static Self & self( Entity & e ) { return static_cast<Self &>( e ); }
-   static K key( std::string_view text ) { return KeyTraits<K>::fromText( text ); }
    [[nodiscard]] decltype( auto ) collection( Entity const & e ) const { return access_( self( e ) ); }
 
  private:
@@ -131,7 +130,8 @@ class MapInfo final : public KeyedInfo<Self, K, Access> {
       : Base( name, kind, ValueTraits<V>::typeName(), keyTypeName, access ), mutate_( mutate ) {}
 
    Value entry( Entity const & e, std::string_view key ) const override {
-      V const * const value = this->collection( e ).map().find( Base::key( key ) );
+      auto const known = knownKey<K>( key );
+      V const * const value = known ? this->collection( e ).map().find( *known ) : nullptr;
       return value ? ValueTraits<V>::toValue( *value ) : Value();
    }
    void entryIs( Entity & e, std::string_view key, Value const & value ) const override {
@@ -139,10 +139,10 @@ class MapInfo final : public KeyedInfo<Self, K, Access> {
       if constexpr( std::is_same_v<V, bool> ) {
          if( this->kind() == AttributeInfo::Kind::set && !converted ) wrongType( "true (it is a set)", value );
       }
-      mutate_( Base::self( e ), Base::key( key ), &converted );
+      mutate_( Base::self( e ), KeyTraits<K>::fromText( key ), &converted );
    }
    void entryDel( Entity & e, std::string_view key ) const override {
-      mutate_( Base::self( e ), Base::key( key ), nullptr );
+      if( auto const known = knownKey<K>( key ) ) mutate_( Base::self( e ), *known, nullptr );
    }
    void entryDelAll( Entity & e ) const override {
       for( std::string const & key : this->keys( e ) ) entryDel( e, key );
@@ -167,14 +167,15 @@ class ChildrenInfo final : public KeyedInfo<Self, K, Access> {
    // Creates the child, scalars first, then in the collection, then its own collections; or changes the one there is.
    void entryIs( Entity & e, std::string_view key, Value const & value ) const override;
    void entryDel( Entity & e, std::string_view key ) const override {
-      mutate_( Base::self( e ), Base::key( key ), nullptr );
+      if( auto const known = knownKey<K>( key ) ) mutate_( Base::self( e ), *known, nullptr );
    }
    void entryDelAll( Entity & e ) const override {
       for( std::string const & key : this->keys( e ) ) entryDel( e, key );
    }
 
    Ptr<Entity> child( Entity const & e, std::string_view key ) const override {
-      return this->collection( e ).find( Base::key( key ) );
+      auto const known = knownKey<K>( key );
+      return known ? Ptr<Entity>( this->collection( e ).find( *known ) ) : nullptr;
    }
    Ptr<Entity> newChild( std::string_view key ) const override { return Child::kelType().newEntity( key ); }
    void childIs( Entity & e, Ptr<Entity> const & newOne ) const override {

@@ -108,8 +108,15 @@ class IntfTable {
       return table;
    }
 
+   std::size_t size() const { return facts_.size(); }
+
+   std::optional<uint32_t> find( std::string_view name ) const {
+      auto const i = numbers_.find( name );
+      return i == numbers_.end() ? std::nullopt : std::optional( *i );
+   }
+
    uint32_t number( std::string_view name ) {
-      if( auto const i = numbers_.find( name ); i != numbers_.end() ) return *i;
+      if( auto const present = find( name ) ) return *present;
       auto const number = static_cast<uint32_t>( facts_.size() );
       std::string_view const kept = stored( name );
       facts_.push_back( factsOf( kept ) );
@@ -156,6 +163,16 @@ class IntfTable {
 };
 
 IntfId::IntfId( std::string_view name ) : number_( IntfTable::instance().number( name ) ) {}
+
+std::optional<IntfId> IntfId::known( std::string_view name ) {
+   auto const number = IntfTable::instance().find( name );
+   if( !number ) return std::nullopt;
+   IntfId id;
+   id.number_ = *number;
+   return id;
+}
+
+std::size_t IntfId::names() { return IntfTable::instance().size(); }
 
 IntfId IntfId::declare( std::string_view name, IntfKind kind, uint16_t vlanId ) {
    KEL_ASSERT( !name.empty() );

@@ -7,12 +7,14 @@
 //    Ethernet<n>[/<n>...]   Port-Channel<n>   Vlan<n>   <Ethernet or Port-Channel name>.<n>   Cpu
 //
 // A host whose names do not say the kind declares it. The number means nothing outside the process: what is stored or
-// shown is the name. The table only grows; it belongs to the activity loop and has no lock.
+// shown is the name. The table only grows, so whoever merely looks for what bears a name asks known(), which interns
+// nothing. It belongs to the activity loop and has no lock.
 #pragma once
 
 #include <compare>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -49,6 +51,10 @@ class IntfId {
    // The empty id, which stands for no interface. Its name is empty and its kind other.
    IntfId() = default;
    explicit IntfId( std::string_view name );
+   // The id of a name that is interned already; none for any other, which nothing can bear.
+   [[nodiscard]] static std::optional<IntfId> known( std::string_view name );
+   // How many names are interned; that of the empty id counts.
+   [[nodiscard]] static std::size_t names();
 
    // Gives a name its kind, whatever its form; from now on, also where the name was interned before. A VLAN interface
    // comes with its VLAN id.
@@ -118,6 +124,7 @@ template<>
 struct Kel::KeyTraits<Lumo::IntfId> {
    static std::string toText( Lumo::IntfId id ) { return std::string( id.name() ); }
    static Lumo::IntfId fromText( std::string_view text ) { return Lumo::IntfId( text ); }
+   static std::optional<Lumo::IntfId> known( std::string_view text ) { return Lumo::IntfId::known( text ); }
 };
 
 // As an attribute: the name, empty for none.

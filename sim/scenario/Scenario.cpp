@@ -65,10 +65,6 @@ double amount( Json const & json, char const * wanted, double atMost ) {
    return number;
 }
 
-Lumo::IntfId interface( std::string const & name, Json const & at ) {
-   return atColumn( at.column, [&] { return Kel::KeyTraits<Lumo::IntfId>::fromText( name ); } );
-}
-
 Direction direction( std::string const & name, Json const & at ) {
    if( name == "in" ) return Direction::in;
    if( name == "out" ) return Direction::out;
@@ -193,11 +189,11 @@ void Scenario::get( Json const & path ) {
 
 void Scenario::counters( Json const & byIntf ) {
    for( auto const & [name, directions] : byIntf.object( "an object of interfaces" ) ) {
-      Lumo::IntfId const intf = interface( name, directions );
       if( directions.value().isNull() ) {
-         world_.counters().del( intf );
+         if( auto const known = Lumo::IntfId::known( name ) ) world_.counters().del( *known );
          continue;
       }
+      Lumo::IntfId const intf( name );
       atColumn( directions.column, [&] { world_.counters().intfIs( intf ); } );
       for( auto const & [way, octets] : directions.object( "an object of directions" ) ) {
          auto const number = atColumn(
@@ -209,7 +205,7 @@ void Scenario::counters( Json const & byIntf ) {
 
 void Scenario::traffic( Json const & byIntf ) {
    for( auto const & [name, directions] : byIntf.object( "an object of interfaces" ) ) {
-      Lumo::IntfId const intf = interface( name, directions );
+      Lumo::IntfId const intf( name );
       atColumn( directions.column, [&] { world_.counters().intfIs( intf ); } );
       for( auto const & [way, rate] : directions.object( "an object of directions" ) ) {
          world_.counters().bitsPerSecondIs( intf, direction( way, rate ), amount( rate, "a rate", bitsPerSecondMax ) );

@@ -117,5 +117,18 @@ TEST_F( ApiTest, whatIsNotThereIsSaid ) {
    }
 }
 
+TEST_F( ApiTest, inventedNamesLeaveNothingBehind ) {
+   std::size_t const before = Lumo::IntfId::names();
+   for( std::string const target : { "/v1/state/maintenance/interface/status/ratemon/monIntfStatus/x/y/z",
+                                     "/v1/state/maintenance/interface/status/ratemon/monIntfUnderMaint/x/y/z",
+                                     "/v1/state/interface/status/all/intfStatus/x%2fy/operStatus",
+                                     "/v1/state/interface/errdisable/cause/x/intfStatus/y", "/v1/units/x",
+                                     "/v1/interfaces", "/v1/units/x/y", "/v1/state/x/y" } ) {
+      ask( "GET", target.c_str() );
+   }
+   EXPECT_EQ( ask( "POST", "/v1/units/x/enter" ).status, 404u );
+   EXPECT_EQ( Lumo::IntfId::names(), before );
+}
+
 }  // namespace
 }  // namespace Host

@@ -352,6 +352,39 @@ TEST_F( ByText, deletesEntriesAndTakesWhatIsAbsentInItsStride ) {
    }
 }
 
+// Names of interfaces are kept for ever once they are interned, so nothing that is only asked for may be.
+TEST_F( ByText, askingForWhatIsAbsentLeavesNothingBehind ) {
+   std::size_t const before = Lumo::IntfId::names();
+   for( std::string const path : { "lag/config/phyIntf/EthernetX/1", "lag/config/phyIntf/EthernetY/1/2/3/lag",
+                                   "lag/config/phyIntf/EthernetZ/odd" } ) {
+      EXPECT_EQ( get( path ), "null" );
+      Dovra::stateValueDel( *database_, path );
+   }
+   EXPECT_EQ( get( Path{ "lag", "config", "phyIntf", "EthernetX", "Y" } ), "null" );
+   EXPECT_NE( set( Path{ "lag/config", "phyIntf", "EthernetX", "lag" }, Kel::value( "Port-Channel1" ) ), "" );
+   // Every keyed attribute of every entity there is, whatever its keys.
+   std::function<void( Kel::Entity & )> const askAll = [&]( Kel::Entity & e ) {
+      for( auto const & attribute : e.kelTypeInfo().attributes() ) {
+         if( !attribute->keyed() ) continue;
+         SCOPED_TRACE( e.kelTypeInfo().name() + "::" + attribute->name() );
+         for( std::string const & key : attribute->keys( e ) ) {
+            if( auto const child = attribute->child( e, key ) ) askAll( *child );
+         }
+         for( char const * const absent : { "EthernetX", "4711", "intf:x", "bgp:y" } ) {
+            try {
+               EXPECT_TRUE( attribute->entry( e, absent ).isNull() );
+               EXPECT_FALSE( attribute->child( e, absent ) );
+               attribute->entryDel( e, absent );
+            } catch( Kel::AttributeError const & ) {
+               continue;  // not the form of this attribute's keys
+            }
+         }
+      }
+   };
+   for( std::string const & path : database_->paths() ) askAll( *database_->getEntity( path ) );
+   EXPECT_EQ( Lumo::IntfId::names(), before );
+}
+
 // --- Error-disable causes
 
 TEST_F( State, aCauseIsIntroducedOnceAndKeepsItsInterfacesOverARestart ) {

@@ -42,6 +42,7 @@ TEST( IntfIdKind, followsFromTheFormOfTheName ) {
       { "Cpu", "C" },
       { "Ethernet1.5", "ES" },
       { "Ethernet3/1.100", "ES" },
+      { "Port-Channel1.5", "PS" },
       { "Port-Channel7.20", "PS" },
       { "", "" },
       { "Ethernet", "" },
@@ -128,6 +129,17 @@ TEST( IntfIdTable, givesANameOneNumberAndKeepsIt ) {
    EXPECT_EQ( passed( first ), "E" );
    for( int i = 0; i < 5000; ++i ) ASSERT_EQ( *byId.find( IntfId( "intf" + std::to_string( i ) ) ), i );
    EXPECT_EQ( byId.find( IntfId( "intf5000" ) ), nullptr );
+}
+
+TEST( IntfIdTable, askingForANameDoesNotInternIt ) {
+   std::size_t const before = IntfId::names();
+   EXPECT_EQ( IntfId::known( "Ethernet4711" ), std::nullopt );
+   EXPECT_EQ( Kel::knownKey<IntfId>( "Ethernet4711" ), std::nullopt );
+   EXPECT_EQ( IntfId::names(), before );
+   IntfId const interned( "Ethernet4711" );
+   EXPECT_EQ( IntfId::names(), before + 1 );
+   EXPECT_EQ( IntfId::known( "Ethernet4711" ), interned );
+   EXPECT_EQ( IntfId::known( "" ), IntfId() );
 }
 
 TEST( IntfIdOrder, readsRunsOfDigitsAsNumbers ) {

@@ -100,6 +100,18 @@ TEST_F( Scenario, recordsAreMadeChangedAndWatchedByPath ) {
                 HasSubstr( R"("value": {"intf": {"Ethernet9": true, "Ethernet10": true}})" ) );
 }
 
+TEST_F( Scenario, askingForWhatIsAbsentInternsNoName ) {
+   std::size_t const before = Lumo::IntfId::names();
+   std::string const path = R"(["interface/status/all","intfStatus","InventedX"])";
+   EXPECT_THAT( run( "{\"get\": " + path + "}" ), ElementsAre( HasSubstr( "null" ) ) );
+   EXPECT_THAT( run( "{\"delete\": " + path + "}\n{\"watch\": " + path + "}\n{\"watch\": " + path + "}\n" +
+                     R"({"counters": {"InventedX": null}})" ),
+                IsEmpty() );
+   EXPECT_EQ( Lumo::IntfId::names(), before );
+   EXPECT_THAT( run( "{\"set\": " + path + ", \"to\": {}}" ), ElementsAre( HasSubstr( "\"change\"" ) ) );
+   EXPECT_EQ( Lumo::IntfId::names(), before + 1 );
+}
+
 TEST_F( Scenario, countersAndTrafficAreWhatTheyWereSetTo ) {
    auto const octets = [&]( Sim::Direction direction ) {
       for( uint32_t row = 0; row < world_.counterTable().rows(); ++row ) {
