@@ -5,6 +5,7 @@
 #include "RateMonSm.h"
 #include "RateMonTrace.h"
 #include "kel/ActivityLoop.h"
+#include "kel/Whole.h"
 
 KEL_TYPE( MaintenanceMode::IntfMonSm )
 
@@ -169,9 +170,10 @@ bool IntfMonSm::isTrafficBelowThreshold() const {
    return threshold > rates.inBitsRate && threshold > rates.outBitsRate;
 }
 
+// Only the low 32 bits count.
 uint32_t IntfMonSm::drainedSeconds() const {
    double const seconds = record().quietSeconds( *intfProfile() );
-   return static_cast<uint32_t>( static_cast<uint64_t>( seconds ) );
+   return static_cast<uint32_t>( Kel::truncated( seconds ) );
 }
 
 bool IntfMonSm::hasTrafficDrained() const {

@@ -3,6 +3,7 @@
 #include "RateMonTrace.h"
 #include "UnitStatusCache.h"
 #include "kel/ActivityLoop.h"
+#include "kel/Whole.h"
 
 KEL_TYPE( MaintenanceMode::IntfRateAggregatorSm )
 
@@ -166,21 +167,6 @@ void IntfRateAggregatorSm::prepareToDie() {
    monitoredIntf_.clear();
    monIntfStatus_.clear();
 }
-
-namespace {
-
-// Rounded to the nearest whole number, halves upwards. The fraction of a double is exact. What counters that went
-// backwards may make of a rate has the top bit and the most that the others can say.
-uint64_t wholeBits( double rate ) {
-   constexpr double top = 0x1p63;
-   constexpr uint64_t topBit = uint64_t{ 1 } << 63;
-   if( rate >= top ) [[unlikely]]
-      return ( rate - top < 2 * top ? static_cast<uint64_t>( rate - top ) : ~uint64_t{ 0 } ) | topBit;
-   auto const whole = static_cast<uint64_t>( rate );
-   return whole + ( rate - static_cast<double>( whole ) >= 0.5 ? 1 : 0 );
-}
-
-}  // namespace
 
 void IntfRateAggregatorSm::monitoredIntfIs( Kel::Ptr<MonitoredIntf> const & record ) {
    if( !record ) Kel::refuseNull( kelTypeName(), "monitoredIntf" );
@@ -368,10 +354,10 @@ TrafficRates IntfRateAggregatorSm::calculateNewAggregate( Kel::String8 const & u
                         intfId,
                         curAgg.inBitsRate,
                         curAgg.outBitsRate,
-                        wholeBits( ratesToSub.inBitsRate ),
-                        wholeBits( ratesToSub.outBitsRate ),
-                        wholeBits( ratesToAdd.inBitsRate ),
-                        wholeBits( ratesToAdd.outBitsRate ) };
+                        Kel::rounded( ratesToSub.inBitsRate ),
+                        Kel::rounded( ratesToSub.outBitsRate ),
+                        Kel::rounded( ratesToAdd.inBitsRate ),
+                        Kel::rounded( ratesToAdd.outBitsRate ) };
    if( c.subIn > c.curAggIn ) [[unlikely]]
       failInUnderflow( c );
    if( c.subOut > c.curAggOut ) [[unlikely]]

@@ -2,6 +2,7 @@
 
 #include <sys/timerfd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <system_error>
@@ -20,6 +21,8 @@ int newTimer() {
 
 // An absolute time for timerfd_settime(2); a due time of 0 or before must not read as "disarm".
 timespec absolute( double seconds ) {
+   constexpr double latest = 0x1p62;  // s; as good as never, and a number that the kernel takes
+   seconds = std::min( seconds, latest );
    double const whole = std::floor( seconds );
    auto const nanoseconds = static_cast<long>( ( seconds - whole ) * 1e9 );
    if( seconds <= 0 ) return { .tv_sec = 0, .tv_nsec = 1 };

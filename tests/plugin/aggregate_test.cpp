@@ -69,8 +69,23 @@ TEST_F( Aggregate, goesOnInARecordThatTakesTheUnitsPlace ) {
    EXPECT_EQ( former->aggTrafficRate().inBitsRate, 1'000'000u );
 }
 
-// Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong
-// in more than one way fail with the first.
+// No counter makes such rates, but whoever writes records by name can.
+TEST_F( Aggregate, countsRatesThatNoSignedNumberHolds ) {
+   unit( "fabric", { "Ethernet1" } );
+   start();
+   enter( "fabric" );
+   auto const record = monitored( "Ethernet1" );
+   record->curRatesIs( { -2.5, 1e19, now() } );
+   EXPECT_EQ( in( "fabric" ), ~uint64_t{ 0 } - 2 );  // -3
+   EXPECT_EQ( out( "fabric" ), 10'000'000'000'000'000'000u );
+   record->prevRatesIs( record->curRates() );
+   record->curRatesIs( { 1, 2, now() } );
+   EXPECT_EQ( in( "fabric" ), 1u );
+   EXPECT_EQ( out( "fabric" ), 2u );
+}
+
+// Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong in
+// more than one way fail with the first.
 TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {
    unit( "fabric", { "Ethernet1" } );
    traffic( "Ethernet1", 11_bps, 11_bps );
