@@ -1,16 +1,15 @@
 // What a ring-trace message can carry, and how a call site's arguments are checked when it is compiled.
 //
 // An argument travels as one 64-bit word (numbers, enumerations by their number) or as a copy of a short text (whatever
-// converts to std::string_view). Arg<T> says which for a type T; another type is taught here by a specialisation next
-// to its definition:
+// converts to std::string_view). Arg<T> says which for a type T; another type is taught here by a specialisation next to its
+// definition:
 //
 //    template<>
 //    struct Brisklog::Arg<Port> : Brisklog::TextArg {
 //       static std::string_view text( Port const & port ) { return port.label(); }
 //    };
 //
-// A type whose texts are kept as StoredText gives that in place of a std::string_view, and they are copied without a
-// look at their length.
+// A type whose texts are kept in the ring's layout (brisklog/KeptText.h) gives a KeptText in place of a std::string_view.
 //
 // A plain char is no argument: whether it is a number or a text is for the caller to say.
 #pragma once
@@ -58,7 +57,7 @@ struct Arg<T> : Arg<std::underlying_type_t<T>> {
    }
 };
 
-// The base of every Arg whose `text()` gives what is copied: a std::string_view or a StoredText.
+// The base of every Arg whose `text()` gives what is copied: a std::string_view or what copies itself, as a KeptText does.
 struct TextArg {
    static constexpr ArgType type = ArgType::text;
 };
@@ -86,8 +85,7 @@ struct WordSlot {
    void put( std::byte * to ) const { std::memcpy( to, &word, sizeof word ); }
 };
 
-// Short texts are most of what is copied, and a call of memcpy for a length that is not known costs more than their
-// copy.
+// Short texts are most of what is copied, and a call of memcpy for a length that is not known costs more than their copy.
 inline void copyShortText( std::byte * to, char const * from, std::size_t bytes ) {
    if( bytes >= 8 ) {
       for( std::size_t at = 0; at + 8 < bytes; at += 8 ) std::memcpy( to + at, from + at, 8 );
@@ -125,34 +123,15 @@ struct TextSlot {
    }
 };
 
-// A text that lies in memory as the ring has it, for as long as it is wanted.
-class StoredText {
- public:
-   explicit StoredText( std::byte const * words ) : words_( words ), bytes_( TextSlot::bytesAfter( *words ) ) {}
-
-   [[nodiscard]] uint32_t bytes() const { return bytes_; }
-   void put( std::byte * to ) const {
-      uint32_t at = 0;
-      do {
-         std::memcpy( to + at, words_ + at, sizeof( uint64_t ) );
-         at += sizeof( uint64_t );
-      } while( at < bytes_ );
-   }
-
- private:
-   std::byte const * words_;
-   uint32_t bytes_;
-};
-
 template<class T>
 [[nodiscard, gnu::always_inline]] inline auto slotOf( T const & value ) {
    using Traits = Arg<std::decay_t<T>>;
    if constexpr( Traits::type != ArgType::text ) {
       return WordSlot{ Traits::word( value ) };
-   } else if constexpr( std::same_as<decltype( Traits::text( value ) ), StoredText> ) {
-      return Traits::text( value );
-   } else {
+   } else if constexpr( std::convertible_to<decltype( Traits::text( value ) ), std::string_view> ) {
       return TextSlot{ Traits::text( value ) };
+   } else {
+      return Traits::text( value );
    }
 }
 

@@ -93,8 +93,7 @@ std::strong_ordering compareNaturally( std::string_view a, std::string_view b ) 
 }
 
 // The empty id can be asked before any name is interned.
-constexpr char storedNoName[8] = {};
-constexpr IntfFacts factsOfNoName{ .name = { storedNoName + 1, 0 } };
+constexpr IntfFacts factsOfNoName;
 
 }  // namespace
 
@@ -118,9 +117,8 @@ class IntfTable {
    uint32_t number( std::string_view name ) {
       if( auto const present = find( name ) ) return *present;
       auto const number = static_cast<uint32_t>( facts_.size() );
-      std::string_view const kept = stored( name );
-      facts_.push_back( factsOf( kept ) );
-      facts_.back().name = kept;
+      facts_.push_back( factsOf( name ) );
+      facts_.back().name = Brisklog::KeptText::copyOf( name, names_ );
       IntfId::facts_ = facts_.data();
       numbers_.insert( number );
       return number;
@@ -133,7 +131,7 @@ class IntfTable {
  private:
    // A number of the table stands for its name.
    static std::string_view nameOf( std::string_view name ) { return name; }
-   static std::string_view nameOf( uint32_t number ) { return IntfId::facts_[number].name; }
+   static std::string_view nameOf( uint32_t number ) { return IntfId::facts_[number].name.view(); }
    struct HashByName {
       using is_transparent = void;
       std::size_t operator()( auto const & key ) const { return std::hash<std::string_view>{}( nameOf( key ) ); }
@@ -144,18 +142,6 @@ class IntfTable {
    };
 
    IntfTable() { number( "" ); }
-
-   // A copy that stays, in the form of Brisklog::StoredText.
-   std::string_view stored( std::string_view name ) {
-      constexpr std::size_t word = sizeof( uint64_t );
-      std::size_t const bytes = ( name.size() / word + 1 ) * word;
-      auto * const words = static_cast<std::byte *>( names_.allocate( bytes, word ) );
-      std::fill_n( words, bytes, std::byte() );
-      words[0] = Brisklog::TextSlot{ name }.first();
-      auto * const text = reinterpret_cast<char *>( words + 1 );
-      name.copy( text, name.size() );
-      return { text, name.size() };
-   }
 
    std::pmr::monotonic_buffer_resource names_;
    std::vector<IntfFacts> facts_;

@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-#include "brisklog/Arg.h"
+#include "brisklog/KeptText.h"
 #include "kel/Value.h"
 
 namespace Lumo {
@@ -43,7 +43,7 @@ struct IntfFacts {
    IntfKind kind = IntfKind::other;
    IntfKind baseKind = IntfKind::other;
    uint32_t vlanId = 0;  // as the name or the declaration says it, not checked
-   std::string_view name{};
+   Brisklog::KeptText name{};
 };
 
 class IntfId {
@@ -61,11 +61,8 @@ class IntfId {
    static IntfId declare( std::string_view name, IntfKind kind, uint16_t vlanId = 0 );
 
    [[nodiscard]] bool empty() const { return number_ == 0; }
-   [[nodiscard]] std::string_view name() const { return facts_[number_].name; }  // valid for ever
-   // The same as a ring message has it.
-   [[nodiscard]] Brisklog::StoredText storedName() const {
-      return Brisklog::StoredText( reinterpret_cast<std::byte const *>( name().data() ) - 1 );
-   }
+   [[nodiscard]] std::string_view name() const { return facts_[number_].name.view(); }  // valid for ever
+   [[nodiscard]] Brisklog::KeptText const & keptName() const { return facts_[number_].name; }
    operator std::string_view() const { return name(); }  // reads as its name wherever a text is wanted
 
    [[nodiscard]] IntfKind kind() const { return facts_[number_].kind; }
@@ -117,7 +114,7 @@ struct std::hash<Lumo::IntfId> {
 
 template<>
 struct Brisklog::Arg<Lumo::IntfId> : Brisklog::TextArg {
-   static StoredText text( Lumo::IntfId id ) { return id.storedName(); }
+   static KeptText text( Lumo::IntfId id ) { return id.keptName(); }
 };
 
 template<>

@@ -110,16 +110,21 @@ TEST_F( RingTest, everyArgumentTypePrintsItsValue ) {
                                                                 { 3, "-3 9223372036854775808 downlink" } } ) );
 }
 
-// Names of interfaces are copied as they lie in memory.
+// Names of interfaces are copied as they lie in memory, as every kept text is.
 TEST_F( RingTest, textsAndNamesOfAnyLengthAreKeptUpToTheLongest ) {
    std::size_t const max = Brisklog::textBytesMax;
+   std::pmr::monotonic_buffer_resource memory;
    for( std::size_t const length :
         std::initializer_list<std::size_t>{ 0, 1, 6, 7, 8, 15, 16, max - 1, max, max + 1, 5 * max } ) {
       std::string const text( length, 'x' );
-      BRISKLOG( 3, "<{}|{}|{}>", text, Lumo::IntfId( text ), 7 );
-      std::string const kept = length > max ? std::string( max, 'x' ) + "..." : text;
-      EXPECT_EQ( ringMessages().back().text, "<" + kept + "|" + kept + "|7>" );
+      auto const kept = Brisklog::KeptText::copyOf( text, memory );
+      EXPECT_EQ( kept.view(), text );
+      BRISKLOG( 3, "<{}|{}|{}|{}>", text, Lumo::IntfId( text ), kept, 7 );
+      std::string const shown = length > max ? std::string( max, 'x' ) + "..." : text;
+      EXPECT_EQ( ringMessages().back().text, "<" + shown + "|" + shown + "|" + shown + "|7>" );
    }
+   BRISKLOG( 3, "<{}>", Brisklog::KeptText() );
+   EXPECT_EQ( ringMessages().back().text, "<>" );
 }
 
 TEST_F( RingTest, aDisabledLevelEvaluatesAndWritesNothing ) {

@@ -1,0 +1,22 @@
+#include "brisklog/KeptText.h"
+
+#include <algorithm>
+
+namespace Brisklog {
+
+KeptText KeptText::copyOf( std::string_view text, std::pmr::memory_resource & memory ) {
+   constexpr std::size_t word = sizeof( uint64_t );
+   TextSlot const slot{ text };
+   std::size_t const bytes = ( text.size() / word + 1 ) * word;
+   auto * const words = static_cast<std::byte *>( memory.allocate( bytes, word ) );
+   std::fill_n( words, bytes, std::byte() );
+   words[0] = slot.first();
+   std::memcpy( words + 1, text.data(), text.size() );
+   KeptText kept;
+   kept.words_ = words;
+   kept.size_ = static_cast<uint32_t>( text.size() );
+   kept.bytesInRing_ = slot.bytes();
+   return kept;
+}
+
+}  // namespace Brisklog
