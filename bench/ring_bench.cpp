@@ -1,6 +1,6 @@
-// What one message of the ring trace costs, with an interface's name and two rates and its time stamp. Beside it stand the same
-// with a name that is not kept in the ring's layout, a plain copy of as many bytes into a ring, the least that it can cost,
-// and spdlog writing the same text to a file. Then what a disabled level costs.
+// What one message of the ring trace costs, with an interface's name and two rates and its time stamp. Beside it stand
+// the same with a name that is not kept in the ring's layout, a plain copy of as many bytes into a ring, the least that
+// it can cost, and spdlog writing the same text to a file. Then what a disabled level costs.
 #include <benchmark/benchmark.h>
 
 #include <array>

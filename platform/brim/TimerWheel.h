@@ -1,22 +1,22 @@
 // A timer wheel: very many coarse timers for the price of one timer on the activity loop.
 //
 // Owned by the machine whose timers it carries and by the timers; driven by one clock reactor. Time is cut into ticks
-// counted from the wheel's creation, the first one tick after it. A timer fires on the first tick not yet delivered that is
-// at or after its time, never before it but for a microsecond, which hides that times are rounded. A tick that the loop
-// delivers late lends its lateness, at most 1/8 tick, to the timers that its handlers set: they may fire earlier by as
-// much. So a timer that is set anew for a whole number of ticks keeps its period instead of slipping a tick each time.
-// Set for the present or the past a timer fires on the next tick. Timers of one tick fire in the order in which they were
-// set.
+// counted from the wheel's creation, the first one tick after it. A timer fires on the first tick not yet delivered
+// that is at or after its time, never before it but for a microsecond, which hides that times are rounded. A tick that
+// the loop delivers late lends its lateness, at most 1/8 tick, to the timers that its handlers set: they may fire
+// earlier by as much. So a timer that is set anew for a whole number of ticks keeps its period instead of slipping a
+// tick each time. Set for the present or the past a timer fires on the next tick. Timers of one tick fire in the order
+// in which they were set.
 //
 //    level 0   |.|.|.|x|.|.|.| ... |    one slot per tick of the present block of initialMaxTicks ticks
 //    level 1   |   .   |   x   |   ... one slot per block, whose timers move down as it begins
 //    level 2   |           .           |   ...           and so on, without end
 //
-// Setting, cancelling and firing cost O(1) each, however far away the time is. A slot is a queue in chunks: a timer is put at
-// its end without a look at any other, and while some fire, those behind them come from memory. Chunks that come free are
-// kept, so nothing is allocated once there are enough for the timers that are set. The wheel sleeps until the next tick that
-// has a timer or had one that was cancelled, or that begins a block with one. When the loop was held up it delivers the ticks
-// that it missed in order, in one turn.
+// Setting, cancelling and firing cost O(1) each, however far away the time is. A slot is a queue in chunks: a timer is
+// put at its end without a look at any other, and while some fire, those behind them come from memory. Chunks that come
+// free are kept, so nothing is allocated once there are enough for the timers that are set. The wheel sleeps until the
+// next tick that has a timer or had one that was cancelled, or that begins a block with one. When the loop was held up
+// it delivers the ticks that it missed in order, in one turn.
 #pragma once
 
 #include <cstdint>

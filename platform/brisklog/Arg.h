@@ -1,15 +1,16 @@
 // What a ring-trace message can carry, and how a call site's arguments are checked when it is compiled.
 //
 // An argument travels as one 64-bit word (numbers, enumerations by their number) or as a copy of a short text (whatever
-// converts to std::string_view). Arg<T> says which for a type T; another type is taught here by a specialisation next to its
-// definition:
+// converts to std::string_view). Arg<T> says which for a type T; another type is taught here by a specialisation next
+// to its definition:
 //
 //    template<>
 //    struct Brisklog::Arg<Port> : Brisklog::TextArg {
 //       static std::string_view text( Port const & port ) { return port.label(); }
 //    };
 //
-// A type whose texts are kept in the ring's layout (brisklog/KeptText.h) gives a KeptText in place of a std::string_view.
+// A type whose texts are kept in the ring's layout (brisklog/KeptText.h) gives a KeptText in place of a
+// std::string_view.
 //
 // A plain char is no argument: whether it is a number or a text is for the caller to say.
 #pragma once
@@ -57,7 +58,8 @@ struct Arg<T> : Arg<std::underlying_type_t<T>> {
    }
 };
 
-// The base of every Arg whose `text()` gives what is copied: a std::string_view or what copies itself, as a KeptText does.
+// The base of every Arg whose `text()` gives what is copied: a std::string_view or what copies itself, as a KeptText
+// does.
 struct TextArg {
    static constexpr ArgType type = ArgType::text;
 };
@@ -85,7 +87,8 @@ struct WordSlot {
    void put( std::byte * to ) const { std::memcpy( to, &word, sizeof word ); }
 };
 
-// Short texts are most of what is copied, and a call of memcpy for a length that is not known costs more than their copy.
+// Short texts are most of what is copied, and a call of memcpy for a length that is not known costs more than their
+// copy.
 inline void copyShortText( std::byte * to, char const * from, std::size_t bytes ) {
    if( bytes >= 8 ) {
       for( std::size_t at = 0; at + 8 < bytes; at += 8 ) std::memcpy( to + at, from + at, 8 );

@@ -2,8 +2,8 @@
 //
 //    | length | characters ... | zeros to the end of the last word |
 //
-// For names that stand in many messages and never change, as those of interfaces. What it saves is what ring_bench shows
-// between ringMessage and ringMessageOfView. A value of two words: copy it freely while the memory lasts.
+// For names that stand in many messages and never change, as those of interfaces. What it saves is what ring_bench
+// shows between ringMessage and ringMessageOfView. A value of two words: copy it freely while the memory lasts.
 #pragma once
 
 #include <memory_resource>

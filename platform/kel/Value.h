@@ -1,9 +1,10 @@
 // What an attribute holds, free of its C++ type: the currency between records and everything that reads or writes them
 // by name (JSON, store, API, simulator).
 //
-// A Value is null, a boolean, a 64-bit integer, a double, a string, an object (names in order), or a list. The traits below say
-// how each attribute type and each collection key becomes a Value or a text and back; a Value that does not fit throws
-// AttributeError with what was wanted and what was found. Enumerations travel as numbers and know their printed names.
+// A Value is null, a boolean, a 64-bit integer, a double, a string, an object (names in order), or a list. The traits
+// below say how each attribute type and each collection key becomes a Value or a text and back; a Value that does not
+// fit throws AttributeError with what was wanted and what was found. Enumerations travel as numbers and know their
+// printed names.
 #pragma once
 
 #include <concepts>
@@ -27,8 +28,8 @@ class Value {
  public:
    using Object = std::vector<std::pair<std::string, Value>>;
    using List = std::vector<Value>;
-   // Unsigned numbers stay unsigned, negative ones are signed; no 64-bit value loses a bit. No attribute is a list: lists
-   // are for answers that are built from attributes.
+   // Unsigned numbers stay unsigned, negative ones are signed; no 64-bit value loses a bit. No attribute is a list:
+   // lists are for answers that are built from attributes.
    using Content = std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, Object, List>;
 
    Value() = default;
@@ -150,8 +151,8 @@ struct ValueTraits<T> {
    }
 };
 
-// A collection key as text and back: toText and fromText. Where making a key leaves something behind, `known` gives it only
-// when it is there already; lookups use that.
+// A collection key as text and back: toText and fromText. Where making a key leaves something behind, `known` gives it
+// only when it is there already; lookups use that.
 template<class K>
 struct KeyTraits;
 

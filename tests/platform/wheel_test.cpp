@@ -102,8 +102,8 @@ TEST_F( WheelStory, aTimerFiresOnTheFirstTickThatServesItsTime ) {
    }
 }
 
-// The times of 100 ms ticks are rounded; a tick must neither come a rounding error early nor be counted twice, and whoever
-// adds up the time of a tick in another way must not miss it.
+// The times of 100 ms ticks are rounded; a tick must neither come a rounding error early nor be counted twice, and
+// whoever adds up the time of a tick in another way must not miss it.
 TEST_F( WheelStory, ticksCountFromTheCreationAndAreExactWhereTheirTimesRound ) {
    lateTurnAt( 0.3 );
    wheel = TimerWheel::TimerWheelIs( nullptr, clock, 100, 1, true, 1024 );
@@ -160,7 +160,8 @@ TEST_F( WheelStory, timersOfOneTickFireInTheOrderInWhichTheyWereSet ) {
    EXPECT_EQ( said, Words( { "b", "c", "d", "a" } ) );
 }
 
-// Ticks that come late by up to 1/8 tick must not make a period slip by a tick each time, whatever the clock counts from.
+// Ticks that come late by up to 1/8 tick must not make a period slip by a tick each time, whatever the clock counts
+// from.
 TEST_F( WheelStory, aLateLoopKeepsThePeriod ) {
    std::mt19937 random( 4711 );
    std::function<double()> const latenesses[] = {

@@ -84,8 +84,8 @@ TEST_F( Aggregate, countsRatesThatNoSignedNumberHolds ) {
    EXPECT_EQ( out( "fabric" ), 2u );
 }
 
-// Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong in
-// more than one way fail with the first.
+// Each failure says which in the trace, then stops the agent. The checks come in this order, so the sums that are wrong
+// in more than one way fail with the first.
 TEST_F( Aggregate, stopsTheAgentWhereItDoesNotAddUp ) {
    unit( "fabric", { "Ethernet1" } );
    traffic( "Ethernet1", 11_bps, 11_bps );

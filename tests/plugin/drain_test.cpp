@@ -83,7 +83,8 @@ INSTANTIATE_TEST_SUITE_P(
       RuleCase{ "a load interval of 0 without a quiet sample", { .loadInterval = 0 }, 100_kbps, 0_bps, 0 },
       RuleCase{ "a load interval that is no multiple rounds up", { .loadInterval = 31 }, 0_bps, 0_bps, 40 },
       RuleCase{ "less than 0 counts back from 2^32", { .sampleInterval = -1 }, 0_bps, 0_bps, 1 },
-      // The wheel ticks once a second and is never early, so a sample every 1.1 s comes every 2 s; each counts for 1.1 s.
+      // The wheel ticks once a second and is never early, so a sample every 1.1 s comes every 2 s; each counts for 1.1
+      // s.
       RuleCase{ "100 x 1.1 s is 110 s", { .sampleInterval = 1.1, .loadInterval = 110 }, 0_bps, 0_bps, 200 },
       // So a sample every half second comes once a second.
       RuleCase{ "3 x 0.5 s is 1 s", { .sampleInterval = 0.5, .loadInterval = 2 }, 0_bps, 0_bps, 4 },

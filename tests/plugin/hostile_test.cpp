@@ -103,8 +103,8 @@ class HostileLife : public DrainStory {
    int const at_;
    int changes_ = 0;
    std::string actedAt_;
-   Spy & spy_ = *new Spy(
-      [this]( auto const & change ) { heard( change ); } );  // hears the teardown of the world, which outlives this
+   // Never deleted: it hears the teardown of the world, which outlives this.
+   Spy & spy_ = *new Spy( [this]( auto const & change ) { heard( change ); } );
 };
 
 void HostileLife::heard( std::string const & change ) {
