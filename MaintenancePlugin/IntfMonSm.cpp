@@ -149,6 +149,7 @@ void IntfMonSm::updateCounters() {
    auto & status = record();
    bool const below = isTrafficBelowThreshold();
    bool const entering = state() == MonIntfState::thresholdMonitoring;
+   // Before anything is decided, so that the decision counts this sample, too.
    status.totalSamplesInc( 1 );
    if( entering && below ) {
       status.numConsecutiveDrainedSamplesInc( 1 );
@@ -177,6 +178,7 @@ uint32_t IntfMonSm::drainedSeconds() const {
 }
 
 bool IntfMonSm::hasTrafficDrained() const {
+   // By samples and not by the clock: a sample that comes late stands for its interval all the same.
    bool const drained = isTrafficBelowThreshold() && drainedSeconds() >= intfProfile()->rateMonLoadInterval();
    traceDrainDecision( drained );
    return drained;

@@ -14,10 +14,12 @@ bool IntfMonSm::isShutDown() const { return rootSm()->in().errDisableCauseStatus
 
 bool IntfMonSm::doMaintenanceShutdown( bool drained ) {
    if( !intfProfile()->shutdown() ) {
+      // Down by a profile that was in force before this one.
       if( isShutDown() ) bringOutOfMaintDown();
       return false;
    }
    double const maxDelay = intfProfile()->shutdownMaxDelay();
+   // From when the monitoring began, which a restart leaves as it is: the delay is what the operator was promised.
    double const elapsed = Kel::now() - record().startTime();
    if( drained ) {
       TRACE( 4, "intfId " << intfId() << " shutting down because traffic has drained" );
@@ -74,6 +76,7 @@ void IntfMonSm::handleProfile() {
    Kel::String8 const name = intfProfile()->profileName();
    TRACE_AS( 5, "void MaintenanceMode::IntfMonSm::handleProfile()",
              "for intf " << intfId() << ", profile changed to " << name << " from " << oldProfileName() );
+   // Told with the name that was in force until now, so that one goes before that name is replaced.
    rootSm()->counters()->numIntfMonProfileChangeInc( 1 );
    mmodeIntfProfileChange.log( intfId().name(), name, oldProfileName() );
    oldProfileNameIs( name );

@@ -153,7 +153,7 @@ void IntfRateAggregatorSm::addUp() {
       KEL_ASSERT_TEXT( monitoredIntf->monIntfStatus(), "intfIter->monIntfStatus()" );
       for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
          auto const unit = unitStatusDir()->status( unitName );
-         if( !unit ) continue;
+         if( !unit ) continue;  // a unit that nobody knows has no aggregate to be wrong
          unit->aggTrafficRateIs( calculateNewAggregate( unitName, intfId, unit->aggTrafficRate(), {},
                                                         monitoredIntf->monIntfStatus()->curRates() ) );
       }
@@ -358,11 +358,13 @@ TrafficRates IntfRateAggregatorSm::calculateNewAggregate( Kel::String8 const & u
                         Kel::rounded( ratesToSub.outBitsRate ),
                         Kel::rounded( ratesToAdd.inBitsRate ),
                         Kel::rounded( ratesToAdd.outBitsRate ) };
+   // In this order, and each against the aggregate as it is: a subtraction that only the addition would make possible
+   // means that the interface was not in the sum.
    if( c.subIn > c.curAggIn ) [[unlikely]]
       failInUnderflow( c );
    if( c.subOut > c.curAggOut ) [[unlikely]]
       failOutUnderflow( c );
-   if( c.sumIn() < c.curAggIn ) [[unlikely]]
+   if( c.sumIn() < c.curAggIn ) [[unlikely]]  // the addition wrapped around
       failInOverflow( c );
    if( c.sumOut() < c.curAggOut ) [[unlikely]]
       failOutOverflow( c );

@@ -175,6 +175,7 @@ void IntfStatusSm::handleInitialized() {
 }
 
 void IntfStatusSm::prepareToDie() {
+   // Detached and not destroyed: one of them may be further down on the stack, and finish its handler.
    allIntfStatusDirReactor_->notifierIs( nullptr );
    intfToGroupDirReactor_->notifierIs( nullptr );
    groupToUnitDirReactor_->notifierIs( nullptr );
@@ -252,6 +253,8 @@ void IntfStatusSm::removeUnlessMember( char const * handler, char const * ofUnit
 void IntfStatusSm::KelIntfToGroup::handleIntfToGroupMembershipChange( Group::GroupKey const & groupKey ) {
    bool const * const inGroup = notifier()->group( groupKey );
    if( inGroup && *inGroup ) {
+      // Later, in the backlog: a join is seldom alone, and whether the interface can be monitored is asked there once
+      // for all.
       TRACE( 4, "Interface:" << intfId() << " added to group:" << groupKey );
       owner_.addToBacklog( intfId() );
       return;
@@ -260,6 +263,7 @@ void IntfStatusSm::KelIntfToGroup::handleIntfToGroupMembershipChange( Group::Gro
    KEL_ASSERT_TEXT( owner_.groupToUnitDir(), "intfStatusSm()->groupToUnitDir()" );
    auto const groupToUnit = owner_.groupToUnitDir()->groupToUnit( groupKey );
    if( !groupToUnit ) return;
+   // At once: an interface that is no longer the unit's must not keep it waiting, nor stay shut down for it.
    for( auto [unitName, inUnit] : groupToUnit->unitNameIteratorConst() ) {
       if( !owner_.inService() ) return;  // a removal ended the plug-in
       KEL_ASSERT_TEXT( owner_.unitMonIntfInput(), "intfStatusSm()->unitMonIntfInput()" );
@@ -321,6 +325,7 @@ void IntfStatusSm::KelIntfToGroup::handleSelectedProfile( ProfileType profileTyp
       TRACE( 9, "  ignoring as profile type is not " << ProfileType::interface );
       return;
    }
+   // A selection that the configuration changed is followed through the profile records themselves.
    if( cause != ProfileChangeCause::precedence ) {
       TRACE( 9, "  ignoring as change cause is not " << ProfileChangeCause::precedence );
       return;

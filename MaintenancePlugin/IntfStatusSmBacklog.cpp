@@ -57,6 +57,7 @@ uint64_t IntfStatusSm::workBacklog( Kel::Seconds deadline ) {
 
 bool IntfStatusSm::isInMaintGroup( Lumo::IntfId intfId ) const {
    auto const intfToGroup = intfToGroupDir() ? intfToGroupDir()->intfToGroup( intfId ) : nullptr;
+   // A group alone is not enough: without a selected profile the interface is in no unit's maintenance.
    auto const * const key = intfToGroup ? intfToGroup->selectedProfile( ProfileType::interface ) : nullptr;
    return key && !key->empty();
 }
@@ -75,6 +76,7 @@ void IntfStatusSm::processIntf( Lumo::IntfId intfId ) {
                      << ( intfMon ? "yes" : "no" ) );
    RING( 8, "processIntf: intf {}, maintIntf {}, intfUp {}, intfMon {}", intfId, maintIntf, intfUp,
          intfMon ? "yes" : "no" );
+   // Both calls may be repeated without harm, so what is already so needs no question.
    if( !maintIntf || !intfUp ) {
       rootSm()->stopIntfMonInUnits( intfId );
       return;

@@ -115,6 +115,9 @@ void MaintStageHelperSm::handleInitialized() {
 
 void MaintStageHelperSm::handleStage( Kel::Name const & instanceName, Kel::String8 const & stage ) {
    TRACE( 9, "stageClass= " << stageClass() << ", stage=" << stage );
+   // During its start-up the root finds out by itself what is under way. The entry's value is not looked at: a stage
+   // that is set false or removed inside a living record is a request like any other, and it is the root that refuses
+   // to report it.
    if( !rateMonSm()->initialized() || stage != rateMonStage() ) return;
    rateMonSm()->doStageForInstance( stageClass(), instanceName, stage );
 }

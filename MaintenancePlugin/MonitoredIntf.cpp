@@ -18,6 +18,7 @@ using Lumo::PortChannelIntfId;
 using Lumo::VlanIntfId;
 
 bool isSupportedIntf( Lumo::IntfId intfId ) {
+   // Asked first: a sub-interface passes for the interface that it divides, and its traffic is in that one's counters.
    if( Lumo::SubIntfId::isSubIntfId( intfId ) ) return false;
    return EthIntfId::isEthIntfId( intfId ) || PortChannelIntfId::isPortChannelIntfId( intfId ) ||
           VlanIntfId::isVlanIntfId( intfId );
@@ -43,6 +44,7 @@ void MonitoredIntf::handleInitialized() {
    // Known here before it can be seen, or changed, by anybody else: a unit that enters from within shares this sampler.
    monIntfStatusIs( statusDir->monIntfStatus( intfId() ) );
    if( monIntfStatus() ) {
+      // Left by an agent before this one, and taken up with its counts: a restart does not make a link wait anew.
       monIntfStatus()->profileNameIs( profileName() );
    } else {
       monIntfStatusIs( new Maintenance::MonIntfStatus( intfId(), profileName(), Kel::now() ) );
@@ -94,6 +96,8 @@ IntfRates MonitoredIntf::getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId ) 
    auto const & counters = *rootSm()->in().phyCounterDir;
    IntfCounterInfo * info = counterInfo( argIntfId );
    if( !( info ? info->currentStatistics( counters ) : counters.currentStatistics( argIntfId ).get() ) ) {
+      // Nothing is published: the record keeps the rates of the last sample, which say more than a zero that nobody
+      // measured.
       rootSm()->counters()->numNoIntfCounterInc( 1 );
       return {};
    }
@@ -101,11 +105,15 @@ IntfRates MonitoredIntf::getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId ) 
    // A member reached twice within one sample keeps the rates of its first read: no time passed, no rate to be had.
    double const now = Kel::now();
    if( initialized() && info->lastUpdateTime() == now ) return info->rates();
+   // The old values before the new ones are stored, the counters before the time: a rate is their change over the time
+   // between.
    auto const prev = info->prevStats();
    double const deltaTime = now - info->lastUpdateTime();
    auto const stats = info->currentStatistics( counters )->statistics();
    info->prevStatsIs( stats );
    info->lastUpdateTimeIs( now );
+   // A sampler's first sample has nothing to compare with. A member that joins later has zeros, which are its start
+   // here.
    if( initialized() ) {
       auto const deltaIn = stats.inOctets - prev.inOctets;
       auto const deltaOut = stats.outOctets - prev.outOctets;
@@ -124,6 +132,8 @@ IntfRates MonitoredIntf::getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId ) 
 IntfRates MonitoredIntf::getLagIntfTrafficCounters( Lumo::IntfId argIntfId ) {
    KEL_ASSERT_TEXT( PortChannelIntfId::isPortChannelIntfId( argIntfId ),
                     "Lumo::PortChannelIntfId::isPortChannelIntfId( argIntfId )" );
+   // Members that are no Ethernet interfaces have no counters of their own; what they carry is in those of their
+   // members.
    IntfRates sum;
    auto const & lags = rootSm()->lagMembers();
    for( std::size_t i = 0; i < lags.count( argIntfId ); ++i ) {
@@ -140,13 +150,15 @@ IntfRates MonitoredIntf::getLagIntfTrafficCounters( Lumo::IntfId argIntfId ) {
 
 IntfRates MonitoredIntf::getVlanIntfTrafficCounters( Lumo::IntfId argIntfId ) {
    KEL_ASSERT_TEXT( VlanIntfId::isVlanIntfId( argIntfId ), "Lumo::VlanIntfId::isVlanIntfId( argIntfId )" );
+   // The busiest member and not the sum: a frame that crosses the VLAN is counted by the member where it comes in and
+   // by the one where it goes out.
    IntfRates busiest;
    auto const vlanId = VlanIntfId::vlanId( argIntfId );
    auto const & vlanStatusDir = rootSm()->in().vlanStatusDir;
    auto const vlan = vlanStatusDir ? vlanStatusDir->vlanStatus( vlanId ) : nullptr;
    if( vlan ) {
       for( auto [member, present] : vlan->intfIteratorConst() ) {
-         if( Lumo::CpuIntfId::isCpuIntfId( member ) ) continue;
+         if( Lumo::CpuIntfId::isCpuIntfId( member ) ) continue;  // the box's own end; no cable hangs on it
          KEL_ASSERT_TEXT( PortChannelIntfId::isPortChannelIntfId( member ) || EthIntfId::isEthIntfId( member ), "0" );
          IntfRates const rates = PortChannelIntfId::isPortChannelIntfId( member )
                                     ? getLagIntfTrafficCounters( member )
@@ -155,6 +167,7 @@ IntfRates MonitoredIntf::getVlanIntfTrafficCounters( Lumo::IntfId argIntfId ) {
          busiest.outBitsRate = std::max( busiest.outBitsRate, rates.outBitsRate );
       }
    } else {
+      // Here zero rates are published, unlike for missing counters: a VLAN that does not exist carries nothing.
       rootSm()->counters()->numNoVlanStatusInc( 1 );
       RING( 1, "getVlanIntfTrafficCounters: no vlan status for vlan {}, intf {}", vlanId, argIntfId );
    }
@@ -163,6 +176,8 @@ IntfRates MonitoredIntf::getVlanIntfTrafficCounters( Lumo::IntfId argIntfId ) {
    return busiest;
 }
 
+// A member that is read on behalf of a port-channel or VLAN may be monitored itself, by a sampler of its own: that one
+// publishes.
 void MonitoredIntf::publishIfOwn( Lumo::IntfId sampled, IntfRates const & rates ) {
    if( sampled == intfId() ) setCurRates( monIntfStatus(), rates );
 }

@@ -23,6 +23,7 @@ class Lines {
    [[gnu::format( printf, 2, 3 )]] void operator()( char const * format, ... ) const {
       std::va_list args;
       va_start( args, format );
+      // Line by line and unbuffered: what an agent that dies in its dump has written is there.
       ::dprintf( fd_, "%s", prefix_.c_str() );
       ::vdprintf( fd_, format, args );
       va_end( args );
@@ -37,6 +38,7 @@ char const * boolText( bool b ) { return b ? "true" : "false"; }
 std::string text( Lumo::IntfId intf ) { return std::string( intf.name() ); }
 unsigned count( std::size_t n ) { return static_cast<unsigned>( n ); }
 double age( double time ) { return Kel::now() - time; }
+// A counter without a value prints as 0, because the line has no room for a word.
 unsigned long long octets( Brim::MaybeU63 counter ) { return counter.hasValue() ? counter.value() : 0; }
 
 // The entries of a walk in the order of their keys.
@@ -48,6 +50,7 @@ auto inKeyOrder( Walk walk ) {
    return keys;
 }
 
+// In the order that readers of dumps know, which is not quite that of the declarations.
 void dumpCounters( Lines const & line, RateMonSmDebugCounters const & counters ) {
    for( char const * name : { "numMaintEnter",
                               "numMaintExit",
@@ -130,6 +133,7 @@ void RateMonPluginInfoDumper::dump( int fd ) {
    }
 }
 
+// The root's own lines have two blanks whatever the indentation, which is for those below it.
 void RateMonSm::dump( int fd, int indent ) const {
    Lines( fd, 0 )( "RateMonSm:\n" );
    Lines const line( fd, 2 );

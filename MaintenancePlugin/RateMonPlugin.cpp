@@ -50,6 +50,8 @@ RateMonPlugin::RateMonPlugin() {
 }
 
 void RateMonPlugin::init( Maintenance::PluginContext * context ) {
+   // Made by type name, as the host makes entities, and found again by its own: the directory may hold other plug-ins'
+   // as well.
    context->pluginDir()->newEntity( "MaintenanceMode::RateMonSmLoader", "rateMonPlugin" );
    auto const entityPtr = context->pluginDir()->entityRef( "rateMonPlugin" );
    KEL_ASSERT( entityPtr );
@@ -63,6 +65,7 @@ void RateMonSmLoader::init( Maintenance::PluginContext * pluginContext ) {
    TRACE( 4, "RateMonSmLoader::init" );
    RING( 3, "RaeMonSmLoader::init" );
    contextIs( pluginContext );
+   // The dumper before anything that can fail: a start that hangs in its mounts can still be asked what it is doing.
    pluginInfoDumperIs( new RateMonPluginInfoDumper( "RateMonPlugin" ) );
    pluginInfoDumper()->contextIs( this );
    context()->dumpPluginInfoIs( pluginInfoDumper().get() );
@@ -106,6 +109,7 @@ void RateMonSmLoader::mountAll() {
 }
 
 void RateMonSmLoader::doMountsComplete( Dovra::MountStatus mountStatus, Kel::Ptr<Dovra::EntityManager> entityManager ) {
+   // No retry and no partial start: a rate monitor that misses a directory would call links drained that it cannot see.
    KEL_ASSERT_TEXT( mountStatus == Dovra::mountSuccess_, "mountStatus == Dovra::mountSuccess_" );
    TRACE( 4, "RateMonSmLoader::doMountsComplete" );
    RING( 3, "RateMonSmLoader - doMountsComplete" );
@@ -132,6 +136,7 @@ void RateMonSmLoader::startCounterReader( Kel::Ptr<Dovra::EntityManager> const &
    ethIntfCounterWriterStatusDirIs( entityManager->getEntity<Kel::Dir>( Path::counterWriterStatus ) );
    ethIntfCounterReaderSmIs(
       new Interface::EthIntfCounterReaderSm( context()->quillEntityManager(), ethIntfCounterWriterStatusDir() ) );
+   // Before the reader looks for its table: it decides where it looks.
    ethIntfCounterReaderSm()->enableLegacyShmemManSupport();
    ethIntfCounterReaderSm()->handleInitialized();
    phyCounterDirIs( ethIntfCounterReaderSm()->allEthIntfCounterPtrDir() );
@@ -190,7 +195,7 @@ RateMonSmInputs RateMonSmLoader::inputs() const {
 
 void RateMonSmLoader::prepareToDie() {
    TRACE( 4, "called" );
-   mountGroupsDel();
+   mountGroupsDel();  // a start that is still mounting ends here: nobody is called back any more
    if( auto const root = rateMonSm() ) {
       root->prepareToDie();
       // Not left to the last reference: taken down from inside one of the root's own writes, that would only go when
@@ -198,6 +203,7 @@ void RateMonSmLoader::prepareToDie() {
       root->takeDown();
    }
    rateMonSmDel();
+   // After the root, whose samplers read from the reader's directory to the last.
    if( ethIntfCounterReaderSm() ) ethIntfCounterReaderSm()->prepareToDie();
    ethIntfCounterReaderSmDel();
    pluginInfoDumperDel();

@@ -193,10 +193,12 @@ void RateMonSm::reenterUnit( Maintenance::Unit::Status const & unit ) {
    bool reenter = false;
    switch( unit.state() ) {
       case State::inMaintenance:
+         // The instance is over, so no progress record says anything; only its name and generation do.
          reenter = Maintenance::Unit::StageMgrInstKey( enterInstance ).genId() == unit.genId();
          break;
       case State::entering: reenter = stageActive( in().maintEnterProgressDir, enterInstance, unit ); break;
       case State::leaving:
+         // Nothing is monitored after a restart, so there is nothing to let go: the exit is complete at once.
          if( !stageActive( in().maintExitProgressDir, exitInstance, unit ) ) return;
          TRACE_AS( 4, "handleInitialized", "Unit state =" << unit.state() << ", completing the stage for this unit" );
          maintExitStageHelper()->doStageCompleteForInstance( rateMonStage(), exitInstance );

@@ -51,6 +51,7 @@ void RateMonSm::addProfile( Kel::String8 const & profileName ) {
       if( !serving() ) return;
       KEL_ASSERT( intfMonSm->intfProfile() );
       if( getIntfProfileName( intf ) != profileName ) continue;
+      // It ran on the default as long as the profile that is selected for it did not exist.
       if( intfMonSm->intfProfile()->profileName() != profileName ) {
          counters()->numIntfMonPendingProfileResolvedInc( 1 );
       }
@@ -71,6 +72,7 @@ void RateMonSm::handleDefaultIntfProfile() {
    TRACE( 5, "default intf profile " << in().defaultIntfProfile->profileName() );
    for( auto [intf, intfMonSm] : intfMonIterator() ) {
       if( !serving() ) return;
+      // Not those that run on the default because their own profile is missing: they were never meant to follow it.
       if( !usingDefaultProfile( intf ) ) continue;
       counters()->numIntfMonDefProfileUpdateInc( 1 );
       intfMonSm->intfProfileIs( getIntfProfile( intf ) );

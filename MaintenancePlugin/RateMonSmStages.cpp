@@ -9,6 +9,7 @@ using Maintenance::Unit::MaintenanceOp;
 
 void RateMonSm::doStageForInstance( Kel::String8 const & stageClass, Kel::Name const & instanceName,
                                     Kel::String8 const & stage ) {
+   // Before anything is decided: a name that is none ends the agent, whatever class it came with.
    Maintenance::Unit::StageMgrInstKey const key( instanceName );
    if( stageClass != Maintenance::enterStageClass && stageClass != Maintenance::exitStageClass ) {
       TRACE( 1, "Invalid maintenance class: " << stageClass << " for instanceName: " << instanceName );
@@ -58,6 +59,7 @@ void RateMonSm::handleUnitMaintenanceExit( Kel::String8 const & unitName, uint32
       TRACE( 1, "Got maintenance exit notification when unitMonSm does not exist - unit " << unitName );
       TRACE( 1, "  notifying stage completion anyway." );
       RING( 3, "notifying stage completion for non-existent unitMonSm {}", unitName );
+      // An exit is answered also for a unit that was never served: the stage manager would wait for ever.
       notifyStageCompletion( unitName, genId, MaintenanceOp::exit );
       return;
    }
@@ -109,6 +111,7 @@ void RateMonSm::notifyStageCompletion( Kel::String8 const & unitName, uint32_t g
 
 void RateMonSm::handleUnitStatus( Kel::String8 const & unitName ) {
    TRACE( 5, "unit " << unitName );
+   // Changes of state come by way of the stages; only that the unit is gone is learnt here.
    if( in().unitStatusDir->status( unitName ) ) return;
    if( !unitMon( unitName ) ) return;
    counters()->numUnitStatusDelInc( 1 );

@@ -87,12 +87,13 @@ void UnitMonSm::startIntfMon( Lumo::IntfId intf ) {
       return;
    }
    auto const intfProfile = rateMonSm()->getIntfProfile( intf );
-   KEL_ASSERT( intfProfile );
+   KEL_ASSERT( intfProfile );  // the configuration always has its own default; without one nothing could be decided
    if( !canBeMonitored( intf ) ) return;
    auto const intfMonSm = sharedOrNewIntfMon( intf, intfProfile );
    if( !goesOn( intf, intfMonSm ) ) return startInterrupted( intf );
-   // Drained for another unit already, or under watch only. Before the unit depends on it and monitors it: the count of
-   // drained interfaces runs ahead of the other, so that the unit does not look undrained in between.
+   // Drained for another unit already, or under watch only. It counts as drained before it counts as monitored, so for
+   // a moment a unit that waits for exactly one other interface looks drained, and reports: the mark says that the
+   // numbers were equal once, and nothing more.
    if( intfMonSm->state() == MonIntfState::passiveMonitoring ) drainedIntf()->intfIs( intf, true );
    if( !goesOn( intf, intfMonSm ) ) return startInterrupted( intf );
    KEL_ASSERT( intfMonSm->monitoredIntf() );
@@ -169,11 +170,14 @@ Kel::Ptr<IntfMonSm> UnitMonSm::newIntfMon( Lumo::IntfId intf,
    auto * const rootSm = rateMonSm();
    auto initialState = MonIntfState::thresholdMonitoring;
    auto const unit = rootSm->in().unitStatusDir->status( unitName() );
+   // A unit that is in maintenance already has been through its waiting: who joins it, or comes back after a restart,
+   // is watched.
    if( unit && unit->state() == Maintenance::Unit::State::inMaintenance ) {
       initialState = MonIntfState::passiveMonitoring;
       rootSm->counters()->numIntfMonInitialStatePassiveInc( 1 );
    }
    KEL_ASSERT_TEXT( rootSm->monIntfDir(), "rootSm()->monIntfDir()" );
+   // The sampler first: the drain monitor begins in the state that the sampler's record says.
    auto const monitoredIntf = rootSm->monIntfDir()->monitoredIntfIs( intf, rootSm, profile->profileName() );
    KEL_ASSERT( monitoredIntf );
    if( !monitoredIntf->inService() ) return nullptr;
@@ -208,6 +212,8 @@ void UnitMonSm::stopIntfMon( Lumo::IntfId intf ) {
       RING( 0, "intf not part of unit {} {}", intf, unitName() );
       return;
    }
+   // From the drained ones before the unit lets go of it: in between the unit looks less drained than it is, never
+   // more.
    drainedIntf()->intfDel( intf );
    if( !mine( intf ) ) return;
    monitoredIntf->dependentUnitDel( unitName() );
@@ -295,6 +301,7 @@ void UnitMonSm::handleDrainedIntf( Lumo::IntfId intf ) {
 }
 
 void UnitMonSm::checkDrainedIntfsAndReport() {
+   // By their numbers and not by their members. None equals none: a unit without anything to monitor is done.
    if( drainedIntf()->intfs() != monIntf()->intfs() ) return;
    TRACE( 4, "unit " << unitName() << " notifying completion." );
    rateMonSm()->notifyStageCompletion( unitName(), genId(), MaintenanceOp::enter );
