@@ -47,13 +47,20 @@ function( ratemon_include_root target scope )
    target_compile_options( ${target} ${scope} "-fmacro-prefix-map=${root}/${folder}=${folderInTree}" )
 endfunction()
 
-# Headers that most sources of a target include, parsed once for all of them where the preset says so: "Header.h" of its own folder,
-# "folder/Header.h", or of the standard library. A source includes what it uses all the same: dev and coverage build without.
-function( ratemon_precompile target )
-   if( NOT RATEMON_PRECOMPILE )
+# What makes a build of everything fast, in the presets that say RATEMON_FAST_BUILD. In the others each source is compiled by itself,
+# so that one which forgets an include, or hides a name behind another, is still found.
+#
+# PRECOMPILE: headers that most sources of a target include are parsed once for all of them: "Header.h" of its own folder,
+# "folder/Header.h", or one of the standard library.
+# TOGETHER: sources that make much of the same templates are compiled eight at a time, so that each template is instantiated for all
+# of them at once. Names are unique in such a folder, also those without linkage.
+function( ratemon_fast_build target )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "TOGETHER" "PRECOMPILE" )
+   if( NOT RATEMON_FAST_BUILD )
       return()
    endif()
-   foreach( header IN LISTS ARGN )
+   set_target_properties( ${target} PROPERTIES UNITY_BUILD "${arg_TOGETHER}" )
+   foreach( header IN LISTS arg_PRECOMPILE )
       if( EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${header}" )
          target_precompile_headers( ${target} PRIVATE "${header}" )
       else()
@@ -62,11 +69,11 @@ function( ratemon_precompile target )
    endforeach()
 endfunction()
 
-# ratemon_library( [NAME n] [SHARED|STATIC] [LINKS folder...] [EXTERNAL target...] [PRECOMPILE header...] )
+# ratemon_library( [NAME n] [SHARED|STATIC] [TOGETHER] [LINKS folder...] [EXTERNAL target...] [PRECOMPILE header...] )
 # The folder as a library, named as the folder unless NAME says otherwise. A folder of headers only becomes an interface library.
 # Platform folders are SHARED, so that a program and the plug-in it loads have one copy of every global.
 function( ratemon_library )
-   cmake_parse_arguments( PARSE_ARGV 0 arg "SHARED;STATIC" "NAME" "LINKS;EXTERNAL;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 0 arg "SHARED;STATIC;TOGETHER" "NAME" "LINKS;EXTERNAL;PRECOMPILE" )
    if( NOT arg_NAME )
       get_filename_component( arg_NAME "${CMAKE_CURRENT_SOURCE_DIR}" NAME )
    endif()
@@ -91,13 +98,13 @@ function( ratemon_library )
    set_property( GLOBAL APPEND PROPERTY RATEMON_FOLDERS_${top} ${arg_NAME} )
    ratemon_include_root( ${arg_NAME} ${scope} )
    ratemon_link( ${arg_NAME} ${scope} LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} )
-   ratemon_precompile( ${arg_NAME} ${arg_PRECOMPILE} )
+   ratemon_fast_build( ${arg_NAME} TOGETHER ${arg_TOGETHER} PRECOMPILE ${arg_PRECOMPILE} )
 endfunction()
 
-# ratemon_plugin( NAME [LINKS folder...] [PRECOMPILE header...] )
+# ratemon_plugin( NAME [TOGETHER] [LINKS folder...] )
 # The folder as NAME.so, to be loaded at run time and never linked. It lies at the top of the build.
 function( ratemon_plugin name )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "" "LINKS;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "TOGETHER" "" "LINKS" )
    file( GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" )
    file( GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.h" )
    if( NOT sources )
@@ -108,7 +115,7 @@ function( ratemon_plugin name )
    set_target_properties( ${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
       INTERPROCEDURAL_OPTIMIZATION ${RATEMON_LTO} CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} )
-   ratemon_precompile( ${name} ${arg_PRECOMPILE} )
+   ratemon_fast_build( ${name} TOGETHER ${arg_TOGETHER} )
 endfunction()
 
 # ratemon_program( NAME [LINKS folder...] [EXTERNAL target...] [PRECOMPILE header...] )
@@ -122,7 +129,7 @@ function( ratemon_program name )
    endif()
    add_executable( ${name} ${sources} ${headers} )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} )
-   ratemon_precompile( ${name} ${arg_PRECOMPILE} )
+   ratemon_fast_build( ${name} PRECOMPILE ${arg_PRECOMPILE} )
 endfunction()
 
 # Tells a test where programs and plug-ins of this build are: maintd as RATEMON_MAINTD_PATH, RateMonPlugin as
@@ -146,7 +153,7 @@ function( ratemon_test_program name )
    target_compile_definitions( ${name} PRIVATE "RATEMON_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"" )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} GTest::gmock GTest::gtest_main )
    ratemon_tell_paths( ${name} ${arg_PROGRAMS} )
-   ratemon_precompile( ${name} gmock/gmock.h ${arg_PRECOMPILE} )
+   ratemon_fast_build( ${name} PRECOMPILE gmock/gmock.h ${arg_PRECOMPILE} )
    foreach( shard RANGE 1 ${arg_SHARDS} )
       math( EXPR index "${shard} - 1" )
       add_test( NAME ${name}/${shard} COMMAND ${name} )

@@ -55,7 +55,10 @@ def flags_by_folder(source, build):
     flags = {}
     for entry in json.loads((build / "compile_commands.json").read_text()):
         file = pathlib.Path(entry["file"])
-        folder = str(file.parent.relative_to(source)) if file.is_relative_to(source) else ""
+        if file.is_relative_to(build):  # it includes several sources of the folder, and is compiled as each of them would be
+            folder = str(file.relative_to(build)).split("/CMakeFiles/")[0]
+        else:
+            folder = str(file.parent.relative_to(source))
         if folder.split("/")[0] not in LAYERED_TOPS:
             continue
         words = shlex.split(entry["command"])
