@@ -59,6 +59,10 @@ class HostileLife : public DrainStory {
    using Act = void ( HostileLife::* )();
 
    HostileLife( Act act, int at ) : act_( act ), at_( at ) {}
+   // The spy goes before the records that it listens to, so nothing may change any more.
+   ~HostileLife() override {
+      if( world_.running() ) stop();
+   }
    void TestBody() override {}
 
    void live();
@@ -103,8 +107,7 @@ class HostileLife : public DrainStory {
    int const at_;
    int changes_ = 0;
    std::string actedAt_;
-   // Never deleted: it hears the teardown of the world, which outlives this.
-   Spy & spy_ = *new Spy( [this]( auto const & change ) { heard( change ); } );
+   Spy spy_{ [this]( auto const & change ) { heard( change ); } };
 };
 
 void HostileLife::heard( std::string const & change ) {
