@@ -219,12 +219,16 @@ bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
       return false;
    }
    std::vector<UnitStatusCache::Status> units;
-   for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
-      units.push_back( owner_.unitStatusDir()->status( unitName ) );
-   }
-   auto const untold = std::stable_partition( units.begin(), units.end(),
-                                              [this]( auto const & unit ) { return units_.holds( unit, told_ ); } );
-   told_ = static_cast<uint32_t>( untold - units.begin() );
+   auto const append = [&]( bool told ) {
+      for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
+         auto const unit = owner_.unitStatusDir()->status( unitName );
+         if( units_.holds( unit, told_ ) == told ) units.push_back( unit );
+      }
+   };
+   append( true );
+   auto const told = static_cast<uint32_t>( units.size() );
+   append( false );
+   told_ = told;
    units_.fill( owner_.unitsEpoch_, std::move( units ) );
    return true;
 }

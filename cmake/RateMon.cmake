@@ -4,7 +4,8 @@
 # Each library therefore has an include root of its own below ${build}/include, which holds one link, named as the folder. Nobody
 # is ever given the repository root, platform/ or host/ as an include directory: a wrong include fails to build.
 
-set( ratemonTestTimeoutSeconds 120 )
+# For one process with its share of a folder's cases, under sanitizers, on a machine that has other things to do as well.
+set( ratemonTestTimeoutSeconds 400 )
 
 # ratemon_add_if_present( DIR... ): adds those folders that have a CMakeLists.txt.
 function( ratemon_add_if_present )
