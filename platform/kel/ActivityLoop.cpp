@@ -9,7 +9,7 @@ namespace Kel {
 ActivityLoop * ActivityLoop::current_ = nullptr;
 double ActivityLoop::now_ = 0;
 
-// Keeps the loop in order however a turn ends.
+// Leaves the loop in order also when a handler throws.
 class ActivityLoop::TurnScope {
  public:
    explicit TurnScope( ActivityLoop & loop ) : loop_( loop ) {
@@ -17,6 +17,8 @@ class ActivityLoop::TurnScope {
       loop.inTurn_ = true;
       ++loop.turnNumber_;
       now_ = loop.clock()->now();
+      // Both queues before any work runs: what the work or a timer asks for belongs to a later turn, or a turn might
+      // never end.
       loop.timers_.batchIs( now_ );
       loop.deferred_.batchIs( now_ );
    }
@@ -40,7 +42,7 @@ ActivityLoop::ActivityLoop( Ptr<Clock> const & clock ) : config_( new ActivityMa
 
 ActivityLoop::~ActivityLoop() {
    KEL_ASSERT( !inTurn_ );
-   current_ = nullptr;
+   current_ = nullptr;  // now_ stays: what is torn down after the loop may still trace
 }
 
 double ActivityLoop::nextDue() const { return std::min( timers_.nextDue(), deferred_.nextDue() ); }
@@ -48,6 +50,7 @@ double ActivityLoop::nextDue() const { return std::min( timers_.nextDue(), defer
 void ActivityLoop::turn( Work const & work ) {
    TurnScope const scope( *this );
    if( work ) {
+      // Ends before the timers run, so what the work dropped is gone for them; each of those has a dispatch of its own.
       Dispatch const dispatch;
       work();
    }
@@ -64,6 +67,7 @@ void ActivityLoop::forgetAll() {
 void ActivityLoop::runUntil( VirtualClock & clock, double t ) {
    KEL_ASSERT( &clock == config_->clock().get() );
    while( nextDue() <= t ) {
+      // What is due may be in the past, but the clock never goes back.
       clock.nowIs( std::max( clock.now(), nextDue() ) );
       turn();
    }

@@ -35,10 +35,12 @@ class ScalarInfo final : public AttributeInfo {
 
    Value get( Entity const & e ) const override { return ValueTraits<T>::toValue( get_( self( e ) ) ); }
    void set( Entity & e, Value const & value ) const override {
+      // Converted first: a value that does not fit changes nothing.
       T const converted = converting( [&] { return ValueTraits<T>::fromValue( value ); } );
       set_( static_cast<Self &>( e ), converted );
    }
    std::string print( Entity const & e ) const override {
+      // Several fields have no printed form on one line.
       if constexpr( ValueRecord<T> )
          return AttributeInfo::print( e );
       else
@@ -83,6 +85,7 @@ class ReferenceInfo final : public AttributeInfo {
    static T const * address( Ptr<T> const & target ) {
       return target.get();
    }
+   // What a class keeps in its own way may be handed out as a plain pointer.
    static auto const * address( auto const * target ) { return target; }
    using Target = std::remove_cvref_t<decltype( *std::declval<Get>()( std::declval<Self const &>() ) )>;
    static constexpr bool isEntity = std::is_base_of_v<Entity, Target>;
@@ -130,13 +133,14 @@ class MapInfo final : public KeyedInfo<Self, K, Access> {
       : Base( name, kind, ValueTraits<V>::typeName(), keyTypeName, access ), mutate_( mutate ) {}
 
    Value entry( Entity const & e, std::string_view key ) const override {
-      auto const known = knownKey<K>( key );
+      auto const known = knownKey<K>( key );  // a lookup must not leave an invented key behind
       V const * const value = known ? this->collection( e ).map().find( *known ) : nullptr;
       return value ? ValueTraits<V>::toValue( *value ) : Value();
    }
    void entryIs( Entity & e, std::string_view key, Value const & value ) const override {
       V const converted = ValueTraits<V>::fromValue( value );
       if constexpr( std::is_same_v<V, bool> ) {
+         // An entry with the value false would be there for some readers and not for others.
          if( this->kind() == AttributeInfo::Kind::set && !converted ) wrongType( "true (it is a set)", value );
       }
       mutate_( Base::self( e ), KeyTraits<K>::fromText( key ), &converted );
@@ -144,6 +148,7 @@ class MapInfo final : public KeyedInfo<Self, K, Access> {
    void entryDel( Entity & e, std::string_view key ) const override {
       if( auto const known = knownKey<K>( key ) ) mutate_( Base::self( e ), *known, nullptr );
    }
+   // Of the keys that are there now. Unlike xDelAll() it leaves what a handler adds meanwhile.
    void entryDelAll( Entity & e ) const override {
       for( std::string const & key : this->keys( e ) ) entryDel( e, key );
    }
@@ -164,7 +169,8 @@ class ChildrenInfo final : public KeyedInfo<Self, K, Access> {
       Ptr<Entity> const found = child( e, key );
       return found ? toValue( *found ) : Value();
    }
-   // Creates the child, scalars first, then in the collection, then its own collections; or changes the one there is.
+   // Changes the child that is there. Otherwise makes one, sets its scalars, puts it into the collection, then fills
+   // its own collections: whoever hears of the child sees its scalars, and hears of each entry as it comes.
    void entryIs( Entity & e, std::string_view key, Value const & value ) const override;
    void entryDel( Entity & e, std::string_view key ) const override {
       if( auto const known = knownKey<K>( key ) ) mutate_( Base::self( e ), *known, nullptr );

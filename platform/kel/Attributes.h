@@ -114,7 +114,7 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    };                                                                                                    \
    KEL_LINK_IS( KelLink_##NAME )
 
-/* A template, so that only the source with the type's KEL_TYPE pays for it. */
+/* A template, so that it is compiled only in the source with the type's KEL_TYPE. */
 #define KEL_DESCRIBE( INFO )                                                                             \
       template<class Info>                                                                               \
       static void kelDescribe( Info & type ) {                                                           \
@@ -150,17 +150,20 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    KEL_SCALAR( TYPE, NAME, scalar, virtual void ON() {},                                                 \
       kelChanged<KelLink_##NAME>( []( KelLink_##NAME & n ) { n.ON(); } ); )
 
-// The change is acted on by the entity itself: HANDLER is one of its own operations.
+// The change is acted on by the entity itself: HANDLER is one of its own operations. The dispatch covers both lines,
+// because a watcher may drop the entity before its handler has run.
 #define KEL_ATTR_HANDLED( TYPE, NAME, HANDLER )                                                          \
    KEL_SCALAR( TYPE, NAME, scalar, ,                                                                     \
       ::Kel::Dispatch const dispatch;                                                                    \
       kelChangedQuietly<KelLink_##NAME>();                                                               \
       HANDLER(); )
 
+// The sum is cast back because narrow types add up as int; a counter wraps like its type.
 #define KEL_COUNTER( TYPE, NAME )                                                                        \
    KEL_SCALAR( TYPE, NAME, counter, , kelChangedQuietly<KelLink_##NAME>(); )                             \
    void NAME##Inc( TYPE n ) { NAME##Is( static_cast<TYPE>( NAME##_ + n ) ); }
 
+// Tells nobody, watchers neither: who refers to whom is wiring, which is read when somebody needs it.
 #define KEL_REF( TYPE, NAME )                                                                            \
    KEL_LINK_OPEN( NAME )                                                                                 \
       KEL_DESCRIBE( ( ::Kel::referenceInfo<KelSelf>( #NAME,                                              \
@@ -173,8 +176,8 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    TYPE NAME##_{};                                                                                       \
  public:
 
-// Reflection alone, of what the class keeps in its own way: an attribute with a reader NAME() and a mutator NAMEIs( v
-// ), and a reference with a reader NAME().
+// Reflection alone, of what the class keeps in its own way: an attribute with a reader and a mutator of its name, and a
+// reference with a reader.
 #define KEL_ATTR_BY( TYPE, NAME )                                                                        \
    KEL_LINK_OPEN( NAME )                                                                                 \
       KEL_DESCRIBE( ( ::Kel::scalarInfo<KelSelf, TYPE>( #NAME, ::Kel::AttributeInfo::Kind::scalar,       \
@@ -188,7 +191,8 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
          []( KelSelf const & e ) -> auto const & { return e.NAME(); } ) ) )                              \
    KEL_LINK_CLOSE( NAME )
 
-// What the three keyed forms share: the link with both handlers, deletion, count and walks.
+// What the three keyed forms share: the link with both handlers, deletion, count and walks. Attachment asks for the
+// reactor anew before each collection: a handler of the one before may have taken it away.
 #define KEL_KEYED( COLLECTION, VIEW, CONST_VIEW, KEY_TYPE, NAME, ON, INFO )                              \
    KEL_LINK_OPEN( NAME )                                                                                 \
       virtual void ON( KEY_TYPE ) {}                                                                     \

@@ -13,7 +13,7 @@ struct Rank : Rank<n - 1> {};
 template<>
 struct Rank<0> {};
 
-// The most attributes that one type can have.
+// The most attributes that one type can have. A link beyond is never found, and its attribute not reflected.
 inline constexpr int maxAttributes = 40;
 
 }  // namespace Kel

@@ -15,6 +15,7 @@ double RealClock::now() const {
 
 TimedQueue & Clock::NotifieeConst::queue() const {
    ActivityLoop & loop = activityLoop();
+   // The loop compares due times with its own clock; those of another one would come at any time or never.
    KEL_ASSERT( clock_ == loop.clock() );
    return loop.timers();
 }

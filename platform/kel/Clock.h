@@ -44,7 +44,7 @@ class RealClock final : public Clock {
    [[nodiscard]] double now() const override;
 };
 
-// Stands still until told otherwise. With a step it also moves on by that after each read, so that work seems to take
+// Stands still until told otherwise. With a step it also moves on by that much at each read, so that work seems to take
 // time.
 class VirtualClock final : public Clock {
  public:
@@ -55,7 +55,8 @@ class VirtualClock final : public Clock {
       now_ += step_;
       return read;
    }
-   // A time that the steps have passed already changes nothing.
+   // A time that the steps have already passed changes nothing: whoever sets it need not know how often the clock was
+   // read.
    void nowIs( double t ) {
       KEL_ASSERT( t >= now_ || step_ > 0 );
       if( t > now_ ) now_ = t;

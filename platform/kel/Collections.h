@@ -31,7 +31,7 @@ class ValueCollection {
       } else {
          map_.insert( key, value );
       }
-      tell( K( key ) );
+      tell( K( key ) );  // a copy: the caller's key may live in an entry that a handler removes
    }
 
    template<class Tell>
@@ -44,7 +44,8 @@ class ValueCollection {
 
    template<class Tell>
    void delAll( Tell const & tell ) {
-      Dispatch const dispatch;  // between two removals, whose handlers may drop the owner of this collection
+      Dispatch const dispatch;  // the handlers of one removal may drop the owner of this collection before the next
+      // Always the first that is left, not a walk: handlers may add and remove entries, and nothing may remain.
       while( !map_.empty() ) del( map_.firstKey(), tell );
    }
 
@@ -66,10 +67,12 @@ class ChildCollection {
    // Adds a prepared child, or puts it in the place of the one with its key, which is taken apart first.
    template<class Tell>
    Ptr<Child> is( K const & key, Ptr<Child> const & child, Tell const & tell ) {
-      Ptr<Child> const kept = child;
-      Dispatch const dispatch;  // a teardown's handlers may drop the owner of this collection
+      Ptr<Child> const kept = child;  // the caller's reference may be one that a handler changes
+      Dispatch const dispatch;        // a teardown's handlers may drop the owner of this collection
       if( Ptr<Child> * const present = map_.find( key ) ) {
          if( *present == child ) return kept;
+         // The new one is in its place before the old one is taken apart, so nobody finds a gap or the old one; and
+         // there is one change to tell of, not two. `present` may dangle afterwards.
          takeApart( *std::exchange( *present, child ) );
       } else {
          map_.insert( key, child );
@@ -82,7 +85,7 @@ class ChildCollection {
    void del( K const & key, Tell const & tell ) {
       K const gone = key;
       if( !map_.find( gone ) ) return;
-      // Out of the collection first: whatever the teardown causes cannot tear the child down a second time.
+      // Out of the collection first, so that nothing that the teardown causes can tear the child down a second time.
       Dispatch const dispatch;
       takeApart( *map_.take( gone ) );
       tell( gone );
@@ -96,6 +99,7 @@ class ChildCollection {
 
  private:
    static void takeApart( Child & child ) {
+      // Silent first: its own teardown makes writes, and its reactors would act on them half gone.
       child.kelDoZombieReactors( true );
       child.prepareToDie();
    }
@@ -109,6 +113,7 @@ template<class Map, class K>
    std::vector<K> keys;
    keys.reserve( map.size() );
    for( typename Map::Cursor i( map ); i; ++i ) keys.push_back( i.key() );
+   // As keys and not as texts: number 10 comes after 9.
    std::sort( keys.begin(), keys.end() );
    std::vector<std::string> texts;
    texts.reserve( keys.size() );

@@ -28,14 +28,14 @@ class Dispatch {
          freeDropped();
    }
 
-   // The end of a simulated process: what the present dispatch would free is never freed.
+   // The end of a simulated process: what has lost its last reference and would be freed later is never freed.
    static void forgetDropped();
 
  private:
    friend class PtrInterface;
 
-   // Per thread, for hosts that count references in several: only the thread that runs handlers has to wait with
-   // freeing.
+   // Per thread, for hosts that count references in several: only the thread that runs handlers must put off freeing.
+   // `dropped` repeats the length of the list, which is out of line, so that the end of a dispatch costs no call.
    struct State {
       uint32_t underWay = 0;
       uint32_t dropped = 0;
@@ -44,6 +44,8 @@ class Dispatch {
    static void freeOrKeep( PtrInterface const * object );
    static void freeDropped();
 
+   // Defined in what is loaded at start-up, never in a plug-in. So its place is fixed, and reaching it takes no call of
+   // the loader, as it otherwise would from a shared object.
    [[gnu::tls_model( "initial-exec" )]] static constinit thread_local State state_;
 };
 

@@ -14,7 +14,8 @@
 
 namespace Kel {
 
-// Hears of every change of one entity, whatever the attribute. Attached while it is in the entity's hands.
+// Hears of every change of one entity, whatever the attribute, from watcherIs() to watcherDel(). Holds no reference: at
+// the entity's end it is forgotten, and watcherDel() is then not to be called.
 class Watcher : public NotifieeBase {
  public:
    // `key` is the text of the changed entry's key, null when the attribute is not keyed.
@@ -31,7 +32,7 @@ class Entity : public PtrInterface {
    [[nodiscard]] virtual std::string name() const = 0;
    [[nodiscard]] virtual TypeInfo const & kelTypeInfo() const = 0;
 
-   // For collections of entities of any type; a type declared with the attribute macros hides these.
+   // What collections of entities of any type use; a type declared with the attribute macros hides these by its own.
    using KelKey = Name;
    [[nodiscard]] Name kelKey() const { return Name( name() ); }
    static char const * kelTypeName() { return "Kel::Entity"; }
@@ -44,8 +45,8 @@ class Entity : public PtrInterface {
    void watcherDel( Watcher & w ) const;
 
    [[nodiscard]] bool hasReactors() const { return !notifiees_.empty(); }
-   // Lets go of every reactor, without a word to them: for records whose readers ended with a simulated process. The
-   // reactors must never be destroyed afterwards. Watchers stay. Not during a delivery.
+   // Lets go of every reactor without telling them: for records whose readers ended with a simulated process. The
+   // reactors must never be destroyed afterwards: that would unlink them here. Watchers stay. Not during a delivery.
    void reactorsForget() const { notifiees_.forgetAll(); }
 
    // For reactors and the attribute macros only.
@@ -58,6 +59,8 @@ class Entity : public PtrInterface {
    template<class Link, class Handler>
    void kelDeliver( Handler const & handler ) const {
       if( notifiees_.empty() ) return;
+      // Most entities that are watched have one reactor. Nothing of the list is read after its call, so it needs no
+      // position for the list to correct.
       if( NotifieeBase * const only = notifiees_.only() ) {
          if( only->deliverable() ) handler( static_cast<Link &>( *only ) );
          return;
@@ -77,6 +80,7 @@ class Entity : public PtrInterface {
          kelTellWatchers( kelAttribute<Link>(), nullptr );
       kelDeliver<Link>( handler );
    }
+   // Of an attribute that no reactor hears of. Opens no dispatch: only watchers run, and kelTellWatchers() has its own.
    template<class Link>
    void kelChangedQuietly() const {
       if( kelHasWatchers() ) [[unlikely]]
@@ -95,6 +99,7 @@ class Entity : public PtrInterface {
  private:
    template<class Link>
    [[nodiscard]] AttributeInfo const & kelAttribute() const {
+      // Ranks count from 1, in the order in which the chain described its attributes; 0 is the chain's end.
       return *kelTypeInfo().attributes()[Link::kelRank - 1];
    }
    void kelTellWatchers( AttributeInfo const & attribute, std::string const * key ) const;
@@ -114,6 +119,7 @@ class AttributeChainEnd : public NotifieeBase {
 };
 
 // The typed reactor: Link is the last link of the watched type's chain, Self the type, const for read-only observation.
+// Holds a reference to what it watches; detaches itself when it goes.
 template<class Link, class Self>
 class Reactor : public Link {
  public:
@@ -126,7 +132,7 @@ class Reactor : public Link {
    // whole, unless the reactor is silent. Call it from the body of the most derived constructor, so that handlers are
    // its own.
    void notifierIs( Ptr<Self> entity ) {
-      if( notifier_ == entity ) return;
+      if( notifier_ == entity ) return;  // it has its place in the order, and was handed everything
       Dispatch const dispatch;
       detach();
       notifier_ = entity;
@@ -138,6 +144,7 @@ class Reactor : public Link {
 
  private:
    void detach() {
+      // In this order: the reference may be the last one, and the list goes with its entity.
       if( notifier_ ) notifier_->kelDetach( *this );
       notifier_ = nullptr;
    }

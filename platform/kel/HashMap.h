@@ -14,8 +14,8 @@
 
 namespace Kel {
 
-// What all walks have in common. They are known as long as they live, in one place rather than in every map: of the
-// many maps there are, hardly one is walked at any time.
+// What all walks have in common. A walk is registered as long as it lives, in one list for all maps rather than in each
+// map: of the many maps there are, hardly any is being walked at a given time.
 class MapWalk {
  public:
    MapWalk( MapWalk const & ) = delete;
@@ -25,6 +25,7 @@ class MapWalk {
    explicit MapWalk( void const * map ) : map_( map ), next_( std::exchange( newest_, this ) ) {}
    ~MapWalk() {
       MapWalk ** link = &newest_;
+      // Walks nest, so this one is nearly always the newest.
       while( *link != this ) link = &( *link )->next_;
       *link = next_;
    }
@@ -70,8 +71,8 @@ class HashMap {
       explicit operator bool() const { return node_ != nullptr; }
       [[nodiscard]] K const & key() const { return node_->key; }
       [[nodiscard]] V const & value() const { return node_->value; }
-      // After the entry under the cursor was removed, its successor already stands here and is not skipped, also one
-      // that came later.
+      // Once the entry under the cursor is removed, the cursor already stands on the successor, which must not be
+      // skipped; that may also be an entry that came later.
       Cursor & operator++() {
          if( !moved_ ) node_ = node_->next;
          moved_ = false;
@@ -81,7 +82,7 @@ class HashMap {
     private:
       friend class HashMap;
 
-      // An entry that comes behind the one that a walk stood on, and that was the last, is the next of that walk.
+      // A walk that lost the last entry from under it has not ended yet: it goes on with the one that comes now.
       static void arrive( HashMap const & map, Node * n ) {
          MapWalk::forEachThrough( &map, [n]( MapWalk & walk ) {
             auto & cursor = static_cast<Cursor &>( walk );
@@ -142,6 +143,7 @@ class HashMap {
       n->prev = last_;
       ( last_ ? last_->next : first_ ) = n;
       last_ = n;
+      // Counted and in the list already: an index that grows is built from the whole list.
       ++size_;
       index( *n );
       Cursor::arrive( *this, n );
@@ -151,6 +153,7 @@ class HashMap {
    // Removes an entry and returns its value; the entry must be there.
    V take( K const & key ) {
       Node * const n = node( key );
+      // Before it is unlinked: cursors step on to its successor.
       Cursor::leave( *this, *n );
       unindex( *n );
       ( n->prev ? n->prev->next : first_ ) = n->next;
@@ -165,7 +168,8 @@ class HashMap {
    static constexpr uint32_t linearMax = 8;
 
    [[nodiscard]] std::size_t bucket( K const & key ) const {
-      // Fibonacci hashing: interned ids are small consecutive numbers, strings come well mixed.
+      // Fibonacci hashing: strings come well mixed, but interned ids are small consecutive numbers. The product mixes
+      // upwards, so the bucket is taken from its upper half.
       return static_cast<std::size_t>( ( uint64_t{ std::hash<K>{}( key ) } * 0x9e3779b97f4a7c15u ) >> 32 ) &
              ( bucketCount_ - 1 );
    }
@@ -182,10 +186,12 @@ class HashMap {
    }
 
    void index( Node & n ) {
+      // An index stays once it is there, also when few entries are left: a map that was large may grow again.
       if( size_ <= linearMax && !buckets_ ) return;
       if( size_ > bucketCount_ ) {
          bucketCount_ = buckets_ ? 2 * bucketCount_ : 4 * linearMax;
          buckets_ = std::make_unique<Node *[]>( bucketCount_ );
+         // All anew, for the buckets differ by their count; this includes the entry that has just come.
          for( Node * i = first_; i; i = i->next ) link( *i );
       } else {
          link( n );

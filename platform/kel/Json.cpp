@@ -12,6 +12,8 @@ namespace {
 std::size_t sequenceLength( std::string_view text ) {
    auto const byte = [&]( std::size_t i ) { return static_cast<unsigned char>( text[i] ); };
    unsigned char const lead = byte( 0 );
+   // 0x80 to 0xbf only continue a sequence, 0xc0 and 0xc1 would repeat what one byte says, and from 0xf5 on a sequence
+   // would be beyond U+10FFFF.
    std::size_t const length = lead < 0x80   ? 1
                               : lead < 0xc2 ? 0
                               : lead < 0xe0 ? 2
@@ -49,7 +51,7 @@ void appendEscaped( std::string & out, char c ) {
 
 template<class Number>
 std::string numberText( Number number ) {
-   std::array<char, 32> text{};
+   std::array<char, 32> text{};  // the longest text is that of a double, 24 characters
    auto const [end, error] = std::to_chars( text.data(), text.data() + text.size(), number );
    return error == std::errc() ? std::string( text.data(), end ) : "null";
 }
@@ -94,6 +96,7 @@ std::string toJson( std::string_view text ) {
       } else {
          out += text.substr( 0, length );
       }
+      // After a bad byte only that one is left out: the next may begin a valid sequence.
       text.remove_prefix( length == 0 ? 1 : length );
    }
    return out + "\"";

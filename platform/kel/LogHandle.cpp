@@ -12,12 +12,14 @@ namespace Kel {
 namespace {
 
 void writeToSyslog( LogRecord const & record ) {
+   // The text is an argument and never the format: names in it may hold per cent signs. With its length, because a view
+   // has no end mark; printf wants that as an int.
    syslog( LOG_MAKEPRI( LOG_DAEMON, record.handle.severity() ), "%s: %.*s", record.handle.name(),
            static_cast<int>( record.text.size() ), record.text.data() );
 }
 
-// The sink and the registry stay to the end of the process: handles of a plug-in that is never unloaded leave after
-// this file's own objects.
+// The sink and the registry are never destroyed: handles of a plug-in that is never unloaded go after this file's own
+// objects.
 LogSink & theSink() {
    static auto & sink = *new LogSink( writeToSyslog );
    return sink;
@@ -65,7 +67,9 @@ LogHandle::~LogHandle() { std::erase( registry(), this ); }
 
 bool LogHandle::okToLog( std::string const & text ) {
    if( d1_ <= 0 ) return true;
+   // Texts carry names, so there is no end of them: none is remembered longer than it matters.
    std::erase_if( loggedAt_, [this]( auto const & entry ) { return now() - entry.second >= d1_; } );
+   // A message that is held back does not begin the interval anew, or a steady stream would be silent for ever.
    return loggedAt_.try_emplace( text, now() ).second;
 }
 

@@ -34,7 +34,7 @@ class ReactorBase : public PtrInterface {
    PtrInterface const * owner_;
 };
 
-// A reactor on the changes of an entity. Holds a reference to what it watches; detaches itself when it goes.
+// A reactor on the changes of an entity: a link in that entity's list, in one list at a time.
 class NotifieeBase : public ReactorBase {
  public:
    using ReactorBase::ReactorBase;
@@ -61,6 +61,7 @@ class NotifieeList {
    }
 
    void remove( NotifieeBase & n ) {
+      // Before it is unlinked: deliveries step over it to its neighbours.
       for( Delivery * d = Delivery::innermost_; d; d = d->outer_ ) {
          if( &d->list_ == this ) d->forget( n );
       }
@@ -68,13 +69,14 @@ class NotifieeList {
       ( n.next_ ? n.next_->prev_ : last_ ) = n.prev_;
    }
 
+   // The reactors are not told and keep their links, so none of them may be detached or destroyed any more.
    void forgetAll() {
       for( Delivery const * d = Delivery::innermost_; d; d = d->outer_ ) KEL_ASSERT( &d->list_ != this );
       first_ = last_ = nullptr;
    }
 
-   // One delivery under way. Stands on the stack of the mutator, within those under way around it; lists correct its
-   // position as reactors go.
+   // One delivery under way. Stands on the mutator's stack, nested in those that are under way around it; a list
+   // corrects the positions of its deliveries as reactors go.
    class Delivery {
     public:
       explicit Delivery( NotifieeList & list ) : Delivery( list, list.first_, list.last_ ) {}
@@ -85,6 +87,7 @@ class NotifieeList {
       // The next reactor that is to hear this change, null when all have.
       NotifieeBase * next() {
          NotifieeBase * const n = next_;
+         // Stops at what was last when the change was made: who was registered since has seen the new state.
          if( n ) next_ = n == last_ ? nullptr : n->next_;
          return n;
       }
@@ -100,10 +103,12 @@ class NotifieeList {
       friend class NotifieeList;
 
       void forget( NotifieeBase const & n ) {
+         // In this order: the second line moves the end that the first one asks for.
          if( next_ == &n ) next_ = &n == last_ ? nullptr : n.next_;
          if( last_ == &n ) last_ = n.prev_;
       }
 
+      // One for all threads, unlike the state of Dispatch: any thread may drop references, one runs handlers.
       static Delivery * innermost_;
 
       NotifieeList const & list_;
@@ -112,7 +117,8 @@ class NotifieeList {
       Delivery * outer_;
    };
 
-   // The hand-over of collections to a reactor that has just been attached: a delivery that goes to it alone.
+   // The hand-over of collections to a reactor that has just been attached: a delivery to it alone, so that the list
+   // corrects it as any other when a handler takes the reactor away.
    class HandOver : private Delivery {
     public:
       HandOver( NotifieeList & list, NotifieeBase & n ) : Delivery( list, &n, &n ) {}

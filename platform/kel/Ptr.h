@@ -20,8 +20,8 @@ namespace Kel {
 
 class VFPtrInterface {
  public:
-   // Selects how counts change. The host sets it once at start-up. One for the whole process: defined in one place and
-   // visible, because an inline one would be a copy of its own in every shared object that hides its symbols.
+   // Selects how counts change. The host sets it once at start-up. Defined in one source and visible, so that there is
+   // one in the process: an inline one would be a separate copy in every shared object that hides its symbols.
    [[gnu::visibility( "default" )]] static constinit bool enableThreadSafePointers;
 };
 
@@ -56,8 +56,11 @@ class PtrInterface : public VFPtrInterface {
 
    void kelRefInc() const {
       if( enableThreadSafePointers ) [[unlikely]] {
+         // Relaxed: a new reference comes from one that is there, so the object cannot go meanwhile.
          word_.fetch_add( 1, std::memory_order_relaxed );
       } else {
+         // A load and a store, which become a plain increment: an atomic one costs several times as much, and where one
+         // thread counts nobody else writes the word in between.
          word_.store( word() + 1, std::memory_order_relaxed );
       }
    }
@@ -71,6 +74,7 @@ class PtrInterface : public VFPtrInterface {
    // Out of the way of the many drops that are not the last.
    [[gnu::cold]] void die() const;
 
+   // The top bit of the count. Set at the object's end, it keeps the count from reaching 0 again and ending it twice.
    static constexpr uint32_t dyingCount = 1u << 28;
    static constexpr uint32_t inactiveFlag = 1u << 29;
    static constexpr uint32_t zombieFlag = 1u << 30;
@@ -78,6 +82,7 @@ class PtrInterface : public VFPtrInterface {
 
    [[nodiscard]] uint32_t word() const { return word_.load( std::memory_order_relaxed ); }
 
+   // Atomic in either mode: flags change seldom, and where several threads count, no count may get lost.
    void flagIs( uint32_t flag, bool on ) const {
       if( on ) {
          word_.fetch_or( flag, std::memory_order_relaxed );
@@ -89,6 +94,7 @@ class PtrInterface : public VFPtrInterface {
    // Takes one reference off and returns what is left.
    uint32_t dropped() const {
       if( enableThreadSafePointers ) [[unlikely]] {
+         // Whoever frees the object must see all that other threads wrote to it before they let go.
          return ( word_.fetch_sub( 1, std::memory_order_acq_rel ) - 1 ) & refCountMask;
       }
       uint32_t const left = word() - 1;

@@ -21,6 +21,7 @@ class RbTreeMap {
 
    // Adds or replaces; true when the collection changed.
    bool insert( K const & key, V value ) {
+      // Copied here, for the value is still needed where the key is already there.
       auto const [i, added] = entries_.try_emplace( key, value );
       if( added ) return true;
       if( i->second == value ) return false;
@@ -30,7 +31,7 @@ class RbTreeMap {
    bool erase( K const & key ) { return entries_.erase( key ) != 0; }
    void clear() { entries_.clear(); }
 
-   // The first key at or after, or after, the given one; none when there is no such key.
+   // The first key at or after the given one, or strictly after it; none when there is no such key.
    [[nodiscard]] std::optional<K> keyFrom( K const & key ) const { return keyAt( entries_.lower_bound( key ) ); }
    [[nodiscard]] std::optional<K> keyAfter( K const & key ) const { return keyAt( entries_.upper_bound( key ) ); }
    [[nodiscard]] std::optional<K> firstKey() const { return keyAt( entries_.begin() ); }

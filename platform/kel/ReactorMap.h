@@ -6,11 +6,11 @@
 //    void onStatus( Kel::String8 unit ) override { owner_.status_.sync( unit, notifier()->status( unit ) ); }
 //    void onStatuskelImmediate() override { owner_.status_.syncAll( notifier()->statusIteratorConst() ); }
 //
-// R is made from the owner alone, takes its place in the map and only then watches its record, because what is handed
-// to it by its attachment may already take it away again. After that its handleInitialized() runs, where it has one.
-// When its entry goes, it is out of service first; then its handleDel() runs, where it has one. A record in the place
-// of another gets a reactor of its own, without a word to or from the former. A handler that runs meanwhile may finish:
-// it still has its notifier().
+// R is made from the owner alone, takes its place in the map and only then watches its record, because what it is
+// handed at its attachment may already take it away again. After that its handleInitialized() runs, if it has one. When
+// its entry goes, the reactor is out of service first; then its handleDel() runs, if it has one. A record that takes
+// the place of another gets a reactor of its own, and the former's handleDel() does not run. A handler that is running
+// meanwhile may finish: it still has its notifier().
 #pragma once
 
 #include <unordered_map>
@@ -38,18 +38,22 @@ class ReactorMap {
    template<class Record>
    void is( K const & key, Ptr<Record> const & record ) {
       Dispatch const dispatch;
+      // A map of nodes: this stays where it is while handlers add and remove other entries.
       Ptr<R> & place = reactors_[key];
+      // A walk through the directory finds most entries as they were.
       if( place && place->notifier() == record ) return;
       Ptr<R> const made( new R( owner_ ) );
       retire( std::exchange( place, made ) );
       made->notifierIs( record );
       if constexpr( requires { made->handleInitialized(); } ) {
+         // What it was handed by its attachment may have removed the entry again.
          if( made->inService() ) made->handleInitialized();
       }
    }
 
    void del( K const & key ) {
       Dispatch const dispatch;
+      // Out of the map first, so that what handleDel() causes finds no reactor here and ends nothing a second time.
       auto const gone = reactors_.extract( key );
       if( !gone ) return;
       retire( gone.mapped() );
@@ -69,6 +73,7 @@ class ReactorMap {
    // What the directory says of all entries: a walk through it.
    template<class Walk>
    void syncAll( Walk && records ) {
+      // Noted before anything is called: handlers change the map.
       std::unordered_set<K> gone;
       for( auto const & [key, reactor] : reactors_ ) gone.insert( key );
       for( auto [key, record] : records ) {
@@ -80,11 +85,14 @@ class ReactorMap {
 
    // Nothing is heard any more, and nobody is told.
    void clear() {
+      // All are silent before the first is freed, which may free its record and run handlers.
       auto const all = std::exchange( reactors_, {} );
       for( auto const & [key, reactor] : all ) retire( reactor );
    }
 
  private:
+   // Silent, but not detached: a handler of it that runs just now still needs its notifier(). It detaches as it is
+   // freed.
    static void retire( Ptr<R> const & reactor ) {
       if( reactor ) reactor->kelDoZombieReactors( true );
    }

@@ -29,6 +29,7 @@ class String8 {
    [[nodiscard]] std::size_t hash() const { return text_ ? text_->hash : 0; }
 
    bool operator==( String8 const & other ) const {
+      // Different strings nearly always differ in their hashes, so characters are compared only where they are equal.
       return text_ == other.text_ || ( hash() == other.hash() && view() == other.view() );
    }
    std::strong_ordering operator<=>( String8 const & other ) const { return view() <=> other.view(); }

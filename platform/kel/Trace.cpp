@@ -21,8 +21,7 @@ void writeToStandardError( TraceRecord const & record ) {
                  record.handle.data(), record.level, static_cast<int>( record.text.size() ), record.text.data() );
 }
 
-// The sink and the handles stay to the end of the process: static objects of a plug-in may still trace while the rest
-// is torn down.
+// The sink and the handles are never destroyed: static objects of a plug-in may still trace while the process ends.
 TraceSink & theSink() {
    static auto & sink = *new TraceSink( writeToStandardError );
    return sink;
@@ -36,6 +35,8 @@ std::map<std::string, TraceHandle, std::less<>> & theHandles() {
 }  // namespace
 
 std::string doubleText( double value ) {
+   // 24 characters are the longest shortest form of a double. Whole numbers print as such, not as the 1e+06 that is the
+   // shorter text.
    std::array<char, 40> text;
    bool const whole = std::abs( value ) <= exactWholeMax && std::trunc( value ) == value;
    auto const end = whole ? std::to_chars( text.data(), text.data() + text.size(), value, std::chars_format::fixed )
@@ -52,6 +53,7 @@ void TraceHandle::levelsIs( std::initializer_list<int> levels ) {
    levelsIs( mask );
 }
 
+// Searched by view, so that asking for a handle that is there makes no string.
 TraceHandle & traceHandle( char const * name ) {
    auto const found = theHandles().find( std::string_view( name ) );
    return found != theHandles().end() ? found->second : theHandles().try_emplace( name, name ).first->second;
@@ -65,6 +67,7 @@ std::vector<TraceHandle *> traceHandles() {
 
 void traceSinkIs( TraceSink sink ) { theSink() = sink ? std::move( sink ) : writeToStandardError; }
 
+// A stream is large and costly to make; by pointer a disabled writer is without one.
 TraceHelper::TraceHelper( TraceHandle const & handle, int level )
    : handle_( &handle ), level_( level ), message_( std::make_unique<std::ostringstream>() ) {}
 

@@ -116,7 +116,8 @@ class TraceHelper {
 // KEL_TRACE( handle, 5, "intf " << id << ", state " << s ): a line that begins with the enclosing function's name.
 #define KEL_TRACE( handle, level, ... ) KEL_TRACE_AS( handle, level, __func__, __VA_ARGS__ )
 
-// The same with a beginning other than that name, for example in a lambda.
+// The same with a beginning other than that name, for example in a lambda. The level is asked for before there is a
+// writer, so that a disabled line is one branch and neither makes nor destroys anything.
 #define KEL_TRACE_AS( handle, level, beginning, ... )                                \
    do {                                                                              \
       if( ( handle ).levelEnabled( level ) ) [[unlikely]] {                          \

@@ -9,6 +9,7 @@ namespace Kel {
 
 namespace {
 
+// Made on first use: types are registered by static objects of other files, whose order of construction is open.
 std::map<std::string, TypeInfo const *, std::less<>> & registry() {
    static std::map<std::string, TypeInfo const *, std::less<>> types;
    return types;
@@ -37,6 +38,7 @@ Ptr<Entity> TypeInfo::newEntity( std::string_view key ) const {
    return factory_( key );
 }
 
+// Searched in order: types have a few dozen attributes at most, which is not worth a second container.
 AttributeInfo const * TypeInfo::attribute( std::string_view name ) const {
    auto const i = std::find_if( attributes_.begin(), attributes_.end(),
                                 [&]( auto const & attribute ) { return attribute->name() == name; } );
@@ -45,6 +47,7 @@ AttributeInfo const * TypeInfo::attribute( std::string_view name ) const {
 
 void typeNodeIs( TypeInfo const & type ) { registry()[type.name()] = &type; }
 
+// Another type may have taken the name since, and that one stays.
 void typeNodeDel( TypeInfo const & type ) {
    auto const i = registry().find( type.name() );
    if( i != registry().end() && i->second == &type ) registry().erase( i );

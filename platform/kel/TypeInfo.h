@@ -18,9 +18,11 @@ namespace Kel {
 
 class Entity;
 
-// One attribute of a type. Which operations it has depends on its kind; the others throw.
+// One attribute of a type. Which operations it has depends on its kind; the others throw, but for referenced() and
+// child(), which give null.
 class AttributeInfo {
  public:
+   // The keyed kinds stand last, which keyed() relies on.
    enum class Kind {
       scalar,     // one value
       counter,    // one number that is only added to

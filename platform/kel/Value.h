@@ -78,7 +78,8 @@ struct ValueTraits<bool> {
    }
 };
 
-// Reads any number that the type can hold exactly.
+// The first two read any number that the type can hold exactly, but a negative one never from a double. The last takes
+// any number, rounded where it must be.
 uint64_t unsignedFromValue( Value const & v, uint64_t max );
 int64_t signedFromValue( Value const & v, int64_t min, int64_t max );
 double doubleFromValue( Value const & v );
@@ -151,12 +152,12 @@ struct ValueTraits<T> {
    }
 };
 
-// A collection key as text and back: toText and fromText. Where making a key leaves something behind, `known` gives it
-// only when it is there already; lookups use that.
+// A collection key as text and back: toText and fromText. For keys that are kept for good once they are made, `known`
+// gives a key only if it exists already; lookups use that.
 template<class K>
 struct KeyTraits;
 
-// The key of an entry that is only asked for: none when nothing can have it. Throws like fromText.
+// The key of an entry that is only asked for; none when no entry can have such a key. Throws like fromText.
 template<class K>
 [[nodiscard]] std::optional<K> knownKey( std::string_view text ) {
    if constexpr( requires { KeyTraits<K>::known( text ); } ) {

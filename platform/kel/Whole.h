@@ -1,5 +1,5 @@
-// Doubles as whole numbers, defined for every double there is. A cast is not: below 0, beyond the type and for what is
-// not a number it may do anything.
+// Doubles as whole numbers, defined for every double. A plain cast is not: below 0, beyond the type's range and for
+// what is not a number anything may happen.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@ namespace Kel {
 [[nodiscard]] constexpr bool fitsSigned64( double d ) { return d >= -0x1p63 && d < 0x1p63; }
 
 // The number without its fraction, by way of a signed number, so that what is below 0 counts back from 2^64: -1 gives
-// 2^64 - 1. What no 64-bit number can say gives the nearest one that can: the greatest from 2^64 on, that of -2^63
-// below it. What is not a number gives 0.
+// 2^64 - 1. What does not fit into 64 bits gives the nearest that does: from 2^64 on the greatest number, below -2^63
+// what -2^63 gives. What is not a number gives 0.
 [[nodiscard]] constexpr uint64_t truncated( double d ) {
    if( fitsSigned64( d ) ) [[likely]]
       return static_cast<uint64_t>( static_cast<int64_t>( d ) );
