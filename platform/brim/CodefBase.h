@@ -57,7 +57,7 @@ class CodefBase : public Kel::Entity {
    [[nodiscard]] double timeUsed() const { return timeUsed_; }  // seconds in slices
    void timeUsedIs( double seconds ) { timeUsed_ = seconds; }
    void timeUsedInc( double seconds ) { timeUsed_ += seconds; }
-   [[nodiscard]] bool warm() const { return warm_; }  // the backlog was empty once
+   [[nodiscard]] bool warm() const { return warm_; }  // a slice has left no backlog; stays so
    void warmIs( bool warm ) { warm_ = warm; }
    void updateWorkStats( uint64_t seen, uint64_t processed );
 

@@ -2,7 +2,7 @@
 //
 // Hardware and kernel counters come as 64-bit words; nothing reaches 2^63 octets, so the top bit is free to say that a
 // counter is not there (a link without statistics, a table row not yet filled). Values count modulo 2^63. A new one
-// holds the value 0; "no value" is always made on purpose, with none(). Never does a missing value read as a zero.
+// holds the value 0; "no value" is always made on purpose, with none(). A missing value never reads as a zero.
 #pragma once
 
 #include <cstdint>
@@ -27,6 +27,7 @@ class MaybeU63 {
 
    // From a word that says "no value" by its topmost bit, as shared tables hold it.
    [[nodiscard]] static constexpr MaybeU63 fromWord( uint64_t word ) {
+      // Whatever the other bits say, it becomes the one word of none(): missing values compare equal.
       return ( word & noValueBit ) != 0 ? none() : MaybeU63( word );
    }
 
@@ -41,7 +42,7 @@ class MaybeU63 {
    // How far a counter has moved from b to a, right across its wrap as well; none unless both are there.
    friend constexpr MaybeU63 operator-( MaybeU63 a, MaybeU63 b ) {
       if( !a.hasValue() || !b.hasValue() ) return none();
-      return MaybeU63( a.word_ - b.word_ );
+      return MaybeU63( a.word_ - b.word_ );  // modulo 2^64; its low 63 bits are the difference modulo 2^63
    }
 
    friend std::ostream & operator<<( std::ostream & out, MaybeU63 m ) {

@@ -32,8 +32,8 @@ class TimerWheel final : public Kel::PtrInterface {
    class NotifieeConst;
 
    // A wheel on `clock`, which the activity loop follows; `activityConfig` is null or the activity manager's own.
-   // `initialMaxTicks` (1 to 2^20) is the span that needs no second level. Order is always preserved, and slots grow as
-   // they are filled, so that neither of the last two arguments changes anything.
+   // `initialMaxTicks` (1 to 2^20) is the span that needs no second level. The last two arguments change nothing: order
+   // is always preserved, and slots grow as they are filled.
    [[nodiscard]] static Kel::Ptr<TimerWheel> TimerWheelIs( Kel::Ptr<Kel::ActivityConfig> const & activityConfig,
                                                            Kel::Ptr<Kel::Clock> const & clock, uint32_t tickMsecs,
                                                            uint32_t initialMaxTicks, bool preserveOrder,
@@ -108,7 +108,7 @@ class TimerWheel final : public Kel::PtrInterface {
    bool delivering_ = false;
    std::vector<Slot> slots_;
    std::vector<uint64_t> occupied_;  // a bit per slot
-   std::deque<Chunk> chunks_;        // all there are
+   std::deque<Chunk> chunks_;        // all there are; a deque, because timers point into them
    Chunk * freeChunks_ = nullptr;
    KelClock clock_;
 };
