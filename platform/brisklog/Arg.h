@@ -97,6 +97,7 @@ inline void copyShortText( std::byte * to, char const * from, std::size_t bytes 
       std::memcpy( to, from, 4 );
       std::memcpy( to + bytes - 4, from + bytes - 4, 4 );
    } else if( bytes > 0 ) {
+      // First, middle and last: of one to three bytes these are all.
       std::memcpy( to, from, 1 );
       std::memcpy( to + bytes / 2, from + bytes / 2, 1 );
       std::memcpy( to + bytes - 1, from + bytes - 1, 1 );
@@ -109,6 +110,8 @@ struct TextSlot {
 
    // Of the whole, by its first byte: as many words as hold that byte and the length, at most 15.
    [[nodiscard]] static constexpr uint32_t bytesAfter( std::byte first ) {
+      // 15 words are 120 bytes, whose bits are also the mask that rounds down to whole words and drops the cut mark. A
+      // length that no writer gives may come out as 0, so a reader checks the length as well.
       constexpr uint32_t wholeWords = 15 * sizeof( uint64_t );
       return ( std::to_integer<uint32_t>( first ) + sizeof( uint64_t ) ) & wholeWords;
    }
@@ -142,6 +145,7 @@ template<class T>
 template<class... Args>
 struct ArgList {
    static constexpr std::size_t count = sizeof...( Args );
+   // One more than there are: an array cannot be empty.
    static constexpr ArgType types[count + 1] = { Arg<Args>::type... };
 };
 

@@ -17,7 +17,7 @@ constexpr uint32_t everyLevel = ~uint32_t( 0 );
 
 uint32_t generation = 0;  // of the ring, 0 before the first
 
-// The tap and the ring stay to the end of the process: static objects may still write while the rest is torn down.
+// The tap and the ring are never destroyed: static objects may still write while the process ends.
 Tap & theTap() {
    static auto & tap = *new Tap;
    return tap;
@@ -44,12 +44,14 @@ std::string textOf( std::exception_ptr const & exception ) {
 [[noreturn]] void endByException() {
    std::set_terminate( std::abort );  // what fails in here must not come back here
    std::string const text = textOf( std::current_exception() );
+   // Standard error first, and flushed, for an abort flushes nothing: making a ring may fail in its turn.
    std::fprintf( stderr, "Uncaught exception: %s\n", text.c_str() );
    std::fflush( nullptr );
    BRISKLOG( 0, "uncaught exception: {}", text );
    std::abort();
 }
 
+// Set when the library is loaded: static objects of the program may fail before main() begins.
 [[maybe_unused]] bool const lastWordsAreRecorded =
    ( Kel::assertSinkIs( recordAssertion ), std::set_terminate( endByException ), true );
 
@@ -59,8 +61,9 @@ constinit WriterState writerState{ everyLevel, 0, nullptr };
 
 void ringIs( std::unique_ptr<RingFile> ring ) {
    KEL_ASSERT( ring );
+   // Unmapped at the end of this, when nothing points to it any more.
    std::unique_ptr<RingFile> const previous( std::exchange( writerState.ring, ring.release() ) );
-   ++generation;
+   ++generation;  // the numbers that call sites hold are those of another table
    writerState.ready = theTap() ? 0 : generation;
 }
 
@@ -84,12 +87,13 @@ void tapIs( Tap tap ) {
 }
 
 void MsgDesc::enterIntoTable() {
-   RingFile & present = ring();
+   RingFile & present = ring();  // before the generation is compared: making the ring begins one
    if( generation_ == generation ) return;
    number_ = present.formatNumber( format_ );
    generation_ = generation;
 }
 
+// From the record and not from the arguments: the tap sees what a reader will see, long texts cut as there.
 void MsgDesc::showToTap( std::byte const * record ) const {
    if( !theTap() ) return;
    RecordHeader header;
@@ -99,6 +103,7 @@ void MsgDesc::showToTap( std::byte const * record ) const {
    theTap()( { header.time, header.level, header.sequence, std::move( *text ) } );
 }
 
+// On the clock read afresh: the time of the turn would not move from the beginning of the block to its end.
 BlockTimer::BlockTimer( char const * name ) : name_( name ), startedAt_( Kel::activityLoop().clock()->now() ) {}
 
 BlockTimer::~BlockTimer() {

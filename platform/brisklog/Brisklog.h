@@ -46,7 +46,8 @@ void levelsIs( std::initializer_list<int> levels );
 using Tap = std::function<void( Message const & )>;
 void tapIs( Tap tap );
 
-// What every call reads, one copy in the process.
+// What every call reads, one copy in the process. `ready` folds what a call would have to ask into one comparison:
+// whether there is a ring, whether its table has the call's format, and whether the tap wants to see the message.
 struct WriterState {
    uint32_t levels;  // bit n set: level n is enabled
    uint32_t ready;   // call sites of this generation need nothing but to write; 0 while the tap is to see every message
@@ -78,7 +79,7 @@ class MsgDesc {
    // All that only some messages need; apart, so that the others save no registers.
    template<class... Slots>
    [[gnu::cold, gnu::noinline]] void writeWithCare( uint32_t bytes, Slots... slots ) {
-      enterIntoTable();
+      enterIntoTable();  // first: it makes the ring if there is none
       writerState.ring->roomIs( bytes );
       showToTap( put( bytes, slots... ) );
    }
@@ -89,7 +90,7 @@ class MsgDesc {
       new( record ) RecordHeader{ bytes, number_, level_, ring.sequence(), Kel::now() };
       [[maybe_unused]] std::byte * arg = record + sizeof( RecordHeader );
       ( ( slots.put( arg ), arg += slots.bytes() ), ... );
-      ring.commit( bytes );
+      ring.commit( bytes );  // last: the record is whole now
       return record;
    }
    void enterIntoTable();
@@ -97,7 +98,9 @@ class MsgDesc {
 
    uint16_t number_ = 0;
    uint16_t const level_;
-   uint32_t generation_ = UINT32_MAX;  // of the ring that number_ is for, none yet
+   // Of the ring that number_ is for, at first none. Not 0: that is what `ready` is before there is a ring, and the
+   // call would write through a null pointer.
+   uint32_t generation_ = UINT32_MAX;
    Format const format_;
 };
 
@@ -122,7 +125,8 @@ class BlockTimer {
 
 }  // namespace Brisklog
 
-// `level` and `format` are constants; each {} of the format takes one argument, in order.
+// `level` and `format` are constants; each {} of the format takes one argument, in order. The call site's description
+// is initialised at compile time, so no guard is asked for at each call.
 #define BRISKLOG( level, format, ... )                                                                      \
    do {                                                                                                     \
       using BrisklogArgs = decltype( ::Brisklog::argListOf( __VA_ARGS__ ) );                                \

@@ -17,7 +17,7 @@ Follower::~Follower() {
    if( fd_ >= 0 ) close( fd_ );
 }
 
-// Whether the path is there is asked before the open ring is read: a ring is replaced after its writer has gone, and
+// Whether the ring was replaced is asked before the open one is read: it is replaced only after its writer has gone, so
 // what is read then is all that it will ever hold.
 std::optional<Follower::News> Follower::next() {
    bool const goesOn = !replaced();
@@ -29,7 +29,8 @@ std::optional<Follower::News> Follower::next() {
    return fd_ >= 0 ? readOn() : std::nullopt;
 }
 
-// A file that is only gone may come back, and until then the one that is open may still be written to.
+// A file that is merely gone may come back, and until then the open one may still be written to. A new file cannot have
+// the number of the open one: a number is given again only when nobody has the file open.
 bool Follower::replaced() const {
    struct stat there = {};
    struct stat mine = {};
@@ -39,10 +40,11 @@ bool Follower::replaced() const {
 }
 
 void Follower::reopen() {
+   // Opened before the old one is closed: where that fails, the old one is followed on.
    int const fd = open( path_.c_str(), O_RDONLY | O_CLOEXEC );
-   if( fd < 0 && errno == ENOENT ) return;
+   if( fd < 0 && errno == ENOENT ) return;  // gone since it was seen
    if( fd < 0 ) throw RingError( "ring trace " + path_ + ": " + std::generic_category().message( errno ) );
-   newRing_ = fd_ >= 0;
+   newRing_ = fd_ >= 0;  // the first one is news, but replaces none
    if( fd_ >= 0 ) close( fd_ );
    fd_ = fd;
    head_ = std::nullopt;
@@ -51,15 +53,18 @@ void Follower::reopen() {
 }
 
 std::optional<Follower::News> Follower::readOn() {
+   // Taken before the copy: what is written in between moves the head once more, and is found at the next call. A
+   // header that cannot be read is left to the reader, which says what is wrong with the file.
    uint64_t head = 0;
    bool const known = pread( fd_, &head, sizeof head, offsetof( FileHeader, head ) ) == sizeof head;
    if( known && head_ == head ) return std::nullopt;
    Reader reader( fd_, path_ );
    bool const first = !head_;
-   head_ = head;
+   head_ = head;  // not before there is a reader: a call that throws must not count as done
    News news;
    while( auto message = reader.next() ) {
-      if( message->sequence < sequence_ ) continue;
+      if( message->sequence < sequence_ ) continue;  // given before: the reader always begins at the oldest
+      // What was overwritten before the first look at a ring is history, not missed.
       if( !first ) news.missed += message->sequence - sequence_;
       sequence_ = message->sequence + 1;
       news.messages.push_back( std::move( *message ) );

@@ -1,7 +1,7 @@
-// Reads a ring file on and on: at each call what was written since the last, oldest first.
+// Follows a ring file: gives, at each call, what was written since the last one, oldest first.
 //
-// It follows the path, as one follows a log. Where a new process has put a new ring there, what the one before still
-// held is given first, so the last words of a process that died are not lost. A file that is not there, or is gone,
+// It follows the path, as one follows a log. When a new process has put a new ring there, what the one before still
+// held is given first, so the last words of a process that died are not lost. A file that is not there, or has gone,
 // gives nothing until there is one. A call that finds nothing new reads the file's header and no more. Driven by its
 // caller's polling.
 #pragma once
@@ -31,8 +31,8 @@ class Follower {
    Follower & operator=( Follower const & ) = delete;
    ~Follower();
 
-   // None where nothing is new; the first time, where there is no file. Throws RingError for a file that cannot be read
-   // or is no ring.
+   // None when nothing is new, or when there has been no file yet. Throws RingError for a file that cannot be read or
+   // is no ring.
    [[nodiscard]] std::optional<News> next();
 
  private:

@@ -1,9 +1,10 @@
-// A text that is kept as the ring has it, so that a message copies it word by word, whatever its length.
+// A text that is kept in the ring's own layout, so that a message copies it word by word, whatever its length.
 //
 //    | length | characters ... | zeros to the end of the last word |
 //
-// For names that stand in many messages and never change, as those of interfaces. What it saves is what ring_bench
-// shows between ringMessage and ringMessageOfView. A value of two words: copy it freely while the memory lasts.
+// For names that stand in many messages and never change, as those of interfaces. What it saves is the difference that
+// ring_bench shows between ringMessage and ringMessageOfView. A value of two words, to be copied freely while the
+// memory lasts.
 #pragma once
 
 #include <memory_resource>
@@ -24,6 +25,7 @@ class KeptText {
    // As an argument in the ring
    [[nodiscard]] uint32_t bytes() const { return bytesInRing_; }
    void put( std::byte * to ) const {
+      // There is always a first word, the one with the length, so its copy waits for no comparison.
       uint32_t at = 0;
       do {
          std::memcpy( to + at, words_ + at, sizeof( uint64_t ) );

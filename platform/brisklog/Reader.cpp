@@ -20,7 +20,7 @@ struct Reader::Source {
 
    [[noreturn]] void refuse( std::string const & why ) const { throw RingError( "ring trace " + name + ": " + why ); }
 
-   // The header of what is a ring in every respect that the header tells.
+   // Throws unless the header is that of a ring in everything that it says: all that is read later relies on its sizes.
    [[nodiscard]] FileHeader header() const {
       FileHeader header{};
       if( bytes < sizeof header ) refuse( "too short for a ring" );
@@ -78,15 +78,17 @@ Reader::Reader( RingFile const & ring ) {
 void Reader::load( Source const & source ) {
    FileHeader const before = source.header();
    thisBoot_ = before.boot != 0 && before.boot == presentBoot();
-   ring_.resize( before.ringBytes );
+   ring_.resize( before.ringBytes );  // at most 1 GiB, and the file has as much: that was checked
    source.copy( sizeof( FileHeader ) + formatAreaBytes, ring_ );
-   // Read after the ring: what the tail has passed by now may have been overwritten while it was copied, and the table
-   // has every format that a record of the copy uses.
+   // The header again, after the ring: what the tail has passed by now may have been overwritten while it was copied.
+   // And the table only now, so that it has every format that a record of the copy uses.
    std::atomic_thread_fence( std::memory_order_acquire );
    FileHeader const after = source.header();
    std::vector<std::byte> table( std::min( after.formatBytes, formatAreaBytes ) );
    source.copy( sizeof( FileHeader ), table );
    readFormats( table );
+   // The head as it was before: what was committed after that may be in the copy in part. Where the tail has passed it
+   // meanwhile, nothing of the copy is left.
    end_ = before.head;
    position_ = std::min( std::max( before.tail, after.tail ), end_ );
    if( end_ - position_ > ring_.size() || position_ % 8 != 0 || end_ % 8 != 0 )
@@ -95,11 +97,12 @@ void Reader::load( Source const & source ) {
 
 void Reader::readFormats( std::span<std::byte const> table ) {
    while( !table.empty() ) {
+      // A rest that is too short for a header leaves it zero, which does not hold either.
       FormatHeader header{};
       if( table.size() >= sizeof header ) std::memcpy( &header, table.data(), sizeof header );
       std::size_t const needed = sizeof header + header.argCount + header.textBytes;
       damaged_ = header.argCount > argCountMax || header.bytes < needed || header.bytes > table.size();
-      if( damaged_ ) return;
+      if( damaged_ ) return;  // entries have no mark to find the next one by; records of those before are still read
       auto const * const types = reinterpret_cast<char const *>( table.data() + sizeof header );
       OwnedFormat & format = formats_.emplace_back();
       std::transform( types, types + header.argCount, std::back_inserter( format.types ),
@@ -114,6 +117,8 @@ std::optional<Message> Reader::next() {
       uint64_t const at = position_ & ( ring_.size() - 1 );
       auto const rest =
          std::span<std::byte const>( ring_ ).subspan( at, std::min( ring_.size() - at, end_ - position_ ) );
+      // Only as much as a filler has: of that there may be no more. A length below it, above all 0, would never move
+      // on.
       RecordHeader start{};
       std::memcpy( &start, rest.data(), fillerBytes );
       if( start.bytes < fillerBytes || start.bytes % 8 != 0 || start.bytes > rest.size() ) return foundDamage();
@@ -127,6 +132,8 @@ std::optional<Message> Reader::messageOf( std::span<std::byte const> record ) {
    RecordHeader header{};
    if( record.size() < sizeof header ) return foundDamage();
    std::memcpy( &header, record.data(), sizeof header );
+   // A record that holds in itself but does not follow the one before it is left from an earlier lap, as when the
+   // machine died and only some pages had reached the disk.
    bool const follows = header.sequence == sequence_.value_or( header.sequence );
    if( !follows || header.format >= formats_.size() || !levelExists( header.level ) ) return foundDamage();
    OwnedFormat const & format = formats_[header.format];
@@ -136,6 +143,7 @@ std::optional<Message> Reader::messageOf( std::span<std::byte const> record ) {
    return Message{ header.time, header.level, header.sequence, std::move( *text ) };
 }
 
+// Ends the reading: records are found by the lengths of those before them, and after a broken one by nothing.
 std::nullopt_t Reader::foundDamage() {
    damaged_ = true;
    position_ = end_;

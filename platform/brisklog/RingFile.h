@@ -37,8 +37,8 @@ class RingFile {
    // Everything: header, format table, ring.
    [[nodiscard]] std::span<std::byte const> image() const { return { base_, imageBytes() }; }
 
-   // The number under which the table has this format, which is put there if it is new. Once the table is full, number
-   // 0 for every new format: its messages then show that they were written, and no more.
+   // The number under which the table has this format, which is entered if it is new. Once the table is full, every new
+   // format gets number 0: its messages then show that they were written, and no more.
    [[nodiscard]] uint16_t formatNumber( Format const & format );
 
    // Whether a record of `bytes` (a multiple of 8, at most recordBytesMax) fits into what is left of the present block.
@@ -46,12 +46,13 @@ class RingFile {
    void roomIs( uint32_t bytes ) {
       if( !hasRoom( bytes ) ) beginBlock();
    }
-   // Of the next record, which has room. Not part of the ring until commit() of its size.
+   // Where the next record goes, for which there is room. It is part of the ring from commit() of its size on.
    [[nodiscard]] std::byte * place() const { return ring_ + ( head_ & ringMask_ ); }
 
    void commit( uint32_t bytes ) {
       head_ += bytes;
       ++sequence_;
+      // After the record's bytes, also for a reader in another process.
       std::atomic_ref( committed_ ).store( head_, std::memory_order_release );
    }
 

@@ -24,6 +24,7 @@ bool appendArg( std::string & text, ArgType type, std::span<std::byte const> & a
       auto const mark = std::to_integer<unsigned>( args[0] );
       std::size_t const length = mark & ~unsigned( TextSlot::cutMark );
       bytes = TextSlot::bytesAfter( args[0] );
+      // Both: the whole of an impossible length may come out as 0 bytes, which are always there.
       if( length > textBytesMax || bytes > args.size() ) return false;
       text.append( reinterpret_cast<char const *>( args.data() + 1 ), length );
       if( mark & TextSlot::cutMark ) text += "...";
@@ -38,7 +39,8 @@ bool appendArg( std::string & text, ArgType type, std::span<std::byte const> & a
 
 }  // namespace
 
-// The first half of the boot's UUID; a half of random bits is enough to tell boots apart.
+// The first half of the boot's UUID: 64 bits, nearly all random, are enough to tell boots apart. What cannot be read
+// leaves 0.
 uint64_t presentBoot() {
    std::string uuid;
    std::ifstream( "/proc/sys/kernel/random/boot_id" ) >> uuid;
@@ -53,7 +55,7 @@ std::optional<std::string> messageText( Format const & format, std::span<std::by
    std::size_t from = 0;
    for( ArgType const type : format.types ) {
       std::size_t const slot = format.text.find( "{}", from );
-      if( slot == std::string_view::npos ) return std::nullopt;
+      if( slot == std::string_view::npos ) return std::nullopt;  // a table from a file may say anything
       text += format.text.substr( from, slot - from );
       if( !appendArg( text, type, args ) ) return std::nullopt;
       from = slot + 2;

@@ -4,10 +4,10 @@
 //    FileHeader | format table (append-only) | ring of records
 //
 // Positions in the ring are 64-bit byte counts that only grow; a position's place is its remainder by the ring's size,
-// a power of two. The ring is made of equal blocks, and no record crosses the end of one: what is left of a block is a
-// filler. Everything from `tail`, the begin of a block, to `head` is whole records, oldest first. Moving `head` is what
-// commits a record, and `tail` moves to the next block before the first byte of its own is overwritten: whatever
-// instruction the writer was killed at, the range between the two holds.
+// a power of two. The ring is made of equal blocks, and no record crosses the end of one: what is left of a block is
+// filled by a filler. Everything from `tail`, the beginning of a block, to `head` is whole records, oldest first. A
+// record is committed by moving `head`, and `tail` moves on to the next block before the first byte of its own block is
+// overwritten: at whatever instruction the writer is killed, the range between the two holds.
 #pragma once
 
 #include <cstddef>
@@ -35,7 +35,7 @@ struct FileHeader {
    uint64_t formatAreaBytes;
    uint64_t ringBytes;
    uint64_t head;         // end of the newest record
-   uint64_t tail;         // begin of the oldest block
+   uint64_t tail;         // beginning of the oldest block
    uint64_t formatBytes;  // of the table in use
    uint64_t boot;         // in which the file was made, 0 when that is not known
 };
