@@ -49,7 +49,7 @@ class Agent {
    void watchLinks();
    void startPlugin();
 
-   Config::Config const config_;
+   Config::Config const config_;  // the parts below refer to it
    std::string const plugin_;
    Kel::Ptr<Kel::Clock> const clock_;
    Kel::ActivityLoop activityLoop_;

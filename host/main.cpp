@@ -16,7 +16,7 @@ constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
 
 enum ExitStatus : int { stopped = 0, failed = 1, usage = 2 };
 
-// What the file asks for and this agent does not do is an error, not a surprise at the next maintenance.
+// What the file asks for and this agent does not do is an error at the start, not a surprise in the next maintenance.
 void refuseWhatIsNotCarriedOut( Host::Config::Config const & config ) {
    for( auto const & profile : config.profiles ) {
       if( profile.shutdown ) {
@@ -33,13 +33,14 @@ void refuseWhatIsNotCarriedOut( Host::Config::Config const & config ) {
    }
 }
 
-// Named as the socket, since no two agents share one.
+// Named after the socket, because no two agents share one.
 std::string traceBeside( std::string const & socket ) {
    return std::filesystem::path( socket ).replace_extension( ".trace" ).string();
 }
 
 int serve( Host::Config::Config const & config, Host::Agent::Options const & options ) {
-   std::unique_ptr<Host::Agent> agent;  // still whole where an exception is caught
+   // Outside the try, so that it is still whole where an exception is caught.
+   std::unique_ptr<Host::Agent> agent;
    try {
       agent = std::make_unique<Host::Agent>( config, options );
       agent->start();
@@ -48,12 +49,13 @@ int serve( Host::Config::Config const & config, Host::Agent::Options const & opt
       std::cerr << "maintd: stopping\n";
       return stopped;
    } catch( Kel::InternalException const & ) {
-      // Our own mistakes end the process here, before anything is taken down: a teardown would go on writing records by
-      // a state that does not hold.
+      // Our own mistakes end the process here, before anything is taken down: a teardown would go on writing records
+      // from a state that does not hold. They are std::exceptions too, so they are asked for first.
       std::terminate();
    } catch( Kel::RangeError const & ) {
       std::terminate();
    } catch( std::exception const & error ) {
+      // In the trace as well, which is still there when nobody has kept what went to standard error.
       BRISKLOG( 0, "maintd fails: {}", error.what() );
       std::cerr << "maintd: " << error.what() << "\n";
       return failed;
@@ -81,14 +83,17 @@ int main( int argc, char ** argv ) {
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {
+      // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.
       return app.exit( error ) == 0 ? stopped : usage;
    }
+   // What counts is whether the option was given, not whether its text is empty: "" stands for no trace.
    if( traceFile->count() == 0 ) options.traceFile = traceBeside( options.socket );
    Host::Config::Config config;
    try {
       config = Host::Config::load( file );
       refuseWhatIsNotCarriedOut( config );
    } catch( Host::Config::ConfigError const & error ) {
+      // Names the file itself, in each of its lines.
       std::cerr << error.what() << "\n";
       return usage;
    } catch( std::exception const & error ) {

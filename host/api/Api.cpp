@@ -25,7 +25,8 @@ int hexDigit( char c ) {
    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
-// One component with its percent-encoding taken off (RFC 3986), none when that is broken.
+// One component with its percent-encoding taken off (RFC 3986, section 2.1), none when that is broken. A "+" stays one:
+// only HTML forms write a blank so.
 std::optional<std::string> decoded( std::string_view text ) {
    std::string out;
    for( std::size_t i = 0; i < text.size(); ++i ) {
@@ -42,17 +43,20 @@ std::optional<std::string> decoded( std::string_view text ) {
    return out;
 }
 
-// The decoded components of a target's path, none when one is malformed.
+// The decoded components of a target's path, none when one is malformed. Empty ones count for nothing, so "//v1/units/"
+// leads where "/v1/units" does.
 std::optional<Path> components( std::string_view target ) {
    Path path;
    target = target.substr( 0, target.find( '?' ) );
    while( !target.empty() ) {
       std::size_t const end = std::min( target.find( '/' ), target.size() );
       if( end > 0 ) {
+         // Decoded after the split: the slash that a "%2F" stands for belongs to a name (RFC 3986, section 2.2).
          auto component = decoded( target.substr( 0, end ) );
          if( !component ) return std::nullopt;
          path.push_back( std::move( *component ) );
       }
+      // The last component has no slash behind it to go over.
       target.remove_prefix( std::min( end + 1, target.size() ) );
    }
    return path;
@@ -66,6 +70,7 @@ std::optional<std::string> queried( std::string_view target, std::string_view na
       at = target.find( '&' );
       std::string_view const pair = target.substr( 0, at );
       if( pair.substr( 0, pair.find( '=' ) ) != name ) continue;
+      // The first of several counts. One without "=" has the empty value.
       return decoded( pair.substr( std::min( name.size() + 1, pair.size() ) ) );
    }
    return std::nullopt;
@@ -77,6 +82,7 @@ HttpAnswer Api::answer( HttpRequest const & request ) {
    auto const path = components( request.target );
    if( !path ) return error( 400, "the request's path is not properly percent-encoded" );
    bool const get = request.method == "GET";
+   // 405 is for methods that nothing here answers. Where only the other one of the two leads anywhere, it is 404.
    if( !get && request.method != "POST" ) return error( 405, "only GET and POST are answered" );
    std::optional<HttpAnswer> answer;
    if( !path->empty() && path->front() == "v1" ) {
@@ -139,6 +145,7 @@ HttpAnswer Api::state( Path const & path ) const {
       Kel::Value const found = Dovra::stateValue( database_, path );
       if( !found.isNull() ) return json( found );
    } catch( Kel::AttributeError const & trouble ) {
+      // A path that no record can have; a null is one that no record has now. For a client both are nothing there.
       return error( 404, trouble.what() );
    }
    std::string text;

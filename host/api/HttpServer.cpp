@@ -20,18 +20,23 @@ using Protocol = asio::local::stream_protocol;
 
 namespace {
 
+// No request needs a body. One that comes is read, up to this size, and not looked at.
 constexpr std::size_t bodyMax = 64 * 1024;
+// A client that went silent holds one of our descriptors no longer than that.
 constexpr std::chrono::seconds idleMax( 60 );
 
-// One client's connection. Keeps itself alive through the handlers that are under way.
+// One client's connection. The operation under way holds it; when none follows, it is gone and with it the socket.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
    Connection( Protocol::socket socket, AsioLoop & loop, HttpServer::Handler const & handler )
       : stream_( std::move( socket ) ), loop_( loop ), handler_( handler ) {}
 
    void read() {
+      // A parser is good for one message. The buffer stays: a client need not wait for an answer before it sends its
+      // next request (RFC 9112, section 9.3.2), whose beginning is then in there.
       parser_.emplace();
       parser_->body_limit( bodyMax );
+      // One deadline for waiting, reading and the writing of the answer, which sets none of its own.
       stream_.expires_after( idleMax );
       http::async_read(
          stream_, buffer_, *parser_,
@@ -40,10 +45,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
  private:
    void onRead( beast::error_code error ) {
+      // The client has gone, was too slow or does not speak HTTP. None of them gets an answer.
       if( error ) return;
       auto const & request = parser_->get();
       HttpAnswer answer;
       HttpRequest const asked{ std::string( request.method_string() ), std::string( request.target() ) };
+      // In a turn, so that the answer shows one moment, and what the request caused follows at once.
       loop_.turn( [&] { answer = handler_( asked ); } );
       response_ = {};
       response_.version( request.version() );
@@ -52,6 +59,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
       response_.keep_alive( request.keep_alive() );
       response_.body() = std::move( answer.body );
       response_.prepare_payload();
+      // From a member, which is still there when the last part is written.
       http::async_write( stream_, response_, [self = shared_from_this()]( beast::error_code e, std::size_t ) {
          if( !e && self->response_.keep_alive() ) self->read();
       } );
@@ -67,6 +75,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
 // Whether somebody still answers on the socket file.
 bool answered( asio::io_context & io, Protocol::endpoint const & endpoint ) {
+   // The file of a process that died refuses the connection (connect(2)). Other failures count as nobody too: whether
+   // the path can be had shows when it is bound.
    Protocol::socket probe( io );
    beast::error_code error;
    probe.connect( endpoint, error );
@@ -76,8 +86,11 @@ bool answered( asio::io_context & io, Protocol::endpoint const & endpoint ) {
 Protocol::acceptor listening( asio::io_context & io, std::string const & path ) {
    Protocol::endpoint const endpoint( path );
    if( answered( io, endpoint ) ) throw std::runtime_error( "another maintd answers at " + path );
+   // A socket file outlives its process, and a path that exists cannot be bound (unix(7)).
    ::unlink( path.c_str() );
    try {
+      // By the mask, so that the socket has mode 0660 from the first moment. With chmod() afterwards, whoever the
+      // inherited mask lets in could connect in between.
       mode_t const before = ::umask( 0117 );
       Protocol::acceptor acceptor( io, endpoint );
       ::umask( before );
@@ -101,7 +114,10 @@ HttpServer::~HttpServer() { ::unlink( path_.c_str() ); }
 
 void HttpServer::accept() {
    acceptor_.async_accept( [this]( beast::error_code error, Protocol::socket socket ) {
+      // The acceptor is going.
       if( error == asio::error::operation_aborted ) return;
+      // Other errors belong to one client, or to a want of descriptors that may pass: the next are accepted all the
+      // same.
       if( !error ) std::make_shared<Connection>( std::move( socket ), loop_, handler_ )->read();
       accept();
    } );

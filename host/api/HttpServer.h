@@ -1,7 +1,7 @@
 // HTTP/1.1 over a unix socket: reads a request, hands it to one handler, writes the answer.
 //
 // Owned by the agent, driven by the agent's loop; the handler runs inside a turn of the activity loop. One connection
-// may carry many requests, one after the other. A request that is no HTTP, too large or too slow in coming ends its
+// may carry many requests, one after the other. A request that is not HTTP, too large or too slow in coming ends its
 // connection.
 #pragma once
 

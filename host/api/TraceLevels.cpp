@@ -12,6 +12,7 @@ using Levels = Kel::TraceHandle::Levels;
 std::optional<Levels> levelsOf( std::string_view list ) {
    Levels levels = 0;
    if( list.empty() ) return levels;
+   // The end of the list is gone through as well: a comma there leaves an empty entry, which is no level.
    for( std::size_t begin = 0; begin <= list.size(); ) {
       std::string_view const entry = list.substr( begin, list.find( ',', begin ) - begin );
       uint32_t level = 0;

@@ -17,6 +17,7 @@ namespace {
 constexpr std::array profileFields = {
    Field<Profile>{ "threshold", Presence::required,
                    []( Reading & in, Value const & value, Profile & profile ) {
+                      // The 0 is never used: what does not read is a problem, and with a problem there is no Config.
                       profile.thresholdKbps = readRateKbps( in, value ).value_or( 0 );
                    } },
    Field<Profile>{ "sample-interval", Presence::optional,
@@ -67,6 +68,8 @@ constexpr std::array unitFields = {
    Field<Unit>{ "groups", Presence::required,
                 []( Reading & in, Value const & value, Unit & unit ) {
                    unit.groups = readNames( in, value, checkGroupReference );
+                   // Empty as written. A list of which no name could be read is empty too, but each of its names is a
+                   // problem already.
                    bool const emptyList = value.node.IsSequence() && value.node.size() == 0;
                    if( emptyList ) addProblem( in, value.at, "a unit needs at least one group" );
                 } },
@@ -76,8 +79,8 @@ void readUnit( Reading & in, Value const & value, Unit & unit ) {
    readMapping( in, value, Mapping<Unit>{ "a unit", unitFields }, unit );
 }
 
-// A section of named entries. Returns the names, also those of entries that do not hold; none where the section is no
-// mapping at all.
+// A section of named entries. Returns the names, also those of entries that do not hold, so that references to these
+// are not reported as well; none where the section is no mapping at all.
 template<typename T>
 std::optional<Names> readNamed( Reading & in, Value const & section, NameCheck check,
                                 void ( *read )( Reading &, Value const &, T & ), std::vector<T> & into ) {
@@ -103,7 +106,7 @@ void readRun( Reading & in, Value const & value, Stage & stage ) {
    if( !items ) return;
    for( Value const & item : *items ) {
       auto const argument = textOf( item, in.problems ).value_or( "" );
-      // A program's arguments end at the first such byte, so the rest would be lost.
+      // A program's arguments end at the first such byte (execve(2)), so the rest would be lost.
       if( argument.find( '\0' ) != std::string::npos ) addProblem( in, item.at, "an argument must not contain '\\0'" );
       stage.run.push_back( argument );
    }
@@ -138,6 +141,7 @@ constexpr std::array stageFields = {
    if( onTimeout && !find( given, "timeout" ) ) {
       addProblem( in, onTimeout->at, "'on-timeout' means nothing without 'timeout'" );
    }
+   // Reported already. Whether it needs a program cannot be said without its name.
    if( stage.name.empty() ) return stage;
 
    Entry const * const run = find( given, "run" );
@@ -150,10 +154,12 @@ constexpr std::array stageFields = {
 void readStageList( Reading & in, Value const & value, std::vector<Stage> & stages ) {
    auto const items = itemsOf( value, in.problems );
    if( !items ) return;
+   // The list in the file takes the place of the default, which stands here until then.
    stages.clear();
    for( Value const & item : *items ) {
       // A stage is an element of a list: what it lacks is reported at the element itself, not at the list.
       Stage const stage = readStage( in, { item.node, item.at, item.at } );
+      // Two stages whose names could not be read are no repetition.
       bool const repeated = std::ranges::find( stages, stage.name, &Stage::name ) != stages.end();
       if( repeated && !stage.name.empty() ) {
          addProblem( in, item.at, "the stage '" + stage.name + "' is in this list twice" );
@@ -173,7 +179,7 @@ constexpr std::array stagesFields = {
       []( Reading & in, Value const & value, Stages & stages ) { readStageList( in, value, stages.maintExit ); } },
 };
 
-// What is referred to comes before what refers to it.
+// The tables are read from top to bottom, so what is referred to comes before what refers to it.
 constexpr std::array fileFields = {
    Field<Config>{ "profiles", Presence::required,
                   []( Reading & in, Value const & value, Config & config ) {
@@ -198,6 +204,7 @@ constexpr std::array fileFields = {
 };
 
 void readFile( Reading & in, std::string const & text ) {
+   // Before the file is read: only a list that it gives is replaced.
    Stage ratemon;
    ratemon.name = rateMonStage;
    in.config.stages = { { ratemon }, { ratemon } };
@@ -205,6 +212,7 @@ void readFile( Reading & in, std::string const & text ) {
       Value const document = documentOf( text, in.problems );
       readMapping( in, document, Mapping<Config>{ "the file", fileFields }, in.config );
    } catch( YAML::Exception const & error ) {
+      // The library counts from 0, and has no place for some errors.
       bool const placed = !error.mark.is_null();
       addProblem( in, placed ? Position{ error.mark.line + 1, error.mark.column + 1 } : Position{},
                   "this is not YAML: " + error.msg );
@@ -228,6 +236,7 @@ void readFile( Reading & in, std::string const & text ) {
 }
 
 [[nodiscard]] std::string contentsOf( std::string const & path ) {
+   // By stdio, because a stream does not keep the reason of a failure. "e" closes the file in a child (fopen(3)).
    std::unique_ptr<std::FILE, int ( * )( std::FILE * )> const file( std::fopen( path.c_str(), "re" ), std::fclose );
    if( !file ) throw unreadable( path, errno );
    std::string text;
@@ -235,6 +244,7 @@ void readFile( Reading & in, std::string const & text ) {
    while( std::size_t const count = std::fread( block.data(), 1, block.size(), file.get() ) ) {
       text.append( block.data(), count );
    }
+   // Not only for a failing disk: a directory can be opened like a file, and fails when it is read.
    if( std::ferror( file.get() ) ) throw unreadable( path, errno );
    return text;
 }

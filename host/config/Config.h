@@ -1,12 +1,11 @@
 // The configuration of maintd: what the operator's file says, checked as a whole and handed over in plain structs.
 //
-// The service loads it at start and again at every reload; nothing else reads the file. A Config that exists holds:
-// every name that is referred to is there, every quantity is in range, each stage list has its "ratemon". A file that
-// does not hold gives no Config at all but a ConfigError with every problem in it, so that a reload can leave things as
-// they are and the operator mends the file in one go.
+// The agent loads it at start; nothing else reads the file. A Config that exists holds: every name that is referred to
+// is there, every quantity is in range, each stage list has its "ratemon". A file that does not hold gives no Config at
+// all but a ConfigError with every problem in it, so that the operator mends the file in one go.
 //
 // Everything is in file order, because order is precedence: where two units or groups claim an interface, the one
-// written first wins. Whatever stands here can be compared, which is how a reload finds what changed.
+// written first wins. Two configurations that say the same are equal, however their files are laid out.
 //
 // This never looks at the network: whether an interface exists is the service's business.
 #pragma once

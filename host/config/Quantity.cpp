@@ -10,8 +10,8 @@ namespace Host::Config {
 
 namespace {
 
-// One of the two factors is 1. Dividing by 1000 is exact to the last bit where multiplying by 0.001 is not, so 700ms is
-// the same number as 0.7s.
+// One of the two factors is 1. A number divided by 1000 is rounded once; multiplied by 0.001, which is itself rounded,
+// it may be off in its last bit, and 700ms would not be the same as 0.7s.
 struct UnitOfMeasure {
    std::string_view suffix;
    double multiplier;
@@ -52,6 +52,7 @@ constexpr Dimension rate = { "rate", "0bps, 100kbps, 1Mbps or 2.5Gbps", rateUnit
    for( UnitOfMeasure const & unit : dimension.units ) {
       if( unit.suffix != suffix ) continue;
       double const value = number * unit.multiplier / unit.divisor;
+      // Infinity too, which a large number of a large unit can become.
       if( value > dimension.max ) return refuse( text, "is too large", dimension );
       return { value, "" };
    }
@@ -69,6 +70,8 @@ constexpr Dimension rate = { "rate", "0bps, 100kbps, 1Mbps or 2.5Gbps", rateUnit
 
    double number = 0;
    char const * const end = text.data() + text.size();
+   // Not by strtod(), whose decimal point is that of the locale; and without exponents, so that the "e3s" of "1e3s" is
+   // refused as an unknown unit.
    auto const [rest, error] = std::from_chars( text.data(), end, number, std::chars_format::fixed );
    if( error == std::errc::result_out_of_range ) return refuse( text, "is out of range", dimension );
    if( rest == end ) return refuse( text, "has no unit", dimension );

@@ -10,7 +10,7 @@ namespace {
 struct NameRule {
    std::string_view what;
    std::string_view forbidden;  // characters
-   std::string_view reason;     // why they are
+   std::string_view reason;     // why they are forbidden
 };
 
 constexpr NameRule profileNameRule = { "profile name", "/", "it is part of paths in the state database" };
@@ -31,6 +31,7 @@ void checkName( Reading & in, Position at, std::string const & name, NameRule co
 
 void checkReference( Reading & in, Position at, std::string const & name, std::string_view what,
                      std::optional<Names> const & known ) {
+   // A section that could not be read is the problem then, and what refers into it may well be right.
    if( !known || std::ranges::find( *known, name ) != known->end() ) return;
    addProblem( in, at,
                "there is no " + std::string( what ) + " '" + name + "'" +
@@ -68,7 +69,9 @@ void checkUnitName( Reading & in, Position at, std::string const & name ) { chec
 
 void checkStageName( Reading & in, Position at, std::string const & name ) { checkName( in, at, name, stageNameRule ); }
 
-// The rules of the Linux kernel for the name of a network device.
+// The kernel's rules for the name of a network device (dev_valid_name() in net/core/dev.c; its IFNAMSIZ of 16 bytes has
+// room for a NUL). Control characters are refused on top: the kernel takes most of them, but they would break the lines
+// of messages and tables.
 void checkInterfaceName( Reading & in, Position at, std::string const & name ) {
    constexpr std::size_t maxBytes = 15;
    std::string const quoted = "interface name '" + name + "' ";
@@ -100,6 +103,7 @@ Names readNames( Reading & in, Value const & value, NameCheck check ) {
    if( !items ) return names;
    for( Value const & item : *items ) {
       auto const name = textOf( item, in.problems );
+      // Two items that are no texts at all are no repetition.
       if( !name ) continue;
       check( in, item.at, *name );
       bool const repeated = std::ranges::find( names, *name ) != names.end();
@@ -117,6 +121,7 @@ std::optional<double> readSeconds( Reading & in, Value const & value ) {
 
 std::optional<double> readSecondsAboveZero( Reading & in, Value const & value ) {
    auto const seconds = readSeconds( in, value );
+   // An exact comparison will do, as no duration is negative.
    if( seconds == 0.0 ) addProblem( in, value.at, "'" + value.node.Scalar() + "' must be more than 0s" );
    return seconds;
 }
@@ -124,6 +129,7 @@ std::optional<double> readSecondsAboveZero( Reading & in, Value const & value ) 
 std::optional<std::uint32_t> readWholeSeconds( Reading & in, Value const & value ) {
    auto const seconds = readSeconds( in, value );
    if( !seconds ) return std::nullopt;
+   // The cast holds: no duration is longer than 32 bits of seconds.
    if( *seconds == std::floor( *seconds ) ) return static_cast<std::uint32_t>( *seconds );
    addProblem( in, value.at, "'" + value.node.Scalar() + "' must be whole seconds" );
    return std::nullopt;

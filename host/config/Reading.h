@@ -76,6 +76,8 @@ std::vector<Entry> readMapping( Reading & in, Value const & value, Mapping<T> co
       if( field.presence == Presence::required && !find( *given, field.key ) ) {
          addProblem( in, value.owner, std::string( mapping.name ) + " needs '" + std::string( field.key ) + "'" );
       }
+      // Both entries of a key that is given twice: the repetition is reported elsewhere, and either may have problems
+      // of its own.
       for( Entry const & entry : *given ) {
          if( entry.key == field.key ) field.read( in, entry.value, into );
       }

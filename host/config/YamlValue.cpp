@@ -12,6 +12,7 @@ namespace Host::Config {
 
 namespace {
 
+// The library counts from 0.
 [[nodiscard]] Position positionOf( YAML::Mark const & mark ) { return { mark.line + 1, mark.column + 1 }; }
 
 [[nodiscard]] Value valueOf( YAML::Node const & node, Position owner ) {
@@ -33,8 +34,8 @@ namespace {
    return std::nullopt;
 }
 
-// Listens for where documents begin and drops what they hold. Loading all documents of a text would not do: the library
-// never comes to an end on a stray ',' between them, which it takes for one empty document after the other.
+// Listens for where documents begin and drops what they hold. Loading all documents of a text would not do: on a stray
+// ',' between two of them the library never ends, since it takes that for one empty document after another.
 class DocumentStarts final : public YAML::EventHandler {
  public:
    [[nodiscard]] Position last() const { return last_; }
@@ -64,7 +65,8 @@ void refuseRepeatedKeys( std::vector<Entry> const & entries, Problems & problems
    }
 }
 
-// Insertions, deletions and replacements that lead from one text to the other.
+// Insertions, deletions and replacements that lead from one text to the other. Of the full table (Wagner and Fischer's)
+// only the present row is kept.
 [[nodiscard]] std::size_t editDistance( std::string_view from, std::string_view to ) {
    std::vector<std::size_t> row( to.size() + 1 );
    std::iota( row.begin(), row.end(), std::size_t{ 0 } );
@@ -81,6 +83,8 @@ void refuseRepeatedKeys( std::vector<Entry> const & entries, Problems & problems
 
 template<typename Text>
 [[nodiscard]] std::string nearest( std::string_view given, std::span<Text const> names ) {
+   // No more than two edits, and no more than half of what was written: a short text is near to every name. Of names
+   // that are equally near the first is suggested.
    std::size_t best = std::min<std::size_t>( 2, given.size() / 2 ) + 1;
    std::string_view found;
    for( std::string_view const name : names ) {
@@ -94,6 +98,7 @@ template<typename Text>
 
 }  // namespace
 
+// The cast, because char may be signed and the bytes of UTF-8 would be negative then.
 bool isControl( char c ) { return static_cast<unsigned char>( c ) < 0x20 || c == 0x7f; }
 
 void addProblem( Problems & problems, Position at, std::string text ) {
@@ -103,6 +108,8 @@ void addProblem( Problems & problems, Position at, std::string text ) {
 
 Value documentOf( std::string const & text, Problems & problems ) {
    Value document = valueOf( YAML::Load( text ), {} );
+   // Load() looks at the first document only and says nothing of others. Somebody who joined two files is told so,
+   // instead of running with half of them.
    std::istringstream stream( text );
    YAML::Parser parser( stream );
    DocumentStarts starts;
@@ -116,6 +123,7 @@ std::optional<std::vector<Entry>> entriesOf( Value const & value, Problems & pro
    std::vector<Entry> entries;
    for( auto const & pair : value.node ) {
       Value const key = valueOf( pair.first, value.at );
+      // A list or mapping as a key has become a problem in textOf() and can be no field.
       if( auto const name = textOf( key, problems ) ) {
          entries.push_back( { *name, key.at, valueOf( pair.second, key.at ) } );
       }
@@ -139,6 +147,7 @@ std::optional<std::string> textOf( Value const & value, Problems & problems ) {
 std::optional<bool> booleanOf( Value const & value, Problems & problems ) {
    bool answer = false;
    if( !value.node.IsScalar() ) return refuse( value, "true or false", problems );
+   // Takes yes, on and y as well, as is common in YAML.
    if( YAML::convert<bool>::decode( value.node, answer ) ) return answer;
    addProblem( problems, value.at, "expected true or false, found '" + value.node.Scalar() + "'" );
    return std::nullopt;

@@ -26,11 +26,11 @@ struct Position {
 
 using Problems = std::vector<Problem>;
 
-// Line ends, tabs and whatever else ASCII has that does not print.
+// Line ends, tabs and all other ASCII characters that do not print.
 [[nodiscard]] bool isControl( char c );
 
-// Control characters in the text, which quotes keys and names of the file, become question marks: a problem is one
-// line.
+// The text may quote keys and names of the file. Control characters in it become question marks, so that a problem
+// stays one line.
 void addProblem( Problems & problems, Position at, std::string text );
 
 struct Value {

@@ -1,8 +1,9 @@
 // The kernel's octet counters in the shared counter table, one bulk read at a time.
 //
-// Owned by the agent. The counter manager calls refresh() on the first read in a turn, so all interfaces that are
-// sampled in a turn come from one bulk read, and nothing is read while nothing is sampled. A published counter never
-// goes backwards: an interface whose kernel counters start again goes on from where it stood.
+// Owned by the agent. The counter manager calls refresh() on the first read in a turn, and once more where a row has
+// come since. So all interfaces that are sampled in a turn come from one bulk read, and nothing is read while nothing
+// is sampled. A published counter never goes backwards: an interface whose kernel counters start again goes on from
+// where it stood.
 #pragma once
 
 #include <unordered_map>

@@ -24,6 +24,7 @@ void readKind( nlattr const * linkInfo, Link & into ) {
    into.kind = info.text( IFLA_INFO_KIND );
    if( into.kind != "vlan" ) return;
    NetlinkAttributes<IFLA_VLAN_MAX> const vlan( info[IFLA_INFO_DATA] );
+   // Two bytes, unlike the numbers that number() reads.
    if( vlan[IFLA_VLAN_ID] ) into.vlanId = mnl_attr_get_u16( vlan[IFLA_VLAN_ID] );
 }
 

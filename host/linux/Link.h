@@ -32,9 +32,8 @@ struct Link {
    bool operator==( Link const & ) const = default;
 };
 
-// The link that an RTM_NEWLINK message tells about. None for a message that is not the description of a link: the view
-// of a bridge on one of its ports, and the events of a wireless driver, which come under the same type and lack most of
-// it.
+// The link that an RTM_NEWLINK message describes. None for a message that describes no link: a bridge's view of one of
+// its ports and the events of a wireless driver come under the same type, and lack most of it.
 [[nodiscard]] std::optional<Link> parseLink( nlmsghdr const & message );
 
 // The index of the link that an RTM_DELLINK message says is gone. None when it is not: a link that leaves a bridge is

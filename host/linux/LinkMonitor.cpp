@@ -22,15 +22,16 @@ LinkMonitor::LinkMonitor( Report changed, Report removed )
    socket_.subscribe( RTNLGRP_LINK );
 }
 
-// Notices that are pending already are older than the dump: they only go by.
+// Begins as after a loss: nothing is known, a dump is due. Notices that are pending already are older than the dump and
+// only go by.
 void LinkMonitor::start() {
    handleLoss();
    handleReadable();
 }
 
 // The kernel drops notices from the moment its queue is full until the queue has been emptied, and says so once, at the
-// beginning. A dump that starts before the queue is empty can therefore miss a change, so it is asked for only when
-// nothing is pending.
+// beginning (NETLINK_S_CONGESTED in net/netlink/af_netlink.c; ENOBUFS in netlink(7)). A dump that starts before the
+// queue is empty can therefore miss a change, so it is asked for only when nothing is pending.
 void LinkMonitor::handleReadable() {
    for( int dumpsLeft = dumpsPerCall; dumpsLeft > 0; ) {
       Received const received = socket_.receive( readingLinks );
@@ -54,11 +55,14 @@ void LinkMonitor::requestDump() {
    // Counters would make the larger part of the answer, and some drivers have to ask their hardware for them.
    mnl_attr_put_u32( &request.header(), IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS );
    socket_.send( request.header(), "asking for the links" );
+   // After the send: where that throws, the dump stays due.
    fresh_.emplace();
    dumpDue_ = false;
 }
 
 void LinkMonitor::handleMessage( nlmsghdr const & message ) {
+   // A change overtook the dump, which may lack a link now (NLM_F_DUMP_INTR in linux/netlink.h). Its rest is read and
+   // counts for nothing.
    if( message.nlmsg_flags & NLM_F_DUMP_INTR ) handleLoss();
    switch( message.nlmsg_type ) {
       case RTM_NEWLINK:
@@ -67,6 +71,7 @@ void LinkMonitor::handleMessage( nlmsghdr const & message ) {
       case RTM_DELLINK:
          if( auto const index = parseRemoval( message ) ) handleRemoval( *index );
          break;
+      // Both bring an errno: a dump can be refused, and it can fail on its way.
       case NLMSG_DONE:
       case NLMSG_ERROR:
          if( int const error = errorOf( message ) ) {
@@ -84,9 +89,11 @@ void LinkMonitor::handleLink( Link link ) {
       fresh_->insert_or_assign( link.index, std::move( link ) );
       return;
    }
+   // A link not known before begins here with the index 0, which the kernel gives to none.
    Link & known = links_[link.index];
    if( known == link ) return;
    Link const before = std::exchange( known, std::move( link ) );
+   // The old name goes first, as the next message may give it to another link.
    if( before.index != 0 && before.name != known.name ) removed_( before );
    changed_( known );
 }
@@ -100,14 +107,15 @@ void LinkMonitor::handleRemoval( int index ) {
 }
 
 void LinkMonitor::handleDumpEnd() {
+   // The end of a dump with a gap; the whole one is still to come.
    if( !fresh_ || dumpDue_ ) return;
    auto const before = std::exchange( links_, std::move( *fresh_ ) );
    fresh_.reset();
    reportDifferences( before );
 }
 
-// Busy means that an earlier dump ran out of kernel memory half way. Reading this very message lets it go on; its end
-// is followed by a new one.
+// Busy: the kernel is still at an earlier dump, which stopped half way for want of memory. The reading of this very
+// message lets it go on. When it is through, a new one is asked for. Any other error is thrown, with the next dump due.
 void LinkMonitor::handleError( int error ) {
    handleLoss();
    if( error != EBUSY ) throw NetlinkError( error, readingLinks );
@@ -119,6 +127,7 @@ void LinkMonitor::handleLoss() {
 }
 
 void LinkMonitor::reportDifferences( std::map<int, Link> const & before ) const {
+   // All removals before any change: names may have passed from one link to another.
    for( auto const & [index, link] : before ) {
       auto const now = links_.find( index );
       if( now == links_.end() || now->second.name != link.name ) removed_( link );

@@ -20,7 +20,7 @@ class LinkMonitor {
  public:
    using Report = std::function<void( Link const & )>;
 
-   // changed: a link is new or differs in anything but its name. removed: told with what was known last. A rename is
+   // changed: a link is new or differs in anything but its name. removed: comes with what was known last. A rename is
    // both: removed under the old name, then changed under the new one. Both are called from start() and
    // handleReadable() only, with links() already as it is afterwards, and must not call those in turn. Throws
    // NetlinkError.

@@ -6,9 +6,10 @@
 namespace Host::Linux {
 namespace {
 
+// The counter table keeps 63 bits (Brim::MaybeU63).
 constexpr std::uint64_t highest = std::numeric_limits<std::int64_t>::max();
 
-// Neither part is above `highest` once limited, so the sum of 64 bits holds.
+// Neither part is above `highest` once limited, so 64 bits hold the sum.
 std::uint64_t sum( std::uint64_t offset, std::uint64_t raw ) {
    return std::min( offset + std::min( raw, highest ), highest );
 }
@@ -20,6 +21,7 @@ Octets sum( Octets const & offset, Octets const & raw ) {
 }  // namespace
 
 Octets MonotonicCounter::value( Octets const & raw ) {
+   // One direction is enough: the other may have passed its last value again since the restart.
    if( raw.in < lastRaw_.in || raw.out < lastRaw_.out ) handleRestart();
    lastRaw_ = raw;
    return sum( offset_, raw );

@@ -10,10 +10,11 @@ namespace Host::Linux {
 namespace {
 
 // The kernel puts up to 32 KiB of a dump into one datagram when the reader offers as much. A single link can need a few
-// KiB; a datagram that does not fit would be cut off.
+// KiB; a datagram that does not fit would be cut off, which libmnl makes an error.
 constexpr std::size_t bufferBytes = 65536;
 
 mnl_socket * open( std::chrono::milliseconds longestWait ) {
+   // A longest wait of 0 cannot be left to SO_RCVTIMEO, where it means for ever (socket(7)).
    mnl_socket * socket = mnl_socket_open2( NETLINK_ROUTE, SOCK_CLOEXEC | ( longestWait.count() ? 0 : SOCK_NONBLOCK ) );
    if( !socket ) throw NetlinkError( errno, "opening a netlink socket" );
    return socket;
@@ -25,6 +26,8 @@ NetlinkSocket::NetlinkSocket( std::chrono::milliseconds longestWait )
    : socket_( open( longestWait ) ), buffer_( bufferBytes ) {
    auto const seconds = std::chrono::duration_cast<std::chrono::seconds>( longestWait );
    timeval const wait{ seconds.count(), std::chrono::microseconds( longestWait - seconds ).count() };
+   // The kernel chooses the address (AUTOPID): a process can have its own id as the address of one socket only, and has
+   // several (netlink(7)).
    if( setsockopt( fd(), SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait ) < 0 ||
        mnl_socket_bind( socket_.get(), 0, MNL_SOCKET_AUTOPID ) < 0 ) {
       throw NetlinkError( errno, "preparing a netlink socket" );
@@ -47,6 +50,7 @@ Received NetlinkSocket::receive( char const * doing ) {
       if( bytes >= 0 ) {
          return { Received::Outcome::messages, std::span( buffer_ ).first( static_cast<std::size_t>( bytes ) ) };
       }
+      // EAGAIN is the answer of a socket that does not wait, and that of one that has waited long enough (socket(7)).
       if( errno == EAGAIN ) return { Received::Outcome::nothing, {} };
       if( errno == ENOBUFS ) return { Received::Outcome::lost, {} };
       if( errno != EINTR ) throw NetlinkError( errno, doing );
@@ -54,6 +58,7 @@ Received NetlinkSocket::receive( char const * doing ) {
 }
 
 int errorOf( nlmsghdr const & message ) {
+   // The errno comes negated (netlink(7)). A message too short for one reports no failure.
    int negated = 0;
    if( mnl_nlmsg_get_payload_len( &message ) >= sizeof negated ) {
       std::memcpy( &negated, mnl_nlmsg_get_payload( &message ), sizeof negated );

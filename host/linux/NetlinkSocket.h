@@ -1,9 +1,9 @@
 // One rtnetlink socket: sends requests, receives batches of messages, joins multicast groups.
 //
-// Owned by LinkMonitor and StatsReader, one each, because the answer to a dump and the notices of a group would get
-// into each other's way. It belongs to the network namespace that its process was in when it was made. Knows nothing of
-// links or counters: what a message means is its owner's business. Never waits longer than it was told to when it was
-// made.
+// Owned by LinkMonitor and StatsReader, one each: the notices that the one subscribes to would get in the way of the
+// counters that the other waits for. It belongs to the network namespace that its process was in when it was made.
+// Knows nothing of links or counters: what a message means is its owner's business. Never waits longer than it was told
+// to when it was made.
 #pragma once
 
 #include <libmnl/libmnl.h>
@@ -87,6 +87,7 @@ class NetlinkSocket {
 template<typename Visit>
 void forEachMessage( std::span<std::byte const> messages, Visit && visit ) {
    int bytesLeft = static_cast<int>( messages.size() );
+   // Allocated memory, in which the kernel begins each message at a multiple of 4 bytes (NLMSG_ALIGN).
    auto const * message = reinterpret_cast<nlmsghdr const *>( messages.data() );
    for( ; mnl_nlmsg_ok( message, bytesLeft ); message = mnl_nlmsg_next( message, &bytesLeft ) ) visit( *message );
 }

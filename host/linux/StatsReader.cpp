@@ -13,8 +13,8 @@ namespace {
 
 constexpr char readingCounters[] = "reading the link counters";
 
-// Links that come or go during an answer can make it skip another one. It is repeated then, but not for ever: on a box
-// that never comes to rest a link without a row just has no fresh sample this time.
+// Links that come or go during an answer can make the kernel skip another one. It is asked again then, but not for
+// ever: on a box that never comes to rest a link without a row just has no fresh sample this time.
 constexpr int attempts = 4;
 
 void handleStats( nlmsghdr const & message, StatsReader::Row const & row ) {
@@ -27,7 +27,7 @@ void handleStats( nlmsghdr const & message, StatsReader::Row const & row ) {
    rtnl_link_stats64 stats{};
    std::memcpy( &stats, mnl_attr_get_payload( attribute ),
                 std::min<std::size_t>( sizeof stats, mnl_attr_get_payload_len( attribute ) ) );
-   row( static_cast<int>( body.ifindex ), stats );
+   row( static_cast<int>( body.ifindex ), stats );  // unsigned here, an int in all other messages
 }
 
 }  // namespace
@@ -44,6 +44,7 @@ void StatsReader::read( Row const & row ) {
          whole = takeAnswer( row );
       }
    } catch( ... ) {
+      // Whatever failed, the rest of the answer may still come to this socket.
       socket_.reset();
       throw;
    }
@@ -62,6 +63,7 @@ bool StatsReader::takeAnswer( Row const & row ) {
    for( bool ended = false; !ended; ) {
       Received const received = socket_->receive( readingCounters );
       if( received.outcome == Received::Outcome::nothing ) throw NetlinkError( ETIMEDOUT, readingCounters );
+      // Nothing but the answer comes here, so that is what has a gap.
       if( received.outcome == Received::Outcome::lost ) throw NetlinkError( ENOBUFS, readingCounters );
       forEachMessage( received.messages, [&]( nlmsghdr const & message ) {
          if( message.nlmsg_flags & NLM_F_DUMP_INTR ) whole = false;

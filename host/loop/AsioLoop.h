@@ -17,7 +17,7 @@ namespace Host {
 
 class AsioLoop {
  public:
-   // Runs `loop`, whose clock must be CLOCK_BOOTTIME, until stop().
+   // Drives `loop`, whose clock must follow CLOCK_BOOTTIME.
    explicit AsioLoop( Kel::ActivityLoop & loop );
 
    [[nodiscard]] boost::asio::io_context & io() { return io_; }
@@ -37,6 +37,7 @@ class AsioLoop {
          : descriptor( io, fd ), readable( std::move( handler ) ) {}
       Watch( Watch const & ) = delete;
       Watch & operator=( Watch const & ) = delete;
+      // Not closed: it is its owner's.
       ~Watch() { descriptor.release(); }
 
       boost::asio::posix::stream_descriptor descriptor;
@@ -48,7 +49,7 @@ class AsioLoop {
    void armTimer();
 
    Kel::ActivityLoop & loop_;
-   boost::asio::io_context io_{ 1 };
+   boost::asio::io_context io_{ 1 };              // a hint that one thread runs it
    boost::asio::posix::stream_descriptor timer_;  // a timerfd, so that suspended time counts as in the loop's clock
    std::list<Watch> watches_;
 };

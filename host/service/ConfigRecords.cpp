@@ -23,6 +23,7 @@ void writeProfile( IntfMaintenanceProfile::ConfigDir & dir, Kel::String8 const &
    record->sampleIntervalIs( profile.sampleIntervalSeconds );
    record->rateMonLoadIntervalIs( profile.loadIntervalSeconds );
    record->shutdownMaxDelayIs( profile.maxDelaySeconds );
+   // Last, because it is the only one of these that notifies: whoever hears of it reads the others.
    record->shutdownIs( profile.shutdown );
    if( added ) dir.configIs( record );
 }
@@ -35,6 +36,8 @@ bool contains( std::vector<std::string> const & names, std::string const & name 
 
 ConfigRecords::ConfigRecords( Maintenance::MaintenanceState & state, Config::Config const & config )
    : state_( state ), config_( config ) {
+   // First the interfaces, which gives each name its kind before a record bears it; then what is referred to before
+   // what refers to it.
    collectInterfaces();
    writeProfiles();
    writeGroups();
@@ -52,7 +55,7 @@ void ConfigRecords::collectInterfaces() {
    }
 }
 
-// The default profile stands under its own name and under the reserved one, on which an interface falls back when the
+// The default profile stands under its own name and under the reserved one, to which an interface falls back when the
 // profile selected for it is not there.
 void ConfigRecords::writeProfiles() {
    for( Config::Profile const & profile : config_.profiles ) {
@@ -69,6 +72,7 @@ void ConfigRecords::writeGroups() {
       for( std::string const & name : g.interfaces ) {
          Lumo::IntfId const intf( name );
          status->intfIs( intf, true );
+         // An interface in several groups has one record, made for the first of them.
          state_.intfToGroup->intfToGroupIs( intf )->groupIs( intfGroup( g.name ), true );
       }
    }
@@ -78,6 +82,8 @@ void ConfigRecords::writeUnits() {
    for( Config::Unit const & unit : config_.units ) {
       auto const record =
          Kel::Ptr<Maintenance::Unit::Status>( new Maintenance::Unit::Status( Kel::String8( unit.name ) ) );
+      // The state before the record is inserted and the groups after: a handler of the insertion sees a unit that has a
+      // state, and then hears of its groups one by one.
       record->stateIs( State::active );
       state_.unitStatus->statusIs( record );
       for( std::string const & groupName : unit.groups ) {
@@ -123,7 +129,10 @@ void ConfigRecords::selectProfiles() {
       auto const member = state_.intfToGroup->intfToGroupIs( intf );
       Maintenance::Profile::ProfileKey const selected{ selectedProfile( intf ) };
       auto const * const present = member->selectedProfile( ProfileType::interface );
+      // Left alone, or the cause would be that of a selection which did not take place.
       if( present && *present == selected ) continue;
+      // The cause before the selection, which notifies while the cause does not. The plug-in acts on a change by
+      // precedence only, and what is selected first changes nothing.
       member->profileChangeCauseIs( present ? Maintenance::ProfileChangeCause::precedence
                                             : Maintenance::ProfileChangeCause::configuration );
       member->selectedProfileIs( ProfileType::interface, selected );
@@ -143,6 +152,7 @@ Kel::String8 ConfigRecords::selectedProfile( Lumo::IntfId intf ) const {
 std::vector<Config::Unit const *> ConfigRecords::unitsByPrecedence() const {
    std::vector<Config::Unit const *> units;
    for( Config::Unit const & unit : config_.units ) units.push_back( &unit );
+   // Stable: among those of either kind the order of the configuration decides.
    std::stable_partition( units.begin(), units.end(), [&]( Config::Unit const * unit ) {
       auto const record = state_.unitStatus->status( Kel::String8( unit->name ) );
       return record && ( record->state() == State::entering || record->state() == State::inMaintenance );

@@ -32,6 +32,7 @@ class UnitService::KelComplete final : public Stage::AgentStatus::NotifieeConst 
    KelComplete( UnitService & owner, Kel::Ptr<Stage::AgentStatus const> const & status ) : owner_( owner ) {
       notifierIs( status );
    }
+   // A mark that is taken back comes here too; advance() looks for itself.
    void onComplete( Stage::AgentStatusKey ) override { owner_.advance_->timeMinIs( 0 ); }
 
  private:
@@ -55,6 +56,7 @@ UnitService::Answer UnitService::enter( std::string const & unitName ) {
    switch( unit->state() ) {
       case State::entering:
       case State::inMaintenance: return { Outcome::already, unit->genId() };
+      // Not broken off, as an exit does with an entry: it waits for no traffic and is soon over.
       case State::leaving: return { Outcome::busy, unit->genId() };
       case State::unknown:
       case State::active:
@@ -71,6 +73,7 @@ UnitService::Answer UnitService::exit( std::string const & unitName ) {
       case State::unknown:
       case State::active:
       case State::leaving: return { Outcome::already, unit->genId() };
+      // The entry is given up first, so that a unit never has two instances.
       case State::entering: removeInstance( state_.enter, unit->maintEnterInstanceName() ); break;
       case State::inMaintenance:
       case State::failed: break;
@@ -80,6 +83,8 @@ UnitService::Answer UnitService::exit( std::string const & unitName ) {
 }
 
 void UnitService::startInstance( Maintenance::Unit::Status & unit, Maintenance::StageState & stage, State state ) {
+   // Generation and instance before the state: of these only the state notifies, and whoever hears of it reads the
+   // others.
    unit.genIdIs( unit.genId() + 1 );
    Kel::Name const instance = Maintenance::Unit::StageMgrInstKey( unit.unitName(), unit.genId() ).instanceName();
    if( state == State::entering ) {
@@ -88,21 +93,29 @@ void UnitService::startInstance( Maintenance::Unit::Status & unit, Maintenance::
       unit.maintExitInstanceNameIs( instance );
    }
    unit.stateIs( state );
+   // After the state, by which units take precedence, and before the stage: the monitors that it starts, or leaves to
+   // other units, take the profile that is selected then.
    config_.selectProfiles();
+   // Completion status first: the plug-in may mark the stage within the write of the progress record, and a mark whose
+   // instance has no status looks like one that was left behind.
    stage.completion->statusIs( instance );
    stage.progress->progressIs( instance )->stageIs( stageName, true );
 }
 
 void UnitService::removeInstance( Maintenance::StageState & stage, Kel::Name const & instance ) {
+   // The other way round: without the progress record nothing is marked any more, so the mark that the plug-in takes
+   // back with the completion status is the last.
    stage.progress->progressDel( instance );
    stage.completion->statusDel( instance );
 }
 
 void UnitService::advance() {
+   // All units, because several marks may have come since this was asked for.
    for( auto [name, unit] : state_.unitStatus->statusIterator() ) {
       Kel::Name const entered = unit->maintEnterInstanceName();
       Kel::Name const left = unit->maintExitInstanceName();
       if( unit->state() == State::entering && complete( state_.enter, entered ) ) {
+         // Profiles are not selected anew: a unit in maintenance has the precedence of one that enters.
          unit->stateIs( State::inMaintenance );
          removeInstance( state_.enter, entered );
       } else if( unit->state() == State::leaving && complete( state_.exit, left ) ) {

@@ -49,7 +49,7 @@ class UnitService {
 
    Maintenance::MaintenanceState & state_;
    ConfigRecords & config_;
-   std::unique_ptr<Advance> advance_;
+   std::unique_ptr<Advance> advance_;  // before the reactors, which ask it for a turn
    std::unique_ptr<KelComplete> enterComplete_;
    std::unique_ptr<KelComplete> exitComplete_;
 };

@@ -29,6 +29,7 @@ std::string secondsText( double seconds ) {
 
 std::string directionsAbove( Interface::IntfRates const & rates, double threshold ) {
    std::string text;
+   // A rate equal to the threshold is not below it.
    if( rates.inBitsRate >= threshold ) text += "in " + rateText( rates.inBitsRate );
    if( rates.outBitsRate >= threshold ) text += ( text.empty() ? "out " : ", out " ) + rateText( rates.outBitsRate );
    return text;
@@ -51,6 +52,7 @@ bool UnitView::linkUp( Lumo::IntfId intf ) const {
 }
 
 bool UnitView::shutDown( Lumo::IntfId intf ) const {
+   // Without a plug-in there is no cause, and nothing that is shut down.
    auto const cause =
       Kel::dynamicPtrCast<Errdisable::CauseStatus>( state_.errdisableCauses->entityRef( Maintenance::shutdownCause ) );
    return cause && cause->intfStatus( intf );
@@ -66,10 +68,13 @@ std::string UnitView::waitingFor( Lumo::IntfId intf, Maintenance::MonIntfStatus 
    double const threshold = prof.thresholdBitsRate();
    std::string const above = directionsAbove( status.curRates(), threshold );
    if( status.state() == MonIntfState::passiveMonitoring ) {
+      // Rates from before it became passive are no traffic that is back, nor are those of an interface that was shut
+      // down since: nobody samples it.
       bool const sampled = status.numSamplesAboveThresholdPostMaint() + status.numSamplesBelowThresholdPostMaint() > 0;
       return sampled && !above.empty() && !shutDown( intf ) ? "nothing, but traffic is back: " + above : "";
    }
    if( status.state() != MonIntfState::thresholdMonitoring ) return "";
+   // Rates that nobody has measured yet are 0 and would pass for quiet.
    if( status.totalSamples() == 0 ) return "its first sample";
    if( !above.empty() ) return above + " to fall below " + rateText( threshold );
    double const below = status.quietSeconds( prof );
@@ -80,6 +85,7 @@ std::string UnitView::waitingFor( Lumo::IntfId intf, Maintenance::MonIntfStatus 
 Kel::Value UnitView::interfaceView( Lumo::IntfId intf, std::string const & unitName ) const {
    auto const link = state_.intfStatus->intfStatus( intf );
    auto const status = state_.monIntfStatus->monIntfStatus( intf );
+   // A shared interface may be monitored for another unit only. Where no unit is named, any will do.
    bool const monitored = status && ( unitName.empty() || served( unitName ) );
    Kel::Value::Object view{
       { "interface", value( std::string( intf.name() ) ) },
@@ -107,6 +113,7 @@ Kel::Value UnitView::interfaceView( Lumo::IntfId intf, std::string const & unitN
    view.emplace_back( "lastSampleSecondsAgo", value( Kel::now() - status->lastSampleTime() ) );
    view.emplace_back( "monitoredSeconds", value( Kel::now() - status->startTime() ) );
    view.emplace_back( "spikeUnderMaint", value( status->spikeUnderMaint() ) );
+   // What depends on a profile that has gone is left out rather than guessed.
    if( !prof ) return value( std::move( view ) );
    view.emplace_back( "thresholdBitsRate", value( prof->thresholdBitsRate() ) );
    view.emplace_back( "sampleIntervalSeconds", value( prof->sampleInterval() ) );
@@ -123,6 +130,7 @@ Kel::Value UnitView::unitNote( Maintenance::Unit::Status const & unit ) const {
    std::string const name = unit.unitName().str();
    std::string reasons;
    for( Lumo::IntfId const intf : config_.interfacesOf( name ) ) {
+      // One is enough, and the unit needs no note.
       if( state_.monIntfStatus->monIntfStatus( intf ) ) return Kel::Value();
       std::string const trouble = linkTrouble( intf );
       reasons += ( reasons.empty() ? "" : "; " ) + std::string( intf.name() ) + ": " +
