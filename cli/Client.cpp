@@ -20,7 +20,7 @@ namespace {
 
 constexpr time_t answerTimeoutSeconds = 30;
 
-// Reaches the daemon, or says how to.
+// Connects to the daemon. Throws NotReached.
 Socket connected( asio::io_context & io, std::string const & path ) {
    Socket socket( io );
    boost::system::error_code error;
@@ -35,6 +35,7 @@ Socket connected( asio::io_context & io, std::string const & path ) {
 
 std::string Answer::error() const {
    auto const * const object = body.if_object();
+   // The daemon always gives one; what else may listen there need not.
    auto const * const reason = object ? object->if_contains( "error" ) : nullptr;
    return reason && reason->is_string() ? reason->get_string().c_str()
                                         : "maintd answered with status " + std::to_string( status );
@@ -47,20 +48,25 @@ Answer Client::request( char const * method, std::string const & target ) const 
    asio::io_context io;
    Socket socket = connected( io, socketPath_ );
    http::request<http::empty_body> request( http::string_to_verb( method ), target, 11 );
+   // Required of every request (RFC 9112, section 3.2), though nobody looks at it on a unix socket.
    request.set( http::field::host, "maintd" );
+   // So that maintd does not keep the connection for a request that will not come.
    request.set( http::field::connection, "close" );
    request.prepare_payload();
    try {
       http::write( socket, request );
       boost::beast::flat_buffer buffer;
       http::response_parser<http::string_body> parser;
-      parser.body_limit( boost::none );  // a dump grows with the box
+      // Beast's own limit for an answer is 8 MiB; a dump grows with the box.
+      parser.body_limit( boost::none );
       http::read( socket, buffer, parser );
       auto const & response = parser.get();
+      // Not by trial: a dump is text, whatever it looks like.
       bool const isJson = response[http::field::content_type] == "application/json";
       return { response.result_int(), response.body(),
                isJson ? boost::json::parse( response.body() ) : boost::json::value() };
    } catch( boost::system::system_error const & error ) {
+      // Broken JSON comes here, too. To the caller all of these are one case: there is no maintd to talk to.
       throw NotReached( "maintd at " + socketPath_ + " did not answer " + method + " " + target + ": " + error.what() );
    }
 }
@@ -70,6 +76,8 @@ std::string encoded( std::string const & component ) {
    std::string out;
    for( char const c : component ) {
       auto const byte = static_cast<unsigned char>( c );
+      // The unreserved characters (RFC 3986, section 2.3); nobody changes the locale of this program, so a letter is
+      // one of ASCII. Unsigned, as isalnum() takes no negative number.
       if( std::isalnum( byte ) || c == '-' || c == '.' || c == '_' || c == '~' ) {
          out += c;
       } else {

@@ -9,7 +9,8 @@
 
 namespace Cli {
 
-// Nobody answers at the socket: maintd does not run, or may not be reached by this user.
+// Nobody at the socket gives an answer that can be read: maintd does not run, may not be reached by this user, or is no
+// maintd.
 class NotReached : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
@@ -31,7 +32,7 @@ class Client {
 
    [[nodiscard]] std::string const & socketPath() const { return socketPath_; }
 
-   // Both throw NotReached, and std::runtime_error for JSON that is broken.
+   // Both throw NotReached, also where the answer breaks off or is not the JSON that it says it is.
    [[nodiscard]] Answer get( std::string const & target ) const;
    [[nodiscard]] Answer post( std::string const & target ) const;
 

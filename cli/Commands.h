@@ -20,7 +20,7 @@ enum ExitStatus : int {
 struct Options {
    bool json = false;                     // answers for programs instead of tables
    bool wait = false;                     // follow an enter or exit to its end
-   std::optional<double> timeoutSeconds;  // of --wait; none waits for ever
+   std::optional<double> timeoutSeconds;  // of --wait; absent: for ever
 };
 
 int status( Client const & client, Options const & options );

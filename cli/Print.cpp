@@ -11,6 +11,8 @@ namespace Cli {
 namespace json = boost::json;
 
 void Table::print( std::ostream & out, std::string const & indent ) const {
+   // No row has more cells than the headings. Widths are bytes, so a name that is not ASCII shifts the rest of its
+   // line.
    std::vector<std::size_t> widths( rows_.front().size() );
    for( auto const & row : rows_ ) {
       for( std::size_t i = 0; i < row.size(); ++i ) widths[i] = std::max( widths[i], row[i].size() );
@@ -28,6 +30,7 @@ void Table::print( std::ostream & out, std::string const & indent ) const {
 std::string spanText( double seconds ) {
    auto const whole = static_cast<long long>( std::llround( seconds ) );
    if( whole < 60 ) return std::to_string( whole ) + " s";
+   // Two units are enough: beside hours nobody asks for seconds.
    if( whole < 3600 ) return std::to_string( whole / 60 ) + " min " + std::to_string( whole % 60 ) + " s";
    return std::to_string( whole / 3600 ) + " h " + std::to_string( whole % 3600 / 60 ) + " min";
 }
@@ -35,6 +38,7 @@ std::string spanText( double seconds ) {
 std::string text( json::object const & object, char const * member ) {
    auto const * const value = object.if_contains( member );
    if( !value || value->is_null() ) return "";
+   // A text without its quotes; anything else as JSON writes it.
    return value->is_string() ? value->get_string().c_str() : json::serialize( *value );
 }
 
@@ -53,6 +57,7 @@ bool has( json::object const & object, char const * member ) {
 std::string orDash( std::string const & cell ) { return cell.empty() ? "-" : cell; }
 
 std::string rateCell( json::object const & object, char const * member ) {
+   // A rate that is not known must not read as one of 0.
    return has( object, member ) ? Report::rateText( number( object, member ) ) : "-";
 }
 
@@ -66,6 +71,7 @@ void printUnits( std::ostream & out, json::array const & units ) {
    Table table( { "UNIT", "STATE", "GENERATION", "DRAINED", "NOTE" } );
    for( auto const & value : units ) {
       auto const & unit = value.as_object();
+      // Outside maintenance nothing is counted, and "0 of 0" would look like a result.
       bool const served = text( unit, "state" ) == "entering" || text( unit, "state" ) == "inMaintenance";
       table.row( { text( unit, "unit" ), text( unit, "state" ), text( unit, "generation" ),
                    served ? drainedCell( unit ) : "-", orDash( text( unit, "note" ) ) } );

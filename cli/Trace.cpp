@@ -23,6 +23,7 @@ using Brisklog::Message;
 
 namespace {
 
+// Nothing tells of a message: maintd writes to memory and knows of no reader. A look that finds nothing new is cheap.
 constexpr std::chrono::milliseconds pollInterval( 250 );
 
 double secondsOf( clockid_t clock ) {
@@ -31,9 +32,11 @@ double secondsOf( clockid_t clock ) {
    return static_cast<double>( now.tv_sec ) + static_cast<double>( now.tv_nsec ) * 1e-9;
 }
 
-// Date and time of day to the millisecond at a time since boot, by how the two clocks stand to each other now.
+// Date and time of day, to the millisecond, of a moment that is given in seconds since boot. The difference between the
+// two clocks is that of now: if the wall clock was set in the meantime, older messages are shown by its new setting.
 std::string wallClockText( double sinceBoot, char const * format, tm * ( *broken )(time_t const *, tm *)) {
    double const wall = sinceBoot + secondsOf( CLOCK_REALTIME ) - secondsOf( CLOCK_BOOTTIME );
+   // Rounded down before it is taken apart, so that seconds and milliseconds belong together.
    auto const milliseconds = static_cast<long long>( std::floor( wall * 1e3 ) );
    auto const seconds = static_cast<time_t>( milliseconds / 1000 );
    tm parts{};
@@ -49,6 +52,7 @@ std::string localTime( double sinceBoot ) { return wallClockText( sinceBoot, "%Y
 std::string utc( double sinceBoot ) { return wallClockText( sinceBoot, "%Y-%m-%dT%H:%M:%S", gmtime_r ) + "Z"; }
 
 void printLine( Message const & message, bool thisBoot ) {
+   // The wall-clock time of a moment in another boot can no longer be told.
    std::string const wall = thisBoot ? localTime( message.time ) : "-";
    std::printf( "%15.6f  %-23s  %d  %s\n", message.time, wall.c_str(), message.level, message.text.c_str() );
 }
@@ -60,12 +64,15 @@ void printJson( Message const & message, bool thisBoot ) {
                               { "level", value( message.level ) },
                               { "sequence", value( message.sequence ) },
                               { "text", value( message.text ) } };
+   // In its place, so that the members keep their order; null for a boot that has passed, as above.
    if( thisBoot ) object[1].second = value( utc( message.time ) );
    std::printf( "%s\n", Kel::toJson( value( std::move( object ) ) ).c_str() );
 }
 
 // Messages to standard output; what a reader must know about them to standard error.
 void printNews( Follower::News const & news, bool json ) {
+   // Both may go to one terminal or file, and only standard output is buffered: without this, remarks would come before
+   // the messages that they follow.
    std::fflush( stdout );
    if( news.newRing ) complain( "maintd was started again; its new trace begins here" );
    if( news.missed > 0 ) complain( std::to_string( news.missed ) + " messages were overwritten before they were read" );
@@ -82,6 +89,7 @@ void printNews( Follower::News const & news, bool json ) {
 
 [[noreturn]] void followOn( Follower & follower, std::string const & file, bool json ) {
    auto news = follower.next();
+   // Said once: a path that was mistyped would otherwise look like a maintd with nothing to say.
    if( !news ) complain( "waiting for a trace at " + file );
    while( true ) {
       if( news ) {
@@ -93,6 +101,7 @@ void printNews( Follower::News const & news, bool json ) {
    }
 }
 
+// The default of maintd's --trace-file.
 std::string traceBeside( std::string const & socket ) {
    return std::filesystem::path( socket ).replace_extension( ".trace" ).string();
 }
@@ -106,11 +115,14 @@ int trace( Client const & client, TraceOptions const & options ) {
    auto const news = follower.next();
    if( !news ) return complain( "there is no trace at " + file );
    printNews( *news, options.json );
+   // What could be read has been printed all the same.
    return news->damaged ? failed : done;
 }
 
 std::string levelsFault( std::string const & levels ) {
    if( levels == "none" ) return "";
+   // The comma makes getline() see an empty last entry, as in "1,", which maintd would refuse. It also refuses the
+   // empty text, which could be a variable that was not set: "none" has to be written.
    std::istringstream entries( levels + "," );
    for( std::string entry; std::getline( entries, entry, ',' ); ) {
       unsigned level = 0;
@@ -122,6 +134,7 @@ std::string levelsFault( std::string const & levels ) {
 }
 
 int traceLevels( Client const & client, std::string const & levels, bool json ) {
+   // Digits and commas, which a query may have as they are (RFC 3986, section 3.4).
    Answer const answer = client.post( "/v1/trace/levels?levels=" + ( levels == "none" ? "" : levels ) );
    if( !answer.ok() ) return complain( answer.error() );
    if( json ) {

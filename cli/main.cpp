@@ -14,6 +14,7 @@ constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
 
 std::string socketFromEnvironment() {
    char const * const path = std::getenv( "MAINTD_SOCKET" );
+   // An empty variable counts as one that is not set.
    return path && *path ? path : defaultSocket;
 }
 
@@ -22,6 +23,7 @@ class CommandLine {
  public:
    CommandLine() {
       app_.footer( "Exit status: 0 done, 1 failed, 2 usage, 3 deadline passed, 4 refused, 5 maintd not reached." );
+      // Exactly one, which is why the commands can share the variables that their options are read into.
       app_.require_subcommand( 1 );
       app_.add_option( "--socket", socket_, "unix socket of maintd (also MAINTD_SOCKET)" )->capture_default_str();
       addViews();
@@ -78,6 +80,7 @@ void CommandLine::addOperation( char const * name, char const * what, OnUnit act
       ->add_option( "--timeout", options_.timeoutSeconds,
                     "give up waiting after this time; a number is seconds (10min, 2h)" )
       ->needs( wait )
+      // Converted to seconds first; the check sees those.
       ->transform( CLI::AsNumberWithUnit(
          std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
       ->check( CLI::NonNegativeNumber );
@@ -107,6 +110,7 @@ void CommandLine::addTrace() {
       ->add_option_function<std::string>(
          "--levels",
          [=, this]( std::string const & levels ) {
+            // With --levels the command is another: it asks maintd and reads no file.
             actions_[trace] = [=, this]( auto const & client ) {
                return Cli::traceLevels( client, levels, options_.json );
             };
@@ -121,6 +125,7 @@ int CommandLine::run( int argc, char ** argv ) {
    try {
       app_.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {
+      // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.
       return app_.exit( error ) == 0 ? Cli::done : Cli::usage;
    }
    try {
