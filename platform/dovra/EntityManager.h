@@ -2,8 +2,8 @@
 //
 // The host makes it and mounts the directories, empty, before any plug-in starts; they stay mounted for as long as
 // the database lives. A path is one or more names with slashes between them, none before or after; the last is the
-// entity's own name. What is below a mounted entity is reached through its attributes (by text: dovra/StatePath.h),
-// so a mounted path may continue another.
+// entity's own name. What is below a mounted entity is reached through its attributes (by text: dovra/StatePath.h), so
+// one mounted path may be the beginning of another.
 //
 // A plug-in asks for the mounts that it needs with a mount group (dovra/Mount.h) and then looks the entities up.
 #pragma once

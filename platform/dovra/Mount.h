@@ -51,9 +51,8 @@ class MountGroup final : public Kel::PtrInterface {
 
    // Adds a mount to a group that is still open. The same path may be mounted more than once.
    void doMount( Mount const & mount );
-   // Nothing more is added: the mounter is called in a later turn, at the earliest `delay` seconds from now. `label`
-   // stands in the messages about mounts that fail. Reports about single mounts are not offered: `incremental` is
-   // false.
+   // Nothing more is added: the mounter is called in a later turn, `delay` seconds from now at the earliest. `label`
+   // stands in the messages about mounts that fail. `incremental` is false: there are no reports on single mounts.
    void doClose( bool incremental, std::string_view label, double delay );
 
    [[nodiscard]] std::vector<Mount> const & mounts() const { return mounts_; }  // in the order of doMount

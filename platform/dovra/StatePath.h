@@ -6,12 +6,12 @@
 //
 // A path is a list of components, or one text with slashes between them. The components of a mounted path may stand
 // alone or joined; below a Kel::Dir comes the name of a child. Paths of what exists once per cell may leave out the
-// prefix of the first cell. Keys may themselves have slashes: where a component is no key, or leads nowhere, it is
-// joined with those after it ("Ethernet1/1"). A key that is not there yet is one component of a list, or all that
-// remains of a text.
+// prefix of the first cell. Keys may have slashes of their own: a component that is no key, or leads nowhere, is joined
+// with those after it ("Ethernet1/1"). A key that is not there yet is one component of a list, or all that remains of
+// a text.
 //
-// Unknown mounts and attributes, keys and values that do not fit throw Kel::AttributeError, which says where. Writes
-// are ordinary writes: they notify.
+// Unknown mounts and attributes, and keys and values that do not fit, throw Kel::AttributeError, which says where.
+// Writes are ordinary writes: they notify.
 #pragma once
 
 #include <optional>
@@ -39,7 +39,7 @@ struct StatePlace {
 [[nodiscard]] StatePlace statePlace( EntityManager const & database, std::string_view path );
 
 // What is there: an entity or a keyed attribute as an object in key order, a directory as the object of its children.
-// Null when the entry, or one on the way to it, is absent.
+// Null when the entry or one on the way to it is absent.
 [[nodiscard]] Kel::Value stateValue( EntityManager const & database, StateComponents const & path );
 [[nodiscard]] Kel::Value stateValue( EntityManager const & database, std::string_view path );
 
