@@ -35,16 +35,21 @@ using Counters = CounterTable::Counters;
 
 constexpr char magic[8] = { 'K', 'Q', 'C', 'T', 'R', 'S', '1', '\0' };
 constexpr std::size_t headerBytes = 64;
+// 64 KiB of rows for each system call.
 constexpr uint32_t rowsPerAllocation = 512;
+// As Brim::MaybeU63::fromWord() reads it.
 constexpr uint64_t noValueBit = uint64_t{ 1 } << 63;
 
-// A writer needs well below a microsecond for a row, unless it loses the processor in the middle.
+// A writer needs well below a microsecond for a row, unless it loses the processor in the middle. Sleeping adds up to
+// one second, after which a writer that has not come back counts as dead.
 constexpr int spinsMax = 1000;
 constexpr int sleepsMax = 2000;
 constexpr std::chrono::microseconds sleepTime{ 500 };
 
+// The layout in the header is a promise to programs that know nothing of this struct.
 static_assert( offsetof( Row, inUse ) == 8 && offsetof( Row, inOctets ) == 16 && offsetof( Row, outOctets ) == 24 );
 static_assert( offsetof( Row, updateTime ) == 32 && offsetof( Row, name ) == 40 && sizeof( Row ) == 128 );
+// A lock inside an atomic would belong to one process and mean nothing to another.
 static_assert( std::atomic<uint64_t>::is_always_lock_free && std::atomic<double>::is_always_lock_free );
 
 [[noreturn]] void failed( int error, std::string const & doing ) {
@@ -58,7 +63,7 @@ std::size_t bytesFor( uint32_t capacity ) { return headerBytes + std::size_t{ ca
 
 uint64_t word( Brim::MaybeU63 value ) { return value.hasValue() ? value.value() : noValueBit; }
 
-// What `copy` finds in the row while nobody writes it, none when that does not come.
+// What `copy` finds in the row while nobody writes it; none when that moment does not come.
 template<class Copy>
 auto consistent( Row const & row, Copy const & copy ) -> std::optional<decltype( copy() )> {
    for( int attempt = 0; attempt < spinsMax + sleepsMax; ++attempt ) {
@@ -71,6 +76,8 @@ auto consistent( Row const & row, Copy const & copy ) -> std::optional<decltype(
    return std::nullopt;
 }
 
+// Single stores may be relaxed and atomic all the same: a reader copies while they happen, finds out by the sequence
+// afterwards, and a plain store would be a data race until then.
 void countersAre( Row & row, Counters const & counters ) {
    row.inOctets.store( word( counters.inOctets ), std::memory_order_relaxed );
    row.outOctets.store( word( counters.outOctets ), std::memory_order_relaxed );
@@ -87,6 +94,7 @@ NameWords nameOf( Row const & row ) {
 }
 
 void nameIs( Row & row, std::string_view name ) {
+   // Zeros behind the name end it: rowIs has seen to it that one fits.
    NameWords words{};
    std::memcpy( words.data(), name.data(), name.size() );
    for( std::size_t i = 0; i < words.size(); ++i ) row.name[i].store( words[i], std::memory_order_relaxed );
@@ -111,7 +119,10 @@ struct CounterTable::File {
 class CounterTable::Writing {
  public:
    explicit Writing( Row & row ) : row_( row ), before_( row.sequence.load( std::memory_order_relaxed ) ) {
+      // Plain load and store in place of an increment: a table has one writer.
       row_.sequence.store( before_ + 1, std::memory_order_relaxed );
+      // No store to the row may be seen before the odd sequence. A releasing store would hold back only those ahead of
+      // it.
       std::atomic_thread_fence( std::memory_order_release );
    }
    Writing( Writing const & ) = delete;
@@ -138,6 +149,7 @@ CounterTable::~CounterTable() { ::munmap( memory_, bytes_ ); }
 std::unique_ptr<CounterTable> CounterTable::mapped( std::unique_ptr<File const> file, std::size_t bytes,
                                                     bool writable ) {
    int const protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
+   // Nothing reserved: at full capacity this is 128 MiB, of which few pages are ever touched.
    void * const memory = ::mmap( nullptr, bytes, protection, MAP_SHARED | MAP_NORESERVE, file->fd, 0 );
    if( memory == MAP_FAILED ) failed( errno, "mapping " + file->path );
    return std::unique_ptr<CounterTable>(
@@ -148,6 +160,7 @@ std::unique_ptr<CounterTable> CounterTable::created( std::unique_ptr<File const>
    KEL_ASSERT( capacity <= capacityMax );
    if( ::ftruncate( file->fd, static_cast<off_t>( bytesFor( capacity ) ) ) != 0 )
       failed( errno, "sizing " + file->path );
+   // Sizing alone takes no room: on a full file system the first store into the header would be a SIGBUS.
    if( int const error = ::posix_fallocate( file->fd, 0, headerBytes ) ) failed( error, "allocating " + file->path );
    auto table = mapped( std::move( file ), bytesFor( capacity ), true );
    table->header_->rowSize = sizeof( Row );
@@ -159,12 +172,15 @@ std::unique_ptr<CounterTable> CounterTable::created( std::unique_ptr<File const>
 
 std::unique_ptr<CounterTable> CounterTable::create( std::string const & path, uint32_t capacity ) {
    if( path.empty() ) {
+      // A file in memory rather than an anonymous mapping, so that the rest is the same for both.
       std::string const name = "ratemon-counters";
       int const fd = ::memfd_create( name.c_str(), MFD_CLOEXEC );
       return created( std::make_unique<File const>( fd, name ), capacity );
    }
    // Made beside its place and then moved there: whoever opens the path finds a whole table, the old one or the new.
    std::string const made = path + ".new";
+   // A start that died in between has left its file. O_EXCL then refuses whatever appears there in the meantime, such
+   // as somebody's link to another file.
    ::unlink( made.c_str() );
    int const fd = ::open( made.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644 );
    auto table = created( std::make_unique<File const>( fd, made ), capacity );
@@ -173,7 +189,7 @@ std::unique_ptr<CounterTable> CounterTable::create( std::string const & path, ui
 }
 
 std::unique_ptr<CounterTable const> CounterTable::openReadOnly( std::string const & path ) {
-   // Not blocking: the path may name a pipe.
+   // Not blocking: opening a pipe would otherwise wait for its writer, perhaps for ever.
    auto file = std::make_unique<File const>( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ), path );
    struct stat status {};
    if( ::fstat( file->fd, &status ) != 0 ) failed( errno, "asking for the size of " + path );
@@ -185,6 +201,7 @@ std::unique_ptr<CounterTable const> CounterTable::openReadOnly( std::string cons
    if( std::memcmp( header.magic, magic, sizeof magic ) != 0 )
       refused( path, "it does not begin as one of this version" );
    if( header.rowSize != sizeof( Row ) ) refused( path, "its rows have another size" );
+   // Our own copy is what bounds every later access: the header stays in the hands of the other process.
    table->capacity_ = header.capacity;
    bool const whole = table->capacity_ <= capacityMax && bytes >= bytesFor( table->capacity_ );
    if( !whole ) refused( path, "it is shorter than its header says" );
@@ -193,9 +210,11 @@ std::unique_ptr<CounterTable const> CounterTable::openReadOnly( std::string cons
 }
 
 uint32_t CounterTable::rows() const {
+   // Held to what was checked when the table was opened: another process may have written anything since.
    return static_cast<uint32_t>( std::min<uint64_t>( header_->rows.load( std::memory_order_acquire ), capacity_ ) );
 }
 uint32_t CounterTable::generation() const { return header_->generation.load( std::memory_order_acquire ); }
+// One writer, so nothing is lost between load and store.
 void CounterTable::generationInc() { header_->generation.store( generation() + 1, std::memory_order_release ); }
 
 std::optional<CounterTable::Counters> CounterTable::read( Row const & row ) {
@@ -213,11 +232,13 @@ std::optional<CounterTable::Entry> CounterTable::entry( uint32_t index ) const {
       return Copy{ from.inUse.load( std::memory_order_relaxed ), nameOf( from ), countersOf( from ) };
    } );
    if( !copy || copy->inUse == 0 ) return std::nullopt;
+   // Another process's row need not end its name with a zero.
    auto const * const chars = reinterpret_cast<char const *>( copy->name.data() );
    return Entry{ std::string( chars, ::strnlen( chars, nameMax ) ), copy->counters };
 }
 
 // Memory for a row that was never used. A full file system must show here: later it would kill the process at a store.
+// Rows are taken into use in order, so each stretch is asked for at its first row, and once more where that failed.
 void CounterTable::memoryIs( uint32_t index ) {
    if( index % rowsPerAllocation != 0 ) return;
    std::size_t const bytes = std::min<std::size_t>( rowsPerAllocation, capacity_ - index ) * sizeof( Row );
@@ -231,6 +252,7 @@ void CounterTable::rowIs( uint32_t index, std::string_view name ) {
    KEL_ASSERT( index <= rows() );
    if( name.size() > nameMax ) throw TableError( "counter table: no row holds a name so long: " + std::string( name ) );
    if( index == capacity_ ) throw TableError( "counter table: no row is left for " + std::string( name ) );
+   // All that can fail stands before the first write: a refusal leaves the table as it was.
    bool const isNew = index == rows();
    if( isNew ) memoryIs( index );
    Row & row = rowsBegin_[index];
@@ -241,6 +263,7 @@ void CounterTable::rowIs( uint32_t index, std::string_view name ) {
       countersAre( row, {} );
       row.inUse.store( 1, std::memory_order_relaxed );
    }
+   // Row, then count, then generation: who sees one of them finds what it speaks of.
    if( isNew ) header_->rows.store( index + 1, std::memory_order_release );
    generationInc();
 }
@@ -249,6 +272,7 @@ void CounterTable::rowDel( uint32_t index ) {
    KEL_ASSERT( index < rows() );
    {
       Writing const writing( rowsBegin_[index] );
+      // Name and counters stay, so that a reader which still holds the row gets its last counters and no zeros.
       rowsBegin_[index].inUse.store( 0, std::memory_order_relaxed );
    }
    generationInc();

@@ -13,7 +13,7 @@
 //
 // A row is guarded by its sequence, which is odd while the row is written: a reader copies the row and keeps the copy
 // only if the sequence was even and the same before and after. A row keeps its place for as long as it is in use; given
-// up, it may come back under another name, so who looks for an interface by name reads name and counters under one
+// up, it may come back under another name, so whoever looks for an interface by name reads name and counters under one
 // sequence. A writer that starts anew puts another file in the place of the old one, which stays as it is for those who
 // still have it mapped. The file is sparse: its full capacity takes memory only as it is used.
 #pragma once
@@ -75,15 +75,17 @@ class CounterTable {
    [[nodiscard]] uint32_t generation() const;
 
    [[nodiscard]] Row const & row( uint32_t index ) const { return rowsBegin_[index]; }
-   // Copies what the row says. False, and `found` not to be used, where the row is being written.
+   // Copies what the row says. False while the row is being written: `found` is then not to be used.
    [[nodiscard]] static bool readOnce( Row const & row, Counters & found ) {
       uint64_t const before = row.sequence.load( std::memory_order_acquire );
       found = countersOf( row );
+      // The copy must be complete before the sequence is read again. An acquiring load would hold back only what
+      // follows it.
       std::atomic_thread_fence( std::memory_order_acquire );
       return before % 2 == 0 && row.sequence.load( std::memory_order_relaxed ) == before;
    }
-   // The same, tried again for as long as a living writer may take. None when the writer stands still in the middle of
-   // writing the row, which only a dead one does.
+   // The same, tried again for as long as a living writer may take. None when the row stays half written, as a writer
+   // leaves it that died there.
    [[nodiscard]] static std::optional<Counters> read( Row const & row );
    // Name and counters as they belong together; none also when the row is not in use.
    [[nodiscard]] std::optional<Entry> entry( uint32_t index ) const;

@@ -6,14 +6,17 @@ namespace KelQuill {
 
 CounterWriter::CounterWriter( Kel::Ptr<Kel::Dir> const & writerStatusDir, std::string const & path )
    : table_( CounterTable::create( path ) ), status_( new WriterStatus( statusName ) ) {
+   // Before the record is in its directory: whoever hears of it may open the path at once.
    status_->pathIs( path );
    writerStatusDir->entityIs( Kel::Ptr<Kel::Entity>( status_ ) );
 }
 
 void CounterWriter::rowIs( Lumo::IntfId intf ) {
    if( hasRow( intf ) ) return;
+   // Given-up rows first, so that a box whose links come and go does not fill the table.
    uint32_t const index = freeRows_.empty() ? table_->rows() : freeRows_.back();
    table_->rowIs( index, intf.name() );
+   // Only now: the table may have thrown, and the row would be lost.
    if( !freeRows_.empty() ) freeRows_.pop_back();
    rows_.emplace( intf, index );
    handleRow( index );
@@ -26,6 +29,7 @@ void CounterWriter::rowDel( Lumo::IntfId intf ) {
    table_->rowDel( index );
    freeRows_.push_back( index );
    rows_.erase( found );
+   // Last: it notifies, and a reader may answer with another row.
    handleRow( index );
 }
 
@@ -36,6 +40,7 @@ void CounterWriter::countersIs( Lumo::IntfId intf, CounterTable::Counters const 
 }
 
 void CounterWriter::handleRow( uint32_t index ) {
+   // Quietly first: the generation notifies, and its readers ask for the row then.
    status_->changedRowIs( index );
    status_->generationIs( table_->generation() );
 }

@@ -22,17 +22,19 @@ class EntityManager final : public Kel::PtrInterface {
 
    [[nodiscard]] CounterTable const & table() const { return table_; }
 
-   // The rows that the turn began with are those of this turn afterwards. A load and a compare when they are already.
+   // Brings the rows that the turn began with up to date for this turn. A load and a compare when they already are.
    void freshen() const {
       if( Kel::activityLoop().turnNumber() != freshTurn_ ) refresh();
    }
-   // So are the rows that came since: for a reader that meets a row which was never written.
+   // The same for rows that came since: for a reader that meets a row which was never written.
    void freshenNewRows() const {
       if( table_.generation() != freshGeneration_ ) refresh();
    }
 
  private:
    void refresh() const {
+      // Noted before the work: a refresher that reads a row must not end up here again, and a row that comes while it
+      // works must count as new.
       freshTurn_ = Kel::activityLoop().turnNumber();
       freshGeneration_ = table_.generation();
       if( refresher_ ) refresher_();
@@ -40,7 +42,7 @@ class EntityManager final : public Kel::PtrInterface {
 
    CounterTable const & table_;
    Refresher refresher_;
-   mutable uint64_t freshTurn_ = UINT64_MAX;
+   mutable uint64_t freshTurn_ = UINT64_MAX;  // no turn has that number
    mutable uint32_t freshGeneration_ = 0;
 };
 

@@ -23,11 +23,11 @@ class EthIntfCounterReaderSm final : public Kel::Entity {
                            Kel::Ptr<Kel::Dir const> const & writerStatusDir );
    ~EthIntfCounterReaderSm() override;
 
-   // Asks for the table by the path in the writer's status rather than by handle. Recorded: here writer and reader
-   // share the manager that they were given, and both ways lead to the same table.
+   // Asks for the table by the path in the writer's status rather than by handle. Only recorded: writer and reader
+   // share the manager that they were given, so both ways lead to the same table.
    void enableLegacyShmemManSupport() { legacyShmemManSupportIs( true ); }
    // Once: fills the directory and follows the writer from then on. Without a writer in this process the directory
-   // stays.
+   // stays as it was filled.
    void handleInitialized();
    void handleGeneration();
    void prepareToDie() override;

@@ -35,8 +35,7 @@ class IntfCounter final : public Kel::Entity {
    IntfCounter( Kel::Name const & name, Kel::Ptr<KelQuill::EntityManager> const & tables, uint32_t row )
       : counterName_( name ), tables_( tables ), row_( tables->table().row( row ) ) {}
 
-   // As of this turn of the activity loop. Without a value in both directions when the writer died in the middle of the
-   // row.
+   // As of this turn of the activity loop. Neither direction has a value when the writer died in the middle of the row.
    [[nodiscard]] IntfStatistics statistics() const {
       tables_->freshen();
       KelQuill::CounterTable::Counters found;
@@ -47,7 +46,7 @@ class IntfCounter final : public Kel::Entity {
    [[nodiscard]] bool reads( KelQuill::CounterTable::Row const & row ) const { return &row == &row_; }
 
  private:
-   // Of a row that is being written, or was never.
+   // Of a row that is just being written, or never was.
    [[nodiscard]] IntfStatistics statisticsOfUnsettledRow() const;
 
    Kel::Ptr<KelQuill::EntityManager> const tables_;
@@ -64,7 +63,7 @@ class IntfCounterDir final : public Kel::Entity {
 class AllEthIntfCounterPtrDir final : public Kel::Entity {
    KEL_ENTITY( AllEthIntfCounterPtrDir, "Interface::AllEthIntfCounterPtrDir", Kel::Name, dirName )
    KEL_CHILDREN( IntfCounterDir, Lumo::IntfId, intfCounterDir, onIntfCounterDir )
-   // Moves whenever an interface's counters come or go: for whoever keeps what it looked up.
+   // Moves, quietly, before an interface's counters come or go: whoever keeps what it looked up compares it.
    KEL_ATTR( uint32_t, generation )
    KEL_ENTITY_END
 
