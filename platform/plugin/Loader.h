@@ -4,7 +4,7 @@
 // string and a caller that starts it. The host opens files with load() and then starts all plug-ins with
 // initPlugins(), once for each context.
 //
-// Files are never closed: types, trace points and statics of a plug-in stay registered for the life of the process. A
+// Files are never closed: a plug-in's types, trace points and statics stay registered for the life of the process. A
 // plug-in is taken down by deleting the entity that it made in the context's plug-in directory.
 #pragma once
 
@@ -53,8 +53,8 @@ class LoaderImpl {
    [[nodiscard]] std::string const & typeString() const { return typeString_; }
    [[nodiscard]] std::vector<std::string> plugins() const;  // names, in the order of registration
 
-   // For plug-ins. The type string is this loader's own. A name that is taken is left to the plug-in that has it. The
-   // two texts before the caller name variants of a plug-in on platforms that have such; here there are none and they
+   // For plug-ins. The type string is this loader's own. A name that is taken stays with the plug-in that has it. The
+   // two texts before the caller name variants of a plug-in on platforms that have them; here there are none, and both
    // are empty.
    void registerPlugin( std::string const & name, std::string const & typeString, std::string const & variant,
                         std::string const & parentVariant, LoaderInitCaller initCaller );

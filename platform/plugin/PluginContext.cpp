@@ -19,9 +19,11 @@ PluginContext::PluginContext( Kel::Ptr<Kel::Dir> const & pluginDir,
                               Kel::Ptr<KelQuill::EntityManager> const & quillEntityManager )
    : pluginDir_( pluginDir ), entityManager_( entityManager ), quillEntityManager_( quillEntityManager ) {}
 
+// A dumper of a plug-in that was never taken down outlives the context, and must not come back to it when it dies.
 PluginContext::~PluginContext() { dumpPluginInfoIs( nullptr ); }
 
 void PluginContext::dumpPluginInfoIs( DumpPluginInfo * dumper ) {
+   // The earlier one must not remove the later when it dies. This also lets a dumper take its own place again.
    if( dumper_ ) dumper_->registeredWith_ = nullptr;
    dumper_ = dumper;
    if( !dumper ) return;
@@ -43,7 +45,7 @@ struct MemoryFile {
 
 }  // namespace
 
-// A dumper writes to a descriptor, and one that nobody reads meanwhile must take all of it: no pipe does.
+// A dumper writes to a descriptor. Nobody reads it meanwhile, so it must take all of the text, which no pipe does.
 std::string dumpText( PluginContext const & context ) {
    if( !context.dumpPluginInfo() ) return "";
    MemoryFile const file;
@@ -51,6 +53,7 @@ std::string dumpText( PluginContext const & context ) {
    context.dumpPluginInfo()->dump( file.fd );
    off_t const bytes = ::lseek( file.fd, 0, SEEK_END );
    std::string text( static_cast<std::size_t>( bytes ), '\0' );
+   // From the beginning, wherever the dumper has left the file's own position.
    if( ::pread( file.fd, text.data(), text.size(), 0 ) != bytes ) failed( "reading a dump back" );
    return text;
 }

@@ -46,8 +46,7 @@ class PluginContext {
    [[nodiscard]] Kel::Ptr<Dovra::EntityManager> const & entityManager() const { return entityManager_; }
    [[nodiscard]] Kel::Ptr<KelQuill::EntityManager> const & quillEntityManager() const { return quillEntityManager_; }
 
-   // The dumper to ask, null when none is registered. It belongs to the plug-in. A later one takes the place of an
-   // earlier.
+   // The dumper to ask, null when none is registered. It belongs to the plug-in. A later one replaces an earlier one.
    [[nodiscard]] DumpPluginInfo * dumpPluginInfo() const { return dumper_; }
    void dumpPluginInfoIs( DumpPluginInfo * dumper );
 
@@ -58,7 +57,7 @@ class PluginContext {
    DumpPluginInfo * dumper_ = nullptr;
 };
 
-// What the context's dumper prints; empty when there is none. Throws std::system_error where no room for it can be had.
+// What the context's dumper prints; empty when there is none. Throws std::system_error when there is no room for it.
 [[nodiscard]] std::string dumpText( PluginContext const & context );
 
 }  // namespace Maintenance

@@ -10,6 +10,7 @@ StageState::StageState( Dovra::EntityManager & db, std::string_view stageClass )
      completion( db.create<Stage::CompletionStatusDir>( Path::stageCompletion( stageClass ) ) ),
      agentStatus( db.create<Stage::AgentStatus>( Path::stageAgentStatus( stageClass ) ) ) {}
 
+// Nothing is filled here: a plug-in's mounts only promise that a directory exists, whatever the host puts in later.
 MaintenanceState::MaintenanceState( Dovra::EntityManager & db )
    : counterWriterStatus( db.create<Kel::Dir>( Path::counterWriterStatus ) ),
      ethLagConfig( db.create<Interface::EthLagIntfConfigDir>( Path::ethLagConfig ) ),
