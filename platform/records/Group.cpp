@@ -12,8 +12,10 @@ KEL_TYPE( IntfMaintenance::IntfToGroupDir )
 namespace Group {
 
 GroupKey GroupKey::fromText( std::string_view text ) {
+   // The first colon ends the type, so that a group's name may have colons of its own.
    std::size_t const colon = text.find( ':' );
    std::string_view const typeName = text.substr( 0, colon );
+   // Not unknown: no group is of that type, so such a text is a mistake.
    for( GroupType const type : { GroupType::intf, GroupType::bgp } ) {
       if( colon != std::string_view::npos && typeName == enumName( type ) ) {
          return { type, Kel::String8( text.substr( colon + 1 ) ) };

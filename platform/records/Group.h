@@ -70,7 +70,7 @@ namespace Maintenance {
 
 namespace MaintenanceGroup {
 
-// One configured group, whatever its type. That it is there is all that it says.
+// One configured group, whatever its type. All that it says is that the group is there.
 class Config final : public Kel::Entity {
    KEL_ENTITY( Config, "Maintenance::MaintenanceGroup::Config", Kel::String8, groupName )
    KEL_ENTITY_END
@@ -120,7 +120,7 @@ class IntfToGroupDir final : public Kel::Entity {
 
 namespace Maintenance {
 
-// The name for such a mapping whatever the kind of member; interfaces are the only members there are.
+// The name of such a mapping for any kind of member; interfaces are the only kind there is.
 using MemberToGroup = IntfMaintenance::IntfToGroup;
 
 }  // namespace Maintenance

@@ -39,7 +39,7 @@ struct IntfRates {
    KEL_VALUE_END( IntfRates )
 };
 
-// The Ethernet interfaces' side of link aggregation. Mounted so that it is there; nothing in it is read.
+// The Ethernet interfaces' side of link aggregation. It exists because it is mounted; nobody reads anything in it.
 class EthLagIntfConfigDir final : public Kel::Entity {
    KEL_ENTITY( EthLagIntfConfigDir, "Interface::EthLagIntfConfigDir", Kel::Name, dirName )
    KEL_ENTITY_END

@@ -51,12 +51,12 @@ class IntfId {
    // The empty id, which stands for no interface. Its name is empty and its kind other.
    IntfId() = default;
    explicit IntfId( std::string_view name );
-   // The id of a name that is interned already; none for any other, which nothing can bear.
+   // The id of a name that is interned already; none for any other name, which then nothing bears.
    [[nodiscard]] static std::optional<IntfId> known( std::string_view name );
-   // How many names are interned; that of the empty id counts.
+   // How many names are interned, that of the empty id included.
    [[nodiscard]] static std::size_t names();
 
-   // Gives a name its kind, whatever its form; from now on, also where the name was interned before. A VLAN interface
+   // Gives a name its kind, whatever its form. It holds from now on, also for ids that exist already. A VLAN interface
    // comes with its VLAN id.
    static IntfId declare( std::string_view name, IntfKind kind, uint16_t vlanId = 0 );
 
@@ -66,7 +66,7 @@ class IntfId {
    operator std::string_view() const { return name(); }  // reads as its name wherever a text is wanted
 
    [[nodiscard]] IntfKind kind() const { return facts_[number_].kind; }
-   // Of a sub-interface known by its name: the kind of the interface that it divides. Of all others: their kind.
+   // Of a sub-interface known by its name: the kind of the interface that it divides. Of all others: their own kind.
    [[nodiscard]] IntfKind baseKind() const { return facts_[number_].baseKind; }
 
    bool operator==( IntfId const & ) const = default;
@@ -86,7 +86,7 @@ class IntfId {
    uint32_t number_ = 0;
 };
 
-// A sub-interface passes the test of the interface that its name says it divides: ask for it first.
+// A sub-interface passes the test of the interface that its name says it divides: ask for sub-interfaces first.
 struct EthIntfId {
    [[nodiscard]] static bool isEthIntfId( IntfId id ) { return id.baseKind() == IntfKind::ethernet; }
 };

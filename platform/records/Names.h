@@ -12,7 +12,7 @@
 
 namespace Maintenance {
 
-// A unit goes into maintenance by an instance of the one stage class and comes out by an instance of the other.
+// A unit goes into maintenance by an instance of the first stage class and comes out by an instance of the second.
 inline constexpr std::string_view enterStageClass = "maintEnter";
 inline constexpr std::string_view exitStageClass = "maintExit";
 // The one stage that the rate monitor serves, in both classes.
@@ -42,7 +42,7 @@ inline constexpr std::string_view errdisableCauses = "interface/errdisable/cause
 inline constexpr std::string_view errdisableCauseGroups = "interface/errdisable/causegroup";
 inline constexpr std::string_view monIntfStatus = "maintenance/interface/status/ratemon";
 
-// Those of a stage class stand once per cell; the service runs in cell 0.
+// The directories of a stage class exist once per cell; the service runs in cell 0.
 [[nodiscard]] inline std::string ofStageClass( std::string_view before, std::string_view cls, std::string_view after ) {
    return Cell::path( std::string( before ).append( cls ).append( after ), 0 );
 }

@@ -1,5 +1,5 @@
-// The stage protocol between the stage manager and the agents that carry stages out. All but AgentStatus is the stage
-// manager's.
+// The stage protocol between the stage manager and the agents that carry stages out. All but AgentStatus is written by
+// the stage manager.
 #pragma once
 
 #include <compare>
@@ -29,7 +29,7 @@ class ProgressDir final : public Kel::Entity {
    KEL_ENTITY_END
 };
 
-// An instance that the stage manager knows. When it goes, agents take their marks of the instance back.
+// An instance that the stage manager knows. When the record goes, agents take back their marks of the instance.
 class CompletionStatus final : public Kel::Entity {
    KEL_ENTITY( CompletionStatus, "Stage::CompletionStatus", Kel::Name, instanceName )
    KEL_ENTITY_END

@@ -66,15 +66,15 @@ class StatusDir final : public Kel::Entity {
 // One maintenance generation of one unit. As the name of a stage instance: the unit, "#", the generation in decimal.
 class StageMgrInstKey {
  public:
-   // Throws Kel::InternalException for a name that is none.
+   // Throws Kel::InternalException for what is no such name.
    explicit StageMgrInstKey( Kel::Name const & instanceName ) { parse( instanceName ); }
    StageMgrInstKey( Kel::String8 const & unitName, uint32_t genId ) : unitName_( unitName ), genId_( genId ) {}
 
    [[nodiscard]] Kel::String8 const & unitName() const { return unitName_; }
    [[nodiscard]] uint32_t genId() const { return genId_; }
    [[nodiscard]] Kel::Name instanceName() const;
-   // The first "#" ends the unit's name; what follows the digits of the generation is not looked at. A name that is
-   // none throws Kel::InternalException and changes nothing.
+   // The first "#" ends the unit's name; what follows the digits of the generation is not looked at. Anything else
+   // throws Kel::InternalException and changes nothing.
    void instanceNameIs( Kel::Name const & instanceName );
 
  private:
