@@ -36,12 +36,14 @@ class PlotFile {
       check();
    }
    void write( std::string const & picture ) {
+      // Flushed before the check: a full disk shows only when the bytes are written.
       file_ << picture << std::flush;
       check();
    }
 
  private:
    void check() const {
+      // A stream that was never opened, as no picture is wanted, is in good order too.
       if( !file_ ) throw PlotError( name_ + " cannot be written: " + std::strerror( errno ) );
    }
 
@@ -53,8 +55,10 @@ int simulate( Options const & options, std::istream & lines ) {
    try {
       PlotFile plotFile( options.plot );
       Sim::World world( options.plugin, options.startTime );
+      // After the world, to which it refers, and so gone before it.
       std::optional<Report::History> history;
       if( options.summary || !options.plot.empty() ) history.emplace( world.state(), world.clock() );
+      // A temporary: a plug-in that still runs is taken down after the summary, and what it says then answers no line.
       Sim::Scenario( world, std::cout ).run( lines );
       if( options.summary ) std::cout << Report::summary( *history ) << std::flush;
       if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
@@ -87,6 +91,7 @@ int main( int argc, char ** argv ) {
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {
+      // CLI11 has exit statuses of its own for each kind of mistake; ours are three.
       return app.exit( error ) == 0 ? done : usage;
    }
    if( options.file.empty() ) return simulate( options, std::cin );

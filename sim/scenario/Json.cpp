@@ -10,10 +10,11 @@ namespace {
 
 using Kel::Value;
 
-// Builds the tree from the parser's events. The driver hands over one byte at a time, and so knows where each token
-// began.
+// Builds the tree from the parser's events. The parser tells of a token when it has ended and not where it began; it is
+// therefore fed one byte at a time, and this notes at which byte a token begins.
 class Builder {
  public:
+   // The parser asks for these four. The line is in memory already, so there is nothing to protect.
    static constexpr std::size_t max_object_size = SIZE_MAX;
    static constexpr std::size_t max_array_size = SIZE_MAX;
    static constexpr std::size_t max_key_size = SIZE_MAX;
@@ -23,6 +24,7 @@ class Builder {
 
    void positionIs( std::size_t position ) {
       position_ = position;
+      // What separates tokens begins none. A closing bracket is not a token either: nothing is reported at its column.
       bool const between =
          position < line_.size() && std::string_view( " \t\r\n,:]}" ).find( line_[position] ) != std::string_view::npos;
       if( !inToken_ && !between ) {
@@ -46,6 +48,7 @@ class Builder {
       gather( text );
       key_ = std::exchange( text_, "" );
       keyColumn_ = begin_ + 1;
+      // A key is not added to the tree, where tokens end otherwise.
       inToken_ = false;
       return true;
    }
@@ -56,11 +59,14 @@ class Builder {
    }
    bool on_number_part( Text, Error & ) { return true; }
    bool on_int64( std::int64_t n, Text, Error & ) {
+      // One form for each number: whatever is not negative is a uint64, as a key in a path, such as a VLAN's, is looked
+      // for.
       if( n < 0 ) return scalar( Value( Value::Content( n ) ) );
       return scalar( Value( Value::Content( static_cast<uint64_t>( n ) ) ) );
    }
    bool on_uint64( std::uint64_t n, Text, Error & ) { return scalar( Value( Value::Content( n ) ) ); }
-   // From the text itself: the parser's own conversion may be off in the last place.
+   // From the text itself: the parser's own conversion may be off in the last place, and a scenario must read back what
+   // it printed.
    bool on_double( double, Text, Error & ) {
       double exact = 0;
       auto const [end, error] = std::from_chars( line_.data() + begin_, line_.data() + line_.size(), exact );
@@ -89,7 +95,7 @@ class Builder {
       open_.pop_back();
       return true;
    }
-   // Only the innermost open object or list grows, so the addresses of those around it stay.
+   // Only the innermost open object or list grows, so the addresses of those around it stay good.
    Json & add( Json json ) {
       inToken_ = false;
       if( open_.empty() ) return root_ = std::move( json );
@@ -147,10 +153,13 @@ Json parseJson( std::string_view line ) {
    std::size_t position = 0;
    for( ; position < line.size() && !error; ++position ) {
       parser.handler().positionIs( position );
+      // A byte that the parser leaves, without an error, stands behind a document that is complete.
       bool const taken = parser.write_some( true, line.data() + position, 1, error ) == 1;
       if( !taken && !error ) throw LineError( position + 1, "this is no JSON: the object has ended before" );
    }
+   // The loop has already gone one byte on, which makes of the position, counted from 0, the column, counted from 1.
    if( error ) throw LineError( position, "this is no JSON: " + error.message() );
+   // Told that nothing more comes, the parser reports a number at the end, or that the line breaks off.
    parser.handler().positionIs( line.size() );
    parser.write_some( false, "", 0, error );
    if( error ) throw LineError( line.size() + 1, "this is no JSON: " + error.message() );

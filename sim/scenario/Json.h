@@ -15,7 +15,7 @@
 
 namespace Sim {
 
-// What is wrong with a line, and from which column on, counted in bytes from 1.
+// What is wrong with a line, and at which column: in bytes, from 1.
 class LineError : public std::runtime_error {
  public:
    LineError( std::size_t column, std::string const & what ) : std::runtime_error( what ), column_( column ) {}

@@ -24,7 +24,8 @@ Value list( std::vector<std::string> const & texts ) {
    return Value( Value::Content( std::move( values ) ) );
 }
 
-// Runs what reads or writes records; what they refuse is an error of the line.
+// Runs what reads or writes records, which know nothing of lines: what they refuse is an error of the line, at this
+// column.
 template<class Do>
 auto atColumn( std::size_t column, Do const & act ) {
    try {
@@ -36,7 +37,7 @@ auto atColumn( std::size_t column, Do const & act ) {
    }
 }
 
-// A number in a path, such as a VLAN's, is the text of a key.
+// A number in a path, such as a VLAN's, is the text of a key. A negative or fractional one is no key of any record.
 Dovra::StateComponents components( Json const & path ) {
    Dovra::StateComponents texts;
    for( Json const & component : path.list( "a path, a list of names," ) ) {
@@ -74,6 +75,7 @@ Direction direction( std::string const & name, Json const & at ) {
 std::set<int> levels( Json const & list, std::set<int> const & known ) {
    std::set<int> found;
    for( Json const & element : list.list( "a list of levels" ) ) {
+      // 31 only keeps the number within an int; which levels there are is asked below.
       auto const level = atColumn( element.column, [&] { return Kel::unsignedFromValue( element.value(), 31 ); } );
       if( !known.contains( static_cast<int>( level ) ) ) {
          throw LineError( element.column, "there is no level " + std::to_string( level ) );
@@ -97,6 +99,7 @@ Scenario::Scenario( World & world, std::ostream & out )
      watches_( *world.database(), [this]( Dovra::StateComponents const & path, Value const & value ) {
         print( { { "change", list( path ) }, { "value", value } } );
      } ) {
+   // The sinks are the process's and outlast this, so the destructor takes them back.
    Kel::logSinkIs( [this]( Kel::LogRecord const & record ) {
       print( { { "log", Kel::value( record.handle.name() ) },
                { "severity", Kel::value( static_cast<uint32_t>( record.handle.severity() ) ) },
@@ -130,10 +133,12 @@ void Scenario::run( std::istream & lines ) {
 
 void Scenario::line( std::string_view text ) {
    std::size_t const first = text.find_first_not_of( " \t\r" );
+   // Comments are for people and no part of JSON, so they are gone before the parser sees the line.
    if( first == std::string_view::npos || text[first] == '#' ) return;
    Json const json = parseJson( text );
    Verb const v = verb( json );
    if( v.name == "advance" ) {
+      // Not in a turn, as it makes turns of its own and these do not nest.
       advance( *v.argument );
    } else {
       world_.inTurn( [&] { execute( json ); } );
@@ -144,6 +149,7 @@ Scenario::Verb Scenario::verb( Json const & line ) {
    auto const & members = line.object( "an object" );
    if( members.empty() ) throw LineError( line.column, "this object says nothing to do" );
    auto const & [name, argument] = members.front();
+   // The members of an object have no order, so "to" may stand first; no other line has two members.
    bool const sets = name == "set" || name == "to";
    if( sets && !line.member( "to" ) ) throw LineError( line.column, "\"set\" needs a \"to\"" );
    if( sets && !line.member( "set" ) ) throw LineError( line.column, "\"to\" needs a \"set\"" );
@@ -156,6 +162,7 @@ Scenario::Verb Scenario::verb( Json const & line ) {
 }
 
 void Scenario::execute( Json const & line ) {
+   // "set" and "advance" are missing: one has two arguments, the other is not for a turn.
    static std::map<std::string_view, Act> const acts{
       { "delete", &Scenario::del },      { "get", &Scenario::get },     { "counters", &Scenario::counters },
       { "traffic", &Scenario::traffic }, { "start", &Scenario::start }, { "stop", &Scenario::stop },
@@ -190,12 +197,15 @@ void Scenario::get( Json const & path ) {
 void Scenario::counters( Json const & byIntf ) {
    for( auto const & [name, directions] : byIntf.object( "an object of interfaces" ) ) {
       if( directions.value().isNull() ) {
+         // An invented name that is only to go must not be interned for the life of the process.
          if( auto const known = Lumo::IntfId::known( name ) ) world_.counters().del( *known );
          continue;
       }
       Lumo::IntfId const intf( name );
+      // Also for an object that names no direction: it asks for counters that stand at 0.
       atColumn( directions.column, [&] { world_.counters().intfIs( intf ); } );
       for( auto const & [way, octets] : directions.object( "an object of directions" ) ) {
+         // The number is captured under a name of its own because clang 14 captures no structured binding.
          auto const number = atColumn(
             octets.column, [&json = octets] { return Kel::ValueTraits<Brim::MaybeU63>::fromValue( json.value() ); } );
          world_.counters().octetsIs( intf, direction( way, octets ), number );
@@ -214,6 +224,7 @@ void Scenario::traffic( Json const & byIntf ) {
 }
 
 void Scenario::needsRunning( Json const & argument, bool running ) const {
+   // What is in the object does not matter; a list or a number in its place is a mistake worth a word.
    static_cast<void>( argument.object( "{}" ) );
    if( world_.running() == running ) return;
    throw LineError( argument.column, running ? "the plug-in is not started" : "the plug-in is started already" );
@@ -234,13 +245,16 @@ void Scenario::crash( Json const & nothing ) {
    world_.crash();
 }
 
+// Bounded by what is left of the clock, so that many steps come no further than one.
 void Scenario::advance( Json const & seconds ) { world_.advance( amount( seconds, "time", clockEnd - world_.now() ) ); }
 
 void Scenario::batch( Json const & lines ) {
+   // No turn of its own: the line has one, and deferred work waits for its end.
    for( Json const & line : lines.list( "a list of lines" ) ) execute( line );
 }
 
 void Scenario::dump( Json const & nothing ) {
+   // Unlike the others it does not need a plug-in that runs: an empty text says that none does.
    static_cast<void>( nothing.object( "{}" ) );
    print( { { "dump", Kel::value( world_.dump() ) } } );
 }
@@ -257,6 +271,7 @@ void Scenario::trace( Json const & list ) {
 
 void Scenario::ring( Json const & list ) {
    ringLevels_ = levels( list, { 0, 1, 3, 4, 8 } );
+   // Without a tap no message is formatted; with one all are, also those that nobody asked for.
    if( ringLevels_.empty() ) return Brisklog::tapIs( {} );
    Brisklog::tapIs( [this]( Brisklog::Message const & message ) {
       if( ringLevels_.contains( message.level ) ) printRing( message.level, message.text );
@@ -269,6 +284,7 @@ void Scenario::printRing( int level, std::string const & text ) {
 
 void Scenario::print( Value::Object members ) {
    members.insert( members.begin(), { "t", Kel::value( world_.now() ) } );
+   // Flushed line by line: a program at the other end of a pipe waits for the answer before it writes the next line.
    out_ << Kel::toJson( Kel::value( std::move( members ) ) ) << std::endl;
 }
 

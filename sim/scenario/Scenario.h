@@ -8,7 +8,7 @@
 //
 // docs/maintsim.md describes them all. Each line is one turn of the loop, which then runs until nothing is due at the
 // present time. Every answer is one JSON object with "t", the virtual time, written and flushed at once; messages for
-// the system log are printed always.
+// the system log are always printed.
 #pragma once
 
 #include <iosfwd>

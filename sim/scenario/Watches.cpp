@@ -16,7 +16,7 @@ std::string withoutCell( std::string const & path ) {
 }
 
 // A path as it is reported: the mounted path, names and keys, one component each. What is below an entry that is still
-// absent is taken as it was written.
+// absent is taken as it was written, since nothing can say yet where its keys end.
 StateComponents normalised( Dovra::EntityManager const & database, StateComponents const & path ) {
    StateComponents place = Dovra::statePlace( database, path ).components;
    place.front() = withoutCell( place.front() );
@@ -25,6 +25,7 @@ StateComponents normalised( Dovra::EntityManager const & database, StateComponen
       for( ; begin != end; ++begin ) text += "/" + *begin;
       return withoutCell( text.substr( 1 ) );
    };
+   // Written components may be joined or apart, so those that the place has used up are found by their text.
    std::string const found = joined( place.begin(), place.end() );
    auto last = path.begin();
    while( last != path.end() && joined( path.begin(), last + 1 ) != found ) ++last;
@@ -67,6 +68,7 @@ class Watches::Follower final : public Kel::Watcher {
 
    void followChild( Kel::AttributeInfo const & attribute, std::string const & key ) {
       auto const name = std::make_pair( attribute.name(), key );
+      // Always: the entry may be gone, or another entity may have taken its place under the same key.
       below_.erase( name );
       auto const child = attribute.child( *entity_, key );
       if( child ) below_.emplace( name, std::make_unique<Follower>( owner_, child, place( attribute, &key ) ) );
@@ -86,6 +88,7 @@ Watches::~Watches() = default;
 void Watches::watch( StateComponents const & path ) {
    std::string const mounted = Dovra::statePlace( database_, path ).components.front();
    watched_.push_back( normalised( database_, path ) );
+   // One follower for a mounted directory however many paths are watched in it, so that a change is reported once.
    auto & follower = followers_[mounted];
    if( follower ) return;
    follower =

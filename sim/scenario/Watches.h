@@ -1,9 +1,9 @@
 // Follows records by path and reports every change at or below the paths that are watched, in the order in which they
 // happen.
 //
-// A mounted directory of which something is watched is followed whole, by watchers on each of its entities that come
-// and go with them. A change is reported once, however many of the watched paths it is below. It is reported before the
-// plug-in's handlers hear of it, so what they then change comes after it.
+// A mounted directory of which something is watched is followed whole, by a watcher on each of its entities that comes
+// and goes with it. A change is reported once, however many of the watched paths it is below. It is reported before the
+// plug-in's handlers hear of it, so what they change in answer comes after it.
 #pragma once
 
 #include <functional>
@@ -25,8 +25,8 @@ class Watches {
    Watches( Dovra::EntityManager const & database, Report report );
    ~Watches();
 
-   // What is there is not reported. Throws Kel::AttributeError for a path that leads nowhere; absent entries may still
-   // come.
+   // What is there already is not reported. Throws Kel::AttributeError for a path that leads nowhere; entries that are
+   // absent may still come.
    void watch( Dovra::StateComponents const & path );
 
  private:

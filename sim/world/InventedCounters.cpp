@@ -8,16 +8,20 @@ namespace Sim {
 
 Brim::MaybeU63 InventedCounters::Flow::now() const {
    if( !octets.hasValue() || bitsPerSecond == 0 ) return octets;
+   // Always from the last change and never added up sample by sample, so no rounding gathers and the order of reads
+   // does not matter.
    double const grown = std::floor( bitsPerSecond * ( Kel::now() - since ) / 8 );
    // A counter that runs over starts again at 0. Where even the growth is more than a counter holds, only its rest
-   // counts.
+   // counts, which also keeps the cast within what it is defined for.
    return octets.value() + static_cast<uint64_t>( std::fmod( grown, 0x1p63 ) );
 }
 
 void InventedCounters::intfIs( Lumo::IntfId intf ) {
    if( flows_.contains( intf ) ) return;
+   // First, as it throws when the table is full.
    writer_.rowIs( intf );
    flows_.emplace( intf, Flows{} );
+   // At once: whoever looks into the table itself, and not through a reader, causes no refresh.
    write( intf );
 }
 
@@ -29,6 +33,7 @@ InventedCounters::Flow & InventedCounters::flow( Lumo::IntfId intf, Direction di
 
 void InventedCounters::octetsIs( Lumo::IntfId intf, Direction direction, Brim::MaybeU63 octets ) {
    Flow & f = flow( intf, direction );
+   // The rate stays: a scenario sets a counter back to see what the plug-in makes of a restart under traffic.
    f.octets = octets;
    f.since = Kel::now();
    write( intf );
@@ -36,11 +41,13 @@ void InventedCounters::octetsIs( Lumo::IntfId intf, Direction direction, Brim::M
 
 void InventedCounters::bitsPerSecondIs( Lumo::IntfId intf, Direction direction, double bitsPerSecond ) {
    Flow & f = flow( intf, direction );
+   // What the old rate has counted so far is kept.
    f = Flow{ f.now(), bitsPerSecond, Kel::now() };
    write( intf );
 }
 
 void InventedCounters::del( Lumo::IntfId intf ) {
+   // Erased first: readers hear of the row, and a refresh in answer must not write to one that is gone.
    if( flows_.erase( intf ) != 0 ) writer_.rowDel( intf );
 }
 
@@ -49,6 +56,7 @@ void InventedCounters::refresh() {
 }
 
 void InventedCounters::write( Lumo::IntfId intf ) {
+   // Both directions and the time in one write, as the kernel's are: a row is one snapshot.
    Flows const & flows = flows_[intf];
    writer_.countersIs( intf, { flows.in.now(), flows.out.now(), Kel::now() } );
 }

@@ -1,8 +1,9 @@
 // The octet counters of interfaces that do not exist: set to a value, or growing at a rate from a moment on.
 //
 // Written to the counter table when the plug-in reads it, as the agent does with the kernel's. A rate goes on when a
-// counter is set, and starts from what the counter then says: octets = those at that moment + floor( bit/s * elapsed /
-// 8 ).
+// counter is set, and starts from what the counter then says:
+//
+//    octets = octets at that moment + floor( bit/s * seconds since / 8 )
 #pragma once
 
 #include <map>
@@ -20,7 +21,7 @@ class InventedCounters {
    // The writer outlives this.
    explicit InventedCounters( KelQuill::CounterWriter & writer ) : writer_( writer ) {}
 
-   // From now on the interface has counters, both at 0; a second time changes nothing. The two below imply it.
+   // From now on the interface has counters, both at 0; a second call changes nothing. The two below imply it.
    void intfIs( Lumo::IntfId intf );
    // None: the counter has no value.
    void octetsIs( Lumo::IntfId intf, Direction direction, Brim::MaybeU63 octets );

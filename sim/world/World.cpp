@@ -10,10 +10,13 @@ namespace {
 
 // What crashed plug-ins left behind, kept so that no destructor of theirs ever runs.
 std::vector<Kel::Ptr<Kel::Dir>> & graveyard() {
+   // Reachable for ever, so that the leak checker knows that it is meant.
    static auto * const dirs = new std::vector<Kel::Ptr<Kel::Dir>>;
    return *dirs;
 }
 
+// Of the entity and all below it. Watchers stay: what follows the records belongs to the simulator, which did not
+// crash.
 void forgetReactors( Kel::Entity const & e ) {
    e.reactorsForget();
    for( auto const & attribute : e.kelTypeInfo().attributes() ) {
@@ -33,7 +36,9 @@ World::World( std::string const & plugin, double startTime, double clockStep )
      counters_( writer_ ),
      quill_( new KelQuill::EntityManager( writer_.table() ) ),
      pluginDir_( new Kel::Dir( "plugins" ) ) {
+   // A crashed plug-in may keep the manager beyond this world, but nothing of it runs that could call the refresher.
    quill_->refresherIs( [this] { counters_.refresh(); } );
+   // Last: it throws, and all members are then there to be taken down.
    Maintenance::DefaultPluginLoader().load( plugin );
 }
 
@@ -43,12 +48,14 @@ World::~World() {
 
 void World::inTurn( Kel::ActivityLoop::Work const & work ) {
    loop_.turn( work );
+   // The turn may have asked for work at the present time, which waits for a turn of its own.
    loop_.runUntil( *clock_, now() );
 }
 
 void World::advance( double seconds ) {
    loop_.runUntil( *clock_, now() + seconds );
-   inTurn( {} );  // whoever asks for the time of the turn from outside now gets the present time
+   // The last turn may be long past; whoever asks for its time from outside is to get the present one.
+   inTurn( {} );
 }
 
 void World::start() {
@@ -59,12 +66,14 @@ void World::start() {
 
 void World::stop() {
    KEL_ASSERT( running() );
+   // Before the context, which outlives all that is made in it.
    pluginDir_->entityDelAll();
    context_ = nullptr;
 }
 
 void World::crash() {
    KEL_ASSERT( running() );
+   // Nothing runs between here and the end, so no handler sees the half-forgotten state.
    loop_.forgetAll();
    for( std::string const & path : database_->paths() ) forgetReactors( *database_->getEntity( path ) );
    graveyard().push_back( pluginDir_ );

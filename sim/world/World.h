@@ -41,13 +41,14 @@ class World {
    // Runs what is due until the clock has moved on by `seconds`, which are not negative.
    void advance( double seconds );
 
-   // The plug-in's life; within a turn its mounts complete after it. Not started twice, not ended unless started.
+   // The plug-in's life. Started within a turn, its mounts complete in a later one. Not started twice, not ended unless
+   // started.
    [[nodiscard]] bool running() const { return context_ != nullptr; }
    void start();
    // Takes it down in order.
    void stop();
-   // It is gone from one moment to the next: no teardown, no timer, no handler of it ever runs again. The records stay
-   // as they are. Its memory stays taken, as nothing of it may run to give it back.
+   // The plug-in is gone from one moment to the next: no teardown, timer or handler of it ever runs again. The records
+   // stay as they are. Its memory stays taken, as none of its code may run to give it back.
    void crash();
    // What the plug-in prints of itself; empty when it does not run.
    [[nodiscard]] std::string dump();
