@@ -31,6 +31,8 @@ std::vector<UnitHistory::Pass> UnitHistory::passes() const {
       if( !open && underMaintenance( state ) ) found.push_back( { since, {}, {} } );
    }
    for( Pass & pass : found ) {
+      // The marks come in the order of time, so the first one at or after the beginning is this pass's, if it comes at
+      // all before the unit left. A mark in the very turn of leaving counts.
       auto const mark = std::lower_bound( completed.begin(), completed.end(), pass.began );
       if( mark != completed.end() && ( !pass.left || *mark <= *pass.left ) ) pass.completed = *mark;
    }
@@ -56,11 +58,14 @@ class History::Ear final : public Kel::Watcher {
    Hear const hear_;
 };
 
-// Follows one record of the rate monitor. A sample is its rates first and then its counters.
+// Follows one record of the rate monitor. Of one sample the rates are written first, then the counts, then the state
+// that follows from them; what is judged below at a count or a state is about the rates heard last.
 class History::IntfEar final : public Kel::Watcher {
  public:
    IntfEar( History const & owner, IntfHistory & history, Kel::Ptr<Maintenance::MonIntfStatus> const & record )
       : owner_( owner ), history_( history ), record_( record ), sampledUntil_( owner.now() ) {
+      // Added: monitoring an interface anew makes a new record, which counts from 0, and a record that is set whole
+      // arrives with a count.
       history_.samples += record_->totalSamples();
       handleProfile();
       handleState();
@@ -80,9 +85,10 @@ class History::IntfEar final : public Kel::Watcher {
    }
 
  private:
-   // No time has passed where monitoring just began: what is published then is only the starting point.
+   // Where no time has passed, monitoring has just begun: what is published then is only the starting point.
    void handleRates() {
       if( sampledUntil_ == owner_.now() ) return;
+      // The record tells when another profile is in force, but not when the one in force was edited.
       handleProfile();
       history_.lastRates = record_->curRates();
       auto const & rates = history_.lastRates;
@@ -91,13 +97,14 @@ class History::IntfEar final : public Kel::Watcher {
    }
 
    void handleAbove() {
+      // A spike is marked at its sample. Without one there is no place for it in a picture.
       if( spiking_ || history_.rates.empty() ) return;
       spiking_ = true;
       ++history_.spikes;
       history_.rates.spikeIs();
    }
 
-   // A profile that is not there any more goes on to hold for those who have it.
+   // A deleted profile stays in force for those who have it, so the threshold stays as it was.
    void handleProfile() {
       auto const profile = owner_.state_.profiles->config( record_->profileName() );
       if( profile ) history_.threshold.is( owner_.now(), profile->thresholdBitsRate() );
@@ -106,12 +113,14 @@ class History::IntfEar final : public Kel::Watcher {
    void handleState() {
       bool const waited = !history_.states.empty() && history_.states.latest() == MonIntfState::thresholdMonitoring;
       history_.states.is( owner_.now(), record_->state() );
+      // It waits again, so that an earlier drain is no longer the answer.
       if( record_->state() == MonIntfState::thresholdMonitoring ) history_.drainedIn.reset();
       if( !waited || record_->state() != MonIntfState::passiveMonitoring || !drained() ) return;
       history_.drainedIn = owner_.now() - record_->startTime();
    }
 
-   // Otherwise the interface was taken down because it had waited too long. No record says which of the two it was.
+   // Otherwise the interface was taken down because it had waited too long. No record says which of the two it was, so
+   // it is judged as the rate monitor judges, by what it has just published.
    [[nodiscard]] bool drained() const {
       auto const profile = owner_.state_.profiles->config( record_->profileName() );
       if( !profile ) return false;
@@ -135,6 +144,8 @@ History::History( Maintenance::MaintenanceState const & state, Kel::Clock const 
         std::make_unique<Ear>( state.unitStatus, [this]( auto const &, auto const & key ) { handleUnit( key ); } ) ),
      intfDirEar_( std::make_unique<Ear>( state.monIntfStatus,
                                          [this]( auto const & attribute, auto const & key ) {
+                                            // The directory's sets of interfaces change too, and have keys of the same
+                                            // form.
                                             if( attribute == "monIntfStatus" ) handleIntf( Lumo::IntfId( key ) );
                                          } ) ),
      causeDirEar_( std::make_unique<Ear>( state.errdisableCauses,
@@ -150,8 +161,10 @@ void History::handleUnit( Kel::Name const & unit ) {
    auto const record = state_.unitStatus->status( unit );
    UnitHistory & history = units_[unit];
    history.states.is( now(), record ? record->state() : UnitState::unknown );
+   // Also when a record took the place of another: the ear holds on to the one that it was made for.
    unitEars_.erase( unit );
    if( !record ) return;
+   // References stay good: nothing is ever taken out of units_, and the ear that holds the record holds this as well.
    auto const hear = [this, &history, status = record.get()]( auto const & attribute, auto const & ) {
       if( attribute == "state" ) history.states.is( now(), status->state() );
    };
@@ -165,11 +178,13 @@ void History::handleIntf( Lumo::IntfId intf ) {
    if( record ) {
       intfEars_.emplace( intf, std::make_unique<IntfEar>( *this, history, record ) );
    } else {
+      // The history stays when the record goes; a report is about the whole run.
       history.states.is( now(), MonIntfState::notMonitoring );
    }
 }
 
 void History::handleCause( Kel::Name const & cause ) {
+   // Others may hold interfaces down for causes of their own, which is not ours to report.
    if( cause != shutdownCause ) return;
    shutdownEar_ = nullptr;
    auto const entity = state_.errdisableCauses->entityRef( cause );
@@ -180,12 +195,14 @@ void History::handleCause( Kel::Name const & cause ) {
 }
 
 void History::handleShutdown( Lumo::IntfId intf ) {
+   // Asked again: the ear says that an entry has changed and not whether it came or went.
    auto const entity = state_.errdisableCauses->entityRef( shutdownCause );
    auto const cause = Kel::dynamicPtrCast<Errdisable::CauseStatus>( entity );
    intfs_[intf].shutDown.is( now(), cause && cause->intfStatus( intf ) );
 }
 
 void History::handleCompletion( Stage::AgentStatusKey const & key ) {
+   // Present means present with the value true; a mark that is taken back is no report either.
    bool const * const complete = state_.enter.agentStatus->complete( key );
    if( key.stage != rateMonitor || !complete || !*complete ) return;
    try {

@@ -1,8 +1,8 @@
 // What happened to the units and interfaces of one state database, kept for a summary or a picture after the run.
 //
-// It hears of the records through watchers, which also a crash of the plug-in leaves in place, and changes nothing. A
+// It hears of the records through watchers, which even a crash of the plug-in leaves in place, and changes nothing. A
 // unit or an interface is in it from its first record on and stays, with all it has been through, when the record goes.
-// Made before the run, and only where somebody asks for a report: what nobody attaches costs nothing.
+// Made before the run, and only when somebody asks for a report, so that a run without one costs nothing.
 #pragma once
 
 #include <map>

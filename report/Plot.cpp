@@ -114,6 +114,7 @@ struct Layout {
         intfs( static_cast<double>( history.intfs().size() ) ) {}
 
    double units, intfs;
+   // Together about a screen high. Below 24 pixels a name could not be read, so a picture of many lanes is longer.
    double intfLaneHeight = intfs == 0 ? 0 : std::clamp( std::floor( 860 / intfs ), 24.0, 130.0 );
    double gap = intfLaneHeight < roomyLane ? 3 : 8;
    double intfsTop = top + units * ( unitLaneHeight + 4 ) + 8;
@@ -129,11 +130,13 @@ class Picture {
    explicit Picture( History const & history )
       : history_( history ),
         layout_( history ),
+        // The lanes end 66 pixels before the edge: there the scale of rates has its texts.
         time_( history.began(), history.now(), nameColumnWidth( history ), pictureWidth - 66 ),
         rates_( highestRate( history ) ),
         svg_( pictureWidth, layout_.height, head ) {}
 
    std::string draw() {
+      // A background of its own, as a viewer may have a dark one.
       svg_.rect( "paper", { 0, 0, pictureWidth, layout_.height } );
       drawTitle();
       double lane = 0;
@@ -164,15 +167,18 @@ class Picture {
 
    void band( char const * cls, double from, double to, double top, double height, std::string const & tip ) {
       double const left = time_.x( from ), width = time_.x( to ) - left;
+      // Lengths are written in tenths of a pixel: it would come out as 0.
       if( width < 0.05 ) return;
       svg_.rect( std::string( "band " ) + cls, { left, top, width, height }, tip + ", " + spanText( from, to ) );
    }
 
    // At the beginning of a band, or behind a mark that stands there; not where there is no room.
    void words( double from, double to, double y, char const * text, std::vector<double> const & marks ) {
+      // Estimated, since only the viewer knows the font.
       double const needed = smallDigitWidth * static_cast<double>( columns( text ) );
       double left = time_.x( from ) + 6;
       for( double const mark : marks ) {
+         // A mark is 14 pixels wide and stands on its moment. Marks come in the order of time, so one pass is enough.
          if( time_.x( mark ) + 12 > left && time_.x( mark ) - 10 < left + needed ) left = time_.x( mark ) + 12;
       }
       if( left + needed < time_.x( to ) ) svg_.text( "small", left, y, text );
@@ -184,6 +190,7 @@ class Picture {
          band( enumName( state ), from, to, top, unitLaneHeight, name + ": " + stateText( state ) );
          words( from, to, top + 15, stateText( state ), unit.completed );
       } );
+      // What is drawn later lies on top: the frame over the bands, the marks over the frame.
       svg_.rect( "frame", { time_.left(), top, time_.right() - time_.left(), unitLaneHeight } );
       for( double const at : unit.completed ) drawCompletion( name, at, top + unitLaneHeight / 2 );
    }
@@ -193,7 +200,8 @@ class Picture {
       svg_.path( "complete", diamond, name + ": complete at " + numberText( at, 3 ) + " s" );
    }
 
-   // The place of a rate within the lane whose top is given.
+   // The place of a rate within the lane whose top is given. A few pixels stay free at both ends, so that a stroke at 0
+   // or at the top does not lie on the frame.
    [[nodiscard]] double y( double bits, double top ) const {
       return top + layout_.intfLaneHeight - 3 - rates_.share( bits ) * ( layout_.intfLaneHeight - 7 );
    }
@@ -201,6 +209,7 @@ class Picture {
 
    void drawIntf( std::string const & name, IntfHistory const & intf, double top ) {
       double const height = layout_.intfLaneHeight, width = time_.right() - time_.left();
+      // From the ground up: what is drawn later lies on top, so bands come before curves, and spikes over everything.
       svg_.rect( "idle", { time_.left(), top, width, height } );
       drawName( name, top + ( roomy() ? 17 : height / 2 + 4 ) );
       intf.states.eachUntil( history_.now(), [&]( double from, double to, MonIntfState state ) {
@@ -245,7 +254,8 @@ class Picture {
       }
    }
 
-   // Only while it decides something, which is while the interface is monitored.
+   // Only while it decides something, which is while the interface is monitored. Profiles may change within such a
+   // time, so each stretch is cut to where both hold.
    void drawThreshold( IntfHistory const & intf, double top ) {
       intf.states.eachUntil( history_.now(), [&]( double from, double to, MonIntfState state ) {
          if( state == MonIntfState::notMonitoring ) return;
@@ -261,11 +271,14 @@ class Picture {
    void drawCurve( char const * cls, IntfHistory const & intf, double RateBucket::*bits, double top ) {
       if( intf.rates.empty() ) return;
       std::string commands, level;
+      // No time is before 0, so the first bucket begins a curve.
       double end = -1;
       auto const drawToEnd = [&] { commands += " H" + Svg::length( time_.x( end ) ); };
       for( RateBucket const & bucket : intf.rates.buckets() ) {
          std::string const place = Svg::length( y( bucket.*bits, top ) );
+         // Compared exactly: a sample tells of the time since the one before, and has its very number.
          bool const begins = bucket.from > end;
+         // Levels are compared as they are written, so an even rate is one stroke and not thousands.
          if( !commands.empty() && ( begins || place != level ) ) drawToEnd();
          if( begins ) {
             commands += " M" + Svg::length( time_.x( bucket.from ) ) + "," + place;
@@ -276,6 +289,7 @@ class Picture {
          end = bucket.to;
       }
       drawToEnd();
+      // Without the blank before the first command.
       svg_.path( cls, commands.substr( 1 ) );
    }
 

@@ -1,7 +1,7 @@
 // The rates of one interface over a run of any length, in memory that does not grow with it.
 //
 // Samples that fall into one cell of time share a bucket, which keeps the highest rates. When all buckets are taken,
-// cells become twice as wide and neighbours are merged: no maximum and no spike is ever lost, only when exactly it was.
+// cells become twice as wide and neighbours are merged: no maximum and no spike is ever lost, only its exact time.
 #pragma once
 
 #include <cstddef>
@@ -22,13 +22,13 @@ class RateBuckets {
 
    explicit RateBuckets( std::size_t capacity = enoughForAPicture ) : capacity_( capacity ) {}
 
-   // Taken at `to`, it tells of the time since `from`. Samples come in the order of time.
+   // A sample that was taken at `to` and tells of the time since `from`. Samples come in the order of time.
    void sampleIs( double from, double to, double inBits, double outBits );
-   // With the latest sample a spike began. There was one.
+   // A spike began with the latest sample, which there must be.
    void spikeIs() { ++buckets_.back().spikes; }
 
    [[nodiscard]] bool empty() const { return buckets_.empty(); }
-   // In the order of time. One that begins later than the one before it ended follows a time without samples.
+   // In the order of time. A bucket that begins later than the one before it ended follows a time without samples.
    [[nodiscard]] std::vector<RateBucket> const & buckets() const { return buckets_; }
    [[nodiscard]] double cellSeconds() const { return cellSeconds_; }
 

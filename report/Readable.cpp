@@ -9,6 +9,7 @@ namespace Report {
 
 namespace {
 
+// In UTF-8 every byte of a character but its first is 10xxxxxx.
 bool beginsCharacter( char byte ) { return ( static_cast<unsigned char>( byte ) & 0xc0 ) != 0x80; }
 
 // The byte at which the character of that number begins, the size for the one after the last.
@@ -22,9 +23,11 @@ std::size_t byteOf( std::string_view text, std::size_t character ) {
 }  // namespace
 
 std::string numberText( double value, int decimals ) {
+   // The largest double has 309 digits before the point.
    std::array<char, 400> digits{};
    int const length = std::snprintf( digits.data(), digits.size(), "%.*f", decimals, value );
    std::string text( digits.data(), static_cast<std::size_t>( std::max( length, 0 ) ) );
+   // The zeros of 100 count.
    if( text.find( '.' ) == std::string::npos ) return text;
    text.erase( text.find_last_not_of( '0' ) + 1 );
    if( text.back() == '.' ) text.pop_back();
@@ -47,11 +50,13 @@ std::string durationText( double seconds ) {
       double seconds;
    };
    static constexpr std::array<Unit, 4> units{ { { "d", 86400 }, { "h", 3600 }, { "min", 60 }, { "s", 1 } } };
+   // Rounded before it is taken apart: 3599.7 s is an hour.
    double const whole = std::round( seconds );
    auto const * const large =
       std::find_if( units.begin(), units.end(), [&]( Unit const & u ) { return whole >= u.seconds; } );
    double const count = std::floor( whole / large->seconds );
    Unit const & small = *( large + 1 );  // there is one, as two minutes are more than a second
+   // Not rounded: 23 h 59.9 min must not become 23 h 60 min.
    double const rest = std::floor( ( whole - count * large->seconds ) / small.seconds );
    std::string const text = numberText( count, 0 ) + " " + large->name;
    return rest == 0 ? text : text + " " + numberText( rest, 0 ) + " " + small.name;
@@ -64,6 +69,7 @@ std::size_t columns( std::string_view text ) {
 std::string clipped( std::string_view text, std::size_t most ) {
    std::size_t const all = columns( text );
    if( all <= most ) return std::string( text );
+   // One column is for the ellipsis; where the rest is odd the beginning gets one more.
    std::size_t const atEnd = ( most - 1 ) / 2;
    std::string shorter( text.substr( 0, byteOf( text, most - 1 - atEnd ) ) );
    return shorter.append( "…" ).append( text.substr( byteOf( text, all - atEnd ) ) );

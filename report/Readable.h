@@ -6,11 +6,11 @@
 
 namespace Report {
 
-// At most so many decimals, without zeros at the end.
+// With at most so many decimals, and no zeros at their end.
 [[nodiscard]] std::string numberText( double value, int decimals );
 // Three digits and the unit that fits, as the configuration writes it: "93.4 kbps".
 [[nodiscard]] std::string rateText( double bitsPerSecond );
-// In the two largest units that it has: "90 s", "12 min 30 s", "2 h 5 min", "30 d".
+// In its two largest units: "90 s", "12 min 30 s", "2 h 5 min", "30 d".
 [[nodiscard]] std::string durationText( double seconds );
 
 // Of UTF-8, where each character is taken to be one column wide.

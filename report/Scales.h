@@ -14,7 +14,7 @@ class TimeScale {
    [[nodiscard]] double x( double time ) const { return left_ + ( time - from_ ) / span_ * ( right_ - left_ ); }
    [[nodiscard]] double left() const { return left_; }
    [[nodiscard]] double right() const { return right_; }
-   // Moments that are round when counted from the beginning, at least `apart` pixels from each other.
+   // Moments that are round when counted from the beginning, at least `apart` pixels apart.
    [[nodiscard]] std::vector<double> ticks( double apart ) const;
 
  private:
@@ -22,7 +22,7 @@ class TimeScale {
    double const left_, right_;  // pixels
 };
 
-// Rates on a scale that is linear around 0 and logarithmic from about 1 kbps on: 0 is a place of its own, and both
+// Rates on a scale that is linear around 0 and logarithmic from about 1 kbps on: 0 has a place of its own, and both
 // 100 kbps and 10 Gbps can be read.
 class RateScale {
  public:
@@ -31,7 +31,7 @@ class RateScale {
 
    [[nodiscard]] double share( double bits ) const;           // of the height: 0 for no traffic, 1 for the top
    [[nodiscard]] double topBits() const { return topBits_; }  // bit/s
-   // 0 and powers of ten, of which neighbours are `apart` (a share) or more from each other.
+   // 0 and powers of ten, neighbours at least `apart` (a share of the height) apart.
    [[nodiscard]] std::vector<double> ticks( double apart ) const;
 
  private:

@@ -33,6 +33,7 @@ class Table {
       for( auto const & row : rows_ ) {
          std::string line;
          for( std::size_t i = 0; i < row.size(); ++i ) line += ( i == 0 ? "" : "  " ) + padded( row[i], i );
+         // Blanks that pad the last column would only be noise in a diff of two summaries.
          lines += line.erase( line.find_last_not_of( ' ' ) + 1 ) + "\n";
       }
       return lines;
@@ -42,6 +43,7 @@ class Table {
    [[nodiscard]] std::string padded( std::string const & cell, std::size_t column ) const {
       std::size_t width = 0;
       for( auto const & row : rows_ ) width = std::max( width, columns( row[column] ) );
+      // Columns and not bytes: a name may have characters of several.
       std::string const blanks( width - columns( cell ), ' ' );
       return columns_[column].align == Align::left ? cell + blanks : blanks + cell;
    }
@@ -67,6 +69,8 @@ char const * stateText( IntfHistory const & intf ) {
 }
 
 std::string shutDownText( Steps<bool> const & shutDown ) {
+   // Steps alternate, so the one before an end is a beginning. An end that stands alone belongs to an entry of which
+   // nobody heard when it came: with its whole record, for one.
    auto const & steps = shutDown.all();
    if( steps.empty() ) return "no";
    std::string const latest = numberText( steps.back().since, 3 );
@@ -80,6 +84,7 @@ std::string unitTable( History const & history ) {
       { { "UNIT", left }, { "ENTERED", right }, { "COMPLETE", right }, { "TOOK", right }, { "LEFT", right } } );
    for( auto const & [name, unit] : history.units() ) {
       auto const passes = unit.passes();
+      // A unit that never entered has its line all the same: that it did not is an answer.
       if( passes.empty() ) table.add( { name.str(), nothing, nothing, nothing, nothing } );
       for( auto const & pass : passes ) {
          table.add( { name.str(), timeText( pass.began ), timeText( pass.completed ), tookText( pass ),
@@ -101,6 +106,7 @@ std::string intfTable( History const & history ) {
                   { "THRESHOLD", right },
                   { "SHUT DOWN", left } } );
    for( auto const & [id, intf] : history.intfs() ) {
+      // Unknown is not zero: without a sample there is no rate to show.
       bool const sampled = !intf.rates.empty();
       table.add( { std::string( id.name() ), stateText( intf ), std::to_string( intf.samples ),
                    intf.drainedIn ? durationText( *intf.drainedIn ) : nothing, std::to_string( intf.spikes ),

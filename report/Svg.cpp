@@ -12,6 +12,8 @@ std::string entity( char c ) {
       case '>': return "&gt;";
       case '&': return "&amp;";
       case '"': return "&quot;";
+      // XML 1.0 has no way to write most control characters. Bytes of UTF-8 beyond ASCII pass, which is why the char is
+      // looked at unsigned.
       default: return static_cast<unsigned char>( c ) < 0x20 ? "\uFFFD" : std::string( 1, c );
    }
 }
@@ -68,6 +70,7 @@ void Svg::text( std::string_view cls, double x, double y, std::string_view words
 
 std::string Svg::length( double pixels ) {
    std::string const text = numberText( pixels, 1 );
+   // Rounding may leave a minus without a number, and the same picture is to have the same bytes.
    return text == "-0" ? "0" : text;
 }
 
@@ -90,6 +93,7 @@ void Svg::close( std::string_view element, std::string_view tip ) {
       document_ += "/>\n";
       return;
    }
+   // An SVG title within the shape, as browsers show it; no script is needed.
    document_.append( "><title>" ).append( escaped( tip ) ).append( "</title></" ).append( element ).append( ">\n" );
 }
 

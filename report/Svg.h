@@ -1,4 +1,4 @@
-// Writes an SVG 1.1 document, shape by shape. How shapes look is said once, in the style sheet, by their class.
+// Writes an SVG 1.1 document, shape by shape. How shapes look is said once, in the style sheet, by class.
 //
 // Lengths are pixels, from the left and the top, in tenths. Text is escaped here and nowhere else.
 #pragma once
@@ -29,7 +29,7 @@ class Svg {
    [[nodiscard]] std::string document() const { return document_ + "</svg>\n"; }
 
    [[nodiscard]] static std::string length( double pixels );
-   // Fit to stand in text and attributes; a character that XML does not know becomes U+FFFD.
+   // Safe in text and attributes; a character that XML does not know becomes U+FFFD.
    [[nodiscard]] static std::string escaped( std::string_view text );
 
  private:
