@@ -26,7 +26,6 @@ void CodefBase::prepareToDie() {
 }
 
 void CodefBase::handleSlice() {
-   Kel::Ptr<CodefBase> const alive( this );
    // Read afresh: the time of the turn stands still however long a slice takes. Two of them, because the work may move
    // its startTime, and what it took is counted all the same.
    Kel::Seconds const began = clock_->now();

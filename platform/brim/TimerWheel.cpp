@@ -176,7 +176,6 @@ void TimerWheel::tidy() {
 }
 
 void TimerWheel::handleClock() {
-   Kel::Ptr<TimerWheel> const alive( this );
    // At least the tick that it was set for, whatever rounding makes of the time.
    uint64_t const target = std::max( wakeTick_, tickAt( Kel::now() ) );
    Delivery const delivery( *this );

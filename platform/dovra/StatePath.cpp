@@ -68,6 +68,7 @@ class Walk {
    bool mountedBelow( std::string_view prefix, std::string const & text, EntityManager const & database ) {
       std::string const full = std::string( prefix ) + text;
       std::string const path( database.mountedPrefix( full ) );
+      if( path.empty() ) return false;  // an empty first component is as long as no path at all
       for( std::size_t n = 1; n <= rest_.size(); ++n ) {
          // Both are beginnings of the same text, so equal lengths are enough to know that they are equal.
          if( prefix.size() + joined( rest_.first( n ) ).size() != path.size() ) continue;

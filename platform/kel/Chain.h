@@ -22,4 +22,6 @@ inline constexpr int maxAttributes = 40;
 #define KEL_LAST_LINK decltype( kelChain( ::Kel::Rank<::Kel::maxAttributes>{} ) )
 
 // Makes LINK, a complete nested type with a `kelRank`, the last one.
-#define KEL_LINK_IS( LINK ) static LINK kelChain( ::Kel::Rank<LINK::kelRank> );
+#define KEL_LINK_IS( LINK )                                \
+   static_assert( LINK::kelRank <= ::Kel::maxAttributes ); \
+   static LINK kelChain( ::Kel::Rank<LINK::kelRank> );

@@ -14,7 +14,6 @@
 #pragma once
 
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "kel/Dispatch.h"
@@ -74,13 +73,15 @@ class ReactorMap {
    template<class Walk>
    void syncAll( Walk && records ) {
       // Noted before anything is called: handlers change the map.
-      std::unordered_set<K> gone;
-      for( auto const & [key, reactor] : reactors_ ) gone.insert( key );
+      auto former = reactors_;
       for( auto [key, record] : records ) {
-         gone.erase( key );
+         former.erase( key );
          is( key, record );
       }
-      for( K const & key : gone ) del( key );
+      for( auto const & [key, reactor] : former ) {
+         // An entry that came back while others were let go has a reactor of its own by now.
+         if( find( key ) == reactor.get() ) del( key );
+      }
    }
 
    // Nothing is heard any more, and nobody is told.

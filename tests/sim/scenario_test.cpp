@@ -148,6 +148,7 @@ TEST_F( Scenario, saysWhereALineIsWrong ) {
            { R"([1])", "column 1: an object is wanted here, not a list" },
            { R"({})", "column 1: this object says nothing to do" },
            { R"({"advanse": 1})", "column 1: there is no line \"advanse\"" },
+           { R"({"get": ["", "x"]})", "nothing is mounted" },
            { R"({"advance": -1})", "column 13: time must not be negative" },
            { R"({"advance": 1e999})", "column 13: this number is out of range" },
            { R"({"advance": "1"})", "column 13: wants a number, not a string" },
