@@ -49,18 +49,25 @@ function( ratemon_include_root target scope )
 endfunction()
 
 # What makes a build of everything fast, in the presets that say RATEMON_FAST_BUILD. In the others each source is compiled by itself,
-# so that one which forgets an include, or hides a name behind another, is still found.
+# so that one which forgets an include is still found.
 #
-# PRECOMPILE: headers that most sources of a target include are parsed once for all of them: "Header.h" of its own folder,
-# "folder/Header.h", or one of the standard library.
-# TOGETHER: sources that make much of the same templates are compiled eight at a time, so that each template is instantiated for all
-# of them at once. Names are unique in such a folder, also those without linkage.
+# TOGETHER: sources that make much of the same templates are compiled eight at a time, and instantiate them once for all. Names are
+# unique in such a folder, also those without linkage.
+# PRECOMPILE: headers that most sources include are parsed once for all: "Header.h" of the folder, "folder/Header.h", or one of the
+# standard library. Sources that are compiled together have little of it.
 function( ratemon_fast_build target )
    cmake_parse_arguments( PARSE_ARGV 1 arg "" "TOGETHER" "PRECOMPILE" )
    if( NOT RATEMON_FAST_BUILD )
       return()
    endif()
-   set_target_properties( ${target} PROPERTIES UNITY_BUILD "${arg_TOGETHER}" )
+   if( arg_TOGETHER )
+      set_target_properties( ${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8 )
+      if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
+         # It takes sources that are compiled together for headers, in which a name without linkage is a mistake.
+         target_compile_options( ${target} PRIVATE -Wno-subobject-linkage )
+      endif()
+      return()
+   endif()
    foreach( header IN LISTS arg_PRECOMPILE )
       if( EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${header}" )
          target_precompile_headers( ${target} PRIVATE "${header}" )
@@ -148,7 +155,7 @@ endfunction()
 
 # One test program, of which ctest runs as many processes as SHARDS says, each with its share of the cases.
 function( ratemon_test_program name )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS" "SOURCES;LINKS;EXTERNAL;PROGRAMS;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS;TOGETHER" "SOURCES;LINKS;EXTERNAL;PROGRAMS;PRECOMPILE" )
    add_executable( ${name} ${arg_SOURCES} )
    set_target_properties( ${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests" )
    # What is tested is optimised, the telling of the test need not be: compiling it was half of a release build.
@@ -156,7 +163,7 @@ function( ratemon_test_program name )
    target_compile_definitions( ${name} PRIVATE "RATEMON_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"" )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} GTest::gmock GTest::gtest_main )
    ratemon_tell_paths( ${name} ${arg_PROGRAMS} )
-   ratemon_fast_build( ${name} PRECOMPILE gmock/gmock.h ${arg_PRECOMPILE} )
+   ratemon_fast_build( ${name} TOGETHER ${arg_TOGETHER} PRECOMPILE gmock/gmock.h ${arg_PRECOMPILE} )
    foreach( shard RANGE 1 ${arg_SHARDS} )
       math( EXPR index "${shard} - 1" )
       add_test( NAME ${name}/${shard} COMMAND ${name} )
@@ -165,13 +172,13 @@ function( ratemon_test_program name )
    endforeach()
 endfunction()
 
-# ratemon_tests( DIR [SHARDS n] [ALONE name...] [LINKS folder...] [EXTERNAL target...] [PROGRAMS target...]
+# ratemon_tests( DIR [TOGETHER] [SHARDS n] [ALONE name...] [LINKS folder...] [EXTERNAL target...] [PROGRAMS target...]
 #    [PRECOMPILE header...] )
 # The sources in DIR are one test program, DIR_test. SHARDS processes of it, two unless said otherwise, share its cases.
 # <name>_test.cpp of ALONE changes what its whole process does, and is a program of its own with those sources of DIR that are no
 # tests. A test reads files of the tree below RATEMON_SOURCE_DIR and reaches PROGRAMS by their paths (see above).
 function( ratemon_tests dir )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS" "ALONE;LINKS;EXTERNAL;PROGRAMS;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "TOGETHER" "SHARDS" "ALONE;LINKS;EXTERNAL;PROGRAMS;PRECOMPILE" )
    if( NOT arg_SHARDS )
       set( arg_SHARDS 2 )
    endif()
@@ -179,13 +186,14 @@ function( ratemon_tests dir )
    file( GLOB sources CONFIGURE_DEPENDS "${here}/*.cpp" )
    set( shared ${sources} )
    list( FILTER shared EXCLUDE REGEX "_test\\.cpp$" )
-   set( uses LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} PROGRAMS ${arg_PROGRAMS} PRECOMPILE ${arg_PRECOMPILE} )
+   set( same TOGETHER ${arg_TOGETHER} LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} PROGRAMS ${arg_PROGRAMS}
+      PRECOMPILE ${arg_PRECOMPILE} )
    foreach( name IN LISTS arg_ALONE )
       list( REMOVE_ITEM sources "${here}/${name}_test.cpp" )
-      ratemon_test_program( ${dir}_${name}_test SHARDS 1 SOURCES "${here}/${name}_test.cpp" ${shared} ${uses} )
+      ratemon_test_program( ${dir}_${name}_test SHARDS 1 SOURCES "${here}/${name}_test.cpp" ${shared} ${same} )
    endforeach()
    if( sources )
-      ratemon_test_program( ${dir}_test SHARDS ${arg_SHARDS} SOURCES ${sources} ${uses} )
+      ratemon_test_program( ${dir}_test SHARDS ${arg_SHARDS} SOURCES ${sources} ${same} )
    endif()
 endfunction()
 

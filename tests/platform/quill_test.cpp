@@ -96,11 +96,11 @@ TEST_F( TableTest, theFileHoldsEachFieldWhereTheLayoutSays ) {
 }
 
 // A row that goes from one name to the other and back with every step; what is odd belongs to the second.
-std::string const names[] = { std::string( 60, 'e' ), std::string( 60, 'o' ) };
+std::string const rowNames[] = { std::string( 60, 'e' ), std::string( 60, 'o' ) };
 
 void step( CounterTable & table, uint64_t octets ) {
    table.rowDel( 0 );
-   table.rowIs( 0, names[octets % 2] );
+   table.rowIs( 0, rowNames[octets % 2] );
    table.countersIs( 0, { octets, octets, static_cast<double>( octets ) } );
 }
 
@@ -108,13 +108,13 @@ void step( CounterTable & table, uint64_t octets ) {
 bool whole( std::optional<CounterTable::Entry> const & entry ) {
    if( !entry ) return true;
    auto const & [in, out, time] = entry->counters;
-   bool const named = entry->name == names[time == 0 ? entry->name[0] == 'o' : in.value() % 2];
+   bool const named = entry->name == rowNames[time == 0 ? entry->name[0] == 'o' : in.value() % 2];
    return named && in == out && static_cast<double>( in.value() ) == time;
 }
 
 TEST_F( TableTest, aReaderInAnotherProcessNeverSeesHalfARow ) {
    auto const table = CounterTable::create( path, 1 );
-   table->rowIs( 0, names[0] );
+   table->rowIs( 0, rowNames[0] );
    pid_t const writer = forked( [&table] {
       for( uint64_t i = 1;; ++i ) step( *table, i );
    } );
@@ -153,7 +153,7 @@ void interrupted( std::function<void()> const & work, std::function<void()> cons
 
 TEST_F( TableTest, aWriteInTheMiddleOfAReadIsNoticed ) {
    auto const table = CounterTable::create( "", 1 );
-   table->rowIs( 0, names[0] );
+   table->rowIs( 0, rowNames[0] );
    uint64_t octets = 0;
    int torn = 0;
    interrupted(
@@ -168,7 +168,7 @@ TEST_F( TableTest, aWriteInTheMiddleOfAReadIsNoticed ) {
 
 TEST_F( TableTest, aRowThatIsHalfWrittenSaysSo ) {
    auto const table = CounterTable::create( "", 1 );
-   table->rowIs( 0, names[0] );
+   table->rowIs( 0, rowNames[0] );
    uint64_t octets = 0;
    int torn = 0;
    int readable = 0;

@@ -103,12 +103,12 @@ bool isTakenUp( Sim::World const & world, Maintenance::Unit::Status const & unit
    return Maintenance::Unit::StageMgrInstKey( instance ).genId() == unit.genId();
 }
 
-struct Rates {
+struct UnitSum {
    uint64_t in = 0, out = 0;
 };
 
-std::map<std::string, Rates> sums( Sim::World const & world ) {
-   std::map<std::string, Rates> result;
+std::map<std::string, UnitSum> sums( Sim::World const & world ) {
+   std::map<std::string, UnitSum> result;
    auto const dir = machine( world, { "monIntfDir" } );
    auto const * const samplers = dir->kelTypeInfo().attribute( "monitoredIntf" );
    for( auto const & intf : samplers->keys( *dir ) ) {
@@ -153,7 +153,7 @@ void expectInvariants( Sim::World const & world ) {
    auto const & state = world.state();
    auto const rates = sums( world );
    for( auto [name, unit] : state.unitStatus->statusIterator() ) {
-      auto const sum = rates.contains( name.str() ) ? rates.at( name.str() ) : Rates{};
+      auto const sum = rates.contains( name.str() ) ? rates.at( name.str() ) : UnitSum{};
       EXPECT_EQ( unit->aggTrafficRate().inBitsRate, sum.in ) << name;
       EXPECT_EQ( unit->aggTrafficRate().outBitsRate, sum.out ) << name;
    }
