@@ -3,10 +3,12 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <iostream>
 #include <thread>
 
 #include "Print.h"
+#include "kel/QuantityText.h"
 
 namespace Cli {
 
@@ -55,6 +57,9 @@ constexpr Operation leaving{ "exit", "active", "leaving", "is already out of or 
 
 std::string unitTarget( std::string const & unit ) { return "/v1/units/" + encoded( unit ); }
 
+// To the second: the daemon is only asked a few times in each.
+std::string waitedText( double seconds ) { return Kel::durationText( std::round( seconds ) ); }
+
 // One line per change of what the unit waits for, so a log of it can be read.
 void narrate( json::object const & unit, Clock::time_point begun, std::string & told ) {
    std::string story =
@@ -69,7 +74,7 @@ void narrate( json::object const & unit, Clock::time_point begun, std::string & 
    told = story;
    auto const seconds = std::chrono::duration<double>( Clock::now() - begun ).count();
    // Flushed at each line: it may go to a pipe, and the next may be minutes away.
-   std::cout << "  " << spanText( seconds ) << "  " << story << std::endl;
+   std::cout << "  " << waitedText( seconds ) << "  " << story << std::endl;
 }
 
 void printEnd( json::object const & unit, Operation const & operation ) {
@@ -103,7 +108,7 @@ int follow( Client const & client, Options const & options, std::string const & 
       auto const waited = std::chrono::duration<double>( Clock::now() - begun ).count();
       // Only the waiting ends here. To undo the request as well is for whoever asked to decide.
       if( options.timeoutSeconds && waited >= *options.timeoutSeconds ) {
-         return complain( "unit " + unit + " is still " + state + " after " + spanText( waited ) +
+         return complain( "unit " + unit + " is still " + state + " after " + waitedText( waited ) +
                              "; it goes on (maintctl status says what it waits for)",
                           deadlinePassed );
       }

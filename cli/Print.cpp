@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <boost/json/serialize.hpp>
-#include <cmath>
 
-#include "report/Readable.h"
+#include "kel/QuantityText.h"
 
 namespace Cli {
 
@@ -25,14 +24,6 @@ void Table::print( std::ostream & out, std::string const & indent ) const {
       }
       out << "\n";
    }
-}
-
-std::string spanText( double seconds ) {
-   auto const whole = static_cast<long long>( std::llround( seconds ) );
-   if( whole < 60 ) return std::to_string( whole ) + " s";
-   // Two units are enough: beside hours nobody asks for seconds.
-   if( whole < 3600 ) return std::to_string( whole / 60 ) + " min " + std::to_string( whole % 60 ) + " s";
-   return std::to_string( whole / 3600 ) + " h " + std::to_string( whole % 3600 / 60 ) + " min";
 }
 
 std::string text( json::object const & object, char const * member ) {
@@ -58,7 +49,7 @@ std::string orDash( std::string const & cell ) { return cell.empty() ? "-" : cel
 
 std::string rateCell( json::object const & object, char const * member ) {
    // A rate that is not known must not read as one of 0.
-   return has( object, member ) ? Report::rateText( number( object, member ) ) : "-";
+   return has( object, member ) ? Kel::rateText( number( object, member ) ) : "-";
 }
 
 std::string drainedCell( json::object const & unit ) {

@@ -1,4 +1,4 @@
-// What people read: tables, spans of time, and the views of units and interfaces made of them.
+// What people read: tables, and the views of units and interfaces made of them.
 #pragma once
 
 #include <boost/json/array.hpp>
@@ -20,8 +20,6 @@ class Table {
  private:
    std::vector<std::vector<std::string>> rows_;
 };
-
-[[nodiscard]] std::string spanText( double seconds );  // "1 min 20 s"
 
 // Readers of the daemon's answers; an absent or null member reads as empty.
 [[nodiscard]] std::string text( boost::json::object const & object, char const * member );

@@ -2,7 +2,7 @@
 #   - the headers of its own folder, and
 #   - "<folder>/<Header>.h" of the folders it links, directly or through them.
 # Each library therefore has an include root of its own below ${build}/include, which holds one link, named as the folder. Nobody
-# is ever given the repository root, platform/ or host/ as an include directory: a wrong include fails to build.
+# is ever given the repository root, platform/, service/ or host/ as an include directory: a wrong include fails to build.
 
 # For one process with its share of a folder's cases, under sanitizers, on a machine that has other things to do as well.
 set( ratemonTestTimeoutSeconds 400 )
@@ -25,7 +25,7 @@ function( ratemon_add_subfolders )
    endforeach()
 endfunction()
 
-# ratemon_folders( VARIABLE TOP ): the libraries below platform/ or host/ that were added so far.
+# ratemon_folders( VARIABLE TOP ): the libraries below platform/, service/ or host/ that were added so far.
 function( ratemon_folders variable top )
    get_property( folders GLOBAL PROPERTY RATEMON_FOLDERS_${top} )
    set( ${variable} ${folders} PARENT_SCOPE )

@@ -15,7 +15,7 @@ constexpr uint64_t traceBytes = 4 * 1024 * 1024;
 
 }  // namespace
 
-Agent::Agent( Config::Config const & config, Options const & options )
+Agent::Agent( Service::Config::Config const & config, Options const & options )
    : config_( config ),
      plugin_( options.plugin ),
      clock_( new Kel::RealClock ),

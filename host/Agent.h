@@ -18,9 +18,9 @@
 #include "loop/AsioLoop.h"
 #include "plugin/PluginContext.h"
 #include "quill/EntityManager.h"
-#include "service/ConfigRecords.h"
-#include "service/UnitService.h"
-#include "service/UnitView.h"
+#include "units/ConfigRecords.h"
+#include "units/UnitService.h"
+#include "views/UnitView.h"
 
 namespace Host {
 
@@ -34,7 +34,7 @@ class Agent {
    };
 
    // Throws what its parts throw: the socket is in use, a file cannot be made, the kernel does not answer.
-   Agent( Config::Config const & config, Options const & options );
+   Agent( Service::Config::Config const & config, Options const & options );
    // Takes the plug-in down in order.
    ~Agent();
 
@@ -49,7 +49,7 @@ class Agent {
    void watchLinks();
    void startPlugin();
 
-   Config::Config const config_;  // the parts below refer to it
+   Service::Config::Config const config_;  // the parts below refer to it
    std::string const plugin_;
    Kel::Ptr<Kel::Clock> const clock_;
    Kel::ActivityLoop activityLoop_;
@@ -62,9 +62,9 @@ class Agent {
    Linux::LinkMonitor linkMonitor_;
    CounterFeed counterFeed_;
    Kel::Ptr<KelQuill::EntityManager> const quill_;
-   ConfigRecords configRecords_;
-   UnitService unitService_;
-   UnitView unitView_;
+   Service::ConfigRecords configRecords_;
+   Service::UnitService unitService_;
+   Service::UnitView unitView_;
    Kel::Ptr<Kel::Dir> const pluginDir_;
    Maintenance::PluginContext pluginContext_;
    Api api_;

@@ -1,5 +1,9 @@
 // maintd: the maintenance service of a Linux box.
 #include <CLI/CLI.hpp>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -16,8 +20,26 @@ constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
 
 enum ExitStatus : int { stopped = 0, failed = 1, usage = 2 };
 
+// The whole of a file; throws std::runtime_error when it cannot be read.
+std::string contentsOf( std::string const & path ) {
+   auto const check = []( bool good ) {
+      if( !good ) throw std::runtime_error( std::string( "cannot be read: " ) + std::strerror( errno ) );
+   };
+   // By stdio, because a stream does not keep the reason of a failure. "e" closes the file in a child (fopen(3)).
+   std::unique_ptr<std::FILE, int ( * )( std::FILE * )> const file( std::fopen( path.c_str(), "re" ), std::fclose );
+   check( file != nullptr );
+   std::string text;
+   std::array<char, 4096> block;
+   while( std::size_t const count = std::fread( block.data(), 1, block.size(), file.get() ) ) {
+      text.append( block.data(), count );
+   }
+   // Not only for a failing disk: a directory can be opened like a file, and fails when it is read.
+   check( !std::ferror( file.get() ) );
+   return text;
+}
+
 // What the file asks for and this agent does not do is an error at the start, not a surprise in the next maintenance.
-void refuseWhatIsNotCarriedOut( Host::Config::Config const & config ) {
+void refuseWhatIsNotCarriedOut( Service::Config::Config const & config ) {
    for( auto const & profile : config.profiles ) {
       if( profile.shutdown ) {
          throw std::runtime_error( "profile \"" + profile.name +
@@ -26,7 +48,7 @@ void refuseWhatIsNotCarriedOut( Host::Config::Config const & config ) {
    }
    for( auto const * stages : { &config.stages.maintEnter, &config.stages.maintExit } ) {
       for( auto const & stage : *stages ) {
-         if( stage.name == Host::Config::rateMonStage && !stage.timeoutSeconds ) continue;
+         if( stage.name == Service::Config::rateMonStage && !stage.timeoutSeconds ) continue;
          throw std::runtime_error( "stage \"" + stage.name +
                                    "\": this maintd carries out the stage \"ratemon\" without a timeout and no other" );
       }
@@ -38,7 +60,7 @@ std::string traceBeside( std::string const & socket ) {
    return std::filesystem::path( socket ).replace_extension( ".trace" ).string();
 }
 
-int serve( Host::Config::Config const & config, Host::Agent::Options const & options ) {
+int serve( Service::Config::Config const & config, Host::Agent::Options const & options ) {
    // Outside the try, so that it is still whole where an exception is caught.
    std::unique_ptr<Host::Agent> agent;
    try {
@@ -88,11 +110,11 @@ int main( int argc, char ** argv ) {
    }
    // What counts is whether the option was given, not whether its text is empty: "" stands for no trace.
    if( traceFile->count() == 0 ) options.traceFile = traceBeside( options.socket );
-   Host::Config::Config config;
+   Service::Config::Config config;
    try {
-      config = Host::Config::load( file );
+      config = Service::Config::parse( contentsOf( file ), file );
       refuseWhatIsNotCarriedOut( config );
-   } catch( Host::Config::ConfigError const & error ) {
+   } catch( Service::Config::ConfigError const & error ) {
       // Names the file itself, in each of its lines.
       std::cerr << error.what() << "\n";
       return usage;

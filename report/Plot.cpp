@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kel/QuantityText.h"
 #include "report/Readable.h"
 #include "report/Scales.h"
 #include "report/Svg.h"
@@ -11,6 +12,9 @@ namespace Report {
 
 namespace {
 
+using Kel::durationText;
+using Kel::numberText;
+using Kel::rateText;
 using Maintenance::MonIntfState;
 using Anchor = Svg::Anchor;
 using UnitState = Maintenance::Unit::State;

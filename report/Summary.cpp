@@ -2,12 +2,16 @@
 
 #include <algorithm>
 
+#include "kel/QuantityText.h"
 #include "report/Readable.h"
 
 namespace Report {
 
 namespace {
 
+using Kel::durationText;
+using Kel::numberText;
+using Kel::rateText;
 using Maintenance::MonIntfState;
 
 std::string const nothing = "-";

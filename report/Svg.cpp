@@ -1,6 +1,6 @@
 #include "report/Svg.h"
 
-#include "report/Readable.h"
+#include "kel/QuantityText.h"
 
 namespace Report {
 
@@ -69,7 +69,7 @@ void Svg::text( std::string_view cls, double x, double y, std::string_view words
 }
 
 std::string Svg::length( double pixels ) {
-   std::string const text = numberText( pixels, 1 );
+   std::string const text = Kel::numberText( pixels, 1 );
    // Rounding may leave a minus without a number, and the same picture is to have the same bytes.
    return text == "-0" ? "0" : text;
 }

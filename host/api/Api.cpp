@@ -9,6 +9,7 @@
 namespace Host {
 
 using Kel::value;
+using Service::UnitService;
 using Path = std::vector<std::string>;
 
 namespace {

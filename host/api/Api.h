@@ -15,14 +15,14 @@
 #include "api/HttpServer.h"
 #include "dovra/EntityManager.h"
 #include "plugin/PluginContext.h"
-#include "service/UnitService.h"
-#include "service/UnitView.h"
+#include "units/UnitService.h"
+#include "views/UnitView.h"
 
 namespace Host {
 
 class Api {
  public:
-   Api( Dovra::EntityManager const & database, UnitService & units, UnitView const & view,
+   Api( Dovra::EntityManager const & database, Service::UnitService & units, Service::UnitView const & view,
         Maintenance::PluginContext const & plugin )
       : database_( database ), units_( units ), view_( view ), plugin_( plugin ) {}
 
@@ -35,14 +35,14 @@ class Api {
    [[nodiscard]] std::optional<HttpAnswer> shown( Path const & route ) const;
    [[nodiscard]] std::optional<HttpAnswer> done( Path const & route, std::string_view target );
    [[nodiscard]] HttpAnswer unit( std::string const & name ) const;
-   [[nodiscard]] HttpAnswer operate( std::string const & unit, UnitService::Answer const & answer ) const;
+   [[nodiscard]] HttpAnswer operate( std::string const & unit, Service::UnitService::Answer const & answer ) const;
    [[nodiscard]] HttpAnswer state( Path const & path ) const;
    [[nodiscard]] static HttpAnswer changeLevels( std::string_view target );
    [[nodiscard]] HttpAnswer noUnit( std::string const & name ) const;
 
    Dovra::EntityManager const & database_;
-   UnitService & units_;
-   UnitView const & view_;
+   Service::UnitService & units_;
+   Service::UnitView const & view_;
    Maintenance::PluginContext const & plugin_;
 };
 

@@ -8,10 +8,10 @@ import shlex
 import subprocess
 import sys
 
-LAYERED_TOPS = ("platform", "MaintenancePlugin", "report", "host", "sim", "cli")
+LAYERED_TOPS = ("platform", "MaintenancePlugin", "report", "service", "host", "sim", "cli")
 
-# Folder of the tree -> what its sources may include at most, besides their own headers. "platform" and "host" stand for
-# all the folders below. What cli sees of platform comes with report. The longest name that fits counts.
+# Folder of the tree -> what its sources may include at most, besides their own headers. "platform", "service" and
+# "host" stand for all the folders below. The longest name that fits counts.
 REACH = {
     "platform": {"platform"},
     "platform/kel": set(),
@@ -22,8 +22,10 @@ REACH = {
     "platform/quill": {"kel", "brim", "records", "brisklog"},
     "MaintenancePlugin": {"platform"},
     "report": {"platform"},
-    "host": {"platform", "report", "host"},
-    "host/config": set(),
+    "service": {"platform", "service"},
+    "service/config": set(),
+    "service/units": {"platform", "config"},
+    "host": {"platform", "report", "service", "host"},
     "host/linux": set(),
     "sim": {"platform", "report", "sim"},
     "sim/world": {"platform"},
@@ -94,7 +96,7 @@ def plugin_problems(source, flags):
     if command is None:
         yield "compile_commands.json names no source of MaintenancePlugin"
         return
-    cases = {"kel/Ptr.h": True, "config/Config.h": False, "host/config/Config.h": False, "platform/kel/Ptr.h": False}
+    cases = {"kel/Ptr.h": True, "config/Config.h": False, "service/config/Config.h": False, "platform/kel/Ptr.h": False}
     for header, should in cases.items():
         done, errors = compiles(command, f'#include "{header}"\n', source / "MaintenancePlugin")
         if done != should:

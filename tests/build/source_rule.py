@@ -1,5 +1,5 @@
-"""Rules about includes that the compiler cannot hold: no path leads upwards, no file includes itself by a detour, and the platform
-and the plug-in use nothing but the standard library and POSIX.
+"""Rules about includes that the compiler cannot hold: no path leads upwards, no file includes itself by a detour, the platform
+and the plug-in use nothing but the standard library and POSIX, and the service neither clock, kernel nor file.
 
 Usage: source_rule.py SOURCE_DIR BUILD_DIR
 """
@@ -7,8 +7,10 @@ import pathlib
 import re
 import sys
 
-TOPS = ("platform", "MaintenancePlugin", "report", "host", "sim", "cli", "tests", "bench")
+TOPS = ("platform", "MaintenancePlugin", "report", "service", "host", "sim", "cli", "tests", "bench")
 PLAIN = ("platform", "MaintenancePlugin", "report")
+# What lets service/ reach past what it is handed, besides the headers of C, which end in ".h".
+OUTSIDE = {"cerrno", "chrono", "csignal", "cstdio", "ctime", "filesystem", "fstream", "iostream", "thread"}
 SYSTEM_FOLDERS = ("sys/", "linux/", "net/", "netinet/", "arpa/")
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]+(["<])([^">]+)[">]', re.MULTILINE)
 
@@ -22,14 +24,22 @@ def is_plain(name):
     return "/" not in name or name.startswith(SYSTEM_FOLDERS)
 
 
+def is_free_of_outside(name):
+    """A header of yaml-cpp, or of the standard library without clocks, files, processes and whatever is POSIX."""
+    return name.startswith("yaml-cpp/") or ("/" not in name and not name.endswith(".h") and name not in OUTSIDE)
+
+
 def path_problems(source, files):
     for file in files:
         for quote, name in includes(file):
             where = f"{file.relative_to(source)}: #include of {name}"
             if ".." in pathlib.PurePath(name).parts:
                 yield f"{where} leads upwards"
-            if quote == "<" and file.relative_to(source).parts[0] in PLAIN and not is_plain(name):
+            top = file.relative_to(source).parts[0]
+            if quote == "<" and top in PLAIN and not is_plain(name):
                 yield f"{where}: neither standard library nor POSIX"
+            if quote == "<" and top == "service" and not is_free_of_outside(name):
+                yield f"{where}: the service reaches past what it is handed"
 
 
 def include_graph(files):
@@ -88,6 +98,14 @@ def self_test(scratch):
         (folder / "A.h").write_text(text)
         found = problems(scratch)
         assert len(found) == len(expected) and all(e in f for e, f in zip(expected, found)), (text, found)
+    (folder / "A.h").write_text("")
+    service = scratch / "service/units"
+    service.mkdir(parents=True, exist_ok=True)
+    for name, held in {"vector": True, "yaml-cpp/yaml.h": True, "chrono": False, "unistd.h": False,
+                       "boost/json.hpp": False}.items():
+        (service / "C.h").write_text(f"#include <{name}>\n")
+        assert bool(problems(scratch)) != held, name
+    (service / "C.h").write_text("")
     (folder / "A.h").write_text('#include "B.h"\n')
     (folder / "B.h").write_text('#include "kel/A.h"\n')
     assert "A.h -> platform/kel/B.h -> platform/kel/A.h" in problems(scratch)[0]

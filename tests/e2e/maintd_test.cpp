@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 #include "Box.h"
 
@@ -162,6 +163,16 @@ TEST_F( Maintd, saysWhatIsWrong ) {
       run( { RATEMON_MAINTD_PATH, "--config", file( "bad.yaml", bad ), "--socket", path( "maintd.sock" ) } );
    EXPECT_EQ( refused.status, 2 );
    EXPECT_THAT( refused.err, HasSubstr( path( "bad.yaml" ) + ":2:" ) );
+   // Larger than one read of the file, with everything in its last part.
+   std::string const longFile = file( "long.yaml", std::string( 10000, '\n' ) + bad );
+   for( auto const & [name, reason] : std::map<std::string, std::string>{
+           { path( "absent.yaml" ), path( "absent.yaml" ) + ": cannot be read: No such file or directory\n" },
+           { "/", "/: cannot be read: Is a directory\n" },
+           { longFile, longFile + ":10002:" } } ) {
+      auto const unread = run( { RATEMON_MAINTD_PATH, "--config", name, "--socket", path( "maintd.sock" ) } );
+      EXPECT_EQ( unread.status, 2 ) << name;
+      EXPECT_THAT( unread.err, HasSubstr( reason ) );
+   }
    EXPECT_FALSE( std::filesystem::exists( path( "maintd.sock" ) ) );
 
    startMaintd( config( "up1" ) );

@@ -44,10 +44,10 @@ class ApiTest : public ::testing::Test {
    Kel::Ptr<Dovra::EntityManager> database_{ new Dovra::EntityManager };
    Maintenance::MaintenanceState state_{ *database_ };
    KelQuill::CounterWriter counters_{ state_.counterWriterStatus, "" };
-   Config::Config const config_{};
-   ConfigRecords records_{ state_, config_ };
-   UnitService units_{ state_, records_ };
-   UnitView view_{ state_, records_ };
+   Service::Config::Config const config_{};
+   Service::ConfigRecords records_{ state_, config_ };
+   Service::UnitService units_{ state_, records_ };
+   Service::UnitView view_{ state_, records_ };
    Maintenance::PluginContext context_{ new Kel::Dir( "plugins" ), database_,
                                         new KelQuill::EntityManager( counters_.table() ) };
    Api api_{ *database_, units_, view_, context_ };

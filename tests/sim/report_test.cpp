@@ -299,29 +299,7 @@ TEST( Scales, ticksAreFewAndRoundWhateverTheSpan ) {
    }
 }
 
-TEST( Readable, quantitiesAndNames ) {
-   for( auto const & [bits, text] : std::vector<std::pair<double, char const *>>{ { 0, "0 bps" },
-                                                                                  { 0.5, "0.5 bps" },
-                                                                                  { 999.4, "999 bps" },
-                                                                                  { 999.5, "1 kbps" },
-                                                                                  { 93400, "93.4 kbps" },
-                                                                                  { 99960, "100 kbps" },
-                                                                                  { 4e6, "4 Mbps" },
-                                                                                  { 9.876e9, "9.88 Gbps" },
-                                                                                  { 9.999e5, "1 Mbps" },
-                                                                                  { 4e15, "4000 Tbps" } } ) {
-      EXPECT_EQ( Report::rateText( bits ), text );
-   }
-   for( auto const & [seconds, text] : std::vector<std::pair<double, char const *>>{ { 0, "0 s" },
-                                                                                     { 0.25, "0.25 s" },
-                                                                                     { 119, "119 s" },
-                                                                                     { 120, "2 min" },
-                                                                                     { 750, "12 min 30 s" },
-                                                                                     { 3599.7, "1 h" },
-                                                                                     { 7500, "2 h 5 min" },
-                                                                                     { 2592000, "30 d" } } ) {
-      EXPECT_EQ( Report::durationText( seconds ), text );
-   }
+TEST( Readable, aLongNameLosesItsMiddle ) {
    EXPECT_EQ( Report::clipped( "Ethernet1", 9 ), "Ethernet1" );
    EXPECT_EQ( Report::clipped( "Ethernet12", 9 ), "Ethe…et12" );
    EXPECT_EQ( Report::clipped( "größenwahn", 5 ), "gr…hn" );

@@ -14,7 +14,7 @@
 #include "records/IntfId.h"
 #include "state/MaintenanceState.h"
 
-namespace Host {
+namespace Service {
 
 class ConfigRecords {
  public:
@@ -45,4 +45,4 @@ class ConfigRecords {
    std::vector<Lumo::IntfId> interfaces_;
 };
 
-}  // namespace Host
+}  // namespace Service

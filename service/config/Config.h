@@ -1,7 +1,7 @@
-// The configuration of maintd: what the operator's file says, checked as a whole and handed over in plain structs.
+// The configuration of the service: what the operator's file says, checked as a whole and handed over in plain structs.
 //
-// The agent loads it at start; nothing else reads the file. A Config that exists holds: every name that is referred to
-// is there, every quantity is in range, each stage list has its "ratemon". A file that does not hold gives no Config at
+// Whoever runs the service hands over the file's text. A Config that exists holds: every name that is referred to is
+// there, every quantity is in range, each stage list has its "ratemon". A file that does not hold gives no Config at
 // all but a ConfigError with every problem in it, so that the operator mends the file in one go.
 //
 // Everything is in file order, because order is precedence: where two units or groups claim an interface, the one
@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Host::Config {
+namespace Service::Config {
 
 // The stage that the plug-in serves; every stage list names it exactly once, and only it has nothing to run.
 inline constexpr std::string_view rateMonStage = "ratemon";
@@ -81,11 +81,10 @@ struct Config {
    bool operator==( Config const & ) const = default;
 };
 
-// One thing that is wrong with the file. Line and column count from 1, the column in bytes. Both are 0 where the
-// problem is the file as a whole.
+// One thing that is wrong with the file. Line and column count from 1, the column in bytes.
 struct Problem {
-   int line = 0;
-   int column = 0;
+   int line = 1;
+   int column = 1;
    std::string text;
 };
 
@@ -100,10 +99,7 @@ class ConfigError : public std::runtime_error {
    std::vector<Problem> problems_;
 };
 
-// Reads and checks the file at path. Throws ConfigError, also when the file cannot be read.
-[[nodiscard]] Config load( std::string const & path );
-
-// Checks text that is already in memory; fileName is only named in the reasons. Throws ConfigError.
+// Reads and checks the text of a file; fileName is only named in the reasons. Throws ConfigError.
 [[nodiscard]] Config parse( std::string_view text, std::string const & fileName );
 
-}  // namespace Host::Config
+}  // namespace Service::Config

@@ -6,7 +6,7 @@
 #include <span>
 #include <system_error>
 
-namespace Host::Config {
+namespace Service::Config {
 
 namespace {
 
@@ -84,4 +84,4 @@ Quantity durationSeconds( std::string_view text ) { return measure( text, durati
 
 Quantity rateKbps( std::string_view text ) { return measure( text, rate ); }
 
-}  // namespace Host::Config
+}  // namespace Service::Config

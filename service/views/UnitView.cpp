@@ -1,30 +1,24 @@
-#include "service/UnitView.h"
+#include "views/UnitView.h"
 
-#include <array>
-#include <cstdio>
+#include <algorithm>
 
 #include "kel/ActivityLoop.h"
+#include "kel/QuantityText.h"
 #include "records/Errdisable.h"
 #include "records/Names.h"
-#include "report/Readable.h"
 
-namespace Host {
+namespace Service {
 
+using Kel::durationText;
+using Kel::rateText;
 using Kel::value;
 using Maintenance::MonIntfState;
 using Maintenance::Unit::State;
-using Report::rateText;
 
 namespace {
 
 Kel::Value list( std::vector<Kel::Value> elements ) {
    return Kel::Value( Kel::Value::Content( std::move( elements ) ) );
-}
-
-std::string secondsText( double seconds ) {
-   std::array<char, 64> text{};
-   std::snprintf( text.data(), text.size(), "%.6g s", seconds );
-   return text.data();
 }
 
 std::string directionsAbove( Interface::IntfRates const & rates, double threshold ) {
@@ -78,8 +72,8 @@ std::string UnitView::waitingFor( Lumo::IntfId intf, Maintenance::MonIntfStatus 
    if( status.totalSamples() == 0 ) return "its first sample";
    if( !above.empty() ) return above + " to fall below " + rateText( threshold );
    double const below = status.quietSeconds( prof );
-   return "below " + rateText( threshold ) + " for " + secondsText( below ) + ", " +
-          secondsText( std::max( 0.0, prof.rateMonLoadInterval() - below ) ) + " still needed";
+   return "below " + rateText( threshold ) + " for " + durationText( below ) + ", " +
+          durationText( std::max( 0.0, prof.rateMonLoadInterval() - below ) ) + " still needed";
 }
 
 Kel::Value UnitView::interfaceView( Lumo::IntfId intf, std::string const & unitName ) const {
@@ -192,4 +186,4 @@ std::string UnitView::unitNames() const {
    return names;
 }
 
-}  // namespace Host
+}  // namespace Service

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <utility>
 
-namespace Host::Config {
+namespace Service::Config {
 
 namespace {
 
@@ -135,4 +135,4 @@ std::optional<std::uint32_t> readWholeSeconds( Reading & in, Value const & value
    return std::nullopt;
 }
 
-}  // namespace Host::Config
+}  // namespace Service::Config

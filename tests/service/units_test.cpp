@@ -7,10 +7,10 @@
 #include "plugin/PluginContext.h"
 #include "quill/CounterWriter.h"
 #include "quill/EntityManager.h"
-#include "service/UnitService.h"
-#include "service/UnitView.h"
+#include "units/UnitService.h"
+#include "views/UnitView.h"
 
-namespace Host {
+namespace Service {
 namespace {
 
 using Maintenance::Profile::ProfileType;
@@ -32,9 +32,9 @@ units:
   ghost: { groups: [c] }
 )";
 
-class Service : public ::testing::Test {
+class UnitsTest : public ::testing::Test {
  protected:
-   Service() {
+   UnitsTest() {
       for( char const * intf : { "eth0", "eth1" } ) link( intf, Interface::IntfOperStatus::up );
       link( "eth8", Interface::IntfOperStatus::down );
       auto & loader = Maintenance::DefaultPluginLoader();
@@ -42,7 +42,7 @@ class Service : public ::testing::Test {
       loop_.turn( [&] { loader.initPlugins( context_ ); } );
       advance( 0 );
    }
-   ~Service() override { pluginDir_->entityDelAll(); }
+   ~UnitsTest() override { pluginDir_->entityDelAll(); }
 
    void link( char const * intf, Interface::IntfOperStatus status ) {
       auto const id = Lumo::IntfId( intf );
@@ -85,7 +85,7 @@ class Service : public ::testing::Test {
 
 using State = Maintenance::Unit::State;
 
-TEST_F( Service, takesAUnitInAndOutAndCleansUpBehindIt ) {
+TEST_F( UnitsTest, takesAUnitInAndOutAndCleansUpBehindIt ) {
    EXPECT_EQ( enter( "north" ).outcome, Outcome::started );
    EXPECT_EQ( state( "north" ), State::entering );
    advance( 29 );
@@ -106,7 +106,7 @@ TEST_F( Service, takesAUnitInAndOutAndCleansUpBehindIt ) {
    EXPECT_EQ( state_.monIntfStatus->monIntfStatuss(), 0u );
 }
 
-TEST_F( Service, anExitEndsAnEntryThatIsStillWaiting ) {
+TEST_F( UnitsTest, anExitEndsAnEntryThatIsStillWaiting ) {
    enter( "north" );
    advance( 15 );
    EXPECT_EQ( exit( "north" ).outcome, Outcome::started );
@@ -116,14 +116,14 @@ TEST_F( Service, anExitEndsAnEntryThatIsStillWaiting ) {
    EXPECT_EQ( state_.enter.progress->progresss(), 0u );
 }
 
-TEST_F( Service, unknownUnitsAreNamedAsSuch ) {
+TEST_F( UnitsTest, unknownUnitsAreNamedAsSuch ) {
    EXPECT_EQ( enter( "nowhere" ).outcome, Outcome::unknownUnit );
    EXPECT_EQ( exit( "nowhere" ).outcome, Outcome::unknownUnit );
    EXPECT_TRUE( view_.unit( "nowhere" ).isNull() );
    EXPECT_EQ( view_.unitNames(), "north, south, ghost" );
 }
 
-TEST_F( Service, profilesFollowTheUnitsThatAreInMaintenance ) {
+TEST_F( UnitsTest, profilesFollowTheUnitsThatAreInMaintenance ) {
    // eth1 is in both units: the first unit has no profile of its own for it, the second has.
    EXPECT_EQ( profileOf( "eth0" ), "#DEFAULTPROFILE" );
    EXPECT_EQ( profileOf( "eth1" ), "fast" );
@@ -133,7 +133,7 @@ TEST_F( Service, profilesFollowTheUnitsThatAreInMaintenance ) {
    EXPECT_EQ( state_.monIntfStatus->monIntfStatus( Lumo::IntfId( "eth1" ) )->profileName(), "fast" );
 }
 
-TEST_F( Service, aUnitWithNothingToMonitorCompletesAndSaysWhy ) {
+TEST_F( UnitsTest, aUnitWithNothingToMonitorCompletesAndSaysWhy ) {
    enter( "ghost" );
    advance( 0 );
    EXPECT_EQ( state( "ghost" ), State::inMaintenance );
@@ -144,7 +144,7 @@ TEST_F( Service, aUnitWithNothingToMonitorCompletesAndSaysWhy ) {
    EXPECT_THAT( shown( "ghost" ), HasSubstr( "\"note\": null" ) );
 }
 
-TEST_F( Service, aLinkThatComesUpLaterIsTakenUpAtOnce ) {
+TEST_F( UnitsTest, aLinkThatComesUpLaterIsTakenUpAtOnce ) {
    enter( "ghost" );
    advance( 0 );
    loop_.turn( [this] {
@@ -157,7 +157,7 @@ TEST_F( Service, aLinkThatComesUpLaterIsTakenUpAtOnce ) {
    EXPECT_THAT( shown( "ghost" ), HasSubstr( "\"note\": null" ) );
 }
 
-TEST_F( Service, theViewSaysWhatIsStillNeeded ) {
+TEST_F( UnitsTest, theViewSaysWhatIsStillNeeded ) {
    enter( "north" );
    EXPECT_THAT( shown( "north" ), HasSubstr( "\"waitingFor\": \"its first sample\"" ) );
    advance( 20 );
@@ -171,4 +171,4 @@ TEST_F( Service, theViewSaysWhatIsStillNeeded ) {
 }
 
 }  // namespace
-}  // namespace Host
+}  // namespace Service

@@ -1,16 +1,12 @@
 #include "config/Config.h"
 
 #include <array>
-#include <cerrno>
-#include <cstdio>
-#include <memory>
-#include <system_error>
 #include <tuple>
 #include <utility>
 
 #include "config/Reading.h"
 
-namespace Host::Config {
+namespace Service::Config {
 
 namespace {
 
@@ -223,30 +219,10 @@ void readFile( Reading & in, std::string const & text ) {
    std::string lines;
    for( Problem const & problem : problems ) {
       if( !lines.empty() ) lines += '\n';
-      lines += fileName + ':';
-      if( problem.line > 0 ) lines += std::to_string( problem.line ) + ':' + std::to_string( problem.column ) + ':';
-      lines += ' ' + problem.text;
+      lines +=
+         fileName + ':' + std::to_string( problem.line ) + ':' + std::to_string( problem.column ) + ": " + problem.text;
    }
    return lines;
-}
-
-// errno after a failed call on the file, as a ConfigError.
-[[nodiscard]] ConfigError unreadable( std::string const & path, int error ) {
-   return { path, { { 0, 0, "cannot be read: " + std::generic_category().message( error ) } } };
-}
-
-[[nodiscard]] std::string contentsOf( std::string const & path ) {
-   // By stdio, because a stream does not keep the reason of a failure. "e" closes the file in a child (fopen(3)).
-   std::unique_ptr<std::FILE, int ( * )( std::FILE * )> const file( std::fopen( path.c_str(), "re" ), std::fclose );
-   if( !file ) throw unreadable( path, errno );
-   std::string text;
-   std::array<char, 4096> block;
-   while( std::size_t const count = std::fread( block.data(), 1, block.size(), file.get() ) ) {
-      text.append( block.data(), count );
-   }
-   // Not only for a failing disk: a directory can be opened like a file, and fails when it is read.
-   if( std::ferror( file.get() ) ) throw unreadable( path, errno );
-   return text;
 }
 
 }  // namespace
@@ -264,6 +240,4 @@ Config parse( std::string_view text, std::string const & fileName ) {
    throw ConfigError( fileName, std::move( in.problems ) );
 }
 
-Config load( std::string const & path ) { return parse( contentsOf( path ), path ); }
-
-}  // namespace Host::Config
+}  // namespace Service::Config

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "kel/Json.h"
-#include "service/ConfigRecords.h"
 #include "state/MaintenanceState.h"
+#include "units/ConfigRecords.h"
 
-namespace Host {
+namespace Service {
 
 class UnitView {
  public:
@@ -36,4 +36,4 @@ class UnitView {
    ConfigRecords const & config_;
 };
 
-}  // namespace Host
+}  // namespace Service

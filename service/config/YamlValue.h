@@ -16,7 +16,7 @@
 
 #include "config/Config.h"
 
-namespace Host::Config {
+namespace Service::Config {
 
 // Counted from 1, columns in bytes.
 struct Position {
@@ -63,4 +63,4 @@ struct Entry {
 [[nodiscard]] std::string suggestion( std::string_view given, std::span<std::string_view const> names );
 [[nodiscard]] std::string suggestion( std::string_view given, std::span<std::string const> names );
 
-}  // namespace Host::Config
+}  // namespace Service::Config

@@ -8,7 +8,7 @@
 
 #include <yaml-cpp/eventhandler.h>
 
-namespace Host::Config {
+namespace Service::Config {
 
 namespace {
 
@@ -159,4 +159,4 @@ std::string suggestion( std::string_view given, std::span<std::string_view const
 
 std::string suggestion( std::string_view given, std::span<std::string const> names ) { return nearest( given, names ); }
 
-}  // namespace Host::Config
+}  // namespace Service::Config

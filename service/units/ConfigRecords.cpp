@@ -1,8 +1,8 @@
-#include "service/ConfigRecords.h"
+#include "units/ConfigRecords.h"
 
 #include <algorithm>
 
-namespace Host {
+namespace Service {
 
 using Group::GroupKey;
 using Group::GroupType;
@@ -160,4 +160,4 @@ std::vector<Config::Unit const *> ConfigRecords::unitsByPrecedence() const {
    return units;
 }
 
-}  // namespace Host
+}  // namespace Service

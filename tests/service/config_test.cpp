@@ -2,17 +2,16 @@
 #include "config/Config.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "config/Quantity.h"
 
-namespace Host::Config {
+namespace Service::Config {
 namespace {
 
 // What is wrong with the text; nothing when it holds.
@@ -23,16 +22,6 @@ std::vector<Problem> problemsOf( std::string const & text ) {
       return error.problems();
    }
    return {};
-}
-
-// The reason that load gives for a path that cannot be read.
-std::string refusalOf( std::string const & path ) {
-   try {
-      (void)load( path );
-   } catch( ConfigError const & error ) {
-      return error.what();
-   }
-   return "";
 }
 
 // A file that holds; the cases below spoil one of its lines or add to them.
@@ -52,7 +41,9 @@ std::string withUnits( std::string const & body ) { return profiles + defaultPro
 std::string withEnter( std::string const & list ) { return good + "stages:\n  maintEnter: " + list; }
 
 TEST( ConfigFile, sampleIsTakenOverWhole ) {
-   Config const config = load( RATEMON_SOURCE_DIR "/tests/host/every_key.yaml" );
+   std::stringstream everyKey;
+   everyKey << std::ifstream( RATEMON_SOURCE_DIR "/tests/service/every_key.yaml" ).rdbuf();
+   Config const config = parse( everyKey.str(), "every_key.yaml" );
 
    std::vector<Profile> const expectedProfiles = { { "default", 100, 10, 60, false, 0 },
                                                    { "uplink", 1000, 5, 30, true, 600 } };
@@ -255,24 +246,6 @@ TEST( ConfigFile, aStrayCommaInFrontIsRefused ) {
    EXPECT_EQ( problems[1].text, "the document has ended before this; a file holds only one" );
 }
 
-TEST( ConfigFile, aFileThatCannotBeReadSaysWhy ) {
-   EXPECT_EQ( refusalOf( "/nonexistent/maintd.yaml" ),
-              "/nonexistent/maintd.yaml: cannot be read: No such file or directory" );
-   EXPECT_EQ( refusalOf( "/" ), "/: cannot be read: Is a directory" );
-}
-
-// Larger than one read of the file, with the fault behind it.
-TEST( ConfigFile, aLongFileIsReadToItsEnd ) {
-   std::string path = testing::TempDir() + "configXXXXXX";
-   int const fd = mkstemp( path.data() );
-   ASSERT_GE( fd, 0 );
-   close( fd );
-   std::ofstream( path ) << good << std::string( 10000, '\n' ) << "x: 1\n";
-   std::string const refusal = refusalOf( path );
-   unlink( path.c_str() );
-   EXPECT_EQ( refusal, path + ":10005:1: unknown key 'x' in the file" );
-}
-
 TEST( Quantities, areReadToTheLastBit ) {
    struct {
       Quantity ( *measure )( std::string_view );
@@ -330,4 +303,4 @@ TEST( Quantities, areRefusedWithTheirReason ) {
 }
 
 }  // namespace
-}  // namespace Host::Config
+}  // namespace Service::Config

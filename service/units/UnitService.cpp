@@ -1,9 +1,9 @@
-#include "service/UnitService.h"
+#include "units/UnitService.h"
 
 #include "config/Config.h"
 #include "records/Names.h"
 
-namespace Host {
+namespace Service {
 
 using Maintenance::Unit::State;
 
@@ -126,4 +126,4 @@ void UnitService::advance() {
    }
 }
 
-}  // namespace Host
+}  // namespace Service

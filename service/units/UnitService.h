@@ -13,10 +13,10 @@
 #include <string>
 
 #include "kel/ActivityLoop.h"
-#include "service/ConfigRecords.h"
 #include "state/MaintenanceState.h"
+#include "units/ConfigRecords.h"
 
-namespace Host {
+namespace Service {
 
 class UnitService {
  public:
@@ -54,4 +54,4 @@ class UnitService {
    std::unique_ptr<KelComplete> exitComplete_;
 };
 
-}  // namespace Host
+}  // namespace Service

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace Host::Config {
+namespace Service::Config {
 
 // No duration is longer than what 32 bits of seconds hold (136 years).
 inline constexpr double maxDurationSeconds = 4294967295.0;
@@ -26,4 +26,4 @@ struct Quantity {
 // Kilobits per second, 0 or more and finite.
 [[nodiscard]] Quantity rateKbps( std::string_view text );
 
-}  // namespace Host::Config
+}  // namespace Service::Config

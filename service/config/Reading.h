@@ -17,7 +17,7 @@
 #include "config/Quantity.h"
 #include "config/YamlValue.h"
 
-namespace Host::Config {
+namespace Service::Config {
 
 using Names = std::vector<std::string>;
 
@@ -106,4 +106,4 @@ void checkGroupReference( Reading & in, Position at, std::string const & name );
 [[nodiscard]] std::optional<double> readSecondsAboveZero( Reading & in, Value const & value );
 [[nodiscard]] std::optional<std::uint32_t> readWholeSeconds( Reading & in, Value const & value );
 
-}  // namespace Host::Config
+}  // namespace Service::Config
