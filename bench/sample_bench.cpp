@@ -82,9 +82,9 @@ class Agent {
 
    // From now on every turn that samples finds the rows grown.
    void feedIs() {
-      quill_->refresherIs( [this] {
+      quill_->refresherIs( [this]( auto ) {
          octets_ += 12'500;
-         for( IntfId const intf : intfs_ ) writer_.countersIs( intf, { octets_, octets_, Kel::now() } );
+         for( IntfId const intf : intfs_ ) writer_.readIs( intf, { octets_, octets_ } );
       } );
    }
    // Not inlined, so that a profiler can be told to count in here only.
@@ -123,7 +123,7 @@ class Agent {
          member->selectedProfileIs( ProfileType::interface, { profileName } );
          state_.intfStatus->intfStatusIs( intf )->operStatusIs( Interface::IntfOperStatus::up );
          writer_.rowIs( intf );
-         writer_.countersIs( intf, { uint64_t{ 0 }, uint64_t{ 0 }, Kel::now() } );
+         writer_.readIs( intf, { uint64_t{ 0 }, uint64_t{ 0 } } );
       }
       state_.groupToUnit->groupToUnitIs( unitGroup() )->unitNameIs( Kel::Name( unitName.str() ), true );
       auto const unit = state_.unitStatus->statusIs( unitName );

@@ -42,7 +42,7 @@ Agent::Agent( Service::Config::Config const & config, Options const & options )
    // FILE.old.
    if( !options.traceFile.empty() ) Brisklog::ringIs( Brisklog::RingFile::create( options.traceFile, traceBytes ) );
    BRISKLOG( 3, "maintd starts: {} units, socket {}", config_.units.size(), options.socket );
-   quill_->refresherIs( [this] { counterFeed_.refresh(); } );
+   quill_->refresherIs( [this]( auto rows ) { counterFeed_.refresh( rows ); } );
 }
 
 Agent::~Agent() {

@@ -2,24 +2,32 @@
 
 #include <iostream>
 
-#include "kel/ActivityLoop.h"
-
 namespace Host {
 
-void CounterFeed::refresh() {
+void CounterFeed::refresh( KelQuill::Rows rows ) {
+   read_.clear();
    try {
       stats_.read( [this]( int index, rtnl_link_stats64 const & stats ) {
-         auto const link = links_.interfaces().find( index );
-         if( link == links_.interfaces().end() ) return;  // new, and its notice not read yet
-         // By name and not by index: a device that is made again has another index, and must go on under its name.
-         auto const octets = octets_[link->second].value( { stats.rx_bytes, stats.tx_bytes } );
-         counters_.countersIs( link->second, { octets.in, octets.out, Kel::now() } );
+         read_.push_back( { index, { stats.rx_bytes, stats.tx_bytes } } );
       } );
    } catch( Linux::NetlinkError const & error ) {
       // Not passed on: the caller is a sample of the plug-in, which can do nothing about it. The rows keep values and
       // time.
       std::cerr << "maintd: reading the links' counters: " << error.what() << "\n";
+      return;
    }
+   // In the order in which they came: a link that is listed twice may have restarted in between.
+   for( Row const & row : read_ ) {
+      auto const link = links_.interfaces().find( row.index );
+      if( link == links_.interfaces().end() ) continue;  // new, and its notice not read yet
+      if( counters_.wants( link->second, rows ) ) publish( link->second, row.octets );
+   }
+}
+
+void CounterFeed::publish( Lumo::IntfId intf, Linux::Octets const & raw ) {
+   // By name and not by index: a device that is made again has another index, and must go on under its name.
+   auto const value = octets_[intf].value( raw );
+   if( value ) counters_.readIs( intf, { value->octets.in, value->octets.out, value->restarted } );
 }
 
 }  // namespace Host

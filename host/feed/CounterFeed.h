@@ -3,10 +3,15 @@
 // Owned by the agent. The counter manager calls refresh() on the first read in a turn, and once more where a row has
 // come since. So all interfaces that are sampled in a turn come from one bulk read, and nothing is read while nothing
 // is sampled. A published counter never goes backwards: an interface whose kernel counters start again goes on from
-// where it stood.
+// where it stood, and its row is marked.
+//
+// A row's time moves only when its link was in an answer that came to its end. A read that fails moves none, also those
+// of links that came before it failed, so that a turn is one snapshot or none. Links that came in an answer which the
+// kernel calls interrupted were read all the same; one that it passed by keeps its time.
 #pragma once
 
 #include <unordered_map>
+#include <vector>
 
 #include "feed/LinkFeed.h"
 #include "linux/MonotonicCounter.h"
@@ -20,16 +25,25 @@ class CounterFeed {
    // Both outlive this.
    CounterFeed( LinkFeed const & links, KelQuill::CounterWriter & counters ) : links_( links ), counters_( counters ) {}
 
-   // Reads all links' statistics. A read that fails leaves the counters as they were; the next one makes up for it.
-   void refresh();
+   // Reads all links' statistics, and writes these rows. A read that fails leaves the counters and their time as they
+   // were; the next one makes up for it.
+   void refresh( KelQuill::Rows rows );
 
    // How many bulk reads of the kernel there have been.
    [[nodiscard]] uint64_t reads() const { return stats_.reads(); }
 
  private:
+   struct Row {
+      int index;
+      Linux::Octets octets;
+   };
+
+   void publish( Lumo::IntfId intf, Linux::Octets const & raw );
+
    LinkFeed const & links_;
    KelQuill::CounterWriter & counters_;
    Linux::StatsReader stats_;
+   std::vector<Row> read_;  // of the bulk read under way; a member for its memory
    // Kept when a link goes: it may come back under its name.
    std::unordered_map<Lumo::IntfId, Linux::MonotonicCounter> octets_;
 };

@@ -4,9 +4,13 @@
 // published values go on from where they stood: what the device counts after its restart is added to that. A restart
 // shows in either direction and takes both along. Bytes between the last read and the restart are lost; those between
 // the restart and the next read count.
+//
+// A device that says more than a counter can reach does not know. Its word is not taken, since every later one would
+// look like a counter that stands still.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace Host::Linux {
 
@@ -19,12 +23,15 @@ struct Octets {
 
 class MonotonicCounter {
  public:
-   // What to publish for what the device counts now; at most 2^63 - 1.
-   Octets value( Octets const & raw );
+   struct Value {
+      Octets octets;   // at most 2^63 - 1 each
+      bool restarted;  // since the value before
+   };
+
+   // What to publish for what the device counts now. None, and nothing changed, when that or the sum is above 2^63 - 1.
+   std::optional<Value> value( Octets const & raw );
 
  private:
-   void handleRestart();
-
    Octets offset_;
    Octets lastRaw_;
 };

@@ -24,8 +24,8 @@ class StatsReader {
    explicit StatsReader( std::chrono::milliseconds longestWait = std::chrono::seconds( 1 ) );
 
    // Calls `row` for every link, in the kernel's order, without allocating. When links come or go meanwhile the kernel
-   // is asked again, and a link can have a second, later row. Throws NetlinkError; the rows until then hold, and the
-   // next call starts afresh.
+   // is asked again, and a link can have a second, later row; on a box that never comes to rest it may have none.
+   // Throws NetlinkError, also after some of the rows; the next call starts afresh.
    void read( Row const & row );
 
    // How often the kernel was asked.

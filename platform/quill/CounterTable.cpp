@@ -31,9 +31,9 @@ struct CounterTable::Header {
 namespace {
 
 using Row = CounterTable::Row;
-using Counters = CounterTable::Counters;
 
-constexpr char magic[8] = { 'K', 'Q', 'C', 'T', 'R', 'S', '1', '\0' };
+constexpr char magic[8] = { 'K', 'Q', 'C', 'T', 'R', 'S', '2', '\0' };
+constexpr std::size_t versionAt = 6;
 constexpr std::size_t headerBytes = 64;
 // 64 KiB of rows for each system call.
 constexpr uint32_t rowsPerAllocation = 512;
@@ -48,7 +48,8 @@ constexpr std::chrono::microseconds sleepTime{ 500 };
 
 // The layout in the header is a promise to programs that know nothing of this struct.
 static_assert( offsetof( Row, inUse ) == 8 && offsetof( Row, inOctets ) == 16 && offsetof( Row, outOctets ) == 24 );
-static_assert( offsetof( Row, updateTime ) == 32 && offsetof( Row, name ) == 40 && sizeof( Row ) == 128 );
+static_assert( offsetof( Row, readTime ) == 32 && offsetof( Row, restarts ) == 40 );
+static_assert( offsetof( Row, name ) == 48 && sizeof( Row ) == 128 );
 // A lock inside an atomic would belong to one process and mean nothing to another.
 static_assert( std::atomic<uint64_t>::is_always_lock_free && std::atomic<double>::is_always_lock_free );
 
@@ -57,6 +58,15 @@ static_assert( std::atomic<uint64_t>::is_always_lock_free && std::atomic<double>
 }
 [[noreturn]] void refused( std::string const & path, char const * why ) {
    throw TableError( path + " is no counter table: " + why );
+}
+
+void checkMagic( std::string const & path, char const ( &found )[8] ) {
+   if( std::memcmp( found, magic, sizeof magic ) == 0 ) return;
+   bool const other = std::memcmp( found, magic, versionAt ) == 0 && found[versionAt] >= '0' &&
+                      found[versionAt] <= '9' && found[versionAt + 1] == '\0';
+   if( !other ) refused( path, "it does not begin as one" );
+   throw TableError( path + " is a counter table of version " + found[versionAt] + ", and version " + magic[versionAt] +
+                     " is wanted" );
 }
 
 std::size_t bytesFor( uint32_t capacity ) { return headerBytes + std::size_t{ capacity } * sizeof( Row ); }
@@ -78,10 +88,10 @@ auto consistent( Row const & row, Copy const & copy ) -> std::optional<decltype(
 
 // Single stores may be relaxed and atomic all the same: a reader copies while they happen, finds out by the sequence
 // afterwards, and a plain store would be a data race until then.
-void countersAre( Row & row, Counters const & counters ) {
-   row.inOctets.store( word( counters.inOctets ), std::memory_order_relaxed );
-   row.outOctets.store( word( counters.outOctets ), std::memory_order_relaxed );
-   row.updateTime.store( counters.updateTime, std::memory_order_relaxed );
+void octetsAre( Row & row, Brim::MaybeU63 in, Brim::MaybeU63 out, double readTime ) {
+   row.inOctets.store( word( in ), std::memory_order_relaxed );
+   row.outOctets.store( word( out ), std::memory_order_relaxed );
+   row.readTime.store( readTime, std::memory_order_relaxed );
 }
 
 using NameWords = std::array<uint64_t, std::size( decltype( Row::name ){} )>;
@@ -198,8 +208,7 @@ std::unique_ptr<CounterTable const> CounterTable::openReadOnly( std::string cons
    if( bytes < headerBytes ) refused( path, "it is too short" );
    auto table = mapped( std::move( file ), bytes, false );
    Header const & header = *table->header_;
-   if( std::memcmp( header.magic, magic, sizeof magic ) != 0 )
-      refused( path, "it does not begin as one of this version" );
+   checkMagic( path, header.magic );
    if( header.rowSize != sizeof( Row ) ) refused( path, "its rows have another size" );
    // Our own copy is what bounds every later access: the header stays in the hands of the other process.
    table->capacity_ = header.capacity;
@@ -217,19 +226,19 @@ uint32_t CounterTable::generation() const { return header_->generation.load( std
 // One writer, so nothing is lost between load and store.
 void CounterTable::generationInc() { header_->generation.store( generation() + 1, std::memory_order_release ); }
 
-std::optional<CounterTable::Counters> CounterTable::read( Row const & row ) {
-   return consistent( row, [&row] { return countersOf( row ); } );
+std::optional<CounterTable::LastRead> CounterTable::read( Row const & row ) {
+   return consistent( row, [&row] { return lastReadOf( row ); } );
 }
 
 std::optional<CounterTable::Entry> CounterTable::entry( uint32_t index ) const {
    struct Copy {
       uint64_t inUse;
       NameWords name;
-      Counters counters;
+      LastRead counters;
    };
    Row const & from = row( index );
    auto const copy = consistent( from, [&from] {
-      return Copy{ from.inUse.load( std::memory_order_relaxed ), nameOf( from ), countersOf( from ) };
+      return Copy{ from.inUse.load( std::memory_order_relaxed ), nameOf( from ), lastReadOf( from ) };
    } );
    if( !copy || copy->inUse == 0 ) return std::nullopt;
    // Another process's row need not end its name with a zero.
@@ -248,7 +257,7 @@ void CounterTable::memoryIs( uint32_t index ) {
    }
 }
 
-void CounterTable::rowIs( uint32_t index, std::string_view name ) {
+void CounterTable::rowIs( uint32_t index, std::string_view name, uint64_t restarts ) {
    KEL_ASSERT( index <= rows() );
    if( name.size() > nameMax ) throw TableError( "counter table: no row holds a name so long: " + std::string( name ) );
    if( index == capacity_ ) throw TableError( "counter table: no row is left for " + std::string( name ) );
@@ -260,7 +269,8 @@ void CounterTable::rowIs( uint32_t index, std::string_view name ) {
    {
       Writing const writing( row );
       nameIs( row, name );
-      countersAre( row, {} );
+      octetsAre( row, 0, 0, 0 );
+      row.restarts.store( restarts, std::memory_order_relaxed );
       row.inUse.store( 1, std::memory_order_relaxed );
    }
    // Row, then count, then generation: who sees one of them finds what it speaks of.
@@ -278,9 +288,14 @@ void CounterTable::rowDel( uint32_t index ) {
    generationInc();
 }
 
-void CounterTable::countersIs( uint32_t index, Counters const & counters ) {
-   Writing const writing( rowsBegin_[index] );
-   countersAre( rowsBegin_[index], counters );
+void CounterTable::readIs( uint32_t index, Read const & read, double time ) {
+   Row & row = rowsBegin_[index];
+   // The first read of a row that came back compares with nothing: the row was marked when it came.
+   bool const marks = read.restarted && row.readTime.load( std::memory_order_relaxed ) != 0;
+   uint64_t const restarts = row.restarts.load( std::memory_order_relaxed );
+   Writing const writing( row );
+   octetsAre( row, read.inOctets, read.outOctets, time );
+   if( marks ) row.restarts.store( restarts + 1, std::memory_order_relaxed );
 }
 
 }  // namespace KelQuill

@@ -2,20 +2,29 @@
 //
 // Layout, in the byte order of the machine, offsets in bytes:
 //
-//    header   0 magic "KQCTRS1\0", its digit the version
+//    header   0 magic "KQCTRS2\0", its digit the version
 //             8 row size (uint32)   12 capacity (uint32)   16 rows (uint64)
 //             24 generation (uint32), another whenever a row is taken into use or given up
 //             28 to 63 reserved
 //    rows     from 64 on, one each `row size`:
 //             0 sequence (uint64)   8 in use (uint64, 0 or 1)
 //             16 input octets   24 output octets (both uint64, top bit: no value)
-//             32 update time (double, seconds; 0: never)   40 name (64 bytes, ended by a zero)   104 to 127 reserved
+//             32 read time (double, seconds; 0: never)   40 restarts (uint64)
+//             48 name (64 bytes, ended by a zero)   112 to 127 reserved
 //
 // A row is guarded by its sequence, which is odd while the row is written: a reader copies the row and keeps the copy
 // only if the sequence was even and the same before and after. A row keeps its place for as long as it is in use; given
 // up, it may come back under another name, so whoever looks for an interface by name reads name and counters under one
-// sequence. A writer that starts anew puts another file in the place of the old one, which stays as it is for those who
-// still have it mapped. The file is sparse: its full capacity takes memory only as it is used.
+// sequence.
+//
+// The read time is that of the turn in which the counters were last read from their source for sure. A read that fails
+// or passes the interface by moves neither it nor the octets: who wants to know whether nothing has flowed looks at the
+// time, because octets that stand still may only be unread. Restarts is another number, and a higher one, after the
+// source's counters have started again or the interface has gone and come back: what was counted between the reads
+// before and after is not known in full then.
+//
+// A writer that starts anew puts another file in the place of the old one, which stays as it is for those who still
+// have it mapped. The file is sparse: its full capacity takes memory only as it is used.
 #pragma once
 
 #include <atomic>
@@ -46,20 +55,31 @@ class CounterTable {
       std::atomic<uint64_t> inUse;
       std::atomic<uint64_t> inOctets;
       std::atomic<uint64_t> outOctets;
-      std::atomic<double> updateTime;  // s
+      std::atomic<double> readTime;  // s
+      std::atomic<uint64_t> restarts;
       std::atomic<uint64_t> name[( nameMax + 1 ) / sizeof( uint64_t )];
-      std::byte reserved[24];
+      std::byte reserved[16];
    };
 
-   // What a row said at one moment.
+   // What a row said at one moment: what a sample takes of it, and all of it.
    struct Counters {
       Brim::MaybeU63 inOctets;
       Brim::MaybeU63 outOctets;
-      double updateTime = 0;  // s, on the writer's clock; 0: never written
+      double readTime = 0;  // s, on the writer's clock; 0: never read
+   };
+   struct LastRead : Counters {
+      uint64_t restarts = 0;
    };
    struct Entry {
       std::string name;
-      Counters counters;
+      LastRead counters;
+   };
+
+   // What a read of the source brought.
+   struct Read {
+      Brim::MaybeU63 inOctets;
+      Brim::MaybeU63 outOctets;
+      bool restarted = false;  // the source's counters have started again since the read before
    };
 
    // A new table: in the named file, which is replaced, or in anonymous memory where the path is empty.
@@ -86,23 +106,29 @@ class CounterTable {
    }
    // The same, tried again for as long as a living writer may take. None when the row stays half written, as a writer
    // leaves it that died there.
-   [[nodiscard]] static std::optional<Counters> read( Row const & row );
+   [[nodiscard]] static std::optional<LastRead> read( Row const & row );
    // Name and counters as they belong together; none also when the row is not in use.
    [[nodiscard]] std::optional<Entry> entry( uint32_t index ) const;
 
    // The writer's side.
 
-   // Takes a row that is not in use into use, counters never written. `index` is at most rows(). Throws TableError for
-   // a name that is too long, for a table that is full and when there is no memory.
-   void rowIs( uint32_t index, std::string_view name );
+   // Takes a row that is not in use into use, counters never read. `index` is at most rows(). Throws TableError for a
+   // name that is too long, for a table that is full and when there is no memory.
+   void rowIs( uint32_t index, std::string_view name, uint64_t restarts = 0 );
    void rowDel( uint32_t index );
-   void countersIs( uint32_t index, Counters const & counters );
+   // `time` is when it was read, in seconds and above 0. A restart counts where there is an earlier read to compare
+   // with.
+   void readIs( uint32_t index, Read const & read, double time );
 
  private:
    static Counters countersOf( Row const & row ) {
       return { Brim::MaybeU63::fromWord( row.inOctets.load( std::memory_order_relaxed ) ),
                Brim::MaybeU63::fromWord( row.outOctets.load( std::memory_order_relaxed ) ),
-               row.updateTime.load( std::memory_order_relaxed ) };
+               row.readTime.load( std::memory_order_relaxed ) };
+   }
+
+   static LastRead lastReadOf( Row const & row ) {
+      return { countersOf( row ), row.restarts.load( std::memory_order_relaxed ) };
    }
 
    struct Header;

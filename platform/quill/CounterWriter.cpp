@@ -15,7 +15,8 @@ void CounterWriter::rowIs( Lumo::IntfId intf ) {
    if( hasRow( intf ) ) return;
    // Given-up rows first, so that a box whose links come and go does not fill the table.
    uint32_t const index = freeRows_.empty() ? table_->rows() : freeRows_.back();
-   table_->rowIs( index, intf.name() );
+   auto const former = formerRestarts_.find( intf );
+   table_->rowIs( index, intf.name(), former == formerRestarts_.end() ? 0 : former->second + 1 );
    // Only now: the table may have thrown, and the row would be lost.
    if( !freeRows_.empty() ) freeRows_.pop_back();
    rows_.emplace( intf, index );
@@ -26,6 +27,7 @@ void CounterWriter::rowDel( Lumo::IntfId intf ) {
    auto const found = rows_.find( intf );
    if( found == rows_.end() ) return;
    uint32_t const index = found->second;
+   formerRestarts_[intf] = lastRead( index ).restarts;
    table_->rowDel( index );
    freeRows_.push_back( index );
    rows_.erase( found );
@@ -33,10 +35,21 @@ void CounterWriter::rowDel( Lumo::IntfId intf ) {
    handleRow( index );
 }
 
-void CounterWriter::countersIs( Lumo::IntfId intf, CounterTable::Counters const & counters ) {
+void CounterWriter::readIs( Lumo::IntfId intf, CounterTable::Read const & read ) {
    auto const found = rows_.find( intf );
    KEL_ASSERT( found != rows_.end() );
-   table_->countersIs( found->second, counters );
+   table_->readIs( found->second, read, Kel::now() );
+}
+
+bool CounterWriter::wants( Lumo::IntfId intf, Rows rows ) const {
+   auto const found = rows_.find( intf );
+   return found != rows_.end() && ( rows == Rows::all || lastRead( found->second ).readTime == 0 );
+}
+
+CounterTable::LastRead CounterWriter::lastRead( uint32_t index ) const {
+   auto const found = CounterTable::read( table_->row( index ) );
+   KEL_ASSERT( found );  // nobody else writes
+   return *found;
 }
 
 void CounterWriter::handleRow( uint32_t index ) {

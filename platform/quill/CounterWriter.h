@@ -1,4 +1,5 @@
 // Fills a counter table: rows come and go with interfaces, counters are written as they are read from their source.
+// Nothing but a read moves a row's time, which is that of the turn and not the source's to say.
 //
 // Owned by the host. Publishes in the writer status directory one record, whose generation changes whenever a row comes
 // or goes, so that readers know to look for rows anew.
@@ -12,6 +13,7 @@
 #include "kel/Attributes.h"
 #include "kel/Dir.h"
 #include "quill/CounterTable.h"
+#include "quill/EntityManager.h"
 #include "records/IntfId.h"
 
 namespace KelQuill {
@@ -34,22 +36,26 @@ class CounterWriter {
 
    [[nodiscard]] CounterTable const & table() const { return *table_; }
 
-   // An interface has a row from rowIs on, its counters at 0, until rowDel. A second rowIs changes nothing. Throws
-   // TableError when the table takes no further row.
+   // An interface has a row from rowIs on, its counters at 0 and never read, until rowDel. A second rowIs changes
+   // nothing. One that comes back after rowDel has restarted. Throws TableError when the table takes no further row.
    void rowIs( Lumo::IntfId intf );
    void rowDel( Lumo::IntfId intf );
    [[nodiscard]] bool hasRow( Lumo::IntfId intf ) const { return rows_.contains( intf ); }
 
-   // For an interface that has a row.
-   void countersIs( Lumo::IntfId intf, CounterTable::Counters const & counters );
+   // For an interface that has a row: its counters were read in this turn, and this is what they said.
+   void readIs( Lumo::IntfId intf, CounterTable::Read const & read );
+   // Whether a refresh of these rows is to read the interface: it has a row, and that is among them.
+   [[nodiscard]] bool wants( Lumo::IntfId intf, Rows rows ) const;
 
  private:
    void handleRow( uint32_t index );
+   [[nodiscard]] CounterTable::LastRead lastRead( uint32_t index ) const;
 
    std::unique_ptr<CounterTable> const table_;
    Kel::Ptr<WriterStatus> const status_;
    std::unordered_map<Lumo::IntfId, uint32_t> rows_;
    std::vector<uint32_t> freeRows_;
+   std::unordered_map<Lumo::IntfId, uint64_t> formerRestarts_;  // of interfaces whose row was given up
 };
 
 }  // namespace KelQuill

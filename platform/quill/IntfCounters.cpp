@@ -9,7 +9,7 @@ namespace Interface::IntfCounterMasquerade {
 IntfStatistics IntfCounter::statisticsOfUnsettledRow() const {
    // Here the read may wait, up to a second for a writer that has died: never in the path of an ordinary sample.
    auto counters = KelQuill::CounterTable::read( row_ );
-   if( counters && counters->updateTime == 0 ) {
+   if( counters && counters->readTime == 0 ) {
       // The row may have come after the turn's refresh. Its zeros as a reference would make the next rate enormous.
       tables_->freshenNewRows();
       counters = KelQuill::CounterTable::read( row_ );

@@ -39,9 +39,14 @@ class IntfCounter final : public Kel::Entity {
    [[nodiscard]] IntfStatistics statistics() const {
       tables_->freshen();
       KelQuill::CounterTable::Counters found;
-      if( KelQuill::CounterTable::readOnce( row_, found ) && found.updateTime != 0 ) [[likely]]
+      if( KelQuill::CounterTable::readOnce( row_, found ) && found.readTime != 0 ) [[likely]]
          return { found.inOctets, found.outOctets };
       return statisticsOfUnsettledRow();
+   }
+   // What the row says, and since when, as it stands: nothing is read from the source for it. None when the writer died
+   // in the middle of the row.
+   [[nodiscard]] std::optional<KelQuill::CounterTable::LastRead> lastRead() const {
+      return KelQuill::CounterTable::read( row_ );
    }
    [[nodiscard]] bool reads( KelQuill::CounterTable::Row const & row ) const { return &row == &row_; }
 

@@ -42,7 +42,7 @@ void InventedCounters::octetsIs( Lumo::IntfId intf, Direction direction, Brim::M
 void InventedCounters::bitsPerSecondIs( Lumo::IntfId intf, Direction direction, double bitsPerSecond ) {
    Flow & f = flow( intf, direction );
    // What the old rate has counted so far is kept.
-   f = Flow{ f.now(), bitsPerSecond, Kel::now() };
+   f = Flow{ f.now(), bitsPerSecond, Kel::now(), f.read };
    write( intf );
 }
 
@@ -51,14 +51,28 @@ void InventedCounters::del( Lumo::IntfId intf ) {
    if( flows_.erase( intf ) != 0 ) writer_.rowDel( intf );
 }
 
-void InventedCounters::refresh() {
-   for( auto const & [intf, flows] : flows_ ) write( intf );
+void InventedCounters::restartCounters( Lumo::IntfId intf ) {
+   Flows & flows = flows_.at( intf );
+   for( Flow * const f : { &flows.in, &flows.out } ) {
+      if( !f->octets.hasValue() ) continue;
+      auto const from = f->read.hasValue() ? f->read : Brim::MaybeU63( 0 );
+      *f = Flow{ from, f->bitsPerSecond, Kel::now(), f->read };
+   }
+   flows.restarted = true;
+}
+
+void InventedCounters::refresh( KelQuill::Rows rows ) {
+   for( auto const & [intf, flows] : flows_ ) {
+      if( writer_.wants( intf, rows ) ) write( intf );
+   }
 }
 
 void InventedCounters::write( Lumo::IntfId intf ) {
+   if( unread_.contains( intf ) ) return;
+   Flows & flows = flows_[intf];
+   for( Flow * const f : { &flows.in, &flows.out } ) f->read = f->now();
    // Both directions and the time in one write, as the kernel's are: a row is one snapshot.
-   Flows const & flows = flows_[intf];
-   writer_.countersIs( intf, { flows.in.now(), flows.out.now(), Kel::now() } );
+   writer_.readIs( intf, { flows.in.read, flows.out.read, std::exchange( flows.restarted, false ) } );
 }
 
 }  // namespace Sim

@@ -1,13 +1,16 @@
 // The octet counters of interfaces that do not exist: set to a value, or growing at a rate from a moment on.
 //
-// Written to the counter table when the plug-in reads it, as the agent does with the kernel's. A rate goes on when a
-// counter is set, and starts from what the counter then says:
+// Written to the counter table when the plug-in reads it, as the agent does with the kernel's; as there, a read can
+// fail, and the counters behind a row can start again. A rate goes on when a counter is set, and starts from what the
+// counter then says:
 //
 //    octets = octets at that moment + floor( bit/s * seconds since / 8 )
 #pragma once
 
 #include <map>
 #include <optional>
+#include <set>
+#include <utility>
 
 #include "brim/MaybeU63.h"
 #include "quill/CounterWriter.h"
@@ -29,18 +32,28 @@ class InventedCounters {
    // The interface has no counters any more; absent is no error.
    void del( Lumo::IntfId intf );
 
+   // From now on reads of these interfaces' counters fail, and of no others: they go on counting, and their rows stay
+   // as they were last read. An interface need not be there yet.
+   void unread( std::set<Lumo::IntfId> intfs ) { unread_ = std::move( intfs ); }
+   [[nodiscard]] bool has( Lumo::IntfId intf ) const { return flows_.contains( intf ); }
+   // The source starts again from 0, for an interface that is there. The row goes on from where it was last read; what
+   // was counted since is lost. The next read marks it.
+   void restartCounters( Lumo::IntfId intf );
+
    // Writes what the counters are now.
-   void refresh();
+   void refresh( KelQuill::Rows rows );
 
  private:
    struct Flow {
       Brim::MaybeU63 octets = 0;  // at `since`
       double bitsPerSecond = 0;
-      double since = 0;  // s
+      double since = 0;         // s
+      Brim::MaybeU63 read = 0;  // as last written
       [[nodiscard]] Brim::MaybeU63 now() const;
    };
    struct Flows {
       Flow in, out;
+      bool restarted = false;  // since the last read
    };
 
    Flow & flow( Lumo::IntfId intf, Direction direction );
@@ -48,6 +61,7 @@ class InventedCounters {
 
    KelQuill::CounterWriter & writer_;
    std::map<Lumo::IntfId, Flows> flows_;
+   std::set<Lumo::IntfId> unread_;
 };
 
 }  // namespace Sim

@@ -37,7 +37,7 @@ World::World( std::string const & plugin, double startTime, double clockStep )
      quill_( new KelQuill::EntityManager( writer_.table() ) ),
      pluginDir_( new Kel::Dir( "plugins" ) ) {
    // A crashed plug-in may keep the manager beyond this world, but nothing of it runs that could call the refresher.
-   quill_->refresherIs( [this] { counters_.refresh(); } );
+   quill_->refresherIs( [this]( auto rows ) { counters_.refresh( rows ); } );
    // Last: it throws, and all members are then there to be taken down.
    Maintenance::DefaultPluginLoader().load( plugin );
 }

@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "StatsFaults.h"
+#include "feed/CounterFeed.h"
+#include "feed/LinkFeed.h"
+#include "linux/LinkMonitor.h"
 #include "linux/MonotonicCounter.h"
 #include "linux/StatsReader.h"
 #include "net/PrivateNetwork.h"
@@ -21,29 +25,35 @@ TEST( MonotonicCounter, goesOnFromWhereItStood ) {
       std::string what;
       std::vector<Octets> raw;
       Octets published;  // after the last
+      int restarts;
    };
    std::vector<Case> const cases{
-      { "the first reading is published as it is", { { 500, 7 } }, { 500, 7 } },
-      { "a device at rest did not restart", { { 500, 7 }, { 500, 7 } }, { 500, 7 } },
-      { "one less is a restart", { { 500, 7 }, { 499, 7 } }, { 999, 14 } },
-      { "restart of both", { { 500, 70 }, { 3, 2 } }, { 503, 72 } },
-      { "restart to nothing", { { 500, 70 }, { 0, 0 } }, { 500, 70 } },
-      { "out has overtaken its last reading since", { { 500, 7 }, { 3, 90 } }, { 503, 97 } },
-      { "in has overtaken its last reading since", { { 7, 500 }, { 90, 3 } }, { 97, 503 } },
-      { "two restarts", { { 500, 50 }, { 3, 2 }, { 1, 1 }, { 4, 1 } }, { 507, 53 } },
-      { "the highest", { { top, top }, { 1, 1 } }, { top, top } },
-      { "a driver's -1 does not wrap", { { 5, 5 }, { ~0ull, 6 }, { 1, 7 } }, { top, 13 } },
-      { "nor does it after a restart", { { 5, 5 }, { 1, 1 }, { ~0ull, 2 } }, { top, 7 } },
+      { "the first reading is published as it is", { { 500, 7 } }, { 500, 7 }, 0 },
+      { "a device at rest did not restart", { { 500, 7 }, { 500, 7 } }, { 500, 7 }, 0 },
+      { "one less is a restart", { { 500, 7 }, { 499, 7 } }, { 999, 14 }, 1 },
+      { "restart of both", { { 500, 70 }, { 3, 2 } }, { 503, 72 }, 1 },
+      { "restart to nothing", { { 500, 70 }, { 0, 0 } }, { 500, 70 }, 1 },
+      { "out has overtaken its last reading since", { { 500, 7 }, { 3, 90 } }, { 503, 97 }, 1 },
+      { "in has overtaken its last reading since", { { 7, 500 }, { 90, 3 } }, { 97, 503 }, 1 },
+      { "two restarts", { { 500, 50 }, { 3, 2 }, { 1, 1 }, { 4, 1 } }, { 507, 53 }, 2 },
+      { "the highest", { { top, 1 } }, { top, 1 }, 0 },
+      { "no sum is above the highest", { { top, 1 }, { 1, 1 } }, { top, 1 }, 0 },
+      { "a driver's -1 is no counter", { { 5, 5 }, { ~0ull, 6 }, { 6, ~0ull }, { 6, 7 } }, { 6, 7 }, 0 },
+      { "nor is it after a restart", { { 5, 5 }, { 1, 1 }, { ~0ull, 2 }, { 1, 3 } }, { 6, 8 }, 1 },
    };
-   for( auto const & [what, raw, published] : cases ) {
+   for( auto const & [what, raw, published, restarts] : cases ) {
       MonotonicCounter counter;
       Octets before;
+      int restartsSeen = 0;
       for( auto const & reading : raw ) {
-         Octets const now = counter.value( reading );
-         EXPECT_TRUE( now.in >= before.in && now.out >= before.out ) << what << ": went backward";
-         before = now;
+         auto const now = counter.value( reading );
+         if( !now ) continue;
+         EXPECT_TRUE( now->octets.in >= before.in && now->octets.out >= before.out ) << what << ": went backward";
+         before = now->octets;
+         restartsSeen += now->restarted;
       }
       EXPECT_EQ( before, published ) << what << ": " << before.in << ", " << before.out;
+      EXPECT_EQ( restartsSeen, restarts ) << what;
    }
 }
 
@@ -134,7 +144,7 @@ TEST_F( Counters, ofManyLinksComeInOneReadOnceEach ) {
 
 TEST_F( Counters, ofADeviceMadeAgainGoOn ) {
    MonotonicCounter published;
-   auto const read = [&] { return published.value( readAll().at( indexOf( "v0" ) ) ); };
+   auto const read = [&] { return published.value( readAll().at( indexOf( "v0" ) ) ).value().octets; };
    Octets const start = read();
    std::uint64_t const first = send( 20, 1000 );
    EXPECT_EQ( read().out, start.out + first );
@@ -151,6 +161,119 @@ TEST_F( Counters, areReadAgainAfterAReadThatFailed ) {
    EXPECT_THROW( reader_->read( []( int, rtnl_link_stats64 const & ) { throw Refused(); } ), Refused );
    send( 3, 100 );
    EXPECT_EQ( readAll(), shown() );
+}
+
+// The rows of the counter table, fed from the links of a private network.
+class Feed : public Counters {
+ protected:
+   void SetUp() override {
+      ASSERT_NO_FATAL_FAILURE( Counters::SetUp() );
+      monitor_.emplace( [this]( Link const & link ) { links_.changed( link ); },
+                        [this]( Link const & link ) { links_.removed( link ); } );
+      feed_.emplace( links_, writer_ );
+      loop_.turn( [&] { monitor_->start(); } );
+   }
+   ~Feed() override { Faults::statsFaults() = {}; }
+
+   // A turn in which the links' changes are heard, unless they come too late for it, and the counters are read.
+   void refreshAt( double time, bool linksHeard = true ) {
+      loop_.runUntil( *clock_, time );
+      loop_.turn( [&] {
+         if( linksHeard ) monitor_->handleReadable();
+         feed_->refresh( KelQuill::Rows::all );
+      } );
+   }
+   KelQuill::CounterTable::LastRead row( std::string const & name ) const {
+      for( uint32_t i = 0; i < writer_.table().rows(); ++i ) {
+         auto const entry = writer_.table().entry( i );
+         if( entry && entry->name == name ) return entry->counters;
+      }
+      throw std::runtime_error( "no row of " + name );
+   }
+   double readTime( std::string const & name ) const { return row( name ).readTime; }
+   std::uint64_t sent() const { return row( "v0" ).outOctets.value(); }
+
+   Kel::Ptr<Kel::VirtualClock> const clock_ = new Kel::VirtualClock( 1000 );
+   Kel::ActivityLoop loop_{ clock_ };
+   Kel::Ptr<Dovra::EntityManager> const database_ = new Dovra::EntityManager;
+   Maintenance::MaintenanceState state_{ *database_ };
+   KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
+   LinkFeed links_{ state_, writer_ };
+   std::optional<LinkMonitor> monitor_;  // these two are made in the private network
+   std::optional<CounterFeed> feed_;
+};
+
+TEST_F( Feed, aReadThatFailsMovesNothing ) {
+   makeManyLinks();
+   refreshAt( 1010 );
+   auto const before = row( "v0" );
+   std::uint64_t const octets = send( 20, 1000 );
+   auto const expectUnmoved = [&]( char const * what ) {
+      for( char const * link : { "lo", "v0", "x0", "x149" } ) EXPECT_EQ( readTime( link ), 1010 ) << what << link;
+      EXPECT_EQ( sent(), before.outOctets.value() ) << what;
+   };
+   Faults::statsFaults().requestFails = [] { return true; };
+   refreshAt( 1020 );
+   expectUnmoved( "the request: " );
+   Faults::statsFaults().requestFails = {};
+   Faults::statsFaults().failingPart = 2;  // the links in the first came through
+   refreshAt( 1030 );
+   expectUnmoved( "half way: " );
+   Faults::statsFaults().failingPart = 0;
+   refreshAt( 1040 );
+   EXPECT_EQ( readTime( "v0" ), 1040 );
+   EXPECT_EQ( readTime( "x149" ), 1040 );
+   EXPECT_EQ( sent(), before.outOctets.value() + octets );
+   EXPECT_EQ( row( "v0" ).restarts, before.restarts );
+}
+
+TEST_F( Feed, aLinkThatAnInterruptedAnswerPassedByKeepsItsTime ) {
+   refreshAt( 1010 );
+   Faults::statsFaults().passedBy = indexOf( "v0" );
+   Faults::statsFaults().interruptedAnswers = 1;
+   refreshAt( 1020 );
+   EXPECT_EQ( readTime( "v0" ), 1020 );  // the kernel was asked again
+   auto const before = sent();
+   std::uint64_t const octets = send( 5, 1000 );
+   Faults::statsFaults().interruptedAnswers = 1000;
+   refreshAt( 1030 );
+   EXPECT_EQ( readTime( "v0" ), 1020 );
+   EXPECT_EQ( readTime( "v1" ), 1030 );
+   EXPECT_EQ( sent(), before );
+   Faults::statsFaults().interruptedAnswers = 0;
+   refreshAt( 1040 );
+   EXPECT_EQ( readTime( "v0" ), 1040 );
+   EXPECT_EQ( sent(), before + octets );
+}
+
+TEST_F( Feed, aLinkThatIsNotToldOfYetHasNoTime ) {
+   ip( "link add name late type veth" );
+   loop_.turn( [&] { monitor_->handleReadable(); } );
+   EXPECT_EQ( readTime( "late" ), 0 );
+   refreshAt( 1010 );
+   EXPECT_EQ( readTime( "late" ), 1010 );
+   ip( "link del late\nlink add name late type veth" );
+   refreshAt( 1020, false );  // another device answers by now
+   EXPECT_EQ( readTime( "late" ), 1010 );
+   EXPECT_EQ( row( "late" ).restarts, 0u );
+   refreshAt( 1030 );
+   EXPECT_EQ( readTime( "late" ), 1030 );
+   EXPECT_EQ( row( "late" ).restarts, 1u );
+}
+
+TEST_F( Feed, aLinkMadeAgainIsMarkedAlsoWhenItHasCountedMoreThanBefore ) {
+   send( 1, 1000 );
+   refreshAt( 1010 );
+   EXPECT_EQ( row( "v0" ).restarts, 0u );
+   for( std::uint64_t made : { 1u, 2u } ) {
+      auto const before = sent();
+      ip( "link del v0" );
+      makeLink();
+      send( made == 1 ? 30 : 2, 1000 );
+      refreshAt( 1010 + 10.0 * static_cast<double>( made ) );
+      EXPECT_EQ( row( "v0" ).restarts, made );
+      EXPECT_GT( sent(), before );
+   }
 }
 
 }  // namespace

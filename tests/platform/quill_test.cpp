@@ -76,11 +76,12 @@ TEST_F( TableTest, theFileHoldsEachFieldWhereTheLayoutSays ) {
    auto const table = CounterTable::create( path, 4 );
    table->rowIs( 0, "Ethernet1" );
    table->rowIs( 1, "Ethernet2" );
-   table->countersIs( 1, { 5, MaybeU63::none(), 12.5 } );
+   table->readIs( 1, { 5, MaybeU63::none() }, 11.5 );
+   table->readIs( 1, { 5, MaybeU63::none(), true }, 12.5 );
    table->rowDel( 0 );
    std::string const file = bytes();
    ASSERT_EQ( file.size(), 64u + 4 * 128 );
-   EXPECT_EQ( file.substr( 0, 8 ), std::string( "KQCTRS1\0", 8 ) );
+   EXPECT_EQ( file.substr( 0, 8 ), std::string( "KQCTRS2\0", 8 ) );
    EXPECT_EQ( at<uint32_t>( file, 8 ), 128u );
    EXPECT_EQ( at<uint32_t>( file, 12 ), 4u );
    EXPECT_EQ( at<uint64_t>( file, 16 ), 2u );
@@ -92,7 +93,8 @@ TEST_F( TableTest, theFileHoldsEachFieldWhereTheLayoutSays ) {
    EXPECT_EQ( at<uint64_t>( file, row + 16 ), 5u );
    EXPECT_EQ( at<uint64_t>( file, row + 24 ) >> 63, 1u );
    EXPECT_EQ( at<double>( file, row + 32 ), 12.5 );
-   EXPECT_STREQ( file.data() + row + 40, "Ethernet2" );
+   EXPECT_EQ( at<uint64_t>( file, row + 40 ), 1u );
+   EXPECT_STREQ( file.data() + row + 48, "Ethernet2" );
 }
 
 // A row that goes from one name to the other and back with every step; what is odd belongs to the second.
@@ -100,16 +102,17 @@ std::string const rowNames[] = { std::string( 60, 'e' ), std::string( 60, 'o' ) 
 
 void step( CounterTable & table, uint64_t octets ) {
    table.rowDel( 0 );
-   table.rowIs( 0, rowNames[octets % 2] );
-   table.countersIs( 0, { octets, octets, static_cast<double>( octets ) } );
+   table.rowIs( 0, rowNames[octets % 2], octets );
+   table.readIs( 0, { octets, octets }, static_cast<double>( octets ) );
 }
 
 // Name and counters are of one step, or of a row that has only its name yet.
 bool whole( std::optional<CounterTable::Entry> const & entry ) {
    if( !entry ) return true;
-   auto const & [in, out, time] = entry->counters;
-   bool const named = entry->name == rowNames[time == 0 ? entry->name[0] == 'o' : in.value() % 2];
-   return named && in == out && static_cast<double>( in.value() ) == time;
+   auto const & row = entry->counters;
+   uint64_t const octets = row.readTime == 0 ? 0 : row.restarts;
+   return entry->name == rowNames[row.restarts % 2] && row.inOctets == octets && row.outOctets == octets &&
+          row.readTime == static_cast<double>( octets );
 }
 
 TEST_F( TableTest, aReaderInAnotherProcessNeverSeesHalfARow ) {
@@ -159,7 +162,8 @@ TEST_F( TableTest, aWriteInTheMiddleOfAReadIsNoticed ) {
    interrupted(
       [&] {
          auto const counters = CounterTable::read( table->row( 0 ) );
-         torn += !counters || counters->inOctets != counters->outOctets;
+         torn += !counters || counters->inOctets != counters->outOctets ||
+                 ( counters->readTime != 0 && counters->inOctets != counters->restarts );
          torn += !whole( table->entry( 0 ) );
       },
       [&] { step( *table, ++octets ); } );
@@ -219,7 +223,9 @@ TEST_F( TableTest, whatIsNoTableIsRefusedWithTheReason ) {
       { whole.substr( 0, whole.size() - 1 ), "shorter than its header" },
       { with( 15, 1 ), "shorter than its header" },
       { std::string( 4096, 'x' ), "does not begin" },
-      { with( 6, '2' ), "does not begin" },
+      { with( 6, '1' ), "of version 1, and version 2 is wanted" },
+      { with( 6, 'x' ), "does not begin" },
+      { with( 7, '0' ), "does not begin" },
       { with( 8, 64 ), "rows have another size" },
       { with( 16, 5 ), "more rows than it has" },
       { with( 23, 1 ), "more rows than it has" } };
@@ -265,7 +271,7 @@ TEST_F( TableTest, aMillionRowsTakeMemoryOnlyAsTheyCome ) {
    ASSERT_EQ( ::stat( path.c_str(), &status ), 0 );
    EXPECT_LT( status.st_blocks * 512, 1 << 20 );
    for( uint32_t i = 0; i < CounterTable::capacityMax; ++i ) table->rowIs( i, "row" + std::to_string( i ) );
-   table->countersIs( CounterTable::capacityMax - 1, { 1, 2, 3 } );
+   table->readIs( CounterTable::capacityMax - 1, { 1, 2 }, 3 );
    auto const read = CounterTable::openReadOnly( path );
    ASSERT_EQ( read->rows(), CounterTable::capacityMax );
    EXPECT_EQ( read->entry( 1000000 )->name, "row1000000" );
@@ -300,10 +306,10 @@ TEST_F( TableTest, aFullFileSystemIsAnErrorAndNotTheEndOfTheProcess ) {
 class ReaderStory : public ::testing::Test {
  protected:
    ReaderStory() {
-      tables->refresherIs( [this] {
+      tables->refresherIs( [this]( KelQuill::Rows rows ) {
          ++refreshes;
          for( auto const & [intf, octets] : source ) {
-            if( writer.hasRow( intf ) ) writer.countersIs( intf, { octets.inOctets, octets.outOctets, Kel::now() } );
+            if( writer.wants( intf, rows ) ) writer.readIs( intf, { octets.inOctets, octets.outOctets } );
          }
       } );
    }
@@ -318,6 +324,13 @@ class ReaderStory : public ::testing::Test {
    bool hasEntry( char const * intf ) const {
       return reader->allEthIntfCounterPtrDir()->currentStatistics( IntfId( intf ) ) != nullptr;
    }
+   CounterTable::LastRead row( char const * intf ) const {
+      return reader->allEthIntfCounterPtrDir()->currentStatistics( IntfId( intf ) )->lastRead().value();
+   }
+   void turnAt( double time, std::function<void()> const & work ) {
+      loop.runUntil( *clock, time );
+      loop.turn( work );
+   }
    uint32_t generation() const {
       auto const status = Kel::dynamicPtrCast<KelQuill::WriterStatus>( statusDir->entityRef( "ethIntfCounter" ) );
       return status->generation();
@@ -325,7 +338,8 @@ class ReaderStory : public ::testing::Test {
 
    std::map<IntfId, IntfStatistics> source;
    int refreshes = 0;
-   Kel::ActivityLoop loop{ Kel::Ptr<Kel::Clock>( new Kel::VirtualClock( 1000 ) ) };
+   Kel::Ptr<Kel::VirtualClock> const clock{ new Kel::VirtualClock( 1000 ) };
+   Kel::ActivityLoop loop{ clock };
    Kel::Ptr<Kel::Dir> const statusDir{ new Kel::Dir( "writerStatus" ) };
    CounterWriter writer{ statusDir, "" };
    Kel::Ptr<KelQuill::EntityManager> const tables{ new KelQuill::EntityManager( writer.table() ) };
@@ -368,6 +382,68 @@ TEST_F( ReaderStory, anInterfaceThatAppearsAfterTheTurnsSnapshotDoesNotCountFrom
       for( int i = 0; i < 5; ++i ) (void)current( "Ethernet3" );
    } );
    EXPECT_EQ( refreshes, 3 );
+}
+
+// Octets that stand still may only be unread. The time tells.
+TEST_F( ReaderStory, onlyAReadOfItsInterfaceMovesARowsTime ) {
+   for( char const * intf : { "Ethernet1", "Ethernet2" } ) {
+      writer.rowIs( IntfId( intf ) );
+      octets( intf, 7, 7 );
+   }
+   startReader();
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 0 );
+   turnAt( 1010, [&] { (void)current( "Ethernet1" ); } );
+   EXPECT_EQ( row( "Ethernet2" ).readTime, 1010 );
+   source.erase( IntfId( "Ethernet2" ) );
+   turnAt( 1020, [&] { EXPECT_EQ( current( "Ethernet2" ), ( IntfStatistics{ 7, 7 } ) ); } );
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 1020 );
+   EXPECT_EQ( row( "Ethernet2" ).readTime, 1010 );
+   turnAt( 1030, [&] { EXPECT_EQ( row( "Ethernet1" ).readTime, 1020 ); } );
+   EXPECT_EQ( refreshes, 2 );  // who only looks at the rows has nothing read
+}
+
+// What was sampled before the second refresh went by the octets of an earlier turn.
+TEST_F( ReaderStory, aRowThatWasUnreadWhenItWasSampledStaysSoForTheTurn ) {
+   writer.rowIs( IntfId( "Ethernet1" ) );
+   octets( "Ethernet1", 1, 1 );
+   startReader();
+   turnAt( 1010, [&] { (void)current( "Ethernet1" ); } );
+   source.erase( IntfId( "Ethernet1" ) );
+   turnAt( 1020, [&] {
+      (void)current( "Ethernet1" );
+      octets( "Ethernet1", 9, 9 );
+      octets( "Ethernet2", 2, 2 );
+      writer.rowIs( IntfId( "Ethernet2" ) );
+      EXPECT_EQ( current( "Ethernet2" ), ( IntfStatistics{ 2, 2 } ) );
+      EXPECT_EQ( current( "Ethernet1" ), ( IntfStatistics{ 1, 1 } ) );
+   } );
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 1010 );
+   EXPECT_EQ( row( "Ethernet2" ).readTime, 1020 );
+   turnAt( 1030, [&] { EXPECT_EQ( current( "Ethernet1" ), ( IntfStatistics{ 9, 9 } ) ); } );
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 1030 );
+}
+
+TEST_F( ReaderStory, aRestartMarksTheRowForGood ) {
+   IntfId const intf( "Ethernet1" );
+   writer.rowIs( intf );
+   startReader();
+   loop.turn();
+   auto const restartsAfter = [&]( bool restarted ) {
+      writer.readIs( intf, { 1, 1, restarted } );
+      return row( "Ethernet1" ).restarts;
+   };
+   EXPECT_EQ( restartsAfter( true ), 0u );  // the first read has nothing before it
+   EXPECT_EQ( restartsAfter( true ), 1u );
+   EXPECT_EQ( restartsAfter( false ), 1u );
+   EXPECT_EQ( restartsAfter( true ), 2u );
+   writer.rowDel( intf );
+   writer.rowIs( IntfId( "Ethernet2" ) );  // in its row
+   EXPECT_EQ( row( "Ethernet2" ).restarts, 0u );
+   writer.rowIs( intf );
+   EXPECT_EQ( row( "Ethernet1" ).restarts, 3u );
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 0 );
+   EXPECT_EQ( restartsAfter( true ), 3u );
+   EXPECT_EQ( restartsAfter( true ), 4u );
 }
 
 TEST_F( ReaderStory, entriesComeAndGoWithRows ) {
