@@ -66,6 +66,14 @@ double amount( Json const & json, char const * wanted, double atMost ) {
    return number;
 }
 
+std::string intfName( Json const & json ) {
+   Value const value = json.value();
+   if( !value.as<std::string>() ) {
+      throw LineError( json.column, std::string( "an interface's name is wanted here, not " ) + value.kind() );
+   }
+   return *value.as<std::string>();
+}
+
 Direction direction( std::string const & name, Json const & at ) {
    if( name == "in" ) return Direction::in;
    if( name == "out" ) return Direction::out;
@@ -164,10 +172,13 @@ Scenario::Verb Scenario::verb( Json const & line ) {
 void Scenario::execute( Json const & line ) {
    // "set" and "advance" are missing: one has two arguments, the other is not for a turn.
    static std::map<std::string_view, Act> const acts{
-      { "delete", &Scenario::del },      { "get", &Scenario::get },     { "counters", &Scenario::counters },
-      { "traffic", &Scenario::traffic }, { "start", &Scenario::start }, { "stop", &Scenario::stop },
-      { "crash", &Scenario::crash },     { "batch", &Scenario::batch }, { "dump", &Scenario::dump },
-      { "watch", &Scenario::watch },     { "trace", &Scenario::trace }, { "ring", &Scenario::ring },
+      { "delete", &Scenario::del },        { "get", &Scenario::get },
+      { "counters", &Scenario::counters }, { "traffic", &Scenario::traffic },
+      { "start", &Scenario::start },       { "stop", &Scenario::stop },
+      { "unread", &Scenario::unread },     { "restartCounters", &Scenario::restartCounters },
+      { "crash", &Scenario::crash },       { "batch", &Scenario::batch },
+      { "dump", &Scenario::dump },         { "watch", &Scenario::watch },
+      { "trace", &Scenario::trace },       { "ring", &Scenario::ring },
    };
    Verb const v = verb( line );
    if( v.to ) return set( *v.argument, *v.to );
@@ -220,6 +231,21 @@ void Scenario::traffic( Json const & byIntf ) {
       for( auto const & [way, rate] : directions.object( "an object of directions" ) ) {
          world_.counters().bitsPerSecondIs( intf, direction( way, rate ), amount( rate, "a rate", bitsPerSecondMax ) );
       }
+   }
+}
+
+void Scenario::unread( Json const & intfs ) {
+   std::set<Lumo::IntfId> named;
+   for( Json const & name : intfs.list( "a list of interfaces" ) ) named.emplace( intfName( name ) );
+   world_.counters().unread( std::move( named ) );
+}
+
+void Scenario::restartCounters( Json const & intfs ) {
+   for( Json const & json : intfs.list( "a list of interfaces" ) ) {
+      std::string const name = intfName( json );
+      auto const intf = Lumo::IntfId::known( name );
+      if( !intf || !world_.counters().has( *intf ) ) throw LineError( json.column, name + " has no counters" );
+      world_.counters().restartCounters( *intf );
    }
 }
 

@@ -2,6 +2,7 @@
 //
 //    set .. to, delete, get   records, by path
 //    counters, traffic        octet counters of invented interfaces
+//    unread, restartCounters  what can go wrong with reading them
 //    start, stop, crash       the plug-in
 //    advance, batch           time; several lines in one turn of the loop
 //    dump, watch, trace, ring what to print
@@ -54,6 +55,8 @@ class Scenario {
    void get( Json const & path );
    void counters( Json const & byIntf );
    void traffic( Json const & byIntf );
+   void unread( Json const & intfs );
+   void restartCounters( Json const & intfs );
    void start( Json const & nothing );
    void stop( Json const & nothing );
    void crash( Json const & nothing );

@@ -49,6 +49,13 @@ class Scenario : public ::testing::Test {
       out_.str( "" );
       return answers;
    }
+   KelQuill::CounterTable::LastRead row( std::string const & intf ) const {
+      for( uint32_t i = 0; i < world_.counterTable().rows(); ++i ) {
+         auto const entry = world_.counterTable().entry( i );
+         if( entry && entry->name == intf ) return entry->counters;
+      }
+      throw std::runtime_error( "no row of " + intf );
+   }
    std::string get( std::string const & path ) { return run( R"({"get": [)" + path + "]}" ).back(); }
 
    std::ostringstream out_;
@@ -136,6 +143,56 @@ TEST_F( Scenario, countersAndTrafficAreWhatTheyWereSetTo ) {
    EXPECT_EQ( octets( Sim::Direction::out ), Brim::MaybeU63( 109 ) );
 }
 
+// An interface whose counters cannot be read keeps what was read last, and when; what it carries meanwhile shows later.
+TEST_F( Scenario, anUnreadInterfaceKeepsItsRow ) {
+   run( fabric );
+   run( R"({"traffic": {"Ethernet1": {"in": 800000, "out": 8}, "Ethernet2": {"in": 0}}}
+{"start": {}})" );
+   run( enter );
+   run( R"({"advance": 10}
+{"unread": ["Ethernet1", "Ethernet77"]}
+{"traffic": {"Ethernet1": {"in": 1600000}}}
+{"advance": 20})" );
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 1010 );
+   EXPECT_EQ( row( "Ethernet2" ).readTime, 1030 );
+   EXPECT_EQ( row( "Ethernet1" ).inOctets, Brim::MaybeU63( 1'000'000 ) );
+   EXPECT_THAT( get( monitored + std::string( R"(,"curRates")" ) ), HasSubstr( R"("inBitsRate": 0,)" ) );
+   run( R"({"unread": ["Ethernet2"]}
+{"advance": 10})" );
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 1040 );
+   EXPECT_EQ( row( "Ethernet2" ).readTime, 1030 );
+   EXPECT_EQ( row( "Ethernet1" ).inOctets, Brim::MaybeU63( 1'000'000 + 30 * 200'000 ) );
+   EXPECT_EQ( row( "Ethernet1" ).restarts, 0u );
+   run( R"({"unread": []}
+{"advance": 10})" );
+   EXPECT_EQ( row( "Ethernet2" ).readTime, 1050 );
+}
+
+// What was counted between the last read and the restart is lost, and the row says that something was.
+TEST_F( Scenario, restartedCountersGoOnFromTheLastReadAndMarkTheRow ) {
+   run( fabric );
+   run( R"({"traffic": {"Ethernet1": {"in": 800000, "out": 8}}}
+{"start": {}})" );
+   run( enter );
+   run( R"({"advance": 14}
+{"restartCounters": ["Ethernet1"]})" );
+   EXPECT_EQ( row( "Ethernet1" ).restarts, 0u );  // not read since
+   EXPECT_EQ( row( "Ethernet1" ).readTime, 1010 );
+   run( R"({"advance": 6})" );
+   EXPECT_EQ( row( "Ethernet1" ).inOctets, Brim::MaybeU63( 1'000'000 + 600'000 ) );
+   EXPECT_EQ( row( "Ethernet1" ).outOctets, Brim::MaybeU63( 10 + 6 ) );
+   EXPECT_EQ( row( "Ethernet1" ).restarts, 1u );
+   run( R"({"advance": 10}
+{"counters": {"Ethernet1": {"in": null}}}
+{"restartCounters": ["Ethernet1"]}
+{"advance": 10})" );
+   EXPECT_FALSE( row( "Ethernet1" ).inOctets.hasValue() );
+   EXPECT_EQ( row( "Ethernet1" ).restarts, 2u );
+   run( R"({"counters": {"Ethernet1": null}}
+{"counters": {"Ethernet1": {}}})" );
+   EXPECT_EQ( row( "Ethernet1" ).restarts, 3u );  // gone and back
+}
+
 TEST_F( Scenario, saysWhereALineIsWrong ) {
    struct Case {
       char const * line;
@@ -167,6 +224,9 @@ TEST_F( Scenario, saysWhereALineIsWrong ) {
            { R"({"trace": [12]})", "column 12: there is no level 12" },
            { R"({"counters": {"Ethernet1": {"up": 1}}})", "column 35: a direction is \"in\" or \"out\", not \"up\"" },
            { R"({"traffic": {"Ethernet1": {"in": -5}}})", "column 34: a rate must not be negative" },
+           { R"({"unread": "Ethernet1"})", "column 12: a list of interfaces is wanted" },
+           { R"({"unread": [1]})", "column 13: an interface's name is wanted here, not a number" },
+           { R"({"restartCounters": ["Ethernet99"]})", "column 22: Ethernet99 has no counters" },
         } ) {
       EXPECT_THAT( run( line ).back(), HasSubstr( error ) ) << line;
    }
