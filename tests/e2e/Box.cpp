@@ -63,9 +63,12 @@ pid_t Box::spawn( std::vector<std::string> const & command, std::string const & 
    ::_exit( 127 );
 }
 
-void Box::startMaintd( std::string const & config, std::vector<std::string> const & more ) {
-   std::vector<std::string> command{ RATEMON_MAINTD_PATH,   "--config",    file( "maintd.yaml", config ), "--socket",
-                                     path( "maintd.sock" ), "--foreground" };
+void Box::startMaintd( std::string const & config, std::vector<std::string> const & more,
+                       std::string const & unreadFile ) {
+   std::string const program = unreadFile.empty() ? RATEMON_MAINTD_PATH : RATEMON_MAINTD_WITH_FAULTS_PATH;
+   ::setenv( "RATEMON_UNREAD_FILE", unreadFile.c_str(), 1 );
+   std::vector<std::string> command{
+      program, "--config", file( "maintd.yaml", config ), "--socket", path( "maintd.sock" ), "--foreground" };
    command.insert( command.end(), more.begin(), more.end() );
    maintd_ = spawn( command, path( "maintd.out" ), path( "maintd.log" ) );
    ASSERT_TRUE( eventually( [&] { return maintctl( { "units" } ).status == 0; } ) ) << "maintd does not answer";

@@ -30,8 +30,10 @@ class Box : public PrivateNetwork {
    // leave by it.
    static void link( std::string const & name, int number );
 
-   // Starts maintd and waits until it answers.
-   void startMaintd( std::string const & config, std::vector<std::string> const & more = {} );
+   // Starts maintd and waits until it answers. With a file that makes reads of the counters fail while it exists, where
+   // the name of one is given.
+   void startMaintd( std::string const & config, std::vector<std::string> const & more = {},
+                     std::string const & unreadFile = "" );
    // Sends it a signal and returns its exit status.
    int stopMaintd( int signal );
    [[nodiscard]] pid_t send( std::string const & link, int number, double bitsPerSecond );

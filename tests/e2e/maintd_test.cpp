@@ -8,6 +8,7 @@
 #include <map>
 
 #include "Box.h"
+#include "quill/CounterTable.h"
 
 namespace Test {
 
@@ -113,6 +114,40 @@ TEST_F( Maintd, readsTheKernelOnlyWhileAUnitIsInMaintenance ) {
    EXPECT_FALSE( stands() );
    ASSERT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
    EXPECT_TRUE( stands() );
+   stop( sender );
+}
+
+// A read that fails is no read of zeros: the row keeps the time of the last one that did not.
+TEST_F( Maintd, doesNotTakeCountersForReadThatCouldNotBe ) {
+   link( "up1", 1 );
+   startMaintd( config( "up1" ), { "--counter-table", path( "counters" ) }, path( "unread" ) );
+   auto const table = KelQuill::CounterTable::openReadOnly( path( "counters" ) );
+   auto const row = [&] {
+      for( uint32_t i = 0; i < table->rows(); ++i ) {
+         auto const entry = table->entry( i );
+         if( entry && entry->name == "up1" ) return entry->counters;
+      }
+      return KelQuill::CounterTable::LastRead{};
+   };
+   pid_t const sender = send( "up1", 1, 4e6 );
+   ASSERT_EQ( maintctl( { "enter", "fabric" } ).status, 0 );
+   ASSERT_TRUE( eventually( [&] { return row().readTime > 0; } ) );
+   auto const samplesPass = [&]( int number ) {
+      auto const samples = [&] { return shown( "up1" ).at( "totalSamples" ).to_number<int>(); };
+      int const before = samples();
+      return eventually( [&] { return samples() >= before + number; } );
+   };
+   file( "unread", "" );
+   ASSERT_TRUE( samplesPass( 1 ) );  // a read may have been under way
+   auto const unread = row();
+   ASSERT_TRUE( samplesPass( 2 ) );
+   EXPECT_EQ( row().readTime, unread.readTime );
+   EXPECT_EQ( row().outOctets, unread.outOctets );
+   EXPECT_THAT( contents( path( "maintd.log" ) ), HasSubstr( "reading the links' counters: asking for" ) );
+   std::filesystem::remove( path( "unread" ) );
+   EXPECT_TRUE( eventually( [&] { return row().readTime > unread.readTime; } ) );
+   EXPECT_GT( row().outOctets.value(), unread.outOctets.value() );
+   EXPECT_EQ( row().restarts, 0u );
    stop( sender );
 }
 
