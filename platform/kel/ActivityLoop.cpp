@@ -45,7 +45,16 @@ ActivityLoop::~ActivityLoop() {
    current_ = nullptr;  // now_ stays: what is torn down after the loop may still trace
 }
 
-double ActivityLoop::nextDue() const { return std::min( timers_.nextDue(), deferred_.nextDue() ); }
+double ActivityLoop::nextDue() const {
+   // What asked between two turns does not wait for another reason to have one.
+   if( turnEndDue() ) return now_;
+   return std::min( timers_.nextDue(), deferred_.nextDue() );
+}
+
+TurnEnd * ActivityLoop::turnEndDue() const {
+   auto const found = std::ranges::find_if( turnEnds_, []( TurnEnd const * t ) { return t->due_; } );
+   return found == turnEnds_.end() ? nullptr : *found;
+}
 
 void ActivityLoop::turn( Work const & work ) {
    TurnScope const scope( *this );
@@ -56,11 +65,18 @@ void ActivityLoop::turn( Work const & work ) {
    }
    timers_.runBatch();
    deferred_.runBatch();
+   while( TurnEnd * const next = turnEndDue() ) {
+      // Before the call, from within which it may ask again.
+      next->due_ = false;
+      Dispatch const dispatch;
+      next->onTurnEnd();
+   }
 }
 
 void ActivityLoop::forgetAll() {
    timers_.forgetAll();
    deferred_.forgetAll();
+   turnEnds_.clear();
    Dispatch::forgetDropped();
 }
 

@@ -2,7 +2,8 @@
 //
 // A turn has one time, Kel::now(), which does not move until the next. It runs the work it was given (a request, a
 // ready descriptor, a line of a scenario), then the timers that were due when it began, then the deferred work that
-// was. What is asked for during a turn waits for a later one, also for a time in the past, so a turn always ends.
+// was. What is asked for during a turn waits for a later one, also for a time in the past, so a turn always ends. Last
+// come those who judge what the turn has changed (kel/TurnEnd.h).
 //
 // There is one loop in a process, made by the host with the clock that it is to follow. The loop never waits: whoever
 // drives it does, until nextDue() or until there is work, and then calls turn(). An exception of a handler passes
@@ -11,9 +12,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "kel/Assert.h"
 #include "kel/Clock.h"
+#include "kel/TurnEnd.h"
 
 namespace Kel {
 
@@ -68,6 +71,9 @@ class ActivityLoop {
    class TurnScope;
    friend ActivityLoop & activityLoop();
    friend double now();
+   friend class TurnEnd;
+
+   [[nodiscard]] TurnEnd * turnEndDue() const;  // the lowest that asked, null when none did
 
    static ActivityLoop * current_;
    static double now_;
@@ -77,6 +83,7 @@ class ActivityLoop {
    bool inTurn_ = false;
    TimedQueue timers_;
    TimedQueue deferred_;
+   std::vector<TurnEnd *> turnEnds_;  // by rank
 };
 
 // The process's loop, which must exist.
