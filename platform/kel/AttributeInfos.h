@@ -27,6 +27,11 @@ template<class T>
    }
 }
 
+template<class T>
+inline constexpr bool isSeries = false;
+template<class T>
+inline constexpr bool isSeries<std::vector<T>> = true;
+
 template<class Self, class T, class Get, class Set>
 class ScalarInfo final : public AttributeInfo {
  public:
@@ -40,8 +45,8 @@ class ScalarInfo final : public AttributeInfo {
       set_( static_cast<Self &>( e ), converted );
    }
    std::string print( Entity const & e ) const override {
-      // Several fields have no printed form on one line.
-      if constexpr( ValueRecord<T> )
+      // Several fields, and a series, have no printed form on one line.
+      if constexpr( ValueRecord<T> || isSeries<T> )
          return AttributeInfo::print( e );
       else
          return printValue( get_( self( e ) ) );

@@ -28,8 +28,8 @@ class Value {
  public:
    using Object = std::vector<std::pair<std::string, Value>>;
    using List = std::vector<Value>;
-   // Unsigned numbers stay unsigned, negative ones are signed; no 64-bit value loses a bit. No attribute is a list:
-   // lists are for answers that are built from attributes.
+   // Unsigned numbers stay unsigned, negative ones are signed; no 64-bit value loses a bit. Lists are for answers and
+   // series (kel/Optional.h); what has keys is an object.
    using Content = std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, Object, List>;
 
    Value() = default;
