@@ -107,6 +107,13 @@ class CounterTable {
    // The same, tried again for as long as a living writer may take. None when the row stays half written, as a writer
    // leaves it that died there.
    [[nodiscard]] static std::optional<LastRead> read( Row const & row );
+   // All of it at one go; false as above.
+   [[nodiscard]] static bool readOnce( Row const & row, LastRead & found ) {
+      uint64_t const before = row.sequence.load( std::memory_order_acquire );
+      found = lastReadOf( row );
+      std::atomic_thread_fence( std::memory_order_acquire );
+      return before % 2 == 0 && row.sequence.load( std::memory_order_relaxed ) == before;
+   }
    // Name and counters as they belong together; none also when the row is not in use.
    [[nodiscard]] std::optional<Entry> entry( uint32_t index ) const;
 

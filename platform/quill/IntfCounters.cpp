@@ -14,7 +14,10 @@ IntfStatistics IntfCounter::statisticsOfUnsettledRow() const {
       tables_->freshenNewRows();
       counters = KelQuill::CounterTable::read( row_ );
    }
-   if( !counters ) return { Brim::MaybeU63::none(), Brim::MaybeU63::none() };
+   // Of a row whose first read has failed nothing is known. Its zeros would make the row of a link that was made again
+   // look like counters that went backwards.
+   bool const known = counters && counters->readTime != 0;
+   if( !known ) return { Brim::MaybeU63::none(), Brim::MaybeU63::none() };
    return { counters->inOctets, counters->outOctets };
 }
 

@@ -46,6 +46,9 @@ class IntfCounter final : public Kel::Entity {
    // What the row says, and since when, as it stands: nothing is read from the source for it. None when the writer died
    // in the middle of the row.
    [[nodiscard]] std::optional<KelQuill::CounterTable::LastRead> lastRead() const {
+      KelQuill::CounterTable::LastRead found;
+      if( KelQuill::CounterTable::readOnce( row_, found ) ) [[likely]]
+         return found;
       return KelQuill::CounterTable::read( row_ );
    }
    [[nodiscard]] bool reads( KelQuill::CounterTable::Row const & row ) const { return &row == &row_; }

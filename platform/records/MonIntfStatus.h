@@ -30,8 +30,8 @@ KEL_ENUM_PRINTS( MonIntfState )
 // nobody watches the interface; it never means "not drained". "Pre" and "post" are before and since it became passive.
 class MonIntfStatus final : public Kel::Entity {
    KEL_ENTITY( MonIntfStatus, "Maintenance::MonIntfStatus", Lumo::IntfId, intfId )
-   KEL_ATTR( Kel::String8, profileName )  // of the profile in force
-   KEL_ATTR( double, startTime )          // s, when monitoring began
+   KEL_ATTR_NOTIFY( Kel::String8, profileName, onProfileName )  // of the profile in force
+   KEL_ATTR( double, startTime )                                // s, when monitoring began
    KEL_ATTR_NOTIFY( MonIntfState, state, onState )
    KEL_ATTR( double, stateTime )                                  // s, when state changed last
    KEL_ATTR_NOTIFY( Interface::IntfRates, curRates, onCurRates )  // bit/s, latest sample

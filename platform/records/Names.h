@@ -17,6 +17,8 @@ inline constexpr std::string_view enterStageClass = "maintEnter";
 inline constexpr std::string_view exitStageClass = "maintExit";
 // The one stage that the rate monitor serves, in both classes.
 inline constexpr std::string_view rateMonStage = "ratemon";
+// The service's own stage, after it: ends when every interface of the unit is proven quiet at the same moment.
+inline constexpr std::string_view verifyStage = "verify";
 // The error-disable cause of an interface that its profile shut down.
 inline constexpr std::string_view shutdownCause = "maintenance-shutdown";
 // The rate monitor's framework trace.
@@ -41,6 +43,9 @@ inline constexpr std::string_view groupToUnit = "maintenance/mapping/group";
 inline constexpr std::string_view errdisableCauses = "interface/errdisable/cause";
 inline constexpr std::string_view errdisableCauseGroups = "interface/errdisable/causegroup";
 inline constexpr std::string_view monIntfStatus = "maintenance/interface/status/ratemon";
+// The service's own: what it knows of the interfaces of units under way, and what it keeps of each stay.
+inline constexpr std::string_view accounts = "maintenance/evidence/account";
+inline constexpr std::string_view windows = "maintenance/evidence/window";
 
 // The directories of a stage class exist once per cell; the service runs in cell 0.
 [[nodiscard]] inline std::string ofStageClass( std::string_view before, std::string_view cls, std::string_view after ) {

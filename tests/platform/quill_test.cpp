@@ -186,17 +186,20 @@ TEST_F( TableTest, aRowThatIsHalfWrittenSaysSo ) {
    EXPECT_GT( readable, 0 );
 }
 
-TEST_F( TableTest, aRowWhoseWriterDiedInTheMiddleHasNoCounters ) {
-   auto const table = CounterTable::create( path, 2 );
+TEST_F( TableTest, aRowWhoseWriterDiedInTheMiddleOrThatWasNeverReadHasNoCounters ) {
+   auto const table = CounterTable::create( path, 3 );
    table->rowIs( 0, "dead" );
    table->rowIs( 1, "alive" );
+   table->readIs( 1, { 5, 6 }, 1000 );
+   table->rowIs( 2, "unread" );
    std::fstream( path, std::ios::in | std::ios::out | std::ios::binary ).seekp( 64 ).put( 1 );
    auto const read = CounterTable::openReadOnly( path );
    Kel::ActivityLoop loop{ Kel::Ptr<Kel::Clock>( new Kel::VirtualClock( 1000 ) ) };
    Kel::Ptr<KelQuill::EntityManager> const tables( new KelQuill::EntityManager( *read ) );
    auto const statistics = [&]( uint32_t row ) { return IntfCounter( currentName(), tables, row ).statistics(); };
    EXPECT_EQ( statistics( 0 ), ( IntfStatistics{ MaybeU63::none(), MaybeU63::none() } ) );
-   EXPECT_EQ( statistics( 1 ), ( IntfStatistics{ 0, 0 } ) );
+   EXPECT_EQ( statistics( 1 ), ( IntfStatistics{ 5, 6 } ) );
+   EXPECT_EQ( statistics( 2 ), ( IntfStatistics{ MaybeU63::none(), MaybeU63::none() } ) );
 }
 
 TEST_F( TableTest, aNewWriterTakesThePlaceOfTheOldOne ) {
