@@ -14,12 +14,12 @@ constexpr std::array profileFields = {
    Field<Profile>{ "threshold", Presence::required,
                    []( Reading & in, Value const & value, Profile & profile ) {
                       // The 0 is never used: what does not read is a problem, and with a problem there is no Config.
-                      profile.thresholdKbps = readRateKbps( in, value ).value_or( 0 );
+                      profile.thresholdKbps = readThresholdKbps( in, value ).value_or( 0 );
                    } },
    Field<Profile>{ "sample-interval", Presence::optional,
                    []( Reading & in, Value const & value, Profile & profile ) {
                       profile.sampleIntervalSeconds =
-                         readSecondsAboveZero( in, value ).value_or( profile.sampleIntervalSeconds );
+                         readSampleInterval( in, value ).value_or( profile.sampleIntervalSeconds );
                    } },
    Field<Profile>{ "load-interval", Presence::optional,
                    []( Reading & in, Value const & value, Profile & profile ) {
@@ -33,7 +33,7 @@ constexpr std::array profileFields = {
                    } },
    Field<Profile>{ "max-delay", Presence::optional,
                    []( Reading & in, Value const & value, Profile & profile ) {
-                      profile.maxDelaySeconds = readSeconds( in, value ).value_or( 0 );
+                      profile.maxDelaySeconds = readSeconds( in, value );
                    } },
 };
 
@@ -110,14 +110,23 @@ void readRun( Reading & in, Value const & value, Stage & stage ) {
    if( !hasProgram ) addProblem( in, value.at, "'run' must begin with the program to run" );
 }
 
+struct OnTimeoutChoice {
+   std::string_view word;
+   OnTimeout meaning;
+};
+constexpr std::array onTimeoutChoices = { OnTimeoutChoice{ "rollback", OnTimeout::rollback },
+                                          OnTimeoutChoice{ "continue", OnTimeout::proceed },
+                                          OnTimeoutChoice{ "hold", OnTimeout::hold } };
+
 void readOnTimeout( Reading & in, Value const & value, Stage & stage ) {
    auto const text = textOf( value, in.problems );
    if( !text ) return;
-   if( *text == "continue" ) {
-      stage.onTimeout = OnTimeout::proceed;
-   } else if( *text != "rollback" ) {
-      addProblem( in, value.at, "'" + *text + "' must be rollback or continue" );
+   auto const choice = std::ranges::find( onTimeoutChoices, *text, &OnTimeoutChoice::word );
+   if( choice != onTimeoutChoices.end() ) {
+      stage.onTimeout = choice->meaning;
+      return;
    }
+   addProblem( in, value.at, "'" + *text + "' must be rollback, continue or hold" );
 }
 
 constexpr std::array stageFields = {
@@ -130,49 +139,83 @@ constexpr std::array stageFields = {
    Field<Stage>{ "on-timeout", Presence::optional, readOnTimeout },
 };
 
-[[nodiscard]] Stage readStage( Reading & in, Value const & value ) {
-   Stage stage;
-   auto const given = readMapping( in, value, Mapping<Stage>{ "a stage", stageFields }, stage );
-   Entry const * const onTimeout = find( given, "on-timeout" );
-   if( onTimeout && !find( given, "timeout" ) ) {
-      addProblem( in, onTimeout->at, "'on-timeout' means nothing without 'timeout'" );
-   }
-   // Reported already. Whether it needs a program cannot be said without its name.
-   if( stage.name.empty() ) return stage;
+// The two stage lists differ in their rules.
+enum class Direction { in, out };
 
+void checkOnTimeout( Reading & in, std::vector<Entry> const & given, Direction direction ) {
+   Entry const * const onTimeout = find( given, "on-timeout" );
+   if( !onTimeout ) return;
+   if( !find( given, "timeout" ) ) addProblem( in, onTimeout->at, "'on-timeout' means nothing without 'timeout'" );
+   bool const rollsBack = onTimeout->value.node.IsScalar() && onTimeout->value.node.Scalar() == "rollback";
+   if( direction == Direction::in || !rollsBack ) return;
+   addProblem( in, onTimeout->value.at,
+               "on the way out there is nothing to roll back to; it must be continue or hold" );
+}
+
+void checkRun( Reading & in, Value const & value, std::vector<Entry> const & given, Stage const & stage ) {
    Entry const * const run = find( given, "run" );
-   bool const isRateMon = stage.name == rateMonStage;
-   if( isRateMon && run ) addProblem( in, run->at, "the stage 'ratemon' is the service's own and runs no program" );
-   if( !isRateMon && !run ) addProblem( in, value.owner, "the stage '" + stage.name + "' needs 'run'" );
+   bool const isBuiltIn = stage.name == rateMonStage || stage.name == verifyStage;
+   if( isBuiltIn && run ) {
+      addProblem( in, run->at, "the stage '" + stage.name + "' is the service's own and runs no program" );
+   }
+   if( !isBuiltIn && !run ) addProblem( in, value.owner, "the stage '" + stage.name + "' needs 'run'" );
+}
+
+[[nodiscard]] Stage readStage( Reading & in, Value const & value, Direction direction ) {
+   Stage stage;
+   if( direction == Direction::out ) stage.onTimeout = OnTimeout::hold;
+   auto const given = readMapping( in, value, Mapping<Stage>{ "a stage", stageFields }, stage );
+   checkOnTimeout( in, given, direction );
+   // Reported already where there is none. Whether it needs a program cannot be said without its name.
+   if( !stage.name.empty() ) checkRun( in, value, given, stage );
    return stage;
 }
 
-void readStageList( Reading & in, Value const & value, std::vector<Stage> & stages ) {
+// The built-in stages: which there must be, in which order, and which there must not be.
+void checkBuiltIns( Reading & in, Position at, std::vector<Stage> const & stages, Direction direction ) {
+   auto const rateMon = std::ranges::find( stages, rateMonStage, &Stage::name );
+   if( rateMon == stages.end() ) addProblem( in, at, "the list lacks the stage 'ratemon'" );
+   if( direction == Direction::out ) return;
+   // Where there is no 'ratemon', any place is after it: that is a problem of its own.
+   auto const after = rateMon == stages.end() ? stages.begin() : rateMon;
+   bool const verified = std::ranges::find( after, stages.end(), verifyStage, &Stage::name ) != stages.end();
+   if( verified ) return;
+   addProblem( in, at,
+               "the list lacks the stage 'verify' after 'ratemon': without it the unit would count as in maintenance "
+               "though traffic may have come back on a link that was found drained earlier" );
+}
+
+void readStageList( Reading & in, Value const & value, std::vector<Stage> & stages, Direction direction ) {
    auto const items = itemsOf( value, in.problems );
    if( !items ) return;
    // The list in the file takes the place of the default, which stands here until then.
    stages.clear();
    for( Value const & item : *items ) {
       // A stage is an element of a list: what it lacks is reported at the element itself, not at the list.
-      Stage const stage = readStage( in, { item.node, item.at, item.at } );
+      Stage const stage = readStage( in, { item.node, item.at, item.at }, direction );
       // Two stages whose names could not be read are no repetition.
       bool const repeated = std::ranges::find( stages, stage.name, &Stage::name ) != stages.end();
       if( repeated && !stage.name.empty() ) {
          addProblem( in, item.at, "the stage '" + stage.name + "' is in this list twice" );
       }
+      if( direction == Direction::out && stage.name == verifyStage ) {
+         addProblem( in, item.at,
+                     "the stage 'verify' waits until the unit is quiet; on the way out traffic is meant to come back" );
+      }
       stages.push_back( stage );
    }
-   bool const hasRateMon = std::ranges::find( stages, rateMonStage, &Stage::name ) != stages.end();
-   if( !hasRateMon ) addProblem( in, value.at, "the list lacks the stage 'ratemon'" );
+   checkBuiltIns( in, value.at, stages, direction );
 }
 
 constexpr std::array stagesFields = {
-   Field<Stages>{
-      "maintEnter", Presence::optional,
-      []( Reading & in, Value const & value, Stages & stages ) { readStageList( in, value, stages.maintEnter ); } },
-   Field<Stages>{
-      "maintExit", Presence::optional,
-      []( Reading & in, Value const & value, Stages & stages ) { readStageList( in, value, stages.maintExit ); } },
+   Field<Stages>{ "maintEnter", Presence::optional,
+                  []( Reading & in, Value const & value, Stages & stages ) {
+                     readStageList( in, value, stages.maintEnter, Direction::in );
+                  } },
+   Field<Stages>{ "maintExit", Presence::optional,
+                  []( Reading & in, Value const & value, Stages & stages ) {
+                     readStageList( in, value, stages.maintExit, Direction::out );
+                  } },
 };
 
 // The tables are read from top to bottom, so what is referred to comes before what refers to it.
@@ -199,11 +242,16 @@ constexpr std::array fileFields = {
                   } },
 };
 
+[[nodiscard]] Stages defaultStages() {
+   constexpr double minute = 60;
+   return { { { std::string( rateMonStage ), {}, 30 * minute, OnTimeout::rollback },
+              { std::string( verifyStage ), {}, 10 * minute, OnTimeout::hold } },
+            { { std::string( rateMonStage ), {}, std::nullopt, OnTimeout::hold } } };
+}
+
 void readFile( Reading & in, std::string const & text ) {
    // Before the file is read: only a list that it gives is replaced.
-   Stage ratemon;
-   ratemon.name = rateMonStage;
-   in.config.stages = { { ratemon }, { ratemon } };
+   in.config.stages = defaultStages();
    try {
       Value const document = documentOf( text, in.problems );
       readMapping( in, document, Mapping<Config>{ "the file", fileFields }, in.config );

@@ -1,8 +1,9 @@
 // The configuration of the service: what the operator's file says, checked as a whole and handed over in plain structs.
 //
 // Whoever runs the service hands over the file's text. A Config that exists holds: every name that is referred to is
-// there, every quantity is in range, each stage list has its "ratemon". A file that does not hold gives no Config at
-// all but a ConfigError with every problem in it, so that the operator mends the file in one go.
+// there, every quantity is in range, each stage list has its "ratemon" and the one of the way in its "verify". A file
+// that does not hold gives no Config at all but a ConfigError with every problem in it, so that the operator mends the
+// file in one go. JSON is YAML, so the text may as well be a JSON object.
 //
 // Everything is in file order, because order is precedence: where two units or groups claim an interface, the one
 // written first wins. Two configurations that say the same are equal, however their files are laid out.
@@ -19,17 +20,21 @@
 
 namespace Service::Config {
 
-// The stage that the plug-in serves; every stage list names it exactly once, and only it has nothing to run.
+// The built-in stages, which alone have nothing to run. The plug-in serves the first; every stage list names it exactly
+// once. The second ends when every interface of the unit is proven quiet at the same moment; it stands after the first
+// on the way in, and nowhere on the way out.
 inline constexpr std::string_view rateMonStage = "ratemon";
+inline constexpr std::string_view verifyStage = "verify";
 
 // How an interface is watched. The values below are what a field left out of the file means.
 struct Profile {
    std::string name;
-   double thresholdKbps = 0;                // kbps, always given; quiet is strictly below, so 0 is never reached
-   double sampleIntervalSeconds = 10;       // > 0
+   double thresholdKbps = 0;                // kbps, always given, > 0; quiet is strictly below
+   double sampleIntervalSeconds = 10;       // 1 or more
    std::uint32_t loadIntervalSeconds = 60;  // how long traffic must stay quiet; 0: the first quiet sample is enough
    bool shutdown = false;                   // take the link down once it has drained
-   double maxDelaySeconds = 0;              // with shutdown: take it down after this long at the latest; 0: at once
+   // With shutdown: take the link down after this long at the latest, 0 at once. Absent: only when it has drained.
+   std::optional<double> maxDelaySeconds;
 
    bool operator==( Profile const & ) const = default;
 };
@@ -52,18 +57,24 @@ struct Unit {
 };
 
 // What happens to the unit when a stage takes longer than its timeout.
-enum class OnTimeout { rollback, proceed };
+enum class OnTimeout {
+   rollback,  // what was done so far is undone; only on the way in
+   proceed,   // to the next stage, with this one unproven; "continue" in the file
+   hold,      // the deadline is told of, and the stage goes on
+};
 
 struct Stage {
    std::string name;
-   std::vector<std::string> run;          // program and arguments; empty for "ratemon" and for no other
+   std::vector<std::string> run;          // program and arguments; empty for the built-in stages and for no other
    std::optional<double> timeoutSeconds;  // > 0; absent: the stage may take as long as it needs
+   // Where the file does not say: rollback on the way in, hold on the way out.
    OnTimeout onTimeout = OnTimeout::rollback;
 
    bool operator==( Stage const & ) const = default;
 };
 
-// The stages of both directions, in the order in which they run. A list left out of the file is "ratemon" alone.
+// The stages of both directions, in the order in which they run. Where the file leaves a list out: in by "ratemon", for
+// 30 minutes and then rolled back, and "verify", held after 10 minutes; out by "ratemon" alone.
 struct Stages {
    std::vector<Stage> maintEnter;
    std::vector<Stage> maintExit;

@@ -72,15 +72,16 @@ void checkStageName( Reading & in, Position at, std::string const & name ) { che
 // The kernel's rules for the name of a network device (dev_valid_name() in net/core/dev.c; its IFNAMSIZ of 16 bytes has
 // room for a NUL). Control characters are refused on top: the kernel takes most of them, but they would break the lines
 // of messages and tables.
+// What every host takes: whether there is a link of that name, and whether its system could have one, is seen when the
+// configuration meets the box.
 void checkInterfaceName( Reading & in, Position at, std::string const & name ) {
-   constexpr std::size_t maxBytes = 15;
+   constexpr std::size_t maxBytes = 63;
    std::string const quoted = "interface name '" + name + "' ";
    if( name.empty() ) return addProblem( in, at, "an interface name must not be empty" );
-   if( name.size() > maxBytes ) return addProblem( in, at, quoted + "is longer than 15 bytes" );
-   if( name == "." || name == ".." ) return addProblem( in, at, quoted + "is not one that Linux takes" );
-   auto const forbidden = []( char c ) { return c == '/' || c == ':' || c == ' ' || isControl( c ); };
-   if( std::ranges::none_of( name, forbidden ) ) return;
-   addProblem( in, at, quoted + "must not contain '/', ':', blanks or control characters" );
+   if( name.size() > maxBytes ) return addProblem( in, at, quoted + "is longer than 63 bytes" );
+   auto const forbidden = []( char c ) { return c == ' ' || isControl( c ); };
+   if( std::ranges::any_of( name, forbidden ) )
+      addProblem( in, at, quoted + "must not contain blanks or control characters" );
 }
 
 void checkProfileReference( Reading & in, Position at, std::string const & name ) {
@@ -113,7 +114,25 @@ Names readNames( Reading & in, Value const & value, NameCheck check ) {
    return names;
 }
 
-std::optional<double> readRateKbps( Reading & in, Value const & value ) { return readQuantity( in, value, rateKbps ); }
+std::optional<double> readThresholdKbps( Reading & in, Value const & value ) {
+   auto const kbps = readQuantity( in, value, rateKbps );
+   // An exact comparison will do, as no rate is negative.
+   if( kbps == 0.0 ) {
+      addProblem( in, value.at,
+                  "'" + value.node.Scalar() +
+                     "' can never be met: traffic is quiet when it is below the threshold, and no traffic is below 0" );
+   }
+   return kbps;
+}
+
+std::optional<double> readSampleInterval( Reading & in, Value const & value ) {
+   auto const seconds = readSeconds( in, value );
+   if( seconds && *seconds < 1 ) {
+      addProblem( in, value.at,
+                  "'" + value.node.Scalar() + "' must be 1s or more: samples are taken on a beat of one second" );
+   }
+   return seconds;
+}
 
 std::optional<double> readSeconds( Reading & in, Value const & value ) {
    return readQuantity( in, value, durationSeconds );

@@ -101,7 +101,8 @@ void checkGroupReference( Reading & in, Position at, std::string const & name );
 // Values of fields. Nothing, or an empty text or list, where the value does not read; then the problem has been added.
 [[nodiscard]] std::string readName( Reading & in, Value const & value, NameCheck check );
 [[nodiscard]] Names readNames( Reading & in, Value const & value, NameCheck check );  // none may stand in it twice
-[[nodiscard]] std::optional<double> readRateKbps( Reading & in, Value const & value );
+[[nodiscard]] std::optional<double> readThresholdKbps( Reading & in, Value const & value );
+[[nodiscard]] std::optional<double> readSampleInterval( Reading & in, Value const & value );
 [[nodiscard]] std::optional<double> readSeconds( Reading & in, Value const & value );
 [[nodiscard]] std::optional<double> readSecondsAboveZero( Reading & in, Value const & value );
 [[nodiscard]] std::optional<std::uint32_t> readWholeSeconds( Reading & in, Value const & value );

@@ -39,14 +39,16 @@ std::string withGroups( std::string const & body ) {
 }
 std::string withUnits( std::string const & body ) { return profiles + defaultProfile + groups + "units: " + body; }
 std::string withEnter( std::string const & list ) { return good + "stages:\n  maintEnter: " + list; }
+std::string withExit( std::string const & list ) { return good + "stages:\n  maintExit: " + list; }
 
 TEST( ConfigFile, sampleIsTakenOverWhole ) {
    std::stringstream everyKey;
    everyKey << std::ifstream( RATEMON_SOURCE_DIR "/tests/service/every_key.yaml" ).rdbuf();
    Config const config = parse( everyKey.str(), "every_key.yaml" );
 
-   std::vector<Profile> const expectedProfiles = { { "default", 100, 10, 60, false, 0 },
-                                                   { "uplink", 1000, 5, 30, true, 600 } };
+   std::vector<Profile> const expectedProfiles = { { "default", 100, 10, 60, false, std::nullopt },
+                                                   { "uplink", 1000, 5, 30, true, 600 },
+                                                   { "polite", 1000, 10, 60, true, std::nullopt } };
    EXPECT_EQ( config.profiles, expectedProfiles );
    EXPECT_EQ( config.defaultProfile, "default" );
    std::vector<Group> const expectedGroups = { { "spines", { "eth0", "eth1", "bond0" }, "uplink" },
@@ -60,26 +62,46 @@ TEST( ConfigFile, sampleIsTakenOverWhole ) {
    std::vector<std::string> const open = { "vtysh", "-c", "configure terminal", "-c", "router bgp 65001" };
    Stage leaveBgp = { "bgp", open, 30, OnTimeout::rollback };
    leaveBgp.run.insert( leaveBgp.run.end(), { "-c", "bgp graceful-shutdown" } );
-   Stage enterBgp = { "bgp", open, 30, OnTimeout::rollback };
+   Stage enterBgp = { "bgp", open, 30, OnTimeout::proceed };
    enterBgp.run.insert( enterBgp.run.end(), { "-c", "no bgp graceful-shutdown" } );
-   std::vector<Stage> const enter = { leaveBgp, { "ratemon", {}, 1800, OnTimeout::rollback } };
-   std::vector<Stage> const exit = { { "ratemon", {}, std::nullopt, OnTimeout::rollback }, enterBgp };
+   std::vector<Stage> const enter = {
+      leaveBgp, { "ratemon", {}, 1800, OnTimeout::rollback }, { "verify", {}, 600, OnTimeout::hold } };
+   std::vector<Stage> const exit = { { "ratemon", {}, std::nullopt, OnTimeout::hold }, enterBgp };
    EXPECT_EQ( config.stages.maintEnter, enter );
    EXPECT_EQ( config.stages.maintExit, exit );
 }
 
 TEST( ConfigFile, whatIsLeftOutHasItsDefault ) {
    Config const config = parse( good, "file.yaml" );
-   std::vector<Stage> const ratemonAlone = { { "ratemon", {}, std::nullopt, OnTimeout::rollback } };
-   EXPECT_EQ( config.stages.maintEnter, ratemonAlone );
-   EXPECT_EQ( config.stages.maintExit, ratemonAlone );
+   std::vector<Stage> const in = { { "ratemon", {}, 1800, OnTimeout::rollback },
+                                   { "verify", {}, 600, OnTimeout::hold } };
+   std::vector<Stage> const out = { { "ratemon", {}, std::nullopt, OnTimeout::hold } };
+   EXPECT_EQ( config.stages.maintEnter, in );
+   EXPECT_EQ( config.stages.maintExit, out );
    ASSERT_EQ( config.profiles.size(), 1u );
-   EXPECT_EQ( config.profiles[0], ( Profile{ "p", 1, 10, 60, false, 0 } ) );
+   EXPECT_EQ( config.profiles[0], ( Profile{ "p", 1, 10, 60, false, std::nullopt } ) );
 
-   Config const oneList = parse( withEnter( "[{ name: ratemon, timeout: 1s, on-timeout: continue }]" ), "file.yaml" );
-   std::vector<Stage> const goesOn = { { "ratemon", {}, 1, OnTimeout::proceed } };
-   EXPECT_EQ( oneList.stages.maintEnter, goesOn );
-   EXPECT_EQ( oneList.stages.maintExit, ratemonAlone );
+   // A list that is given has no timeouts but its own, and the other list still has its default.
+   Config const oneList = parse( withEnter( "[{ name: ratemon }, { name: verify, timeout: 1s }]" ), "file.yaml" );
+   std::vector<Stage> const patient = { { "ratemon", {}, std::nullopt, OnTimeout::rollback },
+                                        { "verify", {}, 1, OnTimeout::rollback } };
+   EXPECT_EQ( oneList.stages.maintEnter, patient );
+   EXPECT_EQ( oneList.stages.maintExit, out );
+   Config const otherList = parse( withExit( "[{ name: ratemon, timeout: 2s }]" ), "file.yaml" );
+   std::vector<Stage> const held = { { "ratemon", {}, 2, OnTimeout::hold } };
+   EXPECT_EQ( otherList.stages.maintEnter, in );
+   EXPECT_EQ( otherList.stages.maintExit, held );
+}
+
+// Also far apart: what comes between and behind is the operator's business.
+TEST( ConfigFile, verifyMayStandAnywhereAfterRatemon ) {
+   Config const config = parse( withEnter( "[{ name: ratemon }, { name: a, run: [x] }, { name: verify }, "
+                                           "{ name: b, run: [y], timeout: 1s, on-timeout: continue }]" ),
+                                "file.yaml" );
+   std::vector<std::string> names;
+   for( Stage const & stage : config.stages.maintEnter ) names.push_back( stage.name );
+   EXPECT_EQ( names, ( std::vector<std::string>{ "ratemon", "a", "verify", "b" } ) );
+   EXPECT_EQ( config.stages.maintEnter[3].onTimeout, OnTimeout::proceed );
 }
 
 // Precedence is the order of the file, which is neither alphabetical nor the order of the sections.
@@ -88,13 +110,13 @@ TEST( ConfigFile, orderIsThatOfTheFileWhateverTheOrderOfTheSections ) {
       "units: { z: { groups: [y, b] }, a: { groups: [b] } }\n"
       "groups: { y: { interfaces: [eth9, eth1], profile: q }, b: { interfaces: [eth9] } }\n"
       "default-profile: q\n"
-      "profiles: { q: { threshold: 0bps }, c: { load-interval: 0s, shutdown: true, max-delay: 0s, threshold: 1bps } "
-      "}\n",
+      "profiles: { q: { sample-interval: 1s, threshold: 2bps }, "
+      "c: { load-interval: 0s, shutdown: true, max-delay: 0s, threshold: 1bps } }\n",
       "file.yaml" );
    EXPECT_EQ( config.units, ( std::vector<Unit>{ { "z", { "y", "b" } }, { "a", { "b" } } } ) );
    EXPECT_EQ( config.groups[0], ( Group{ "y", { "eth9", "eth1" }, "q" } ) );
    EXPECT_EQ( config.groups[1], ( Group{ "b", { "eth9" }, std::nullopt } ) );
-   EXPECT_EQ( config.profiles[0], ( Profile{ "q", 0, 10, 60, false, 0 } ) );
+   EXPECT_EQ( config.profiles[0], ( Profile{ "q", 0.002, 1, 60, false, std::nullopt } ) );
    EXPECT_EQ( config.profiles[1], ( Profile{ "c", 0.001, 10, 0, true, 0 } ) );
 }
 
@@ -155,7 +177,8 @@ std::vector<BadFile> const badFields = {
    { "thresholdWithoutUnit", withProfile( "{ threshold: @100 }" ), "has no unit" },
    { "thresholdEmpty", withProfile( "{ @threshold: }" ), "found nothing" },
    { "durationWithoutUnit", withProfile( "{ threshold: 1bps, load-interval: @60 }" ), "has no unit" },
-   { "zeroInterval", withProfile( "{ threshold: 1bps, sample-interval: @0ms }" ), "must be more than 0s" },
+   { "thresholdOfZero", withProfile( "{ threshold: @0Mbps }" ), "'0Mbps' can never be met" },
+   { "intervalBelowASecond", withProfile( "{ threshold: 1bps, sample-interval: @999ms }" ), "must be 1s or more" },
    { "fractionOfLoadInterval", withProfile( "{ threshold: 1bps, load-interval: @1.5s }" ), "whole seconds" },
    { "intervalOfOtherType", withProfile( "{ threshold: 1bps, load-interval: @[60s] }" ), "found a list" },
    { "shutdownNeither", withProfile( "{ threshold: 1bps, shutdown: @maybe, max-delay: 1s }" ), "true or false" },
@@ -187,33 +210,49 @@ std::vector<BadFile> const badNames = {
      "profiles: { @'#DEFAULTPROFILE': { threshold: 1bps }, p: { threshold: 1bps } }\n" + defaultProfile + groups +
         units,
      "reserved" },
-   { "interfaceOf16Bytes", withGroups( "{ g: { interfaces: [abcdefghijklmno, @abcdefghijklmnop] } }" ),
-     "longer than 15" },
-   { "interfaceWithSlash", withGroups( "{ g: { interfaces: [@Ethernet1/1] } }" ), "must not contain '/'" },
-   { "interfaceWithColon", withGroups( "{ g: { interfaces: [@'eth0:1'] } }" ), "must not contain '/', ':'" },
+   { "interfaceOf64Bytes",
+     withGroups( "{ g: { interfaces: [Ethernet1/1, '" + std::string( 63, 'a' ) + "', @'" + std::string( 64, 'a' ) +
+                 "'] } }" ),
+     "longer than 63" },
    { "interfaceWithBlank", withGroups( "{ g: { interfaces: [@eth 0] } }" ), "blanks" },
-   { "interfaceDots", withGroups( "{ g: { interfaces: [@..] } }" ), "not one that Linux takes" },
-   { "stageWithColon", withEnter( "[{ name: @'a:b', run: [x] }, { name: ratemon }]" ), "stage marks" },
+   { "stageWithColon", withExit( "[{ name: @'a:b', run: [x] }, { name: ratemon }]" ), "stage marks" },
+   { "groupWithSlash", withGroups( "{ g: { interfaces: [] }, @g/u: { interfaces: [] } }" ), "must not contain '/'" },
 };
 INSTANTIATE_TEST_SUITE_P( Name, BadConfig, testing::ValuesIn( badNames ), nameOf );
 
+// In every list of `badStages` that is not about them, so that the built-in stages are no second problem.
+std::string const builtIn = "{ name: ratemon }, { name: verify }";
+
 std::vector<BadFile> const badStages = {
-   { "noRateMon", withEnter( "@[{ name: bgp, run: [x] }]" ), "lacks the stage 'ratemon'" },
-   { "noStages", withEnter( "@[]" ), "lacks the stage 'ratemon'" },
-   { "rateMonTwice", withEnter( "\n  - name: ratemon\n  - @name: ratemon\n" ), "'ratemon' is in this list twice" },
-   { "hookTwice", withEnter( "[{ name: ratemon }, { name: a, run: [x] }, @{ name: a, run: [y] }]" ),
+   { "noRateMon", withEnter( "@[{ name: bgp, run: [x] }, { name: verify }]" ), "lacks the stage 'ratemon'" },
+   { "noRateMonOut", withExit( "@[{ name: bgp, run: [x] }]" ), "lacks the stage 'ratemon'" },
+   { "noStages", withExit( "@[]" ), "lacks the stage 'ratemon'" },
+   { "noVerify", withEnter( "@[{ name: ratemon }, { name: bgp, run: [x] }]" ),
+     "lacks the stage 'verify' after 'ratemon': without it the unit would count as in maintenance though traffic may "
+     "have come back" },
+   { "verifyTooEarly", withEnter( "@[{ name: verify }, { name: ratemon }]" ), "'verify' after 'ratemon'" },
+   { "verifyOut", withExit( "[{ name: ratemon }, @{ name: verify }]" ), "traffic is meant to come back" },
+   { "rateMonTwice", withEnter( "\n  - name: ratemon\n  - @name: ratemon\n  - name: verify\n" ),
+     "'ratemon' is in this list twice" },
+   { "verifyTwice", withEnter( "[" + builtIn + ", @{ name: verify }]" ), "'verify' is in this list twice" },
+   { "hookTwice", withEnter( "[" + builtIn + ", { name: a, run: [x] }, @{ name: a, run: [y] }]" ),
      "'a' is in this list twice" },
-   { "rateMonRuns", withEnter( "[{ name: ratemon, @run: [x] }]" ), "runs no program" },
-   { "hookWithoutRun", withEnter( "\n  - name: ratemon\n  - @name: a\n" ), "the stage 'a' needs 'run'" },
-   { "hookWithEmptyRun", withEnter( "[{ name: ratemon }, { name: a, run: @[] }]" ), "must begin with the program" },
-   { "hookWithEmptyProgram", withEnter( "[{ name: ratemon }, { name: a, run: @[''] }]" ),
-     "must begin with the program" },
-   { "nulArgument", withEnter( "[{ name: ratemon }, { name: a, run: [x, @\"-c\\0d\"] }]" ), "must not contain '\\0'" },
-   { "nameless", withEnter( "[{ name: ratemon }, @{ run: [x] }]" ), "a stage needs 'name'" },
-   { "timeoutOfZero", withEnter( "[{ name: ratemon, timeout: @0s }]" ), "must be more than 0s" },
-   { "onTimeoutUnknown", withEnter( "[{ name: ratemon, timeout: 1s, on-timeout: @ignore }]" ), "rollback or continue" },
-   { "onTimeoutAlone", withEnter( "[{ name: ratemon, @on-timeout: continue }]" ), "without 'timeout'" },
-   { "unknownDirection", withEnter( "[{ name: ratemon }]\n  @maintLeave: []\n" ),
+   { "rateMonRuns", withEnter( "[{ name: ratemon, @run: [x] }, { name: verify }]" ), "'ratemon' is the service's own" },
+   { "verifyRuns", withEnter( "[{ name: ratemon }, { name: verify, @run: [x] }]" ), "'verify' is the service's own" },
+   { "hookWithoutRun", withEnter( "\n  - name: ratemon\n  - name: verify\n  - @name: a\n" ),
+     "the stage 'a' needs 'run'" },
+   { "hookWithEmptyRun", withEnter( "[" + builtIn + ", { name: a, run: @[] }]" ), "must begin with the program" },
+   { "hookWithEmptyProgram", withEnter( "[" + builtIn + ", { name: a, run: @[''] }]" ), "must begin with the program" },
+   { "nulArgument", withEnter( "[" + builtIn + ", { name: a, run: [x, @\"-c\\0d\"] }]" ), "must not contain '\\0'" },
+   { "nameless", withEnter( "[" + builtIn + ", @{ run: [x] }]" ), "a stage needs 'name'" },
+   { "timeoutOfZero", withExit( "[{ name: ratemon, timeout: @0s }]" ), "must be more than 0s" },
+   { "onTimeoutUnknown", withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @roll-back }]" ),
+     "'roll-back' must be rollback, continue or hold" },
+   { "onTimeoutAlone", withEnter( "[{ name: ratemon, @on-timeout: continue }, { name: verify }]" ),
+     "without 'timeout'" },
+   { "rollbackOfAnExit", withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @rollback }]" ),
+     "nothing to roll back to; it must be continue or hold" },
+   { "unknownDirection", withExit( "[{ name: ratemon }]\n  @maintLeave: []\n" ),
      "unknown key 'maintLeave' in 'stages'" },
 };
 INSTANTIATE_TEST_SUITE_P( Stage, BadConfig, testing::ValuesIn( badStages ), nameOf );
@@ -233,7 +272,7 @@ TEST( ConfigFile, allProblemsAreToldAtOnceInTheOrderOfTheFile ) {
                     "file.yaml:2:35: 'eth0' is in this list twice\n"
                     "file.yaml:2:42: unknown key 'profil' in a group; did you mean 'profile'?\n"
                     "file.yaml:3:29: '1' has no unit; write a rate like 0bps, 100kbps, 1Mbps or 2.5Gbps\n"
-                    "file.yaml:3:49: '0s' must be more than 0s" );
+                    "file.yaml:3:49: '0s' must be 1s or more: samples are taken on a beat of one second" );
    }
 }
 
@@ -245,6 +284,52 @@ TEST( ConfigFile, aStrayCommaInFrontIsRefused ) {
    EXPECT_EQ( problems[1].line, 2 );
    EXPECT_EQ( problems[1].text, "the document has ended before this; a file holds only one" );
 }
+
+// The same in JSON: no blanks, everything quoted, one line however long; and spread out with tabs.
+TEST( ConfigFile, mayAsWellBeJson ) {
+   std::string interfaces = R"("caf\u00e9","a\"b")";
+   for( int i = 0; i < 1000; ++i ) interfaces += ",\"eth" + std::to_string( i ) + '"';
+   std::string const json =
+      R"({"default-profile":"p","profiles":{"p":{"threshold":"1.5Mbps","shutdown":true},"q":{"threshold":"1bps",)"
+      R"("shutdown":false,"load-interval":"0s"}},"groups":{"g":{"interfaces":[)" +
+      interfaces + R"(]}},"units":{"u":{"groups":["g"]}},"stages":{"maintExit":[{"name":"ratemon"},)" +
+      R"({"name":"h","run":["\/bin\/x","a b","10",""],"timeout":"1s","on-timeout":"continue"}]}})";
+   Config const config = parse( json, "line" );
+   EXPECT_EQ( config.profiles, ( std::vector<Profile>{ { "p", 1500, 10, 60, true, std::nullopt },
+                                                       { "q", 0.001, 10, 0, false, std::nullopt } } ) );
+   ASSERT_EQ( config.groups[0].interfaces.size(), 1002u );
+   EXPECT_EQ( config.groups[0].interfaces[0], "caf\xc3\xa9" );
+   EXPECT_EQ( config.groups[0].interfaces[1], "a\"b" );
+   EXPECT_EQ( config.groups[0].interfaces[1001], "eth999" );
+   EXPECT_EQ( config.stages.maintExit[1].run, ( std::vector<std::string>{ "/bin/x", "a b", "10", "" } ) );
+
+   std::string spread;
+   bool quoted = false;
+   for( char const c : json ) {
+      if( c == '"' && spread.back() != '\\' ) quoted = !quoted;
+      spread += c;
+      bool const between = !quoted && ( c == ',' || c == ':' || c == '{' || c == '[' );
+      if( between ) spread += "\n\t ";
+   }
+   EXPECT_EQ( parse( spread, "lines" ), config );
+}
+
+std::vector<BadFile> const badJson = {
+   { "number", R"({"profiles":{"p":{"threshold":@100}},"default-profile":"p","groups":{},"units":{}})", "has no unit" },
+   { "boolean", R"({"profiles":{"p":{"threshold":"1bps","shutdown":@1}},"default-profile":"p","groups":{},"units":{}})",
+     "expected true or false" },
+   { "null", R"({"profiles":{"p":{"threshold":"1bps"}},@"default-profile":null,"groups":{},"units":{}})",
+     "found nothing" },
+   { "reference", R"({"profiles":{"p":{"threshold":"1bps"}},"default-profile":@"q","groups":{},"units":{}})",
+     "there is no profile 'q'" },
+   { "wrongType", R"({"profiles":{"p":{"threshold":"1bps"}},"default-profile":"p","groups":@[],"units":{}})",
+     "found a list" },
+   { "repeated",
+     R"({"profiles":{"p":{"threshold":"1bps"},@"p":{"threshold":"2bps"}},"default-profile":"p",)"
+     R"("groups":{},"units":{}})",
+     "'p' is given twice" },
+};
+INSTANTIATE_TEST_SUITE_P( Json, BadConfig, testing::ValuesIn( badJson ), nameOf );
 
 TEST( Quantities, areReadToTheLastBit ) {
    struct {
