@@ -1,0 +1,253 @@
+#include "links/LinkRecords.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+#include <utility>
+
+namespace Service {
+
+using Interface::IntfOperStatus;
+using Lumo::IntfId;
+using Lumo::IntfKind;
+
+namespace {
+
+// The number in a name like "Vlan20", which stands in it when a report gives none; 0 for any other name.
+uint16_t vlanIdByName( std::string_view name ) {
+   constexpr std::string_view prefix = "Vlan";
+   uint16_t id = 0;
+   if( !name.starts_with( prefix ) ) return id;
+   char const * const end = name.data() + name.size();
+   auto const [rest, error] = std::from_chars( name.data() + prefix.size(), end, id );
+   return error == std::errc() && rest == end ? id : uint16_t{ 0 };
+}
+
+bool contains( std::vector<IntfId> const & intfs, IntfId intf ) {
+   return std::ranges::find( intfs, intf ) != intfs.end();
+}
+
+}  // namespace
+
+LinkRecords::Link LinkRecords::linkOf( IntfId intf, LinkReport const & report ) {
+   Link link = { report, {}, {} };
+   for( std::string const & name : report.members ) link.members.emplace_back( name );
+   uint16_t const id = report.vlanId != 0 ? report.vlanId : vlanIdByName( intf.name() );
+   bool const isVlan = report.kind == IntfKind::vlan && id >= 1 && id <= 4094;
+   if( isVlan ) link.vlanId = id;
+   return link;
+}
+
+// What a name says by its form stands as long as the report says the same. A VLAN link without a VLAN is one of the
+// kinds that nobody samples: sampling looks its VLAN up.
+void LinkRecords::declare( IntfId intf, Link const & link ) {
+   IntfKind const kind = link.report.kind == IntfKind::vlan && !link.vlanId ? IntfKind::other : link.report.kind;
+   if( kind == IntfKind::vlan || kind != intf.kind() ) IntfId::declare( intf.name(), kind, link.vlanId.value_or( 0 ) );
+}
+
+void LinkRecords::linkIs( IntfId intf, LinkReport const & report ) {
+   auto const present = links_.find( intf );
+   if( present != links_.end() && present->second.report == report ) return;
+   Link const link = linkOf( intf, report );
+   std::vector<IntfId> former;
+   if( present != links_.end() ) {
+      Link const & before = present->second;
+      bool const another = before.report.kind != report.kind || before.vlanId != link.vlanId;
+      if( another ) {
+         linkDel( intf );
+      } else {
+         former = before.members;
+      }
+   }
+   declare( intf, link );
+   links_[intf] = link;
+   // As a member of others before it has members of its own: its kind may be none that they can have.
+   goneIs( intf, false );
+   membersAre( intf, link, former );
+   auto const operStatus = report.up ? IntfOperStatus::up : IntfOperStatus::down;
+   if( auto const record = state_.intfStatus->intfStatus( intf ) ) {
+      record->operStatusIs( operStatus );
+   } else {
+      Kel::Ptr<Interface::IntfStatus> const made( new Interface::IntfStatus( intf ) );
+      made->operStatusIs( operStatus );
+      state_.intfStatus->intfStatusIs( made );
+   }
+}
+
+void LinkRecords::linkDel( IntfId intf ) {
+   // First, so that nobody finds a link that is up and made of nothing.
+   state_.intfStatus->intfStatusDel( intf );
+   auto const found = links_.extract( intf );
+   if( !found ) return;
+   Link const & link = found.mapped();
+   for( IntfId const member : link.members ) {
+      memberDel( member, intf );
+      publish( member, link );
+   }
+   if( link.vlanId && !isVlan( *link.vlanId ) ) vlanDel( *link.vlanId );
+   goneIs( intf, true );
+}
+
+void LinkRecords::linksAre( std::map<IntfId, LinkReport> const & reports ) {
+   std::vector<IntfId> gone;
+   for( auto const & [intf, link] : links_ ) {
+      if( !reports.contains( intf ) ) gone.push_back( intf );
+   }
+   for( IntfId const intf : gone ) linkDel( intf );
+   for( auto [intf, status] : state_.intfStatus->intfStatusIterator() ) {
+      if( !reports.contains( intf ) ) state_.intfStatus->intfStatusDel( intf );
+   }
+   for( auto const & [intf, report] : reports ) linkIs( intf, report );
+   // What stands here and no report speaks of.
+   for( auto [member, record] : state_.lagConfig->phyIntfIterator() ) publishLag( member );
+   for( auto [id, vlan] : state_.vlanStatus->vlanStatusIterator() ) {
+      for( auto [member, present] : vlan->intfIterator() ) {
+         if( !inVlan( member, id ) ) vlan->intfDel( member );
+      }
+      if( !isVlan( id ) ) state_.vlanStatus->vlanStatusDel( id );
+   }
+}
+
+// Members
+
+void LinkRecords::membersAre( IntfId intf, Link const & link, std::vector<IntfId> const & former ) {
+   // Without members, too: that the VLAN is there is something else than that it is not.
+   if( link.vlanId ) state_.vlanStatus->vlanStatusIs( *link.vlanId );
+   for( IntfId const member : link.members ) {
+      memberIs( member, intf );
+      publish( member, link );
+   }
+   for( IntfId const member : former ) {
+      if( contains( link.members, member ) ) continue;
+      memberDel( member, intf );
+      publish( member, link );
+   }
+}
+
+void LinkRecords::memberIs( IntfId member, IntfId of ) {
+   bool const unknown = member.kind() == IntfKind::other && !links_.contains( member ) && !member.empty();
+   if( unknown ) IntfId::declare( member.name(), IntfKind::ethernet );
+   auto & links = memberships_[member].of;
+   if( !contains( links, of ) ) links.push_back( of );
+}
+
+void LinkRecords::memberDel( IntfId member, IntfId of ) {
+   auto const found = memberships_.find( member );
+   if( found == memberships_.end() ) return;  // a report that names it twice
+   std::erase( found->second.of, of );
+   if( found->second.of.empty() ) memberships_.erase( found );
+}
+
+void LinkRecords::goneIs( IntfId member, bool gone ) {
+   auto const found = memberships_.find( member );
+   if( found == memberships_.end() ) return;
+   found->second.gone = gone;
+   // A copy: publishing tells others, who may report.
+   auto const of = found->second.of;
+   for( IntfId const intf : of ) {
+      if( auto const link = links_.find( intf ); link != links_.end() ) publish( member, Link( link->second ) );
+   }
+}
+
+// Publishing. Each looks at the memberships afresh, so that it does not matter what changed.
+
+void LinkRecords::publish( IntfId member, Link const & of ) {
+   if( of.report.kind == IntfKind::portChannel ) publishLag( member );
+   if( of.vlanId ) publishVlanMember( member, *of.vlanId );
+}
+
+void LinkRecords::publishLag( IntfId member ) {
+   IntfId const lag = lagOf( member );
+   if( lag.empty() ) {
+      state_.lagConfig->phyIntfDel( member );
+   } else if( auto const record = state_.lagConfig->phyIntf( member ) ) {
+      record->lagIs( lag );
+   } else {
+      Kel::Ptr<Lag::PhyIntf> const made( new Lag::PhyIntf( member ) );
+      made->lagIs( lag );
+      state_.lagConfig->phyIntfIs( made );
+   }
+}
+
+void LinkRecords::publishVlanMember( IntfId member, uint16_t vlanId ) {
+   auto const vlan = state_.vlanStatus->vlanStatus( vlanId );
+   if( !vlan ) return;
+   if( inVlan( member, vlanId ) ) {
+      vlan->intfIs( member, true );
+   } else {
+      vlan->intfDel( member );
+   }
+}
+
+void LinkRecords::vlanDel( uint16_t vlanId ) {
+   if( auto const vlan = state_.vlanStatus->vlanStatus( vlanId ) ) vlan->intfDelAll();
+   state_.vlanStatus->vlanStatusDel( vlanId );
+}
+
+// The port-channel that an Ethernet link counts for; empty when there is none. Where several claim it, the one that did
+// so last has it: the others' reports are older.
+IntfId LinkRecords::lagOf( IntfId member ) const {
+   auto const found = memberships_.find( member );
+   if( found == memberships_.end() || found->second.gone || member.kind() != IntfKind::ethernet ) return {};
+   IntfId lag;
+   for( IntfId const intf : found->second.of ) {
+      auto const link = links_.find( intf );
+      if( link != links_.end() && link->second.report.kind == IntfKind::portChannel ) lag = intf;
+   }
+   return lag;
+}
+
+bool LinkRecords::inVlan( IntfId member, uint32_t vlanId ) const {
+   auto const found = memberships_.find( member );
+   if( found == memberships_.end() || found->second.gone ) return false;
+   if( member.kind() != IntfKind::ethernet && member.kind() != IntfKind::portChannel ) return false;
+   return std::ranges::any_of( found->second.of, [&]( IntfId intf ) {
+      auto const link = links_.find( intf );
+      return link != links_.end() && link->second.vlanId == vlanId;
+   } );
+}
+
+bool LinkRecords::isVlan( uint32_t vlanId ) const {
+   return std::ranges::any_of( links_, [&]( auto const & entry ) { return entry.second.vlanId == vlanId; } );
+}
+
+// Trouble
+
+std::string LinkRecords::neverWatched( IntfId intf ) const {
+   auto const found = links_.find( intf );
+   if( found == links_.end() ) return {};
+   Link const & link = found->second;
+   switch( link.report.kind ) {
+      case IntfKind::ethernet: return {};
+      case IntfKind::subIntf: return "it is a sub-interface, and those are not sampled";
+      case IntfKind::cpu: return "it is the box's own end, which is not sampled";
+      case IntfKind::other: return "it is of a kind that is not sampled";
+      case IntfKind::portChannel:
+      case IntfKind::vlan: break;
+   }
+   bool const isLag = link.report.kind == IntfKind::portChannel;
+   if( !isLag && !link.vlanId ) return "it is a VLAN link whose VLAN id is not between 1 and 4094";
+   for( IntfId const member : link.members ) {
+      std::string const trouble = isLag ? lagTrouble( intf, member ) : vlanTrouble( member );
+      if( !trouble.empty() ) return "its member " + std::string( member.name() ) + " " + trouble;
+   }
+   return {};
+}
+
+std::string LinkRecords::lagTrouble( IntfId lag, IntfId member ) const {
+   if( memberships_.at( member ).gone ) return {};
+   if( member.kind() != IntfKind::ethernet ) return "is no Ethernet link, so nobody measures what it carries";
+   IntfId const other = lagOf( member );
+   return other == lag ? std::string() : "counts for " + std::string( other.name() ) + " now";
+}
+
+std::string LinkRecords::vlanTrouble( IntfId member ) const {
+   if( memberships_.at( member ).gone || member.kind() == IntfKind::ethernet ) return {};
+   if( member.kind() != IntfKind::portChannel ) {
+      return "is neither an Ethernet link nor a port-channel, so nobody measures what it carries";
+   }
+   std::string const trouble = neverWatched( member );
+   return trouble.empty() ? trouble : "cannot be watched: " + trouble;
+}
+
+}  // namespace Service

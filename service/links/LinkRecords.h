@@ -1,0 +1,86 @@
+// Links as a host reports them, as the records that the plug-in and the service read: interface status, port-channel
+// and VLAN membership.
+//
+// Owned by whoever knows the links: maintd's feed, the simulator's world. A name gets its kind before a record bears
+// it. Only what can be sampled is published as a member: Ethernet links and port-channels, and VLAN ids from 1 to 4094.
+// What a link is made of beyond that is unknown traffic, so neverWatched() says so of it.
+//
+// Members may be reported before they are links themselves; until then they are taken for Ethernet links where their
+// names say nothing else. A member that goes carries nothing any more and is none until it is there again.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "records/IntfId.h"
+#include "state/MaintenanceState.h"
+
+namespace Service {
+
+struct LinkReport {
+   bool up = false;
+   Lumo::IntfKind kind = Lumo::IntfKind::ethernet;
+   uint16_t vlanId = 0;               // of a VLAN link; 0: as its name says
+   std::vector<std::string> members;  // of a port-channel or VLAN link
+
+   bool operator==( LinkReport const & ) const = default;
+};
+
+class LinkRecords {
+ public:
+   // `state` outlives this.
+   explicit LinkRecords( Maintenance::MaintenanceState & state ) : state_( state ) {}
+
+   // The link is there, and as reported: membership first, then its state. One of another kind or VLAN id than before
+   // is another link, and takes the place of the former.
+   void linkIs( Lumo::IntfId intf, LinkReport const & report );
+   // There is no such link any more. Absent is no error.
+   void linkDel( Lumo::IntfId intf );
+   // These are all links that there are: other records go, also those that somebody else left in the database.
+   void linksAre( std::map<Lumo::IntfId, LinkReport> const & reports );
+
+   // Why nobody can ever sample this interface: a sub-interface, a link of another kind that has no counters to sample,
+   // a port-channel or VLAN with such members, a VLAN id that is none. Empty when it can be, and for what is no link at
+   // all. To be read as "NAME: it is ...".
+   [[nodiscard]] std::string neverWatched( Lumo::IntfId intf ) const;
+
+ private:
+   struct Link {
+      LinkReport report;
+      std::vector<Lumo::IntfId> members;
+      std::optional<uint16_t> vlanId;  // of a VLAN link, where it is one
+   };
+   // One interface as a member.
+   struct Membership {
+      std::vector<Lumo::IntfId> of;  // links that report it, the latest last
+      bool gone = false;             // it was a link and is none
+   };
+
+   [[nodiscard]] static Link linkOf( Lumo::IntfId intf, LinkReport const & report );
+   static void declare( Lumo::IntfId intf, Link const & link );
+   void membersAre( Lumo::IntfId intf, Link const & link, std::vector<Lumo::IntfId> const & former );
+   void memberIs( Lumo::IntfId member, Lumo::IntfId of );
+   void memberDel( Lumo::IntfId member, Lumo::IntfId of );
+   void goneIs( Lumo::IntfId member, bool gone );
+
+   void publish( Lumo::IntfId member, Link const & of );
+   void publishLag( Lumo::IntfId member );
+   void publishVlanMember( Lumo::IntfId member, uint16_t vlanId );
+   void vlanDel( uint16_t vlanId );
+   [[nodiscard]] Lumo::IntfId lagOf( Lumo::IntfId member ) const;
+   [[nodiscard]] bool inVlan( Lumo::IntfId member, uint32_t vlanId ) const;
+   [[nodiscard]] bool isVlan( uint32_t vlanId ) const;
+
+   [[nodiscard]] std::string lagTrouble( Lumo::IntfId lag, Lumo::IntfId member ) const;
+   [[nodiscard]] std::string vlanTrouble( Lumo::IntfId member ) const;
+
+   Maintenance::MaintenanceState & state_;
+   std::unordered_map<Lumo::IntfId, Link> links_;
+   std::unordered_map<Lumo::IntfId, Membership> memberships_;  // by member
+};
+
+}  // namespace Service
