@@ -1,0 +1,78 @@
+// The readings of one interface, and the run of quiet ones that they make.
+//
+// A reading is what two samples in a row say of the time between them, and only counters that were read for sure in the
+// turn of either, with no restart and nothing else between the two that would make their difference a guess. Whatever
+// breaks a run makes it forget its last reading, a loud one too: what is known begins again with the next.
+//
+// Owned by the ledger, which tells it what happens, in order. Knows no records and no clock.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "evidence/Accounts.h"
+#include "records/Interface.h"
+
+namespace Evidence {
+
+class Run {
+ public:
+   // One published sample: its rates, and whether the counters of every row that it was made of were read in its turn.
+   // `restarts` is how often any of these counters has started again.
+   struct Sample {
+      double time;  // s
+      Interface::IntfRates rates;
+      bool fresh;
+      uint64_t restarts;
+   };
+   // What one step did to the run.
+   struct Step {
+      bool reading = false;  // the sample was one, from `from` to its time
+      double from = 0;       // s
+      bool broke = false;    // a run of quiet readings has ended
+      bool becameLoud = false;
+   };
+
+   // The first sample of a monitor, which makes no rate: the next is measured from it.
+   void firstSampleIs( double time, bool fresh, uint64_t restarts );
+   Step sampleIs( Sample const & sample, double thresholdBitsRate );
+   // A break between two samples that leaves their difference a measurement: the threshold changed.
+   Step breakIs( char const * cause );
+   // One that does not: the link flapped, the monitor ended, members changed.
+   Step interruptIs( char const * cause );
+
+   // Why the latest break was one; empty when there was none.
+   [[nodiscard]] std::string const & lastBreak() const { return lastBreak_; }
+   // Why there is no reading that counts: what spoilt the latest sample, or came after it. Empty when nothing did.
+   [[nodiscard]] char const * trouble() const { return trouble_; }
+   [[nodiscard]] bool loud() const { return loud_; }
+   // The reading that counts, if there is one: the last of the run, or the loud one.
+   [[nodiscard]] std::optional<double> lastReading() const { return lastReading_; }
+   [[nodiscard]] Interface::IntfRates const & rates() const { return rates_; }  // of that reading, bit/s
+   // Beginning of what the run of quiet readings covers; none while there is no run.
+   [[nodiscard]] std::optional<double> quietSince() const { return quietSince_; }
+   // How much time the run covers, in seconds; 0 while there is none.
+   [[nodiscard]] double quietSeconds() const { return quietSince_ ? *lastReading_ - *quietSince_ : 0; }
+
+   // The busier direction of rates that are not below the threshold.
+   [[nodiscard]] static LoudReading loudReading( Interface::IntfRates const & rates, double time );
+
+ private:
+   Step forget();
+
+   struct Reference {
+      double time;
+      uint64_t restarts;
+   };
+
+   std::optional<Reference> reference_;  // the sample before, when the next one can be measured from it
+   std::optional<double> lastReading_;
+   Interface::IntfRates rates_;
+   bool loud_ = false;
+   std::optional<double> quietSince_;
+   char const * trouble_ = "";
+   std::string lastBreak_;
+};
+
+}  // namespace Evidence
