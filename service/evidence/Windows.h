@@ -1,0 +1,157 @@
+// Windows: what is kept of each stay of a unit in maintenance, from the request to the end of the exit.
+//
+// Opened by the stage manager when a unit is asked to enter, closed when it is active again, has failed, or was given
+// up; written by the stage manager (who asked, stages, outcome) and by the Ledger (the interfaces). They outlive the
+// service: a restart finds what it kept here, above all which stage is under way, what was left out of the proof and
+// which links have been seen. The last 100 stay.
+//
+// Times are seconds on the loop's clock; 0 stands for never.
+#pragma once
+
+#include "dovra/EntityManager.h"
+#include "evidence/Accounts.h"
+#include "kel/Attributes.h"
+#include "kel/Optional.h"
+#include "records/IntfId.h"
+#include "records/Unit.h"
+
+namespace Evidence {
+
+enum class Outcome : uint8_t {
+   underway = 0,    // the unit is still in it
+   completed = 1,   // entered, with every stage done, and left
+   deadline = 2,    // entered although a stage had run out of time ("continue"), and left
+   rolledBack = 3,  // a stage ran out of time or failed, and the unit was brought back
+   failed = 4,      // a hook of the exit failed
+   abandoned = 5,   // asked to leave before it had entered, or taken away with the configuration
+};
+
+constexpr char const * enumName( Outcome o ) {
+   switch( o ) {
+      case Outcome::underway: return "underway";
+      case Outcome::completed: return "completed";
+      case Outcome::deadline: return "deadline";
+      case Outcome::rolledBack: return "rolled back";
+      case Outcome::failed: return "failed";
+      case Outcome::abandoned: return "abandoned";
+   }
+   return nullptr;
+}
+KEL_ENUM_PRINTS( Outcome )
+
+enum class StageResult : uint8_t { running = 0, done = 1, timedOut = 2, failed = 3, givenUp = 4 };
+
+constexpr char const * enumName( StageResult r ) {
+   switch( r ) {
+      case StageResult::running: return "running";
+      case StageResult::done: return "done";
+      case StageResult::timedOut: return "timed out";
+      case StageResult::failed: return "failed";
+      case StageResult::givenUp: return "given up";
+   }
+   return nullptr;
+}
+KEL_ENUM_PRINTS( StageResult )
+
+// One stage as it went. A stage on "hold" that passes its deadline goes on running, and notes when that was.
+struct StageRun {
+   KEL_VALUE( StageRun, "Evidence::StageRun" )
+   KEL_FIELD( Kel::String8, stage )
+   KEL_FIELD( Maintenance::Unit::MaintenanceOp, op )
+   KEL_FIELD( double, began )
+   KEL_FIELD( double, ended )           // 0 while it runs
+   KEL_FIELD( double, deadlinePassed )  // 0: it has not
+   KEL_FIELD( StageResult, result )
+   KEL_VALUE_END( StageRun )
+};
+
+// Something that happened to an interface, in words: "break", "spike", "link", "shutdown", "verdict".
+struct IntfEvent {
+   KEL_VALUE( IntfEvent, "Evidence::IntfEvent" )
+   KEL_FIELD( double, time )
+   KEL_FIELD( Kel::String8, kind )
+   KEL_FIELD( Kel::String8, text )
+   KEL_VALUE_END( IntfEvent )
+};
+
+// The profile in force for an interface: of the request at first, and as reloads and selections have changed it since.
+struct ProfileInForce {
+   KEL_VALUE( ProfileInForce, "Evidence::ProfileInForce" )
+   KEL_FIELD( Kel::String8, profile )
+   KEL_FIELD( double, thresholdBitsRate )      // bit/s
+   KEL_FIELD( double, sampleIntervalSeconds )  //
+   KEL_FIELD( double, loadIntervalSeconds )    //
+   KEL_FIELD( bool, shutdown )                 //
+   KEL_VALUE_END( ProfileInForce )
+};
+
+// The rates of readings and other samples that fell into one cell of time, bit/s.
+struct RateCell {
+   KEL_VALUE( RateCell, "Evidence::RateCell" )
+   KEL_FIELD( double, from )  // s, that the samples tell of
+   KEL_FIELD( double, to )
+   KEL_FIELD( double, inLow )
+   KEL_FIELD( double, inMean )
+   KEL_FIELD( double, inHigh )
+   KEL_FIELD( double, outLow )
+   KEL_FIELD( double, outMean )
+   KEL_FIELD( double, outHigh )
+   KEL_VALUE_END( RateCell )
+};
+
+using RateCells = std::vector<RateCell>;
+
+// One interface in a window.
+class WindowIntf final : public Kel::Entity {
+   KEL_ENTITY( WindowIntf, "Evidence::WindowIntf", Lumo::IntfId, intfId )
+   KEL_ATTR( bool, leftOut )  // of the proof
+   KEL_ATTR( bool, seen )     // a link of that name, at some time since the request
+   KEL_ATTR( ProfileInForce, profile )
+   KEL_COUNTER( uint32_t, breaks )
+   KEL_COUNTER( uint32_t, spikes )
+   KEL_COUNTER( uint32_t, totalEvents )                  // all there were; the first and the last of them are kept
+   KEL_MAP( IntfEvent, uint32_t, event, onEvent )        // by number
+   KEL_MAP( Verdict, uint32_t, verdictAt, onVerdictAt )  // at the end of the stage with that number
+   KEL_ATTR_BY( RateCells, rates )                       // in the order of time, at most 600
+   KEL_ENTITY_END
+
+   [[nodiscard]] RateCells const & rates() const { return rates_; }
+   // Tell nobody, watchers neither: they change with every reading, and are read when somebody wants to see them.
+   void ratesIs( RateCells const & cells ) { rates_ = cells; }
+   void rateIs( RateCell const & cell ) { rates_.push_back( cell ); }
+   void lastRateIs( RateCell const & cell ) { rates_.back() = cell; }
+
+ private:
+   RateCells rates_;
+};
+
+// One window. Its key is the instance's name: the unit, "#", the generation of its enter.
+class Window final : public Kel::Entity {
+   KEL_ENTITY( Window, "Evidence::Window", Kel::Name, windowName )
+   KEL_ATTR( Kel::Name, unit )
+   KEL_ATTR( uint32_t, generation )       // of the enter
+   KEL_ATTR( uint32_t, exitGeneration )   // 0: nobody has asked it to leave
+   KEL_ATTR( Kel::String8, requestedBy )  // who asked it to enter
+   KEL_ATTR( Kel::String8, exitRequestedBy )
+   KEL_ATTR( double, wallClockOffset )  // s to add to a time for Unix time, at the request; 0: the clock is invented
+   KEL_ATTR( double, requested )        // when it was asked to enter
+   KEL_ATTR( double, entered )          // when it was in maintenance
+   KEL_ATTR( double, exitRequested )
+   KEL_ATTR( double, ended )
+   KEL_ATTR_NOTIFY( Outcome, outcome, onOutcome )
+   // In the order in which they were begun; the last may be running.
+   KEL_MAP( StageRun, uint32_t, stageRun, onStageRun )
+   KEL_CHILDREN( WindowIntf, Lumo::IntfId, intf, onIntf )
+   KEL_ENTITY_END
+};
+
+class WindowDir final : public Kel::Entity {
+   KEL_ENTITY( WindowDir, "Evidence::WindowDir", Kel::Name, dirName )
+   KEL_CHILDREN( Window, Kel::Name, window, onWindow )
+   KEL_ENTITY_END
+};
+
+// Windows stand here in the database; made by whoever asks first.
+[[nodiscard]] Kel::Ptr<WindowDir> windowDir( Dovra::EntityManager & database );
+
+}  // namespace Evidence
