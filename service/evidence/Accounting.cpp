@@ -1,0 +1,360 @@
+#include "evidence/Accounting.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kel/QuantityText.h"
+
+namespace Evidence {
+
+using Maintenance::Unit::State;
+
+std::string loudText( LoudReading const & loud ) {
+   std::string text = enumName( loud.direction );
+   return text.append( " " ).append( Kel::rateText( loud.bitsRate ) );
+}
+
+// One interface
+
+Subject::Subject( Accounting & in, Lumo::IntfId intf )
+   : accounting( in ), watched( intf, in.sources(), in.neverWatched(), *this ) {}
+
+void Subject::onReading( Run::Step const & step ) {
+   Run const & run = watched.run();
+   for( auto const & p : places ) {
+      p->recorder.ratesAre( step.from, *run.lastReading(), run.rates() );
+      if( !run.loud() ) continue;
+      LoudReading const loud = Run::loudReading( run.rates(), *run.lastReading() );
+      p->record->lastLoudIs( loud );
+      if( !step.becameLoud ) continue;
+      // On the way in traffic is expected; only what comes back is a spike.
+      if( accounting.sources().unitState( p->book->record->unitName() ) != State::inMaintenance ) continue;
+      p->record->spikesInc( 1 );
+      p->recorder.spikeIs( loudText( loud ) );
+   }
+}
+
+void Subject::onBreak() {
+   for( auto const & p : places ) {
+      // A unit on its way out ends the monitoring itself, and asks for no proof any more.
+      if( !accounting.wantsProof( *p->book ) ) continue;
+      p->record->breaksInc( 1 );
+      p->recorder.breakIs( watched.run().lastBreak() );
+   }
+}
+
+void Subject::onIntfEvent( char const * kind, std::string const & text ) {
+   for( auto const & p : places ) p->recorder.eventIs( kind, text );
+}
+
+Place::Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
+              uint32_t cells )
+   : book( in ),
+     subject( of ),
+     record( new Account( of->watched.intf() ) ),
+     recorder( window, cells ),
+     seen( !window || window->seen() ) {
+   handleLeftOut();
+}
+
+void Place::handleLeftOut() { leftOut = recorder.record() && recorder.record()->leftOut(); }
+
+void Place::handleSeen() {
+   seen = true;
+   if( recorder.record() ) recorder.record()->seenIs( true );
+}
+
+void Place::noteProfile() {
+   auto const & prof = watched().profile();
+   if( !prof ) return;
+   Kel::String8 const name = subject->accounting.sources().profileName( *prof );
+   record->profileNameIs( name );
+   if( !recorder.record() ) return;
+   recorder.record()->profileIs( { name, prof->thresholdBitsRate(), prof->sampleInterval(),
+                                   static_cast<double>( prof->rateMonLoadInterval() ), prof->shutdown() } );
+}
+
+// What happens
+
+Accounting::Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance::MaintenanceState const & state,
+                        Kel::Ptr<KelQuill::EntityManager> const & counters, Ledger::NeverWatched neverWatched )
+   : TurnEnd( accountsJudged ),
+     accounts_( accounts ),
+     neverWatched_( std::move( neverWatched ) ),
+     alarm_( *this ),
+     sources_( state, counters, *this ) {}
+
+Accounting::~Accounting() {
+   // Each refers to the other.
+   for( auto const & [intf, s] : subjects_ ) s->places.clear();
+   for( auto const & [unit, b] : books_ ) b->places.clear();
+}
+
+Kel::Ptr<Subject> Accounting::find( Lumo::IntfId intf ) const {
+   auto const found = subjects_.find( intf );
+   return found == subjects_.end() ? nullptr : found->second;
+}
+
+Kel::Ptr<Subject> Accounting::subject( Lumo::IntfId intf ) {
+   auto & s = subjects_[intf];
+   if( !s ) s = new Subject( *this, intf );
+   return s;
+}
+
+void Accounting::touch( Subject & s ) {
+   due();
+   if( !std::exchange( s.touched, true ) ) touched_.emplace_back( &s );
+}
+
+void Accounting::allTouched() {
+   allTouched_ = true;
+   due();
+}
+
+void Accounting::onLink( Lumo::IntfId intf, LinkChange change ) {
+   auto const s = find( intf );
+   if( !s ) return;
+   s->watched.handleLink( change );
+   touch( *s );
+}
+
+void Accounting::onMonitor( Lumo::IntfId intf, MonitorChange change ) {
+   // The way of every sample: there is nothing to hand on, apply() looks for itself.
+   if( change == MonitorChange::sampled ) {
+      auto const found = subjects_.find( intf );
+      if( found != subjects_.end() ) touch( *found->second );
+      return;
+   }
+   // From its beginning on, also while no unit has an account of it: the next that enters profits from its run.
+   auto const s = change == MonitorChange::began ? subject( intf ) : find( intf );
+   if( !s ) return;
+   s->watched.handleMonitor( change );
+   touch( *s );
+}
+
+void Accounting::onEntry( Lumo::IntfId intf ) {
+   auto const s = find( intf );
+   if( !s ) return;
+   s->watched.handleEntry();
+   touch( *s );
+}
+
+void Accounting::onIntf( Lumo::IntfId intf ) {
+   auto const s = find( intf );
+   if( !s ) return;
+   s->watched.handleProfile();
+   touch( *s );
+}
+
+void Accounting::onMembers() {
+   membersMoved_ = true;
+   allTouched();
+}
+
+void Accounting::onUnit( Kel::Name const & unit ) {
+   auto const b = book( unit );
+   if( !b ) return;
+   touchedBooks_.push_back( b );
+   due();
+}
+
+// Accounts come and go
+
+Kel::Ptr<UnitBook> Accounting::book( Kel::Name const & unit ) const {
+   auto const found = books_.find( unit );
+   return found == books_.end() ? nullptr : found->second;
+}
+
+Place const * Accounting::place( Kel::Name const & unit, Lumo::IntfId intf ) const {
+   auto const s = find( intf );
+   if( !s ) return nullptr;
+   auto const at = std::ranges::find( s->places, unit, []( auto const & p ) { return p->book->record->unitName(); } );
+   return at == s->places.end() ? nullptr : at->get();
+}
+
+void Accounting::unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const & intfs,
+                         Kel::Ptr<Window> const & window ) {
+   auto & kept = books_[unit];
+   if( !kept ) kept = new UnitBook( unit );
+   auto const b = kept;  // the entry may go as handlers run
+   for( auto const & p : std::vector( b->places ) ) {
+      if( std::ranges::find( intfs, p->watched().intf() ) == intfs.end() ) closePlace( p );
+   }
+   for( Lumo::IntfId const intf : intfs ) {
+      if( place( unit, intf ) ) continue;
+      auto const s = subject( intf );
+      Kel::Ptr<Place> const p(
+         new Place( b, s, window ? window->intf( intf ) : nullptr, Recorder::cellsFor( intfs.size() ) ) );
+      b->places.push_back( p );
+      s->places.push_back( p );
+      ++b->unsettled;
+   }
+   // Also those that stay, which may be left out from now on; new ones are to know their profile.
+   for( auto const & p : b->places ) {
+      p->handleLeftOut();
+      p->subject->watched.handleProfile();
+      touch( *p->subject );
+   }
+   touchedBooks_.push_back( b );
+   due();
+   // The records last, when all of it has been judged: nobody is to see an account that says nothing yet.
+   judgeTouched();
+   if( b->open && !accounts_->unit( unit ) ) accounts_->unitIs( b->record );
+   for( auto const & p : std::vector( b->places ) ) {
+      if( p->open && !b->record->account( p->watched().intf() ) ) b->record->accountIs( p->record );
+   }
+}
+
+void Accounting::closePlace( Kel::Ptr<Place> const & p ) {
+   p->open = false;
+   UnitBook & b = *p->book;
+   if( !p->judged || !p->judgement.settled ) --b.unsettled;
+   if( p->judged && p->judgement.verdict == Verdict::loud ) --b.loud;
+   if( p->wasLoud && p->judgement.verdict == Verdict::waiting ) --b.wereLoud;
+   std::erase( b.places, p );
+   std::erase( p->subject->places, p );
+   forgetUnused( *p->subject );
+   b.record->accountDel( p->watched().intf() );
+}
+
+void Accounting::unitDel( Kel::Name const & unit ) {
+   auto const b = book( unit );
+   if( !b ) return;
+   books_.erase( unit );
+   b->open = false;
+   for( auto const & p : std::vector( b->places ) ) closePlace( p );
+   accounts_->unitDel( unit );
+}
+
+void Accounting::forgetUnused( Subject & s ) {
+   if( !s.kept || !s.places.empty() || s.watched.monitored() ) return;
+   s.kept = false;
+   subjects_.erase( s.watched.intf() );
+}
+
+// Judging
+
+void Accounting::judge( UnitBook & b ) {
+   if( allTouched_ ) judgeTouched();
+   // Also what told nobody of its change; and what has told and waits for its turn, where this is asked by a handler of
+   // another account.
+   for( auto const & p : std::vector( b.places ) ) {
+      apply( *p->subject );
+      if( p->open ) judgePlace( *p );
+   }
+   if( b.open ) judgeUnit( b );
+}
+
+void Accounting::judgeTouched() {
+   if( std::exchange( allTouched_, false ) ) {
+      for( auto const & [intf, s] : subjects_ ) {
+         s->watched.handleProfile();
+         if( membersMoved_ ) s->watched.handleMembers();
+         touch( *s );
+      }
+      membersMoved_ = false;
+   }
+   auto subjects = std::exchange( touched_, {} );
+   // One after the other, while what each rests on is at hand: an account depends on its own interface alone.
+   for( auto const & s : subjects ) {
+      s->touched = false;
+      apply( *s );
+      judgeSubject( *s );
+      forgetUnused( *s );
+   }
+   // A unit depends on them all.
+   for( auto const & b : std::exchange( touchedBooks_, {} ) ) {
+      if( b->open ) judgeUnit( *b );
+   }
+   // Only for its memory, where no handler has needed another.
+   subjects.clear();
+   if( touched_.empty() ) touched_.swap( subjects );
+}
+
+void Accounting::apply( Subject & s ) {
+   if( !s.watched.apply() ) return;
+   for( auto const & p : s.places ) p->noteProfile();
+}
+
+void Accounting::judgeSubject( Subject const & s ) {
+   // Most have just one account. With more, a copy is iterated over: a handler of one may close another. None is freed
+   // meanwhile, as a dispatch is under way.
+   if( s.places.size() == 1 ) return judgePlace( *s.places.front() );
+   for( auto const & p : std::vector( s.places ) ) {
+      if( p->open ) judgePlace( *p );
+   }
+}
+
+void Accounting::judgePlace( Place & p ) {
+   Watched const & w = p.watched();
+   if( !p.seen && w.linkThere() ) p.handleSeen();
+   Judgement const now = p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : w.judge( p.seen );
+   alarmBy( now.changes );
+   // Most samples say what the one before has said. A run that has broken meanwhile begins anew.
+   double const quietSince = w.run().quietSince().value_or( 0 );
+   bool const same = p.judged && p.judgement.sameAs( now ) && p.quietSince == quietSince;
+   if( same ) {
+      p.judgement = now;
+      return;
+   }
+   p.quietSince = quietSince;
+   bool const begins = !p.judged || p.judgement.verdict != now.verdict;
+   count( p, now );
+   write( p, begins );
+}
+
+// The unit's numbers follow before anything is written, so that whoever hears of the account finds them right.
+void Accounting::count( Place & p, Judgement const & now ) {
+   Judgement const & former = p.judgement;
+   UnitBook & b = *p.book;
+   bool const first = !std::exchange( p.judged, true );
+   bool const wasLoud = now.verdict == Verdict::loud || ( p.wasLoud && now.verdict == Verdict::waiting );
+   auto const moved = []( std::size_t & number, bool was, bool is ) { number = number + is - was; };
+   moved( b.unsettled, first || !former.settled, !now.settled );
+   moved( b.loud, !first && former.verdict == Verdict::loud, now.verdict == Verdict::loud );
+   moved( b.wereLoud, p.wasLoud && former.verdict == Verdict::waiting, wasLoud && now.verdict == Verdict::waiting );
+   p.judgement = now;
+   p.wasLoud = wasLoud;
+   touchedBooks_.push_back( p.book );
+}
+
+void Accounting::write( Place & p, bool begins ) {
+   Judgement const & now = p.judgement;
+   Account & record = *p.record;
+   // What tells nobody before what does: whoever hears of the verdict reads the rest.
+   record.quietSinceIs( p.quietSince );
+   if( now.countsFrom ) {
+      record.sinceIs( *now.countsFrom );
+   } else if( begins ) {
+      record.sinceIs( Kel::now() );
+   }
+   record.verdictIs( now.verdict );
+   if( p.open ) record.settledIs( now.settled );
+}
+
+bool Accounting::wantsProof( UnitBook const & b ) const {
+   State const state = sources_.unitState( b.record->unitName() );
+   return state == State::entering || state == State::inMaintenance;
+}
+
+void Accounting::judgeUnit( UnitBook & b ) {
+   bool const in = sources_.unitState( b.record->unitName() ) == State::inMaintenance;
+   bool const ready = wantsProof( b ) && b.unsettled == 0;
+   // It begins with a loud reading and lasts until what was loud is known not to be.
+   bool const disturbed = in && ( b.loud > 0 || ( b.record->disturbed() && b.wereLoud > 0 ) );
+   b.record->readyIs( ready );
+   if( b.open ) b.record->disturbedIs( disturbed );
+}
+
+void Accounting::handleAlarm() {
+   // Once for all: the earliest change decides when it rings next, and readings since may have put it off.
+   for( auto const & [intf, s] : subjects_ ) {
+      if( !s->places.empty() ) touch( *s );
+   }
+}
+
+void Accounting::alarmBy( double time ) {
+   if( time < alarm_.timeMin() ) alarm_.timeMinIs( time );
+}
+
+}  // namespace Evidence

@@ -1,0 +1,147 @@
+// The inside of the ledger: subjects, accounts and units, and how a change of one reaches the others.
+//
+//    record --> Sources --> Subject (one interface: Watched) --> Place (its account in one unit) --> UnitBook
+//
+// A change is noted at once and judged at the end of the turn. Accounts are written then, and each write may run
+// anyone's handler: so whatever has more to do after one asks whether its place is still open, and nothing that is
+// iterated can be changed by a handler.
+#pragma once
+
+#include <unordered_map>
+#include <vector>
+
+#include "evidence/Ledger.h"
+#include "evidence/Recorder.h"
+#include "evidence/Watched.h"
+#include "kel/ActivityLoop.h"
+
+namespace Evidence {
+
+class Accounting;
+struct Place;
+
+// The accounts of one unit, and how many of them stand in the way.
+struct UnitBook final : Kel::PtrInterface {
+   explicit UnitBook( Kel::Name const & unit ) : record( new UnitAccounts( unit ) ) {}
+
+   Kel::Ptr<UnitAccounts> const record;
+   std::vector<Kel::Ptr<Place>> places;
+   std::size_t unsettled = 0;
+   std::size_t loud = 0;
+   std::size_t wereLoud = 0;  // and are waiting now
+   bool open = true;
+};
+
+// An interface and the accounts that there are of it.
+struct Subject final : Kel::PtrInterface, WatchedListener {
+   Subject( Accounting & in, Lumo::IntfId intf );
+
+   void onReading( Run::Step const & step ) override;
+   void onBreak() override;
+   void onIntfEvent( char const * kind, std::string const & text ) override;
+
+   Accounting & accounting;
+   std::vector<Kel::Ptr<Place>> places;
+   bool touched = false;
+   bool kept = true;
+   Watched watched;  // last: it tells its listener
+};
+
+// One account: the interface as one unit sees it.
+struct Place final : Kel::PtrInterface {
+   Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
+          uint32_t cells );
+
+   [[nodiscard]] Watched const & watched() const { return subject->watched; }
+   // As the window says, or is to say.
+   void handleLeftOut();
+   void handleSeen();
+   // Values of the profile in force, into the account and the window.
+   void noteProfile();
+
+   Kel::Ptr<UnitBook> const book;
+   Kel::Ptr<Subject> const subject;
+   Kel::Ptr<Account> const record;
+   Recorder recorder;
+   Judgement judgement;    // as it stands in the record, as does this:
+   double quietSince = 0;  // s; 0: there is no run
+   bool leftOut = false;   // of the proof
+   bool seen = false;      // a link of that name, since the request
+   bool judged = false;    // at least once
+   bool wasLoud = false;   // and what it is now does not say that this is over
+   bool open = true;       // the account is still kept
+};
+
+class Accounting final : public Kel::TurnEnd, SourcesListener {
+ public:
+   Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance::MaintenanceState const & state,
+               Kel::Ptr<KelQuill::EntityManager> const & counters, Ledger::NeverWatched neverWatched );
+   ~Accounting() override;
+
+   void unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const & intfs, Kel::Ptr<Window> const & window );
+   void unitDel( Kel::Name const & unit );
+   void allTouched();
+   // The unit, whatever has changed.
+   void judge( UnitBook & book );
+
+   // Null when there is none.
+   [[nodiscard]] Kel::Ptr<UnitBook> book( Kel::Name const & unit ) const;
+   [[nodiscard]] Place const * place( Kel::Name const & unit, Lumo::IntfId intf ) const;
+   [[nodiscard]] Kel::Ptr<Subject> find( Lumo::IntfId intf ) const;
+
+   // It enters or is in maintenance.
+   [[nodiscard]] bool wantsProof( UnitBook const & book ) const;
+   [[nodiscard]] Sources const & sources() const { return sources_; }
+   [[nodiscard]] Ledger::NeverWatched const & neverWatched() const { return neverWatched_; }
+
+   void onTurnEnd() override { judgeTouched(); }
+
+ private:
+   class KelAlarm final : public Kel::Clock::NotifieeConst {
+    public:
+      explicit KelAlarm( Accounting & owner ) : NotifieeConst( Kel::activityLoop().clock() ), owner_( owner ) {}
+      void onTimeMin() override { owner_.handleAlarm(); }
+
+    private:
+      Accounting & owner_;
+   };
+
+   void onLink( Lumo::IntfId intf, LinkChange change ) override;
+   void onMonitor( Lumo::IntfId intf, MonitorChange change ) override;
+   void onEntry( Lumo::IntfId intf ) override;
+   void onIntf( Lumo::IntfId intf ) override;
+   void onMembers() override;
+   void onUnit( Kel::Name const & unit ) override;
+   void onProfiles() override { allTouched(); }
+
+   Kel::Ptr<Subject> subject( Lumo::IntfId intf );
+   void touch( Subject & subject );
+   void closePlace( Kel::Ptr<Place> const & place );
+   void forgetUnused( Subject & subject );
+
+   void judgeTouched();
+   static void apply( Subject & subject );
+   void judgeSubject( Subject const & subject );
+   void judgePlace( Place & place );
+   void count( Place & place, Judgement const & now );
+   static void write( Place & place, bool begins );
+   void judgeUnit( UnitBook & book );
+   void handleAlarm();
+   void alarmBy( double time );
+
+   Kel::Ptr<UnitAccountsDir> const accounts_;
+   Ledger::NeverWatched const neverWatched_;
+   std::unordered_map<Lumo::IntfId, Kel::Ptr<Subject>> subjects_;
+   std::unordered_map<Kel::Name, Kel::Ptr<UnitBook>> books_;
+   std::vector<Kel::Ptr<Subject>> touched_;
+   std::vector<Kel::Ptr<UnitBook>> touchedBooks_;
+   bool allTouched_ = false;
+   bool membersMoved_ = false;
+   KelAlarm alarm_;
+   Sources sources_;  // last: it tells at once of what is there
+};
+
+// "out 3 Mbps"
+[[nodiscard]] std::string loudText( LoudReading const & loud );
+
+}  // namespace Evidence

@@ -1,0 +1,238 @@
+#include "evidence/Watched.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "kel/ActivityLoop.h"
+
+namespace Evidence {
+
+using Interface::IntfOperStatus;
+using Maintenance::MonIntfState;
+
+namespace {
+
+// Times are sums of doubles: what was meant to be a whole load interval may lack less than this, in seconds. A span
+// that is short by a microsecond is short.
+constexpr double rounding = 0.5e-6;
+
+bool fills( double span, double interval ) { return span >= interval - rounding; }
+
+// A reading that is older no longer says what is now. Two samples may be lost without harm, and the wheel may be late.
+double stalesAfter( double sampleInterval ) { return 2 * sampleInterval + 1; }
+
+}  // namespace
+
+Watched::Watched( Lumo::IntfId intf, Sources const & sources, NeverWatched const & neverWatched,
+                  WatchedListener & listener )
+   : intf_( intf ), sources_( sources ), neverWatched_( neverWatched ), listener_( listener ) {
+   // What nobody has watched before counts from now; a link that has been down for longer is known to have been.
+   lookUpRecords();
+   if( !link_ ) awaySince_ = Kel::now();
+   if( auto const since = sources_.awaySince( intf ) ) awaySince_ = since;
+   entered_ = sources_.entered( intf );
+}
+
+double Watched::sampleInterval() const {
+   if( !monitor_ || !profile_ ) return 0;
+   bool const passive = monitor_->state() == MonIntfState::passiveMonitoring;
+   return passive ? 2 * profile_->sampleInterval() : profile_->sampleInterval();
+}
+
+void Watched::handleLink( LinkChange change ) {
+   recordsMoved_ = true;
+   switch( change ) {
+      case LinkChange::away: {
+         bool const was = awaySince_.has_value();
+         if( !was ) awaySince_ = Kel::now();
+         char const * const text = sources_.link( intf_ ) ? "its link went down" : "its link vanished";
+         listener_.onIntfEvent( "link", text );
+         return interrupt( text );
+      }
+      case LinkChange::up:
+         if( awaySince_ ) listener_.onIntfEvent( "link", "its link came up" );
+         awaySince_.reset();
+         return interrupt( "its link changed" );
+      case LinkChange::madeAgain:
+         // Whether the new one is up is told next.
+         listener_.onIntfEvent( "link", "its link was made again" );
+         return interrupt( "its link was made again" );
+   }
+}
+
+void Watched::handleMonitor( MonitorChange change ) {
+   if( change != MonitorChange::sampled ) recordsMoved_ = true;
+   switch( change ) {
+      case MonitorChange::sampled:
+      case MonitorChange::touched: return;  // apply() looks for itself
+      case MonitorChange::began:
+         sampleTime_ = 0;
+         samples_ = 0;
+         return interrupt( "its monitoring has just begun" );
+      case MonitorChange::ended: return interrupt( "its monitoring ended" );
+   }
+}
+
+void Watched::handleEntry() {
+   bool const entered = sources_.entered( intf_ );
+   if( entered == entered_ ) return;
+   entered_ = entered;
+   recordsMoved_ = true;
+   listener_.onIntfEvent( "shutdown", entered ? "shut down by its profile" : "no longer shut down" );
+}
+
+void Watched::interrupt( char const * cause ) { tellOf( run_.interruptIs( cause ) ); }
+
+void Watched::tellOf( Run::Step const & step ) {
+   if( step.broke ) listener_.onBreak();
+   if( step.reading ) listener_.onReading( step );
+}
+
+void Watched::lookUpRecords() {
+   link_ = sources_.link( intf_ );
+   monitor_ = sources_.monitor( intf_ );
+   profile_ = sources_.profile( intf_ );
+}
+
+bool Watched::apply() {
+   bool const moved = std::exchange( recordsMoved_, false );
+   if( moved ) lookUpRecords();
+   // The threshold before the sample: the rates are judged by what is in force when they are published.
+   applyProfile();
+   applyMembers();
+   lookUpRows();
+   if( moved || !plainKnown_ ) plain_ = isPlain();
+   plainKnown_ = true;
+   applySample();
+   return moved;
+}
+
+// What most interfaces are at most samples: there is nothing to ask and no text to make.
+bool Watched::isPlain() const { return intf_.kind() == Lumo::IntfKind::ethernet && unwatched().empty(); }
+
+void Watched::applyProfile() {
+   if( !profile_ ) return;
+   double const threshold = profile_->thresholdBitsRate();
+   if( threshold_ && *threshold_ != threshold ) tellOf( run_.breakIs( "its threshold changed" ) );
+   threshold_ = threshold;
+}
+
+void Watched::applyMembers() {
+   if( !std::exchange( membersMoved_, false ) ) return;
+   auto rows = sources_.rowsOf( intf_ );
+   if( rows == rows_ ) return;
+   // The first look at an interface changes nothing that anybody relied on.
+   bool const first = !countersAt_;
+   rows_ = std::move( rows );
+   countersAt_.reset();
+   lookUpRows();
+   if( !first ) interrupt( "its members changed" );
+}
+
+void Watched::applySample() {
+   if( !monitor_ || monitor_->lastSampleTime() == sampleTime_ ) return;
+   bool const first = monitor_->totalSamples() == samples_;
+   sampleTime_ = monitor_->lastSampleTime();
+   samples_ = monitor_->totalSamples();
+   uint64_t restarts = 0;
+   bool const fresh = freshAt( sampleTime_, restarts );
+   // A sampler's first sample is published and not counted. That of a record which an earlier agent left looks like one
+   // more of its samples otherwise, and would cover the time in which nobody watched.
+   if( first ) {
+      interrupt( "its monitoring has just begun" );
+      return run_.firstSampleIs( sampleTime_, fresh, restarts );
+   }
+   // The plug-in may go on sampling a link that is down; what it counts then is of no link that carries traffic.
+   bool const up = link_ && link_->operStatus() == IntfOperStatus::up;
+   if( !up || !threshold_ ) return run_.firstSampleIs( sampleTime_, false, restarts );
+   tellOf( run_.sampleIs( { sampleTime_, monitor_->curRates(), fresh, restarts }, *threshold_ ) );
+}
+
+void Watched::lookUpRows() {
+   uint32_t const generation = sources_.counterGeneration();
+   if( countersAt_ == generation ) [[likely]]
+      return;
+   countersAt_ = generation;
+   plainKnown_ = false;
+   bool const had = complete();
+   counters_.clear();
+   for( Lumo::IntfId const row : rows_ ) counters_.push_back( sources_.counter( row ) );
+   if( had && !complete() ) interrupt( "its counters are gone" );
+}
+
+bool Watched::complete() const {
+   return !counters_.empty() && std::ranges::all_of( counters_, []( auto const & c ) { return c != nullptr; } );
+}
+
+bool Watched::freshAt( double time, uint64_t & restarts ) {
+   bool fresh = !rows_.empty();
+   for( auto const & counter : counters_ ) {
+      auto const read = counter ? counter->lastRead() : std::nullopt;
+      // Exactly in the sample's turn: a later read would hide a restart in between, an earlier one is not of now.
+      if( !read || read->readTime != time || !read->inOctets.hasValue() || !read->outOctets.hasValue() ) fresh = false;
+      // Of one set of rows each count only grows, so their sum tells whether any did.
+      if( read ) restarts += read->restarts;
+   }
+   return fresh;
+}
+
+std::optional<double> Watched::awayFrom() const {
+   if( !awaySince_ ) return std::nullopt;
+   // Until our entry went it was down on our account; from then on it has to be down by itself.
+   return std::max( *awaySince_, sources_.letGo( intf_ ).value_or( *awaySince_ ) );
+}
+
+std::string Watched::unwatched() const {
+   if( entered_ ) return "it is up although it was shut down: nobody samples it";
+   if( link_ && link_->operStatus() == IntfOperStatus::unknown ) return "whether its link is up is not known";
+   // Asked for what is made of others only: an Ethernet interface is sampled whatever hangs on it.
+   if( intf_.kind() != Lumo::IntfKind::ethernet ) {
+      if( std::string const reason = neverWatched_( intf_ ); !reason.empty() ) return reason;
+   }
+   if( !monitor_ ) return "the rate monitor does not sample it yet";
+   switch( monitor_->state() ) {
+      case MonIntfState::thresholdMonitoring:
+      case MonIntfState::passiveMonitoring: break;
+      case MonIntfState::notMonitoring: return "the rate monitor does not sample it yet";
+      case MonIntfState::monitoringStopped: return "the rate monitor has stopped sampling it";
+   }
+   bool const own = Lumo::EthIntfId::isEthIntfId( intf_ );
+   if( own && !complete() ) return "it has no counters";
+   return profile_ ? "" : "its profile is gone";
+}
+
+Judgement Watched::judge( bool seen ) const {
+   bool const down = link_ && link_->operStatus() == IntfOperStatus::down;
+   if( down && entered_ ) return { .verdict = Verdict::held, .settled = true };
+   if( !link_ && !seen ) return { .verdict = Verdict::missing };
+   if( link_ && !down ) return judgeUp();
+   // Away: passing between down and gone restarts nothing, so both count from the same moment.
+   Judgement found{ .verdict = link_ ? Verdict::down : Verdict::gone, .countsFrom = awayFrom() };
+   if( !profile_ || !found.countsFrom ) return found;
+   double const due = *found.countsFrom + profile_->rateMonLoadInterval();
+   found.settled = fills( Kel::now() - *found.countsFrom, profile_->rateMonLoadInterval() );
+   if( !found.settled ) found.changes = due;
+   return found;
+}
+
+Judgement Watched::judgeUp() const {
+   if( !plain_ && !unwatched().empty() ) return { .verdict = Verdict::unwatched };
+   if( run_.loud() ) return { .verdict = Verdict::loud };
+   if( !run_.quietSince() ) return { .verdict = Verdict::waiting };
+   double const stale = *run_.lastReading() + stalesAfter( sampleInterval() );
+   if( Kel::now() > stale ) return { .verdict = Verdict::waiting };
+   Judgement found{ .verdict = Verdict::quiet };
+   found.settled = fills( run_.quietSeconds(), profile_->rateMonLoadInterval() );
+   // The first moment that is later: at `stale` itself the reading still counts.
+   found.changes = std::nextafter( stale, std::numeric_limits<double>::infinity() );
+   return found;
+}
+
+double Watched::lacks( Judgement const & judgement ) const {
+   double const interval = profile_ ? profile_->rateMonLoadInterval() : 0;
+   double const had = judgement.verdict == Verdict::quiet ? run_.quietSeconds()
+                                                          : Kel::now() - judgement.countsFrom.value_or( Kel::now() );
+   return judgement.settled ? 0 : std::max( 0.0, interval - had );
+}
+
+}  // namespace Evidence
