@@ -1,6 +1,8 @@
 #include "units/ConfigRecords.h"
 
 #include <algorithm>
+#include <unordered_set>
+#include <utility>
 
 namespace Service {
 
@@ -12,7 +14,7 @@ using Maintenance::Unit::State;
 
 namespace {
 
-GroupKey intfGroup( std::string const & name ) { return { GroupType::intf, Kel::String8( name ) }; }
+GroupKey intfGroup( Kel::String8 const & name ) { return { GroupType::intf, name }; }
 
 void writeProfile( IntfMaintenanceProfile::ConfigDir & dir, Kel::String8 const & name,
                    Config::Profile const & profile ) {
@@ -22,37 +24,198 @@ void writeProfile( IntfMaintenanceProfile::ConfigDir & dir, Kel::String8 const &
    record->rateMonThresholdInKbpsIs( profile.thresholdKbps );
    record->sampleIntervalIs( profile.sampleIntervalSeconds );
    record->rateMonLoadIntervalIs( profile.loadIntervalSeconds );
-   record->shutdownMaxDelayIs( profile.maxDelaySeconds );
+   // Without shutdown it means nothing, and a number in it would look as if it did.
+   record->shutdownMaxDelayIs( profile.shutdown ? profile.maxDelaySeconds.value_or( noMaxDelay ) : 0 );
    // Last, because it is the only one of these that notifies: whoever hears of it reads the others.
    record->shutdownIs( profile.shutdown );
    if( added ) dir.configIs( record );
 }
 
-bool contains( std::vector<std::string> const & names, std::string const & name ) {
-   return std::find( names.begin(), names.end(), name ) != names.end();
-}
-
 }  // namespace
 
-ConfigRecords::ConfigRecords( Maintenance::MaintenanceState & state, Config::Config const & config )
-   : state_( state ), config_( config ) {
-   // First the interfaces, which gives each name its kind before a record bears it; then what is referred to before
-   // what refers to it.
+// Groups and units as their records should be, private copies included. The vectors have the order of the
+// configuration, in which records are written.
+struct ConfigRecords::Wanted {
+   struct Group {
+      Kel::String8 name;
+      std::vector<Lumo::IntfId> intfs;
+      std::vector<Kel::Name> units;
+   };
+   struct Unit {
+      Kel::Name name;
+      std::vector<Kel::String8> groups;
+   };
+   std::vector<Group> groups;
+   std::vector<Unit> units;
+
+   // The same, for asking.
+   std::unordered_map<GroupKey, std::unordered_set<Lumo::IntfId>> groupHas;
+   std::unordered_map<GroupKey, std::unordered_set<Kel::Name>> groupIsOf;  // only groups that are in units
+   std::unordered_set<Kel::Name> unitNames;
+
+   void add( Group group ) {
+      GroupKey const key = intfGroup( group.name );
+      groupHas[key].insert( group.intfs.begin(), group.intfs.end() );
+      if( !group.units.empty() ) groupIsOf[key].insert( group.units.begin(), group.units.end() );
+      groups.push_back( std::move( group ) );
+   }
+   void add( Unit unit ) {
+      unitNames.insert( unit.name );
+      units.push_back( std::move( unit ) );
+   }
+   [[nodiscard]] bool has( GroupKey const & group, Lumo::IntfId intf ) const {
+      auto const found = groupHas.find( group );
+      return found != groupHas.end() && found->second.contains( intf );
+   }
+   [[nodiscard]] bool isOf( GroupKey const & group, Kel::Name const & unit ) const {
+      auto const found = groupIsOf.find( group );
+      return found != groupIsOf.end() && found->second.contains( unit );
+   }
+};
+
+ConfigRecords::ConfigRecords( Maintenance::MaintenanceState & state, Config::Config config )
+   : state_( state ), config_( std::move( config ) ) {
+   configHasChanged();
+}
+
+void ConfigRecords::configIs( Config::Config config ) {
+   config_ = std::move( config );
+   configHasChanged();
+}
+
+void ConfigRecords::configHasChanged() {
+   // First the interfaces, which gives each name its kind before a record bears it.
    collectInterfaces();
-   writeProfiles();
-   writeGroups();
-   writeUnits();
-   selectProfiles();
+   collectUnits();
+   auto const before = std::exchange( leftOut_, {} );
+   for( auto const & [unit, intfs] : before ) keepLeftOut( unit, intfs );
+   bringIntoStep();
 }
 
 void ConfigRecords::collectInterfaces() {
-   for( Config::Group const & g : config_.groups ) {
-      for( std::string const & name : g.interfaces ) {
-         auto const intf = Lumo::IntfId::declare( name, Lumo::IntfKind::ethernet );
-         if( std::find( interfaces_.begin(), interfaces_.end(), intf ) == interfaces_.end() )
-            interfaces_.push_back( intf );
+   interfaces_.clear();
+   memberships_.clear();
+   groupIntfs_.assign( config_.groups.size(), {} );
+   for( std::size_t g = 0; g < config_.groups.size(); ++g ) {
+      for( std::string const & name : config_.groups[g].interfaces ) {
+         Lumo::IntfId const intf = named( name );
+         groupIntfs_[g].push_back( intf );
+         auto const [member, isNew] = memberships_.try_emplace( intf );
+         member->second.groups.push_back( g );
+         if( isNew ) interfaces_.push_back( intf );
       }
    }
+}
+
+// A name that says no kind is taken for that of an Ethernet interface, which most are, as long as there is no link that
+// says what it is.
+Lumo::IntfId ConfigRecords::named( std::string const & name ) const {
+   Lumo::IntfId const intf( name );
+   bool const unknown = intf.kind() == Lumo::IntfKind::other && !state_.intfStatus->intfStatus( intf );
+   return unknown ? Lumo::IntfId::declare( name, Lumo::IntfKind::ethernet ) : intf;
+}
+
+void ConfigRecords::collectUnits() {
+   std::unordered_map<std::string, std::size_t> placeOf;
+   for( std::size_t g = 0; g < config_.groups.size(); ++g ) placeOf.emplace( config_.groups[g].name, g );
+   unitIntfs_.clear();
+   groupUnits_.assign( config_.groups.size(), {} );
+   unitGroups_.assign( config_.units.size(), {} );
+   for( std::size_t u = 0; u < config_.units.size(); ++u ) {
+      Config::Unit const & unit = config_.units[u];
+      auto & intfs = unitIntfs_[unit.name];
+      for( std::string const & groupName : unit.groups ) {
+         std::size_t const g = placeOf.at( groupName );  // a configuration that holds names no other
+         unitGroups_[u].push_back( g );
+         groupUnits_[g].push_back( u );
+         for( Lumo::IntfId const intf : groupIntfs_[g] ) {
+            auto & units = memberships_.at( intf ).units;
+            // Units come one after the other, so this one is the last where it is there already.
+            if( !units.empty() && units.back() == unit.name ) continue;
+            units.push_back( unit.name );
+            intfs.push_back( intf );
+         }
+      }
+   }
+}
+
+std::vector<Lumo::IntfId> ConfigRecords::interfacesOf( std::string const & unit ) const {
+   auto const found = unitIntfs_.find( unit );
+   return found == unitIntfs_.end() ? std::vector<Lumo::IntfId>() : found->second;
+}
+
+std::vector<std::string> ConfigRecords::unitsOf( Lumo::IntfId intf ) const {
+   auto const found = memberships_.find( intf );
+   return found == memberships_.end() ? std::vector<std::string>() : found->second.units;
+}
+
+void ConfigRecords::leftOutIs( std::string const & unit, std::set<Lumo::IntfId> const & intfs ) {
+   leftOut_.erase( unit );
+   keepLeftOut( unit, intfs );
+   bringIntoStep();
+}
+
+void ConfigRecords::keepLeftOut( std::string const & unit, std::set<Lumo::IntfId> const & intfs ) {
+   for( Lumo::IntfId const intf : interfacesOf( unit ) ) {
+      if( intfs.contains( intf ) ) leftOut_[unit].insert( intf );
+   }
+}
+
+bool ConfigRecords::isLeftOut( std::string const & unit, Lumo::IntfId intf ) const {
+   auto const found = leftOut_.find( unit );
+   return found != leftOut_.end() && found->second.contains( intf );
+}
+
+// Bringing the records into step
+
+// What is new is written from what is referred to up to what refers to it, and what is gone removed the other way
+// round. Units lose groups before groups lose interfaces: with each step somebody may look who is still a member, and a
+// group whose unit is gone from the mapping has its interfaces until then.
+void ConfigRecords::bringIntoStep() {
+   Wanted const now = wanted();
+   writeProfiles();
+   // Before the groups, so that nobody finds a new member without a profile, and after the profiles of which it speaks.
+   selectProfiles();
+   writeGroups( now );
+   writeUnits( now );
+   removeInstances( now );
+   removeMappings( now );
+   removeMembers( now );
+   removeGroups( now );
+   removeProfiles();
+}
+
+bool ConfigRecords::withoutSome( Config::Unit const & unit, std::size_t group ) const {
+   return std::ranges::any_of( groupIntfs_[group], [&]( Lumo::IntfId intf ) { return isLeftOut( unit.name, intf ); } );
+}
+
+ConfigRecords::Wanted ConfigRecords::wanted() const {
+   Wanted all;
+   for( std::size_t g = 0; g < config_.groups.size(); ++g ) {
+      Wanted::Group group = { config_.groups[g].name, groupIntfs_[g], {} };
+      for( std::size_t const u : groupUnits_[g] ) {
+         Config::Unit const & unit = config_.units[u];
+         if( !withoutSome( unit, g ) ) group.units.emplace_back( unit.name );
+      }
+      all.add( std::move( group ) );
+   }
+   for( std::size_t u = 0; u < config_.units.size(); ++u ) {
+      Config::Unit const & unit = config_.units[u];
+      Wanted::Unit record = { unit.name, {} };
+      for( std::size_t const g : unitGroups_[u] ) {
+         std::string const & name = config_.groups[g].name;
+         if( !withoutSome( unit, g ) ) {
+            record.groups.emplace_back( name );
+            continue;
+         }
+         Wanted::Group copy = { name + "/" + unit.name, groupIntfs_[g], { unit.name } };
+         std::erase_if( copy.intfs, [&]( Lumo::IntfId intf ) { return isLeftOut( unit.name, intf ); } );
+         record.groups.push_back( copy.name );
+         all.add( std::move( copy ) );
+      }
+      all.add( std::move( record ) );
+   }
+   return all;
 }
 
 // The default profile stands under its own name and under the reserved one, to which an interface falls back when the
@@ -65,69 +228,98 @@ void ConfigRecords::writeProfiles() {
    state_.defaultProfile->profileNameIs( config_.defaultProfile );
 }
 
-void ConfigRecords::writeGroups() {
-   for( Config::Group const & g : config_.groups ) {
-      state_.groupConfig->configIs( Kel::String8( g.name ) );
-      auto const status = state_.groupStatus->statusIs( Kel::String8( g.name ) );
-      for( std::string const & name : g.interfaces ) {
-         Lumo::IntfId const intf( name );
+void ConfigRecords::writeGroups( Wanted const & wanted ) {
+   for( Wanted::Group const & group : wanted.groups ) {
+      state_.groupConfig->configIs( group.name );
+      auto const status = state_.groupStatus->statusIs( group.name );
+      for( Lumo::IntfId const intf : group.intfs ) {
          status->intfIs( intf, true );
-         // An interface in several groups has one record, made for the first of them.
-         state_.intfToGroup->intfToGroupIs( intf )->groupIs( intfGroup( g.name ), true );
+         state_.intfToGroup->intfToGroupIs( intf )->groupIs( intfGroup( group.name ), true );
       }
    }
 }
 
-void ConfigRecords::writeUnits() {
-   for( Config::Unit const & unit : config_.units ) {
-      auto const record =
-         Kel::Ptr<Maintenance::Unit::Status>( new Maintenance::Unit::Status( Kel::String8( unit.name ) ) );
-      // The state before the record is inserted and the groups after: a handler of the insertion sees a unit that has a
-      // state, and then hears of its groups one by one.
-      record->stateIs( State::active );
-      state_.unitStatus->statusIs( record );
-      for( std::string const & groupName : unit.groups ) {
-         record->groupIs( intfGroup( groupName ), true );
-         state_.groupToUnit->groupToUnitIs( intfGroup( groupName ) )->unitNameIs( Kel::Name( unit.name ), true );
+void ConfigRecords::writeUnits( Wanted const & wanted ) {
+   for( Wanted::Unit const & unit : wanted.units ) {
+      Kel::Ptr<Maintenance::Unit::Status> record = state_.unitStatus->status( unit.name );
+      if( !record ) {
+         // The state before the record is inserted and the groups after: a handler of the insertion sees a unit that
+         // has a state, and then hears of its groups one by one.
+         record = new Maintenance::Unit::Status( unit.name );
+         record->stateIs( State::active );
+         state_.unitStatus->statusIs( record );
+      }
+      for( Kel::String8 const & group : unit.groups ) {
+         record->groupIs( intfGroup( group ), true );
+         state_.groupToUnit->groupToUnitIs( intfGroup( group ) )->unitNameIs( unit.name, true );
       }
    }
 }
 
-std::vector<Lumo::IntfId> ConfigRecords::interfacesOf( std::string const & unitName ) const {
-   std::vector<Lumo::IntfId> found;
-   for( Config::Unit const & unit : config_.units ) {
-      if( unit.name != unitName ) continue;
-      for( std::string const & groupName : unit.groups ) {
-         for( std::string const & name : group( groupName )->interfaces ) {
-            Lumo::IntfId const intf( name );
-            if( std::find( found.begin(), found.end(), intf ) == found.end() ) found.push_back( intf );
-         }
+// With the instances of its stages, which without the unit would be under way for ever.
+void ConfigRecords::removeInstances( Wanted const & wanted ) {
+   for( auto [name, unit] : state_.unitStatus->statusIterator() ) {
+      if( wanted.unitNames.contains( name ) ) continue;
+      state_.enter.progress->progressDel( unit->maintEnterInstanceName() );
+      state_.enter.completion->statusDel( unit->maintEnterInstanceName() );
+      state_.exit.progress->progressDel( unit->maintExitInstanceName() );
+      state_.exit.completion->statusDel( unit->maintExitInstanceName() );
+   }
+}
+
+void ConfigRecords::removeMappings( Wanted const & wanted ) {
+   for( auto [group, mapping] : state_.groupToUnit->groupToUnitIterator() ) {
+      for( auto [unit, present] : mapping->unitNameIterator() ) {
+         if( !wanted.isOf( group, unit ) ) mapping->unitNameDel( unit );
       }
+      // Last: that a mapping is gone tells nobody which units it had.
+      if( !wanted.groupIsOf.contains( group ) ) state_.groupToUnit->groupToUnitDel( group );
    }
-   return found;
+   for( auto [name, unit] : state_.unitStatus->statusIterator() ) {
+      for( auto [group, present] : unit->groupIterator() ) {
+         if( !wanted.isOf( group, name ) ) unit->groupDel( group );
+      }
+      if( !wanted.unitNames.contains( name ) ) state_.unitStatus->statusDel( name );
+   }
 }
 
-std::vector<std::string> ConfigRecords::unitsOf( Lumo::IntfId intf ) const {
-   std::vector<std::string> found;
-   for( Config::Unit const & unit : config_.units ) {
-      auto const has = [&]( std::string const & groupName ) {
-         return contains( group( groupName )->interfaces, std::string( intf.name() ) );
-      };
-      if( std::any_of( unit.groups.begin(), unit.groups.end(), has ) ) found.push_back( unit.name );
+void ConfigRecords::removeMembers( Wanted const & wanted ) {
+   for( auto [intf, member] : state_.intfToGroup->intfToGroupIterator() ) {
+      for( auto [group, present] : member->groupIterator() ) {
+         if( !wanted.has( group, intf ) ) member->groupDel( group );
+      }
+      if( !memberships_.contains( intf ) ) state_.intfToGroup->intfToGroupDel( intf );
    }
-   return found;
 }
 
-Config::Group const * ConfigRecords::group( std::string const & name ) const {
-   auto const found = std::find_if( config_.groups.begin(), config_.groups.end(),
-                                    [&]( Config::Group const & g ) { return g.name == name; } );
-   return &*found;  // a configuration that holds names no group that it does not have
+void ConfigRecords::removeGroups( Wanted const & wanted ) {
+   for( auto [name, status] : state_.groupStatus->statusIterator() ) {
+      GroupKey const group = intfGroup( name );
+      for( auto [intf, present] : status->intfIterator() ) {
+         if( !wanted.has( group, intf ) ) status->intfDel( intf );
+      }
+      if( !wanted.groupHas.contains( group ) ) state_.groupStatus->statusDel( name );
+   }
+   for( auto [name, config] : state_.groupConfig->configIterator() ) {
+      if( !wanted.groupHas.contains( intfGroup( name ) ) ) state_.groupConfig->configDel( name );
+   }
 }
+
+void ConfigRecords::removeProfiles() {
+   std::unordered_set<Kel::String8> names{ defaultProfileName() };
+   for( Config::Profile const & profile : config_.profiles ) names.insert( profile.name );
+   for( auto [name, profile] : state_.profiles->configIterator() ) {
+      if( !names.contains( name ) ) state_.profiles->configDel( name );
+   }
+}
+
+// Selecting profiles
 
 void ConfigRecords::selectProfiles() {
+   auto const underWay = unitsUnderWay();
    for( Lumo::IntfId const intf : interfaces_ ) {
       auto const member = state_.intfToGroup->intfToGroupIs( intf );
-      Maintenance::Profile::ProfileKey const selected{ selectedProfile( intf ) };
+      Maintenance::Profile::ProfileKey const selected{ selectedProfile( intf, underWay ) };
       auto const * const present = member->selectedProfile( ProfileType::interface );
       // Left alone, or the cause would be that of a selection which did not take place.
       if( present && *present == selected ) continue;
@@ -139,25 +331,29 @@ void ConfigRecords::selectProfiles() {
    }
 }
 
-Kel::String8 ConfigRecords::selectedProfile( Lumo::IntfId intf ) const {
-   for( Config::Unit const * unit : unitsByPrecedence() ) {
-      for( std::string const & groupName : unit->groups ) {
-         Config::Group const & g = *group( groupName );
-         if( g.profile && contains( g.interfaces, std::string( intf.name() ) ) ) return Kel::String8( *g.profile );
-      }
+Kel::String8 ConfigRecords::selectedProfile( Lumo::IntfId intf, std::vector<bool> const & underWay ) const {
+   auto const precedes = [&]( std::size_t group ) {
+      return std::ranges::any_of( groupUnits_[group], [&]( std::size_t unit ) {
+         return underWay[unit] && !isLeftOut( config_.units[unit].name, intf );
+      } );
+   };
+   std::string const * first = nullptr;
+   for( std::size_t const group : memberships_.at( intf ).groups ) {
+      auto const & profile = config_.groups[group].profile;
+      if( !profile ) continue;
+      if( precedes( group ) ) return *profile;
+      if( !first ) first = &*profile;
    }
-   return defaultProfileName();
+   return first ? Kel::String8( *first ) : defaultProfileName();
 }
 
-std::vector<Config::Unit const *> ConfigRecords::unitsByPrecedence() const {
-   std::vector<Config::Unit const *> units;
-   for( Config::Unit const & unit : config_.units ) units.push_back( &unit );
-   // Stable: among those of either kind the order of the configuration decides.
-   std::stable_partition( units.begin(), units.end(), [&]( Config::Unit const * unit ) {
-      auto const record = state_.unitStatus->status( Kel::String8( unit->name ) );
-      return record && ( record->state() == State::entering || record->state() == State::inMaintenance );
-   } );
-   return units;
+std::vector<bool> ConfigRecords::unitsUnderWay() const {
+   std::vector<bool> underWay;
+   for( Config::Unit const & unit : config_.units ) {
+      auto const record = state_.unitStatus->status( unit.name );
+      underWay.push_back( record && ( record->state() == State::entering || record->state() == State::inMaintenance ) );
+   }
+   return underWay;
 }
 
 }  // namespace Service
