@@ -9,7 +9,7 @@ namespace Report {
 TimeScale::TimeScale( double from, double to, double left, double right )
    : from_( from ), span_( to > from ? to - from : 1 ), left_( left ), right_( right ) {}
 
-std::vector<double> TimeScale::ticks( double apart ) const {
+std::vector<double> TimeScale::ticks( double apart, double origin ) const {
    // Seconds: what people call round is not decimal in minutes, hours and days. Beyond 500 days any step will do.
    static constexpr std::array<double, 26> rounds{
       1,    2,     5,     10,    15,    30,     60,     120,    300,     600,     900,     1800,     3600,
@@ -19,7 +19,9 @@ std::vector<double> TimeScale::ticks( double apart ) const {
    double const step = round == rounds.end() ? least : *round;
    std::vector<double> found;
    // Multiplied and not added up, so that a long axis does not drift.
-   for( int i = 0; i * step <= span_; ++i ) found.push_back( from_ + i * step );
+   double const first = origin + std::ceil( ( from_ - origin ) / step ) * step;
+   // By the steps as well: so far out that a step is lost in the sum, the sum would never pass the end.
+   for( int i = 0; i * step <= span_ && first + i * step <= from_ + span_; ++i ) found.push_back( first + i * step );
    return found;
 }
 

@@ -15,7 +15,9 @@ class TimeScale {
    [[nodiscard]] double left() const { return left_; }
    [[nodiscard]] double right() const { return right_; }
    // Moments that are round when counted from the beginning, at least `apart` pixels apart.
-   [[nodiscard]] std::vector<double> ticks( double apart ) const;
+   [[nodiscard]] std::vector<double> ticks( double apart ) const { return ticks( apart, from_ ); }
+   // The same, round when counted from `origin`, which may be outside of the scale.
+   [[nodiscard]] std::vector<double> ticks( double apart, double origin ) const;
 
  private:
    double const from_, span_;   // s
