@@ -1,12 +1,18 @@
 // The routes of maintd's API: which request asks for what.
 //
-//    GET  /v1/units, /v1/units/{unit}, /v1/interfaces, /v1/state/{path}, /v1/trace/levels, /v1/dump
-//    POST /v1/units/{unit}/enter, /v1/units/{unit}/exit, /v1/trace/levels?levels=1,2,4
+//    GET  /v1/units, /v1/units/{unit}, /v1/units/{unit}/ready, /v1/interfaces, /v1/interfaces/{interface},
+//         /v1/windows, /v1/windows/{unit}, /v1/windows/{unit}/{generation}, .../last,
+//         /v1/state/{path}, /v1/trace/levels, /v1/dump
+//    POST /v1/units/{unit}/enter?without=NAME&without=NAME&dry-run=1, /v1/units/{unit}/exit, /v1/reload,
+//         /v1/trace/levels?levels=1,2,4
 //
-// Answers are JSON, the dump is text; an error is { "error": text } with status 400 (malformed), 404 (no such thing),
-// 405 (wrong method) or 409 (refused). Requests come from the HTTP server, one at a time, inside a turn.
+// Answers are JSON as declared in service/views, the dump is text; an error is { "error": text } with status 400
+// (malformed), 404 (no such thing), 405 (wrong method) or 409 (refused, with "why": each reason). A dry run changes
+// nothing; where the request would be carried out its "result" is "wouldStart". Requests come from the HTTP server, one
+// at a time, inside a turn.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,17 +20,25 @@
 
 #include "api/HttpServer.h"
 #include "dovra/EntityManager.h"
+#include "maintenance/MaintenanceService.h"
 #include "plugin/PluginContext.h"
-#include "units/UnitService.h"
-#include "views/UnitView.h"
+#include "views/WindowView.h"
 
 namespace Host {
 
 class Api {
  public:
-   Api( Dovra::EntityManager const & database, Service::UnitService & units, Service::UnitView const & view,
-        Maintenance::PluginContext const & plugin )
-      : database_( database ), units_( units ), view_( view ), plugin_( plugin ) {}
+   // Reads the configuration again; what stood in the way, each reason, nothing when it is in force.
+   using Reload = std::function<std::vector<std::string>()>;
+
+   // All outlive this.
+   Api( Dovra::EntityManager const & database, Service::MaintenanceService & service,
+        Maintenance::PluginContext const & plugin, Reload reload )
+      : database_( database ),
+        service_( service ),
+        plugin_( plugin ),
+        reload_( std::move( reload ) ),
+        windows_( service.ledger().windows() ) {}
 
    [[nodiscard]] HttpAnswer answer( HttpRequest const & request );
 
@@ -33,17 +47,25 @@ class Api {
 
    // The answer to a GET and to a POST, none where the route leads nowhere.
    [[nodiscard]] std::optional<HttpAnswer> shown( Path const & route ) const;
-   [[nodiscard]] std::optional<HttpAnswer> done( Path const & route, std::string_view target );
-   [[nodiscard]] HttpAnswer unit( std::string const & name ) const;
-   [[nodiscard]] HttpAnswer operate( std::string const & unit, Service::UnitService::Answer const & answer ) const;
+   [[nodiscard]] std::optional<HttpAnswer> done( Path const & route, HttpRequest const & request );
+   [[nodiscard]] HttpAnswer interface( std::string const & name ) const;
+   [[nodiscard]] HttpAnswer windowsOf( std::string const & unit ) const;
+   [[nodiscard]] HttpAnswer window( std::string const & unit, std::string const & generation ) const;
+   [[nodiscard]] HttpAnswer enter( std::string const & unit, HttpRequest const & request );
+   [[nodiscard]] HttpAnswer exit( std::string const & unit, HttpRequest const & request );
+   [[nodiscard]] HttpAnswer reload();
    [[nodiscard]] HttpAnswer state( Path const & path ) const;
    [[nodiscard]] static HttpAnswer changeLevels( std::string_view target );
+   // The answer about a unit, or that there is none of that name.
+   template<class T>
+   [[nodiscard]] HttpAnswer ofUnit( std::string const & unit, std::optional<T> const & answer ) const;
    [[nodiscard]] HttpAnswer noUnit( std::string const & name ) const;
 
    Dovra::EntityManager const & database_;
-   Service::UnitService & units_;
-   Service::UnitView const & view_;
+   Service::MaintenanceService & service_;
    Maintenance::PluginContext const & plugin_;
+   Reload const reload_;
+   Service::WindowView const windows_;
 };
 
 }  // namespace Host

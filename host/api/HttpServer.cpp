@@ -1,5 +1,7 @@
 #include "api/HttpServer.h"
 
+#include <pwd.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +27,15 @@ constexpr std::size_t bodyMax = 64 * 1024;
 // A client that went silent holds one of our descriptors no longer than that.
 constexpr std::chrono::seconds idleMax( 60 );
 
+// Who connected, as the kernel noted it then (SO_PEERCRED in unix(7)).
+std::string userOf( Protocol::socket & socket ) {
+   ucred peer{};
+   socklen_t length = sizeof peer;
+   if( ::getsockopt( socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &length ) != 0 ) return "unknown";
+   passwd const * const entry = ::getpwuid( peer.uid );
+   return entry ? entry->pw_name : std::to_string( peer.uid );
+}
+
 // One client's connection. The operation under way holds it; when none follows, it is gone and with it the socket.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
@@ -49,7 +60,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
       if( error ) return;
       auto const & request = parser_->get();
       HttpAnswer answer;
-      HttpRequest const asked{ std::string( request.method_string() ), std::string( request.target() ) };
+      HttpRequest asked{ std::string( request.method_string() ), std::string( request.target() ), "" };
+      // Only where something changes: the user's name may come from a directory on the network, and a client that
+      // follows an entry asks several times a second.
+      if( request.method() != http::verb::get ) asked.user = userOf( stream_.socket() );
       // In a turn, so that the answer shows one moment, and what the request caused follows at once.
       loop_.turn( [&] { answer = handler_( asked ); } );
       response_ = {};

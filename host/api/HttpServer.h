@@ -16,6 +16,7 @@ namespace Host {
 struct HttpRequest {
    std::string method;
    std::string target;  // path and query, still percent-encoded
+   std::string user;    // who asks, by name, or by number where there is none; empty for a GET
 };
 
 struct HttpAnswer {

@@ -1,21 +1,22 @@
-// The box's links as interface status records, and as rows of the counter table.
+// The box's links as the service's link records, and as rows of the counter table.
 //
-// Owned by the agent, driven by the link monitor inside turns. A link has a record and a row exactly while it exists.
+// Owned by the box's service, driven by the link monitor inside turns. A link has a record and a row exactly while it
+// exists.
 #pragma once
 
 #include <map>
 
+#include "links/LinkRecords.h"
 #include "linux/LinkMonitor.h"
 #include "quill/CounterWriter.h"
-#include "state/MaintenanceState.h"
 
 namespace Host {
 
 class LinkFeed {
  public:
    // Both outlive this.
-   LinkFeed( Maintenance::MaintenanceState & state, KelQuill::CounterWriter & counters )
-      : state_( state ), counters_( counters ) {}
+   LinkFeed( Service::LinkRecords & links, KelQuill::CounterWriter & counters )
+      : links_( links ), counters_( counters ) {}
 
    void changed( Linux::Link const & link );
    void removed( Linux::Link const & link );
@@ -24,7 +25,7 @@ class LinkFeed {
    [[nodiscard]] std::map<int, Lumo::IntfId> const & interfaces() const { return interfaces_; }
 
  private:
-   Maintenance::MaintenanceState & state_;
+   Service::LinkRecords & links_;
    KelQuill::CounterWriter & counters_;
    std::map<int, Lumo::IntfId> interfaces_;
 };

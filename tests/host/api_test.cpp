@@ -1,9 +1,11 @@
-// What maintd's API answers besides the units, request by request.
+// What maintd's API answers, request by request.
 #include "api/Api.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <boost/json.hpp>
 
 #include "kel/ActivityLoop.h"
 #include "kel/Trace.h"
@@ -13,7 +15,10 @@
 namespace Host {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 // Writes more than a pipe takes at a time.
 class LongDumper final : public Maintenance::DumpPluginInfo {
@@ -28,15 +33,27 @@ class LongDumper final : public Maintenance::DumpPluginInfo {
    }();
 };
 
+class NoHooks final : public Service::Hooks {
+   void run( Service::HookRequest const &, Done done ) override { done( "there are none" ); }
+   void giveUp( std::string const & ) override {}
+};
+
 class ApiTest : public ::testing::Test {
  protected:
    ~ApiTest() override {
       for( auto * const handle : Kel::traceHandles() ) handle->levelsIs( 0 );
    }
-   HttpAnswer ask( char const * method, char const * target ) {
+   HttpAnswer ask( char const * method, std::string const & target, char const * user = "alice" ) {
       HttpAnswer answer;
-      loop_.turn( [&] { answer = api_.answer( { method, target } ); } );
+      loop_.turn( [&] { answer = api_.answer( { method, target, user } ); } );
       return answer;
+   }
+   boost::json::value asked( std::string const & target ) { return boost::json::parse( ask( "GET", target ).body ); }
+   void link( char const * name ) {
+      auto const intf = Lumo::IntfId::declare( name, Lumo::IntfKind::ethernet );
+      Service::LinkReport report;
+      report.up = true;
+      loop_.turn( [&] { links_.linkIs( intf, report ); } );
    }
 
    Kel::Ptr<Kel::VirtualClock> clock_{ new Kel::VirtualClock( 1000 ) };
@@ -44,14 +61,127 @@ class ApiTest : public ::testing::Test {
    Kel::Ptr<Dovra::EntityManager> database_{ new Dovra::EntityManager };
    Maintenance::MaintenanceState state_{ *database_ };
    KelQuill::CounterWriter counters_{ state_.counterWriterStatus, "" };
-   Service::Config::Config const config_{};
-   Service::ConfigRecords records_{ state_, config_ };
-   Service::UnitService units_{ state_, records_ };
-   Service::UnitView view_{ state_, records_ };
-   Maintenance::PluginContext context_{ new Kel::Dir( "plugins" ), database_,
-                                        new KelQuill::EntityManager( counters_.table() ) };
-   Api api_{ *database_, units_, view_, context_ };
+   Kel::Ptr<KelQuill::EntityManager> quill_{ new KelQuill::EntityManager( counters_.table() ) };
+   Service::LinkRecords links_{ state_ };
+   NoHooks hooks_;
+   Service::MaintenanceService service_{ { database_, state_, quill_, links_, hooks_, {}, {} },
+                                         Service::Config::Config() };
+   Maintenance::PluginContext context_{ new Kel::Dir( "plugins" ), database_, quill_ };
+   std::vector<std::string> reloadTrouble_;
+   Api api_{ *database_, service_, context_, [this] { return reloadTrouble_; } };
 };
+
+// A unit of which one interface is there and one is not.
+class ApiUnitTest : public ApiTest {
+ protected:
+   ApiUnitTest() {
+      std::string const config =
+         "profiles: { quick: { threshold: 100kbps } }\n"
+         "default-profile: quick\n"
+         "groups: { g: { interfaces: [up1, up2] } }\n"
+         "units: { fabric: { groups: [g] } }\n";
+      loop_.turn(
+         [&] { EXPECT_THAT( service_.reload( Service::Config::parse( config, "maintd.yaml" ) ), IsEmpty() ); } );
+      link( "up1" );
+   }
+   std::string state() { return asked( "/v1/units/fabric" ).at( "state" ).as_string().c_str(); }
+   std::size_t windows() { return asked( "/v1/windows" ).at( "windows" ).as_array().size(); }
+};
+
+TEST_F( ApiUnitTest, aRefusalSaysEachReasonAndChangesNothing ) {
+   for( std::string const query : { "", "?dry-run=1", "?dry-run=0&without=up1" } ) {
+      auto const answer = ask( "POST", "/v1/units/fabric/enter" + query );
+      EXPECT_EQ( answer.status, 409u ) << query;
+      auto const body = boost::json::parse( answer.body );
+      ASSERT_EQ( body.at( "why" ).as_array().size(), 1u ) << query;
+      std::string const why = body.at( "why" ).at( 0 ).as_string().c_str();
+      EXPECT_THAT( why, StartsWith( "up2: " ) );
+      EXPECT_EQ( body.at( "error" ).as_string(), "unit \"fabric\" is not taken into maintenance: " + why );
+   }
+   auto const two = boost::json::parse( ask( "POST", "/v1/units/fabric/enter?without=x&without=y" ).body );
+   ASSERT_GE( two.at( "why" ).as_array().size(), 2u );
+   EXPECT_THAT( two.at( "error" ).as_string().c_str(), AllOf( HasSubstr( "x: not an" ), HasSubstr( "; y: not an" ) ) );
+   EXPECT_EQ( state(), "active" );
+   EXPECT_EQ( windows(), 0u );
+}
+
+TEST_F( ApiUnitTest, aDryRunChangesNothingAndSaysSo ) {
+   auto const answer = ask( "POST", "/v1/units/fabric/enter?without=up2&dry-run=1" );
+   EXPECT_EQ( answer.status, 200u );
+   auto const body = boost::json::parse( answer.body );
+   EXPECT_EQ( body.at( "result" ), "wouldStart" );
+   EXPECT_TRUE( body.at( "generation" ).is_null() );
+   EXPECT_EQ( state(), "active" );
+   EXPECT_EQ( windows(), 0u );
+}
+
+// Passed over, each of these would take the unit out of service otherwise than it was asked for.
+TEST_F( ApiUnitTest, anOptionOfEnterThatIsMisspeltIsNotPassedOver ) {
+   for( std::string const query : { "?wihtout=up2", "?without=up2&dryrun=1", "?without=up2&dry-run=yes",
+                                    "?without=up2&dry-run", "?without=%zz", "?without=up2&%4=1" } ) {
+      EXPECT_EQ( ask( "POST", "/v1/units/fabric/enter" + query ).status, 400u ) << query;
+      EXPECT_EQ( state(), "active" ) << query;
+   }
+}
+
+TEST_F( ApiUnitTest, aStayIsAnsweredForFromItsRequestOn ) {
+   EXPECT_EQ( ask( "GET", "/v1/windows/fabric/last" ).status, 404u );
+   EXPECT_EQ( ask( "GET", "/v1/windows/fabric" ).body, "{\"windows\": []}\n" );
+   // Encoded, and more than one: the second is left out as well.
+   auto const entered = ask( "POST", "/v1/units/fabric/enter?without=%75p2&without=up1", "bob" );
+   EXPECT_EQ( entered.status, 200u );
+   EXPECT_THAT( entered.body, HasSubstr( "\"request\": \"enter\", \"unit\": \"fabric\", \"result\": \"started\", "
+                                         "\"generation\": 1, " ) );
+   auto const unit = asked( "/v1/units/fabric" );
+   EXPECT_EQ( unit.at( "state" ), "entering" );
+   EXPECT_EQ( unit.at( "requestedBy" ), "bob" );
+   EXPECT_EQ( unit.at( "now" ).to_number<double>(), 1000 );
+   EXPECT_EQ( unit.at( "without" ), ( boost::json::array{ "up1", "up2" } ) );
+   EXPECT_THAT( ask( "POST", "/v1/units/fabric/enter?without=up2" ).body, HasSubstr( "\"result\": \"already\"" ) );
+
+   EXPECT_EQ( ask( "POST", "/v1/units/fabric/exit", "carol" ).status, 200u );
+   for( char const * which : { "/1", "/last" } ) {
+      auto const window = asked( std::string( "/v1/windows/fabric" ) + which );
+      EXPECT_EQ( window.at( "generation" ), 1 ) << which;
+      EXPECT_EQ( window.at( "requestedBy" ), "bob" ) << which;
+      EXPECT_EQ( window.at( "exitRequestedBy" ), "carol" ) << which;
+   }
+   EXPECT_EQ( asked( "/v1/windows/fabric" ).at( "windows" ).as_array().size(), 1u );
+   for( char const * which : { "/2", "/0", "/-1", "/1x", "/", "/first" } ) {
+      unsigned const status = std::string( which ) == "/" ? 200 : 404;
+      EXPECT_EQ( ask( "GET", std::string( "/v1/windows/fabric" ) + which ).status, status ) << which;
+   }
+}
+
+TEST_F( ApiUnitTest, readinessAndInterfacesAreAnswered ) {
+   // The answer says it, not the status: the question was answered.
+   auto const ready = ask( "GET", "/v1/units/fabric/ready" );
+   EXPECT_EQ( ready.status, 200u );
+   EXPECT_THAT( ready.body, HasSubstr( "\"ready\": false" ) );
+   ask( "POST", "/v1/units/fabric/enter?without=up2&without=up1" );
+   auto const proven = asked( "/v1/units/fabric/ready" );
+   EXPECT_TRUE( proven.at( "ready" ).as_bool() );
+   EXPECT_TRUE( proven.at( "provenUntil" ).is_null() );
+
+   auto const explained = asked( "/v1/interfaces/up1" );
+   ASSERT_EQ( explained.at( "units" ).as_array().size(), 1u );
+   auto const & accounts = explained.at( "units" ).at( 0 ).at( "interfaces" ).as_array();
+   ASSERT_EQ( accounts.size(), 1u );
+   EXPECT_EQ( accounts[0].at( "interface" ), "up1" );
+   EXPECT_EQ( accounts[0].at( "verdict" ), "left out" );
+   EXPECT_EQ( ask( "GET", "/v1/interfaces/up3" ).status, 404u );
+}
+
+TEST_F( ApiTest, aReloadIsDoneOrRefusedWithEachReason ) {
+   EXPECT_EQ( ask( "POST", "/v1/reload" ).body, "{\"result\": \"reloaded\"}\n" );
+   reloadTrouble_ = { "maintd.yaml:3:1: no such key", "unit fabric is in maintenance" };
+   auto const answer = ask( "POST", "/v1/reload" );
+   EXPECT_EQ( answer.status, 409u );
+   auto const body = boost::json::parse( answer.body );
+   EXPECT_EQ( body.at( "why" ), ( boost::json::array{ reloadTrouble_[0], reloadTrouble_[1] } ) );
+   EXPECT_THAT( body.at( "error" ).as_string().c_str(), HasSubstr( "no such key; unit fabric" ) );
+   EXPECT_EQ( ask( "GET", "/v1/reload" ).status, 404u );
+}
 
 TEST_F( ApiTest, levelsReachEveryHandleOrNone ) {
    auto & one = Kel::traceHandle( "One" );
@@ -98,6 +228,11 @@ TEST_F( ApiTest, whatIsNotThereIsSaid ) {
    } const cases[] = {
       { "GET", "/v1/units", 200, "\"units\": []" },
       { "GET", "//v1//units/?x=/y", 200, "\"units\": []" },
+      { "GET", "/v1/windows", 200, "\"windows\": []" },
+      { "GET", "/v1/windows/north", 404, "there is no unit \\\"north\\\"" },
+      { "GET", "/v1/units/north/ready", 404, "there is no unit \\\"north\\\"" },
+      { "GET", "/v1/interfaces/up1", 404, "no unit has an interface \\\"up1\\\"" },
+      { "POST", "/v1/units/north/enter?dry-run=1", 404, "there is no unit \\\"north\\\"" },
       { "GET", "/v1/units/n%6frth", 404, "there is no unit \\\"north\\\"" },
       { "POST", "/v1/units/north/enter", 404, "there is no unit \\\"north\\\"" },
       { "POST", "/v1/units/north/leave", 404, "there is nothing at POST /v1/units/north/leave" },
@@ -119,14 +254,15 @@ TEST_F( ApiTest, whatIsNotThereIsSaid ) {
 
 TEST_F( ApiTest, inventedNamesLeaveNothingBehind ) {
    std::size_t const before = Lumo::IntfId::names();
-   for( std::string const target : { "/v1/state/maintenance/interface/status/ratemon/monIntfStatus/x/y/z",
-                                     "/v1/state/maintenance/interface/status/ratemon/monIntfUnderMaint/x/y/z",
-                                     "/v1/state/interface/status/all/intfStatus/x%2fy/operStatus",
-                                     "/v1/state/interface/errdisable/cause/x/intfStatus/y", "/v1/units/x",
-                                     "/v1/interfaces", "/v1/units/x/y", "/v1/state/x/y" } ) {
+   for( std::string const target :
+        { "/v1/state/maintenance/interface/status/ratemon/monIntfStatus/x/y/z",
+          "/v1/state/maintenance/interface/status/ratemon/monIntfUnderMaint/x/y/z",
+          "/v1/state/interface/status/all/intfStatus/x%2fy/operStatus",
+          "/v1/state/interface/errdisable/cause/x/intfStatus/y", "/v1/units/x", "/v1/interfaces", "/v1/interfaces/x",
+          "/v1/windows/x/1", "/v1/units/x/y", "/v1/state/x/y" } ) {
       ask( "GET", target.c_str() );
    }
-   EXPECT_EQ( ask( "POST", "/v1/units/x/enter" ).status, 404u );
+   EXPECT_EQ( ask( "POST", "/v1/units/x/enter?without=y" ).status, 404u );
    EXPECT_EQ( Lumo::IntfId::names(), before );
 }
 

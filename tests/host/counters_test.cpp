@@ -198,7 +198,8 @@ class Feed : public Counters {
    Kel::Ptr<Dovra::EntityManager> const database_ = new Dovra::EntityManager;
    Maintenance::MaintenanceState state_{ *database_ };
    KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
-   LinkFeed links_{ state_, writer_ };
+   Service::LinkRecords records_{ state_ };
+   LinkFeed links_{ records_, writer_ };
    std::optional<LinkMonitor> monitor_;  // these two are made in the private network
    std::optional<CounterFeed> feed_;
 };

@@ -68,7 +68,7 @@ TEST( Link, canCarryTrafficInTheseStatesOnly ) {
       unsigned flags;
       Oper oper;
    };
-   constexpr unsigned running = IFF_UP | IFF_LOWER_UP;
+   constexpr unsigned running = unsigned{ IFF_UP } | unsigned{ IFF_LOWER_UP };
    std::vector<Case> const cases{
       { IF_OPER_UP, running, Oper::up },
       { IF_OPER_UNKNOWN, running, Oper::up },  // loopback, dummy, tun
