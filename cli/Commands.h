@@ -1,8 +1,10 @@
 // The commands of maintctl. Each returns the program's exit status.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Client.h"
 
@@ -21,17 +23,37 @@ struct Options {
    bool json = false;                     // answers for programs instead of tables
    bool wait = false;                     // follow an enter or exit to its end
    std::optional<double> timeoutSeconds;  // of --wait; absent: for ever
+   std::vector<std::string> without;      // of enter: interfaces to leave out of the proof
+   bool dryRun = false;                   // of enter: only say what it would do
 };
 
-int status( Client const & client, Options const & options );
+// Of one unit, or of all where its name is empty.
+int status( Client const & client, Options const & options, std::string const & unit );
 int units( Client const & client, Options const & options );
 int interfaces( Client const & client, Options const & options );
+// `done` when it is ready, `failed` when it is not or there is no such unit.
+int ready( Client const & client, Options const & options, std::string const & unit );
+int explain( Client const & client, Options const & options, std::string const & interface );
 int enter( Client const & client, Options const & options, std::string const & unit );
 int exit( Client const & client, Options const & options, std::string const & unit );
+int reload( Client const & client, Options const & options );
 int get( Client const & client, std::string const & path );
 int dump( Client const & client );
 
+struct ReportOptions {
+   std::optional<uint32_t> generation;  // absent: the unit's present window, or its last
+   std::string htmlFile;                // empty: text on standard output
+   bool json = false;
+};
+int report( Client const & client, ReportOptions const & options, std::string const & unit );
+
+// Has maintd look at the file; its output and exit status are this program's, so it only returns where maintd cannot be
+// run.
+int checkConfig( std::string const & file );
+
 // Says on standard error why a command does not succeed; returns `status`.
 int complain( std::string const & what, ExitStatus status = failed );
+// The same of an answer other than 200; of a refusal, each reason on a line of its own.
+int complain( Answer const & answer );
 
 }  // namespace Cli

@@ -12,7 +12,6 @@
 #include <thread>
 
 #include "Commands.h"
-#include "Print.h"
 #include "brisklog/Follower.h"
 #include "kel/Json.h"
 

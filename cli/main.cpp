@@ -27,8 +27,11 @@ class CommandLine {
       app_.require_subcommand( 1 );
       app_.add_option( "--socket", socket_, "unix socket of maintd (also MAINTD_SOCKET)" )->capture_default_str();
       addViews();
-      addOperation( "enter", "put a unit into maintenance", Cli::enter );
+      addQuestions();
+      addEnter();
       addOperation( "exit", "take a unit out of maintenance", Cli::exit );
+      addReport();
+      addConfiguration();
       addRecords();
       addTrace();
    }
@@ -46,7 +49,11 @@ class CommandLine {
    }
    void addJsonTo( CLI::App * command ) { command->add_flag( "--json", options_.json, "print JSON for programs" ); }
    void addViews();
-   void addOperation( char const * name, char const * what, OnUnit action );
+   void addQuestions();
+   CLI::App * addOperation( char const * name, char const * what, OnUnit action );
+   void addEnter();
+   void addReport();
+   void addConfiguration();
    void addRecords();
    void addTrace();
 
@@ -56,6 +63,8 @@ class CommandLine {
    Cli::Options options_;
    std::string unit_;
    std::string path_;
+   std::string interface_;
+   Cli::ReportOptions report_;
    std::string traceFile_;
    bool followTrace_ = false;
 };
@@ -65,12 +74,29 @@ void CommandLine::addViews() {
    auto const view = [this]( char const * name, char const * what, View show ) {
       addJsonTo( add( name, what, [this, show]( Cli::Client const & client ) { return show( client, options_ ); } ) );
    };
-   view( "status", "units, their interfaces, and what each is waiting for", Cli::status );
+   CLI::App * const status =
+      add( "status", "units, their interfaces, and what each is waiting for",
+           [this]( Cli::Client const & client ) { return Cli::status( client, options_, unit_ ); } );
+   addJsonTo( status );
+   status->add_option( "UNIT", unit_, "only this unit" );
    view( "units", "the units and their states", Cli::units );
    view( "interfaces", "the interfaces of all units", Cli::interfaces );
 }
 
-void CommandLine::addOperation( char const * name, char const * what, OnUnit action ) {
+void CommandLine::addQuestions() {
+   CLI::App * const ready =
+      add( "ready", "whether a unit is proven quiet now: exit status 0, or 1 with the reasons",
+           [this]( Cli::Client const & client ) { return Cli::ready( client, options_, unit_ ); } );
+   addJsonTo( ready );
+   ready->add_option( "UNIT", unit_, "the unit's name" )->required();
+   CLI::App * const explain =
+      add( "explain", "all that is known of an interface, in each unit that has it",
+           [this]( Cli::Client const & client ) { return Cli::explain( client, options_, interface_ ); } );
+   addJsonTo( explain );
+   explain->add_option( "INTERFACE", interface_, "the interface's name" )->required();
+}
+
+CLI::App * CommandLine::addOperation( char const * name, char const * what, OnUnit action ) {
    CLI::App * const command =
       add( name, what, [=, this]( Cli::Client const & client ) { return action( client, options_, unit_ ); } );
    addJsonTo( command );
@@ -84,6 +110,38 @@ void CommandLine::addOperation( char const * name, char const * what, OnUnit act
       ->transform( CLI::AsNumberWithUnit(
          std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
       ->check( CLI::NonNegativeNumber );
+   return command;
+}
+
+void CommandLine::addEnter() {
+   CLI::App * const command = addOperation( "enter", "put a unit into maintenance", Cli::enter );
+   command
+      ->add_option( "--without", options_.without,
+                    "leave this interface out of the proof, on the record; may be given more than once" )
+      // One name each time: the unit's name may stand behind it.
+      ->allow_extra_args( false );
+   command->add_flag( "--dry-run", options_.dryRun, "only say whether it would be refused, and why" )
+      ->excludes( "--wait" );
+}
+
+void CommandLine::addReport() {
+   CLI::App * const command =
+      add( "report", "what is kept of a unit's stay in maintenance",
+           [this]( Cli::Client const & client ) { return Cli::report( client, report_, unit_ ); } );
+   command->add_option( "UNIT", unit_, "the unit's name" )->required();
+   command->add_option( "--generation", report_.generation,
+                        "the stay that was entered with this generation (default: the present or the last)" );
+   CLI::Option * const html = command->add_option( "--html", report_.htmlFile, "write it as a page to this file" );
+   command->add_flag( "--json", report_.json, "print JSON for programs" )->excludes( html );
+}
+
+void CommandLine::addConfiguration() {
+   addJsonTo( add( "reload", "have maintd read its configuration again",
+                   [this]( Cli::Client const & client ) { return Cli::reload( client, options_ ); } ) );
+   add( "check-config", "whether a configuration holds, and what is odd about it on this box",
+        [this]( Cli::Client const & ) { return Cli::checkConfig( path_ ); } )
+      ->add_option( "FILE", path_, "the configuration file" )
+      ->required();
 }
 
 void CommandLine::addRecords() {
