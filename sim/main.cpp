@@ -4,8 +4,10 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <optional>
 
+#include "config/Config.h"
 #include "plugin/Loader.h"
 #include "report/Plot.h"
 #include "report/Summary.h"
@@ -17,11 +19,28 @@ enum ExitStatus : int { done = 0, failed = 1, usage = 2 };
 
 struct Options {
    std::string file;
+   std::string config;
    std::string plugin = Plugin::besideProgram( "RateMonPlugin.so" );
    double startTime = 1000;
    bool summary = false;
    std::string plot;
 };
+
+class ConfigFileError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
+// None when no file is named.
+std::optional<Service::Config::Config> configOf( std::string const & fileName ) {
+   if( fileName.empty() ) return std::nullopt;
+   std::ifstream in( fileName );
+   // A directory can be opened and is found out when it is read.
+   static_cast<void>( in.peek() );
+   if( !in.is_open() || in.bad() ) throw ConfigFileError( fileName + " cannot be read" );
+   std::string const text{ std::istreambuf_iterator<char>( in ), {} };
+   return Service::Config::parse( text, fileName );
+}
 
 class PlotError : public std::runtime_error {
  public:
@@ -53,17 +72,25 @@ class PlotFile {
 
 int simulate( Options const & options, std::istream & lines ) {
    try {
+      auto config = configOf( options.config );
       PlotFile plotFile( options.plot );
       Sim::World world( options.plugin, options.startTime );
       // After the world, to which it refers, and so gone before it.
       std::optional<Report::History> history;
       if( options.summary || !options.plot.empty() ) history.emplace( world.state(), world.clock() );
+      if( config ) world.inTurn( [&] { world.agent().configIs( std::move( *config ) ); } );
       // A temporary: a plug-in that still runs is taken down after the summary, and what it says then answers no line.
       Sim::Scenario( world, std::cout ).run( lines );
       if( options.summary ) std::cout << Report::summary( *history ) << std::flush;
       if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
    } catch( Sim::ScenarioError const & error ) {
       std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << error.what() << "\n";
+      return usage;
+   } catch( Service::Config::ConfigError const & error ) {
+      std::cerr << error.what() << "\n";
+      return usage;
+   } catch( ConfigFileError const & error ) {
+      std::cerr << "maintsim: " << error.what() << "\n";
       return usage;
    } catch( PlotError const & error ) {
       std::cerr << "maintsim: " << error.what() << "\n";
@@ -81,6 +108,8 @@ int main( int argc, char ** argv ) {
    CLI::App app( "Runs the rate monitor on a virtual clock: what would this profile have done with that traffic?" );
    Options options;
    app.add_option( "FILE", options.file, "the scenario, one JSON object a line (default: standard input)" );
+   app.add_option( "--config", options.config, "the service's configuration, before the first line (YAML)" )
+      ->type_name( "FILE" );
    app.add_option( "--start-time", options.startTime, "the virtual time at the start, in seconds" )
       ->capture_default_str()
       ->check( CLI::Range( 0.0, 1e12 ) );

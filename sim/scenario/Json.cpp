@@ -84,14 +84,16 @@ class Builder {
       return true;
    }
    bool scalar( Value value ) {
-      add( Json{ begin_ + 1, std::move( value ) } );
+      add( Json{ begin_ + 1, std::move( value ), 0 } );
       return true;
    }
    bool open( std::variant<Value, Json::Object, Json::List> content ) {
-      open_.push_back( &add( Json{ position_ + 1, std::move( content ) } ) );
+      open_.push_back( &add( Json{ position_ + 1, std::move( content ), 0 } ) );
       return true;
    }
    bool close() {
+      // At its closing bracket, counted from 0; behind it, counted from 1.
+      open_.back()->end = position_ + 2;
       open_.pop_back();
       return true;
    }
@@ -103,7 +105,9 @@ class Builder {
          return list->emplace_back( std::move( json ) );
       }
       if( open_.back()->member( key_ ) ) throw LineError( keyColumn_, "\"" + key_ + "\" stands twice in this object" );
-      return std::get<Json::Object>( open_.back()->content ).emplace_back( key_, std::move( json ) ).second;
+      auto & members = std::get<Json::Object>( open_.back()->content );
+      members.push_back( { key_, std::move( json ) } );
+      return members.back().json;
    }
 
    std::string_view const line_;
@@ -131,8 +135,8 @@ Json::List const & Json::list( char const * wanted ) const {
 
 Json const * Json::member( std::string_view name ) const {
    auto const & members = std::get<Object>( content );
-   auto const i = std::find_if( members.begin(), members.end(), [&]( auto const & m ) { return m.first == name; } );
-   return i == members.end() ? nullptr : &i->second;
+   auto const i = std::find_if( members.begin(), members.end(), [&]( auto const & m ) { return m.name == name; } );
+   return i == members.end() ? nullptr : &i->json;
 }
 
 Value Json::value() const {

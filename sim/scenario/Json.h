@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
 #include <vector>
 
@@ -26,17 +25,25 @@ class LineError : public std::runtime_error {
 };
 
 struct Json {
-   using Object = std::vector<std::pair<std::string, Json>>;  // in the order written
+   // A struct of its own: a pair asks more of its types than one that contains itself can answer while it is declared.
+   struct Member;
+   using Object = std::vector<Member>;  // in the order written
    using List = std::vector<Json>;
 
    std::size_t column = 1;
    std::variant<Kel::Value, Object, List> content;  // the Value is a scalar or null
+   std::size_t end = 0;                             // of an object or a list: the column behind it; of others 0
 
    // Throw LineError when it is none: `wanted` is what the error asks for.
    [[nodiscard]] Object const & object( char const * wanted ) const;
    [[nodiscard]] List const & list( char const * wanted ) const;
    [[nodiscard]] Json const * member( std::string_view name ) const;  // of an object; null when absent
    [[nodiscard]] Kel::Value value() const;
+};
+
+struct Json::Member {
+   std::string name;
+   Json json;
 };
 
 // Throws LineError.

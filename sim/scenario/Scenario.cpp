@@ -9,6 +9,7 @@
 #include "kel/LogHandle.h"
 #include "kel/Trace.h"
 #include "records/Names.h"
+#include "scenario/Arguments.h"
 
 namespace Sim {
 
@@ -24,55 +25,12 @@ Value list( std::vector<std::string> const & texts ) {
    return Value( Value::Content( std::move( values ) ) );
 }
 
-// Runs what reads or writes records, which know nothing of lines: what they refuse is an error of the line, at this
-// column.
-template<class Do>
-auto atColumn( std::size_t column, Do const & act ) {
-   try {
-      return act();
-   } catch( Kel::AttributeError const & error ) {
-      throw LineError( column, error.what() );
-   } catch( KelQuill::TableError const & error ) {
-      throw LineError( column, error.what() );
-   }
-}
-
-// A number in a path, such as a VLAN's, is the text of a key. A negative or fractional one is no key of any record.
-Dovra::StateComponents components( Json const & path ) {
-   Dovra::StateComponents texts;
-   for( Json const & component : path.list( "a path, a list of names," ) ) {
-      Value const value = component.value();
-      if( auto const * const text = value.as<std::string>() ) {
-         texts.push_back( *text );
-      } else if( value.as<uint64_t>() ) {
-         texts.push_back( Kel::toJson( value ) );
-      } else {
-         throw LineError( component.column, std::string( "a name is wanted in a path, not " ) + value.kind() );
-      }
-   }
-   if( texts.empty() ) throw LineError( path.column, "the path is empty" );
-   return texts;
-}
-
 // Beyond these a sample interval would be lost in the rounding of the clock, and a growing counter would pass all
 // numbers.
 constexpr double clockEnd = 1e12;          // s
 constexpr double bitsPerSecondMax = 1e18;  // bit/s
 
-double amount( Json const & json, char const * wanted, double atMost ) {
-   double const number = atColumn( json.column, [&] { return Kel::doubleFromValue( json.value() ); } );
-   if( number < 0 ) throw LineError( json.column, std::string( wanted ) + " must not be negative" );
-   if( number > atMost ) throw LineError( json.column, std::string( wanted ) + " goes too far" );
-   return number;
-}
-
-std::string intfName( Json const & json ) {
-   Value const value = json.value();
-   if( !value.as<std::string>() ) {
-      throw LineError( json.column, std::string( "an interface's name is wanted here, not " ) + value.kind() );
-   }
-   return *value.as<std::string>();
-}
+constexpr char const * anIntf = "an interface's name";
 
 Direction direction( std::string const & name, Json const & at ) {
    if( name == "in" ) return Direction::in;
@@ -98,15 +56,17 @@ std::set<int> levels( Json const & list, std::set<int> const & known ) {
 struct Scenario::Verb {
    std::string name;
    Json const * argument;
-   Json const * to;  // of "set", null elsewhere
+   Json const * second;  // of the verbs that have two, null where it is left out
 };
 
 Scenario::Scenario( World & world, std::ostream & out )
    : world_( world ),
      out_( out ),
-     watches_( *world.database(), [this]( Dovra::StateComponents const & path, Value const & value ) {
-        print( { { "change", list( path ) }, { "value", value } } );
-     } ) {
+     watches_( *world.database(),
+               [this]( Dovra::StateComponents const & path, Value const & value ) {
+                  print( { { "change", list( path ) }, { "value", value } } );
+               } ),
+     serviceLines_( world, [this]( Value::Object answer ) { print( std::move( answer ) ); } ) {
    // The sinks are the process's and outlast this, so the destructor takes them back.
    Kel::logSinkIs( [this]( Kel::LogRecord const & record ) {
       print( { { "log", Kel::value( record.handle.name() ) },
@@ -144,6 +104,7 @@ void Scenario::line( std::string_view text ) {
    // Comments are for people and no part of JSON, so they are gone before the parser sees the line.
    if( first == std::string_view::npos || text[first] == '#' ) return;
    Json const json = parseJson( text );
+   text_ = text;
    Verb const v = verb( json );
    if( v.name == "advance" ) {
       // Not in a turn, as it makes turns of its own and these do not nest.
@@ -156,36 +117,56 @@ void Scenario::line( std::string_view text ) {
 Scenario::Verb Scenario::verb( Json const & line ) {
    auto const & members = line.object( "an object" );
    if( members.empty() ) throw LineError( line.column, "this object says nothing to do" );
-   auto const & [name, argument] = members.front();
-   // The members of an object have no order, so "to" may stand first; no other line has two members.
-   bool const sets = name == "set" || name == "to";
-   if( sets && !line.member( "to" ) ) throw LineError( line.column, "\"set\" needs a \"to\"" );
-   if( sets && !line.member( "set" ) ) throw LineError( line.column, "\"to\" needs a \"set\"" );
+   // The members of an object have no order, so either of two may stand first.
+   std::string name = members.front().name;
+   char const * second = nullptr;
+   if( name == "set" || name == "to" ) {
+      if( !line.member( "to" ) ) throw LineError( line.column, "\"set\" needs a \"to\"" );
+      if( !line.member( "set" ) ) throw LineError( line.column, "\"to\" needs a \"set\"" );
+      name = "set";
+      second = "to";
+   } else if( name == "enter" || name == "without" ) {
+      if( !line.member( "enter" ) ) throw LineError( line.column, "\"without\" needs an \"enter\"" );
+      name = "enter";
+      second = "without";
+   }
    for( auto const & [other, value] : members ) {
-      if( other == name || ( sets && ( other == "set" || other == "to" ) ) ) continue;
+      if( other == name || ( second && other == second ) ) continue;
       throw LineError( value.column, "\"" + other + "\" does not belong in a line with \"" + name + "\"" );
    }
-   if( sets ) return { "set", line.member( "set" ), line.member( "to" ) };
-   return { name, &argument, nullptr };
+   return { name, line.member( name ), second ? line.member( second ) : nullptr };
 }
 
 void Scenario::execute( Json const & line ) {
-   // "set" and "advance" are missing: one has two arguments, the other is not for a turn.
+   // Those with two arguments and "advance", which is not for a turn, are missing.
    static std::map<std::string_view, Act> const acts{
-      { "delete", &Scenario::del },        { "get", &Scenario::get },
-      { "counters", &Scenario::counters }, { "traffic", &Scenario::traffic },
-      { "start", &Scenario::start },       { "stop", &Scenario::stop },
-      { "unread", &Scenario::unread },     { "restartCounters", &Scenario::restartCounters },
-      { "crash", &Scenario::crash },       { "batch", &Scenario::batch },
-      { "dump", &Scenario::dump },         { "watch", &Scenario::watch },
-      { "trace", &Scenario::trace },       { "ring", &Scenario::ring },
+      { "delete", &Scenario::del },
+      { "get", &Scenario::get },
+      { "counters", &Scenario::counters },
+      { "traffic", &Scenario::traffic },
+      { "unread", &Scenario::unread },
+      { "restartCounters", &Scenario::restartCounters },
+      { "start", &Scenario::start },
+      { "stop", &Scenario::stop },
+      { "crash", &Scenario::crash },
+      { "batch", &Scenario::batch },
+      { "dump", &Scenario::dump },
+      { "watch", &Scenario::watch },
+      { "trace", &Scenario::trace },
+      { "ring", &Scenario::ring },
+      { "config", []( Scenario & s, Json const & config ) { s.serviceLines_.config( config, s.text_ ); } },
+      { "link", []( Scenario & s, Json const & byName ) { s.serviceLines_.link( byName ); } },
+      { "exit", []( Scenario & s, Json const & unit ) { s.serviceLines_.exit( unit ); } },
+      { "status", []( Scenario & s, Json const & unit ) { s.serviceLines_.status( unit ); } },
+      { "ready", []( Scenario & s, Json const & unit ) { s.serviceLines_.ready( unit ); } },
    };
    Verb const v = verb( line );
-   if( v.to ) return set( *v.argument, *v.to );
+   if( v.name == "set" ) return set( *v.argument, *v.second );
+   if( v.name == "enter" ) return serviceLines_.enter( *v.argument, v.second );
    if( v.name == "advance" ) throw LineError( line.column, "time does not move within a batch" );
    auto const act = acts.find( v.name );
    if( act == acts.end() ) throw LineError( line.column, "there is no line \"" + v.name + "\"" );
-   ( this->*act->second )( *v.argument );
+   act->second( *this, *v.argument );
 }
 
 void Scenario::set( Json const & path, Json const & to ) {
@@ -236,13 +217,13 @@ void Scenario::traffic( Json const & byIntf ) {
 
 void Scenario::unread( Json const & intfs ) {
    std::set<Lumo::IntfId> named;
-   for( Json const & name : intfs.list( "a list of interfaces" ) ) named.emplace( intfName( name ) );
+   for( Json const & name : intfs.list( "a list of interfaces" ) ) named.emplace( text( name, anIntf ) );
    world_.counters().unread( std::move( named ) );
 }
 
 void Scenario::restartCounters( Json const & intfs ) {
    for( Json const & json : intfs.list( "a list of interfaces" ) ) {
-      std::string const name = intfName( json );
+      std::string const name = text( json, anIntf );
       auto const intf = Lumo::IntfId::known( name );
       if( !intf || !world_.counters().has( *intf ) ) throw LineError( json.column, name + " has no counters" );
       world_.counters().restartCounters( *intf );
@@ -263,7 +244,10 @@ void Scenario::start( Json const & nothing ) {
 
 void Scenario::stop( Json const & nothing ) {
    needsRunning( nothing, true );
+   // What the teardown of an agent writes nobody sees: the records that are kept are put back.
+   watches_.muted( world_.agent().configured() );
    world_.stop();
+   watches_.muted( false );
 }
 
 void Scenario::crash( Json const & nothing ) {

@@ -1,9 +1,11 @@
 // Carries out the lines of a scenario, one JSON object each, on a world, and prints what they ask for.
 //
+//    config, link, enter, exit, status, ready
+//                             the service: scenario/ServiceLines.h
 //    set .. to, delete, get   records, by path
 //    counters, traffic        octet counters of invented interfaces
 //    unread, restartCounters  what can go wrong with reading them
-//    start, stop, crash       the plug-in
+//    start, stop, crash       the plug-in, or the whole agent once it is configured
 //    advance, batch           time; several lines in one turn of the loop
 //    dump, watch, trace, ring what to print
 //
@@ -12,6 +14,7 @@
 // the system log are always printed.
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <set>
 #include <stdexcept>
@@ -19,6 +22,7 @@
 #include <string_view>
 
 #include "scenario/Json.h"
+#include "scenario/ServiceLines.h"
 #include "scenario/Watches.h"
 #include "world/World.h"
 
@@ -45,7 +49,7 @@ class Scenario {
 
  private:
    struct Verb;
-   using Act = void ( Scenario::* )( Json const & argument );
+   using Act = std::function<void( Scenario &, Json const & argument )>;
 
    [[nodiscard]] static Verb verb( Json const & line );
    void execute( Json const & line );
@@ -74,7 +78,9 @@ class Scenario {
    World & world_;
    std::ostream & out_;
    Watches watches_;
+   ServiceLines serviceLines_;
    std::set<int> ringLevels_;
+   std::string_view text_;  // of the present line
 };
 
 }  // namespace Sim

@@ -96,6 +96,7 @@ void Watches::watch( StateComponents const & path ) {
 }
 
 void Watches::report( StateComponents const & path, Kel::Value const & value ) const {
+   if( muted_ ) return;
    auto const above = [&]( StateComponents const & top ) { return isAtOrBelow( path, top ); };
    if( std::any_of( watched_.begin(), watched_.end(), above ) ) report_( path, value );
 }

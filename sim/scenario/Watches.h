@@ -29,6 +29,9 @@ class Watches {
    // absent may still come.
    void watch( Dovra::StateComponents const & path );
 
+   // While muted, changes are followed and not reported.
+   void muted( bool muted ) { muted_ = muted; }
+
  private:
    class Follower;
 
@@ -38,6 +41,7 @@ class Watches {
    Report const report_;
    std::vector<Dovra::StateComponents> watched_;
    std::map<std::string, std::unique_ptr<Follower>> followers_;  // by mounted path
+   bool muted_ = false;
 };
 
 }  // namespace Sim

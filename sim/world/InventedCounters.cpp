@@ -25,14 +25,13 @@ void InventedCounters::intfIs( Lumo::IntfId intf ) {
    write( intf );
 }
 
-InventedCounters::Flow & InventedCounters::flow( Lumo::IntfId intf, Direction direction ) {
+InventedCounters::Flows & InventedCounters::flows( Lumo::IntfId intf ) {
    intfIs( intf );
-   Flows & flows = flows_[intf];
-   return direction == Direction::in ? flows.in : flows.out;
+   return flows_[intf];
 }
 
 void InventedCounters::octetsIs( Lumo::IntfId intf, Direction direction, Brim::MaybeU63 octets ) {
-   Flow & f = flow( intf, direction );
+   Flow & f = flows( intf ).of( direction );
    // The rate stays: a scenario sets a counter back to see what the plug-in makes of a restart under traffic.
    f.octets = octets;
    f.since = Kel::now();
@@ -40,15 +39,39 @@ void InventedCounters::octetsIs( Lumo::IntfId intf, Direction direction, Brim::M
 }
 
 void InventedCounters::bitsPerSecondIs( Lumo::IntfId intf, Direction direction, double bitsPerSecond ) {
-   Flow & f = flow( intf, direction );
+   Flows & both = flows( intf );
+   Flow & f = both.of( direction );
    // What the old rate has counted so far is kept.
-   f = Flow{ f.now(), bitsPerSecond, Kel::now(), f.read };
+   f = Flow{ both.now( f ), bitsPerSecond, Kel::now(), f.read };
    write( intf );
 }
 
 void InventedCounters::del( Lumo::IntfId intf ) {
    // Erased first: readers hear of the row, and a refresh in answer must not write to one that is gone.
    if( flows_.erase( intf ) != 0 ) writer_.rowDel( intf );
+}
+
+void InventedCounters::linkIs( Lumo::IntfId intf ) {
+   auto const found = flows_.find( intf );
+   if( found == flows_.end() ) return intfIs( intf );
+   Flows & both = found->second;
+   if( both.linked ) return;
+   // First, as it throws when the table is full. It marks the row by itself: this interface had one before.
+   writer_.rowIs( intf );
+   both.linked = true;
+   for( Flow * const f : { &both.in, &both.out } ) f->since = Kel::now();
+   write( intf );
+}
+
+void InventedCounters::linkDel( Lumo::IntfId intf ) {
+   auto const found = flows_.find( intf );
+   if( found == flows_.end() || !found->second.linked ) return;
+   Flows & both = found->second;
+   both.linked = false;
+   both.restarted = false;
+   // What was counted since the last read is lost with the link.
+   for( Flow * const f : { &both.in, &both.out } ) f->octets = f->read;
+   writer_.rowDel( intf );
 }
 
 void InventedCounters::restartCounters( Lumo::IntfId intf ) {
@@ -68,8 +91,8 @@ void InventedCounters::refresh( KelQuill::Rows rows ) {
 }
 
 void InventedCounters::write( Lumo::IntfId intf ) {
-   if( unread_.contains( intf ) ) return;
    Flows & flows = flows_[intf];
+   if( !flows.linked || unread_.contains( intf ) ) return;
    for( Flow * const f : { &flows.in, &flows.out } ) f->read = f->now();
    // Both directions and the time in one write, as the kernel's are: a row is one snapshot.
    writer_.readIs( intf, { flows.in.read, flows.out.read, std::exchange( flows.restarted, false ) } );

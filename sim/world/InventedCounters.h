@@ -24,7 +24,8 @@ class InventedCounters {
    // The writer outlives this.
    explicit InventedCounters( KelQuill::CounterWriter & writer ) : writer_( writer ) {}
 
-   // From now on the interface has counters, both at 0; a second call changes nothing. The two below imply it.
+   // From now on the interface has counters, both at 0; a second call changes nothing. The two below imply it. What is
+   // said of an interface whose link has gone counts from when that comes back.
    void intfIs( Lumo::IntfId intf );
    // None: the counter has no value.
    void octetsIs( Lumo::IntfId intf, Direction direction, Brim::MaybeU63 octets );
@@ -32,10 +33,16 @@ class InventedCounters {
    // The interface has no counters any more; absent is no error.
    void del( Lumo::IntfId intf );
 
+   // A link with counters has come; where they are there already, nothing changes. One that comes back goes on from
+   // what was last published of it, at the rates that were said meanwhile, and its row is marked.
+   void linkIs( Lumo::IntfId intf );
+   // It has gone, and its row with it. Its rates are kept for the link that may come back.
+   void linkDel( Lumo::IntfId intf );
+
    // From now on reads of these interfaces' counters fail, and of no others: they go on counting, and their rows stay
    // as they were last read. An interface need not be there yet.
    void unread( std::set<Lumo::IntfId> intfs ) { unread_ = std::move( intfs ); }
-   [[nodiscard]] bool has( Lumo::IntfId intf ) const { return flows_.contains( intf ); }
+   [[nodiscard]] bool has( Lumo::IntfId intf ) const { return writer_.hasRow( intf ); }
    // The source starts again from 0, for an interface that is there. The row goes on from where it was last read; what
    // was counted since is lost. The next read marks it.
    void restartCounters( Lumo::IntfId intf );
@@ -54,9 +61,12 @@ class InventedCounters {
    struct Flows {
       Flow in, out;
       bool restarted = false;  // since the last read
+      bool linked = true;      // false: its link has gone, so nothing is counted and there is no row
+      [[nodiscard]] Flow & of( Direction direction ) { return direction == Direction::in ? in : out; }
+      [[nodiscard]] Brim::MaybeU63 now( Flow const & flow ) const { return linked ? flow.now() : flow.octets; }
    };
 
-   Flow & flow( Lumo::IntfId intf, Direction direction );
+   Flows & flows( Lumo::IntfId intf );
    void write( Lumo::IntfId intf );
 
    KelQuill::CounterWriter & writer_;

@@ -1,8 +1,10 @@
 #include "world/World.h"
 
+#include <optional>
 #include <vector>
 
 #include "plugin/Loader.h"
+#include "world/KeptState.h"
 
 namespace Sim {
 
@@ -35,7 +37,10 @@ World::World( std::string const & plugin, double startTime, double clockStep )
      writer_( state_.counterWriterStatus, "" ),
      counters_( writer_ ),
      quill_( new KelQuill::EntityManager( writer_.table() ) ),
-     pluginDir_( new Kel::Dir( "plugins" ) ) {
+     linkRecords_( state_ ),
+     links_( linkRecords_, counters_ ),
+     pluginDir_( new Kel::Dir( "plugins" ) ),
+     agent_( { database_, state_, quill_, linkRecords_, links_ } ) {
    // A crashed plug-in may keep the manager beyond this world, but nothing of it runs that could call the refresher.
    quill_->refresherIs( [this]( auto rows ) { counters_.refresh( rows ); } );
    // Last: it throws, and all members are then there to be taken down.
@@ -60,20 +65,26 @@ void World::advance( double seconds ) {
 
 void World::start() {
    KEL_ASSERT( !running() );
+   agent_.start();
    context_ = std::make_unique<Maintenance::PluginContext>( pluginDir_, database_, quill_ );
    Maintenance::DefaultPluginLoader().initPlugins( *context_ );
 }
 
 void World::stop() {
    KEL_ASSERT( running() );
+   std::optional<KeptState> kept;
+   if( agent_.configured() ) kept.emplace( *database_ );
+   agent_.stop();
    // Before the context, which outlives all that is made in it.
    pluginDir_->entityDelAll();
    context_ = nullptr;
+   if( kept ) kept->putBack();
 }
 
 void World::crash() {
    KEL_ASSERT( running() );
    // Nothing runs between here and the end, so no handler sees the half-forgotten state.
+   agent_.crash();
    loop_.forgetAll();
    for( std::string const & path : database_->paths() ) forgetReactors( *database_->getEntity( path ) );
    graveyard().push_back( pluginDir_ );

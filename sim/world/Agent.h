@@ -1,0 +1,73 @@
+// The agent that runs on the invented box: the maintenance service and link control, as maintd has them above its
+// plug-in.
+//
+// Owned by the world, driven by the lines of a scenario. It has nothing to do until it is given a configuration. From
+// then on there is a service, first without the plug-in, which the world starts; whenever the agent has been stopped or
+// has crashed there is none until it is started again, over the records as they stand. While it is away links and
+// configuration may change; the next start finds them.
+//
+//    configIs --> service --start--> service and plug-in --stop, crash--> away --start--> ...
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "config/Config.h"
+#include "quill/EntityManager.h"
+#include "state/MaintenanceState.h"
+#include "units/Hooks.h"
+#include "world/InventedLinks.h"
+
+namespace Service {
+class MaintenanceService;
+}
+
+namespace Sim {
+
+class LinkControl;
+
+class Agent {
+ public:
+   // All of it outlives the agent.
+   struct Box {
+      Kel::Ptr<Dovra::EntityManager> database;
+      Maintenance::MaintenanceState & state;
+      Kel::Ptr<KelQuill::EntityManager> counters;
+      Service::LinkRecords & linkRecords;
+      InventedLinks & links;
+   };
+   // Called for each hook that is run; it succeeds at once.
+   using OnHook = std::function<void( Service::HookRequest const & )>;
+
+   explicit Agent( Box const & box );
+   ~Agent();
+
+   void onHookIs( OnHook onHook );
+
+   [[nodiscard]] bool configured() const { return config_.has_value(); }
+   // The first makes the service; later ones are reloads. Empty when it is taken over, else each reason against it.
+   // While the agent is away there is nobody to refuse it.
+   std::vector<std::string> configIs( Service::Config::Config config );
+   // Null without a configuration, and while the agent is away.
+   [[nodiscard]] Service::MaintenanceService * service() const { return service_.get(); }
+
+   // Before the plug-in is started, and before it is taken down. Without a configuration they do nothing.
+   void start();
+   void stop();
+   // Nothing of it runs again, not even a destructor; the loop and the records forget it by themselves.
+   void crash();
+
+ private:
+   class InstantHooks;
+
+   Box const box_;
+   std::optional<Service::Config::Config> config_;
+   std::unique_ptr<InstantHooks> const hooks_;
+   std::unique_ptr<LinkControl> linkControl_;
+   std::unique_ptr<Service::MaintenanceService> service_;
+};
+
+}  // namespace Sim
