@@ -1,11 +1,5 @@
 // The lines of a scenario, one by one, as somebody writes them who knows only the manual.
-#include "scenario/Scenario.h"
-
-#include <gmock/gmock.h>
-
-#include <sstream>
-
-#include "kel/Json.h"
+#include "ScenarioFixture.h"
 
 namespace Test {
 
@@ -33,35 +27,7 @@ constexpr char const * monitored = R"("maintenance/interface/status/ratemon","mo
 
 }  // namespace
 
-class Scenario : public ::testing::Test {
- protected:
-   // What the lines print, line by line; with an error its text is the last one.
-   std::vector<std::string> run( std::string const & lines ) {
-      std::istringstream in( lines );
-      try {
-         scenario_.run( in );
-      } catch( Sim::ScenarioError const & error ) {
-         out_ << error.what() << "\n";
-      }
-      std::vector<std::string> answers;
-      std::istringstream printed( out_.str() );
-      for( std::string answer; std::getline( printed, answer ); ) answers.push_back( answer );
-      out_.str( "" );
-      return answers;
-   }
-   KelQuill::CounterTable::LastRead row( std::string const & intf ) const {
-      for( uint32_t i = 0; i < world_.counterTable().rows(); ++i ) {
-         auto const entry = world_.counterTable().entry( i );
-         if( entry && entry->name == intf ) return entry->counters;
-      }
-      throw std::runtime_error( "no row of " + intf );
-   }
-   std::string get( std::string const & path ) { return run( R"({"get": [)" + path + "]}" ).back(); }
-
-   std::ostringstream out_;
-   Sim::World world_{ RATEMON_PLUGIN_PATH, 1000 };
-   Sim::Scenario scenario_{ world_, out_ };
-};
+class Scenario : public ScenarioFixture {};
 
 TEST_F( Scenario, aCrashKeepsTheRecordsAndAStopTidiesUp ) {
    run( fabric );

@@ -1,0 +1,409 @@
+// The lines that speak to the maintenance service, and the agent around the plug-in: its links, its stop, its crash.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "ScenarioFixture.h"
+#include "kel/Json.h"
+#include "records/Names.h"
+#include "world/KeptState.h"
+
+namespace Test {
+
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+namespace {
+
+// A unit "fabric" of eth0 and eth1: every 10 s, quiet for 30 s below 100 kbps. `profile` adds to that.
+std::string config( std::string const & profile = "", std::string const & more = "" ) {
+   return R"({"config": {"profiles": {"p": {"threshold": "100kbps", "sample-interval": "10s", "load-interval": "30s")" +
+          profile +
+          R"(}}, "default-profile": "p", "groups": {"g": {"interfaces": ["eth0", "eth1"]}}, "units": {"fabric": {"groups": ["g"]}})" +
+          more + "}}\n";
+}
+
+constexpr char const * linksUp = "{\"link\": {\"eth0\": \"up\", \"eth1\": \"up\"}}\n";
+constexpr char const * start = "{\"start\": {}}\n";
+constexpr char const * enterFabric = "{\"enter\": \"fabric\"}\n";
+
+std::string advance( double seconds ) { return "{\"advance\": " + std::to_string( seconds ) + "}\n"; }
+
+std::string traffic( std::string const & intf, double bitsPerSecond ) {
+   return "{\"traffic\": {\"" + intf + "\": {\"in\": " + std::to_string( bitsPerSecond ) + "}}}\n";
+}
+
+constexpr char const * eth0State = R"("interface/status/all","intfStatus","eth0","operStatus")";
+constexpr char const * entryOfEth0 = R"("interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0")";
+constexpr char const * unitState = R"("maintenance/unit/status","status","fabric","state")";
+
+}  // namespace
+
+class AgentStory : public ScenarioFixture {
+ protected:
+   // What `get` prints of the value, without the rest of the line.
+   std::string value( std::string const & path ) {
+      std::string const line = get( path );
+      std::string const mark = "\"value\": ";
+      return line.substr( line.find( mark ) + mark.size(), line.size() - line.find( mark ) - mark.size() - 1 );
+   }
+   std::string everything() {
+      std::string all;
+      for( std::string const & path : world_.database()->paths() ) {
+         // Rows of counters are the box's: they come and go with links, whoever runs.
+         if( path == Maintenance::Path::counterWriterStatus ) continue;
+         all += path + " " + Kel::toJson( Dovra::stateValue( *world_.database(), path ) ) + "\n";
+      }
+      return all;
+   }
+};
+
+TEST_F( AgentStory, aConfigurationLinksAndARequestAreAScenario ) {
+   EXPECT_THAT( run( config() + linksUp + traffic( "eth0", 4e6 ) + start ), IsEmpty() );
+   EXPECT_THAT(
+      run( enterFabric ),
+      ElementsAre(
+         R"({"t": 1000, "request": "enter", "unit": "fabric", "result": "started", "generation": 1, "why": []})" ) );
+   EXPECT_THAT( run( enterFabric ), ElementsAre( HasSubstr( R"("result": "already", "generation": 1)" ) ) );
+   run( advance( 60 ) );
+   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ),
+                ElementsAre( AllOf( StartsWith( R"({"t": 1060, "ready": false, "why": [)" ), HasSubstr( "eth0" ) ) ) );
+   run( traffic( "eth0", 0 ) + advance( 30 ) );
+   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ),
+                ElementsAre( StartsWith( R"({"t": 1090, "ready": true, "why": [)" ) ) );
+   EXPECT_THAT(
+      run( "{\"status\": \"fabric\"}" ),
+      ElementsAre( AllOf( StartsWith( R"({"t": 1090, "status": {"unit": "fabric", "state": "inMaintenance")" ),
+                          HasSubstr( R"("requestedBy": "maintsim")" ) ) ) );
+   EXPECT_THAT(
+      run( "{\"exit\": \"fabric\"}" ),
+      ElementsAre( HasSubstr( R"("request": "exit", "unit": "fabric", "result": "started", "generation": 2)" ) ) );
+   EXPECT_EQ( value( unitState ), "1" );
+}
+
+TEST_F( AgentStory, aRefusalIsAnAnswer ) {
+   run( config() + "{\"link\": {\"eth0\": \"up\"}}\n" + start );
+   EXPECT_THAT( run( enterFabric ),
+                ElementsAre( AllOf( HasSubstr( R"("result": "refused", "generation": null, "why": [")" ),
+                                    HasSubstr( "eth1" ) ) ) );
+   EXPECT_THAT( run( R"({"without": ["eth9"], "enter": "fabric"})" ), ElementsAre( HasSubstr( "refused" ) ) );
+   EXPECT_EQ( value( unitState ), "1" );
+   EXPECT_THAT( run( R"({"without": ["eth1"], "enter": "fabric"})" ), ElementsAre( HasSubstr( "started" ) ) );
+   EXPECT_THAT( run( advance( 30 ) + "{\"status\": \"fabric\"}" ),
+                ElementsAre( AllOf( HasSubstr( R"("without": ["eth1"])" ), HasSubstr( R"("ready": true)" ) ) ) );
+}
+
+TEST_F( AgentStory, saysWhereALineOfTheServiceIsWrong ) {
+   struct Case {
+      std::string line;
+      char const * error;
+   };
+   std::string const head = R"({"config": {"profiles": {"p": {"threshold": )";
+   std::string const tail = R"(}}, "default-profile": "p", "groups": {}, "units": {}}})";
+   for( auto const & [line, error] : std::vector<Case>{
+           { R"({"config": []})", "line 1, column 12: the configuration is wanted here" },
+           { head + "\"100\"" + tail, "line 1, column 45: " },
+           { head + "\"1kbps\"\t, \"interval\": 1" + tail, "line 1, column 55: unknown key 'interval'" },
+           { head + R"("1", "load-interval": "1")" + tail, "; column 67: " },
+           { R"({"link": {"eth0": "upp"}})", "column 19: a link is \"up\" or \"down\", not \"upp\"" },
+           { R"({"link": {"eth0": 1}})", "column 19: \"up\", \"down\", null or an object is wanted here" },
+           { R"({"link": {"": "up"}})", "column 15: a link has a name" },
+           { R"({"link": {"eth0": {"kind": "bond"}}})", "column 28: there is no kind of link \"bond\"" },
+           { R"({"link": {"eth0": {"vlan": 4096}}})", "column 28: " },
+           { R"({"link": {"eth0": {"mtu": 9000}}})", "column 27: a link has \"state\"" },
+           { R"({"link": {"eth0": {"members": ["eth1"]}}})", "column 19: only links of the kinds" },
+           { R"({"link": {"eth0": {"vlan": 5}}})", "column 19: only a link of the kind \"vlan\" has a VLAN" },
+           { R"({"enter": "fabric"})", "column 11: there is no configuration yet" },
+           { R"({"status": "fabric"})", "column 12: there is no configuration yet" },
+           { R"({"without": ["eth0"]})", "column 1: \"without\" needs an \"enter\"" },
+           { R"({"exit": "fabric", "without": []})", "column 31: \"without\" does not belong in a line with \"exit\"" },
+        } ) {
+      EXPECT_THAT( run( line ).back(), HasSubstr( error ) ) << line;
+   }
+   run( config() );
+   EXPECT_THAT( run( enterFabric ), ElementsAre( "line 1, column 11: the agent is not started" ) );
+   EXPECT_THAT( run( "{\"status\": \"fabric\"}" ), ElementsAre( HasSubstr( R"("state": "active")" ) ) );
+   run( start );
+   for( std::string const verb : { "enter", "exit", "status", "ready" } ) {
+      EXPECT_THAT( run( "{\"" + verb + "\": \"fabrik\"}" ),
+                   ElementsAre( HasSubstr( ": there is no unit \"fabrik\"; units: fabric" ) ) )
+         << verb;
+      EXPECT_THAT( run( "{\"" + verb + "\": 1}" ), ElementsAre( HasSubstr( "a unit's name is wanted here" ) ) ) << verb;
+   }
+   EXPECT_THAT( run( R"({"enter": "fabric", "without": "eth0"})" ), ElementsAre( HasSubstr( "column 32: a list" ) ) );
+   run( "{\"stop\": {}}" );
+   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ), ElementsAre( HasSubstr( "the agent is not started" ) ) );
+}
+
+TEST_F( AgentStory, theFirstConfigurationComesBeforeTheStart ) {
+   EXPECT_THAT( run( start + config() ),
+                ElementsAre( "line 2, column 12: the first configuration comes before \"start\"" ) );
+}
+
+TEST_F( AgentStory, aReloadIsAppliedOrRefused ) {
+   run( config() + linksUp + start + enterFabric + advance( 10 ) );
+   std::string const other =
+      R"({"config": {"profiles": {"p": {"threshold": "100kbps"}}, "default-profile": "p", "groups": {"g": {"interfaces": ["eth0"]}}, "units": {"rack": {"groups": ["g"]}}}})";
+   EXPECT_THAT( run( other ), ElementsAre( AllOf( StartsWith( R"({"t": 1010, "config": "refused", "why": [)" ),
+                                                  HasSubstr( "fabric" ) ) ) );
+   EXPECT_EQ( value( unitState ), "2" );
+   run( "{\"exit\": \"fabric\"}" );
+   EXPECT_THAT( run( other ), IsEmpty() );
+   EXPECT_THAT( run( "{\"status\": \"rack\"}" ), ElementsAre( HasSubstr( R"("state": "active")" ) ) );
+   EXPECT_EQ( value( unitState ), "null" );
+}
+
+TEST_F( AgentStory, hooksArePrintedAndSucceedAtOnce ) {
+   run(
+      config(
+         "",
+         R"(, "stages": {"maintEnter": [{"name": "bgp", "run": ["/hook", "in"]}, {"name": "ratemon"}, {"name": "verify"}], "maintExit": [{"name": "ratemon"}, {"name": "bgp", "run": ["/hook", "out"]}]})" ) +
+      linksUp + start );
+   EXPECT_THAT( run( enterFabric ), Contains( R"({"t": 1000, "hook": "bgp", "unit": "fabric"})" ) );
+   run( advance( 40 ) );
+   EXPECT_THAT( run( "{\"exit\": \"fabric\"}" ), Contains( R"({"t": 1040, "hook": "bgp", "unit": "fabric"})" ) );
+   EXPECT_EQ( value( unitState ), "1" );
+}
+
+TEST_F( AgentStory, ofALinkStaysWhatIsNotNamed ) {
+   run(
+      R"({"link": {"ge0": "down", "bond7": {"kind": "port-channel", "members": ["ge0", "ge1"]}, "Port-Channel8": {"members": ["ge2"]}, "Vlan9": {"members": ["ge0"]}, "br5": {"kind": "vlan", "vlan": 5, "members": ["ge1"], "state": "down"}}})" );
+   EXPECT_EQ(
+      value( R"("interface/status/all","intfStatus")" ),
+      R"({"Port-Channel8": {"operStatus": 1}, "Vlan9": {"operStatus": 1}, "bond7": {"operStatus": 1}, "br5": {"operStatus": 2}, "ge0": {"operStatus": 2}})" );
+   EXPECT_EQ( value( R"("lag/config","phyIntf","ge1")" ), R"({"lag": "bond7"})" );
+   EXPECT_EQ( value( R"("bridging/vlan/status","vlanStatus")" ),
+              R"({"5": {"intf": {"ge1": true}}, "9": {"intf": {"ge0": true}}})" );
+   run( R"({"link": {"bond7": "down", "br5": {"state": "up"}, "Vlan9": {"members": []}, "ge0": {}}})" );
+   EXPECT_EQ( value( R"("lag/config","phyIntf","ge1")" ), R"({"lag": "bond7"})" );
+   EXPECT_THAT( value( R"("bridging/vlan/status","vlanStatus","5")" ), R"({"intf": {"ge1": true}})" );
+   EXPECT_EQ( value( R"("interface/status/all","intfStatus","br5","operStatus")" ), "1" );
+   EXPECT_EQ( value( R"("interface/status/all","intfStatus","ge0","operStatus")" ), "2" );
+   run( R"({"link": {"bond7": null, "Vlan9": null, "never-seen": null}})" );
+   EXPECT_EQ( value( R"("interface/status/all","intfStatus","bond7")" ), "null" );
+   EXPECT_THAT( value( R"("lag/config","phyIntf","ge1")" ), Not( HasSubstr( "bond7" ) ) );
+   // Only Ethernet links are counted by themselves.
+   EXPECT_EQ( row( "ge0" ).inOctets, Brim::MaybeU63( 0 ) );
+   EXPECT_THROW( row( "br5" ), std::runtime_error );
+   run( R"({"link": {"ge0": {"kind": "other"}}})" );
+   EXPECT_THROW( row( "ge0" ), std::runtime_error );
+   run( R"({"link": {"ge0": {"kind": "ethernet"}}})" );
+   EXPECT_EQ( row( "ge0" ).restarts, 1u );
+}
+
+// What a name was before, here or in an earlier run of the same process, says nothing.
+TEST_F( AgentStory, aNewLinkIsWhatItsNameTells ) {
+   using Lumo::IntfKind;
+   run( R"({"link": {"ens9": {"kind": "port-channel", "members": ["ens8"]}, "Port-Channel5": {"kind": "ethernet"}}})" );
+   run( R"({"link": {"ens9": null, "Port-Channel5": null}})" );
+   run( R"({"link": {"ens9": "up"}})" );
+   for( auto const & [name, kind] : std::vector<std::pair<std::string, IntfKind>>{
+           { "ens9", IntfKind::ethernet },
+           { "Port-Channel5", IntfKind::portChannel },
+           { "Port-Channel5.7", IntfKind::subIntf },
+           { "Ethernet1/2/3", IntfKind::ethernet },
+           { "Ethernet1/2.30", IntfKind::subIntf },
+           { "Ethernet1.", IntfKind::ethernet },
+           { "Ethernet1/.5", IntfKind::ethernet },
+           { "Vlan12", IntfKind::vlan },
+           { "Vlan12.3", IntfKind::ethernet },
+           { "Cpu", IntfKind::cpu },
+        } ) {
+      run( "{\"link\": {\"" + name + "\": \"up\"}}" );
+      EXPECT_EQ( Lumo::IntfId( name ).kind(), kind ) << name;
+   }
+}
+
+TEST_F( AgentStory, aLinkThatComesBackGoesOnFromWhatWasPublished ) {
+   run( traffic( "eth0", 8e6 ) + linksUp + advance( 5 ) );
+   world_.counters().refresh( KelQuill::Rows::all );
+   run( advance( 1 ) + "{\"link\": {\"eth0\": null}}" );
+   EXPECT_THROW( row( "eth0" ), std::runtime_error );
+   EXPECT_THAT( run( "{\"restartCounters\": [\"eth0\"]}" ).back(), HasSubstr( "eth0 has no counters" ) );
+   run( advance( 100 ) + traffic( "eth0", 16e6 ) + advance( 100 ) );
+   EXPECT_THROW( row( "eth0" ), std::runtime_error );
+   run( "{\"link\": {\"eth0\": \"up\"}}" );
+   EXPECT_EQ( row( "eth0" ).inOctets, Brim::MaybeU63( 5'000'000 ) );
+   EXPECT_EQ( row( "eth0" ).restarts, 1u );
+   run( advance( 1 ) );
+   world_.counters().refresh( KelQuill::Rows::all );
+   EXPECT_EQ( row( "eth0" ).inOctets, Brim::MaybeU63( 7'000'000 ) );
+   EXPECT_EQ( row( "eth1" ).restarts, 0u );
+}
+
+TEST_F( AgentStory, heldLinksFollowTheEntries ) {
+   run( config( R"(, "shutdown": true)" ) + linksUp + start + enterFabric );
+   run( advance( 29 ) );
+   EXPECT_EQ( value( eth0State ), "1" );
+   run( advance( 1 ) );
+   EXPECT_EQ( value( entryOfEth0 ), "1030" );
+   EXPECT_EQ( value( eth0State ), "2" );
+   EXPECT_EQ( value( unitState ), "3" );
+   // Somebody raises it by hand, and it stays up though it has its entry.
+   run( R"({"link": {"eth0": "up"}})" );
+   EXPECT_EQ( value( eth0State ), "1" );
+   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ), ElementsAre( HasSubstr( R"("ready": false)" ) ) );
+   // What is said of a held link otherwise shows when it is let go.
+   run( R"({"link": {"eth1": {"members": []}}})" );
+   EXPECT_EQ( value( R"("interface/status/all","intfStatus","eth1","operStatus")" ), "2" );
+   run( R"({"link": {"eth1": "down"}})" );
+   run( "{\"exit\": \"fabric\"}" );
+   EXPECT_EQ( value( entryOfEth0 ), "null" );
+   EXPECT_EQ( value( eth0State ), "1" );
+   EXPECT_EQ( value( R"("interface/status/all","intfStatus","eth1","operStatus")" ), "2" );
+}
+
+TEST_F( AgentStory, anyCauseHoldsALinkAndTheLastLetsItGo ) {
+   run( config() + linksUp + start );
+   run( R"({"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 1})" );
+   EXPECT_EQ( value( eth0State ), "2" );
+   // Removed and written again in one turn: nothing moves.
+   run( std::string( "{\"watch\": [" ) + eth0State + "]}" );
+   EXPECT_THAT(
+      run(
+         R"({"batch": [{"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]}, {"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 2}]})" ),
+      IsEmpty() );
+   EXPECT_THAT( run( R"({"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]})" ),
+                ElementsAre( EndsWith( R"("operStatus"], "value": 1})" ) ) );
+   // A link that is made again is not the one that was held.
+   run( R"({"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 3})" );
+   run( R"({"link": {"eth0": null}})" );
+   run( R"({"link": {"eth0": {}}})" );
+   EXPECT_EQ( value( eth0State ), "1" );
+}
+
+// A stop is the whole agent's: links do not move, and the plug-in's teardown leaves no trace in what is kept.
+TEST_F( AgentStory, aStopKeepsWhatTheStoreWouldKeep ) {
+   run( config( R"(, "shutdown": true)" ) + linksUp + traffic( "eth1", 5e6 ) + start + enterFabric + advance( 35 ) );
+   EXPECT_EQ( value( eth0State ), "2" );
+   std::vector<std::string> const kept{
+      R"("interface/errdisable/cause")",        R"("maintenance/interface/status/ratemon")",
+      R"("maintenance/unit/status")",           R"("stage/maintEnter/progress")",
+      R"("stage/maintEnter/completionstatus")", R"("stageAgentStatus/maintEnter/MaintenanceMode")",
+      R"("maintenance/evidence/window")",       R"("interface/status/all")" };
+   std::vector<std::string> before;
+   for( auto const & path : kept ) {
+      before.push_back( value( path ) );
+      run( "{\"watch\": [" + path + "]}" );
+   }
+   EXPECT_THAT( before[1], HasSubstr( "eth1" ) );
+   EXPECT_THAT( run( "{\"stop\": {}}" ), IsEmpty() );
+   for( std::size_t i = 0; i < kept.size(); ++i ) EXPECT_EQ( value( kept[i] ), before[i] ) << kept[i];
+   // Nobody follows the entries any more.
+   EXPECT_THAT( run( R"({"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]})" ),
+                ElementsAre( HasSubstr( "null" ) ) );
+   EXPECT_EQ( value( eth0State ), "2" );
+   // The start finds the entry gone and lets the link go, before the plug-in looks and shuts it down once more.
+   std::string const change = R"("change": ["interface/status/all", "intfStatus", "eth0", "operStatus"], "value": )";
+   EXPECT_THAT( run( start ), AllOf( Contains( HasSubstr( change + "1" ) ), Contains( HasSubstr( change + "2" ) ) ) );
+   EXPECT_EQ( value( entryOfEth0 ), "1035" );
+   EXPECT_THAT( run( "{\"status\": \"fabric\"}" ).back(),
+                AllOf( HasSubstr( R"("state": "entering", "generation": 1)" ), HasSubstr( R"("ready": false)" ) ) );
+}
+
+TEST_F( AgentStory, aCrashLeavesNothingThatRuns ) {
+   run( config( R"(, "shutdown": true)" ) + linksUp + traffic( "eth1", 5e6 ) + start + enterFabric + advance( 35 ) );
+   // In the middle of a turn, with judgements of that turn still to come.
+   run( R"({"batch": [{"link": {"eth1": "down"}}, {"crash": {}}]})" );
+   std::string const left = everything();
+   run( traffic( "eth1", 0 ) + R"({"link": {"eth1": "up", "eth0": null}})" + "\n" + advance( 500 ) );
+   EXPECT_EQ( everything(), left );
+   run( start );
+   EXPECT_EQ( value( eth0State ), "null" );
+   EXPECT_EQ( value( R"("interface/status/all","intfStatus","eth1","operStatus")" ), "1" );
+   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ), ElementsAre( HasSubstr( R"("ready": false)" ) ) );
+   run( advance( 60 ) );
+   EXPECT_EQ( value( unitState ), "3" );
+   run( "{\"crash\": {}}\n{\"start\": {}}\n{\"stop\": {}}\n{\"start\": {}}\n{\"exit\": \"fabric\"}" );
+   EXPECT_EQ( value( unitState ), "1" );
+}
+
+TEST_F( AgentStory, whileTheAgentIsAwayTheConfigurationChanges ) {
+   run( config() + linksUp + start + "{\"stop\": {}}" );
+   EXPECT_THAT(
+      run(
+         R"({"config": {"profiles": {"q": {"threshold": "1Mbps"}}, "default-profile": "q", "groups": {"g": {"interfaces": ["eth1"]}}, "units": {"rack": {"groups": ["g"]}}}})" ),
+      IsEmpty() );
+   EXPECT_EQ( value( unitState ), "1" );
+   run( start );
+   EXPECT_EQ( value( unitState ), "null" );
+   EXPECT_THAT( run( "{\"enter\": \"rack\"}" ), ElementsAre( HasSubstr( "started" ) ) );
+}
+
+TEST_F( AgentStory, whatIsKeptIsPutBackExactly ) {
+   run( config() + linksUp + start + enterFabric + advance( 20 ) );
+   run( R"({"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth1"], "to": 7})" );
+   std::string const before = everything();
+   Sim::KeptState const kept( *world_.database() );
+   run( R"({"delete": ["maintenance/interface/status/ratemon","monIntfStatus","eth0"]}
+{"set": ["maintenance/interface/status/ratemon","monIntfUnderMaint","eth9"], "to": true}
+{"set": ["maintenance/unit/status","status","fabric","aggTrafficRate"], "to": {"inBitsRate": 77}}
+{"set": ["maintenance/unit/status","status","invented"], "to": {}}
+{"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus"]}
+{"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 8}
+{"set": ["stageAgentStatus/maintEnter/MaintenanceMode","complete","ratemon:fabric#1"], "to": true})" );
+   EXPECT_NE( everything(), before );
+   world_.inTurn( [&] { kept.putBack(); } );
+   for( std::string const path : { "maintenance/unit/status", "interface/errdisable/cause" } ) {
+      EXPECT_THAT( before, HasSubstr( path + " " + Kel::toJson( Dovra::stateValue( *world_.database(), path ) ) ) );
+   }
+}
+
+namespace {
+
+class ConfigFile : public ::testing::Test {
+ protected:
+   ConfigFile() : folder_( std::filesystem::temp_directory_path() / "maintsim-config-test" ) {
+      std::filesystem::create_directories( folder_ );
+   }
+   ~ConfigFile() override { std::filesystem::remove_all( folder_ ); }
+
+   std::string file( std::string const & name, std::string const & text ) const {
+      std::ofstream( folder_ / name ) << text;
+      return ( folder_ / name ).string();
+   }
+   // What maintsim prints, on either stream, and its exit status behind it.
+   std::string maintsim( std::string const & configFile, std::string const & lines ) const {
+      std::string const command = "'" RATEMON_MAINTSIM_PATH "' --config '" + configFile + "' '" +
+                                  file( "scenario.jsonl", lines ) + "' 2>&1; echo $?";
+      std::FILE * const pipe = ::popen( command.c_str(), "r" );
+      std::string text;
+      char chunk[4096];
+      for( std::size_t n = 0; ( n = std::fread( chunk, 1, sizeof chunk, pipe ) ) > 0; ) text.append( chunk, n );
+      ::pclose( pipe );
+      return text;
+   }
+
+   std::filesystem::path const folder_;
+};
+
+constexpr char const * yaml = R"(profiles:
+  p: { threshold: 100kbps }
+default-profile: p
+groups:
+  g: { interfaces: [eth0] }
+units:
+  fabric: { groups: [g] }
+)";
+
+}  // namespace
+
+TEST_F( ConfigFile, standsBeforeTheFirstLine ) {
+   std::string const lines = "{\"link\": {\"eth0\": \"up\"}}\n{\"start\": {}}\n{\"enter\": \"fabric\"}\n";
+   EXPECT_EQ( maintsim( file( "good.yaml", yaml ), lines ),
+              R"({"t": 1000, "request": "enter", "unit": "fabric", "result": "started", "generation": 1, "why": []})"
+              "\n0\n" );
+   std::string const bad = file( "bad.yaml", std::string( yaml ) + "colour: red\nunit: {}\n" );
+   EXPECT_THAT( maintsim( bad, lines ), AllOf( StartsWith( bad + ":8:1: " ), HasSubstr( "\n" + bad + ":9:1: " ),
+                                               EndsWith( "\n2\n" ), Not( HasSubstr( "request" ) ) ) );
+   EXPECT_EQ( maintsim( "/no/where.yaml", lines ), "maintsim: /no/where.yaml cannot be read\n2\n" );
+   EXPECT_EQ( maintsim( "/", lines ), "maintsim: / cannot be read\n2\n" );
+}
+
+}  // namespace Test
