@@ -79,6 +79,11 @@ int Box::stopMaintd( int signal ) {
    return exitStatus( std::exchange( maintd_, 0 ) );
 }
 
+void Box::changeConfig( std::string const & config ) {
+   file( "maintd.yaml", config );
+   ::kill( maintd_, SIGHUP );
+}
+
 pid_t Box::send( std::string const & link, int number, double bitsPerSecond ) {
    std::string const to = "10.9." + std::to_string( number ) + ".2";
    senders_.push_back( spawn(
@@ -103,20 +108,36 @@ Result Box::maintctl( std::vector<std::string> const & arguments ) const {
    return run( command );
 }
 
-boost::json::object Box::shown( std::string const & interface ) const {
-   auto const answer = boost::json::parse( maintctl( { "interfaces", "--json" } ).out );
-   for( auto const & row : answer.at( "interfaces" ).as_array() ) {
-      if( row.at( "interface" ).as_string() == interface ) return row.as_object();
+namespace {
+
+boost::json::object named( boost::json::value const & answer, char const * list, char const * key,
+                           std::string const & name ) {
+   for( auto const & row : answer.at( list ).as_array() ) {
+      if( row.at( key ).as_string() == name ) return row.as_object();
    }
-   throw std::runtime_error( "maintctl shows no interface " + interface );
+   throw std::runtime_error( "maintctl shows no " + std::string( key ) + " " + name );
 }
 
-std::string Box::state( std::string const & unit ) const {
-   auto const answer = boost::json::parse( maintctl( { "units", "--json" } ).out );
-   for( auto const & row : answer.at( "units" ).as_array() ) {
-      if( row.at( "unit" ).as_string() == unit ) return row.at( "state" ).as_string().c_str();
-   }
-   throw std::runtime_error( "maintctl shows no unit " + unit );
+}  // namespace
+
+boost::json::object Box::shown( std::string const & interface ) const {
+   return named( boost::json::parse( maintctl( { "interfaces", "--json" } ).out ), "interfaces", "interface",
+                 interface );
+}
+
+boost::json::object Box::shownUnit( std::string const & unit ) const {
+   return boost::json::parse( maintctl( { "status", unit, "--json" } ).out ).as_object();
+}
+
+boost::json::object Box::account( std::string const & unit, std::string const & interface ) const {
+   return named( shownUnit( unit ), "interfaces", "interface", interface );
+}
+
+std::string Box::state( std::string const & unit ) const { return text( shownUnit( unit ), "state" ); }
+
+std::string Box::text( boost::json::object const & object, char const * member ) {
+   auto const & value = object.at( member );
+   return value.is_null() ? std::string() : std::string( value.as_string() );
 }
 
 std::string Box::file( std::string const & name, std::string const & content ) const {

@@ -36,6 +36,8 @@ class Box : public PrivateNetwork {
                      std::string const & unreadFile = "" );
    // Sends it a signal and returns its exit status.
    int stopMaintd( int signal );
+   // Gives it another configuration and has it read that.
+   void changeConfig( std::string const & config );
    [[nodiscard]] pid_t send( std::string const & link, int number, double bitsPerSecond );
    static void stop( pid_t child );
 
@@ -43,7 +45,12 @@ class Box : public PrivateNetwork {
    [[nodiscard]] Result maintctl( std::vector<std::string> const & arguments ) const;
    // One interface as `maintctl interfaces --json` shows it.
    [[nodiscard]] boost::json::object shown( std::string const & interface ) const;
+   // One unit as `maintctl status UNIT --json` shows it, and the account of one of its interfaces in there.
+   [[nodiscard]] boost::json::object shownUnit( std::string const & unit ) const;
+   [[nodiscard]] boost::json::object account( std::string const & unit, std::string const & interface ) const;
    [[nodiscard]] std::string state( std::string const & unit ) const;
+   // Empty for null.
+   [[nodiscard]] static std::string text( boost::json::object const & object, char const * member );
 
    [[nodiscard]] std::string path( std::string const & name ) const { return directory_ + "/" + name; }
    std::string file( std::string const & name, std::string const & content ) const;  // its path

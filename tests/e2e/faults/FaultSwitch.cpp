@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "../../host/StatsFaults.h"
+#include "StatsFaults.h"
 
 namespace {
 
