@@ -6,9 +6,10 @@
 //
 // `sample` leaves the counters as they stand, so that nothing but the samples is measured. In `sampleWithFeed`
 // traffic flows: the table's rows are written once per turn before the first of them is read, as the agent does it.
-// Neither includes reading the kernel's statistics, nor a watcher of the records: each write asks whether anyone is
-// to be told, and nobody is. Framework trace lines are disabled and all ring trace levels enabled, which is the
-// default.
+// `sampleJudged` is that, and the service's ledger judges the account of each interface after every turn; less
+// `sampleWithFeed` it is what a judgement costs. None includes reading the kernel's statistics, nor a watcher of the
+// records: each write asks whether anyone is to be told, and nobody is. Framework trace lines are disabled and all ring
+// trace levels enabled, which is the default.
 //
 // An agent is set up once for all repetitions of a case. `setup_s` is the time which that takes, `bytes/monitored` by
 // how much the resident set grows per interface from the entry on, `bytes/interface` by how much it grows for the whole
@@ -24,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "evidence/Ledger.h"
 #include "kel/ActivityLoop.h"
 #include "plugin/Loader.h"
 #include "plugin/PluginContext.h"
@@ -80,6 +82,28 @@ class Agent {
 
    [[nodiscard]] double residentBeforeEntry() const { return residentBeforeEntry_; }  // bytes
 
+   // From now on the service's ledger has an account of every interface.
+   void ledgerIs() {
+      loop_.turn( [this] {
+         ledger_ = std::make_unique<Evidence::Ledger>( *database_, state_, quill_, []( IntfId ) { return ""; } );
+         Kel::Ptr<Evidence::Window> const window( new Evidence::Window( instanceName ) );
+         for( IntfId const intf : intfs_ ) window->intfIs( intf );
+         ledger_->windows()->windowIs( window );
+         ledger_->unitIs( unitName, intfs_, window );
+      } );
+      // Two samples whose counters were read make the first reading.
+      intervalPasses();
+      intervalPasses();
+   }
+   // Judged by its latest sample: nothing is left for a later turn.
+   [[nodiscard]] bool allJudged() const {
+      auto const unit = ledger_->accounts()->unit( unitName );
+      return std::all_of( intfs_.begin(), intfs_.end(), [&]( IntfId intf ) {
+         auto const account = unit->account( intf );
+         return account->verdict() == Evidence::Verdict::loud &&
+                account->lastLoud().time == monitored( intf )->lastSampleTime();
+      } );
+   }
    // From now on every turn that samples finds the rows grown.
    void feedIs() {
       quill_->refresherIs( [this]( auto ) {
@@ -153,23 +177,26 @@ class Agent {
    KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
    Kel::Ptr<KelQuill::EntityManager> const quill_ = new KelQuill::EntityManager( writer_.table() );
    Maintenance::PluginContext context_{ pluginDir_, database_, quill_ };
+   std::unique_ptr<Evidence::Ledger> ledger_;
    uint64_t octets_ = 0;
    double residentBeforeEntry_ = 0;  // bytes
 };
+
+enum class With { nothing, feed, ledger };
 
 // An agent with what it took to set it up.
 struct Measured {
    std::unique_ptr<Agent> agent;
    int64_t intfCount = 0;
-   bool fed = false;
+   With with = With::nothing;
    double setUpSeconds = 0;
    double bytesPerInterface = 0, bytesPerMonitored = 0;
 };
 
 Measured current;  // one at a time, since the loop is the process's
 
-void currentIs( int64_t intfCount, bool fed ) {
-   if( current.agent && current.intfCount == intfCount && current.fed == fed ) return;
+void currentIs( int64_t intfCount, With with ) {
+   if( current.agent && current.intfCount == intfCount && current.with == with ) return;
    current = {};
    double const residentAtStart = residentBytes();
    auto const begin = std::chrono::steady_clock::now();
@@ -178,16 +205,18 @@ void currentIs( int64_t intfCount, bool fed ) {
    double const resident = residentBytes();
    auto const count = static_cast<double>( intfCount );
    double const perMonitored = ( resident - agent->residentBeforeEntry() ) / count;
-   if( fed ) agent->feedIs();
-   current = { std::move( agent ), intfCount, fed, took.count(), ( resident - residentAtStart ) / count, perMonitored };
+   if( with != With::nothing ) agent->feedIs();
+   if( with == With::ledger ) agent->ledgerIs();
+   current = { std::move( agent ), intfCount, with, took.count(), ( resident - residentAtStart ) / count,
+               perMonitored };
 }
 
 benchmark::Counter timePerSample( int64_t samples ) {
    return { static_cast<double>( samples ), benchmark::Counter::kIsRate | benchmark::Counter::kInvert };
 }
 
-void measure( benchmark::State & state, bool fed ) {
-   currentIs( state.range( 0 ), fed );
+void measure( benchmark::State & state, With with ) {
+   currentIs( state.range( 0 ), with );
    Agent & agent = *current.agent;
    int64_t const before = agent.samples();
    for( auto _ : state ) agent.intervalPasses();
@@ -196,6 +225,7 @@ void measure( benchmark::State & state, bool fed ) {
       state.SkipWithError( "not every interface was sampled in every interval" );
       return;
    }
+   if( with == With::ledger && !agent.allJudged() ) return state.SkipWithError( "not every account was judged" );
    state.SetItemsProcessed( samples );
    state.counters["time/sample"] = timePerSample( samples );
    state.counters["setup_s"] = current.setUpSeconds;
@@ -203,8 +233,9 @@ void measure( benchmark::State & state, bool fed ) {
    state.counters["bytes/monitored"] = current.bytesPerMonitored;
 }
 
-void sample( benchmark::State & state ) { measure( state, false ); }
-void sampleWithFeed( benchmark::State & state ) { measure( state, true ); }
+void sample( benchmark::State & state ) { measure( state, With::nothing ); }
+void sampleWithFeed( benchmark::State & state ) { measure( state, With::feed ); }
+void sampleJudged( benchmark::State & state ) { measure( state, With::ledger ); }
 
 // The same work by hand, the least that it can cost: a hashed wheel of rings, one plain struct for each interface, one
 // sum of unsigned numbers, and a ring of binary messages.
@@ -314,6 +345,7 @@ void sizes( benchmark::internal::Benchmark * bench ) {
 BENCHMARK( byHand )->Apply( sizes );
 BENCHMARK( sample )->Apply( sizes );
 BENCHMARK( sampleWithFeed )->Arg( 100 )->Arg( 1000 )->Arg( 10'000 )->Arg( 100'000 )->Unit( benchmark::kMicrosecond );
+BENCHMARK( sampleJudged )->Arg( 100 )->Arg( 1000 )->Arg( 10'000 )->Unit( benchmark::kMicrosecond );
 
 }  // namespace
 
