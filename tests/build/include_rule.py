@@ -24,13 +24,15 @@ REACH = {
     "report": {"platform"},
     "service": {"platform", "service"},
     "service/config": set(),
-    "service/units": {"platform", "config"},
+    "service/evidence": {"platform"},
+    "service/links": {"platform"},
+    "service/units": {"platform", "config", "evidence", "links"},
     "host": {"platform", "report", "service", "host"},
     "host/linux": set(),
-    "sim": {"platform", "report", "sim"},
-    "sim/world": {"platform"},
-    "sim/scenario": {"platform", "world"},
-    "cli": {"report", "platform"},
+    "sim": {"platform", "report", "service", "sim"},
+    "sim/world": {"platform", "service"},
+    "sim/scenario": {"platform", "service", "world"},
+    "cli": {"report", "platform", "cli"},
 }
 
 
