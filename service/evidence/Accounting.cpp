@@ -26,7 +26,14 @@ void Subject::onReading( Run::Step const & step ) {
       if( !run.loud() ) continue;
       LoudReading const loud = Run::loudReading( run.rates(), *run.lastReading() );
       p->record->lastLoudIs( loud );
-      if( !step.becameLoud ) continue;
+   }
+   if( step.becameLoud ) handleSpike();
+}
+
+// What is told of in a window may be heard by somebody who closes accounts, so here and below copies are iterated over.
+void Subject::handleSpike() {
+   LoudReading const loud = Run::loudReading( watched.run().rates(), Kel::now() );
+   for( auto const & p : std::vector( places ) ) {
       // On the way in traffic is expected; only what comes back is a spike.
       if( accounting.sources().unitState( p->book->record->unitName() ) != State::inMaintenance ) continue;
       p->record->spikesInc( 1 );
@@ -35,7 +42,7 @@ void Subject::onReading( Run::Step const & step ) {
 }
 
 void Subject::onBreak() {
-   for( auto const & p : places ) {
+   for( auto const & p : std::vector( places ) ) {
       // A unit on its way out ends the monitoring itself, and asks for no proof any more.
       if( !accounting.wantsProof( *p->book ) ) continue;
       p->record->breaksInc( 1 );
@@ -44,7 +51,7 @@ void Subject::onBreak() {
 }
 
 void Subject::onIntfEvent( char const * kind, std::string const & text ) {
-   for( auto const & p : places ) p->recorder.eventIs( kind, text );
+   for( auto const & p : std::vector( places ) ) p->recorder.eventIs( kind, text );
 }
 
 Place::Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
@@ -174,12 +181,14 @@ Place const * Accounting::place( Kel::Name const & unit, Lumo::IntfId intf ) con
 
 void Accounting::unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const & intfs,
                          Kel::Ptr<Window> const & window ) {
+   Kel::Dispatch const dispatch;  // what handlers close below is not freed before this is through
    auto & kept = books_[unit];
    if( !kept ) kept = new UnitBook( unit );
    auto const b = kept;  // the entry may go as handlers run
    for( auto const & p : std::vector( b->places ) ) {
       if( std::ranges::find( intfs, p->watched().intf() ) == intfs.end() ) closePlace( p );
    }
+   if( !b->open ) return;  // whoever heard of an account that went was done with the unit
    for( Lumo::IntfId const intf : intfs ) {
       if( place( unit, intf ) ) continue;
       auto const s = subject( intf );
@@ -206,7 +215,7 @@ void Accounting::unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const
 }
 
 void Accounting::closePlace( Kel::Ptr<Place> const & p ) {
-   p->open = false;
+   if( !std::exchange( p->open, false ) ) return;  // by a handler of another that was closed
    UnitBook & b = *p->book;
    if( !p->judged || !p->judgement.settled ) --b.unsettled;
    if( p->judged && p->judgement.verdict == Verdict::loud ) --b.loud;
@@ -218,12 +227,14 @@ void Accounting::closePlace( Kel::Ptr<Place> const & p ) {
 }
 
 void Accounting::unitDel( Kel::Name const & unit ) {
+   Kel::Dispatch const dispatch;
    auto const b = book( unit );
    if( !b ) return;
    books_.erase( unit );
    b->open = false;
    for( auto const & p : std::vector( b->places ) ) closePlace( p );
-   accounts_->unitDel( unit );
+   // Unless the unit has been entered once more meanwhile.
+   if( accounts_->unit( unit ) == b->record ) accounts_->unitDel( unit );
 }
 
 void Accounting::forgetUnused( Subject & s ) {
@@ -235,6 +246,7 @@ void Accounting::forgetUnused( Subject & s ) {
 // Judging
 
 void Accounting::judge( UnitBook & b ) {
+   Kel::Dispatch const dispatch;
    if( allTouched_ ) judgeTouched();
    // Also what told nobody of its change; and what has told and waits for its turn, where this is asked by a handler of
    // another account.
@@ -255,14 +267,15 @@ void Accounting::judgeTouched() {
       membersMoved_ = false;
    }
    auto subjects = std::exchange( touched_, {} );
-   // One after the other, while what each rests on is at hand: an account depends on its own interface alone.
+   // All that changed is applied before the first account is judged.
    for( auto const & s : subjects ) {
       s->touched = false;
       apply( *s );
+   }
+   for( auto const & s : subjects ) {
       judgeSubject( *s );
       forgetUnused( *s );
    }
-   // A unit depends on them all.
    for( auto const & b : std::exchange( touchedBooks_, {} ) ) {
       if( b->open ) judgeUnit( *b );
    }

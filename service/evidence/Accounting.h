@@ -39,6 +39,7 @@ struct Subject final : Kel::PtrInterface, WatchedListener {
    void onReading( Run::Step const & step ) override;
    void onBreak() override;
    void onIntfEvent( char const * kind, std::string const & text ) override;
+   void handleSpike();
 
    Accounting & accounting;
    std::vector<Kel::Ptr<Place>> places;

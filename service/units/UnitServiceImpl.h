@@ -82,6 +82,7 @@ class UnitService::Impl final {
    InstancePtr newInstance( Maintenance::Unit::Status & unit, Op op, Kel::Ptr<Evidence::Window> const & window );
    void start( InstancePtr const & i );
    void giveUp( Instance & former );
+   void stateIs( Instance const & i, State state );
    void removeInstance( Instance const & i );
    [[nodiscard]] Maintenance::StageState & stageState( Op op ) const;
    [[nodiscard]] std::vector<Config::Stage> const & stagesOf( Op op ) const;

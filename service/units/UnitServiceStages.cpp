@@ -59,7 +59,7 @@ UnitService::Impl::InstancePtr UnitService::Impl::newInstance( Maintenance::Unit
 
 void UnitService::Impl::start( InstancePtr const & i ) {
    // Of the generation, the instance and the state only the state notifies, and whoever hears of it reads the others.
-   parts_.state.unitStatus->status( i->unit )->stateIs( i->op == Op::enter ? State::entering : State::leaving );
+   stateIs( *i, i->op == Op::enter ? State::entering : State::leaving );
    // After the state, by which units take precedence, and before the stage: the monitors that it starts, or leaves to
    // other units, take the profile that is selected then.
    parts_.config.selectProfiles();
@@ -68,6 +68,11 @@ void UnitService::Impl::start( InstancePtr const & i ) {
    // instance has no status looks like one that was left behind.
    stageState( i->op ).completion->statusIs( i->name );
    if( current( i ) ) beginStage( i );
+}
+
+// Of a unit whose record a handler has taken away there is no state to write.
+void UnitService::Impl::stateIs( Instance const & i, State state ) {
+   if( auto const unit = parts_.state.unitStatus->status( i.unit ) ) unit->stateIs( state );
 }
 
 void UnitService::Impl::removeInstance( Instance const & i ) {
@@ -225,7 +230,7 @@ void UnitService::Impl::finishEnter( InstancePtr const & i ) {
    i->window->enteredIs( Kel::now() );
    // Profiles are not selected anew: a unit in maintenance has the precedence of one that enters, and one that leaves
    // no more than an active one.
-   parts_.state.unitStatus->status( i->unit )->stateIs( State::inMaintenance );
+   stateIs( *i, State::inMaintenance );
    removeInstance( *i );
 }
 
@@ -235,7 +240,7 @@ void UnitService::Impl::finishExit( InstancePtr const & i ) {
    book_.end( *i->window, outcomeOf( *i->window ) );
    parts_.ledger.unitDel( i->unit );
    parts_.config.leftOutIs( i->unit.str(), {} );
-   parts_.state.unitStatus->status( i->unit )->stateIs( State::active );
+   stateIs( *i, State::active );
    removeInstance( *i );
 }
 
@@ -244,7 +249,7 @@ void UnitService::Impl::fail( InstancePtr const & i ) {
    running_.erase( i->unit );
    book_.end( *i->window, Ended::failed );
    parts_.ledger.unitDel( i->unit );
-   parts_.state.unitStatus->status( i->unit )->stateIs( State::failed );
+   stateIs( *i, State::failed );
    removeInstance( *i );
 }
 
