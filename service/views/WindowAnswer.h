@@ -5,6 +5,7 @@
 // time, interfaces in the order of their names.
 #pragma once
 
+#include "evidence/Windows.h"
 #include "views/Answers.h"
 
 namespace Service {
@@ -22,15 +23,6 @@ struct WindowStageAnswer {
    KEL_VALUE_END( WindowStageAnswer )
 };
 
-// Something that happened to an interface.
-struct WindowEventAnswer {
-   KEL_VALUE( WindowEventAnswer, "WindowEventAnswer" )
-   KEL_FIELD( double, time )
-   KEL_FIELD( Text, kind )  // "break", "spike", "link", "shutdown", "verdict"
-   KEL_FIELD( Text, text )
-   KEL_VALUE_END( WindowEventAnswer )
-};
-
 // What was known of an interface when a stage ended.
 struct WindowVerdictAnswer {
    KEL_VALUE( WindowVerdictAnswer, "WindowVerdictAnswer" )
@@ -39,43 +31,18 @@ struct WindowVerdictAnswer {
    KEL_VALUE_END( WindowVerdictAnswer )
 };
 
-// The samples that fell into one cell of time. A time that no cell covers was not measured.
-struct WindowRateAnswer {
-   KEL_VALUE( WindowRateAnswer, "WindowRateAnswer" )
-   KEL_FIELD( double, from )
-   KEL_FIELD( double, to )
-   KEL_FIELD( double, inLow )
-   KEL_FIELD( double, inMean )
-   KEL_FIELD( double, inHigh )
-   KEL_FIELD( double, outLow )
-   KEL_FIELD( double, outMean )
-   KEL_FIELD( double, outHigh )
-   KEL_VALUE_END( WindowRateAnswer )
-};
-
-// The values by which an interface is judged, as they were last in force.
-struct WindowProfileAnswer {
-   KEL_VALUE( WindowProfileAnswer, "WindowProfileAnswer" )
-   KEL_FIELD( Text, profile )
-   KEL_FIELD( double, thresholdBitsRate )
-   KEL_FIELD( double, sampleIntervalSeconds )
-   KEL_FIELD( double, loadIntervalSeconds )
-   KEL_FIELD( bool, shutdown )
-   KEL_VALUE_END( WindowProfileAnswer )
-};
-
 struct WindowInterfaceAnswer {
    KEL_VALUE( WindowInterfaceAnswer, "WindowInterfaceAnswer" )
    KEL_FIELD( Text, interface )
-   KEL_FIELD( bool, leftOut )  // of the proof
-   KEL_FIELD( bool, seen )     // a link of that name, at some time since the request
-   KEL_FIELD( Maybe<WindowProfileAnswer>, profile )
-   KEL_FIELD( uint32_t, breaks )       // of runs of quiet readings
-   KEL_FIELD( uint32_t, spikes )       // times that traffic came back in maintenance
+   KEL_FIELD( bool, leftOut )                             // of the proof
+   KEL_FIELD( bool, seen )                                // a link of that name, at some time since the request
+   KEL_FIELD( Maybe<Evidence::ProfileInForce>, profile )  // as it was last in force
+   KEL_FIELD( uint32_t, breaks )                          // of runs of quiet readings
+   KEL_FIELD( uint32_t, spikes )                          // times that traffic came back in maintenance
    KEL_FIELD( uint32_t, totalEvents )  // all there were; the first and the last of them are in the list
-   KEL_FIELD( List<WindowEventAnswer>, events )
+   KEL_FIELD( List<Evidence::IntfEvent>, events )
    KEL_FIELD( List<WindowVerdictAnswer>, verdicts )
-   KEL_FIELD( List<WindowRateAnswer>, rates )
+   KEL_FIELD( List<Evidence::RateCell>, rates )  // a time that no cell covers was not measured
    KEL_VALUE_END( WindowInterfaceAnswer )
 };
 

@@ -43,24 +43,8 @@ WindowStageAnswer stageAnswer( uint32_t number, Evidence::StageRun const & run )
             .result = word( run.result ) };
 }
 
-Maybe<WindowProfileAnswer> profileAnswer( Evidence::ProfileInForce const & profile ) {
-   if( profile == Evidence::ProfileInForce{} ) return std::nullopt;
-   return WindowProfileAnswer{ .profile = profile.profile,
-                               .thresholdBitsRate = profile.thresholdBitsRate,
-                               .sampleIntervalSeconds = profile.sampleIntervalSeconds,
-                               .loadIntervalSeconds = profile.loadIntervalSeconds,
-                               .shutdown = profile.shutdown };
-}
-
-WindowRateAnswer rateAnswer( Evidence::RateCell const & cell ) {
-   return { .from = cell.from,
-            .to = cell.to,
-            .inLow = cell.inLow,
-            .inMean = cell.inMean,
-            .inHigh = cell.inHigh,
-            .outLow = cell.outLow,
-            .outMean = cell.outMean,
-            .outHigh = cell.outHigh };
+Maybe<Evidence::ProfileInForce> profileAnswer( Evidence::ProfileInForce const & profile ) {
+   return profile == Evidence::ProfileInForce{} ? std::nullopt : Maybe<Evidence::ProfileInForce>( profile );
 }
 
 WindowInterfaceAnswer interfaceAnswer( WindowIntf const & intf ) {
@@ -72,12 +56,12 @@ WindowInterfaceAnswer interfaceAnswer( WindowIntf const & intf ) {
                                  .spikes = intf.spikes(),
                                  .totalEvents = intf.totalEvents() };
    for( auto const & [number, event] : ordered<uint32_t, Evidence::IntfEvent>( intf.eventIteratorConst() ) ) {
-      answer.events.push_back( { .time = event.time, .kind = event.kind, .text = event.text } );
+      answer.events.push_back( event );
    }
    for( auto const & [number, verdict] : ordered<uint32_t, Evidence::Verdict>( intf.verdictAtIteratorConst() ) ) {
       answer.verdicts.push_back( { .stageNumber = number, .verdict = word( verdict ) } );
    }
-   for( Evidence::RateCell const & cell : intf.rates() ) answer.rates.push_back( rateAnswer( cell ) );
+   answer.rates = intf.rates();
    return answer;
 }
 

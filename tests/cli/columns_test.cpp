@@ -23,7 +23,7 @@ TEST( Columns, showMembersThatTheAnswersDeclare ) {
       { "interfaces", interfaceColumns, received( Service::InterfaceAnswer() ) },
       { "stages", stageColumns, received( Service::WindowStageAnswer() ) },
       { "interfaces of a window", windowInterfaceColumns, received( Service::WindowInterfaceAnswer() ) },
-      { "events of a window", windowEventColumns, received( Service::WindowEventAnswer() ) },
+      { "events of a window", windowEventColumns, received( Evidence::IntfEvent() ) },
    };
    for( auto const & [table, columns, declared] : tables ) {
       EXPECT_GE( columns.size(), 3u ) << table;

@@ -34,7 +34,7 @@ WindowInterfaceAnswer up1() {
    WindowInterfaceAnswer intf;
    intf.interface = "up1";
    intf.seen = true;
-   intf.profile = Service::WindowProfileAnswer{ "quick", 100e3, 1, 5, false };
+   intf.profile = Evidence::ProfileInForce{ "quick", 100e3, 1, 5, false };
    intf.breaks = 1;
    intf.totalEvents = 2;
    intf.events = { { 1004, "break", "out 3 Mbps" }, { 1003, "verdict", "quiet" } };

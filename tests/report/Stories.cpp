@@ -9,15 +9,15 @@
 
 namespace Test {
 
+using Evidence::ProfileInForce;
 using Service::WindowAnswer;
 using Service::WindowInterfaceAnswer;
-using Service::WindowProfileAnswer;
 
 namespace {
 
 using Traffic = std::function<double( double )>;  // bit/s at a time
 
-WindowProfileAnswer const usual{ "default", 1e5, 10, 60, false };
+ProfileInForce const usual{ "default", 1e5, 10, 60, false };
 
 Traffic until( double end, double before, double after ) {
    return [=]( double t ) { return t < end ? before : after; };
@@ -130,7 +130,7 @@ WindowAnswer completed() {
    event( eth1, begin + 2220, "break", "in 2.9 Mbps, not below 100 kbps" );
    event( eth1, begin + 2220, "spike", "in 2.9 Mbps, not below 100 kbps" );
    auto eth2 = link( "eth2" );
-   eth2.profile = WindowProfileAnswer{ "uplink", 1e6, 5, 30, true };
+   eth2.profile = ProfileInForce{ "uplink", 1e6, 5, 30, true };
    measure( eth2, begin, begin + 300, 5, until( begin + 220, 7e8, 4e4 ), until( begin + 235, 3e9, 9e4 ), 3 );
    verdicts( eth2, { "loud", "quiet", "held", "down", "waiting" } );
    event( eth2, begin + 240, "verdict", "quiet" );
