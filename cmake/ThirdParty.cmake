@@ -1,11 +1,13 @@
 # The third-party libraries, all from Debian packages (tools/install-packages has the same list). A folder names those it uses
-# under EXTERNAL: Boost::headers, Boost::json, CLI11::CLI11, yaml-cpp, PkgConfig::mnl, PkgConfig::systemd.
+# under EXTERNAL: Boost::headers, Boost::json, Boost::url, CLI11::CLI11, yaml-cpp, SQLite::SQLite3, PkgConfig::mnl,
+# PkgConfig::systemd.
 # platform/ and MaintenancePlugin/ use none.
 
 find_package( PkgConfig REQUIRED )
-find_package( Boost 1.81 CONFIG REQUIRED COMPONENTS headers json )
+find_package( Boost 1.81 CONFIG REQUIRED COMPONENTS headers json url )
 find_package( CLI11 CONFIG REQUIRED )
 find_package( yaml-cpp CONFIG REQUIRED )
+find_package( SQLite3 3.37 REQUIRED )  # tables that are STRICT
 pkg_check_modules( mnl REQUIRED IMPORTED_TARGET libmnl )
 pkg_check_modules( systemd REQUIRED IMPORTED_TARGET libsystemd )
 
