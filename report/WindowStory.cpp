@@ -65,6 +65,7 @@ void read( StoryStage & stage, Value const & from ) {
    take( stage.ended, from, "ended" );
    take( stage.deadlinePassed, from, "deadlinePassed" );
    take( stage.result, from, "result" );
+   take( stage.why, from, "why" );
 }
 
 void read( StoryEvent & event, Value const & from ) {

@@ -22,6 +22,7 @@ struct StoryStage {
    std::optional<double> ended;
    std::optional<double> deadlinePassed;
    std::string result;
+   std::optional<std::string> why;  // how its hook failed
 
    [[nodiscard]] bool late() const { return deadlinePassed || result == "timed out"; }
 };

@@ -74,9 +74,10 @@ std::string resultHtml( StoryStage const & stage ) {
    bool const bad = stage.result == "failed" || stage.result == "timed out";
    char const * const tone = bad ? "bad" : stage.result == "done" ? "good" : "warn";
    char const * const shape = bad ? "v-bad" : stage.result == "done" ? "v-good" : "v-under";
-   return element(
-      "span", std::string( "class=\"word " ) + tone + "\"",
-      "<svg aria-hidden=\"true\"><use href=\"#" + std::string( shape ) + "\"/></svg>" + escapedHtml( stage.result ) );
+   return element( "span", std::string( "class=\"word " ) + tone + "\"",
+                   "<svg aria-hidden=\"true\"><use href=\"#" + std::string( shape ) + "\"/></svg>" +
+                      escapedHtml( stage.result ) ) +
+          ( stage.why ? element( "div", "class=\"soft\"", escapedHtml( *stage.why ) ) : "" );
 }
 
 std::string peakHtml( std::optional<StoryIntf::Peak> const & peak, double StoryIntf::Peak::*bits, bool proven ) {

@@ -142,7 +142,8 @@ void addDeadlines( std::vector<Sentence> & lines, WindowStory const & story, Mom
          text +=
             "ran out of time" + ( when ? " at " + moments.brief( *when ) : "" ) + ": " + consequence( story, stage );
       } else {
-         text += "failed" + ( stage.ended ? " at " + moments.brief( *stage.ended ) : "" );
+         text += "failed" + ( stage.ended ? " at " + moments.brief( *stage.ended ) : "" ) +
+                 ( stage.why ? ": " + escapedHtml( *stage.why ) : "" );
       }
       lines.push_back( { Tone::warn, text + "." } );
    }

@@ -20,9 +20,9 @@ namespace Evidence {
 enum class Outcome : uint8_t {
    underway = 0,    // the unit is still in it
    completed = 1,   // entered, with every stage done, and left
-   deadline = 2,    // entered although a stage had run out of time ("continue"), and left
+   deadline = 2,    // entered although a stage had run out of time or failed ("continue"), and left
    rolledBack = 3,  // a stage ran out of time or failed, and the unit was brought back
-   failed = 4,      // a hook of the exit failed
+   failed = 4,      // a hook of the exit failed or ran out of time
    abandoned = 5,   // asked to leave before it had entered, or taken away with the configuration
 };
 
@@ -53,7 +53,8 @@ constexpr char const * enumName( StageResult r ) {
 }
 KEL_ENUM_PRINTS( StageResult )
 
-// One stage as it went. A stage on "hold" that passes its deadline goes on running, and notes when that was.
+// One stage as it went. A stage on "hold" that passes its deadline goes on running, and notes when that was. A hook on
+// "hold" that fails is run again, so a stage that runs or is done may have a reason, too: that of the last failure.
 struct StageRun {
    KEL_VALUE( StageRun, "Evidence::StageRun" )
    KEL_FIELD( Kel::String8, stage )
@@ -62,6 +63,7 @@ struct StageRun {
    KEL_FIELD( double, ended )           // 0 while it runs
    KEL_FIELD( double, deadlinePassed )  // 0: it has not
    KEL_FIELD( StageResult, result )
+   KEL_FIELD( Kel::String8, why )  // its hook has failed; empty: it has not
    KEL_VALUE_END( StageRun )
 };
 

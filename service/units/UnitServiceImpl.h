@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "kel/ReactorMap.h"
+#include "state/TurnEndRank.h"
 #include "units/UnitService.h"
 #include "units/WindowBook.h"
 
@@ -29,6 +30,9 @@ class UnitService::Impl final {
    Answer exit( std::string const & unit, std::string const & requestedBy );
    [[nodiscard]] Answer wouldEnter( std::string const & unit, std::vector<std::string> const & without ) const;
    [[nodiscard]] std::string neverProven( Lumo::IntfId intf ) const;
+   [[nodiscard]] std::vector<Lumo::IntfId> shutBy( std::string const & unit,
+                                                   std::vector<std::string> const & without ) const;
+   [[nodiscard]] std::string neverShut( Lumo::IntfId intf ) const;
    [[nodiscard]] std::string stage( Kel::Name const & unit ) const;
    [[nodiscard]] Kel::Ptr<Evidence::Window const> window( Kel::Name const & unit ) const { return book_.last( unit ); }
    [[nodiscard]] std::vector<std::string> refusals( Config::Config const & config ) const;
@@ -60,8 +64,10 @@ class UnitService::Impl final {
       std::optional<uint32_t> run;  // number in the window of the stage that runs; none between two stages
       Hook hook = Hook::none;
       std::string failure;              // of a hook that is over; empty when it succeeded
+      unsigned failures = 0;            // of the stage's hook, while it is run again and again
+      double runAgain = 0;              // s; the hook is not run before
       double deadline = Kel::never;     // s; `never` also when it has passed and the stage goes on
-      std::unique_ptr<Deadline> timer;  // while a stage with a deadline runs
+      std::unique_ptr<Deadline> timer;  // for the deadline, or for the hook's next run
    };
    using InstancePtr = std::shared_ptr<Instance>;
 
@@ -94,10 +100,13 @@ class UnitService::Impl final {
    void runHook( InstancePtr const & i );
    void giveUpHook( Instance & i );
    void armDeadline( Instance & i, double began );
-   [[nodiscard]] std::optional<Evidence::StageResult> stageOver( Instance const & i );
+   [[nodiscard]] bool stageOver( Instance const & i );
    void passDeadline( InstancePtr const & i );
+   void handleHookFailure( InstancePtr const & i, Evidence::StageResult result, std::string const & why );
+   void runHookAgain( InstancePtr const & i, bool late );
    void endStage( InstancePtr const & i, Evidence::StageResult result );
    void goOn( InstancePtr const & i, Evidence::StageResult result );
+   void bringBack( InstancePtr const & i, Evidence::StageResult result );
    void finish( InstancePtr const & i );
    void finishEnter( InstancePtr const & i );
    void finishExit( InstancePtr const & i );
@@ -119,6 +128,7 @@ class UnitService::Impl final {
    void abandonWindows();
    void removeStrayInstances();
 
+   void handleUnitDel( Kel::Name const & unit );
    void handleReady( Evidence::UnitAccounts const & unit );
    void handleDisturbed( Evidence::UnitAccounts const & unit );
 
@@ -138,7 +148,7 @@ class UnitService::Impl final {
 // Stages go on at the end of the turn, when the accounts have been judged.
 class UnitService::Impl::Advance final : public Kel::TurnEnd {
  public:
-   explicit Advance( Impl & owner ) : TurnEnd( Evidence::stagesGoOn ), owner_( owner ) {}
+   explicit Advance( Impl & owner ) : TurnEnd( Maintenance::stagesGoOn ), owner_( owner ) {}
    void onTurnEnd() override { owner_.advance(); }
 
  private:

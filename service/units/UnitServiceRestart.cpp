@@ -113,6 +113,8 @@ void UnitService::Impl::goOnAfterRestart( Instance & i ) {
       StageRun const run = *i.window->stageRun( *i.run );
       Config::Stage const & stage = i.stages[i.at];
       if( !stage.run.empty() ) i.hook = Hook::toRun;
+      // One that is held has its time anew each time that it is run.
+      if( !run.why.empty() ) i.failures = 1;
       // A clock that was started anew, with the machine, tells nothing of the time before: the stage has all its time
       // once more.
       if( run.deadlinePassed == 0 ) armDeadline( i, std::min( run.began, Kel::now() ) );
@@ -143,6 +145,18 @@ void UnitService::Impl::abandonWindows() {
       if( staying && book_.last( window->unit() ) == window ) continue;
       book_.end( *window, Ended::abandoned );
    }
+}
+
+// A configuration takes away only units that are active. Whoever else deletes the record of one ends its stay.
+void UnitService::Impl::handleUnitDel( Kel::Name const & unit ) {
+   InstancePtr const i = find( unit );
+   running_.erase( unit );
+   abandonWindows();
+   parts_.ledger.unitDel( unit );
+   if( !i ) return;
+   i->timer.reset();
+   giveUpHook( *i );
+   removeInstance( *i );
 }
 
 // Records of instances that are nobody's.

@@ -1,4 +1,7 @@
 // How an instance goes on from stage to stage, and what becomes of the unit at its end.
+#include <algorithm>
+#include <cmath>
+
 #include "kel/QuantityText.h"
 #include "records/Names.h"
 #include "units/UnitServiceImpl.h"
@@ -36,8 +39,7 @@ uint32_t UnitService::Impl::nextGeneration( Maintenance::Unit::Status const & un
    return std::max( unit.genId(), window ? std::max( window->generation(), window->exitGeneration() ) : 0 ) + 1;
 }
 
-// In the table, in the place of one that is there, and with its generation in the unit's record: nobody is told of
-// either.
+// In the table, in the place of one that is there, and with its generation in the unit's record.
 UnitService::Impl::InstancePtr UnitService::Impl::newInstance( Maintenance::Unit::Status & unit, Op op,
                                                                Kel::Ptr<Window> const & window ) {
    auto const i = std::make_shared<Instance>();
@@ -47,13 +49,14 @@ UnitService::Impl::InstancePtr UnitService::Impl::newInstance( Maintenance::Unit
    i->name = Maintenance::Unit::StageMgrInstKey( i->unit, i->generation ).instanceName();
    i->stages = stagesOf( op );
    i->window = window;
+   // First, so that whoever is told of what is written now, and asks for something himself, finds it under way.
+   running_[i->unit] = i;
    unit.genIdIs( i->generation );
    if( op == Op::enter ) {
       unit.maintEnterInstanceNameIs( i->name );
    } else {
       unit.maintExitInstanceNameIs( i->name );
    }
-   running_[i->unit] = i;
    return i;
 }
 
@@ -110,10 +113,11 @@ void UnitService::Impl::advance() {
 
 void UnitService::Impl::advance( InstancePtr const & i ) {
    if( !i->run ) return i->at < i->stages.size() ? beginStage( i ) : finish( i );
-   if( i->hook == Hook::toRun && !restoring_ ) runHook( i );
+   if( i->hook == Hook::toRun && !restoring_ && Kel::now() >= i->runAgain ) runHook( i );
    if( !current( i ) || !i->run ) return;
    // Whether it is over comes before its deadline: a stage that is over at that very moment is over.
-   if( auto const result = stageOver( *i ) ) return goOn( i, *result );
+   if( stageOver( *i ) ) return goOn( i, StageResult::done );
+   if( i->hook == Hook::over ) return handleHookFailure( i, StageResult::failed, i->failure );
    if( Kel::now() >= i->deadline ) passDeadline( i );
 }
 
@@ -122,6 +126,8 @@ void UnitService::Impl::beginStage( InstancePtr const & i ) {
    Kel::String8 const name( stage.name );
    i->hook = stage.run.empty() ? Hook::none : Hook::toRun;
    i->failure.clear();
+   i->failures = 0;
+   i->runAgain = 0;
    i->run = WindowBook::nextRun( *i->window );
    armDeadline( *i, Kel::now() );
    // It may be over at once; a hook is run then, too, when all that is written here has been heard.
@@ -146,6 +152,7 @@ void UnitService::Impl::armDeadline( Instance & i, double began ) {
 void UnitService::Impl::runHook( InstancePtr const & i ) {
    i->hook = Hook::running;
    Config::Stage const & stage = i->stages[i->at];
+   if( i->failures > 0 ) armDeadline( *i, Kel::now() );
    // The instance is kept no longer than the table keeps it, and the run tells one hook of it from the next.
    auto const done = [this, weak = std::weak_ptr( i ), run = i->run]( std::string const & failure ) {
       auto const instance = weak.lock();
@@ -157,52 +164,87 @@ void UnitService::Impl::runHook( InstancePtr const & i ) {
    parts_.hooks.run( { stage.name, stage.run, i->unit.str(), i->op, i->generation }, done );
 }
 
-// How the stage that runs has ended; none while it has not.
-std::optional<StageResult> UnitService::Impl::stageOver( Instance const & i ) {
+// Whether the stage that runs is done.
+bool UnitService::Impl::stageOver( Instance const & i ) {
    Config::Stage const & stage = i.stages[i.at];
-   if( !stage.run.empty() ) {
-      if( i.hook != Hook::over ) return std::nullopt;
-      return i.failure.empty() ? StageResult::done : StageResult::failed;
-   }
-   bool const over = stage.name == Maintenance::verifyStage
-                        ? parts_.ledger.ready( i.unit )
-                        : stageState( i.op ).agentStatus->complete(
-                             Stage::AgentStatusKey{ Kel::String8( stage.name ), i.name } ) != nullptr;
-   return over ? std::optional( StageResult::done ) : std::nullopt;
+   if( !stage.run.empty() ) return i.hook == Hook::over && i.failure.empty();
+   if( stage.name == Maintenance::verifyStage ) return parts_.ledger.ready( i.unit );
+   Stage::AgentStatusKey const mark{ Kel::String8( stage.name ), i.name };
+   return stageState( i.op ).agentStatus->complete( mark ) != nullptr;
 }
 
 void UnitService::Impl::passDeadline( InstancePtr const & i ) {
    Config::Stage const & stage = i->stages[i->at];
-   std::string const late = stage.name + " is not over after " + durationText( *stage.timeoutSeconds ) + ": ";
+   std::string const late = "not over after " + durationText( *stage.timeoutSeconds );
    i->deadline = Kel::never;
+   if( !stage.run.empty() ) return handleHookFailure( i, StageResult::timedOut, late );
+   auto const tellOf = [&]( char const * what ) {
+      tell( "deadline", i->unit, stage.name + " is " + late + ": " + what );
+   };
    switch( stage.onTimeout ) {
       case Config::OnTimeout::hold:
          WindowBook::deadlinePassed( *i->window, *i->run );
-         return tell( "deadline", i->unit, late + "it goes on waiting" );
+         return tellOf( "it goes on waiting" );
       case Config::OnTimeout::proceed:
-         tell( "deadline", i->unit, late + "the unit goes on without it" );
+         tellOf( "the unit goes on without it" );
          if( current( i ) ) goOn( i, StageResult::timedOut );
          return;
       case Config::OnTimeout::rollback:
-         tell( "deadline", i->unit, late + "the unit is brought back" );
-         if( !current( i ) ) return;
-         endStage( i, StageResult::timedOut );
-         if( current( i ) ) exit( i->unit.str(), ownName );
+         tellOf( "the unit is brought back" );
+         if( current( i ) ) bringBack( i, StageResult::timedOut );
          return;
    }
 }
 
-// The stage that runs is over.
+// It has ended badly, or is ended because it takes too long. On the way out holding would leave the unit where nobody
+// can ask it for anything, so it fails; an operator who has mended the cause has it leave once more.
+void UnitService::Impl::handleHookFailure( InstancePtr const & i, StageResult result, std::string const & why ) {
+   auto const onTimeout = i->stages[i->at].onTimeout;
+   bool const held = onTimeout == Config::OnTimeout::hold && i->op == Op::enter;
+   bool const goesOn = onTimeout == Config::OnTimeout::proceed;
+   bool const late = result == StageResult::timedOut;
+   i->failure = why;
+   giveUpHook( *i );
+   WindowBook::hookFailed( *i->window, *i->run, why );
+   if( held ) return current( i ) ? runHookAgain( i, late ) : void();
+   if( late ) {
+      char const * const what = goesOn               ? "the unit goes on without it"
+                                : i->op == Op::enter ? "the unit is brought back"
+                                                     : "the unit fails";
+      tell( "deadline", i->unit, i->stages[i->at].name + " is " + why + ": " + what );
+   }
+   if( !current( i ) ) return;
+   if( goesOn ) return goOn( i, result );
+   bringBack( i, result );
+}
+
+// Soon at first, as what it needs may just be starting, and more and more seldom, up to every five minutes.
+void UnitService::Impl::runHookAgain( InstancePtr const & i, bool late ) {
+   double const pause = std::min( 300.0, 10 * std::exp2( std::min( i->failures++, 5U ) ) );
+   i->runAgain = Kel::now() + pause;
+   i->hook = Hook::toRun;
+   i->deadline = Kel::never;
+   i->timer = std::make_unique<Deadline>( *advance_ );
+   i->timer->timeMinIs( i->runAgain );
+   if( late ) WindowBook::deadlinePassed( *i->window, *i->run );
+   tell( late ? "deadline" : "stage", i->unit,
+         i->stages[i->at].name + ": " + i->failure + ": it is run again in " + durationText( pause ) );
+}
+
+// The stage that runs is over, and the unit goes on.
 void UnitService::Impl::goOn( InstancePtr const & i, StageResult result ) {
    endStage( i, result );
    if( !current( i ) ) return;
-   if( result == StageResult::failed && i->op == Op::exit ) return fail( i );
-   if( result == StageResult::failed ) {
-      exit( i->unit.str(), ownName );
-      return;
-   }
    if( i->at < i->stages.size() ) return beginStage( i );
    finish( i );
+}
+
+// The stage that runs has ended the unit's way in or out.
+void UnitService::Impl::bringBack( InstancePtr const & i, StageResult result ) {
+   endStage( i, result );
+   if( !current( i ) ) return;
+   if( i->op == Op::exit ) return fail( i );
+   exit( i->unit.str(), ownName );
 }
 
 void UnitService::Impl::endStage( InstancePtr const & i, StageResult result ) {
@@ -258,7 +300,8 @@ Evidence::Outcome UnitService::Impl::outcomeOf( Window const & window ) {
       return window.exitRequestedBy() == ownName ? Ended::rolledBack : Ended::abandoned;
    }
    for( auto [number, run] : window.stageRunIteratorConst() ) {
-      if( run.op == Op::enter && run.result == StageResult::timedOut ) return Ended::deadline;
+      bool const missed = run.result == StageResult::timedOut || run.result == StageResult::failed;
+      if( run.op == Op::enter && missed ) return Ended::deadline;
    }
    return Ended::completed;
 }

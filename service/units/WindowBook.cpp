@@ -90,6 +90,12 @@ void WindowBook::deadlinePassed( Window & window, uint32_t number ) {
    window.stageRunIs( number, run );
 }
 
+void WindowBook::hookFailed( Window & window, uint32_t number, std::string const & why ) {
+   StageRun run = *window.stageRun( number );
+   run.why = why;
+   window.stageRunIs( number, run );
+}
+
 void WindowBook::noteVerdicts( Window & window, uint32_t number ) {
    auto const accounts = ledger_.accounts()->unit( window.unit() );
    if( !accounts ) return;

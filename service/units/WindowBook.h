@@ -44,6 +44,8 @@ class WindowBook {
    }
    static void stageBegins( Evidence::Window & window, Kel::String8 const & stage, Op op );
    static void deadlinePassed( Evidence::Window & window, uint32_t run );
+   // Its hook has failed.
+   static void hookFailed( Evidence::Window & window, uint32_t run, std::string const & why );
    // The verdicts of the moment, as those of the stage with that number.
    void noteVerdicts( Evidence::Window & window, uint32_t run );
    // With the verdicts of its end; those of a stage of the exit are of its beginning, when somebody still wanted proof.

@@ -20,6 +20,7 @@ struct WindowStageAnswer {
    KEL_FIELD( Maybe<double>, ended )           // null while it runs
    KEL_FIELD( Maybe<double>, deadlinePassed )  // when it did; it may have gone on all the same
    KEL_FIELD( Text, result )                   // "running", "done", "timed out", "failed", "given up"
+   KEL_FIELD( Maybe<Text>, why )               // how its hook failed; on "hold" it may have gone well since
    KEL_VALUE_END( WindowStageAnswer )
 };
 

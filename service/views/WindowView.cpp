@@ -40,7 +40,8 @@ WindowStageAnswer stageAnswer( uint32_t number, Evidence::StageRun const & run )
             .began = run.began,
             .ended = unlessNone( run.ended ),
             .deadlinePassed = unlessNone( run.deadlinePassed ),
-            .result = word( run.result ) };
+            .result = word( run.result ),
+            .why = unlessNone( run.why ) };
 }
 
 Maybe<Evidence::ProfileInForce> profileAnswer( Evidence::ProfileInForce const & profile ) {

@@ -78,10 +78,10 @@ TEST_F( ReportTest, saysWhoWhenAndHowItWent ) {
               "  asked to enter  2026-03-01 14:00:00 by alice\n"
               "  in maintenance  2026-03-01 14:01:05\n"
               "\n"
-              "STAGE    OF     BEGAN                TOOK  RESULT  DEADLINE PASSED\n"
-              "ratemon  enter  2026-03-01 14:00:00  60 s  done    -\n"
-              "verify   enter  2026-03-01 14:01:00  6 s   done    -\n"
-              "ratemon  exit   2026-03-01 14:01:30  0 s   done    -\n"
+              "STAGE    OF     BEGAN                TOOK  RESULT  DEADLINE PASSED  WHY\n"
+              "ratemon  enter  2026-03-01 14:00:00  60 s  done    -                -\n"
+              "verify   enter  2026-03-01 14:01:00  6 s   done    -                -\n"
+              "ratemon  exit   2026-03-01 14:01:30  0 s   done    -                -\n"
               "\n"
               "INTERFACE  LEFT OUT  PROFILE  THRESHOLD         AFTER THE ENTRY  LAST RATES             BREAKS  SPIKES\n"
               "up1        -         quick    100 kbps for 5 s  quiet            in 1 kbps, out 3 Mbps  1       0\n"
@@ -136,6 +136,9 @@ TEST_F( ReportTest, aUnitThatWasTurnedBackHasAReason ) {
    EXPECT_EQ( turnedBackText( received( answer ), "enter" ), "it was asked to leave by bob" );
    answer.stages.push_back( stage( 3, "bgp", "exit", 1070, 1080, "failed" ) );
    EXPECT_EQ( turnedBackText( received( answer ), "exit" ), "stage bgp: failed" );
+   answer.stages.back().why = "exit status 3";
+   EXPECT_EQ( turnedBackText( received( answer ), "exit" ), "stage bgp: failed: exit status 3" );
+   EXPECT_THAT( printed( printReport, answer ), HasSubstr( "failed     -                exit status 3\n" ) );
    EXPECT_EQ( turnedBackText( received( WindowAnswer() ), "enter" ), "" );
    EXPECT_EQ( turnedBackText( received( WindowAnswer() ), "exit" ), "" );
 }

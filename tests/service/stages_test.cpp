@@ -212,6 +212,109 @@ TEST_F( Stages, aProgramThatFailsOnTheWayOutFailsTheUnitUntilALaterExit ) {
    EXPECT_EQ( window( "fabric" )->ended(), 1035 );
 }
 
+// What a program that fails, or is not over after 20 s, does to the unit on either way.
+struct BadProgram {
+   char const * limits;
+   bool late;
+   char const * enterStages;
+   char const * enterWhy;
+   State left;
+   char const * exitStage;
+   Ended outcome;
+};
+class BadPrograms : public Stages, public ::testing::WithParamInterface<BadProgram> {
+ protected:
+   void itGoesBadly() {
+      if( GetParam().late ) return advance( 20 );
+      programEnds( "fabric", "exit status 1" );
+   }
+};
+
+TEST_P( BadPrograms, failTheirStageByItsWord ) {
+   BadProgram const & c = GetParam();
+   begin( fileWith( withPrograms( c.limits ) ) );
+   enter( "fabric" );
+   itGoesBadly();
+   EXPECT_EQ( programs_.givenUp.size(), c.late ? 1u : 0u );
+   EXPECT_EQ( window( "fabric" )->stageRun( 0 )->why, c.enterWhy );
+   advance( 15 );
+   if( stage( "fabric" ) == "bgp" ) programEnds( "fabric" );  // it was run again
+   advance( 30 );
+   EXPECT_EQ( state( "fabric" ), State::inMaintenance );
+   EXPECT_EQ( stages( "fabric" ), c.enterStages );
+   exit( "fabric" );
+   itGoesBadly();
+   EXPECT_EQ( state( "fabric" ), c.left );
+   EXPECT_EQ( stages( "fabric" ), c.enterStages + std::string( ", ratemon done, bgp " ) + c.exitStage );
+   EXPECT_EQ( window( "fabric" )->stageRun( 4 )->why, c.enterWhy );
+   EXPECT_EQ( window( "fabric" )->outcome(), c.outcome );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   All, BadPrograms,
+   ::testing::Values( BadProgram{ ", on-timeout: continue", false, "bgp failed, ratemon done, verify done",
+                                  "exit status 1", State::active, "failed", Ended::deadline },
+                      BadProgram{ ", timeout: 20s, on-timeout: continue", true,
+                                  "bgp timed out, ratemon done, verify done", "not over after 20 s", State::active,
+                                  "timed out", Ended::deadline },
+                      BadProgram{ ", timeout: 20s, on-timeout: hold", false, "bgp done, ratemon done, verify done",
+                                  "exit status 1", State::failed, "failed", Ended::failed },
+                      BadProgram{ ", timeout: 20s, on-timeout: hold", true, "bgp done, ratemon done, verify done",
+                                  "not over after 20 s", State::failed, "timed out", Ended::failed } ) );
+
+TEST_F( Stages, aProgramThatIsLateBringsTheUnitBack ) {
+   begin(
+      fileWith( "  maintEnter: [ { name: bgp, run: [/bgp], timeout: 20s }, { name: ratemon }, { name: verify } ]\n" ) );
+   enter( "fabric" );
+   advance( 20 );
+   EXPECT_EQ( stages( "fabric" ), "bgp timed out, ratemon done" );
+   EXPECT_EQ( window( "fabric" )->stageRun( 0 )->why, "not over after 20 s" );
+   EXPECT_THAT( events( "deadline" ), ElementsAre( "fabric: bgp is not over after 20 s: the unit is brought back" ) );
+   EXPECT_EQ( window( "fabric" )->outcome(), Ended::rolledBack );
+   expectCleanedUp( "fabric" );
+}
+
+TEST_F( Stages, aHeldProgramIsRunAgainMoreAndMoreSeldomUntilItGoesWellOrTheUnitLeaves ) {
+   begin( fileWith( withPrograms( ", timeout: 20s, on-timeout: hold" ) ) );
+   enter( "fabric" );
+   auto const runs = [this] { return std::ranges::count( programs_.started, "bgp enter fabric 1" ); };
+   for( double const pause : { 10, 20, 40, 80, 160, 300, 300 } ) {
+      programEnds( "fabric", "no" );
+      auto const before = runs();
+      enter( "rack" );  // whatever else goes on
+      exit( "rack" );
+      advance( pause - 1 );
+      EXPECT_EQ( runs(), before ) << pause;
+      advance( 1 );
+      EXPECT_EQ( runs(), before + 1 ) << pause;
+   }
+   programs_.givenUp.clear();
+   EXPECT_THAT( events( "stage" ), ::testing::Contains( "fabric: bgp: no: it is run again in 5 min" ).Times( 2 ) );
+   EXPECT_EQ( stages( "fabric" ), "bgp running" );
+   // It has all its time each time.
+   advance( 19 );
+   EXPECT_THAT( programs_.givenUp, IsEmpty() );
+   advance( 1 );
+   EXPECT_THAT( programs_.givenUp, ElementsAre( "fabric" ) );
+   EXPECT_THAT( events( "deadline" ),
+                ::testing::Contains( "fabric: bgp: not over after 20 s: it is run again in 5 min" ) );
+   EXPECT_EQ( window( "fabric" )->stageRun( 0 )->deadlinePassed, clock_->now() );
+   // A restart does not wait, and gives it all its time, too.
+   crash();
+   begin( fileWith( withPrograms( ", timeout: 20s, on-timeout: hold" ) ) );
+   EXPECT_THAT( programs_.started, ElementsAre( "bgp enter fabric 1" ) );
+   advance( 19 );
+   EXPECT_THAT( programs_.givenUp, IsEmpty() );
+   advance( 1 );
+   EXPECT_THAT( programs_.givenUp, ElementsAre( "fabric" ) );
+   exit( "fabric" );
+   EXPECT_EQ( programs_.started.back(), "bgp exit fabric 2" );
+   programEnds( "fabric" );
+   advance( 400 );
+   EXPECT_EQ( stages( "fabric" ), "bgp given up, ratemon done, bgp done" );
+   expectCleanedUp( "fabric" );
+}
+
 TEST_F( Stages, theWindowOfAnExitThatIsTriedAgainStays ) {
    begin( fileWith( "  maintExit: [ { name: ratemon }, { name: bgp, run: [/bgp] } ]\n" ) );
    for( char const * failure : { "no", "" } ) {
