@@ -145,7 +145,10 @@ enum class Direction { in, out };
 void checkOnTimeout( Reading & in, std::vector<Entry> const & given, Direction direction ) {
    Entry const * const onTimeout = find( given, "on-timeout" );
    if( !onTimeout ) return;
-   if( !find( given, "timeout" ) ) addProblem( in, onTimeout->at, "'on-timeout' means nothing without 'timeout'" );
+   // A program may fail as well as be late.
+   if( !find( given, "timeout" ) && !find( given, "run" ) ) {
+      addProblem( in, onTimeout->at, "'on-timeout' means nothing without 'timeout'" );
+   }
    bool const rollsBack = onTimeout->value.node.IsScalar() && onTimeout->value.node.Scalar() == "rollback";
    if( direction == Direction::in || !rollsBack ) return;
    addProblem( in, onTimeout->value.at,
@@ -239,6 +242,10 @@ constexpr std::array fileFields = {
    Field<Config>{ "stages", Presence::optional,
                   []( Reading & in, Value const & value, Config & config ) {
                      readMapping( in, value, Mapping<Stages>{ "'stages'", stagesFields }, config.stages );
+                  } },
+   Field<Config>{ "preserve-ipv6", Presence::optional,
+                  []( Reading & in, Value const & value, Config & config ) {
+                     config.preserveIpv6 = booleanOf( value, in.problems ).value_or( false );
                   } },
 };
 

@@ -56,11 +56,11 @@ struct Unit {
    bool operator==( Unit const & ) const = default;
 };
 
-// What happens to the unit when a stage takes longer than its timeout.
+// What happens to the unit when a stage takes longer than its timeout, or its program fails.
 enum class OnTimeout {
    rollback,  // what was done so far is undone; only on the way in
    proceed,   // to the next stage, with this one unproven; "continue" in the file
-   hold,      // the deadline is told of, and the stage goes on
+   hold,      // it is told of, and the stage goes on: a program is run again, on the way out the unit fails
 };
 
 struct Stage {
@@ -88,6 +88,7 @@ struct Config {
    std::vector<Group> groups;
    std::vector<Unit> units;
    Stages stages;
+   bool preserveIpv6 = false;  // links that are taken down keep their IPv6 addresses
 
    bool operator==( Config const & ) const = default;
 };

@@ -1,6 +1,7 @@
 #include "config/Reading.h"
 
 #include <cmath>
+#include <unordered_set>
 #include <utility>
 
 namespace Service::Config {
@@ -100,6 +101,7 @@ std::string readName( Reading & in, Value const & value, NameCheck check ) {
 
 Names readNames( Reading & in, Value const & value, NameCheck check ) {
    Names names;
+   std::unordered_set<std::string> known;  // a list can have a hundred thousand
    auto const items = itemsOf( value, in.problems );
    if( !items ) return names;
    for( Value const & item : *items ) {
@@ -107,7 +109,7 @@ Names readNames( Reading & in, Value const & value, NameCheck check ) {
       // Two items that are no texts at all are no repetition.
       if( !name ) continue;
       check( in, item.at, *name );
-      bool const repeated = std::ranges::find( names, *name ) != names.end();
+      bool const repeated = !known.insert( *name ).second;
       if( repeated ) addProblem( in, item.at, "'" + *name + "' is in this list twice" );
       names.push_back( *name );
    }

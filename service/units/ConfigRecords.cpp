@@ -331,10 +331,11 @@ void ConfigRecords::selectProfiles() {
    }
 }
 
-Kel::String8 ConfigRecords::selectedProfile( Lumo::IntfId intf, std::vector<bool> const & underWay ) const {
+Kel::String8 ConfigRecords::selectedProfile( Lumo::IntfId intf, std::vector<bool> const & underWay,
+                                             std::optional<std::size_t> entering ) const {
    auto const precedes = [&]( std::size_t group ) {
       return std::ranges::any_of( groupUnits_[group], [&]( std::size_t unit ) {
-         return underWay[unit] && !isLeftOut( config_.units[unit].name, intf );
+         return unit == entering || ( underWay[unit] && !isLeftOut( config_.units[unit].name, intf ) );
       } );
    };
    std::string const * first = nullptr;
@@ -345,6 +346,23 @@ Kel::String8 ConfigRecords::selectedProfile( Lumo::IntfId intf, std::vector<bool
       if( !first ) first = &*profile;
    }
    return first ? Kel::String8( *first ) : defaultProfileName();
+}
+
+std::vector<Lumo::IntfId> ConfigRecords::shutBy( std::string const & unit,
+                                                 std::set<Lumo::IntfId> const & without ) const {
+   auto const configured = std::ranges::find( config_.units, unit, &Config::Unit::name );
+   if( configured == config_.units.end() ) return {};
+   auto const place = static_cast<std::size_t>( configured - config_.units.begin() );
+   auto const underWay = unitsUnderWay();
+   std::vector<Lumo::IntfId> shut;
+   for( Lumo::IntfId const intf : interfacesOf( unit ) ) {
+      if( without.contains( intf ) ) continue;
+      std::string name = selectedProfile( intf, underWay, place ).str();
+      if( name == defaultProfileName().view() ) name = config_.defaultProfile;
+      auto const profile = std::ranges::find( config_.profiles, name, &Config::Profile::name );
+      if( profile != config_.profiles.end() && profile->shutdown ) shut.push_back( intf );
+   }
+   return shut;
 }
 
 std::vector<bool> ConfigRecords::unitsUnderWay() const {

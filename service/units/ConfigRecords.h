@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -49,6 +50,9 @@ class ConfigRecords {
 
    // Chooses each interface's profile by the present states of the units.
    void selectProfiles();
+   // The interfaces that a unit would have shut down by their profiles if it entered now, without these.
+   [[nodiscard]] std::vector<Lumo::IntfId> shutBy( std::string const & unit,
+                                                   std::set<Lumo::IntfId> const & without ) const;
 
  private:
    struct Wanted;
@@ -80,7 +84,9 @@ class ConfigRecords {
    void removeProfiles();
 
    [[nodiscard]] std::vector<bool> unitsUnderWay() const;
-   [[nodiscard]] Kel::String8 selectedProfile( Lumo::IntfId intf, std::vector<bool> const & underWay ) const;
+   // `entering`: place of a unit that has all its interfaces, and counts as under way whatever its state.
+   [[nodiscard]] Kel::String8 selectedProfile( Lumo::IntfId intf, std::vector<bool> const & underWay,
+                                               std::optional<std::size_t> entering = std::nullopt ) const;
 
    Maintenance::MaintenanceState & state_;
    Config::Config config_;

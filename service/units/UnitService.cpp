@@ -42,6 +42,7 @@ class UnitService::Impl::KelUnit final : public Maintenance::Unit::Status::Notif
  public:
    explicit KelUnit( Impl & owner ) : owner_( owner ) {}
    void onState() override { owner_.tell( "state", notifier()->unitName(), enumName( notifier()->state() ) ); }
+   void handleDel() { owner_.handleUnitDel( notifier()->unitName() ); }
 
  private:
    Impl & owner_;
@@ -147,6 +148,15 @@ std::string UnitService::Impl::neverProven( Lumo::IntfId intf ) const {
    return parts_.links.neverWatched( intf );
 }
 
+std::vector<Lumo::IntfId> UnitService::Impl::shutBy( std::string const & unit,
+                                                     std::vector<std::string> const & without ) const {
+   return parts_.config.shutBy( unit, intfsNamed( without ) );
+}
+
+std::string UnitService::Impl::neverShut( Lumo::IntfId intf ) const {
+   return parts_.neverShut ? parts_.neverShut( intf ) : "";
+}
+
 // Adds a sentence for each thing that stands against it.
 void UnitService::Impl::objectTo( std::string const & unit, std::vector<std::string> const & without, bool alsoToLinks,
                                   std::vector<std::string> & why ) const {
@@ -164,6 +174,13 @@ void UnitService::Impl::objectTo( std::string const & unit, std::vector<std::str
       std::string const trouble = neverProven( intf );
       if( trouble.empty() ) continue;
       why.push_back( name + ": " + trouble + "; to go on without proof for it: --without " + name );
+   }
+   for( Lumo::IntfId const intf : shutBy( unit, without ) ) {
+      if( std::string const trouble = neverShut( intf ); !trouble.empty() ) {
+         std::string const name( intf.name() );
+         why.push_back( name + ": its profile shuts it down, and " + trouble + "; to leave it as it is: --without " +
+                        name );
+      }
    }
 }
 
@@ -308,6 +325,11 @@ UnitService::Answer UnitService::wouldEnter( std::string const & unit,
    return impl_->wouldEnter( unit, without );
 }
 std::string UnitService::neverProven( Lumo::IntfId intf ) const { return impl_->neverProven( intf ); }
+std::vector<Lumo::IntfId> UnitService::shutBy( std::string const & unit,
+                                               std::vector<std::string> const & without ) const {
+   return impl_->shutBy( unit, without );
+}
+std::string UnitService::neverShut( Lumo::IntfId intf ) const { return impl_->neverShut( intf ); }
 std::string UnitService::stage( Kel::Name const & unit ) const { return impl_->stage( unit ); }
 Kel::Ptr<Window const> UnitService::window( Kel::Name const & unit ) const { return impl_->window( unit ); }
 std::vector<std::string> UnitService::refusals( Config::Config const & config ) const {

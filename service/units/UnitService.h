@@ -60,6 +60,8 @@ class UnitService {
       Hooks & hooks;
       OnEvent onEvent;                          // may be empty
       std::function<double()> wallClockOffset;  // s to add to Kel::now() for Unix time; empty: the clock is invented
+      // Why the host would never take this link down; empty where it would. May be empty: there is no such link.
+      std::function<std::string( Lumo::IntfId )> neverShut = {};
    };
 
    // Goes on with what the records say is under way; before the plug-in is loaded.
@@ -75,6 +77,12 @@ class UnitService {
 
    // Why nobody could ever prove this interface quiet as things are; empty when it can be proven.
    [[nodiscard]] std::string neverProven( Lumo::IntfId intf ) const;
+
+   // The interfaces that the unit would have shut down by their profiles if it entered now, without those named.
+   [[nodiscard]] std::vector<Lumo::IntfId> shutBy( std::string const & unit,
+                                                   std::vector<std::string> const & without ) const;
+   // Why this one of them could not be; empty when it could.
+   [[nodiscard]] std::string neverShut( Lumo::IntfId intf ) const;
 
    // The stage that runs now; empty when none does.
    [[nodiscard]] std::string stage( Kel::Name const & unit ) const;

@@ -84,7 +84,8 @@ void Box::begin( std::string const & file ) {
                                    links_,
                                    programs_,
                                    [this]( Event const & event ) { events_.push_back( event ); },
-                                   {} },
+                                   {},
+                                   [this]( Lumo::IntfId intf ) { return neverShut_[intf]; } },
          configOf( file ) );
       plugin_ = std::make_unique<Maintenance::PluginContext>( pluginDir_, database_, quill_ );
       Maintenance::DefaultPluginLoader().initPlugins( *plugin_ );

@@ -102,6 +102,7 @@ class Box : public ::testing::Test {
    Kel::Ptr<KelQuill::EntityManager> quill_{ new KelQuill::EntityManager( writer_.table() ) };
    LinkRecords links_{ state_ };
    ProgramsOfTest programs_;
+   std::map<Lumo::IntfId, std::string> neverShut_;  // and why
    std::vector<Event> events_;
    std::unique_ptr<MaintenanceService> service_;
    Kel::Ptr<Kel::Dir> pluginDir_{ new Kel::Dir( "plugins" ) };

@@ -69,10 +69,12 @@ TEST( ConfigFile, sampleIsTakenOverWhole ) {
    std::vector<Stage> const exit = { { "ratemon", {}, std::nullopt, OnTimeout::hold }, enterBgp };
    EXPECT_EQ( config.stages.maintEnter, enter );
    EXPECT_EQ( config.stages.maintExit, exit );
+   EXPECT_TRUE( config.preserveIpv6 );
 }
 
 TEST( ConfigFile, whatIsLeftOutHasItsDefault ) {
    Config const config = parse( good, "file.yaml" );
+   EXPECT_FALSE( config.preserveIpv6 );
    std::vector<Stage> const in = { { "ratemon", {}, 1800, OnTimeout::rollback },
                                    { "verify", {}, 600, OnTimeout::hold } };
    std::vector<Stage> const out = { { "ratemon", {}, std::nullopt, OnTimeout::hold } };
@@ -248,6 +250,7 @@ std::vector<BadFile> const badStages = {
    { "timeoutOfZero", withExit( "[{ name: ratemon, timeout: @0s }]" ), "must be more than 0s" },
    { "onTimeoutUnknown", withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @roll-back }]" ),
      "'roll-back' must be rollback, continue or hold" },
+   // Only a program can fail.
    { "onTimeoutAlone", withEnter( "[{ name: ratemon, @on-timeout: continue }, { name: verify }]" ),
      "without 'timeout'" },
    { "rollbackOfAnExit", withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @rollback }]" ),

@@ -51,6 +51,47 @@ TEST_F( Refusals, warningsNameThemBeforeAnybodyAsks ) {
    EXPECT_EQ( service_->warnings().size(), 1u );
 }
 
+// up2 is in two groups. That of a unit which enters comes before that of one which does not; of two that do, the first
+// in the file counts.
+TEST_F( Refusals, aLinkThatIsNeverShutIsNoneToEnterWith ) {
+   neverShut_[Lumo::IntfId( "up2" )] = "it is the loopback";
+   begin( R"(
+profiles:
+  plain: { threshold: 100kbps }
+  shuts: { threshold: 100kbps, shutdown: true }
+default-profile: plain
+groups:
+  ups: { interfaces: [up1, up2], profile: plain }
+  downs: { interfaces: [up2, down1], profile: shuts }
+units:
+  fabric: { groups: [ups] }
+  rack: { groups: [downs] }
+)" );
+   auto const & units = service_->units();
+   EXPECT_THAT( units.shutBy( "fabric", {} ), IsEmpty() );
+   EXPECT_THAT( units.shutBy( "rack", {} ), ElementsAre( Lumo::IntfId( "up2" ), Lumo::IntfId( "down1" ) ) );
+   EXPECT_THAT( units.shutBy( "nobody", {} ), IsEmpty() );
+   std::string const why = "up2: its profile shuts it down, and it is the loopback";
+   EXPECT_THAT( service_->warnings(), ElementsAre( "unit rack: " + why ) );
+   EXPECT_THAT( refused( "rack" ).why, ElementsAre( why + "; to leave it as it is: --without up2" ) );
+   EXPECT_EQ( enter( "fabric" ).outcome, Requested::started );
+   EXPECT_THAT( units.shutBy( "rack", {} ), ElementsAre( Lumo::IntfId( "down1" ) ) );
+   EXPECT_EQ( enter( "rack", { "up2" } ).outcome, Requested::started );
+}
+
+// Also by the default profile, and also where it was left out of an earlier stay.
+TEST_F( Refusals, whatAnEntryWouldShutDownIsAskedAnew ) {
+   std::string file = fileWith( "" );
+   begin( file );
+   enter( "rack", { "up2" } );
+   exit( "rack" );
+   reload( file.replace( file.find( "load-interval: 30s" ), 18, "load-interval: 30s, shutdown: true" ) );
+   auto const & units = service_->units();
+   // down1 is in a group with a profile of its own.
+   EXPECT_THAT( units.shutBy( "rack", {} ), ElementsAre( Lumo::IntfId( "up2" ) ) );
+   EXPECT_THAT( units.shutBy( "rack", { "up2" } ), IsEmpty() );
+}
+
 TEST_F( Refusals, aLinkThatIsDownIsNoReason ) {
    link( "up2", false );
    begin( fileWith( "" ) );
