@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "kel/QuantityText.h"
+#include "state/TurnEndRank.h"
 
 namespace Evidence {
 
@@ -19,20 +20,26 @@ std::string loudText( LoudReading const & loud ) {
 Subject::Subject( Accounting & in, Lumo::IntfId intf )
    : accounting( in ), watched( intf, in.sources(), in.neverWatched(), *this ) {}
 
+// What is told of in a window may be heard by somebody who closes accounts or breaks the run: so copies are iterated
+// over, here and below, and the run is not asked. Most interfaces have one account, and a sample needs no copy of the
+// list then.
 void Subject::onReading( Run::Step const & step ) {
-   Run const & run = watched.run();
-   for( auto const & p : places ) {
-      p->recorder.ratesAre( step.from, *run.lastReading(), run.rates() );
-      if( !run.loud() ) continue;
-      LoudReading const loud = Run::loudReading( run.rates(), *run.lastReading() );
-      p->record->lastLoudIs( loud );
+   if( places.size() == 1 ) {
+      noteReading( Kel::Ptr<Place>( places.front() ), step );
+   } else {
+      for( auto const & p : std::vector( places ) ) noteReading( p, step );
    }
-   if( step.becameLoud ) handleSpike();
+   if( step.becameLoud ) handleSpike( step );
 }
 
-// What is told of in a window may be heard by somebody who closes accounts, so here and below copies are iterated over.
-void Subject::handleSpike() {
-   LoudReading const loud = Run::loudReading( watched.run().rates(), Kel::now() );
+void Subject::noteReading( Kel::Ptr<Place> const & p, Run::Step const & step ) {
+   if( !p->open ) return;
+   p->recorder.ratesAre( step.from, step.to, step.rates );
+   if( step.loud ) p->record->lastLoudIs( Run::loudReading( step.rates, step.to ) );
+}
+
+void Subject::handleSpike( Run::Step const & step ) {
+   LoudReading const loud = Run::loudReading( step.rates, step.to );
    for( auto const & p : std::vector( places ) ) {
       // On the way in traffic is expected; only what comes back is a spike.
       if( accounting.sources().unitState( p->book->record->unitName() ) != State::inMaintenance ) continue;
@@ -85,7 +92,7 @@ void Place::noteProfile() {
 
 Accounting::Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance::MaintenanceState const & state,
                         Kel::Ptr<KelQuill::EntityManager> const & counters, Ledger::NeverWatched neverWatched )
-   : TurnEnd( accountsJudged ),
+   : TurnEnd( Maintenance::accountsJudged ),
      accounts_( accounts ),
      neverWatched_( std::move( neverWatched ) ),
      alarm_( *this ),
@@ -286,7 +293,7 @@ void Accounting::judgeTouched() {
 
 void Accounting::apply( Subject & s ) {
    if( !s.watched.apply() ) return;
-   for( auto const & p : s.places ) p->noteProfile();
+   for( auto const & p : std::vector( s.places ) ) p->noteProfile();
 }
 
 void Accounting::judgeSubject( Subject const & s ) {

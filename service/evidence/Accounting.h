@@ -39,7 +39,8 @@ struct Subject final : Kel::PtrInterface, WatchedListener {
    void onReading( Run::Step const & step ) override;
    void onBreak() override;
    void onIntfEvent( char const * kind, std::string const & text ) override;
-   void handleSpike();
+   void handleSpike( Run::Step const & step );
+   static void noteReading( Kel::Ptr<Place> const & place, Run::Step const & step );
 
    Accounting & accounting;
    std::vector<Kel::Ptr<Place>> places;

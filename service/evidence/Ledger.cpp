@@ -80,6 +80,10 @@ void Ledger::unitDel( Kel::Name const & unit ) { accounting_->unitDel( unit ); }
 
 void Ledger::handleProfiles() { accounting_->allTouched(); }
 
+void Ledger::noteLink( Lumo::IntfId intf, std::string const & text ) {
+   if( auto const subject = accounting_->find( intf ) ) subject->onIntfEvent( "shutdown", text );
+}
+
 bool Ledger::ready( Kel::Name const & unit ) {
    auto const b = accounting_->book( unit );
    if( !b ) return false;

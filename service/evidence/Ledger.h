@@ -20,10 +20,6 @@
 
 namespace Evidence {
 
-// The end of a turn, in this order: first links follow the error-disable entries, then accounts are judged, then stages
-// go on.
-enum TurnEndRank : int { linksFollow = 10, accountsJudged = 20, stagesGoOn = 30 };
-
 class Accounting;
 
 class Ledger {
@@ -43,6 +39,9 @@ class Ledger {
    void unitDel( Kel::Name const & unit );
    // Profiles, their selection or what can be watched may have changed otherwise than through notifications.
    void handleProfiles();
+
+   // Into the windows of those units that have an account of the interface: what happened to its link.
+   void noteLink( Lumo::IntfId intf, std::string const & text );
 
    // Judges the unit now, whatever has changed by notifications or without, and says whether it is ready.
    bool ready( Kel::Name const & unit );

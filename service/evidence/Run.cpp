@@ -31,10 +31,11 @@ Run::Step Run::sampleIs( Sample const & sample, double threshold ) {
    // What was counted between the last read and the restart is lost, so the rate is too low by what nobody knows.
    if( before && before->restarts != sample.restarts ) return breakIs( "its counters started again" );
    if( !before ) return {};
-   Step step{ .reading = true, .from = before->time };
+   Step step{ .reading = true, .from = before->time, .to = sample.time, .rates = sample.rates };
    // A rate equal to the threshold is not below it.
    bool const quiet = sample.rates.inBitsRate < threshold && sample.rates.outBitsRate < threshold;
    if( !quiet ) {
+      step.loud = true;
       step.becameLoud = !loud_;
       // The text only where it is kept: most loud readings break nothing.
       step.broke = forget().broke;

@@ -28,9 +28,12 @@ class Run {
    };
    // What one step did to the run.
    struct Step {
-      bool reading = false;  // the sample was one, from `from` to its time
-      double from = 0;       // s
       bool broke = false;    // a run of quiet readings has ended
+      bool reading = false;  // the sample was one; of it the rest:
+      double from = 0;       // s, what it covers
+      double to = 0;
+      Interface::IntfRates rates{};
+      bool loud = false;
       bool becameLoud = false;
    };
 
