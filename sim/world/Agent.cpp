@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "links/LinkControl.h"
 #include "maintenance/MaintenanceService.h"
-#include "world/LinkControl.h"
 
 namespace Sim {
 
@@ -11,7 +11,7 @@ namespace {
 
 // What crashed agents left behind, kept so that no destructor of theirs ever runs.
 struct Remains {
-   std::unique_ptr<LinkControl> linkControl;
+   std::unique_ptr<Service::LinkControl> linkControl;
    std::unique_ptr<Service::MaintenanceService> service;
 };
 std::vector<Remains> & graveyard() {
@@ -57,22 +57,41 @@ std::vector<std::string> Agent::configIs( Service::Config::Config config ) {
 void Agent::start() {
    if( !config_ || service_ ) return;
    // Links first: the service is to find them as the entries and the world say.
-   linkControl_ = std::make_unique<LinkControl>( box_.state.errdisableCauses, box_.links );
+   linkControl_ = std::make_unique<Service::LinkControl>( Service::LinkControl::Parts{
+      .held = Service::heldLinkDir( *box_.database ),
+      .causes = box_.state.errdisableCauses,
+      .links = box_.links,
+      .keep = {},
+      .tell = {},
+      .preserveIpv6 = {},
+      .boot = "sim",
+      .note = [this]( Lumo::IntfId intf, std::string const & text ) { noteLink( intf, text ); },
+   } );
    box_.links.recordsFollow( true );
+   box_.links.onLinkIs( [this]( Lumo::IntfId intf ) { linkControl_->handleLink( intf ); } );
    service_ = std::make_unique<Service::MaintenanceService>(
       Service::MaintenanceService::Host{ box_.database, box_.state, box_.counters, box_.linkRecords, *hooks_, {}, {} },
       *config_ );
+   for( auto const & [intf, text] : std::exchange( earlyNotes_, {} ) ) service_->noteLink( intf, text );
+}
+
+// At the start link control is there before there are windows.
+void Agent::noteLink( Lumo::IntfId intf, std::string const & text ) {
+   if( service_ ) return service_->noteLink( intf, text );
+   earlyNotes_.emplace_back( intf, text );
 }
 
 void Agent::stop() {
    if( !config_ ) return;
    service_ = nullptr;
+   box_.links.onLinkIs( {} );
    linkControl_ = nullptr;
    box_.links.recordsFollow( false );
 }
 
 void Agent::crash() {
    if( !config_ ) return;
+   box_.links.onLinkIs( {} );
    graveyard().push_back( { std::move( linkControl_ ), std::move( service_ ) } );
    box_.links.recordsFollow( false );
 }

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/Config.h"
@@ -22,12 +23,11 @@
 #include "world/InventedLinks.h"
 
 namespace Service {
+class LinkControl;
 class MaintenanceService;
-}
+}  // namespace Service
 
 namespace Sim {
-
-class LinkControl;
 
 class Agent {
  public:
@@ -63,10 +63,13 @@ class Agent {
  private:
    class InstantHooks;
 
+   void noteLink( Lumo::IntfId intf, std::string const & text );
+
    Box const box_;
    std::optional<Service::Config::Config> config_;
    std::unique_ptr<InstantHooks> const hooks_;
-   std::unique_ptr<LinkControl> linkControl_;
+   std::unique_ptr<Service::LinkControl> linkControl_;
+   std::vector<std::pair<Lumo::IntfId, std::string>> earlyNotes_;
    std::unique_ptr<Service::MaintenanceService> service_;
 };
 

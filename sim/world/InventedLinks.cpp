@@ -64,7 +64,8 @@ void InventedLinks::linkIs( Lumo::IntfId intf, Said const & said ) {
    bool const counts = report.kind == IntfKind::ethernet;
    // Row before record: whoever hears of the link finds its counters.
    if( counts && !counted ) counters_.linkIs( intf );
-   Link & link = links_[intf];
+   if( present == links_.end() ) links_.emplace( intf, State{ ++lastIndex_, {}, false } );
+   State & link = links_.at( intf );
    link.said = report;
    if( said.up == true ) link.held = false;
    this->report( intf );
@@ -78,19 +79,28 @@ void InventedLinks::linkDel( Lumo::IntfId intf ) {
    counters_.linkDel( intf );
 }
 
-void InventedLinks::heldIs( Lumo::IntfId intf, bool held ) {
-   auto const link = links_.find( intf );
-   if( link == links_.end() || link->second.held == held ) return;
-   link->second.held = held;
-   report( intf );
+std::optional<Service::LinkSwitch::Link> InventedLinks::link( Lumo::IntfId intf ) const {
+   auto const found = links_.find( intf );
+   if( found == links_.end() ) return std::nullopt;
+   return Link{ found->second.index, !found->second.held };
 }
 
-std::vector<Lumo::IntfId> InventedLinks::held() const {
-   std::vector<Lumo::IntfId> intfs;
-   for( auto const & [intf, link] : links_ ) {
-      if( link.held ) intfs.push_back( intf );
+std::optional<Service::LinkSwitch::Link> InventedLinks::link( int index ) const { return link( intfOf( index ) ); }
+
+std::string InventedLinks::adminUpIs( int index, bool up ) {
+   Lumo::IntfId const intf = intfOf( index );
+   auto const found = links_.find( intf );
+   if( found == links_.end() ) return "there is no such link";
+   if( found->second.held == up ) {
+      found->second.held = !up;
+      report( intf );
    }
-   return intfs;
+   return {};
+}
+
+Lumo::IntfId InventedLinks::intfOf( int index ) const {
+   auto const found = std::ranges::find( links_, index, []( auto const & entry ) { return entry.second.index; } );
+   return found == links_.end() ? Lumo::IntfId() : found->first;
 }
 
 void InventedLinks::recordsFollow( bool follow ) {
@@ -105,10 +115,14 @@ void InventedLinks::report( Lumo::IntfId intf ) {
       return;
    }
    auto const link = links_.find( intf );
-   if( link == links_.end() ) return records_.linkDel( intf );
-   auto reported = link->second.said;
-   reported.up = reported.up && !link->second.held;
-   records_.linkIs( intf, reported );
+   if( link == links_.end() ) {
+      records_.linkDel( intf );
+   } else {
+      auto reported = link->second.said;
+      reported.up = reported.up && !link->second.held;
+      records_.linkIs( intf, reported );
+   }
+   if( onLink_ ) onLink_( intf );
 }
 
 }  // namespace Sim

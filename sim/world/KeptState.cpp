@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kel/Dir.h"
+#include "links/HeldLinks.h"
 #include "records/Names.h"
 
 namespace Sim {
@@ -45,7 +46,8 @@ void deleteAdded( Kel::Entity & e, Value::Object const & before ) {
 KeptState::KeptState( Dovra::EntityManager const & database ) : database_( database ) {
    for( std::string const & path :
         { std::string( Path::unitStatus ), std::string( Path::monIntfStatus ), std::string( Path::errdisableCauses ),
-          std::string( Path::errdisableCauseGroups ), Path::stageAgentStatus( Maintenance::enterStageClass ),
+          std::string( Path::errdisableCauseGroups ), std::string( Service::heldLinksPath ),
+          Path::stageAgentStatus( Maintenance::enterStageClass ),
           Path::stageAgentStatus( Maintenance::exitStageClass ) } ) {
       kept_.emplace_back( path, Dovra::stateValue( database, path ) );
    }

@@ -112,6 +112,10 @@ void Oracle::handleVerb( json::object const & line, bool alone ) {
 
 void Oracle::after( json::object const & line ) {
    followAccounts();
+   for( size_t p = 0; p < known_.size(); ++p ) {
+      known_[p].made = told_.ports()[p].said == Said::gone;
+      known_[p].raised = known_[p].raised && known_[p].entry;
+   }
    if( line.begin()->key() == "start" ) takeUpMonitors();
    noteCalm();
    if( !running_ ) return;
@@ -126,8 +130,9 @@ void Oracle::raise( json::object const & links ) {
    for( auto const & [name, said] : links ) {
       Known & k = known( told_.port( name ) );
       bool const up = said.is_object() ? said.at( "state" ) == "up" : said == "up";
+      k.made = k.made || said.is_null();
       // One that is raised while nobody is there is taken down again by the start.
-      k.raised = up && k.entry && running_;
+      k.raised = up && k.entry && running_ && !k.made;
       if( k.raised ) count( "held link raised" );
    }
 }
@@ -249,8 +254,11 @@ void Oracle::handleEntries( Kel::Entity const * record, Kel::AttributeInfo const
    Known & k = known( port );
    bool const entry = cause.intfStatus( Lumo::IntfId( key ) ) != nullptr;
    happened( port );
-   k.raised = false;  // also where the entry is only made again
    if( entry == k.entry ) return;
+   // One that is made again in the same turn is the same to the links.
+   uint64_t const turn = world_.loop().turnNumber();
+   if( entry && turn != k.entryTakenIn ) k.raised = false;
+   if( !entry ) k.entryTakenIn = turn;
    k.entry = entry;
    if( !entry ) k.entryTaken = now();
    if( entry ) count( "link held down" );

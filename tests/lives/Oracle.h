@@ -70,9 +70,11 @@ class Oracle {
    struct Known {
       Published published = Published::gone;
       double notUpSince = 0;
-      bool entry = false;     // error-disabled
-      bool raised = false;    // a line has said "up" since
-      double entryTaken = 0;  // when the last entry was removed
+      bool entry = false;         // error-disabled
+      bool raised = false;        // a line has said "up" since
+      bool made = false;          // it is another link than before the line, which nobody has raised
+      double entryTaken = 0;      // when the last entry was removed
+      uint64_t entryTakenIn = 0;  // the turn of the loop in which it was
       bool monitored = false;
       bool passive = false;
       bool stopped = false;  // monitored, but not sampled any more

@@ -41,6 +41,7 @@ std::string traffic( std::string const & intf, double bitsPerSecond ) {
 
 constexpr char const * eth0State = R"("interface/status/all","intfStatus","eth0","operStatus")";
 constexpr char const * entryOfEth0 = R"("interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0")";
+constexpr char const * eventsOfEth0 = R"("maintenance/evidence/window","window","fabric#1","intf","eth0","event")";
 constexpr char const * unitState = R"("maintenance/unit/status","status","fabric","state")";
 
 }  // namespace
@@ -248,7 +249,9 @@ TEST_F( AgentStory, heldLinksFollowTheEntries ) {
    // Somebody raises it by hand, and it stays up though it has its entry.
    run( R"({"link": {"eth0": "up"}})" );
    EXPECT_EQ( value( eth0State ), "1" );
-   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ), ElementsAre( HasSubstr( R"("ready": false)" ) ) );
+   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ),
+                ElementsAre( AllOf( HasSubstr( R"("ready": false)" ), HasSubstr( "set up by somebody else" ) ) ) );
+   EXPECT_THAT( value( eventsOfEth0 ), HasSubstr( R"("kind": "shutdown", "text": "set up by somebody else)" ) );
    // What is said of a held link otherwise shows when it is let go.
    run( R"({"link": {"eth1": {"members": []}}})" );
    EXPECT_EQ( value( R"("interface/status/all","intfStatus","eth1","operStatus")" ), "2" );
@@ -271,10 +274,12 @@ TEST_F( AgentStory, anyCauseHoldsALinkAndTheLastLetsItGo ) {
       IsEmpty() );
    EXPECT_THAT( run( R"({"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]})" ),
                 ElementsAre( EndsWith( R"("operStatus"], "value": 1})" ) ) );
-   // A link that is made again is not the one that was held.
+   // A link that is made again is another one, and is held as well.
    run( R"({"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 3})" );
    run( R"({"link": {"eth0": null}})" );
    run( R"({"link": {"eth0": {}}})" );
+   EXPECT_EQ( value( eth0State ), "2" );
+   run( R"({"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]})" );
    EXPECT_EQ( value( eth0State ), "1" );
 }
 
