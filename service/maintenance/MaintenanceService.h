@@ -33,6 +33,8 @@ class MaintenanceService {
       Hooks & hooks;
       UnitService::OnEvent onEvent;             // what an operator should hear of; may be empty
       std::function<double()> wallClockOffset;  // s to add to Kel::now() for Unix time; empty: the clock is invented
+      // Why the host would never take this link down; empty where it would. May be empty: there is no such link.
+      std::function<std::string( Lumo::IntfId )> neverShut = {};
    };
 
    MaintenanceService( Host const & host, Config::Config config );
@@ -42,12 +44,17 @@ class MaintenanceService {
    // Interfaces of the configuration that are not there or can never be watched: "unit fabric: eth9: ...".
    [[nodiscard]] std::vector<std::string> warnings() const;
 
+   // Into the windows of those units under way that have the interface: what link control has to say of it.
+   void noteLink( Lumo::IntfId intf, std::string const & text ) { ledger_.noteLink( intf, text ); }
+
    [[nodiscard]] Config::Config const & config() const { return records_.config(); }
    [[nodiscard]] UnitService & units() { return units_; }
+   [[nodiscard]] UnitService const & units() const { return units_; }
    [[nodiscard]] Evidence::Ledger & ledger() { return ledger_; }
    [[nodiscard]] Views const & views() const { return views_; }
 
  private:
+   bool reloading_ = false;
    ConfigRecords records_;  // before all that read what it writes
    Evidence::Ledger ledger_;
    UnitService units_;

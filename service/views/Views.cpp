@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kel/ActivityLoop.h"
+#include "links/LinkControl.h"
 #include "records/Errdisable.h"
 #include "records/Names.h"
 
@@ -84,7 +85,10 @@ AccountAnswer Views::account( Kel::Name const & unit, Lumo::IntfId intf ) const 
    answer.lastLoud = lastLoud( *account );
    answer.breaks = account->breaks();
    answer.spikes = account->spikes();
-   answer.why = unlessEmpty( ledger_.why( unit, intf ) );
+   std::string why = ledger_.why( unit, intf );
+   std::string const remark = LinkControl::remark( *held_, intf );
+   if( !why.empty() && !remark.empty() ) why += "; ";
+   answer.why = unlessEmpty( why + remark );
    return answer;
 }
 

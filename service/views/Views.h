@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "links/HeldLinks.h"
 #include "units/ConfigRecords.h"
 #include "units/UnitService.h"
 #include "views/Answers.h"
@@ -17,8 +18,8 @@ class Views {
  public:
    // All outlive this.
    Views( Maintenance::MaintenanceState const & state, ConfigRecords const & config, UnitService const & units,
-          Evidence::Ledger & ledger )
-      : state_( state ), config_( config ), units_( units ), ledger_( ledger ) {}
+          Evidence::Ledger & ledger, Kel::Ptr<HeldLinkDir const> const & held )
+      : state_( state ), config_( config ), units_( units ), ledger_( ledger ), held_( held ) {}
 
    [[nodiscard]] UnitsAnswer units() const;                                         // in the order of the configuration
    [[nodiscard]] std::optional<UnitAnswer> unit( std::string const & name ) const;  // none when there is no such unit
@@ -43,6 +44,7 @@ class Views {
    ConfigRecords const & config_;
    UnitService const & units_;
    Evidence::Ledger & ledger_;
+   Kel::Ptr<HeldLinkDir const> const held_;
 };
 
 }  // namespace Service

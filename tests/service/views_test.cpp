@@ -1,6 +1,7 @@
 // What an operator and a script read: answers as JSON, with null and never 0 for what nobody knows.
 #include "Box.h"
 
+#include "links/HeldLinks.h"
 #include "records/Errdisable.h"
 
 namespace Service {
@@ -151,6 +152,27 @@ TEST_F( ViewsTest, anInterfaceIsExplainedInEveryUnitThatHasIt ) {
    EXPECT_EQ( found[1].interfaces[0].verdict, Text( "waiting" ) );
    EXPECT_FALSE( found[0].interfaces[0].verdict );
    EXPECT_THAT( service_->views().explain( "nobody" ), IsEmpty() );
+}
+
+TEST_F( ViewsTest, whyIsFollowedByWhatLinkControlHasToSay ) {
+   begin( fileWith( "", "up1" ) );
+   enter( "fabric" );
+   Kel::Ptr<HeldLink> const held( new HeldLink( Lumo::IntfId( "up1" ) ) );
+   held->stateIs( HoldState::held );
+   inTurn( [&] { heldLinkDir( *database_ )->heldIs( held ); } );
+   EXPECT_THAT( why( "fabric" ),
+                ElementsAre( ::testing::EndsWith( "no reading yet: its monitoring has just begun" ) ) );
+   for( auto const & [state, beforeBoot, trouble, remark] :
+        std::vector<std::tuple<HoldState, bool, std::string, std::string>>{
+           { HoldState::held, true, "", "held since before boot" },
+           { HoldState::raised, true, "", "set up by somebody else while held" },
+           { HoldState::taking, false, "cannot be taken down: no", "cannot be taken down: no" },
+        } ) {
+      held->stateIs( state );
+      held->sinceBeforeBootIs( beforeBoot );
+      held->troubleIs( Text( trouble ) );
+      EXPECT_THAT( why( "fabric" ), ElementsAre( ::testing::EndsWith( "; " + remark ) ) );
+   }
 }
 
 TEST_F( ViewsTest, anAnswerToARequestSaysWhatBecameOfIt ) {
