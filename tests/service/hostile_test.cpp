@@ -1,0 +1,306 @@
+// A reader that acts from inside a write of the service: at the changes of a life of two units, every act that a
+// handler may do.
+//
+// The life has everything in which writes of the service follow one another: entries with a hook, a shared interface,
+// shutdowns, a link that is raised and one that is made again, traffic that comes back, a reload, a restart, exits. A
+// watcher on every record of the state database counts the changes; at the k-th it acts. Then the life goes on as well
+// as it can. Nothing may crash or fail an assertion (the address sanitizer looks on), and in the end, when all that is
+// still in maintenance has been asked to leave, nothing may be left: no account, no stage instance, no window under
+// way, no entry, no link that is held.
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "links/HeldLinks.h"
+#include "maintenance/MaintenanceService.h"
+#include "records/Errdisable.h"
+#include "records/Names.h"
+#include "world/World.h"
+
+namespace Service {
+namespace {
+
+using Maintenance::Unit::State;
+
+// Hears of every change of the entities that it was given and of those that come below them.
+class Ears {
+ public:
+   explicit Ears( std::function<void( std::string const & change )> heard ) : heard_( std::move( heard ) ) {}
+
+   void follow( Kel::Entity const & e ) {
+      // Never taken back: an entity that dies forgets its watchers.
+      e.watcherIs( ears_.emplace_back( *this ) );
+      for( auto const & attribute : e.kelTypeInfo().attributes() ) {
+         if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
+         for( std::string const & key : attribute->keys( e ) ) follow( *attribute->child( e, key ) );
+      }
+   }
+
+ private:
+   class Ear final : public Kel::Watcher {
+    public:
+      explicit Ear( Ears & owner ) : owner_( owner ) {}
+      void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute,
+                        std::string const * key ) override {
+         if( key && attribute.kind() == Kel::AttributeInfo::Kind::children ) {
+            if( auto const child = attribute.child( e, *key ) ) owner_.follow( *child );
+         }
+         owner_.heard_( e.name() + " " + attribute.name() + ( key ? " " + *key : "" ) );
+      }
+
+    private:
+      Ears & owner_;
+   };
+
+   std::function<void( std::string const & )> const heard_;
+   std::deque<Ear> ears_;
+};
+
+std::string file( std::string const & threshold, std::string const & south ) {
+   return "profiles:\n"
+          "  plain: { threshold: " +
+          threshold +
+          ", sample-interval: 2s, load-interval: 4s }\n"
+          "  shut: { threshold: 100kbps, sample-interval: 2s, load-interval: 4s, shutdown: true, max-delay: 9s }\n"
+          "default-profile: plain\n"
+          "groups:\n"
+          "  north: { interfaces: [up1, up2] }\n"
+          "  south: { interfaces: [" +
+          south +
+          "], profile: shut }\n"
+          "units:\n"
+          "  fabric: { groups: [north] }\n"
+          "  rack: { groups: [south] }\n"
+          "stages:\n"
+          "  maintEnter:\n"
+          "    - { name: bgp, run: [/hook] }\n"
+          "    - { name: ratemon, timeout: 3s, on-timeout: hold }\n"
+          "    - { name: verify, timeout: 2s, on-timeout: continue }\n";
+}
+
+}  // namespace
+
+class HostileService {
+ public:
+   using Act = void ( HostileService::* )();
+
+   // `heard`: called with each change, says whether to act at it; null: never acts.
+   HostileService( Act act, std::function<bool( std::string const & )> actAt )
+      : act_( act ), actAt_( std::move( actAt ) ) {}
+   ~HostileService() {
+      listening_ = false;
+      if( world_.running() ) world_.inTurn( [this] { world_.stop(); } );
+   }
+
+   void live();
+   void expectNothingLeft();
+
+   // What a handler may do.
+   void nothing() {}
+   void entersFabric() { enter( "fabric" ); }
+   void entersRackWithoutUp2() { enter( "rack", { "up2" } ); }
+   void exitsFabric() { exit( "fabric" ); }
+   void exitsBoth() {
+      exit( "rack" );
+      exit( "fabric" );
+   }
+   void dropsWindows() { dir<Evidence::WindowDir>( Maintenance::Path::windows )->windowDelAll(); }
+   void closesAccounts() {
+      if( service() ) service()->ledger().unitDel( "fabric" );
+   }
+   void deletesAccounts() { dir<Evidence::UnitAccountsDir>( Maintenance::Path::accounts )->unitDelAll(); }
+   void deletesUnit() { world_.state().unitStatus->statusDel( "fabric" ); }
+   void takesAnInterfaceAway() { configIs( file( "1Mbps", "down1" ) ); }
+   void reloadsWithOtherThreshold() { configIs( file( "1bps", "up2, down1" ) ); }
+   void removesLinks() {
+      for( char const * name : { "up1", "up2", "down1" } ) world_.links().linkDel( Lumo::IntfId( name ) );
+   }
+   void flapsLinks() {
+      for( char const * name : { "up2", "down1" } ) {
+         world_.links().linkDel( Lumo::IntfId( name ) );
+         link( name, true );
+      }
+   }
+   void raisesLinks() {
+      for( char const * name : { "up2", "down1" } ) link( name, true );
+   }
+   void removesEntries() {
+      auto const cause = shutdowns();
+      if( cause ) cause->intfStatusDelAll();
+   }
+   void asksAll() {
+      if( !service() ) return;
+      static_cast<void>( service()->views().units() );
+      for( char const * name : { "fabric", "rack" } ) static_cast<void>( service()->views().ready( name ) );
+      static_cast<void>( service()->views().interfaces() );
+   }
+
+ private:
+   MaintenanceService * service() { return world_.agent().service(); }
+   // Null before the service has made it.
+   template<class T>
+   Kel::Ptr<T> dir( std::string_view path ) {
+      auto const found = world_.database()->getEntity<T>( path );
+      return found ? found : Kel::Ptr<T>( new T( "none" ) );
+   }
+   Kel::Ptr<Errdisable::CauseStatus> shutdowns() {
+      return Kel::dynamicPtrCast<Errdisable::CauseStatus>(
+         world_.state().errdisableCauses->entityRef( Maintenance::shutdownCause ) );
+   }
+   void enter( std::string const & unit, std::vector<std::string> const & without = {} ) {
+      if( service() && world_.running() ) service()->units().enter( unit, without, "test" );
+   }
+   void exit( std::string const & unit ) {
+      if( service() && world_.running() ) service()->units().exit( unit, "test" );
+   }
+   void configIs( std::string const & text ) { world_.agent().configIs( Config::parse( text, "test.yaml" ) ); }
+   void link( std::string const & name, bool up ) {
+      world_.links().linkIs( Lumo::IntfId( name ), { .up = up, .kind = {}, .vlanId = {}, .members = {} } );
+   }
+   void traffic( std::string const & name, double bitsPerSecond ) {
+      world_.counters().bitsPerSecondIs( Lumo::IntfId( name ), Sim::Direction::in, bitsPerSecond );
+   }
+   void turn( std::function<void()> const & work ) { world_.inTurn( work ); }
+   void listen() {
+      for( std::string const & path : world_.database()->paths() ) {
+         if( followed_.insert( path ).second ) ears_.follow( *world_.database()->getEntity( path ) );
+      }
+   }
+   void heard( std::string const & change ) {
+      if( !listening_ || acted_ || !actAt_( change ) ) return;
+      acted_ = true;
+      ( this->*act_ )();
+   }
+
+   Act const act_;
+   std::function<bool( std::string const & )> const actAt_;
+   bool listening_ = true;
+   bool acted_ = false;
+   std::set<std::string> followed_;
+   Ears ears_{ [this]( auto const & change ) { heard( change ); } };
+   Sim::World world_{ RATEMON_PLUGIN_PATH, 1000 };
+};
+
+void HostileService::live() {
+   turn( [this] { configIs( file( "100kbps", "up2, down1" ) ); } );
+   turn( [this] {
+      for( char const * name : { "up1", "up2", "down1" } ) link( name, true );
+      traffic( "up2", 1e6 );
+   } );
+   listen();
+   turn( [this] { world_.start(); } );
+   listen();
+   turn( [this] { enter( "fabric" ); } );
+   world_.advance( 2 );
+   turn( [this] { enter( "rack" ); } );
+   world_.advance( 4 );
+   turn( [this] { traffic( "up2", 0 ); } );
+   world_.advance( 8 );
+   turn( [this] {
+      traffic( "up1", 1e6 );
+      link( "down1", true );  // that is held
+   } );
+   world_.advance( 4 );
+   turn( [this] {
+      traffic( "up1", 0 );
+      world_.links().linkDel( Lumo::IntfId( "up2" ) );
+      link( "up2", true );
+   } );
+   turn( [this] { enter( "rack", { "down1" } ); } );
+   world_.advance( 4 );
+   turn( [this] { configIs( file( "200kbps", "up2, down1" ) ); } );
+   world_.advance( 4 );
+   if( world_.running() ) turn( [this] { world_.stop(); } );
+   turn( [this] { world_.start(); } );
+   world_.advance( 4 );
+   turn( [this] { exit( "fabric" ); } );
+   turn( [this] { exit( "rack" ); } );
+   world_.advance( 2 );
+}
+
+void HostileService::expectNothingLeft() {
+   acted_ = true;
+   // What an act has begun, and what it has taken away.
+   turn( [this] { configIs( file( "100kbps", "up2, down1" ) ); } );
+   turn( [this] { exitsBoth(); } );
+   world_.advance( 1 );
+   for( auto [name, unit] : world_.state().unitStatus->statusIterator() ) {
+      EXPECT_TRUE( unit->state() == State::active || unit->state() == State::unknown )
+         << name << " is " << enumName( unit->state() );
+   }
+   EXPECT_EQ( dir<Evidence::UnitAccountsDir>( Maintenance::Path::accounts )->units(), 0u );
+   for( auto [name, window] : dir<Evidence::WindowDir>( Maintenance::Path::windows )->windowIterator() ) {
+      EXPECT_NE( window->outcome(), Evidence::Outcome::underway ) << name;
+   }
+   for( auto const * stage : { &world_.state().enter, &world_.state().exit } ) {
+      EXPECT_EQ( stage->progress->progresss(), 0u );
+      EXPECT_EQ( stage->completion->statuss(), 0u );
+   }
+   ASSERT_TRUE( shutdowns() );
+   EXPECT_EQ( shutdowns()->intfStatuss(), 0u );
+   EXPECT_EQ( dir<HeldLinkDir>( heldLinksPath )->helds(), 0u );
+   for( char const * name : { "up1", "up2", "down1" } ) {
+      auto const link = world_.links().link( Lumo::IntfId( name ) );
+      EXPECT_TRUE( !link || link->adminUp ) << name;
+   }
+   asksAll();
+}
+
+namespace {
+
+struct NamedAct {
+   char const * name;
+   HostileService::Act act;
+};
+
+class Hostile : public ::testing::TestWithParam<NamedAct> {};
+
+// At the first and at the last change of each kind: what is told alike in between is written by the same line.
+TEST_P( Hostile, breaksNothingAtAnyChange ) {
+   std::map<std::string, int> often;
+   {
+      HostileService peaceful( &HostileService::nothing, [&]( std::string const & change ) {
+         ++often[change];
+         return false;
+      } );
+      peaceful.live();
+      peaceful.expectNothingLeft();
+   }
+   ASSERT_GT( often.size(), 150u );
+   for( auto const & [change, times] : often ) {
+      for( int const at : { 1, 2, times } ) {
+         if( at > times || ( at == 2 && times == 2 ) || HasFailure() ) continue;
+         SCOPED_TRACE( std::string( GetParam().name ) + " at change " + std::to_string( at ) + " of " + change );
+         int seen = 0;
+         HostileService life( GetParam().act,
+                              [&]( std::string const & heard ) { return heard == change && ++seen == at; } );
+         life.live();
+         life.expectNothingLeft();
+      }
+   }
+}
+
+INSTANTIATE_TEST_SUITE_P( Acts, Hostile,
+                          ::testing::Values( NamedAct{ "entersFabric", &HostileService::entersFabric },
+                                             NamedAct{ "entersRackWithoutUp2", &HostileService::entersRackWithoutUp2 },
+                                             NamedAct{ "exitsFabric", &HostileService::exitsFabric },
+                                             NamedAct{ "exitsBoth", &HostileService::exitsBoth },
+                                             NamedAct{ "dropsWindows", &HostileService::dropsWindows },
+                                             NamedAct{ "closesAccounts", &HostileService::closesAccounts },
+                                             NamedAct{ "deletesAccounts", &HostileService::deletesAccounts },
+                                             NamedAct{ "deletesUnit", &HostileService::deletesUnit },
+                                             NamedAct{ "takesAnInterfaceAway", &HostileService::takesAnInterfaceAway },
+                                             NamedAct{ "reloadsWithOtherThreshold",
+                                                       &HostileService::reloadsWithOtherThreshold },
+                                             NamedAct{ "removesLinks", &HostileService::removesLinks },
+                                             NamedAct{ "flapsLinks", &HostileService::flapsLinks },
+                                             NamedAct{ "raisesLinks", &HostileService::raisesLinks },
+                                             NamedAct{ "removesEntries", &HostileService::removesEntries },
+                                             NamedAct{ "asksAll", &HostileService::asksAll } ),
+                          []( auto const & tested ) { return tested.param.name; } );
+
+}  // namespace
+}  // namespace Service
