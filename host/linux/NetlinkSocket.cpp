@@ -3,14 +3,16 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 namespace Host::Linux {
 namespace {
 
-// The kernel puts up to 32 KiB of a dump into one datagram when the reader offers as much. A single link can need a few
-// KiB; a datagram that does not fit would be cut off, which libmnl makes an error.
+// The kernel puts up to 32 KiB of a dump into one datagram when the reader offers as much. Most links need a KiB or
+// two; one with many names or virtual functions can need more than this.
 constexpr std::size_t bufferBytes = 65536;
 
 mnl_socket * open( std::chrono::milliseconds longestWait ) {
@@ -46,7 +48,10 @@ void NetlinkSocket::send( nlmsghdr const & request, char const * doing ) {
 
 Received NetlinkSocket::receive( char const * doing ) {
    for( ;; ) {
-      auto const bytes = mnl_socket_recvfrom( socket_.get(), buffer_.data(), buffer_.size() );
+      // How long the next datagram is. A buffer that is too short would cost the rest of it.
+      auto const wanted = recv( fd(), nullptr, 0, MSG_PEEK | MSG_TRUNC );
+      if( wanted > static_cast<ssize_t>( buffer_.size() ) ) buffer_.resize( static_cast<std::size_t>( wanted ) );
+      auto const bytes = wanted < 0 ? wanted : mnl_socket_recvfrom( socket_.get(), buffer_.data(), buffer_.size() );
       if( bytes >= 0 ) {
          return { Received::Outcome::messages, std::span( buffer_ ).first( static_cast<std::size_t>( bytes ) ) };
       }
@@ -63,7 +68,7 @@ int errorOf( nlmsghdr const & message ) {
    if( mnl_nlmsg_get_payload_len( &message ) >= sizeof negated ) {
       std::memcpy( &negated, mnl_nlmsg_get_payload( &message ), sizeof negated );
    }
-   return -negated;
+   return -std::max( negated, -INT_MAX );  // of no errno, but a number that has a negative
 }
 
 }  // namespace Host::Linux

@@ -1,9 +1,9 @@
 // One rtnetlink socket: sends requests, receives batches of messages, joins multicast groups.
 //
-// Owned by LinkMonitor and StatsReader, one each: the notices that the one subscribes to would get in the way of the
-// counters that the other waits for. It belongs to the network namespace that its process was in when it was made.
-// Knows nothing of links or counters: what a message means is its owner's business. Never waits longer than it was told
-// to when it was made.
+// Owned by LinkMonitor and by each NetlinkExchange: the notices that the one subscribes to would get in the way of the
+// answers that the others wait for. It belongs to the network namespace that its process was in when it was made. Knows
+// nothing of links or counters: what a message means is its owner's business. Never waits longer than it was told to
+// when it was made.
 #pragma once
 
 #include <libmnl/libmnl.h>
@@ -27,15 +27,16 @@ class NetlinkError : public std::system_error {
       : std::system_error( errorNumber, std::generic_category(), doing ) {}
 };
 
-// Room for a request that makes the kernel list everything of one type.
-class DumpRequest {
+// Room for a small request. With NLM_F_ACK the kernel says when it is done, and whether it could.
+class Request {
  public:
-   explicit DumpRequest( std::uint16_t type ) : header_( *mnl_nlmsg_put_header( bytes_.data() ) ) {
+   explicit Request( std::uint16_t type, std::uint16_t flags = NLM_F_ACK )
+      : header_( *mnl_nlmsg_put_header( bytes_.data() ) ) {
       header_.nlmsg_type = type;
-      header_.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+      header_.nlmsg_flags = static_cast<std::uint16_t>( NLM_F_REQUEST | flags );
    }
-   DumpRequest( DumpRequest const & ) = delete;
-   DumpRequest & operator=( DumpRequest const & ) = delete;
+   Request( Request const & ) = delete;
+   Request & operator=( Request const & ) = delete;
 
    // Appends the fixed part that belongs to the type, zeroed. Once, before any attribute.
    template<typename Body>
@@ -48,6 +49,12 @@ class DumpRequest {
  private:
    alignas( nlmsghdr ) std::array<std::byte, 128> bytes_{};
    nlmsghdr & header_;
+};
+
+// One that makes the kernel list everything of one type.
+class DumpRequest : public Request {
+ public:
+   explicit DumpRequest( std::uint16_t type ) : Request( type, NLM_F_DUMP ) {}
 };
 
 // What one call of receive() brought.
@@ -73,6 +80,7 @@ class NetlinkSocket {
 
    // `doing` is what an error says. Both throw NetlinkError.
    void send( nlmsghdr const & request, char const * doing );
+   // The buffer grows to the message, and stays so.
    [[nodiscard]] Received receive( char const * doing );
 
  private:
@@ -84,12 +92,18 @@ class NetlinkSocket {
    std::vector<std::byte> buffer_;
 };
 
+// Ends before the first that is not there as a whole, with the padding that the kernel never leaves out.
 template<typename Visit>
 void forEachMessage( std::span<std::byte const> messages, Visit && visit ) {
    int bytesLeft = static_cast<int>( messages.size() );
    // Allocated memory, in which the kernel begins each message at a multiple of 4 bytes (NLMSG_ALIGN).
    auto const * message = reinterpret_cast<nlmsghdr const *>( messages.data() );
-   for( ; mnl_nlmsg_ok( message, bytesLeft ); message = mnl_nlmsg_next( message, &bytesLeft ) ) visit( *message );
+   // mnl_nlmsg_ok() takes a length above 2^31 for a negative one, which is below any other.
+   while( mnl_nlmsg_ok( message, bytesLeft ) && message->nlmsg_len <= static_cast<unsigned>( bytesLeft ) &&
+          NLMSG_ALIGN( message->nlmsg_len ) <= static_cast<unsigned>( bytesLeft ) ) {
+      visit( *message );
+      message = mnl_nlmsg_next( message, &bytesLeft );
+   }
 }
 
 // The errno that an NLMSG_DONE or NLMSG_ERROR message carries, 0 for success.

@@ -7,21 +7,16 @@
 
 #include <linux/if_link.h>
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
-#include <optional>
 
-#include "linux/NetlinkSocket.h"
+#include "linux/NetlinkExchange.h"
 
 namespace Host::Linux {
 
 class StatsReader {
  public:
    using Row = std::function<void( int index, rtnl_link_stats64 const & stats )>;
-
-   // longestWait: for one part of the answer, above 0. Throws NetlinkError.
-   explicit StatsReader( std::chrono::milliseconds longestWait = std::chrono::seconds( 1 ) );
 
    // Calls `row` for every link, in the kernel's order, without allocating. When links come or go meanwhile the kernel
    // is asked again, and a link can have a second, later row; on a box that never comes to rest it may have none.
@@ -32,13 +27,11 @@ class StatsReader {
    [[nodiscard]] std::uint64_t reads() const { return reads_; }
 
  private:
-   void request();
-   bool takeAnswer( Row const & row );
-
-   std::chrono::milliseconds const longestWait_;
-   // None after a failed read, whose late answer must not pass for that of the next.
-   std::optional<NetlinkSocket> socket_;
+   NetlinkExchange kernel_;
    std::uint64_t reads_ = 0;
 };
+
+// Hands on what an RTM_NEWSTATS message says; nothing for one that says nothing.
+void parseStats( nlmsghdr const & message, StatsReader::Row const & row );
 
 }  // namespace Host::Linux

@@ -41,6 +41,23 @@ void interrupt( void * buffer, ssize_t bytes ) {
    }
 }
 
+bool asksForLinks( void const * request ) {
+   auto const & header = *static_cast<nlmsghdr const *>( request );
+   return header.nlmsg_type == RTM_GETLINK && ( header.nlmsg_flags & NLM_F_DUMP ) == NLM_F_DUMP;
+}
+
+// The socket on which the kernel is to refuse the links: the first part of its answer says so.
+mnl_socket const * refusedOn = nullptr;
+
+ssize_t refusal( void * buffer ) {
+   refusedOn = nullptr;
+   nlmsghdr * const message = mnl_nlmsg_put_header( buffer );
+   message->nlmsg_type = NLMSG_ERROR;
+   static_cast<nlmsgerr *>( mnl_nlmsg_put_extra_header( message, sizeof( nlmsgerr ) ) )->error =
+      statsFaults().linkRequestError;
+   return message->nlmsg_len;
+}
+
 }  // namespace
 }  // namespace Faults
 
@@ -54,12 +71,16 @@ extern "C" ssize_t mnl_socket_sendto( mnl_socket const * socket, void const * re
       Faults::answer = { socket, faults.interruptedAnswers > 0, 0 };
       if( Faults::answer.interrupted ) --faults.interruptedAnswers;
    }
+   int const linkError = Faults::statsFaults().linkRequestError;
+   if( Faults::asksForLinks( request ) && linkError > 0 ) return Faults::refuse( linkError );
+   if( Faults::asksForLinks( request ) && linkError < 0 ) Faults::refusedOn = socket;
    return real( socket, request, bytes );
 }
 
 extern "C" ssize_t mnl_socket_recvfrom( mnl_socket const * socket, void * buffer, size_t room ) {
    static auto const real =
       reinterpret_cast<decltype( &mnl_socket_recvfrom )>( dlsym( RTLD_NEXT, "mnl_socket_recvfrom" ) );
+   if( socket == Faults::refusedOn ) return real( socket, buffer, room ) < 0 ? -1 : Faults::refusal( buffer );
    if( socket != Faults::answer.socket ) return real( socket, buffer, room );
    if( ++Faults::answer.parts == Faults::statsFaults().failingPart ) return Faults::refuse( EIO );
    ssize_t const bytes = real( socket, buffer, room );
