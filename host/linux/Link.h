@@ -24,10 +24,12 @@ struct Link {
    std::string name;  // may move from one index to another
    Oper oper = Oper::unknown;
    bool adminUp = false;
-   std::string kind;  // "veth", "bond", "vlan", ...; empty for physical links and the loopback
-   int master = 0;    // index of the bond or bridge it belongs to; 0: none
-   int parent = 0;    // index of the link below, of a veth that of its peer; 0: none, or in another network namespace
-   int vlanId = 0;    // of a VLAN link; 0: none
+   bool loopback = false;
+   std::string kind;        // "veth", "bond", "vlan", ...; empty for physical links and the loopback
+   int master = 0;          // index of the bond or bridge it belongs to; 0: none
+   int parent = 0;          // index of the link below, of a veth that of its peer; 0: none, or in another namespace
+   int vlanId = 0;          // of a VLAN link; 0: none
+   bool vlanAware = false;  // a bridge that forwards by VLAN tags and the VLAN tables of its ports
 
    bool operator==( Link const & ) const = default;
 };

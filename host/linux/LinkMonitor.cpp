@@ -1,141 +1,99 @@
 #include "linux/LinkMonitor.h"
 
+#include <linux/if_bridge.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <utility>
 
 namespace Host::Linux {
 namespace {
 
-// A box whose links change without end could spoil every dump. After so many in one call the loop gets its turn; the
-// answer to the last one is pending then, so the descriptor is readable and the monitor goes on at once.
-constexpr int dumpsPerCall = 8;
+// A box whose links change without end could spoil every dump. After so many requests in one call the loop gets its
+// turn; the answer to the last one is pending then, so the descriptor is readable and the monitor goes on at once.
+constexpr int requestsPerCall = 16;
 
-constexpr char readingLinks[] = "reading the links";
+constexpr double firstPauseSeconds = 1;
+constexpr double longestPauseSeconds = 60;
+
+// Of a descriptor that is no socket any more, whatever became of it.
+bool socketIsLost( int error ) { return error == EBADF || error == ENOTSOCK || error == ENOTCONN; }
 
 }  // namespace
 
-LinkMonitor::LinkMonitor( Report changed, Report removed )
-   : changed_( std::move( changed ) ), removed_( std::move( removed ) ), socket_( std::chrono::milliseconds( 0 ) ) {
+LinkMonitor::LinkMonitor( LinkListener & links, TroubleListener & trouble )
+   : trouble_( trouble ), socket_( std::chrono::milliseconds( 0 ) ), table_( links ) {
    socket_.subscribe( RTNLGRP_LINK );
+   socket_.subscribe( RTNLGRP_BRVLAN );
 }
 
-// Begins as after a loss: nothing is known, a dump is due. Notices that are pending already are older than the dump and
-// only go by.
-void LinkMonitor::start() {
-   handleLoss();
-   handleReadable();
+void LinkMonitor::handleReadable() {
+   try {
+      readPending();
+   } catch( NetlinkError const & error ) {
+      if( socketIsLost( error.code().value() ) ) throw;
+      handleError( error.code().value() );
+   }
+   if( table_.known() && pauseSeconds_ > 0 ) {
+      pauseSeconds_ = 0;
+      trouble_.onRecovered();
+   }
+   table_.settle();
 }
 
 // The kernel drops notices from the moment its queue is full until the queue has been emptied, and says so once, at the
 // beginning (NETLINK_S_CONGESTED in net/netlink/af_netlink.c; ENOBUFS in netlink(7)). A dump that starts before the
 // queue is empty can therefore miss a change, so it is asked for only when nothing is pending.
-void LinkMonitor::handleReadable() {
-   for( int dumpsLeft = dumpsPerCall; dumpsLeft > 0; ) {
-      Received const received = socket_.receive( readingLinks );
+void LinkMonitor::readPending() {
+   for( int requestsLeft = requestsPerCall; requestsLeft > 0; ) {
+      Received const received = socket_.receive( "reading the links" );
       switch( received.outcome ) {
          case Received::Outcome::messages:
-            forEachMessage( received.messages, [this]( nlmsghdr const & message ) { handleMessage( message ); } );
+            // Busy: the kernel is still at an earlier dump, which stopped half way for want of memory. The reading of
+            // this very message lets it go on, and when it is through, a new one is asked for.
+            if( int const error = table_.handle( received.messages ); error && error != EBUSY ) handleError( error );
             break;
-         case Received::Outcome::lost: handleLoss(); break;
+         case Received::Outcome::lost: table_.handleLoss(); break;
          case Received::Outcome::nothing:
-            if( !dumpDue_ ) return;
-            requestDump();
-            --dumpsLeft;
+            if( paused_ || table_.missing() == LinkTable::Missing::nothing ) return;
+            request();
+            --requestsLeft;
             break;
       }
    }
 }
 
-void LinkMonitor::requestDump() {
-   DumpRequest request( RTM_GETLINK );
-   request.putBody<ifinfomsg>();
-   // Counters would make the larger part of the answer, and some drivers have to ask their hardware for them.
-   mnl_attr_put_u32( &request.header(), IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS );
-   socket_.send( request.header(), "asking for the links" );
-   // After the send: where that throws, the dump stays due.
-   fresh_.emplace();
-   dumpDue_ = false;
-}
-
-void LinkMonitor::handleMessage( nlmsghdr const & message ) {
-   // A change overtook the dump, which may lack a link now (NLM_F_DUMP_INTR in linux/netlink.h). Its rest is read and
-   // counts for nothing.
-   if( message.nlmsg_flags & NLM_F_DUMP_INTR ) handleLoss();
-   switch( message.nlmsg_type ) {
-      case RTM_NEWLINK:
-         if( auto link = parseLink( message ) ) handleLink( std::move( *link ) );
-         break;
-      case RTM_DELLINK:
-         if( auto const index = parseRemoval( message ) ) handleRemoval( *index );
-         break;
-      // Both bring an errno: a dump can be refused, and it can fail on its way.
-      case NLMSG_DONE:
-      case NLMSG_ERROR:
-         if( int const error = errorOf( message ) ) {
-            handleError( error );
-         } else {
-            handleDumpEnd();
-         }
-         break;
-      default: break;
+void LinkMonitor::request() {
+   auto const missing = table_.missing();
+   if( missing == LinkTable::Missing::links ) {
+      DumpRequest request( RTM_GETLINK );
+      request.putBody<ifinfomsg>();
+      // Counters would make the larger part of the answer, and some drivers have to ask their hardware for them.
+      mnl_attr_put_u32( &request.header(), IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS );
+      socket_.send( request.header(), "asking for the links" );
+   } else {
+      DumpRequest request( RTM_GETVLAN );
+      request.putBody<br_vlan_msg>().family = AF_BRIDGE;
+      socket_.send( request.header(), "asking for the VLANs of bridges" );
    }
+   // After the send: where that throws, it stays missing.
+   table_.askedIs( missing );
 }
 
-void LinkMonitor::handleLink( Link link ) {
-   if( fresh_ ) {
-      fresh_->insert_or_assign( link.index, std::move( link ) );
-      return;
-   }
-   // A link not known before begins here with the index 0, which the kernel gives to none.
-   Link & known = links_[link.index];
-   if( known == link ) return;
-   Link const before = std::exchange( known, std::move( link ) );
-   // The old name goes first, as the next message may give it to another link.
-   if( before.index != 0 && before.name != known.name ) removed_( before );
-   changed_( known );
-}
-
-void LinkMonitor::handleRemoval( int index ) {
-   if( fresh_ ) {
-      fresh_->erase( index );
-      return;
-   }
-   if( auto const gone = links_.extract( index ) ) removed_( gone.mapped() );
-}
-
-void LinkMonitor::handleDumpEnd() {
-   // The end of a dump with a gap; the whole one is still to come.
-   if( !fresh_ || dumpDue_ ) return;
-   auto const before = std::exchange( links_, std::move( *fresh_ ) );
-   fresh_.reset();
-   reportDifferences( before );
-}
-
-// Busy: the kernel is still at an earlier dump, which stopped half way for want of memory. The reading of this very
-// message lets it go on. When it is through, a new one is asked for. Any other error is thrown, with the next dump due.
+// Once for each pause, however many errors there are.
 void LinkMonitor::handleError( int error ) {
-   handleLoss();
-   if( error != EBUSY ) throw NetlinkError( error, readingLinks );
+   table_.handleLoss();
+   if( paused_ ) return;
+   paused_ = true;
+   pauseSeconds_ = std::clamp( 2 * pauseSeconds_, firstPauseSeconds, longestPauseSeconds );
+   trouble_.onTrouble( std::string( "the links cannot be read: " ) + std::generic_category().message( error ),
+                       pauseSeconds_ );
 }
 
-void LinkMonitor::handleLoss() {
-   dumpDue_ = true;
-   fresh_.emplace();
-}
-
-void LinkMonitor::reportDifferences( std::map<int, Link> const & before ) const {
-   // All removals before any change: names may have passed from one link to another.
-   for( auto const & [index, link] : before ) {
-      auto const now = links_.find( index );
-      if( now == links_.end() || now->second.name != link.name ) removed_( link );
-   }
-   for( auto const & [index, link] : links_ ) {
-      auto const known = before.find( index );
-      if( known == before.end() || known->second != link ) changed_( link );
-   }
+void LinkMonitor::resume() {
+   paused_ = false;
+   handleReadable();
 }
 
 }  // namespace Host::Linux

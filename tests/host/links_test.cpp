@@ -1,13 +1,8 @@
 // The picture of the box's links: what a message says, and that the reports lead to what the kernel has, also after
 // losses.
-#include <libmnl/libmnl.h>
-#include <linux/if.h>
-#include <linux/if_link.h>
-#include <linux/rtnetlink.h>
 #include <poll.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <map>
 #include <optional>
@@ -15,52 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "LinkMessage.h"
+#include "StatsFaults.h"
 #include "linux/LinkMonitor.h"
 #include "net/PrivateNetwork.h"
 
 namespace Host::Linux {
 namespace {
-
-// A message as the kernel would send it.
-class Message {
- public:
-   explicit Message( std::uint16_t type, int index, unsigned flags = 0, unsigned char family = AF_UNSPEC )
-      : header_( mnl_nlmsg_put_header( bytes_.data() ) ) {
-      header_->nlmsg_type = type;
-      auto & body = *static_cast<ifinfomsg *>( mnl_nlmsg_put_extra_header( header_, sizeof( ifinfomsg ) ) );
-      body.ifi_family = family;
-      body.ifi_index = index;
-      body.ifi_flags = flags;
-   }
-
-   Message & number( std::uint16_t attribute, std::uint32_t value ) {
-      mnl_attr_put_u32( header_, attribute, value );
-      return *this;
-   }
-   Message & named( char const * name ) {
-      mnl_attr_put_strz( header_, IFLA_IFNAME, name );
-      return *this;
-   }
-   Message & operState( std::uint8_t state ) {
-      mnl_attr_put_u8( header_, IFLA_OPERSTATE, state );
-      return *this;
-   }
-   Message & vlan( char const * kind, std::uint16_t id ) {
-      nlattr * const info = mnl_attr_nest_start( header_, IFLA_LINKINFO );
-      mnl_attr_put_strz( header_, IFLA_INFO_KIND, kind );
-      nlattr * const own = mnl_attr_nest_start( header_, IFLA_INFO_DATA );
-      mnl_attr_put_u16( header_, IFLA_VLAN_ID, id );
-      mnl_attr_nest_end( header_, own );
-      mnl_attr_nest_end( header_, info );
-      return *this;
-   }
-
-   [[nodiscard]] nlmsghdr const & header() const { return *header_; }
-
- private:
-   alignas( nlmsghdr ) std::array<char, 512> bytes_{};
-   nlmsghdr * header_;
-};
 
 TEST( Link, canCarryTrafficInTheseStatesOnly ) {
    struct Case {
@@ -81,7 +37,7 @@ TEST( Link, canCarryTrafficInTheseStatesOnly ) {
       { IF_OPER_DORMANT, running, Oper::down },
    };
    for( auto const & [operState, flags, oper] : cases ) {
-      auto const link = parseLink( Message( RTM_NEWLINK, 4, flags ).named( "x0" ).operState( operState ).header() );
+      auto const link = parseLink( LinkMessage( RTM_NEWLINK, 4, flags ).named( "x0" ).operState( operState ).header() );
       ASSERT_TRUE( link );
       EXPECT_EQ( link->oper, oper ) << int( operState ) << " with flags " << flags;
       EXPECT_EQ( link->adminUp, ( flags & IFF_UP ) != 0 );
@@ -89,7 +45,7 @@ TEST( Link, canCarryTrafficInTheseStatesOnly ) {
 }
 
 TEST( Link, readsWhereItBelongs ) {
-   Message vlan( RTM_NEWLINK, 9, IFF_UP );
+   LinkMessage vlan( RTM_NEWLINK, 9, IFF_UP );
    vlan.named( "eth0.100" ).operState( IF_OPER_UP ).number( IFLA_LINK, 2 ).number( IFLA_MASTER, 7 ).vlan( "vlan", 100 );
    Link const expected{ .index = 9,
                         .name = "eth0.100",
@@ -102,31 +58,31 @@ TEST( Link, readsWhereItBelongs ) {
    EXPECT_EQ( parseLink( vlan.header() ), expected );
 
    // Other kinds number their attributes differently.
-   Message other( RTM_NEWLINK, 9 );
+   LinkMessage other( RTM_NEWLINK, 9 );
    EXPECT_EQ( parseLink( other.named( "x0" ).operState( IF_OPER_UP ).vlan( "bond", 100 ).header() )->vlanId, 0 );
 
    // The peer of a container's link lies in another namespace, where index 2 is some other link.
-   Message outside( RTM_NEWLINK, 9 );
+   LinkMessage outside( RTM_NEWLINK, 9 );
    outside.named( "x0" ).operState( IF_OPER_UP ).number( IFLA_LINK, 2 ).number( IFLA_LINK_NETNSID, 0 );
    EXPECT_EQ( parseLink( outside.header() )->parent, 0 );
 }
 
 TEST( Link, isNotReadFromWhatDoesNotDescribeIt ) {
-   EXPECT_FALSE( parseLink( Message( RTM_NEWLINK, 4, 0, AF_BRIDGE ).named( "x0" ).operState( IF_OPER_UP ).header() ) );
-   EXPECT_FALSE( parseLink( Message( RTM_NEWLINK, 4, IFF_UP ).named( "wlan0" ).header() ) ) << "a wireless event";
-   EXPECT_FALSE( parseRemoval( Message( RTM_DELLINK, 4, 0, AF_BRIDGE ).header() ) ) << "it only left a bridge";
-   EXPECT_EQ( parseRemoval( Message( RTM_DELLINK, 4 ).header() ), 4 );
+   EXPECT_FALSE(
+      parseLink( LinkMessage( RTM_NEWLINK, 4, 0, AF_BRIDGE ).named( "x0" ).operState( IF_OPER_UP ).header() ) );
+   EXPECT_FALSE( parseLink( LinkMessage( RTM_NEWLINK, 4, IFF_UP ).named( "wlan0" ).header() ) ) << "a wireless event";
+   EXPECT_FALSE( parseRemoval( LinkMessage( RTM_DELLINK, 4, 0, AF_BRIDGE ).header() ) ) << "it only left a bridge";
+   EXPECT_EQ( parseRemoval( LinkMessage( RTM_DELLINK, 4 ).header() ), 4 );
 }
 
-class Links : public PrivateNetwork {
+class Links : public PrivateNetwork, public LinkListener, public TroubleListener {
  protected:
    using Picture = std::map<std::string, int>;  // name, index
 
    void SetUp() override {
       ASSERT_NO_FATAL_FAILURE( PrivateNetwork::SetUp() );
       ip( "link add name v0 type veth peer name v1" );
-      monitor_.emplace( [this]( Link const & link ) { onChanged( link ); },
-                        [this]( Link const & link ) { onRemoved( link ); } );
+      monitor_.emplace( *this, *this );
    }
 
    // Starts, and forgets the reports of what exists.
@@ -195,16 +151,26 @@ class Links : public PrivateNetwork {
    std::vector<std::string> reports_;
    Picture reported_;  // kept by the reports alone, as a receiver would
 
+   std::vector<std::string> troubles_;
+   double pauseSeconds_ = 0;
+
  private:
-   void onChanged( Link const & link ) {
+   void onLink( Link const & link ) override {
       reports_.push_back( link.name + ( link.oper == Oper::up ? " up" : link.adminUp ? " waits" : " down" ) );
       reported_[link.name] = link.index;
       EXPECT_EQ( monitor_->links().at( link.index ), link );
    }
-   void onRemoved( Link const & link ) {
+   void onLinkGone( Link const & link ) override {
       reports_.push_back( link.name + " gone" );
       EXPECT_EQ( reported_.erase( link.name ), 1u ) << link.name << " was not there";
    }
+   void onVlans( int ) override {}
+   void onSettled( LinkTable const & ) override {}
+   void onTrouble( std::string const & text, double pauseSeconds ) override {
+      troubles_.push_back( text );
+      pauseSeconds_ = pauseSeconds;
+   }
+   void onRecovered() override { troubles_.emplace_back( "recovered" ); }
 };
 
 using Reports = std::vector<std::string>;
@@ -285,6 +251,61 @@ TEST_F( Links, thatDidNotChangeAreNotReportedAfterLostMessages ) {
    ASSERT_GT( dropped(), 0 );
    expectTruth();
    EXPECT_EQ( reports_, Reports{ "v0 waits" } );
+}
+
+// As many as the kernel takes, and as long: more than the reader has room for at first.
+TEST_F( Links, withVeryManyNamesAreKnown ) {
+   start();
+   std::string names;
+   for( int i = 0; i < 496; ++i ) {
+      names += "link property add dev v0 altname " + std::to_string( 1000 + i ) + std::string( 123, 'a' ) + "\n";
+   }
+   ip( names + "link set v0 up" );
+   expectTruth();
+   EXPECT_EQ( reports_, Reports{ "v0 waits" } );
+   monitor_.emplace( *this, *this );
+   reported_.clear();
+   monitor_->start();
+   expectTruth();
+}
+
+TEST_F( Links, areAskedForAgainAfterAnErrorWithAPauseThatGrows ) {
+   using Faults::statsFaults;
+   start();
+   ip( "link del v0\nlink add name v2 type veth" );
+   statsFaults().linkRequestError = ENOMEM;
+   queueBytesIs( 1 );
+   std::string noise;
+   for( int i = 0; i < 100; ++i ) noise += "link set v2 mtu " + std::to_string( 1000 + i ) + "\n";
+   ip( noise );
+   ASSERT_GT( dropped(), 0 );
+   for( double const pause : { 1, 2, 4, 8, 16, 32, 60, 60 } ) {
+      monitor_->handleReadable();
+      monitor_->handleReadable();  // nothing is asked for before the pause is over
+      EXPECT_EQ( pauseSeconds_, pause );
+      if( pause == 4 ) statsFaults().linkRequestError = -EPERM;  // the kernel's own refusal
+      monitor_->resume();
+   }
+   EXPECT_EQ( troubles_.size(), 9u );
+   EXPECT_EQ( troubles_.front(), "the links cannot be read: Cannot allocate memory" );
+   EXPECT_EQ( troubles_.back(), "the links cannot be read: Operation not permitted" );
+   EXPECT_EQ( reported_.count( "v0" ), 1u ) << "what was known stands meanwhile";
+   statsFaults() = {};
+   monitor_->resume();
+   expectTruth();
+   EXPECT_EQ( troubles_.back(), "recovered" );
+   EXPECT_EQ( lastReportAfter( "link set v2 up", "v2 waits" ), "v2 waits" );
+   troubles_.clear();
+   statsFaults().linkRequestError = ENOMEM;
+   LinkMonitor( *this, *this ).start();
+   EXPECT_EQ( pauseSeconds_, 1 );
+   statsFaults() = {};
+}
+
+TEST_F( Links, endWithTheSocketOnly ) {
+   start();
+   close( monitor_->fd() );
+   EXPECT_THROW( monitor_->handleReadable(), NetlinkError );
 }
 
 }  // namespace
