@@ -1,21 +1,27 @@
 #include "feed/CounterFeed.h"
 
-#include <iostream>
-
 namespace Host {
 
-void CounterFeed::refresh( KelQuill::Rows rows ) {
+// Returns what went wrong. It is not passed on: the caller is a sample of the plug-in, which can do nothing about it.
+std::string CounterFeed::readAll() {
    read_.clear();
    try {
       stats_.read( [this]( int index, rtnl_link_stats64 const & stats ) {
          read_.push_back( { index, { stats.rx_bytes, stats.tx_bytes } } );
       } );
    } catch( Linux::NetlinkError const & error ) {
-      // Not passed on: the caller is a sample of the plug-in, which can do nothing about it. The rows keep values and
-      // time.
-      std::cerr << "maintd: reading the links' counters: " << error.what() << "\n";
-      return;
+      return error.what();
    }
+   return {};
+}
+
+void CounterFeed::refresh( KelQuill::Rows rows ) {
+   std::string const trouble = readAll();
+   bool const failed = !trouble.empty();
+   bool const toTell = std::exchange( failing_, failed ) != failed && tell_;
+   if( toTell )
+      tell_( failed ? "the links' counters cannot be read: " + trouble : "the links' counters are read again" );
+   if( failed ) return;
    // In the order in which they came: a link that is listed twice may have restarted in between.
    for( Row const & row : read_ ) {
       auto const link = links_.interfaces().find( row.index );

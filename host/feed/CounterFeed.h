@@ -22,11 +22,12 @@ namespace Host {
 
 class CounterFeed {
  public:
-   // Both outlive this.
-   CounterFeed( LinkFeed const & links, KelQuill::CounterWriter & counters ) : links_( links ), counters_( counters ) {}
+   // Both outlive this. Throws Linux::NetlinkError.
+   CounterFeed( LinkFeed const & links, KelQuill::CounterWriter & counters, Tell tell )
+      : links_( links ), counters_( counters ), tell_( std::move( tell ) ) {}
 
    // Reads all links' statistics, and writes these rows. A read that fails leaves the counters and their time as they
-   // were; the next one makes up for it.
+   // were; the next one makes up for it. The first of several that fail is told, and that they are read again.
    void refresh( KelQuill::Rows rows );
 
    // How many bulk reads of the kernel there have been.
@@ -38,11 +39,14 @@ class CounterFeed {
       Linux::Octets octets;
    };
 
+   [[nodiscard]] std::string readAll();
    void publish( Lumo::IntfId intf, Linux::Octets const & raw );
 
    LinkFeed const & links_;
    KelQuill::CounterWriter & counters_;
+   Tell const tell_;
    Linux::StatsReader stats_;
+   bool failing_ = false;
    std::vector<Row> read_;  // of the bulk read under way; a member for its memory
    // Kept when a link goes: it may come back under its name.
    std::unordered_map<Lumo::IntfId, Linux::MonotonicCounter> octets_;

@@ -1,33 +1,83 @@
 // The box's links as the service's link records, and as rows of the counter table.
 //
-// Owned by the box's service, driven by the link monitor inside turns. A link has a record and a row exactly while it
-// exists.
+// Owned by the box's service, driven by the link monitor inside turns. A link has a record exactly while it exists, and
+// an Ethernet link a row as well. That a known link went up, down or away is on record at once, so that nobody misses a
+// flap. What it takes the whole picture to say, the kind and the members, is worked out once for all that was pending:
+// so links that come many at a time cost each the same.
+//
+// A link for which the table has no room goes without counters, until a row is given up or there is room again.
 #pragma once
 
-#include <map>
+#include <functional>
+#include <set>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
-#include "links/LinkRecords.h"
-#include "linux/LinkMonitor.h"
+#include "feed/LinkKinds.h"
+#include "linux/LinkTable.h"
 #include "quill/CounterWriter.h"
 
 namespace Host {
 
-class LinkFeed {
+// Takes what an operator should hear of; may be empty.
+using Tell = std::function<void( std::string const & text )>;
+// Hears of each link that has come, gone or changed in any way, with its name; may be empty.
+using OnLink = std::function<void( Lumo::IntfId intf )>;
+
+class LinkFeed final : public Linux::LinkListener {
  public:
    // Both outlive this.
-   LinkFeed( Service::LinkRecords & links, KelQuill::CounterWriter & counters )
-      : links_( links ), counters_( counters ) {}
-
-   void changed( Linux::Link const & link );
-   void removed( Linux::Link const & link );
+   LinkFeed( Service::LinkRecords & links, KelQuill::CounterWriter & counters, Tell tell, OnLink onLink = {} );
 
    // By kernel index, the interfaces that exist.
-   [[nodiscard]] std::map<int, Lumo::IntfId> const & interfaces() const { return interfaces_; }
+   [[nodiscard]] std::unordered_map<int, Lumo::IntfId> const & interfaces() const { return interfaces_; }
+
+   void onLink( Linux::Link const & link ) override;
+   void onLinkGone( Linux::Link const & link ) override;
+   void onVlans( int port ) override;
+   void onSettled( Linux::LinkTable const & table ) override;
 
  private:
+   // Where a link stands among the others, and what of it they look at.
+   struct Place {
+      int master = 0;
+      int below = 0;  // of a VLAN link
+      std::string kind;
+      int vlanId = 0;
+      bool vlanAware = false;
+
+      bool operator==( Place const & ) const = default;
+   };
+   struct Known {
+      Lumo::IntfId intf;
+      Place place;
+      bool published = false;
+      Service::LinkReport report;  // as published
+   };
+   using Indices = std::unordered_map<int, std::set<int>>;
+
+   void placeIs( int index, Place & present, Place place );
+   void touch( int index );
+   [[nodiscard]] std::vector<Linux::Link const *> stale( Linux::LinkTable const & table ) const;
+   void publish( Linux::Link const & link, Service::LinkReport const & report );
+
+   void rowIs( Lumo::IntfId intf );
+   void rowDel( Lumo::IntfId intf );
+   [[nodiscard]] std::string rowTrouble( Lumo::IntfId intf );
+   void retryRows();
+
    Service::LinkRecords & links_;
    KelQuill::CounterWriter & counters_;
-   std::map<int, Lumo::IntfId> interfaces_;
+   Tell const tell_;
+   OnLink const onLink_;
+   std::unordered_map<int, Lumo::IntfId> interfaces_;
+   std::unordered_map<int, Known> known_;
+   Indices belonging_;               // by master
+   Indices above_;                   // VLAN links by the link below
+   std::set<int> touched_;           // they, and what is above them, are to be looked at when it settles
+   std::set<Lumo::IntfId> rowless_;  // for want of room
 };
 
 }  // namespace Host

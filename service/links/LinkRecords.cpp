@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace Service {
@@ -23,15 +24,14 @@ uint16_t vlanIdByName( std::string_view name ) {
    return error == std::errc() && rest == end ? id : uint16_t{ 0 };
 }
 
-bool contains( std::vector<IntfId> const & intfs, IntfId intf ) {
-   return std::ranges::find( intfs, intf ) != intfs.end();
-}
-
 }  // namespace
 
 LinkRecords::Link LinkRecords::linkOf( IntfId intf, LinkReport const & report ) {
    Link link = { report, {}, {} };
-   for( std::string const & name : report.members ) link.members.emplace_back( name );
+   std::unordered_set<IntfId> named;
+   for( std::string const & name : report.members ) {
+      if( IntfId const member( name ); named.insert( member ).second ) link.members.push_back( member );
+   }
    uint16_t const id = report.vlanId != 0 ? report.vlanId : vlanIdByName( intf.name() );
    bool const isVlan = report.kind == IntfKind::vlan && id >= 1 && id <= 4094;
    if( isVlan ) link.vlanId = id;
@@ -60,7 +60,8 @@ void LinkRecords::linkIs( IntfId intf, LinkReport const & report ) {
       }
    }
    declare( intf, link );
-   links_[intf] = link;
+   bool const isNew = links_.insert_or_assign( intf, link ).second;
+   if( isNew && link.vlanId ) ++vlanLinks_[*link.vlanId];
    // As a member of others before it has members of its own: its kind may be none that they can have.
    goneIs( intf, false );
    membersAre( intf, link, former );
@@ -81,10 +82,13 @@ void LinkRecords::linkDel( IntfId intf ) {
    if( !found ) return;
    Link const & link = found.mapped();
    for( IntfId const member : link.members ) {
-      memberDel( member, intf );
+      memberDel( member, intf, link );
       publish( member, link );
    }
-   if( link.vlanId && !isVlan( *link.vlanId ) ) vlanDel( *link.vlanId );
+   if( link.vlanId && --vlanLinks_[*link.vlanId] == 0 ) {
+      vlanLinks_.erase( *link.vlanId );
+      vlanDel( *link.vlanId );
+   }
    goneIs( intf, true );
 }
 
@@ -104,7 +108,7 @@ void LinkRecords::linksAre( std::map<IntfId, LinkReport> const & reports ) {
       for( auto [member, present] : vlan->intfIterator() ) {
          if( !inVlan( member, id ) ) vlan->intfDel( member );
       }
-      if( !isVlan( id ) ) state_.vlanStatus->vlanStatusDel( id );
+      if( !vlanLinks_.contains( id ) ) state_.vlanStatus->vlanStatusDel( id );
    }
 }
 
@@ -113,29 +117,36 @@ void LinkRecords::linksAre( std::map<IntfId, LinkReport> const & reports ) {
 void LinkRecords::membersAre( IntfId intf, Link const & link, std::vector<IntfId> const & former ) {
    // Without members, too: that the VLAN is there is something else than that it is not.
    if( link.vlanId ) state_.vlanStatus->vlanStatusIs( *link.vlanId );
+   std::unordered_set<IntfId> left( former.begin(), former.end() );
    for( IntfId const member : link.members ) {
-      memberIs( member, intf );
+      // One that was reported before makes no new claim.
+      if( left.erase( member ) == 0 ) memberIs( member, intf, link );
       publish( member, link );
    }
    for( IntfId const member : former ) {
-      if( contains( link.members, member ) ) continue;
-      memberDel( member, intf );
+      if( !left.contains( member ) ) continue;
+      memberDel( member, intf, link );
       publish( member, link );
    }
 }
 
-void LinkRecords::memberIs( IntfId member, IntfId of ) {
+void LinkRecords::memberIs( IntfId member, IntfId intf, Link const & of ) {
    bool const unknown = member.kind() == IntfKind::other && !links_.contains( member ) && !member.empty();
    if( unknown ) IntfId::declare( member.name(), IntfKind::ethernet );
-   auto & links = memberships_[member].of;
-   if( !contains( links, of ) ) links.push_back( of );
+   if( of.report.kind != IntfKind::portChannel && !of.vlanId ) return;
+   Membership & membership = memberships_[member];
+   if( of.report.kind == IntfKind::portChannel ) membership.lags.push_back( intf );
+   if( of.vlanId ) ++membership.vlans[*of.vlanId];
 }
 
-void LinkRecords::memberDel( IntfId member, IntfId of ) {
+void LinkRecords::memberDel( IntfId member, IntfId intf, Link const & of ) {
    auto const found = memberships_.find( member );
-   if( found == memberships_.end() ) return;  // a report that names it twice
-   std::erase( found->second.of, of );
-   if( found->second.of.empty() ) memberships_.erase( found );
+   if( found == memberships_.end() ) return;
+   Membership & membership = found->second;
+   if( of.report.kind == IntfKind::portChannel ) std::erase( membership.lags, intf );
+   auto const links = of.vlanId ? membership.vlans.find( *of.vlanId ) : membership.vlans.end();
+   if( links != membership.vlans.end() && --links->second == 0 ) membership.vlans.erase( links );
+   if( membership.lags.empty() && membership.vlans.empty() ) memberships_.erase( found );
 }
 
 void LinkRecords::goneIs( IntfId member, bool gone ) {
@@ -143,10 +154,9 @@ void LinkRecords::goneIs( IntfId member, bool gone ) {
    if( found == memberships_.end() ) return;
    found->second.gone = gone;
    // A copy: publishing tells others, who may report.
-   auto const of = found->second.of;
-   for( IntfId const intf : of ) {
-      if( auto const link = links_.find( intf ); link != links_.end() ) publish( member, Link( link->second ) );
-   }
+   auto const vlans = found->second.vlans;
+   if( !found->second.lags.empty() ) publishLag( member );
+   for( auto const & [vlanId, links] : vlans ) publishVlanMember( member, vlanId );
 }
 
 // Publishing. Each looks at the memberships afresh, so that it does not matter what changed.
@@ -179,7 +189,7 @@ void LinkRecords::publishVlanMember( IntfId member, uint16_t vlanId ) {
    }
 }
 
-void LinkRecords::vlanDel( uint16_t vlanId ) {
+void LinkRecords::vlanDel( uint32_t vlanId ) {
    if( auto const vlan = state_.vlanStatus->vlanStatus( vlanId ) ) vlan->intfDelAll();
    state_.vlanStatus->vlanStatusDel( vlanId );
 }
@@ -189,26 +199,14 @@ void LinkRecords::vlanDel( uint16_t vlanId ) {
 IntfId LinkRecords::lagOf( IntfId member ) const {
    auto const found = memberships_.find( member );
    if( found == memberships_.end() || found->second.gone || member.kind() != IntfKind::ethernet ) return {};
-   IntfId lag;
-   for( IntfId const intf : found->second.of ) {
-      auto const link = links_.find( intf );
-      if( link != links_.end() && link->second.report.kind == IntfKind::portChannel ) lag = intf;
-   }
-   return lag;
+   return found->second.lags.empty() ? IntfId() : found->second.lags.back();
 }
 
 bool LinkRecords::inVlan( IntfId member, uint32_t vlanId ) const {
    auto const found = memberships_.find( member );
    if( found == memberships_.end() || found->second.gone ) return false;
    if( member.kind() != IntfKind::ethernet && member.kind() != IntfKind::portChannel ) return false;
-   return std::ranges::any_of( found->second.of, [&]( IntfId intf ) {
-      auto const link = links_.find( intf );
-      return link != links_.end() && link->second.vlanId == vlanId;
-   } );
-}
-
-bool LinkRecords::isVlan( uint32_t vlanId ) const {
-   return std::ranges::any_of( links_, [&]( auto const & entry ) { return entry.second.vlanId == vlanId; } );
+   return found->second.vlans.contains( static_cast<uint16_t>( vlanId ) );
 }
 
 // Trouble

@@ -51,29 +51,29 @@ class LinkRecords {
  private:
    struct Link {
       LinkReport report;
-      std::vector<Lumo::IntfId> members;
-      std::optional<uint16_t> vlanId;  // of a VLAN link, where it is one
+      std::vector<Lumo::IntfId> members;  // each once
+      std::optional<uint16_t> vlanId;     // of a VLAN link, where it is one
    };
-   // One interface as a member.
+   // One interface as a member. A port may be in thousands of VLANs.
    struct Membership {
-      std::vector<Lumo::IntfId> of;  // links that report it, the latest last
-      bool gone = false;             // it was a link and is none
+      std::vector<Lumo::IntfId> lags;         // port-channels that report it, the latest last
+      std::map<uint16_t, std::size_t> vlans;  // VLAN ids that links report it for, and how many do
+      bool gone = false;                      // it was a link and is none
    };
 
    [[nodiscard]] static Link linkOf( Lumo::IntfId intf, LinkReport const & report );
    static void declare( Lumo::IntfId intf, Link const & link );
    void membersAre( Lumo::IntfId intf, Link const & link, std::vector<Lumo::IntfId> const & former );
-   void memberIs( Lumo::IntfId member, Lumo::IntfId of );
-   void memberDel( Lumo::IntfId member, Lumo::IntfId of );
+   void memberIs( Lumo::IntfId member, Lumo::IntfId intf, Link const & of );
+   void memberDel( Lumo::IntfId member, Lumo::IntfId intf, Link const & of );
    void goneIs( Lumo::IntfId member, bool gone );
 
    void publish( Lumo::IntfId member, Link const & of );
    void publishLag( Lumo::IntfId member );
    void publishVlanMember( Lumo::IntfId member, uint16_t vlanId );
-   void vlanDel( uint16_t vlanId );
+   void vlanDel( uint32_t vlanId );
    [[nodiscard]] Lumo::IntfId lagOf( Lumo::IntfId member ) const;
    [[nodiscard]] bool inVlan( Lumo::IntfId member, uint32_t vlanId ) const;
-   [[nodiscard]] bool isVlan( uint32_t vlanId ) const;
 
    [[nodiscard]] std::string lagTrouble( Lumo::IntfId lag, Lumo::IntfId member ) const;
    [[nodiscard]] std::string vlanTrouble( Lumo::IntfId member ) const;
@@ -81,6 +81,7 @@ class LinkRecords {
    Maintenance::MaintenanceState & state_;
    std::unordered_map<Lumo::IntfId, Link> links_;
    std::unordered_map<Lumo::IntfId, Membership> memberships_;  // by member
+   std::unordered_map<uint32_t, std::size_t> vlanLinks_;       // how many links each VLAN id has
 };
 
 }  // namespace Service

@@ -10,8 +10,7 @@
 
 #include "StatsFaults.h"
 #include "feed/CounterFeed.h"
-#include "feed/LinkFeed.h"
-#include "linux/LinkMonitor.h"
+#include "feed/LinkWatch.h"
 #include "linux/MonotonicCounter.h"
 #include "linux/StatsReader.h"
 #include "net/PrivateNetwork.h"
@@ -168,10 +167,10 @@ class Feed : public Counters {
  protected:
    void SetUp() override {
       ASSERT_NO_FATAL_FAILURE( Counters::SetUp() );
-      monitor_.emplace( [this]( Link const & link ) { links_.changed( link ); },
-                        [this]( Link const & link ) { links_.removed( link ); } );
-      feed_.emplace( links_, writer_ );
-      loop_.turn( [&] { monitor_->start(); } );
+      Tell const tell = [this]( std::string const & text ) { told_.push_back( text ); };
+      watch_.emplace( links_, tell );
+      feed_.emplace( links_, writer_, tell );
+      loop_.turn( [&] { watch_->monitor().start(); } );
    }
    ~Feed() override { Faults::statsFaults() = {}; }
 
@@ -179,7 +178,7 @@ class Feed : public Counters {
    void refreshAt( double time, bool linksHeard = true ) {
       loop_.runUntil( *clock_, time );
       loop_.turn( [&] {
-         if( linksHeard ) monitor_->handleReadable();
+         if( linksHeard ) watch_->monitor().handleReadable();
          feed_->refresh( KelQuill::Rows::all );
       } );
    }
@@ -199,8 +198,9 @@ class Feed : public Counters {
    Maintenance::MaintenanceState state_{ *database_ };
    KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
    Service::LinkRecords records_{ state_ };
-   LinkFeed links_{ records_, writer_ };
-   std::optional<LinkMonitor> monitor_;  // these two are made in the private network
+   std::vector<std::string> told_;
+   LinkFeed links_{ records_, writer_, [this]( std::string const & text ) { told_.push_back( text ); } };
+   std::optional<LinkWatch> watch_;  // these two are made in the private network
    std::optional<CounterFeed> feed_;
 };
 
@@ -249,7 +249,7 @@ TEST_F( Feed, aLinkThatAnInterruptedAnswerPassedByKeepsItsTime ) {
 
 TEST_F( Feed, aLinkThatIsNotToldOfYetHasNoTime ) {
    ip( "link add name late type veth" );
-   loop_.turn( [&] { monitor_->handleReadable(); } );
+   loop_.turn( [&] { watch_->monitor().handleReadable(); } );
    EXPECT_EQ( readTime( "late" ), 0 );
    refreshAt( 1010 );
    EXPECT_EQ( readTime( "late" ), 1010 );
