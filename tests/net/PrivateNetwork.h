@@ -26,11 +26,9 @@ class PrivateNetwork : public ::testing::Test {
    }
 
    // Has iproute2 carry out these lines, as "link set v0 up". Throws when one fails.
-   static void ip( std::string const & lines ) {
-      FILE * const batch = popen( "ip -batch -", "w" );
-      std::fputs( ( lines + "\n" ).c_str(), batch );
-      if( pclose( batch ) != 0 ) throw std::runtime_error( "iproute2 failed at: " + lines );
-   }
+   static void ip( std::string const & lines ) { carryOut( "ip", lines ); }
+   // The same for bridges, as "vlan add dev v0 vid 20".
+   static void bridge( std::string const & lines ) { carryOut( "bridge", lines ); }
 
    // What "ip -json <arguments>" answers.
    static boost::json::array ask( std::string const & arguments ) {
@@ -42,6 +40,12 @@ class PrivateNetwork : public ::testing::Test {
    }
 
  private:
+   static void carryOut( std::string const & program, std::string const & lines ) {
+      FILE * const batch = popen( ( program + " -batch -" ).c_str(), "w" );
+      std::fputs( ( lines + "\n" ).c_str(), batch );
+      if( pclose( batch ) != 0 ) throw std::runtime_error( "iproute2 failed at: " + lines );
+   }
+
    // Root has the right to a network namespace; anyone else needs a user namespace around it, in which to be root.
    static bool entered() {
       if( unshare( CLONE_NEWNET ) == 0 ) return true;
