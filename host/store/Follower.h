@@ -1,0 +1,60 @@
+// Follows an entity and all below it, and tells which rows of the store no longer say what is there.
+//
+// One for each entity of a kept directory, nested as they are; the keeper owns those of the mounted directories. Knows
+// neither rows nor the store. What an entity that goes took with it is told once, by its own path.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "kel/Entity.h"
+
+namespace Host {
+
+class Follower;
+
+class FollowerListener {
+ public:
+   virtual ~FollowerListener() = default;
+
+   // An entity is followed from now on; it may be there since long, or new.
+   virtual void followed( Follower & follower ) = 0;
+   // An attribute that its row shows is another. `key` as in Kel::Watcher.
+   virtual void changed( Follower & follower, Kel::AttributeInfo const & attribute ) = 0;
+   // Not followed any more. Its path may be another entity's by now.
+   virtual void forgotten( Follower & follower ) = 0;
+   // What was at the path, and all below it, is gone. Told before what has taken its place is followed.
+   virtual void gone( std::string const & path ) = 0;
+};
+
+class Follower final : public Kel::Watcher {
+ public:
+   enum class In { database, dir, record };  // what an entity is in: mounted, a directory of any type, another record
+
+   // `listener` outlives this. `intfNamed`: the key of the entity is an interface.
+   Follower( FollowerListener & listener, Kel::Ptr<Kel::Entity> const & entity, std::string path, In in,
+             bool intfNamed );
+   ~Follower() override;
+
+   [[nodiscard]] Kel::Entity & entity() const { return *entity_; }
+   [[nodiscard]] std::string const & path() const { return path_; }
+   [[nodiscard]] In in() const { return in_; }
+   [[nodiscard]] bool intfNamed() const { return intfNamed_; }
+
+   void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute, std::string const * key ) override;
+
+ private:
+   void followChild( Kel::AttributeInfo const & attribute, std::string const & key );
+   [[nodiscard]] std::string childPath( Kel::AttributeInfo const & attribute, std::string const & key ) const;
+
+   FollowerListener & listener_;
+   Kel::Ptr<Kel::Entity> const entity_;
+   std::string const path_;
+   In const in_;
+   bool const intfNamed_;
+   std::map<std::pair<Kel::AttributeInfo const *, std::string>, std::unique_ptr<Follower>> below_;
+};
+
+}  // namespace Host

@@ -1,0 +1,294 @@
+#include "store/Keeper.h"
+
+#include <algorithm>
+#include <set>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "evidence/Windows.h"
+#include "kel/ActivityLoop.h"
+#include "kel/TurnEnd.h"
+#include "records/IntfId.h"
+#include "state/TurnEndRank.h"
+#include "store/Records.h"
+#include "store/RowText.h"
+#include "store/SeriesTurns.h"
+
+namespace Host {
+
+namespace {
+
+constexpr double passingSeconds = 10;
+constexpr double longestPause = 10;  // s
+
+// 0 for one that says no VLAN, which nobody may ask for its VLAN then either.
+uint16_t vlanIdOf( Lumo::IntfId intf ) {
+   if( !Lumo::VlanIntfId::isVlanIntfId( intf ) ) return 0;
+   try {
+      return Lumo::VlanIntfId::vlanId( intf );
+   } catch( Kel::RangeError const & ) {
+      return 0;
+   }
+}
+
+}  // namespace
+
+class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
+ public:
+   explicit Impl( Parts parts )
+      : TurnEnd( Maintenance::recordsKept ),
+        parts_( std::move( parts ) ),
+        series_( Kel::now() ),
+        passingDue_( *this, &Impl::handlePassing ),
+        retryDue_( *this, &Impl::handleRetry ) {
+      auto const mounted = Records::kept( *parts_.database );
+      load();
+      follow( mounted );
+   }
+   ~Impl() override {
+      series_.allDue();
+      if( anythingNoted() ) commit();
+      top_.clear();
+   }
+
+   bool keep() {
+      if( !trouble_.empty() ) return false;
+      return !anythingNoted() || commit();
+   }
+   std::string const & trouble() const { return trouble_; }
+
+ private:
+   using Kind = std::pair<uint8_t, uint16_t>;  // and the VLAN id
+
+   class Timer final : public Kel::Clock::NotifieeConst {
+    public:
+      Timer( Impl & owner, void ( Impl::*handle )() )
+         : NotifieeConst( Kel::activityLoop().clock() ), owner_( owner ), handle_( handle ) {}
+      void onTimeMin() override { ( owner_.*handle_ )(); }
+
+    private:
+      Impl & owner_;
+      void ( Impl::*const handle_ )();
+   };
+
+   void load();
+   void loadKinds();
+   void follow( std::vector<std::string> const & mounted );
+
+   void onTurnEnd() override;
+   void handlePassing();
+   void handleRetry();
+   void followed( Follower & follower ) override;
+   void changed( Follower & follower, Kel::AttributeInfo const & attribute ) override;
+   void forgotten( Follower & follower ) override;
+   void gone( std::string const & path ) override;
+
+   [[nodiscard]] bool anythingNoted() const;
+   bool commit();
+   [[nodiscard]] Store::Changes collect() const;
+   void collectRow( Follower const & follower, Store::Changes & changes, std::set<std::string> & names ) const;
+   void collectKinds( std::set<std::string> const & names, Store::Changes & changes ) const;
+   void failed( std::string const & why );
+   void succeeded( Store::Changes const & changes );
+
+   Parts const parts_;
+   std::unordered_set<std::string> restored_;      // paths of rows whose record is not followed yet
+   std::unordered_map<std::string, Kind> kinds_;   // as they are in the store, by the interface's name
+   std::unordered_set<Follower const *> noted_;    // to be on disk at the end of the turn
+   std::unordered_set<Follower const *> passing_;  // to be on disk with the next transaction
+   std::set<std::string> deleted_;                 // paths
+   SeriesTurns series_;
+   std::string trouble_;
+   double pause_ = 0;  // s, before it was tried last
+   Timer passingDue_;
+   Timer retryDue_;
+   std::vector<std::unique_ptr<Follower>> top_;
+};
+
+// What was kept
+
+void Keeper::Impl::load() {
+   // First, as the records say interfaces by name, and whoever meets one asks for its kind.
+   loadKinds();
+   auto const fitting = [this]( std::string const & path, auto const & restore ) {
+      try {
+         restore();
+      } catch( std::exception const & error ) {
+         throw StoreError( StoreError::Kind::damaged, parts_.store.path(),
+                           "is damaged: the row \"" + path + "\" fits no record: " + error.what() );
+      }
+   };
+   for( Store::Row const & row : parts_.store.rows() ) {
+      fitting( row.path, [&] { Records::restore( *parts_.database, row ); } );
+      restored_.insert( row.path );
+   }
+   parts_.store.eachSeries( [&]( std::string const & path, std::string const & bytes ) {
+      fitting( path, [&] { Records::restoreSeries( *parts_.database, path, bytes ); } );
+   } );
+}
+
+void Keeper::Impl::loadKinds() {
+   for( auto const & [name, kind, vlanId] : parts_.store.declared() ) {
+      if( name.empty() || !Lumo::enumName( static_cast<Lumo::IntfKind>( kind ) ) ) {
+         throw StoreError(
+            StoreError::Kind::damaged, parts_.store.path(),
+            "is damaged: it says of the interface \"" + name + "\" that it is of kind " + std::to_string( kind ) );
+      }
+      Lumo::IntfId::declare( name, static_cast<Lumo::IntfKind>( kind ), vlanId );
+      kinds_[name] = { kind, vlanId };
+   }
+}
+
+void Keeper::Impl::follow( std::vector<std::string> const & mounted ) {
+   for( std::string const & path : mounted ) {
+      top_.push_back( std::make_unique<Follower>( *this, parts_.database->getEntity( path ), Records::rowPath( path ),
+                                                  Follower::In::database, false ) );
+   }
+   restored_.clear();
+}
+
+// What has changed
+
+void Keeper::Impl::followed( Follower & follower ) {
+   bool const inStore = restored_.erase( follower.path() ) > 0;
+   series_.add( follower, inStore );
+   if( inStore || !Records::hasRow( follower.entity(), follower.in() == Follower::In::database ) ) return;
+   noted_.insert( &follower );
+   due();
+}
+
+void Keeper::Impl::changed( Follower & follower, Kel::AttributeInfo const & attribute ) {
+   if( Records::isPassing( follower.entity(), attribute ) ) {
+      passing_.insert( &follower );
+      if( passingDue_.timeMin() == Kel::never ) passingDue_.timeMinIs( Kel::now() + passingSeconds );
+      return;
+   }
+   bool const ofWindow = dynamic_cast<Evidence::Window const *>( &follower.entity() ) != nullptr;
+   if( ofWindow && ( attribute.name() == "stageRun" || attribute.name() == "outcome" ) ) series_.windowDue( follower );
+   noted_.insert( &follower );
+   due();
+}
+
+void Keeper::Impl::forgotten( Follower & follower ) {
+   noted_.erase( &follower );
+   passing_.erase( &follower );
+   series_.remove( follower );
+}
+
+void Keeper::Impl::gone( std::string const & path ) {
+   deleted_.insert( path );
+   due();
+}
+
+// Writing
+
+bool Keeper::Impl::anythingNoted() const {
+   return !noted_.empty() || !passing_.empty() || !deleted_.empty() || !series_.due().empty();
+}
+
+void Keeper::Impl::onTurnEnd() {
+   if( trouble_.empty() ) commit();
+}
+
+void Keeper::Impl::handlePassing() {
+   series_.someDue( Kel::now() );
+   if( trouble_.empty() && anythingNoted() ) commit();
+}
+
+void Keeper::Impl::handleRetry() {
+   if( commit() && parts_.writable ) parts_.writable();
+}
+
+bool Keeper::Impl::commit() {
+   Store::Changes const changes = collect();
+   try {
+      parts_.store.commit( changes );
+   } catch( StoreError const & error ) {
+      failed( error.what() );
+      return false;
+   }
+   succeeded( changes );
+   return true;
+}
+
+Store::Changes Keeper::Impl::collect() const {
+   Store::Changes changes;
+   changes.deleted.assign( deleted_.begin(), deleted_.end() );
+   std::set<std::string> names;
+   for( Follower const * const follower : noted_ ) collectRow( *follower, changes, names );
+   for( Follower const * const follower : passing_ ) {
+      if( !noted_.contains( follower ) ) collectRow( *follower, changes, names );
+   }
+   for( Follower const * const follower : series_.due() ) {
+      // An empty one says no more than none.
+      auto bytes = Records::seriesOf( follower->entity() );
+      if( !bytes.empty() ) changes.series.push_back( { follower->path(), std::move( bytes ) } );
+   }
+   collectKinds( names, changes );
+   changes.moment = Store::Moment{ parts_.boot, Kel::now(), parts_.clockShift, parts_.wallTime() };
+   return changes;
+}
+
+void Keeper::Impl::collectRow( Follower const & follower, Store::Changes & changes,
+                               std::set<std::string> & names ) const {
+   Kel::Entity const & e = follower.entity();
+   auto value = Records::rowValue( e, follower.in() == Follower::In::dir );
+   changes.written.push_back(
+      { follower.path(), RowText::of( Kel::Value( Kel::Value::Content( std::move( value ) ) ) ) } );
+   if( follower.intfNamed() ) names.insert( e.name() );
+   for( auto const & attribute : e.kelTypeInfo().attributes() ) {
+      if( !Records::inRow( *attribute ) || attribute->keyTypeName() != "Lumo::IntfId" ) continue;
+      names.merge( [&] {
+         auto const keys = attribute->keys( e );
+         return std::set<std::string>( keys.begin(), keys.end() );
+      }() );
+   }
+}
+
+// Of those that are mentioned and are not in the store as they are now. A sub-interface whose name says what it divides
+// needs none, and would forget that by it.
+void Keeper::Impl::collectKinds( std::set<std::string> const & names, Store::Changes & changes ) const {
+   for( std::string const & name : names ) {
+      auto const intf = Lumo::IntfId::known( name );
+      if( !intf || intf->empty() || intf->baseKind() != intf->kind() ) continue;
+      Kind const kind{ static_cast<uint8_t>( intf->kind() ), vlanIdOf( *intf ) };
+      auto const stored = kinds_.find( name );
+      if( stored != kinds_.end() && stored->second == kind ) continue;
+      changes.declared.push_back( { name, kind.first, kind.second } );
+   }
+}
+
+void Keeper::Impl::failed( std::string const & why ) {
+   if( std::exchange( trouble_, why ) != why ) parts_.tell( why );
+   pause_ = std::clamp( 2 * pause_, 1.0, longestPause );
+   retryDue_.timeMinIs( Kel::now() + pause_ );
+}
+
+void Keeper::Impl::succeeded( Store::Changes const & changes ) {
+   noted_.clear();
+   passing_.clear();
+   deleted_.clear();
+   series_.written();
+   for( auto const & [name, kind, vlanId] : changes.declared ) kinds_[name] = { kind, vlanId };
+   pause_ = 0;
+   if( std::exchange( trouble_, "" ).empty() ) return;
+   parts_.tell( parts_.store.path() + ": is written again, and all is in it that came meanwhile" );
+}
+
+// The outside
+
+double Keeper::clockShift( Store::Moment const & kept, std::string const & boot, double bootTime, double wallTime ) {
+   if( kept.boot.empty() ) return 0;
+   if( kept.boot == boot ) return kept.shift;
+   return kept.now + std::max( wallTime - kept.wallTime, 0.0 ) - bootTime;
+}
+
+Keeper::Keeper( Parts parts ) : impl_( std::make_unique<Impl>( std::move( parts ) ) ) {}
+Keeper::~Keeper() = default;
+
+bool Keeper::keep() { return impl_->keep(); }
+std::string const & Keeper::trouble() const { return impl_->trouble(); }
+
+}  // namespace Host
