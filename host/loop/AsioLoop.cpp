@@ -34,7 +34,8 @@ timespec absolute( double seconds ) {
 
 }  // namespace
 
-AsioLoop::AsioLoop( Kel::ActivityLoop & loop ) : loop_( loop ), timer_( io_, newTimer() ) {}
+AsioLoop::AsioLoop( Kel::ActivityLoop & loop, double ahead )
+   : loop_( loop ), ahead_( ahead ), timer_( io_, newTimer() ) {}
 
 void AsioLoop::turn( std::function<void()> const & work ) {
    loop_.turn( work );
@@ -46,7 +47,7 @@ void AsioLoop::armTimer() {
    double const due = loop_.nextDue();
    itimerspec spec{};
    // Where nothing waits it stays all zeros, which disarms.
-   if( std::isfinite( due ) ) spec.it_value = absolute( due );
+   if( std::isfinite( due ) ) spec.it_value = absolute( due - ahead_ );
    if( timerfd_settime( timer_.native_handle(), TFD_TIMER_ABSTIME, &spec, nullptr ) != 0 ) {
       throw std::system_error( errno, std::generic_category(), "setting the loop's timer" );
    }

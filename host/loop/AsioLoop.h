@@ -17,8 +17,8 @@ namespace Host {
 
 class AsioLoop {
  public:
-   // Drives `loop`, whose clock must follow CLOCK_BOOTTIME.
-   explicit AsioLoop( Kel::ActivityLoop & loop );
+   // Drives `loop`, whose clock must follow CLOCK_BOOTTIME, always `ahead` seconds before it (loop/ShiftedClock.h).
+   explicit AsioLoop( Kel::ActivityLoop & loop, double ahead = 0 );
 
    [[nodiscard]] boost::asio::io_context & io() { return io_; }
 
@@ -49,6 +49,7 @@ class AsioLoop {
    void armTimer();
 
    Kel::ActivityLoop & loop_;
+   double const ahead_;                           // s
    boost::asio::io_context io_{ 1 };              // a hint that one thread runs it
    boost::asio::posix::stream_descriptor timer_;  // a timerfd, so that suspended time counts as in the loop's clock
    std::list<Watch> watches_;

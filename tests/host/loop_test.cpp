@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "kel/Clock.h"
+#include "loop/ShiftedClock.h"
 
 namespace Host {
 namespace {
@@ -19,10 +19,14 @@ class Request final : public Kel::Clock::NotifieeConst {
    int const pipe_;
 };
 
-TEST( AsioLoop, sleepsUntilATimerIsDueOrADescriptorIsReady ) {
-   Kel::Ptr<Kel::Clock> const clock = new Kel::RealClock;
+// On a clock that is ahead of the kernel's, or behind it, as after a start of the machine.
+class AsioLoopTest : public ::testing::TestWithParam<double> {};
+INSTANTIATE_TEST_SUITE_P( Clocks, AsioLoopTest, ::testing::Values( 0, 1e6, -1e6 ) );
+
+TEST_P( AsioLoopTest, sleepsUntilATimerIsDueOrADescriptorIsReady ) {
+   Kel::Ptr<Kel::Clock> const clock = new ShiftedClock( GetParam() );
    Kel::ActivityLoop activity( clock );
-   AsioLoop loop( activity );
+   AsioLoop loop( activity, GetParam() );
    int ends[2] = {};
    ASSERT_EQ( pipe( ends ), 0 );
    double answered = 0;
