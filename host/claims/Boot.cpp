@@ -1,0 +1,13 @@
+#include "claims/Boot.h"
+
+#include <fstream>
+
+namespace Host {
+
+std::string bootId() {
+   std::string id;
+   std::ifstream( "/proc/sys/kernel/random/boot_id" ) >> id;
+   return id;
+}
+
+}  // namespace Host
