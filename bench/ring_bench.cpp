@@ -56,7 +56,7 @@ void writeMessages( benchmark::State & state, NameOf const & nameOf ) {
       BRISKLOG( 8, "intf {}, rates in {} out {}", nameOf( sample ), sample.in, sample.out );
    }
    std::filesystem::remove( file );
-   std::filesystem::remove( file + ".old" );
+   std::filesystem::remove( file + ".1" );
 }
 
 void ringMessage( benchmark::State & state ) {

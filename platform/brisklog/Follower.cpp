@@ -41,7 +41,7 @@ bool Follower::replaced() const {
 
 void Follower::reopen() {
    // Opened before the old one is closed: where that fails, the old one is followed on.
-   int const fd = open( path_.c_str(), O_RDONLY | O_CLOEXEC );
+   int const fd = open( path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC );
    if( fd < 0 && errno == ENOENT ) return;  // gone since it was seen
    if( fd < 0 ) throw RingError( "ring trace " + path_ + ": " + std::generic_category().message( errno ) );
    newRing_ = fd_ >= 0;  // the first one is news, but replaces none

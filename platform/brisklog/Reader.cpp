@@ -47,7 +47,7 @@ struct Descriptor {
 }  // namespace
 
 Reader::Reader( std::string const & path ) {
-   Descriptor const file{ open( path.c_str(), O_RDONLY | O_CLOEXEC ) };
+   Descriptor const file{ open( path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) };
    loadFile( file.fd, path );
 }
 

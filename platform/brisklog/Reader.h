@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -17,12 +16,6 @@
 #include "brisklog/RingLayout.h"
 
 namespace Brisklog {
-
-// The file cannot be read or is no ring; the text says which and why.
-class RingError : public std::runtime_error {
- public:
-   using std::runtime_error::runtime_error;
-};
 
 class Reader {
  public:

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <bit>
@@ -18,7 +19,7 @@ namespace {
 constexpr Format outOfTable{ {}, "(message of a format that found no place in the table)" };
 
 [[noreturn]] void failed( int error, std::string const & doing ) {
-   throw std::system_error( error, std::generic_category(), "ring trace: " + doing );
+   throw RingError( "ring trace: " + doing + ": " + std::generic_category().message( error ) );
 }
 
 uint64_t roundedRingBytes( uint64_t wanted ) {
@@ -49,35 +50,95 @@ std::string encoded( Format const & format ) {
 // Closes the descriptor on every way out; the mapping outlives it.
 struct Descriptor {
    int const fd;
-   ~Descriptor() { close( fd ); }
+   ~Descriptor() {
+      if( fd >= 0 ) close( fd );
+   }
 };
 
-// Renamed, never truncated: a reader may be copying the old ring. The old one first, or the new one would replace it.
-void putInPlace( std::string const & made, std::string const & path ) {
-   if( std::rename( path.c_str(), ( path + ".old" ).c_str() ) != 0 && errno != ENOENT ) {
-      failed( errno, "keeping the previous " + path );
+// Removes the file on every way out but the one on which it was given its place.
+struct Unfinished {
+   std::string const path;
+   bool inPlace = false;
+   ~Unfinished() {
+      if( !inPlace ) unlink( path.c_str() );
    }
-   if( std::rename( made.c_str(), path.c_str() ) != 0 ) failed( errno, "putting the new " + path + " in its place" );
+};
+
+constexpr int earlierKept = 3;
+
+// The newest is number 0.
+std::string nameOf( std::string const & path, int number ) {
+   return number == 0 ? path : path + "." + std::to_string( number );
+}
+
+// Throws where something else is there.
+bool ringIsThere( std::string const & path ) {
+   struct stat status = {};
+   // Not what a symbolic link leads to; and nothing is opened that does more than that when it is, as a device may.
+   if( lstat( path.c_str(), &status ) != 0 ) {
+      if( errno == ENOENT ) return false;
+      failed( errno, "looking for " + path );
+   }
+   uint64_t first = ringMagic;
+   if( S_ISREG( status.st_mode ) && status.st_size > 0 ) {
+      Descriptor const file{ open( path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC ) };
+      if( file.fd < 0 ) failed( errno, "reading " + path );
+      first = 0;
+      if( pread( file.fd, &first, sizeof first, 0 ) < 0 ) failed( errno, "reading " + path );
+   }
+   if( S_ISREG( status.st_mode ) && first == ringMagic ) return true;
+   throw RingError( "ring trace: " + path + " is no ring trace and is left as it is: move it away, or name another" );
+}
+
+// The file under the name that it has until it is whole: a reader that finds `path` must not find half a ring.
+int openedNew( std::string const & made ) {
+   // Left by a process that died before it was in its place.
+   if( ringIsThere( made ) ) unlink( made.c_str() );
+   int const fd = open( made.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640 );
+   if( fd < 0 ) failed( errno, "creating " + made );
+   return fd;
+}
+
+void allocate( int fd, std::string const & path, uint64_t bytes ) {
+   // The magic number first, so that whatever is left of a process that dies in here is known for ours.
+   if( pwrite( fd, &ringMagic, sizeof ringMagic, 0 ) < 0 ) failed( errno, "writing " + path );
+   // A full file system must show here: later it would kill the process in the middle of a message, by a signal.
+   // It returns its error and leaves errno alone.
+   if( int const error = posix_fallocate( fd, 0, static_cast<off_t>( bytes ) ) ) {
+      failed( error, "allocating " + std::to_string( bytes ) + " bytes for " + path );
+   }
+}
+
+// Renamed, never truncated: a reader may be copying the old ring. The oldest first, so that a process that dies in here
+// leaves a gap and loses none but the last.
+void makePlace( std::string const & path ) {
+   int last = 0;  // whose name nobody has, or who goes
+   while( ringIsThere( nameOf( path, last ) ) && last < earlierKept ) ++last;
+   for( ; last > 0; --last ) {
+      std::string const name = nameOf( path, last - 1 );
+      if( std::rename( name.c_str(), nameOf( path, last ).c_str() ) != 0 )
+         failed( errno, "keeping the earlier " + name );
+   }
 }
 
 }  // namespace
 
 std::unique_ptr<RingFile> RingFile::create( std::string const & path, uint64_t ringBytes ) {
-   // Under another name until it is whole: a reader that finds `path` must not find half a ring. One that is there was
-   // left by a process that died in here, and is overwritten.
-   std::string const made = path + ".new";
-   Descriptor const file{ open( made.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0640 ) };
-   if( file.fd < 0 ) failed( errno, "creating " + made );
-   uint64_t const rounded = roundedRingBytes( ringBytes );
-   // A full file system must show here: later it would kill the process in the middle of a message, by a signal.
-   auto const bytes = static_cast<off_t>( sizeof( FileHeader ) + formatAreaBytes + rounded );
-   // It returns its error and leaves errno alone.
-   if( int const error = posix_fallocate( file.fd, 0, bytes ) ) {
-      unlink( made.c_str() );
-      failed( error, "allocating " + std::to_string( bytes ) + " bytes for " + path );
+   // What cannot be made shows when the file is: most likely it is there.
+   if( auto const slash = path.rfind( '/' ); slash != std::string::npos ) {
+      static_cast<void>( mkdir( path.substr( 0, slash ).c_str(), 0750 ) );
    }
+   std::string const made = path + ".new";
+   Descriptor const file{ openedNew( made ) };
+   Unfinished unfinished{ made };
+   uint64_t const rounded = roundedRingBytes( ringBytes );
+   allocate( file.fd, path, sizeof( FileHeader ) + formatAreaBytes + rounded );
    std::unique_ptr<RingFile> ring( new RingFile( file.fd, rounded, presentBoot() ) );
-   putInPlace( made, path );
+   // What it has so far, for after a loss of power: a file without a header would be nobody's, and in the way for ever.
+   if( fdatasync( file.fd ) != 0 ) failed( errno, "writing " + path );
+   makePlace( path );
+   if( std::rename( made.c_str(), path.c_str() ) != 0 ) failed( errno, "putting the new " + path + " in its place" );
+   unfinished.inPlace = true;
    return ring;
 }
 
@@ -93,15 +154,15 @@ RingFile::RingFile( int fd, uint64_t ringBytes, uint64_t boot )
      ring_( base_ + sizeof( FileHeader ) + formatAreaBytes ),
      committed_( header().head ) {
    // Fresh pages are all zeros, so what begins as 0 (positions, the table's size) is there already.
-   header().version = ringVersion;
+   header().magic = ringMagic;
    header().formatAreaBytes = formatAreaBytes;
    header().ringBytes = ringBytes;
    header().boot = boot;
    // The first entry, while there is surely room: number 0 is what a full table gives for every format.
    uint16_t const first = formatNumber( outOfTable );
    KEL_ASSERT( first == 0 );
-   // Last: a file with the magic number is a whole ring.
-   std::atomic_ref( header().magic ).store( ringMagic, std::memory_order_release );
+   // Last: a file with a version is a whole ring.
+   std::atomic_ref( header().version ).store( ringVersion, std::memory_order_release );
 }
 
 RingFile::~RingFile() { munmap( base_, imageBytes() ); }

@@ -13,21 +13,31 @@
 #include <map>
 #include <memory>
 #include <span>
+#include <stdexcept>
 #include <string>
 
 #include "brisklog/RingLayout.h"
 
 namespace Brisklog {
 
+// The file cannot be made or read, or is no ring; the text says which and why.
+class RingError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
 class RingFile {
  public:
-   // A new file at `path` with a ring of at least `ringBytes`, rounded up to a power of two from 32 KiB to 1 GiB. It
-   // appears there as a whole ring, made as `path` + ".new". A file that was there, most likely the ring of a process
-   // that died, is kept as `path` + ".old"; what that name had is lost. All of the space is allocated now. Throws
-   // std::system_error, and leaves what was there in its place.
+   // A new file at `path` with a ring of at least `ringBytes`, rounded up to a power of two from 32 KiB to 1 GiB. Its
+   // directory is made, with mode 0750, where only that is missing. It appears there as a whole ring, made as
+   // `path` + ".new". A ring that was there, most likely of a process that died, is kept as `path` + ".1", that one as
+   // ".2", and that one as ".3"; what ".3" was is lost. All of the space is allocated now.
+   //
+   // Throws RingError, and leaves what was there in its place; also where one of these names is that of something else
+   // than a ring, which is never touched. An empty file has nothing to lose and counts as a ring.
    [[nodiscard]] static std::unique_ptr<RingFile> create( std::string const & path, uint64_t ringBytes );
 
-   // Memory of this process, gone with it. Throws std::system_error.
+   // Memory of this process, gone with it. Throws RingError.
    [[nodiscard]] static std::unique_ptr<RingFile> anonymous( uint64_t ringBytes );
 
    RingFile( RingFile const & ) = delete;

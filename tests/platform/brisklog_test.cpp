@@ -2,12 +2,15 @@
 
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
@@ -294,20 +297,103 @@ TEST_F( RingTest, readingWhileTheWriterRunsGivesNoBrokenMessage ) {
    }
 }
 
-TEST_F( RingTest, aNewRingKeepsTheOneBeforeIt ) {
-   auto const write = [&]( int run ) {
-      Brisklog::ringIs( RingFile::create( path, smallest + 1 ) );
-      BRISKLOG( 3, "run {}", run );  // the same call site in each ring's own table
+TEST_F( RingTest, aNewRingKeepsTheThreeBeforeIt ) {
+   std::string const trace = folder + "/made/ring";  // in a directory that is not there yet
+   auto const run = [&]( int number ) {
+      Brisklog::ringIs( RingFile::create( trace, smallest + 1 ) );
+      BRISKLOG( 3, "run {}", number );  // the same call site in each ring's own table
    };
-   for( int run = 1; run <= 3; ++run ) write( run );
-   Reader current( path );
-   Reader previous( path + ".old" );
-   EXPECT_EQ( current.next().value().text, "run 3" );
-   EXPECT_EQ( previous.next().value().text, "run 2" );
-   EXPECT_THROW( static_cast<void>( RingFile::create( folder + "/none/ring", smallest ) ), std::system_error );
-   std::filesystem::create_directory( path + ".new" );  // where the next ring is to be made
-   EXPECT_THROW( static_cast<void>( RingFile::create( path, smallest ) ), std::system_error );
-   EXPECT_EQ( Reader( path ).next().value().text, "run 3" );
+   auto const shown = [&]( char const * more ) { return Reader( trace + more ).next().value().text; };
+   for( int number = 1; number <= 2; ++number ) run( number );
+   EXPECT_EQ( shown( "" ) + ", " + shown( ".1" ), "run 2, run 1" );
+   // What a process leaves that dies while it makes one: of any length, but known by how it begins.
+   for( std::string const & left : { std::string(), bytesOf( trace ).substr( 0, 8 ), bytesOf( trace ) } ) {
+      fileIs( trace + ".new", left );
+      run( 3 );
+   }
+   EXPECT_EQ( shown( "" ) + ", " + shown( ".1" ) + ", " + shown( ".2" ) + ", " + shown( ".3" ),
+              "run 3, run 3, run 3, run 2" );
+   std::filesystem::remove( trace + ".1" );
+   run( 4 );  // into the gap
+   EXPECT_EQ( shown( ".1" ) + ", " + shown( ".2" ) + ", " + shown( ".3" ), "run 3, run 3, run 2" );
+
+   struct stat status = {};
+   ASSERT_EQ( stat( ( folder + "/made" ).c_str(), &status ), 0 );
+   EXPECT_EQ( status.st_mode & 07777u, 0750u );
+   ASSERT_EQ( stat( trace.c_str(), &status ), 0 );
+   EXPECT_EQ( status.st_mode & 07777u, 0640u );
+   EXPECT_GE( status.st_blocks * 512, status.st_size );  // none of it is left to be found room for
+}
+
+// Under any of its names: the file stays, and so does every ring.
+TEST_F( RingTest, whatIsNoRingIsNeverMovedOrOverwritten ) {
+   for( int run = 0; run < 4; ++run ) Brisklog::ringIs( RingFile::create( path, smallest ) );
+   std::vector<std::string> const names = { path, path + ".1", path + ".2", path + ".3", path + ".new" };
+   auto const images = [&] {
+      std::vector<std::string> all;
+      for( std::string const & name : names )
+         all.push_back( std::filesystem::is_regular_file( name ) ? bytesOf( name ) : "" );
+      return all;
+   };
+   std::string const elsewhere = folder + "/elsewhere";
+   fileIs( elsewhere, bytesOf( path ) );
+   std::function<void( std::string const & )> const others[] = {
+      [&]( std::string const & name ) { fileIs( name, "a letter" ); },
+      [&]( std::string const & name ) { fileIs( name, "brisk" ); },
+      [&]( std::string const & name ) { std::filesystem::create_symlink( elsewhere, name ); },
+      [&]( std::string const & name ) { std::filesystem::create_symlink( folder + "/none", name ); },
+      [&]( std::string const & name ) { std::filesystem::create_directory( name ); },
+      [&]( std::string const & name ) { ASSERT_EQ( mkfifo( name.c_str(), 0600 ), 0 ); },
+   };
+   for( std::string const & name : names ) {
+      for( auto const & put : others ) {
+         std::filesystem::rename( name == path + ".new" ? elsewhere : name, folder + "/aside" );
+         put( name );
+         auto const before = images();
+         try {
+            static_cast<void>( RingFile::create( path, smallest ) );
+            ADD_FAILURE() << name;
+         } catch( Brisklog::RingError const & error ) {
+            EXPECT_NE( std::string( error.what() ).find( name + " is no ring trace" ), std::string::npos )
+               << error.what();
+         }
+         EXPECT_TRUE( images() == before ) << name;
+         EXPECT_EQ( std::filesystem::exists( path + ".new" ),
+                    name == path + ".new" && std::filesystem::exists( name ) );
+         EXPECT_FALSE( std::filesystem::exists( folder + "/none" ) );
+         std::filesystem::remove( name );
+         std::filesystem::rename( folder + "/aside", name == path + ".new" ? elsewhere : name );
+      }
+   }
+}
+
+// As on a full disk, and in a directory that cannot be written.
+TEST_F( RingTest, whereThereIsNoRoomNothingChanges ) {
+   Brisklog::ringIs( RingFile::create( path, smallest ) );
+   std::string const before = bytesOf( path );
+   auto const refused = [&]( std::string const & file ) -> std::string {
+      try {
+         static_cast<void>( RingFile::create( file, smallest ) );
+         return "made";
+      } catch( Brisklog::RingError const & error ) {
+         return error.what();
+      }
+   };
+   rlimit limit = {};
+   ASSERT_EQ( getrlimit( RLIMIT_FSIZE, &limit ), 0 );
+   rlimit const less = { smallest, limit.rlim_max };
+   ASSERT_EQ( setrlimit( RLIMIT_FSIZE, &less ), 0 );
+   auto const handler = signal( SIGXFSZ, SIG_IGN );
+   std::string const noRoom = refused( path );
+   signal( SIGXFSZ, handler );
+   ASSERT_EQ( setrlimit( RLIMIT_FSIZE, &limit ), 0 );
+   EXPECT_NE( noRoom.find( "allocating " ), std::string::npos ) << noRoom;
+   EXPECT_FALSE( std::filesystem::exists( path + ".new" ) );
+   EXPECT_FALSE( std::filesystem::exists( path + ".1" ) );
+   EXPECT_EQ( bytesOf( path ), before );
+   for( char const * where : { "/none/none/ring", "/ring/ring" } ) {
+      EXPECT_NE( refused( folder + where ).find( where ), std::string::npos ) << refused( folder + where );
+   }
 }
 
 TEST_F( RingTest, theBootOfARingIsKnown ) {
