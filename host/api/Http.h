@@ -1,0 +1,33 @@
+// A request to maintd's API and its answer, as the HTTP server and those who answer see them.
+#pragma once
+
+#include <ctime>
+#include <functional>
+#include <string>
+
+namespace Host {
+
+struct HttpRequest {
+   std::string method;  // a HEAD comes as GET: whoever answers need not know
+   std::string target;  // path and query, still percent-encoded; "*" for OPTIONS only
+   std::string user;    // who asks, by name, or by number where there is none; empty for a GET
+};
+
+struct HttpAnswer {
+   unsigned status = 200;
+   std::string body;
+   char const * contentType = "application/json";
+   std::string allow = {};  // which methods the target has, comma-separated; for status 405 and OPTIONS
+   // Called when the turn of the request is over, and with it whatever follows at its end; may change the answer.
+   std::function<void( HttpAnswer & )> afterTurn = {};
+};
+
+using HttpHandler = std::function<HttpAnswer( HttpRequest const & )>;
+
+// { "error": text }
+[[nodiscard]] HttpAnswer httpError( unsigned status, std::string text );
+
+// The head of the message that carries the answer, dated `now` (s, Unix time), up to the empty line behind it.
+[[nodiscard]] std::string httpHead( HttpAnswer const & answer, bool keepAlive, std::time_t now );
+
+}  // namespace Host

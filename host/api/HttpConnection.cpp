@@ -1,0 +1,189 @@
+#include "api/HttpConnection.h"
+
+#include <pwd.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <boost/asio/write.hpp>
+#include <iostream>
+
+#include "brisklog/Brisklog.h"
+#include "kel/Exception.h"
+
+namespace Host {
+
+namespace asio = boost::asio;
+
+namespace {
+
+// What a client may still send when its connection ends.
+constexpr std::size_t partingBytes = 1024 * 1024;
+
+// Who connected, as the kernel noted it then (SO_PEERCRED in unix(7)).
+std::string userOf( HttpConnection::Socket & socket ) {
+   ucred peer{};
+   socklen_t length = sizeof peer;
+   if( ::getsockopt( socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &length ) != 0 ) return "unknown";
+   passwd const * const entry = ::getpwuid( peer.uid );
+   return entry ? entry->pw_name : std::to_string( peer.uid );
+}
+
+HttpAnswer failure( HttpRequest const & request, char const * what ) {
+   std::string const text = request.method + " " + request.target + " failed: " + what;
+   BRISKLOG( 1, "{}", text );
+   std::cerr << "maintd: " << text << "\n";
+   return httpError( 500, text );
+}
+
+// What `step` throws costs the request its answer. Our own broken invariants pass: the state behind them must not be
+// served on.
+template<class Step>
+void guarded( HttpRequest const & request, HttpAnswer & answer, Step const & step ) {
+   try {
+      step();
+   } catch( Kel::InternalException const & ) {
+      throw;
+   } catch( Kel::RangeError const & ) {
+      throw;
+   } catch( std::exception const & error ) {
+      answer = failure( request, error.what() );
+   }
+}
+
+}  // namespace
+
+HttpConnection::HttpConnection( Socket socket, std::shared_ptr<Shared> shared, std::size_t Shared::*count )
+   : shared_( std::move( shared ) ),
+     count_( count ),
+     socket_( std::move( socket ) ),
+     deadline_( socket_.get_executor() ) {
+   ++( shared_.get()->*count_ );
+}
+
+HttpConnection::~HttpConnection() {
+   shared_->unreadBytes -= body_.size();
+   --( shared_.get()->*count_ );
+}
+
+void HttpConnection::deadlineIs( std::chrono::milliseconds fromNow ) {
+   expired_ = false;
+   deadline_.expires_after( fromNow );
+   // Weak, as a connection that has ended need not wait for its deadline.
+   deadline_.async_wait( [weak = weak_from_this()]( Error error ) {
+      auto const self = weak.lock();
+      if( !error && self ) self->expire();
+   } );
+}
+
+void HttpConnection::expire() {
+   // What has just come about is not to be cancelled any more. It is for read() to see that nothing else may begin.
+   expired_ = true;
+   Error ignored;
+   // Writing goes on by itself, piece by piece, as long as there is a socket.
+   sending_ ? socket_.close( ignored ) : socket_.cancel( ignored );
+}
+
+void HttpConnection::serve() {
+   deadlineIs( shared_->limits.idle );
+   read();
+}
+
+void HttpConnection::refuse( HttpAnswer const & answer ) { send( answer, false ); }
+
+void HttpConnection::read() {
+   if( expired_ ) return onRead( asio::error::operation_aborted, 0 );
+   auto const room = reader_.room();
+   socket_.async_read_some(
+      asio::buffer( room.data(), room.size() ),
+      [self = shared_from_this()]( Error error, std::size_t bytes ) { self->onRead( error, bytes ); } );
+}
+
+void HttpConnection::onRead( Error error, std::size_t bytes ) {
+   bool const wasIdle = reader_.state() == RequestReader::State::idle;
+   if( !error ) {
+      reader_.received( bytes );
+      if( wasIdle && reader_.state() != RequestReader::State::idle ) deadlineIs( shared_->limits.request );
+      return goOn();
+   }
+   if( error == asio::error::eof ) reader_.ended();
+   if( error == asio::error::operation_aborted ) reader_.late();
+   // One that has not begun a request is owed no answer.
+   if( reader_.state() == RequestReader::State::refused ) goOn();
+}
+
+void HttpConnection::goOn() {
+   switch( reader_.state() ) {
+      case RequestReader::State::idle: return read();
+      case RequestReader::State::reading: return reader_.takeContinue() ? leaveToSend() : read();
+      case RequestReader::State::complete: return answer();
+      case RequestReader::State::refused: return send( reader_.refusal(), false );
+   }
+}
+
+void HttpConnection::leaveToSend() {
+   static constexpr std::string_view text = "HTTP/1.1 100 Continue\r\n\r\n";
+   asio::async_write( socket_, asio::buffer( text ), [self = shared_from_this()]( Error error, std::size_t ) {
+      if( !error ) self->read();
+   } );
+}
+
+void HttpConnection::answer() {
+   HttpRequest request = reader_.request();
+   bool const changes = request.method == "POST";
+   if( !changes && shared_->unreadBytes > shared_->limits.unreadBytes )
+      return send( httpError( 503, "too many answers wait for those who asked to read them; try again" ), false );
+   // Only where something changes: the user's name may come from a directory on the network, and a client that
+   // follows an entry asks several times a second.
+   if( changes ) request.user = userOf( socket_ );
+   send( answered( request ), reader_.keepAlive() );
+}
+
+HttpAnswer HttpConnection::answered( HttpRequest const & request ) const {
+   HttpAnswer answer;
+   // In a turn, so that the answer shows one moment, and what the request caused follows at once. Nothing but the
+   // request's own part of it is guarded.
+   shared_->loop.turn( [&] { guarded( request, answer, [&] { answer = shared_->handler( request ); } ); } );
+   if( auto const afterTurn = std::move( answer.afterTurn ) ) guarded( request, answer, [&] { afterTurn( answer ); } );
+   return answer;
+}
+
+void HttpConnection::send( HttpAnswer answer, bool keepAlive ) {
+   head_ = httpHead( answer, keepAlive, std::time( nullptr ) );
+   body_ = reader_.headOnly() ? std::string() : std::move( answer.body );
+   shared_->unreadBytes += body_.size();
+   deadlineIs( shared_->limits.answer );
+   sending_ = true;
+   std::array const message{ asio::buffer( head_ ), asio::buffer( body_ ) };
+   asio::async_write( socket_, message, [self = shared_from_this(), keepAlive]( Error error, std::size_t ) {
+      self->onSent( error, keepAlive );
+   } );
+}
+
+void HttpConnection::onSent( Error error, bool keepAlive ) {
+   sending_ = false;
+   shared_->unreadBytes -= body_.size();
+   // Not clear(), which keeps the memory.
+   body_ = std::string();
+   if( error ) return;
+   if( !keepAlive ) {
+      socket_.shutdown( Socket::shutdown_send, error );
+      deadlineIs( shared_->limits.parting );
+      return part( partingBytes );
+   }
+   reader_.next();
+   // What the client has sent behind the last request may be the next, or its beginning.
+   bool const begun = reader_.state() != RequestReader::State::idle;
+   deadlineIs( begun ? shared_->limits.request : shared_->limits.idle );
+   goOn();
+}
+
+void HttpConnection::part( std::size_t bytesLeft ) {
+   auto const room = reader_.scratch();
+   socket_.async_read_some( asio::buffer( room.data(), room.size() ),
+                            [self = shared_from_this(), bytesLeft]( Error error, std::size_t bytes ) {
+                               bool const more = !error && !self->expired_ && bytes < bytesLeft;
+                               if( more ) self->part( bytesLeft - bytes );
+                            } );
+}
+
+}  // namespace Host
