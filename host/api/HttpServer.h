@@ -1,46 +1,51 @@
-// HTTP/1.1 over a unix socket: reads a request, hands it to one handler, writes the answer.
+// HTTP/1.1 over a unix socket: takes connections, each of which reads requests, hands them to the one handler, and
+// writes the answers.
 //
-// Owned by the agent, driven by the agent's loop; the handler runs inside a turn of the activity loop. One connection
-// may carry many requests, one after the other. A request that is not HTTP, too large or too slow in coming ends its
-// connection.
+// Owned by the agent, driven by the agent's loop; the handler runs inside a turn of the activity loop. No client can
+// end the agent or make it swell: a handler that throws costs its request a status 500, a connection too many gets a
+// 503, and a descriptor is kept back so that this can be said when no other is left. Then, and where the kernel has no
+// memory, connections are taken with pauses that grow. What a connection may take stands in HttpConnection::Limits; the
+// 64 together take at most
+//
+//    16 MB while requests are read: 8 KB of bytes each, and the fields that they may be made of,
+//    32 MB of answers that wait to be read, and one answer more, however large that is.
 #pragma once
 
-#include <boost/asio/local/stream_protocol.hpp>
-#include <functional>
+#include <boost/asio/steady_timer.hpp>
+#include <memory>
 #include <string>
 
+#include "api/HttpConnection.h"
+#include "api/ListeningSocket.h"
 #include "loop/AsioLoop.h"
 
 namespace Host {
 
-struct HttpRequest {
-   std::string method;
-   std::string target;  // path and query, still percent-encoded
-   std::string user;    // who asks, by name, or by number where there is none; empty for a GET
-};
-
-struct HttpAnswer {
-   unsigned status = 200;
-   std::string body;
-   char const * contentType = "application/json";
-};
-
 class HttpServer {
  public:
-   using Handler = std::function<HttpAnswer( HttpRequest const & )>;
+   using Limits = HttpConnection::Limits;
 
-   // Listens at `path` with mode 0660; a socket file that nobody answers on any more is replaced. Throws
-   // std::runtime_error when the path is in use or cannot be bound.
-   HttpServer( AsioLoop & loop, std::string path, Handler handler );
+   // Throws std::runtime_error when `path` is in use, or is not ours to replace, or cannot be bound.
+   HttpServer( AsioLoop & loop, std::string path, HttpHandler handler ) : HttpServer( loop, path, handler, Limits() ) {}
+   HttpServer( AsioLoop & loop, std::string path, HttpHandler handler, Limits const & limits );
+   HttpServer( HttpServer const & ) = delete;
+   HttpServer & operator=( HttpServer const & ) = delete;
    ~HttpServer();
 
  private:
-   void accept();
+   using Socket = HttpConnection::Socket;
 
-   AsioLoop & loop_;
-   std::string const path_;
-   Handler const handler_;
-   boost::asio::local::stream_protocol::acceptor acceptor_;
+   void accept();
+   void take( Socket socket );
+   void onTrouble( boost::system::error_code error );
+   // Tells everybody who waits that there is no descriptor for him.
+   void refuseWithReserve();
+
+   ListeningSocket listening_;
+   std::shared_ptr<HttpConnection::Shared> const shared_;
+   boost::asio::steady_timer pause_;
+   std::chrono::milliseconds pauseLength_{ 0 };  // the last one; 0 while connections are taken
+   int reserve_;                                 // a descriptor; -1 while there was none to be had
 };
 
 }  // namespace Host
