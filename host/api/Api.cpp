@@ -1,7 +1,9 @@
 #include "api/Api.h"
 
 #include <algorithm>
+#include <boost/asio/ip/address.hpp>
 #include <charconv>
+#include <system_error>
 
 #include "api/TraceLevels.h"
 #include "dovra/StatePath.h"
@@ -11,95 +13,40 @@ namespace Host {
 
 using Kel::value;
 using Service::UnitService;
-using Path = std::vector<std::string>;
+using Path = Target::Path;
 
 namespace {
 
 HttpAnswer json( Kel::Value const & body, unsigned status = 200 ) { return { status, Kel::toJson( body ) + "\n" }; }
 
-HttpAnswer error( unsigned status, std::string text ) {
-   return json( value( Kel::Value::Object{ { "error", value( std::move( text ) ) } } ), status );
-}
-
-int hexDigit( char c ) {
-   if( c >= '0' && c <= '9' ) return c - '0';
-   if( c >= 'a' && c <= 'f' ) return c - 'a' + 10;
-   return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
-// One component with its percent-encoding taken off (RFC 3986, section 2.1), none when that is broken. A "+" stays one:
-// only HTML forms write a blank so.
-std::optional<std::string> decoded( std::string_view text ) {
-   std::string out;
-   for( std::size_t i = 0; i < text.size(); ++i ) {
-      if( text[i] != '%' ) {
-         out += text[i];
-         continue;
-      }
-      int const high = i + 2 < text.size() ? hexDigit( text[i + 1] ) : -1;
-      int const low = high < 0 ? -1 : hexDigit( text[i + 2] );
-      if( low < 0 ) return std::nullopt;
-      out += static_cast<char>( high * 16 + low );
-      i += 2;
-   }
-   return out;
-}
-
-// The decoded components of a target's path, none when one is malformed. Empty ones count for nothing, so "//v1/units/"
-// leads where "/v1/units" does.
-std::optional<Path> components( std::string_view target ) {
-   Path path;
-   target = target.substr( 0, target.find( '?' ) );
-   while( !target.empty() ) {
-      std::size_t const end = std::min( target.find( '/' ), target.size() );
-      if( end > 0 ) {
-         // Decoded after the split: the slash that a "%2F" stands for belongs to a name (RFC 3986, section 2.2).
-         auto component = decoded( target.substr( 0, end ) );
-         if( !component ) return std::nullopt;
-         path.push_back( std::move( *component ) );
-      }
-      // The last component has no slash behind it to go over.
-      target.remove_prefix( std::min( end + 1, target.size() ) );
-   }
-   return path;
-}
-
-using Parameters = std::vector<std::pair<std::string, std::string>>;
-
-// The decoded parameters of a target's query, in their order, a name as often as it is there; none when one is
-// malformed. One without "=" has the empty value.
-std::optional<Parameters> parameters( std::string_view target ) {
-   Parameters all;
-   for( std::size_t at = target.find( '?' ); at != std::string_view::npos; at = target.find( '&' ) ) {
-      target.remove_prefix( at + 1 );
-      std::string_view const pair = target.substr( 0, target.find( '&' ) );
-      if( pair.empty() ) continue;
-      std::size_t const end = std::min( pair.find( '=' ), pair.size() );
-      auto name = decoded( pair.substr( 0, end ) );
-      auto text = decoded( pair.substr( std::min( end + 1, pair.size() ) ) );
-      if( !name || !text ) return std::nullopt;
-      all.emplace_back( std::move( *name ), std::move( *text ) );
-   }
-   return all;
-}
-
 // What a request to enter asks for besides the unit.
 struct EnterQuery {
    std::vector<std::string> without;
    bool dryRun = false;
+   bool yes = false;     // whatever the guard would say
+   std::string session;  // address; empty: the caller has not come over the network, or does not know
 };
 
-// None where the query is malformed or has anything else in it: an option that is misspelt must not be passed over, as
-// the unit would go into maintenance without it.
-std::optional<EnterQuery> enterQuery( std::string_view target ) {
-   auto const given = parameters( target );
-   if( !given ) return std::nullopt;
+bool isAddress( std::string const & text ) {
+   boost::system::error_code error;
+   static_cast<void>( boost::asio::ip::make_address( text, error ) );
+   return !error;
+}
+
+// None where the query has anything else in it: an option that is misspelt must not be passed over, as the unit would
+// go into maintenance without it.
+std::optional<EnterQuery> enterQuery( Target::Parameters const & given ) {
    EnterQuery query;
-   for( auto const & [name, text] : *given ) {
+   for( auto const & [name, text] : given ) {
+      bool const flag = text == "1" || text == "0";
       if( name == "without" ) {
          query.without.push_back( text );
-      } else if( name == "dry-run" && ( text == "1" || text == "0" ) ) {
+      } else if( name == "dry-run" && flag ) {
          query.dryRun = text == "1";
+      } else if( name == "yes" && flag ) {
+         query.yes = text == "1";
+      } else if( name == "session" && query.session.empty() && isAddress( text ) ) {
+         query.session = text;
       } else {
          return std::nullopt;
       }
@@ -136,63 +83,97 @@ HttpAnswer refusal( std::string const & what, std::vector<std::string> const & w
 
 }  // namespace
 
-HttpAnswer Api::answer( HttpRequest const & request ) {
-   auto const path = components( request.target );
-   if( !path ) return error( 400, "the request's path is not properly percent-encoded" );
-   bool const get = request.method == "GET";
-   // 405 is for methods that nothing here answers. Where only the other one of the two leads anywhere, it is 404.
-   if( !get && request.method != "POST" ) return error( 405, "only GET and POST are answered" );
-   std::optional<HttpAnswer> answer;
-   if( !path->empty() && path->front() == "v1" ) {
-      Path const route( path->begin() + 1, path->end() );
-      answer = get ? shown( route ) : done( route, request );
+// What leads where: a component "*" is open, and "**" at the end stands for one or more. Each method of a path has a
+// route of its own.
+struct Api::Route {
+   std::string_view method;
+   std::vector<std::string_view> path;  // below /v1
+   HttpAnswer ( *answer )( Api &, Asked const & );
+
+   // What stands in the open components, none where the path does not lead there.
+   [[nodiscard]] std::optional<Path> names( Path const & asked ) const;
+};
+
+std::optional<Path> Api::Route::names( Path const & asked ) const {
+   Path names;
+   bool const rest = path.back() == "**";
+   if( rest ? asked.size() < path.size() : asked.size() != path.size() ) return std::nullopt;
+   for( std::size_t i = 0; i < asked.size(); ++i ) {
+      std::string_view const expected = path[std::min( i, path.size() - 1 )];
+      if( expected.starts_with( '*' ) ) {
+         names.push_back( asked[i] );
+      } else if( expected != asked[i] ) {
+         return std::nullopt;
+      }
    }
-   return answer ? *answer : error( 404, "there is nothing at " + request.method + " " + request.target );
+   return names;
 }
 
-std::optional<HttpAnswer> Api::shown( Path const & route ) const {
-   auto const & views = service_.views();
-   std::string const first = route.empty() ? "" : route[0];
-   if( route == Path{ "units" } ) return json( value( views.units() ) );
-   if( route == Path{ "interfaces" } ) return json( value( views.interfaces() ) );
-   if( route == Path{ "dump" } ) return HttpAnswer{ 200, Maintenance::dumpText( plugin_ ), "text/plain" };
-   if( route == Path{ "trace", "levels" } ) return json( traceLevels() );
-   if( route.size() == 2 && first == "units" ) return ofUnit( route[1], views.unit( route[1] ) );
-   if( route.size() == 3 && first == "units" && route[2] == "ready" )
-      return ofUnit( route[1], views.ready( route[1] ) );
-   if( route.size() == 2 && first == "interfaces" ) return interface( route[1] );
-   if( route == Path{ "windows" } ) return json( value( windows_.windows() ) );
-   if( route.size() == 2 && first == "windows" ) return windowsOf( route[1] );
-   if( route.size() == 3 && first == "windows" ) return window( route[1], route[2] );
-   if( route.size() > 1 && first == "state" ) return state( Path( route.begin() + 1, route.end() ) );
-   return std::nullopt;
+std::span<Api::Route const> Api::routes() {
+   using A = Asked const;
+   static Route const all[] = {
+      { "GET", { "units" }, []( Api & api, A & ) { return json( value( api.service_.views().units() ) ); } },
+      { "GET",
+        { "units", "*" },
+        []( Api & api, A & a ) { return api.ofUnit( a.names[0], api.service_.views().unit( a.names[0] ) ); } },
+      { "GET",
+        { "units", "*", "ready" },
+        []( Api & api, A & a ) { return api.ofUnit( a.names[0], api.service_.views().ready( a.names[0] ) ); } },
+      { "POST", { "units", "*", "enter" }, []( Api & api, A & a ) { return api.enter( a ); } },
+      { "POST", { "units", "*", "exit" }, []( Api & api, A & a ) { return api.exit( a ); } },
+      { "GET", { "interfaces" }, []( Api & api, A & ) { return json( value( api.service_.views().interfaces() ) ); } },
+      { "GET", { "interfaces", "*" }, []( Api & api, A & a ) { return api.interface( a.names[0] ); } },
+      { "GET", { "windows" }, []( Api & api, A & ) { return json( value( api.windows_.windows() ) ); } },
+      { "GET", { "windows", "*" }, []( Api & api, A & a ) { return api.windowsOf( a.names[0] ); } },
+      { "GET", { "windows", "*", "*" }, []( Api & api, A & a ) { return api.window( a.names[0], a.names[1] ); } },
+      { "GET", { "state", "**" }, []( Api & api, A & a ) { return api.state( a.names ); } },
+      { "GET", { "dump" }, []( Api & api, A & ) { return api.dump(); } },
+      { "GET", { "trace", "levels" }, []( Api &, A & ) { return json( traceLevels() ); } },
+      { "POST", { "trace", "levels" }, []( Api &, A & a ) { return changeLevels( a ); } },
+      { "POST", { "reload" }, []( Api & api, A & ) { return api.reload(); } },
+   };
+   return all;
 }
 
-std::optional<HttpAnswer> Api::done( Path const & route, HttpRequest const & request ) {
-   if( route == Path{ "trace", "levels" } ) return changeLevels( request.target );
-   if( route == Path{ "reload" } ) return reload();
-   if( route.size() != 3 || route[0] != "units" ) return std::nullopt;
-   if( route[2] == "enter" ) return enter( route[1], request );
-   if( route[2] == "exit" ) return exit( route[1], request );
-   return std::nullopt;
+HttpAnswer Api::answer( HttpRequest const & request ) {
+   // The whole service is meant, and nothing in particular.
+   if( request.target == "*" ) return { .body = "", .allow = "GET, HEAD, POST, OPTIONS" };
+   auto const target = Target::parse( request.target );
+   if( !target ) return httpError( 400, "the request's target is malformed or not properly percent-encoded" );
+   if( target->path.size() > Target::componentsMax )
+      return httpError( 414, "a path may have " + std::to_string( Target::componentsMax ) + " components" );
+   std::string allowed;
+   Path const & path = target->path;
+   Path const below( path.begin() + ( path.empty() ? 0 : 1 ), path.end() );
+   for( Route const & route : path.empty() || path[0] != "v1" ? std::span<Route const>() : routes() ) {
+      auto const names = route.names( below );
+      if( !names ) continue;
+      if( route.method == request.method ) return route.answer( *this, { request, target->parameters, *names } );
+      allowed += route.method == "GET" ? "GET, HEAD, " : std::string( route.method ) + ", ";
+   }
+   if( allowed.empty() ) return httpError( 404, "there is nothing at " + request.method + " " + request.target );
+   HttpAnswer answer;
+   if( request.method != "OPTIONS" ) answer = httpError( 405, request.target + " has no method " + request.method );
+   answer.allow = allowed + "OPTIONS";
+   return answer;
 }
 
-HttpAnswer Api::changeLevels( std::string_view target ) {
-   auto const given = parameters( target );
+HttpAnswer Api::changeLevels( Asked const & asked ) {
    std::optional<Kel::TraceHandle::Levels> levels;
    // The first of several counts.
-   for( auto const & [name, text] : given.value_or( Parameters() ) ) {
+   for( auto const & [name, text] : asked.parameters ) {
       if( name != "levels" ) continue;
       levels = levelsOf( text );
       break;
    }
-   if( !levels ) return error( 400, "trace levels are numbers from 0 to 31, as in ?levels=1,2,4; none as ?levels=" );
+   if( !levels )
+      return httpError( 400, "trace levels are numbers from 0 to 31, as in ?levels=1,2,4; none as ?levels=" );
    traceLevelsIs( *levels );
    return json( traceLevels() );
 }
 
 HttpAnswer Api::noUnit( std::string const & name ) const {
-   return error( 404, "there is no unit \"" + name + "\"; the units are: " + service_.views().unitNames() );
+   return httpError( 404, "there is no unit \"" + name + "\"; the units are: " + service_.views().unitNames() );
 }
 
 template<class T>
@@ -202,7 +183,7 @@ HttpAnswer Api::ofUnit( std::string const & unit, std::optional<T> const & answe
 
 HttpAnswer Api::interface( std::string const & name ) const {
    Service::UnitsAnswer const answer{ .units = service_.views().explain( name ) };
-   if( answer.units.empty() ) return error( 404, "no unit has an interface \"" + name + "\"" );
+   if( answer.units.empty() ) return httpError( 404, "no unit has an interface \"" + name + "\"" );
    return json( value( answer ) );
 }
 
@@ -218,44 +199,83 @@ HttpAnswer Api::window( std::string const & unit, std::string const & generation
    std::optional<Service::WindowAnswer> answer;
    if( auto const number = generationOf( windows_, unit, generation ) ) answer = windows_.window( unit, *number );
    if( answer ) return json( value( *answer ) );
-   return error( 404, generation == "last"
-                         ? "unit \"" + unit + "\" has not been in maintenance yet"
-                         : "no window of unit \"" + unit + "\" with generation " + generation + " is kept" );
+   return httpError( 404, generation == "last"
+                             ? "unit \"" + unit + "\" has not been in maintenance yet"
+                             : "no window of unit \"" + unit + "\" with generation " + generation + " is kept" );
 }
 
-HttpAnswer Api::enter( std::string const & unit, HttpRequest const & request ) {
-   auto const query = enterQuery( request.target );
+template<class Change>
+HttpAnswer Api::kept( Change const & change ) {
+   if( !storeTrouble_ ) return change();
+   if( std::string const trouble = storeTrouble_(); !trouble.empty() )
+      return httpError( 503, "nothing is changed, as it could not be kept on disk: " + trouble );
+   HttpAnswer answer = change();
+   if( answer.status != 200 ) return answer;
+   // What the turn changes is written at its end.
+   answer.afterTurn = [this]( HttpAnswer & given ) {
+      if( std::string const trouble = storeTrouble_(); !trouble.empty() )
+         given = httpError( 500, "the request is in force, but not on disk: " + trouble );
+   };
+   return answer;
+}
+
+HttpAnswer Api::enter( Asked const & asked ) {
+   std::string const & unit = asked.names[0];
+   auto const query = enterQuery( asked.parameters );
    if( !query )
-      return error( 400, "enter takes without=INTERFACE, as often as needed, and dry-run=1, and nothing else" );
+      return httpError( 400,
+                        "enter takes without=INTERFACE, as often as needed, dry-run=1, yes=1 and session=ADDRESS, and "
+                        "nothing else" );
    auto & units = service_.units();
-   auto const answer =
-      query->dryRun ? units.wouldEnter( unit, query->without ) : units.enter( unit, query->without, request.user );
-   if( answer.outcome == UnitService::Outcome::unknownUnit ) return noUnit( unit );
-   if( answer.outcome == UnitService::Outcome::refused ) {
-      return refusal( "unit \"" + unit + "\" is not taken into maintenance", answer.why );
-   }
-   auto told = Service::Views::request( "enter", unit, answer );
-   if( query->dryRun && answer.outcome == UnitService::Outcome::started ) {
-      // Not to be taken for a request that was carried out, which has a generation.
-      told.result = Service::Text( "wouldStart" );
-      told.generation.reset();
-   }
-   return json( value( told ) );
+   auto const refused = [&]( std::vector<std::string> const & why ) {
+      return refusal( "unit \"" + unit + "\" is not taken into maintenance", why );
+   };
+   auto const carryOut = [&] {
+      auto answer = units.wouldEnter( unit, query->without );
+      if( answer.outcome == UnitService::Outcome::unknownUnit ) return noUnit( unit );
+      if( answer.outcome == UnitService::Outcome::started && guard_ && !query->yes ) {
+         auto const why = guard_( unit, query->without, query->session );
+         if( !why.empty() ) return refused( why );
+      }
+      if( !query->dryRun ) answer = units.enter( unit, query->without, asked.request.user );
+      if( answer.outcome == UnitService::Outcome::refused ) return refused( answer.why );
+      auto told = Service::Views::request( "enter", unit, answer );
+      if( query->dryRun && answer.outcome == UnitService::Outcome::started ) {
+         // Not to be taken for a request that was carried out, which has a generation.
+         told.result = Service::Text( "wouldStart" );
+         told.generation.reset();
+      }
+      return json( value( told ) );
+   };
+   return query->dryRun ? carryOut() : kept( carryOut );
 }
 
-HttpAnswer Api::exit( std::string const & unit, HttpRequest const & request ) {
-   auto const answer = service_.units().exit( unit, request.user );
-   if( answer.outcome == UnitService::Outcome::unknownUnit ) return noUnit( unit );
-   if( answer.outcome == UnitService::Outcome::refused ) {
-      return refusal( "unit \"" + unit + "\" is not taken out of maintenance", answer.why );
-   }
-   return json( value( Service::Views::request( "exit", unit, answer ) ) );
+HttpAnswer Api::exit( Asked const & asked ) {
+   return kept( [&] {
+      std::string const & unit = asked.names[0];
+      auto const answer = service_.units().exit( unit, asked.request.user );
+      if( answer.outcome == UnitService::Outcome::unknownUnit ) return noUnit( unit );
+      if( answer.outcome == UnitService::Outcome::refused )
+         return refusal( "unit \"" + unit + "\" is not taken out of maintenance", answer.why );
+      return json( value( Service::Views::request( "exit", unit, answer ) ) );
+   } );
 }
 
 HttpAnswer Api::reload() {
-   auto const why = reload_();
-   if( !why.empty() ) return refusal( "the configuration was not reloaded, and the one before stays in force", why );
-   return json( value( Kel::Value::Object{ { "result", value( "reloaded" ) } } ) );
+   return kept( [&] {
+      auto const why = reload_();
+      if( !why.empty() ) return refusal( "the configuration was not reloaded, and the one before stays in force", why );
+      return json( value( Kel::Value::Object{ { "result", value( "reloaded" ) } } ) );
+   } );
+}
+
+HttpAnswer Api::dump() const {
+   try {
+      return { .body = Maintenance::dumpText( plugin_ ), .contentType = "text/plain" };
+   } catch( std::system_error const & error ) {
+      // Out of descriptors or memory, as an agent may be whom too many ask.
+      return httpError( 503, std::string( "there is no dump now: " ) + error.what() );
+   }
 }
 
 HttpAnswer Api::state( Path const & path ) const {
@@ -264,11 +284,11 @@ HttpAnswer Api::state( Path const & path ) const {
       if( !found.isNull() ) return json( found );
    } catch( Kel::AttributeError const & trouble ) {
       // A path that no record can have; a null is one that no record has now. For a client both are nothing there.
-      return error( 404, trouble.what() );
+      return httpError( 404, trouble.what() );
    }
    std::string text;
    for( std::string const & component : path ) text += ( text.empty() ? "" : "/" ) + component;
-   return error( 404, "there is nothing at " + text );
+   return httpError( 404, "there is nothing at " + text );
 }
 
 }  // namespace Host

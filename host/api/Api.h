@@ -3,22 +3,25 @@
 //    GET  /v1/units, /v1/units/{unit}, /v1/units/{unit}/ready, /v1/interfaces, /v1/interfaces/{interface},
 //         /v1/windows, /v1/windows/{unit}, /v1/windows/{unit}/{generation}, .../last,
 //         /v1/state/{path}, /v1/trace/levels, /v1/dump
-//    POST /v1/units/{unit}/enter?without=NAME&without=NAME&dry-run=1, /v1/units/{unit}/exit, /v1/reload,
-//         /v1/trace/levels?levels=1,2,4
+//    POST /v1/units/{unit}/enter?without=NAME&without=NAME&dry-run=1&yes=1&session=ADDRESS, /v1/units/{unit}/exit,
+//         /v1/reload, /v1/trace/levels?levels=1,2,4
 //
 // Answers are JSON as declared in service/views, the dump is text; an error is { "error": text } with status 400
-// (malformed), 404 (no such thing), 405 (wrong method) or 409 (refused, with "why": each reason). A dry run changes
-// nothing; where the request would be carried out its "result" is "wouldStart". Requests come from the HTTP server, one
-// at a time, inside a turn.
+// (malformed), 404 (no such thing), 405 (the other method), 409 (refused, with "why": each reason), 414 (a path too
+// deep), 500 (in force, but not on disk) or 503 (nothing can be kept on disk, or no dump be made). A dry run changes
+// nothing; where the request would be carried out its "result" is "wouldStart". Where there is cause to ask back before
+// a unit enters, "yes=1" says that it is meant all the same; "session" is the address that the caller himself is
+// connected from. Requests come from the HTTP server, one at a time, inside a turn.
 #pragma once
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "api/HttpServer.h"
+#include "api/Http.h"
+#include "api/Target.h"
 #include "dovra/EntityManager.h"
 #include "maintenance/MaintenanceService.h"
 #include "plugin/PluginContext.h"
@@ -31,31 +34,47 @@ class Api {
    // Reads the configuration again; what stood in the way, each reason, nothing when it is in force.
    using Reload = std::function<std::vector<std::string>()>;
 
-   // All outlive this.
+   // Why it should be asked back before the unit enters, a sentence each that says how to go on.
+   using Guard = std::function<std::vector<std::string>(
+      std::string const & unit, std::vector<std::string> const & without, std::string const & session )>;
+   // Why what changes is not kept on disk; empty while it is.
+   using StoreTrouble = std::function<std::string()>;
+
+   // All outlive this. Where there is no guard or no store, nothing is asked.
    Api( Dovra::EntityManager const & database, Service::MaintenanceService & service,
-        Maintenance::PluginContext const & plugin, Reload reload )
+        Maintenance::PluginContext const & plugin, Reload reload, Guard guard = {}, StoreTrouble storeTrouble = {} )
       : database_( database ),
         service_( service ),
         plugin_( plugin ),
         reload_( std::move( reload ) ),
+        guard_( std::move( guard ) ),
+        storeTrouble_( std::move( storeTrouble ) ),
         windows_( service.ledger().windows() ) {}
 
    [[nodiscard]] HttpAnswer answer( HttpRequest const & request );
 
  private:
-   using Path = std::vector<std::string>;  // decoded components
+   // A request on its way through a route.
+   struct Asked {
+      HttpRequest const & request;
+      Target::Parameters const & parameters;
+      Target::Path names;  // the components that the route leaves open, in their order
+   };
+   struct Route;
 
-   // The answer to a GET and to a POST, none where the route leads nowhere.
-   [[nodiscard]] std::optional<HttpAnswer> shown( Path const & route ) const;
-   [[nodiscard]] std::optional<HttpAnswer> done( Path const & route, HttpRequest const & request );
+   [[nodiscard]] static std::span<Route const> routes();
    [[nodiscard]] HttpAnswer interface( std::string const & name ) const;
    [[nodiscard]] HttpAnswer windowsOf( std::string const & unit ) const;
    [[nodiscard]] HttpAnswer window( std::string const & unit, std::string const & generation ) const;
-   [[nodiscard]] HttpAnswer enter( std::string const & unit, HttpRequest const & request );
-   [[nodiscard]] HttpAnswer exit( std::string const & unit, HttpRequest const & request );
+   [[nodiscard]] HttpAnswer state( Target::Path const & path ) const;
+   [[nodiscard]] HttpAnswer dump() const;
+   [[nodiscard]] HttpAnswer enter( Asked const & asked );
+   [[nodiscard]] HttpAnswer exit( Asked const & asked );
    [[nodiscard]] HttpAnswer reload();
-   [[nodiscard]] HttpAnswer state( Path const & path ) const;
-   [[nodiscard]] static HttpAnswer changeLevels( std::string_view target );
+   [[nodiscard]] static HttpAnswer changeLevels( Asked const & asked );
+   // The answer of `change`, which must be on disk before it is given.
+   template<class Change>
+   [[nodiscard]] HttpAnswer kept( Change const & change );
    // The answer about a unit, or that there is none of that name.
    template<class T>
    [[nodiscard]] HttpAnswer ofUnit( std::string const & unit, std::optional<T> const & answer ) const;
@@ -65,6 +84,8 @@ class Api {
    Service::MaintenanceService & service_;
    Maintenance::PluginContext const & plugin_;
    Reload const reload_;
+   Guard const guard_;
+   StoreTrouble const storeTrouble_;
    Service::WindowView const windows_;
 };
 

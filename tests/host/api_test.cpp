@@ -1,21 +1,19 @@
 // What maintd's API answers, request by request.
-#include "api/Api.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <boost/json.hpp>
 
-#include "kel/ActivityLoop.h"
+#include "AllDescriptors.h"
+#include "ApiBox.h"
 #include "kel/Trace.h"
-#include "quill/CounterWriter.h"
-#include "quill/EntityManager.h"
 
 namespace Host {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
@@ -33,57 +31,18 @@ class LongDumper final : public Maintenance::DumpPluginInfo {
    }();
 };
 
-class NoHooks final : public Service::Hooks {
-   void run( Service::HookRequest const &, Done done ) override { done( "there are none" ); }
-   void giveUp( std::string const & ) override {}
-};
-
-class ApiTest : public ::testing::Test {
+class ApiTest : public ::testing::Test, protected ApiBox {
  protected:
    ~ApiTest() override {
       for( auto * const handle : Kel::traceHandles() ) handle->levelsIs( 0 );
    }
-   HttpAnswer ask( char const * method, std::string const & target, char const * user = "alice" ) {
-      HttpAnswer answer;
-      loop_.turn( [&] { answer = api_.answer( { method, target, user } ); } );
-      return answer;
-   }
    boost::json::value asked( std::string const & target ) { return boost::json::parse( ask( "GET", target ).body ); }
-   void link( char const * name ) {
-      auto const intf = Lumo::IntfId::declare( name, Lumo::IntfKind::ethernet );
-      Service::LinkReport report;
-      report.up = true;
-      loop_.turn( [&] { links_.linkIs( intf, report ); } );
-   }
-
-   Kel::Ptr<Kel::VirtualClock> clock_{ new Kel::VirtualClock( 1000 ) };
-   Kel::ActivityLoop loop_{ Kel::Ptr<Kel::Clock>( clock_ ) };
-   Kel::Ptr<Dovra::EntityManager> database_{ new Dovra::EntityManager };
-   Maintenance::MaintenanceState state_{ *database_ };
-   KelQuill::CounterWriter counters_{ state_.counterWriterStatus, "" };
-   Kel::Ptr<KelQuill::EntityManager> quill_{ new KelQuill::EntityManager( counters_.table() ) };
-   Service::LinkRecords links_{ state_ };
-   NoHooks hooks_;
-   Service::MaintenanceService service_{ { database_, state_, quill_, links_, hooks_, {}, {} },
-                                         Service::Config::Config() };
-   Maintenance::PluginContext context_{ new Kel::Dir( "plugins" ), database_, quill_ };
-   std::vector<std::string> reloadTrouble_;
-   Api api_{ *database_, service_, context_, [this] { return reloadTrouble_; } };
 };
 
 // A unit of which one interface is there and one is not.
 class ApiUnitTest : public ApiTest {
  protected:
-   ApiUnitTest() {
-      std::string const config =
-         "profiles: { quick: { threshold: 100kbps } }\n"
-         "default-profile: quick\n"
-         "groups: { g: { interfaces: [up1, up2] } }\n"
-         "units: { fabric: { groups: [g] } }\n";
-      loop_.turn(
-         [&] { EXPECT_THAT( service_.reload( Service::Config::parse( config, "maintd.yaml" ) ), IsEmpty() ); } );
-      link( "up1" );
-   }
+   ApiUnitTest() { makeUnit(); }
    std::string state() { return asked( "/v1/units/fabric" ).at( "state" ).as_string().c_str(); }
    std::size_t windows() { return asked( "/v1/windows" ).at( "windows" ).as_array().size(); }
 };
@@ -117,11 +76,57 @@ TEST_F( ApiUnitTest, aDryRunChangesNothingAndSaysSo ) {
 
 // Passed over, each of these would take the unit out of service otherwise than it was asked for.
 TEST_F( ApiUnitTest, anOptionOfEnterThatIsMisspeltIsNotPassedOver ) {
-   for( std::string const query : { "?wihtout=up2", "?without=up2&dryrun=1", "?without=up2&dry-run=yes",
-                                    "?without=up2&dry-run", "?without=%zz", "?without=up2&%4=1" } ) {
+   for( std::string const query :
+        { "?wihtout=up2", "?without=up2&dryrun=1", "?without=up2&dry-run=yes", "?without=up2&dry-run", "?without=%zz",
+          "?without=up2&%4=1", "?without=up2&yes", "?without=up2&yes=true",
+          "?without=up2&session=", "?without=up2&session=eth0", "?without=up2&session=192.0.2.7&session=192.0.2.8" } ) {
       EXPECT_EQ( ask( "POST", "/v1/units/fabric/enter" + query ).status, 400u ) << query;
       EXPECT_EQ( state(), "active" ) << query;
    }
+}
+
+TEST_F( ApiUnitTest, whoMeansItIsNotAskedBack ) {
+   std::string const enter = "/v1/units/fabric/enter?without=up2";
+   objections_ = { "up1 carries your session; say --yes if you mean it", "another" };
+   for( char const * more : { "&session=192.0.2.7", "&session=2001:db8::7&dry-run=1", "&yes=0" } ) {
+      auto const answer = ask( "POST", enter + more );
+      EXPECT_EQ( answer.status, 409u ) << more;
+      EXPECT_EQ( boost::json::parse( answer.body ).at( "why" ),
+                 ( boost::json::array{ objections_[0], objections_[1] } ) );
+      EXPECT_EQ( state(), "active" ) << more;
+   }
+   EXPECT_THAT( guarded_, ElementsAre( "fabric|up2|192.0.2.7", "fabric|up2|2001:db8::7", "fabric|up2|" ) );
+   EXPECT_THAT( ask( "POST", enter + "&yes=1&dry-run=1" ).body, HasSubstr( "\"wouldStart\"" ) );
+   EXPECT_EQ( ask( "POST", enter + "&yes=1&session=192.0.2.7" ).status, 200u );
+   EXPECT_EQ( state(), "entering" );
+   // Nothing begins any more that could be guarded against.
+   EXPECT_THAT( ask( "POST", enter ).body, HasSubstr( "\"already\"" ) );
+   EXPECT_EQ( guarded_.size(), 3u );
+}
+
+TEST_F( ApiUnitTest, whatCannotBeKeptOnDiskIsRefusedOrToldToBeSo ) {
+   std::string const enter = "/v1/units/fabric/enter?without=up2";
+   storeTrouble_ = "the disk is full";
+   for( std::string const target : { enter.c_str(), "/v1/units/fabric/exit", "/v1/reload" } ) {
+      auto const answer = ask( "POST", target );
+      EXPECT_EQ( answer.status, 503u ) << target;
+      EXPECT_THAT( answer.body, HasSubstr( "nothing is changed" ) );
+      EXPECT_THAT( answer.body, HasSubstr( "the disk is full" ) );
+   }
+   EXPECT_EQ( state(), "active" );
+   // These change nothing that is kept.
+   EXPECT_EQ( ask( "POST", enter + "&dry-run=1" ).status, 200u );
+   EXPECT_EQ( ask( "POST", "/v1/trace/levels?levels=" ).status, 200u );
+   EXPECT_EQ( asked( "/v1/units/fabric" ).at( "state" ), "active" );
+
+   storeTrouble_ = "";
+   storeTroubleOfTurn_ = "it filled up just now";
+   EXPECT_EQ( ask( "POST", "/v1/units/north/exit" ).status, 404u );
+   storeTrouble_ = "";
+   auto const answer = ask( "POST", enter );
+   EXPECT_EQ( answer.status, 500u );
+   EXPECT_THAT( answer.body, HasSubstr( "in force, but not on disk: it filled up just now" ) );
+   EXPECT_EQ( state(), "entering" );
 }
 
 TEST_F( ApiUnitTest, aStayIsAnsweredForFromItsRequestOn ) {
@@ -180,7 +185,7 @@ TEST_F( ApiTest, aReloadIsDoneOrRefusedWithEachReason ) {
    auto const body = boost::json::parse( answer.body );
    EXPECT_EQ( body.at( "why" ), ( boost::json::array{ reloadTrouble_[0], reloadTrouble_[1] } ) );
    EXPECT_THAT( body.at( "error" ).as_string().c_str(), HasSubstr( "no such key; unit fabric" ) );
-   EXPECT_EQ( ask( "GET", "/v1/reload" ).status, 404u );
+   EXPECT_EQ( ask( "GET", "/v1/reload" ).status, 405u );
 }
 
 TEST_F( ApiTest, levelsReachEveryHandleOrNone ) {
@@ -203,7 +208,7 @@ TEST_F( ApiTest, levelsReachEveryHandleOrNone ) {
       EXPECT_EQ( answer.status, status ) << query;
       EXPECT_EQ( one.levels(), levels ) << query;
       EXPECT_EQ( two.levels(), levels ) << query;
-      EXPECT_THAT( answer.body, HasSubstr( status == 200 ? "{\"levels\": {" : "numbers from 0 to 31" ) );
+      EXPECT_THAT( answer.body, HasSubstr( status == 200 ? "{\"levels\": {" : "{\"error\": \"" ) );
    }
    one.levelsIs( { 4, 9 } );
    EXPECT_THAT( ask( "GET", "/v1/trace/levels" ).body, HasSubstr( "\"One\": [4, 9], \"Two\": []" ) );
@@ -217,6 +222,11 @@ TEST_F( ApiTest, theDumpIsTheDumpersText ) {
    EXPECT_EQ( answer.status, 200u );
    EXPECT_STREQ( answer.contentType, "text/plain" );
    EXPECT_TRUE( answer.body == dumper.text );
+   // A dumper writes to a descriptor.
+   AllDescriptors const all;
+   auto const none = ask( "GET", "/v1/dump" );
+   EXPECT_EQ( none.status, 503u );
+   EXPECT_THAT( none.body, HasSubstr( "there is no dump now: " ) );
 }
 
 TEST_F( ApiTest, whatIsNotThereIsSaid ) {
@@ -236,13 +246,14 @@ TEST_F( ApiTest, whatIsNotThereIsSaid ) {
       { "GET", "/v1/units/n%6frth", 404, "there is no unit \\\"north\\\"" },
       { "POST", "/v1/units/north/enter", 404, "there is no unit \\\"north\\\"" },
       { "POST", "/v1/units/north/leave", 404, "there is nothing at POST /v1/units/north/leave" },
-      { "POST", "/v1/dump", 404, "there is nothing at POST /v1/dump" },
+      { "POST", "/v1/dump", 405, "/v1/dump has no method POST" },
       { "GET", "/v1/state", 404, "there is nothing at GET /v1/state" },
       { "GET", "/v1/state/maintenance/nowhere", 404, "maintenance/nowhere" },
       { "GET", "/v2/units", 404, "there is nothing at GET /v2/units" },
       { "GET", "/", 404, "there is nothing at GET /" },
       { "GET", "/v1/units/%4", 400, "percent-encoded" },
-      { "DELETE", "/v1/units", 405, "only GET and POST" },
+      { "DELETE", "/v1/units", 405, "/v1/units has no method DELETE" },
+      { "DELETE", "/v2/units", 404, "there is nothing at DELETE /v2/units" },
    };
    for( auto const & [method, target, status, says] : cases ) {
       auto const answer = ask( method, target );
@@ -250,6 +261,42 @@ TEST_F( ApiTest, whatIsNotThereIsSaid ) {
       EXPECT_THAT( answer.body, HasSubstr( says ) ) << target;
       EXPECT_EQ( answer.body.back(), '\n' ) << target;
    }
+}
+
+TEST_F( ApiTest, aMethodThatATargetLacksIsAnsweredWithThoseItHas ) {
+   struct Case {
+      char const * method;
+      char const * target;
+      unsigned status;
+      char const * allow;
+   } const cases[] = {
+      { "PUT", "/v1/units", 405, "GET, HEAD, OPTIONS" },
+      { "GET", "/v1/units/x/enter", 405, "POST, OPTIONS" },
+      { "PATCH", "/v1/trace/levels", 405, "GET, HEAD, POST, OPTIONS" },
+      { "OPTIONS", "/v1/trace/levels", 200, "GET, HEAD, POST, OPTIONS" },
+      { "OPTIONS", "*", 200, "GET, HEAD, POST, OPTIONS" },
+      { "OPTIONS", "/v1", 404, "" },
+      { "GET", "/v1/units", 200, "" },
+   };
+   for( auto const & [method, target, status, allow] : cases ) {
+      auto const answer = ask( method, target );
+      EXPECT_EQ( answer.status, status ) << method << target;
+      EXPECT_EQ( answer.allow, allow ) << method << target;
+   }
+}
+
+TEST_F( ApiTest, targetsAreTakenApartAsTheStandardSays ) {
+   // The slash belongs to the name, and so do the plus, the dots and what is no text.
+   EXPECT_THAT( ask( "GET", "/v1/units/a%2Fb+c" ).body, HasSubstr( "no unit \\\"a/b+c\\\"" ) );
+   EXPECT_THAT( ask( "GET", "/v1/units/.." ).body, HasSubstr( "no unit \\\"..\\\"" ) );
+   EXPECT_THAT( ask( "GET", "/v1/units/%00%ff" ).body, HasSubstr( "no unit \\\"\\u0000\uFFFD\\\"" ) );
+   for( char const * target : { "", "v1/units", "*x", "/v1/units#x", "/v1/units?%", "/v1/un its", "/v1/\"" } ) {
+      EXPECT_EQ( ask( "GET", target ).status, 400u ) << target;
+   }
+   std::string deep = "/v1/state";
+   while( std::count( deep.begin(), deep.end(), '/' ) < 32 ) deep += "/x";
+   EXPECT_EQ( ask( "GET", deep ).status, 404u );
+   EXPECT_EQ( ask( "GET", deep + "/x" ).status, 414u );
 }
 
 TEST_F( ApiTest, inventedNamesLeaveNothingBehind ) {
