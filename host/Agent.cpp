@@ -1,10 +1,15 @@
 #include "Agent.h"
 
 #include <csignal>
+#include <ctime>
+#include <filesystem>
 #include <iostream>
+#include <utility>
 
 #include "ConfigFile.h"
+#include "Warnings.h"
 #include "brisklog/Brisklog.h"
+#include "claims/Boot.h"
 #include "plugin/Loader.h"
 
 namespace Host {
@@ -13,6 +18,9 @@ namespace {
 
 // Taken whole at the start, so that a disk without room shows then and not at the message that is needed later.
 constexpr uint64_t traceBytes = 4 * 1024 * 1024;
+
+// A link that could not be switched, or that waits for the store, is tried again as often as this.
+constexpr std::chrono::seconds retryInterval( 10 );
 
 void tell( std::string const & what ) {
    BRISKLOG( 3, "{}", what );
@@ -25,6 +33,32 @@ void tellTrouble( std::string const & what ) {
 }
 
 void tellEvent( Service::Event const & event ) { tell( "unit " + event.unit + ": " + event.kind + ": " + event.text ); }
+
+void tellLink( Lumo::IntfId intf, std::string const & text ) {
+   tell( "link " + std::string( intf.name() ) + ": " + text );
+}
+
+double wallTime() {
+   timespec now{};
+   clock_gettime( CLOCK_REALTIME, &now );
+   return static_cast<double>( now.tv_sec ) + static_cast<double>( now.tv_nsec ) * 1e-9;
+}
+
+// A clock on which the times that the store has kept are past.
+Kel::Ptr<ShiftedClock> clockAfter( Store const & store, std::string const & boot ) {
+   double const ahead = Keeper::clockShift( store.moment(), boot, Kel::RealClock().now(), wallTime() );
+   return Kel::Ptr<ShiftedClock>( new ShiftedClock( ahead ) );
+}
+
+// The agent runs without one where it cannot be had: it is for people, and nothing is decided by it.
+void traceInto( std::string const & file ) {
+   if( file.empty() ) return;
+   try {
+      Brisklog::ringIs( Brisklog::RingFile::create( file, traceBytes ) );
+   } catch( Brisklog::RingError const & error ) {
+      tellTrouble( "no trace is kept in a file: " + std::string( error.what() ) );
+   }
+}
 
 // What stands in the way of a new configuration: each problem of the file, and at last each objection of the service.
 std::vector<std::string> reloadFrom( std::string const & file, Service::MaintenanceService & service ) {
@@ -46,43 +80,108 @@ std::vector<std::string> reloadFrom( std::string const & file, Service::Maintena
 
 }  // namespace
 
-Agent::Agent( Service::Config::Config const & config, Options options )
+Agent::Agent( Options options, StandardError & standardError )
    : options_( std::move( options ) ),
-     clock_( new Kel::RealClock ),
+     store_( Store::in( options_.stateDirectory ) ),
+     boot_( bootId() ),
+     clock_( clockAfter( store_, boot_ ) ),
      activityLoop_( clock_ ),
-     loop_( activityLoop_ ),
+     loop_( activityLoop_, clock_->ahead() ),
+     standardErrorRetry_( loop_, standardError ),
      hangUps_( loop_.io(), SIGHUP ),
-     // Bound before anything that a second agent must not touch: it throws where another one answers. The handler is
-     // only called by run(), when api_, which comes last, has long been made.
-     server_( loop_, options_.socket, [this]( HttpRequest const & request ) { return api_.answer( request ); } ),
-     box_( config, options_.counterTable, tellEvent ),
+     retry_( loop_.io() ),
+     // The handler is only called by run(), when start() has long made what answers.
+     server_( loop_, options_.socket, [this]( HttpRequest const & request ) { return api_->answer( request ); } ),
+     box_( options_.counterTable, tellTrouble, [this]( Lumo::IntfId intf ) { handleLink( intf ); } ),
+     guard_( box_.linkMonitor().table() ),
+     hooks_(
+        loop_, []( std::string const & hook, std::string const & line ) { tell( hook + ": " + line ); },
+        [this] { return keeper_ && keeper_->keep(); } ),
      pluginDir_( new Kel::Dir( "plugins" ) ),
-     pluginContext_( pluginDir_, box_.database(), box_.counters() ),
-     api_( *box_.database(), box_.service(), pluginContext_, [this] { return reload(); } ) {
-   // Not before the socket is ours: this moves the file that is there, perhaps that of an agent which still serves, to
-   // FILE.old.
-   if( !options_.traceFile.empty() ) Brisklog::ringIs( Brisklog::RingFile::create( options_.traceFile, traceBytes ) );
-   BRISKLOG( 3, "maintd starts: {} units, socket {}", config.units.size(), options_.socket );
+     pluginContext_( pluginDir_, box_.database(), box_.counters() ) {
+   // Not before the socket is ours: this moves the files that are there.
+   traceInto( options_.traceFile );
+   BRISKLOG( 3, "maintd starts: socket {}, store {}", options_.socket, store_.path() );
 }
 
 Agent::~Agent() {
-   BRISKLOG( 3, "maintd stops" );
+   // In this order: what changed last is kept, and then nothing that goes writes to the store or touches a link.
+   if( keeper_ ) static_cast<void>( !keeper_->keep() );
+   keeper_.reset();
+   control_.reset();
+   api_.reset();
+   service_.reset();
    // Before any member goes: the teardown of the plug-in writes records on which the members react, and takes its
    // dumper out of the context.
    pluginDir_->entityDelAll();
+   BRISKLOG( 3, "maintd stops" );
 }
 
-void Agent::start() {
-   watchLinks();
+void Agent::start( Service::Config::Config const & config ) {
+   loop_.turn( [&] {
+      keepRecords();
+      watchLinks();
+      controlLinks( config );
+      startService( config );
+   } );
    startPlugin();
    tellWarnings();
 }
 
+// First of all: everybody else is to find the records as they were left.
+void Agent::keepRecords() {
+   keeper_.emplace( Keeper::Parts{ .database = box_.database(),
+                                   .store = store_,
+                                   .tell = tellTrouble,
+                                   .writable =
+                                      [this] {
+                                         if( control_ ) control_->retry();
+                                      },
+                                   .wallTime = wallTime,
+                                   .boot = boot_,
+                                   .clockShift = clock_->ahead() } );
+}
+
 void Agent::watchLinks() {
    auto & monitor = box_.linkMonitor();
-   // The first dump is not left to the watch: the plug-in is started next, and is to find every link there is.
-   loop_.turn( [&] { monitor.start(); } );
+   // Not left to the watch: whoever is started next is to find every link there is.
+   box_.findLinks();
    loop_.watch( monitor.fd(), [&monitor] { monitor.handleReadable(); } );
+}
+
+// Before the service: units that are in maintenance have their links held again before anybody judges them.
+void Agent::controlLinks( Service::Config::Config const & config ) {
+   control_.emplace( Service::LinkControl::Parts{
+      .held = Service::heldLinkDir( *box_.database() ),
+      .causes = box_.state().errdisableCauses,
+      .links = kernelLinks_,
+      .keep = [this] { return keeper_->keep(); },
+      .tell = tellLink,
+      .preserveIpv6 = [this,
+                       atFirst = config.preserveIpv6] { return service_ ? service_->config().preserveIpv6 : atFirst; },
+      .boot = boot_,
+      .note =
+         [this]( Lumo::IntfId intf, std::string const & text ) {
+            if( service_ ) return service_->noteLink( intf, text );
+            // What it finds at the start belongs into windows that are not there yet.
+            notes_.emplace_back( intf, text );
+         } } );
+}
+
+void Agent::startService( Service::Config::Config const & config ) {
+   service_.emplace( Service::MaintenanceService::Host{ .database = box_.database(),
+                                                        .state = box_.state(),
+                                                        .counters = box_.counters(),
+                                                        .links = box_.linkRecords(),
+                                                        .hooks = hooks_,
+                                                        .onEvent = tellEvent,
+                                                        .wallClockOffset = [this] { return wallClockOffset(); },
+                                                        .neverShut = neverShut },
+                     config );
+   for( auto const & [intf, text] : std::exchange( notes_, {} ) ) service_->noteLink( intf, text );
+   api_.emplace(
+      *box_.database(), *service_, pluginContext_, [this] { return reload(); },
+      [this]( auto const &... asked ) { return objections( asked... ); }, [this] { return storeTrouble(); } );
 }
 
 void Agent::startPlugin() {
@@ -99,6 +198,7 @@ void Agent::run() {
       if( !error ) loop_.stop();
    } );
    awaitReload();
+   awaitRetry();
    loop_.run();
 }
 
@@ -110,8 +210,22 @@ void Agent::awaitReload() {
    } );
 }
 
+void Agent::awaitRetry() {
+   retry_.expires_after( retryInterval );
+   retry_.async_wait( [this]( boost::system::error_code error ) {
+      if( error ) return;
+      if( control_->waiting() ) loop_.turn( [this] { control_->retry(); } );
+      awaitRetry();
+   } );
+}
+
+void Agent::handleLink( Lumo::IntfId intf ) {
+   // The first links are reported before there is anybody to take one down.
+   if( control_ ) control_->handleLink( intf );
+}
+
 std::vector<std::string> Agent::reload() {
-   auto why = reloadFrom( options_.configFile, box_.service() );
+   auto why = reloadFrom( options_.configFile, *service_ );
    for( std::string const & reason : why ) tellTrouble( "not reloaded: " + reason );
    if( why.empty() ) {
       tell( "reloaded " + options_.configFile );
@@ -121,14 +235,30 @@ std::vector<std::string> Agent::reload() {
 }
 
 void Agent::tellWarnings() {
-   for( std::string const & warning : box_.service().warnings() ) tellTrouble( "warning: " + warning );
+   try {
+      for( std::string const & warning : warningsOf( *service_, box_ ) ) tellTrouble( "warning: " + warning );
+   } catch( Linux::NetlinkError const & error ) {
+      tellTrouble( std::string( "whether there is cause for warnings is not known: " ) + error.what() );
+   }
 }
 
-std::vector<std::string> warningsOf( Service::Config::Config const & config ) {
-   Kel::ActivityLoop loop( Kel::Ptr<Kel::Clock>( new Kel::RealClock ) );
-   BoxService box( config, "", {} );
-   loop.turn( [&] { box.linkMonitor().start(); } );
-   return box.service().warnings();
+std::string Agent::storeTrouble() {
+   // At once, and not at the end of the turn: whoever asks is about to say that something is done.
+   return keeper_->keep() ? "" : keeper_->trouble();
 }
+
+std::vector<std::string> Agent::objections( std::string const & unit, std::vector<std::string> const & without,
+                                            std::string const & session ) {
+   std::vector<std::string> why;
+   for( Lumo::IntfId const intf : service_->units().shutBy( unit, without ) ) {
+      std::string const reason = guard_.protectedBy( intf, session );
+      if( reason.empty() ) continue;
+      why.push_back( std::string( intf.name() ) + ": its profile shuts it down, and " + reason +
+                     "; if that is meant: --yes" );
+   }
+   return why;
+}
+
+double Agent::wallClockOffset() const { return wallTime() - clock_->now(); }
 
 }  // namespace Host

@@ -1,70 +1,110 @@
 // maintd put together: one loop, the maintenance service of this box, the plug-in, and what serves them.
 //
-//    configuration file --> BoxService: links, counters, units, evidence --> API --> maintctl
-//                             ^    |
-//                     records |    v
-//                  plug-in: RateMonPlugin.so
+//    configuration file --> MaintenanceService <-- Box: links, counters
+//                             ^    |    |    '--> ProgramHooks
+//                     records |    v    v
+//                  plug-in: RateMonPlugin.so    Keeper --> Store
+//                             |
+//                             '--> error-disable entries --> LinkControl --> KernelLinks
 //
-// Owns all of it, in the order in which it must come and go: the plug-in goes first. The socket comes before whatever a
-// second agent must not touch, such as the counter table and the trace file. What an operator should hear of goes to
-// standard error and to the ring trace, a line each.
+// Owns all of it, in the order in which it must come and go. The claim to the network namespace comes before anything
+// that a second agent must not touch, and the socket before the trace file, which it moves. Link control and store go
+// first, so that what the teardown of the others writes reaches neither: the death of the agent changes no link. What
+// an operator should hear of goes to standard error and to the ring trace, a line each.
 #pragma once
 
 #include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "BoxService.h"
+#include "Box.h"
 #include "api/Api.h"
+#include "api/HttpServer.h"
+#include "claims/NamespaceLock.h"
+#include "control/KernelLinks.h"
+#include "control/LinkGuard.h"
+#include "hooks/ProgramHooks.h"
+#include "links/LinkControl.h"
+#include "log/StandardError.h"
 #include "loop/AsioLoop.h"
+#include "loop/ShiftedClock.h"
+#include "maintenance/MaintenanceService.h"
 #include "plugin/PluginContext.h"
+#include "store/Keeper.h"
+#include "store/Store.h"
 
 namespace Host {
 
 class Agent {
  public:
    struct Options {
-      std::string configFile;    // read again at each reload
-      std::string plugin;        // path of RateMonPlugin.so
-      std::string socket;        // path of the API's unix socket
-      std::string counterTable;  // path of the shared counter table; empty: this process's memory
-      std::string traceFile;     // path of the ring trace; empty: this process's memory
+      std::string configFile;      // read again at each reload
+      std::string stateDirectory;  // of the store
+      std::string plugin;          // path of RateMonPlugin.so
+      std::string socket;          // path of the API's unix socket
+      std::string counterTable;    // path of the shared counter table; empty: this process's memory
+      std::string traceFile;       // path of the ring trace; empty: this process's memory
    };
 
-   // Throws what its parts throw: the socket is in use, a file cannot be made, the kernel does not answer.
-   Agent( Service::Config::Config const & config, Options options );
-   // Takes the plug-in down in order.
+   // `standardError` outlives this. Throws what its parts throw: another agent runs (NamespaceTaken), the socket is in
+   // use, the store cannot be used (StoreError).
+   Agent( Options options, StandardError & standardError );
+   // Lets go of links and store, then takes the plug-in down in order.
    ~Agent();
 
-   // Follows the links and starts the plug-in; everything but the API's answers is ready afterwards. Throws what its
-   // parts throw: the plug-in cannot be loaded, the kernel does not answer.
-   void start();
+   // Takes up what an earlier agent left, links first, and starts the plug-in; everything but the API's answers is
+   // ready afterwards. Throws what its parts throw: a row of the store fits no record (StoreError), the kernel does not
+   // answer, the plug-in cannot be loaded.
+   void start( Service::Config::Config const & config );
 
    // Serves until SIGTERM or SIGINT; SIGHUP reloads.
    void run();
 
  private:
+   void keepRecords();
    void watchLinks();
+   void controlLinks( Service::Config::Config const & config );
+   void startService( Service::Config::Config const & config );
    void startPlugin();
    void awaitReload();
+   void awaitRetry();
+   void handleLink( Lumo::IntfId intf );
    // In a turn. A file that does not hold, or that units under way stand against, changes nothing: the reasons are
    // returned, and told.
    std::vector<std::string> reload();
    void tellWarnings();
+   // Why a unit should not be taken out of service without being asked twice.
+   [[nodiscard]] std::vector<std::string> objections( std::string const & unit,
+                                                      std::vector<std::string> const & without,
+                                                      std::string const & session );
+   // Why what was done is not on disk; empty when it is, now.
+   [[nodiscard]] std::string storeTrouble();
+   [[nodiscard]] double wallClockOffset() const;
 
    Options const options_;
-   Kel::Ptr<Kel::Clock> const clock_;
+   NamespaceLock const claim_;
+   Store store_;
+   std::string const boot_;
+   Kel::Ptr<ShiftedClock> const clock_;
    Kel::ActivityLoop activityLoop_;
    AsioLoop loop_;
+   StandardErrorRetry standardErrorRetry_;
    boost::asio::signal_set hangUps_;  // from the start, as one that came earlier would end the process
+   boost::asio::steady_timer retry_;
    HttpServer server_;
-   BoxService box_;
+   Box box_;
+   KernelLinks kernelLinks_;
+   LinkGuard guard_;
+   ProgramHooks hooks_;
+   std::optional<Keeper> keeper_;
+   std::vector<std::pair<Lumo::IntfId, std::string>> notes_;  // of link control, for the service
+   std::optional<Service::LinkControl> control_;
+   std::optional<Service::MaintenanceService> service_;
    Kel::Ptr<Kel::Dir> const pluginDir_;
    Maintenance::PluginContext pluginContext_;
-   Api api_;
+   std::optional<Api> api_;
 };
-
-// The warnings about a configuration that this box, as it is now, gives cause for. Leaves nothing behind.
-[[nodiscard]] std::vector<std::string> warningsOf( Service::Config::Config const & config );
 
 }  // namespace Host

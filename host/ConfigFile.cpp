@@ -29,26 +29,10 @@ std::string contentsOf( std::string const & path ) {
    return text;
 }
 
-// What the file asks for and this agent does not do is an error at the start, not a surprise in the next maintenance.
-std::string notCarriedOut( Service::Config::Config const & config ) {
-   for( auto const & profile : config.profiles ) {
-      if( profile.shutdown )
-         return "profile \"" + profile.name + "\": this maintd takes no link down, shutdown must be false";
-   }
-   for( auto const * stages : { &config.stages.maintEnter, &config.stages.maintExit } ) {
-      for( auto const & stage : *stages ) {
-         if( !stage.run.empty() ) return "stage \"" + stage.name + "\": this maintd runs no programs";
-      }
-   }
-   return "";
-}
-
 }  // namespace
 
 Service::Config::Config readConfig( std::string const & file ) {
-   auto config = Service::Config::parse( contentsOf( file ), file );
-   if( auto const why = notCarriedOut( config ); !why.empty() ) throw std::runtime_error( file + ": " + why );
-   return config;
+   return Service::Config::parse( contentsOf( file ), file );
 }
 
 }  // namespace Host

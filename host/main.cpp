@@ -1,5 +1,6 @@
 // maintd: the maintenance service of a Linux box.
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -7,15 +8,30 @@
 
 #include "Agent.h"
 #include "ConfigFile.h"
+#include "Warnings.h"
 #include "brisklog/Brisklog.h"
+#include "claims/Boot.h"
 #include "kel/Exception.h"
+#include "log/StandardError.h"
 #include "plugin/Loader.h"
+#include "store/Release.h"
 
 namespace {
 
 constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
+constexpr char const * defaultState = "/var/lib/ratemon";
 
-enum ExitStatus : int { stopped = 0, failed = 1, usage = 2 };
+// The last is for a service manager: to start again would not help, somebody has to look at the store first.
+enum ExitStatus : int { stopped = 0, failed = 1, usage = 2, unusableStore = 3 };
+
+struct Arguments {
+   Host::Agent::Options options{ "", defaultState, Plugin::besideProgram( "RateMonPlugin.so" ), defaultSocket, "", "" };
+   bool checkOnly = false;
+   bool release = false;
+   bool all = false;
+   bool foreground = true;
+   std::vector<std::string> names;
+};
 
 // Named after the socket, because no two agents share one.
 std::string traceBeside( std::string const & socket ) {
@@ -26,12 +42,24 @@ std::string counted( std::size_t count, char const * what ) {
    return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
 }
 
+// In the trace as well, which is still there when nobody has kept what went to standard error.
+int fail( std::exception const & error, ExitStatus status ) {
+   BRISKLOG( 0, "maintd fails: {}", error.what() );
+   std::cerr << "maintd: " << error.what() << "\n";
+   return status;
+}
+
 int serve( Service::Config::Config const & config, Host::Agent::Options const & options ) {
+   // A reader of ours that goes away, and a file that may not grow any more, are errors of that write and no reason to
+   // end (signal(7)).
+   std::signal( SIGPIPE, SIG_IGN );
+   std::signal( SIGXFSZ, SIG_IGN );
+   Host::StandardError standardError;
    // Outside the try, so that it is still whole where an exception is caught.
    std::unique_ptr<Host::Agent> agent;
    try {
-      agent = std::make_unique<Host::Agent>( config, options );
-      agent->start();
+      agent = std::make_unique<Host::Agent>( options, standardError );
+      agent->start( config );
       std::cerr << "maintd: " << counted( config.units.size(), "unit" ) << ", serving at " << options.socket << "\n";
       agent->run();
       std::cerr << "maintd: stopping\n";
@@ -42,11 +70,10 @@ int serve( Service::Config::Config const & config, Host::Agent::Options const & 
       std::terminate();
    } catch( Kel::RangeError const & ) {
       std::terminate();
+   } catch( Host::StoreError const & error ) {
+      return fail( error, unusableStore );
    } catch( std::exception const & error ) {
-      // In the trace as well, which is still there when nobody has kept what went to standard error.
-      BRISKLOG( 0, "maintd fails: {}", error.what() );
-      std::cerr << "maintd: " << error.what() << "\n";
-      return failed;
+      return fail( error, failed );
    }
 }
 
@@ -58,51 +85,85 @@ int check( std::string const & file, Service::Config::Config const & config ) {
       std::cout << file << " holds: " << counted( config.units.size(), "unit" ) << ", "
                 << counted( warnings.size(), "warning" ) << "\n";
       return stopped;
-   } catch( Host::Linux::NetlinkError const & error ) {
-      std::cerr << "maintd: " << error.what() << "\n";
-      return failed;
+   } catch( std::runtime_error const & error ) {
+      return fail( error, failed );
    }
+}
+
+int release( Arguments const & arguments ) {
+   if( arguments.all == !arguments.names.empty() ) {
+      std::cerr << "maintd: --release takes names of links, or --all\n";
+      return usage;
+   }
+   try {
+      // Whoever runs holds its links on purpose, and would take them down again.
+      Host::NamespaceLock const claim;
+      Host::KernelLinks links;
+      return Host::release( { Host::Store::in( arguments.options.stateDirectory ), arguments.names, Host::bootId() },
+                            links, std::cout, std::cerr );
+   } catch( Host::StoreError const & error ) {
+      return fail( error, unusableStore );
+   } catch( std::exception const & error ) {
+      return fail( error, failed );
+   }
+}
+
+void addOptions( CLI::App & app, Arguments & arguments ) {
+   Host::Agent::Options & options = arguments.options;
+   app.add_option( "--config", options.configFile, "the configuration, see examples/maintd.yaml" );
+   app.add_option( "--state", options.stateDirectory,
+                   "directory for what outlives maintd: units under way, held links" )
+      ->capture_default_str();
+   app.add_option( "--socket", options.socket, "unix socket of the API" )->capture_default_str();
+   app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
+   app.add_option( "--counter-table", options.counterTable,
+                   "shared file for the interface counters (default: private memory)" );
+   app.add_option( "--trace-file", options.traceFile,
+                   "the last messages, for maintctl trace; what is there is kept as FILE.1, FILE.2 and FILE.3; \"\" "
+                   "for none (default: maintd.trace beside the socket, or as the socket is named)" );
+   app.add_flag( "--check", arguments.checkOnly,
+                 "only say whether the configuration holds, and what is odd about it on this box as it is now" );
+   app.add_flag( "--release", arguments.release,
+                 "only set up links that a maintd which does not run any more holds down: those named, or --all" );
+   app.add_flag( "--all", arguments.all, "with --release: all of them" );
+   app.add_option( "LINK", arguments.names, "with --release: these" );
+   app.add_flag( "--foreground", arguments.foreground,
+                 "stay in the foreground (it always does: a service manager backgrounds it)" );
+}
+
+int run( Arguments & arguments ) {
+   if( arguments.release ) return release( arguments );
+   Service::Config::Config config;
+   try {
+      config = Host::readConfig( arguments.options.configFile );
+   } catch( std::runtime_error const & error ) {
+      // Names the file itself, in each of its lines.
+      std::cerr << error.what() << "\n";
+      return usage;
+   }
+   if( arguments.checkOnly ) return check( arguments.options.configFile, config );
+   auto const directory = std::filesystem::path( arguments.options.socket ).parent_path();
+   std::error_code ignored;  // a directory that cannot be made shows when the socket is bound
+   if( !directory.empty() ) std::filesystem::create_directories( directory, ignored );
+   return serve( config, arguments.options );
 }
 
 }  // namespace
 
 int main( int argc, char ** argv ) {
    CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
-   Host::Agent::Options options{ "", Plugin::besideProgram( "RateMonPlugin.so" ), defaultSocket, "", "" };
-   app.add_option( "--config", options.configFile, "the configuration, see examples/maintd.yaml" )->required();
-   app.add_option( "--socket", options.socket, "unix socket of the API" )->capture_default_str();
-   app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
-   app.add_option( "--counter-table", options.counterTable,
-                   "shared file for the interface counters (default: private memory)" );
-   auto const * const traceFile =
-      app.add_option( "--trace-file", options.traceFile,
-                      "the last messages, for maintctl trace; what is there is kept as FILE.old; \"\" for none "
-                      "(default: maintd.trace beside the socket, or as the socket is named)" );
-   bool checkOnly = false;
-   app.add_flag( "--check", checkOnly,
-                 "only say whether the configuration holds, and what is odd about it on this box as it is now" );
-   bool foreground = true;
-   app.add_flag( "--foreground", foreground,
-                 "stay in the foreground (it always does: a service manager backgrounds it)" );
+   Arguments arguments;
+   addOptions( app, arguments );
    try {
       app.parse( argc, argv );
+      if( !arguments.release && arguments.options.configFile.empty() ) throw CLI::RequiredError( "--config" );
+      if( !arguments.release && ( arguments.all || !arguments.names.empty() ) )
+         throw CLI::RequiresError( "LINK", "--release" );
    } catch( CLI::ParseError const & error ) {
       // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.
       return app.exit( error ) == 0 ? stopped : usage;
    }
    // What counts is whether the option was given, not whether its text is empty: "" stands for no trace.
-   if( traceFile->count() == 0 ) options.traceFile = traceBeside( options.socket );
-   Service::Config::Config config;
-   try {
-      config = Host::readConfig( options.configFile );
-   } catch( std::runtime_error const & error ) {
-      // Names the file itself, in each of its lines.
-      std::cerr << error.what() << "\n";
-      return usage;
-   }
-   if( checkOnly ) return check( options.configFile, config );
-   auto const directory = std::filesystem::path( options.socket ).parent_path();
-   std::error_code ignored;  // a directory that cannot be made shows when the socket is bound
-   if( !directory.empty() ) std::filesystem::create_directories( directory, ignored );
-   return serve( config, options );
+   if( app.count( "--trace-file" ) == 0 ) arguments.options.traceFile = traceBeside( arguments.options.socket );
+   return run( arguments );
 }
