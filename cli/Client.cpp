@@ -1,90 +1,225 @@
 #include "Client.h"
 
-#include <sys/socket.h>
-#include <sys/time.h>
-
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/beast/core/basic_stream.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/string.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/parse.hpp>
-#include <cctype>
+
+#include "Reach.h"
+#include "tables/Members.h"
 
 namespace Cli {
 
 namespace asio = boost::asio;
-namespace http = boost::beast::http;
-using Socket = asio::local::stream_protocol::socket;
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace json = boost::json;
 
 namespace {
 
-constexpr time_t answerTimeoutSeconds = 30;
+// What an answer may cost. All of it within `whole`, and within it never longer than `silence` without a byte.
+struct Limits {
+   std::chrono::seconds silence;
+   std::chrono::seconds whole;
+   std::size_t mebibytes;
+};
+constexpr Limits ordinary{ std::chrono::seconds( 10 ), std::chrono::seconds( 10 ), 16 };
+// maintd writes a dump in one go, but reading it is a matter of megabytes.
+constexpr Limits large{ std::chrono::seconds( 10 ), std::chrono::seconds( 120 ), 256 };
 
-// Connects to the daemon. Throws NotReached.
-Socket connected( asio::io_context & io, std::string const & path ) {
-   Socket socket( io );
-   boost::system::error_code error;
-   socket.connect( asio::local::stream_protocol::endpoint( path ), error );
-   if( error ) throw NotReached( "maintd is not reached at " + path + ": " + error.message() );
-   timeval const timeout{ .tv_sec = answerTimeoutSeconds, .tv_usec = 0 };
-   setsockopt( socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout );
-   return socket;
+// One request and its answer on a connection of its own.
+class Exchange {
+ public:
+   using Request = http::request<http::empty_body>;
+   using Response = http::response<http::string_body>;
+
+   Exchange( std::string const & path, Limits const & limits, std::optional<Clock::time_point> deadline )
+      : limits_( limits ),
+        end_( Clock::now() + limits.whole ),
+        deadline_( deadline ),
+        stream_( connected( io_, path, bounded( end_ ) ) ) {}
+
+   // Throws boost::system::system_error.
+   Response answerTo( Request const & request ) {
+      // Whoever refuses a connection as such does not read the request before that.
+      auto const unsent = step( [&]( auto const & then ) { http::async_write( stream_, request, then ); } );
+      if( unsent && unsent != asio::error::broken_pipe ) throw boost::system::system_error( unsent );
+      // An interim answer is not the one (RFC 9110, section 15.2). Each takes from the time of the whole.
+      while( true ) {
+         Response answer = next();
+         bool const interim = answer.result_int() / 100 == 1 && answer.result() != http::status::switching_protocols;
+         if( !interim ) return answer;
+      }
+   }
+
+ private:
+   // The answer must come before this, or the caller's deadline if that is earlier.
+   [[nodiscard]] Clock::time_point bounded( Clock::time_point end ) const {
+      return deadline_ ? std::min( end, *deadline_ ) : end;
+   }
+
+   Response next() {
+      http::response_parser<http::string_body> parser;
+      parser.body_limit( limits_.mebibytes * 1024 * 1024 );
+      while( !parser.is_done() ) {
+         auto const error =
+            step( [&]( auto const & then ) { http::async_read_some( stream_, buffer_, parser, then ); } );
+         if( error ) throw boost::system::system_error( error );
+      }
+      return parser.release();
+   }
+
+   // One operation to its end, which is at the latest when its time is over.
+   template<class Start>
+   [[nodiscard]] beast::error_code step( Start const & start ) {
+      beast::error_code result;
+      stream_.expires_at( bounded( std::min( end_, Clock::now() + limits_.silence ) ) );
+      start( [&]( beast::error_code error, std::size_t ) { result = error; } );
+      io_.restart();
+      io_.run();
+      return result;
+   }
+
+   Limits const limits_;
+   Clock::time_point const end_;
+   std::optional<Clock::time_point> const deadline_;
+   asio::io_context io_;
+   beast::basic_stream<asio::local::stream_protocol> stream_;
+   // Room for the header and for the line before a chunk; a body goes on into the answer.
+   beast::flat_buffer buffer_{ 64 * 1024 };
+};
+
+// Takes JSON and keeps nothing of it: what is large is only looked at for being JSON.
+struct Unkept {
+   static constexpr std::size_t max_object_size = std::size_t( -1 );
+   static constexpr std::size_t max_array_size = std::size_t( -1 );
+   static constexpr std::size_t max_key_size = std::size_t( -1 );
+   static constexpr std::size_t max_string_size = std::size_t( -1 );
+   using Error = boost::system::error_code;
+   using Text = json::string_view;
+   bool on_document_begin( Error & ) { return true; }
+   bool on_document_end( Error & ) { return true; }
+   bool on_object_begin( Error & ) { return true; }
+   bool on_object_end( std::size_t, Error & ) { return true; }
+   bool on_array_begin( Error & ) { return true; }
+   bool on_array_end( std::size_t, Error & ) { return true; }
+   bool on_key_part( Text, std::size_t, Error & ) { return true; }
+   bool on_key( Text, std::size_t, Error & ) { return true; }
+   bool on_string_part( Text, std::size_t, Error & ) { return true; }
+   bool on_string( Text, std::size_t, Error & ) { return true; }
+   bool on_number_part( Text, Error & ) { return true; }
+   bool on_int64( int64_t, Text, Error & ) { return true; }
+   bool on_uint64( uint64_t, Text, Error & ) { return true; }
+   bool on_double( double, Text, Error & ) { return true; }
+   bool on_bool( bool, Error & ) { return true; }
+   bool on_null( Error & ) { return true; }
+   bool on_comment_part( Text, Error & ) { return true; }
+   bool on_comment( Text, Error & ) { return true; }
+};
+
+bool isJson( std::string const & text ) {
+   json::basic_parser<Unkept> parser( json::parse_options{} );
+   json::error_code error;
+   std::size_t const read = parser.write_some( false, text.data(), text.size(), error );
+   return !error && text.find_first_not_of( " \t\r\n", read ) == std::string::npos;
 }
 
-}  // namespace
+// What was asked for.
+struct Asked {
+   std::string_view mediaType = "application/json";
+   Shape const * shape = nullptr;  // null: JSON of any kind, or none
+};
 
-std::string Answer::error() const {
-   auto const * const object = body.if_object();
-   // The daemon always gives one; what else may listen there need not.
-   auto const * const reason = object ? object->if_contains( "error" ) : nullptr;
-   return reason && reason->is_string() ? reason->get_string().c_str()
-                                        : "maintd answered with status " + std::to_string( status );
+bool isOfType( http::fields const & header, std::string_view mediaType ) {
+   std::string_view given = header[http::field::content_type];
+   // Parameters behind it change nothing in what is asked for here (RFC 9110, section 8.3.1).
+   given = given.substr( 0, given.find( ';' ) );
+   given = given.substr( 0, given.find_last_not_of( " \t" ) + 1 );
+   return beast::iequals( given, mediaType );
 }
 
-Answer Client::get( std::string const & target ) const { return request( "GET", target ); }
-Answer Client::post( std::string const & target ) const { return request( "POST", target ); }
+// What is wrong with the answer; empty when it is the one that was asked for, which has then been read.
+std::string readFault( Answer & answer, http::fields const & header, Asked const & asked ) {
+   Asked const expected = answer.ok() ? asked : Asked{ .shape = &errorShape };
+   if( !isOfType( header, expected.mediaType ) ) {
+      std::string const given( header[http::field::content_type] );
+      return "status " + std::to_string( answer.status ) + " with " + ( given.empty() ? "no content type" : given ) +
+             " in place of " + std::string( expected.mediaType );
+   }
+   if( !expected.shape ) {
+      bool const broken = expected.mediaType == Asked().mediaType && !isJson( answer.text );
+      return broken ? "what it says to be JSON is none" : "";
+   }
+   json::error_code error;
+   answer.body = json::parse( answer.text, error );
+   if( error ) return "what it says to be JSON is none: " + error.message();
+   return shapeFault( answer.body, *expected.shape );
+}
 
-Answer Client::request( char const * method, std::string const & target ) const {
-   asio::io_context io;
-   Socket socket = connected( io, socketPath_ );
-   http::request<http::empty_body> request( http::string_to_verb( method ), target, 11 );
+std::string why( boost::system::error_code const & error, Limits const & limits ) {
+   if( error == beast::error::timeout )
+      return "nothing, or not all of it, came in " + std::to_string( limits.silence.count() ) + " s";
+   if( error == http::error::body_limit )
+      return "the answer is larger than " + std::to_string( limits.mebibytes ) + " MiB";
+   return error.message();
+}
+
+// A request that changes something is not undone by nobody's waiting for its answer.
+std::string mayStillHappen( http::verb method ) {
+   return method == http::verb::post ? "; it may have been carried out, or may still be" : "";
+}
+
+Answer exchange( std::string const & path, http::verb method, Target const & target, Asked const & asked,
+                 Limits const & limits, std::optional<Clock::time_point> deadline ) {
+   auto const passed = [&] { return deadline && Clock::now() >= *deadline; };
+   std::string const what = std::string( http::to_string( method ) ) + " " + target.text();
+   Exchange::Request request( method, target.text(), 11 );
    // Required of every request (RFC 9112, section 3.2), though nobody looks at it on a unix socket.
    request.set( http::field::host, "maintd" );
    // So that maintd does not keep the connection for a request that will not come.
    request.set( http::field::connection, "close" );
    request.prepare_payload();
+   std::optional<Exchange::Response> response;
    try {
-      http::write( socket, request );
-      boost::beast::flat_buffer buffer;
-      http::response_parser<http::string_body> parser;
-      // Beast's own limit for an answer is 8 MiB; a dump grows with the box.
-      parser.body_limit( boost::none );
-      http::read( socket, buffer, parser );
-      auto const & response = parser.get();
-      // Not by trial: a dump is text, whatever it looks like.
-      bool const isJson = response[http::field::content_type] == "application/json";
-      return { response.result_int(), response.body(),
-               isJson ? boost::json::parse( response.body() ) : boost::json::value() };
+      response = Exchange( path, limits, deadline ).answerTo( request );
    } catch( boost::system::system_error const & error ) {
-      // Broken JSON comes here, too. To the caller all of these are one case: there is no maintd to talk to.
-      throw NotReached( "maintd at " + socketPath_ + " did not answer " + method + " " + target + ": " + error.what() );
+      std::string const text = what + mayStillHappen( method );
+      if( passed() ) throw DeadlinePassed( "maintd has not answered in time: " + text );
+      throw NotReached( "maintd at " + path + " did not answer: " + why( error.code(), limits ) + ": " + text );
+   } catch( NotReached const & ) {
+      // Not even connected, so nothing was sent.
+      if( passed() ) throw DeadlinePassed( "maintd has not taken the connection in time: " + what );
+      throw;
    }
+   Answer answer{ response->result_int(), std::move( response->body() ), {} };
+   std::string const fault = readFault( answer, *response, asked );
+   if( fault.empty() ) return answer;
+   throw NotReached( "what answers at " + path + " is no maintd, or one of another version: " + what + ": " + fault );
 }
 
-std::string encoded( std::string const & component ) {
-   static char const hex[] = "0123456789ABCDEF";
-   std::string out;
-   for( char const c : component ) {
-      auto const byte = static_cast<unsigned char>( c );
-      // The unreserved characters (RFC 3986, section 2.3); nobody changes the locale of this program, so a letter is
-      // one of ASCII. Unsigned, as isalnum() takes no negative number.
-      if( std::isalnum( byte ) || c == '-' || c == '.' || c == '_' || c == '~' ) {
-         out += c;
-      } else {
-         ( ( out += '%' ) += hex[byte >> 4] ) += hex[byte & 15];
-      }
-   }
-   return out;
+}  // namespace
+
+std::string Answer::error() const { return Cli::text( body.get_object(), "error" ); }
+
+Client Client::until( std::optional<Clock::time_point> deadline ) const {
+   Client copy = *this;
+   copy.deadline_ = deadline;
+   return copy;
+}
+
+Answer Client::get( Target const & target, Shape const & asked ) const {
+   return exchange( socketPath_, http::verb::get, target, { .shape = &asked }, ordinary, deadline_ );
+}
+
+Answer Client::post( Target const & target, Shape const & asked ) const {
+   return exchange( socketPath_, http::verb::post, target, { .shape = &asked }, ordinary, deadline_ );
+}
+
+Answer Client::getLarge( Target const & target, std::string_view mediaType ) const {
+   return exchange( socketPath_, http::verb::get, target, { .mediaType = mediaType }, large, deadline_ );
 }
 
 }  // namespace Cli

@@ -1,17 +1,39 @@
 // The HTTP API of maintd over its unix socket, as a client sees it: one request, one answer, JSON or text.
 //
-// Opens a connection per request; never retries. Whoever calls decides what a status other than 200 means.
+// Opens a connection per request; never retries. No request takes longer than its time, and no answer more memory than
+// its size, whoever it is that listens there: a daemon that is stopped, one that sends for ever, or something else.
+// What comes back is the answer that was asked for, or one with a status other than 200 and its reason; what that means
+// is for whoever calls to decide.
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "Target.h"
+#include "tables/Shape.h"
+
 namespace Cli {
 
-// Nobody at the socket gives an answer that can be read: maintd does not run, may not be reached by this user, or is no
-// maintd.
+using Clock = std::chrono::steady_clock;
+
+// Nobody at the socket gives an answer that can be used: maintd does not run, may not be reached by this user, does not
+// answer in time, or is no maintd.
 class NotReached : public std::runtime_error {
+ public:
+   explicit NotReached( std::string const & what, std::string advice = "" )
+      : std::runtime_error( what ), advice_( std::move( advice ) ) {}
+   // What to do about it, a sentence; empty when there is nothing to be said.
+   [[nodiscard]] std::string const & advice() const { return advice_; }
+
+ private:
+   std::string advice_;
+};
+
+// The caller's own deadline passed before the answer was there.
+class DeadlinePassed : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
 };
@@ -19,9 +41,11 @@ class NotReached : public std::runtime_error {
 struct Answer {
    unsigned status = 0;      // HTTP status code
    std::string text;         // the body as it came
-   boost::json::value body;  // null where that is not JSON
+   boost::json::value body;  // null where it is not asked for as JSON
 
    [[nodiscard]] bool ok() const { return status == 200; }
+   // Of the shape that it was asked for with; only where it is ok.
+   [[nodiscard]] boost::json::object const & object() const { return body.get_object(); }
    // The daemon's reason for a status other than 200.
    [[nodiscard]] std::string error() const;
 };
@@ -31,18 +55,18 @@ class Client {
    explicit Client( std::string socketPath ) : socketPath_( std::move( socketPath ) ) {}
 
    [[nodiscard]] std::string const & socketPath() const { return socketPath_; }
+   // One whose requests end at that time, too, if it comes before theirs; none: only at theirs.
+   [[nodiscard]] Client until( std::optional<Clock::time_point> deadline ) const;
 
-   // Both throw NotReached, also where the answer breaks off or is not the JSON that it says it is.
-   [[nodiscard]] Answer get( std::string const & target ) const;
-   [[nodiscard]] Answer post( std::string const & target ) const;
+   // All throw NotReached, and DeadlinePassed where a deadline is set.
+   [[nodiscard]] Answer get( Target const & target, Shape const & asked ) const;
+   [[nodiscard]] Answer post( Target const & target, Shape const & asked ) const;
+   // Of any size that a box may need, only as it came. JSON has been seen to be JSON.
+   [[nodiscard]] Answer getLarge( Target const & target, std::string_view mediaType ) const;
 
  private:
-   [[nodiscard]] Answer request( char const * method, std::string const & target ) const;
-
    std::string socketPath_;
+   std::optional<Clock::time_point> deadline_;
 };
-
-// One path component, percent-encoded (RFC 3986).
-[[nodiscard]] std::string encoded( std::string const & component );
 
 }  // namespace Cli

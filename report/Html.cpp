@@ -8,11 +8,15 @@ namespace Report {
 
 namespace {
 
-// Beyond ASCII, HTML forbids U+0080 to U+009F, and U+FFFE and U+FFFF at the end of each plane.
+// What a page must not show. Beyond ASCII, HTML forbids U+0080 to U+009F, and U+FFFE and U+FFFF at the end of each
+// plane.
 bool forbidden( std::string_view character ) {
    if( character == "\x7f" ) return true;
    if( character.size() == 2 ) return character[0] == '\xc2' && static_cast<unsigned char>( character[1] ) < 0xa0;
    if( character.size() < 3 ) return false;
+   // U+202A to U+202E and U+2066 to U+2069 turn the direction of writing, so that a text reads as another.
+   if( character >= "\u202a" && character <= "\u202e" ) return true;
+   if( character >= "\u2066" && character <= "\u2069" ) return true;
    std::string_view const end = character.substr( character.size() - 2 );
    bool const lastTwoOfPlane = end == "\xbf\xbe" || end == "\xbf\xbf";
    // In three bytes U+FFFE begins with 0xef. In four the second byte ends in 1111 where the plane's last block is.

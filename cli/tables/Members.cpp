@@ -1,6 +1,9 @@
 #include "tables/Members.h"
 
 #include <boost/json/serialize.hpp>
+#include <cmath>
+
+#include "tables/Printable.h"
 
 namespace Cli {
 
@@ -13,41 +16,71 @@ json::value const * known( Object const & object, char const * member ) {
    return value && !value->is_null() ? value : nullptr;
 }
 
+WrongAnswer wrong( char const * member, char const * kind ) {
+   return WrongAnswer( "\"" + std::string( member ) + "\" is not " + kind );
+}
+
+// Times and rates are far below; what is not would overflow a calendar.
+double boundedNumber( json::value const & value ) {
+   constexpr double largest = 1e15;
+   auto const number = value.to_number<double>();
+   if( !( std::abs( number ) <= largest ) ) throw WrongAnswer( "a number is beyond all that is measured" );
+   return number;
+}
+
 }  // namespace
 
 std::string text( Object const & object, char const * member ) {
    auto const * const value = known( object, member );
    if( !value ) return "";
-   return value->is_string() ? value->get_string().c_str() : json::serialize( *value );
+   if( value->is_structured() ) throw wrong( member, "a text" );
+   return value->is_string() ? printable( value->get_string() ) : json::serialize( *value );
 }
 
 std::optional<double> number( Object const & object, char const * member ) {
    auto const * const value = known( object, member );
-   return value && value->is_number() ? std::optional( value->to_number<double>() ) : std::nullopt;
+   if( !value ) return std::nullopt;
+   if( !value->is_number() ) throw wrong( member, "a number" );
+   return boundedNumber( *value );
 }
 
 bool yes( Object const & object, char const * member ) {
    auto const * const value = known( object, member );
-   return value && value->is_bool() && value->get_bool();
+   if( value && !value->is_bool() ) throw wrong( member, "true or false" );
+   return value && value->get_bool();
 }
 
 Object const * inner( Object const & object, char const * member ) {
    auto const * const value = known( object, member );
+   if( value && !value->is_object() ) throw wrong( member, "an object" );
    return value ? value->if_object() : nullptr;
 }
 
 json::array const & list( Object const & object, char const * member ) {
    static json::array const none;
    auto const * const value = known( object, member );
-   return value && value->is_array() ? value->get_array() : none;
+   if( value && !value->is_array() ) throw wrong( member, "a list" );
+   return value ? value->get_array() : none;
+}
+
+std::vector<std::string> texts( Object const & object, char const * member ) {
+   std::vector<std::string> all;
+   for( auto const & each : list( object, member ) ) {
+      if( !each.is_string() ) throw wrong( member, "a list of texts" );
+      all.push_back( printable( each.get_string() ) );
+   }
+   return all;
 }
 
 std::string namesText( Object const & object, char const * member ) {
    std::string names;
-   for( auto const & name : list( object, member ) ) {
-      if( name.is_string() ) names.append( names.empty() ? "" : ", " ).append( name.get_string() );
-   }
+   for( std::string const & name : texts( object, member ) ) names.append( names.empty() ? "" : ", " ).append( name );
    return names;
+}
+
+Object const & object( json::value const & value ) {
+   if( !value.is_object() ) throw WrongAnswer( "where an object should be there is something else" );
+   return value.get_object();
 }
 
 Kel::Value kelValue( json::value const & from ) {

@@ -34,13 +34,13 @@ std::string thresholdCell( Object const & intf, char const * member, Clocks cons
 // Lists are in the order of time.
 std::string lastVerdictCell( Object const & intf, char const * member, Clocks const & clocks ) {
    auto const & verdicts = list( intf, member );
-   return verdicts.empty() ? "-" : plainCell( verdicts.back().as_object(), "verdict", clocks );
+   return verdicts.empty() ? "-" : plainCell( object( verdicts.back() ), "verdict", clocks );
 }
 
 std::string lastRatesCell( Object const & intf, char const * member, Clocks const & clocks ) {
    auto const & rates = list( intf, member );
    if( rates.empty() ) return "-";
-   auto const & last = rates.back().as_object();
+   auto const & last = object( rates.back() );
    return "in " + rateCell( last, "inMean", clocks ) + ", out " + rateCell( last, "outMean", clocks );
 }
 
@@ -48,6 +48,7 @@ constexpr Column stageTable[] = {
    { "STAGE", "stage", plainCell },   { "OF", "operation", plainCell },
    { "BEGAN", "began", clockCell },   { "TOOK", "ended", tookCell },
    { "RESULT", "result", plainCell }, { "DEADLINE PASSED", "deadlinePassed", clockCell },
+   { "WHY", "why", plainCell },
 };
 
 constexpr Column windowInterfaceTable[] = {
@@ -81,14 +82,14 @@ void printMoment( std::ostream & out, char const * what, Object const & window, 
 boost::json::array interfacesAsEntered( Object const & window ) {
    std::set<std::string> entry;
    for( auto const & stage : list( window, "stages" ) ) {
-      if( text( stage.as_object(), "operation" ) == "enter" ) entry.insert( text( stage.as_object(), "number" ) );
+      if( text( object( stage ), "operation" ) == "enter" ) entry.insert( text( object( stage ), "number" ) );
    }
    boost::json::array interfaces;
    for( auto const & value : list( window, "interfaces" ) ) {
-      Object intf = value.as_object();
+      Object intf = object( value );
       boost::json::array verdicts;
       for( auto const & verdict : list( intf, "verdicts" ) ) {
-         if( entry.contains( text( verdict.as_object(), "stageNumber" ) ) ) verdicts.push_back( verdict );
+         if( entry.contains( text( object( verdict ), "stageNumber" ) ) ) verdicts.push_back( verdict );
       }
       intf["verdicts"] = verdicts;
       interfaces.push_back( intf );
@@ -100,7 +101,7 @@ boost::json::array interfacesAsEntered( Object const & window ) {
 void printEvents( std::ostream & out, Object const & intf, Clocks const & clocks ) {
    boost::json::array events;
    for( auto const & event : list( intf, "events" ) ) {
-      if( text( event.as_object(), "kind" ) != "verdict" ) events.push_back( event );
+      if( text( object( event ), "kind" ) != "verdict" ) events.push_back( event );
    }
    if( events.empty() ) return;
    out << "\n" << text( intf, "interface" ) << "\n";
@@ -112,11 +113,12 @@ void printEvents( std::ostream & out, Object const & intf, Clocks const & clocks
    }
 }
 
-// "stage verify: timed out"; empty for one that ended well, was left, or goes on.
+// "stage verify: timed out", "stage bgp: failed: exit status 1"; empty for one that ended well, was left, or goes on.
 std::string troubleText( Object const & stage ) {
    std::string const result = text( stage, "result" );
    bool const trouble = result == "timed out" || result == "failed";
-   return trouble ? "stage " + text( stage, "stage" ) + ": " + result : "";
+   std::string const why = text( stage, "why" );
+   return trouble ? "stage " + text( stage, "stage" ) + ": " + result + ( why.empty() ? "" : ": " + why ) : "";
 }
 
 }  // namespace
@@ -139,13 +141,13 @@ void printReport( std::ostream & out, Object const & window ) {
    printTable( out, stageColumns, list( window, "stages" ), clocks );
    out << "\n";
    printTable( out, windowInterfaceColumns, interfacesAsEntered( window ), clocks );
-   for( auto const & intf : list( window, "interfaces" ) ) printEvents( out, intf.as_object(), clocks );
+   for( auto const & intf : list( window, "interfaces" ) ) printEvents( out, object( intf ), clocks );
 }
 
 std::string unprovenText( Object const & window ) {
    std::string stages;
    for( auto const & value : list( window, "stages" ) ) {
-      Object const & stage = value.as_object();
+      Object const & stage = object( value );
       if( text( stage, "operation" ) != "enter" ) continue;
       // The proof is this stage's business: where it is done, it does not matter what others have missed.
       if( text( stage, "stage" ) == "verify" && text( stage, "result" ) == "done" ) return "";
@@ -159,7 +161,7 @@ std::string turnedBackText( Object const & window, char const * operation ) {
    // The last stage decides: one before it may have run out of time and been gone past.
    Object const * last = nullptr;
    for( auto const & value : list( window, "stages" ) ) {
-      if( text( value.as_object(), "operation" ) == operation ) last = &value.as_object();
+      if( text( object( value ), "operation" ) == operation ) last = &object( value );
    }
    if( std::string const trouble = last ? troubleText( *last ) : ""; !trouble.empty() ) return trouble;
    if( std::string( operation ) != "enter" || !number( window, "exitRequested" ) ) return "";

@@ -40,7 +40,7 @@ void printTable( std::ostream & out, Columns columns, boost::json::array const &
    for( auto const & row : rows ) {
       Line & line = lines.emplace_back();
       for( Column const & column : columns ) {
-         line.push_back( column.shown( row.as_object(), column.member, clocks ) );
+         line.push_back( column.shown( object( row ), column.member, clocks ) );
       }
    }
    printLines( out, lines, indent );

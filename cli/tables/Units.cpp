@@ -18,7 +18,7 @@ bool underProof( Object const & unit ) {
 
 std::size_t settledCount( Object const & unit ) {
    std::size_t count = 0;
-   for( auto const & intf : list( unit, "interfaces" ) ) count += yes( intf.as_object(), "settled" ) ? 1 : 0;
+   for( auto const & intf : list( unit, "interfaces" ) ) count += yes( object( intf ), "settled" ) ? 1 : 0;
    return count;
 }
 
@@ -27,7 +27,7 @@ template<class Holds>
 std::string interfacesOf( Object const & unit, Holds const & holds ) {
    std::string names;
    for( auto const & value : list( unit, "interfaces" ) ) {
-      Object const & intf = value.as_object();
+      Object const & intf = object( value );
       if( holds( intf ) ) names += ( names.empty() ? "" : ", " ) + text( intf, "interface" );
    }
    return names;
@@ -156,7 +156,7 @@ std::string readinessText( Object const & unit ) {
 void printUnits( std::ostream & out, Object const & answer ) {
    // The units of one answer are of one moment.
    auto const & units = list( answer, "units" );
-   printTable( out, unitColumns, units, units.empty() ? Clocks() : clocksOf( units.front().as_object() ) );
+   printTable( out, unitColumns, units, units.empty() ? Clocks() : clocksOf( object( units.front() ) ) );
 }
 
 void printInterfaces( std::ostream & out, Object const & answer ) {
@@ -177,9 +177,9 @@ void printStatus( std::ostream & out, Object const & unit ) {
 
 void printExplained( std::ostream & out, Object const & answer ) {
    for( auto const & each : list( answer, "units" ) ) {
-      Object const & unit = each.as_object();
+      Object const & unit = object( each );
       printHeadline( out, unit );
-      for( auto const & value : list( unit, "interfaces" ) ) printAccount( out, value.as_object(), clocksOf( unit ) );
+      for( auto const & value : list( unit, "interfaces" ) ) printAccount( out, object( value ), clocksOf( unit ) );
    }
 }
 
@@ -187,9 +187,7 @@ void printReady( std::ostream & out, Object const & answer ) {
    std::string const unready = yes( answer, "disturbed" ) ? "not ready: DISTURBED, traffic is back" : "not ready";
    out << "unit " << text( answer, "unit" ) << " is " << ( yes( answer, "ready" ) ? provenText( answer ) : unready )
        << "\n";
-   for( auto const & reason : list( answer, "why" ) ) {
-      if( reason.is_string() ) out << "  " << reason.get_string().c_str() << "\n";
-   }
+   for( std::string const & reason : texts( answer, "why" ) ) out << "  " << reason << "\n";
 }
 
 Progress progress( Object const & unit ) {
@@ -204,7 +202,7 @@ Progress progress( Object const & unit ) {
    now.told +=
       ", " + std::to_string( settledCount( unit ) ) + " of " + std::to_string( interfaces.size() ) + " settled";
    for( auto const & value : interfaces ) {
-      Object const & intf = value.as_object();
+      Object const & intf = object( value );
       bool const settled = yes( intf, "settled" );
       std::string const verdict = text( intf, "verdict" );
       now.stands += "/" + verdict + ( settled ? " settled" : "" );

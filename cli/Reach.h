@@ -1,0 +1,15 @@
+// The way to maintd's socket, and in words why there is none.
+#pragma once
+
+#include <boost/asio/local/stream_protocol.hpp>
+
+#include "Client.h"
+
+namespace Cli {
+
+using Socket = boost::asio::local::stream_protocol::socket;
+
+// Throws NotReached, also when there is no room among the connections that wait for maintd until `end`.
+[[nodiscard]] Socket connected( boost::asio::io_context & io, std::string const & path, Clock::time_point end );
+
+}  // namespace Cli
