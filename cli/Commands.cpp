@@ -1,27 +1,33 @@
 #include "Commands.h"
 
+#include <algorithm>
 #include <iostream>
+#include <sstream>
 
+#include "tables/Printable.h"
 #include "tables/Units.h"
 
 namespace Cli {
 
 int complain( std::string const & what, ExitStatus status ) {
-   std::cerr << "maintctl: " << what << "\n";
+   std::cerr << "maintctl: " << printable( what ) << "\n";
    return status;
 }
 
 int complain( Answer const & answer ) {
    // A status of its own, because a script may well try again later.
-   bool const refusal = answer.status == 409;
-   auto const * const body = answer.body.if_object();
-   if( !refusal || !body || list( *body, "why" ).empty() ) {
-      return complain( answer.error(), refusal ? refused : failed );
-   }
-   for( auto const & reason : list( *body, "why" ) ) {
-      if( reason.is_string() ) complain( reason.get_string().c_str() );
-   }
-   return refused;
+   ExitStatus const status = answer.status == 409 ? refused : failed;
+   auto const reasons = texts( answer.body.get_object(), "why" );
+   if( reasons.empty() ) return complain( answer.error(), status );
+   for( std::string const & reason : reasons ) complain( reason );
+   return status;
+}
+
+void printJson( Answer const & answer ) {
+   std::string text = answer.text;
+   // Between its words JSON may have one, and on a terminal what follows would be written over what came before.
+   std::replace( text.begin(), text.end(), '\r', ' ' );
+   std::cout << text;
 }
 
 namespace {
@@ -31,24 +37,19 @@ template<class Print>
 int show( Answer const & answer, Options const & options, Print const & print ) {
    if( !answer.ok() ) return complain( answer );
    if( options.json ) {
-      std::cout << answer.text;
-   } else {
-      print( std::cout, answer.body.as_object() );
+      printJson( answer );
+      return done;
    }
+   // All or nothing: half a table would be taken for the whole.
+   std::ostringstream out;
+   print( out, answer.object() );
+   std::cout << out.str();
    return done;
 }
-
-int printText( Answer const & answer ) {
-   if( !answer.ok() ) return complain( answer );
-   std::cout << answer.text;
-   return done;
-}
-
-std::string unitTarget( std::string const & unit ) { return "/v1/units/" + encoded( unit ); }
 
 void printAll( std::ostream & out, Object const & answer ) {
    for( auto const & unit : list( answer, "units" ) ) {
-      printStatus( out, unit.as_object() );
+      printStatus( out, object( unit ) );
       out << "\n";
    }
 }
@@ -56,46 +57,53 @@ void printAll( std::ostream & out, Object const & answer ) {
 }  // namespace
 
 int status( Client const & client, Options const & options, std::string const & unit ) {
-   if( unit.empty() ) return show( client.get( "/v1/units" ), options, printAll );
-   return show( client.get( unitTarget( unit ) ), options, printStatus );
+   if( unit.empty() ) return show( client.get( { "units" }, unitsShape ), options, printAll );
+   return show( client.get( { "units", unit }, unitShape ), options, printStatus );
 }
 
 int units( Client const & client, Options const & options ) {
-   return show( client.get( "/v1/units" ), options, printUnits );
+   return show( client.get( { "units" }, unitsShape ), options, printUnits );
 }
 
 int interfaces( Client const & client, Options const & options ) {
-   return show( client.get( "/v1/interfaces" ), options, printInterfaces );
+   return show( client.get( { "interfaces" }, interfacesShape ), options, printInterfaces );
 }
 
 int ready( Client const & client, Options const & options, std::string const & unit ) {
-   Answer const answer = client.get( unitTarget( unit ) + "/ready" );
+   Answer const answer = client.get( { "units", unit, "ready" }, readyShape );
    int const shown = show( answer, options, printReady );
    if( shown != done ) return shown;
-   return yes( answer.body.as_object(), "ready" ) ? done : failed;
+   return yes( answer.object(), "ready" ) ? done : failed;
 }
 
 int explain( Client const & client, Options const & options, std::string const & interface ) {
-   return show( client.get( "/v1/interfaces/" + encoded( interface ) ), options, printExplained );
+   return show( client.get( { "interfaces", interface }, unitsShape ), options, printExplained );
 }
 
 int reload( Client const & client, Options const & options ) {
-   return show( client.post( "/v1/reload" ), options,
+   return show( client.post( { "reload" }, reloadShape ), options,
                 []( std::ostream & out, Object const & ) { out << "maintd has read its configuration again\n"; } );
 }
 
 int get( Client const & client, std::string const & path ) {
    // Slashes separate here what they separate there, and everything else is encoded. A key with slashes ("Ethernet1/1")
    // need not be marked: maintd joins components where one alone leads nowhere.
-   std::string target = "/v1/state";
-   for( std::size_t begin = 0; begin <= path.size(); ) {
-      std::size_t const end = std::min( path.find( '/', begin ), path.size() );
-      if( end > begin ) target += "/" + encoded( path.substr( begin, end - begin ) );
-      begin = end + 1;
+   Target target{ "state" };
+   std::istringstream components( path );
+   for( std::string component; std::getline( components, component, '/' ); ) {
+      if( !component.empty() ) target.append( component );
    }
-   return printText( client.get( target ) );
+   Answer const answer = client.getLarge( target, "application/json" );
+   if( !answer.ok() ) return complain( answer );
+   printJson( answer );
+   return done;
 }
 
-int dump( Client const & client ) { return printText( client.get( "/v1/dump" ) ); }
+int dump( Client const & client ) {
+   Answer const answer = client.getLarge( { "dump" }, "text/plain" );
+   if( !answer.ok() ) return complain( answer );
+   std::cout << answer.text;
+   return done;
+}
 
 }  // namespace Cli

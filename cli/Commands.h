@@ -25,6 +25,7 @@ struct Options {
    std::optional<double> timeoutSeconds;  // of --wait; absent: for ever
    std::vector<std::string> without;      // of enter: interfaces to leave out of the proof
    bool dryRun = false;                   // of enter: only say what it would do
+   bool yes = false;                      // of enter: although a guard warns
 };
 
 // Of one unit, or of all where its name is empty.
@@ -47,11 +48,24 @@ struct ReportOptions {
 };
 int report( Client const & client, ReportOptions const & options, std::string const & unit );
 
-// Has maintd look at the file; its output and exit status are this program's, so it only returns where maintd cannot be
-// run.
+// What maintd does itself, without a daemon: its output and exit status are this program's, so these only return where
+// it cannot be run.
 int checkConfig( std::string const & file );
 
-// Says on standard error why a command does not succeed; returns `status`.
+struct ReleaseOptions {
+   std::vector<std::string> interfaces;
+   bool all = false;   // in place of them
+   std::string state;  // maintd's directory for it; empty: its default
+};
+// Sets up the links that a maintd that is dead holds down.
+int release( ReleaseOptions const & options );
+
+// The address from which whoever runs this is connected, empty where it is no remote session.
+[[nodiscard]] std::string sessionAddress();
+
+// JSON as it came.
+void printJson( Answer const & answer );
+// Says on standard error, in one line, why a command does not succeed; returns `status`.
 int complain( std::string const & what, ExitStatus status = failed );
 // The same of an answer other than 200; of a refusal, each reason on a line of its own.
 int complain( Answer const & answer );

@@ -1,4 +1,5 @@
 // maintctl enter and exit: the request, and the following of what it has begun.
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <iostream>
@@ -6,12 +7,11 @@
 
 #include "Commands.h"
 #include "kel/QuantityText.h"
+#include "tables/Printable.h"
 #include "tables/Report.h"
 #include "tables/Units.h"
 
 namespace Cli {
-
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -30,21 +30,51 @@ struct Operation {
 constexpr Operation entering{ "enter", "inMaintenance", "entering", "is in or entering maintenance already" };
 constexpr Operation leaving{ "exit", "active", "leaving", "is already out of or leaving maintenance" };
 
+// A deadline that has come leaves time for one look all the same: maintd answers at once when it runs.
+constexpr std::chrono::milliseconds lastLook( 250 );
+
 // To the second: the daemon is only asked a few times in each.
 std::string waitedText( double seconds ) { return Kel::durationText( std::round( seconds ) ); }
+
+// The time that the caller gives for the whole, from the request on.
+class Patience {
+ public:
+   explicit Patience( Options const & options )
+      : end_( options.timeoutSeconds ? std::optional( begun_ + span( *options.timeoutSeconds ) ) : std::nullopt ) {}
+
+   [[nodiscard]] double waited() const { return std::chrono::duration<double>( Clock::now() - begun_ ).count(); }
+   [[nodiscard]] bool over() const { return end_ && Clock::now() >= *end_; }
+   // For whatever comes next; none: as long as it likes.
+   [[nodiscard]] std::optional<Clock::time_point> end() const {
+      return end_ ? std::optional( std::max( *end_, Clock::now() + lastLook ) ) : std::nullopt;
+   }
+   void pause() const {
+      std::this_thread::sleep_until(
+         std::min( Clock::now() + pollInterval, end_.value_or( Clock::time_point::max() ) ) );
+   }
+
+ private:
+   static Clock::duration span( double seconds ) {
+      return std::chrono::duration_cast<Clock::duration>( std::chrono::duration<double>( seconds ) );
+   }
+
+   Clock::time_point const begun_ = Clock::now();
+   std::optional<Clock::time_point> const end_;
+};
 
 // The following of one request to its end.
 class Following {
  public:
-   Following( Client const & client, Options const & options, std::string const & unit, Operation const & operation )
-      : client_( client ), options_( options ), unit_( unit ), operation_( operation ) {}
+   Following( Client const & client, Options const & options, std::string const & unit, Operation const & operation,
+              Patience const & patience )
+      : client_( client ), options_( options ), unit_( unit ), operation_( operation ), patience_( patience ) {}
 
    int run() {
       while( true ) {
          // Asked before the time is looked at, so that a timeout of 0 finds a unit that is there already.
-         Answer const answer = client_.get( "/v1/units/" + encoded( unit_ ) );
+         Answer const answer = client_.until( patience_.end() ).get( { "units", unit_ }, unitShape );
          if( !answer.ok() ) return complain( answer );
-         auto const & unit = answer.body.as_object();
+         auto const & unit = answer.object();
          if( !options_.json ) narrate( unit );
          std::string const state = text( unit, "state" );
          if( state == operation_.goal ) return arrived( answer );
@@ -52,41 +82,39 @@ class Following {
          // request.
          if( state != operation_.underway ) return turnedBack( state );
          // Only the waiting ends here. To undo the request as well is for whoever asked to decide.
-         if( options_.timeoutSeconds && waited() >= *options_.timeoutSeconds ) {
-            return complain( "unit " + unit_ + " is still " + state + " after " + waitedText( waited() ) +
+         if( patience_.over() ) {
+            return complain( "unit " + unit_ + " is still " + state + " after " + waitedText( patience_.waited() ) +
                                 "; it goes on (maintctl status says what it waits for)",
                              deadlinePassed );
          }
-         std::this_thread::sleep_for( pollInterval );
+         patience_.pause();
       }
    }
 
  private:
-   [[nodiscard]] double waited() const { return std::chrono::duration<double>( Clock::now() - begun_ ).count(); }
-
    // One line per change of what the unit waits for, so a log of it can be read.
    void narrate( Object const & unit ) {
       Progress const now = progress( unit );
       if( now.stands == told_ ) return;
       told_ = now.stands;
       // Flushed at each line: it may go to a pipe, and the next may be minutes away.
-      std::cout << "  " << waitedText( waited() ) << "  " << now.told << std::endl;
+      std::cout << "  " << waitedText( patience_.waited() ) << "  " << now.told << std::endl;
    }
 
    // Null where there is none: a unit that has never been in maintenance.
    [[nodiscard]] boost::json::value window() const {
-      Answer const answer = client_.get( "/v1/windows/" + encoded( unit_ ) + "/last" );
+      Answer const answer = client_.until( patience_.end() ).get( { "windows", unit_, "last" }, windowShape );
       return answer.ok() ? answer.body : boost::json::value();
    }
 
    [[nodiscard]] int arrived( Answer const & answer ) const {
-      auto const & unit = answer.body.as_object();
+      auto const & unit = answer.object();
       if( options_.json ) {
-         std::cout << answer.text;
+         printJson( answer );
          return done;
       }
-      std::cout << "unit " << unit_ << " is " << operation_.goal << ", generation " << text( unit, "generation" )
-                << "\n";
+      std::cout << "unit " << printable( unit_ ) << " is " << operation_.goal << ", generation "
+                << text( unit, "generation" ) << "\n";
       for( std::string const & line : { readinessText( unit ), text( unit, "note" ) } ) {
          if( !line.empty() ) std::cout << line << "\n";
       }
@@ -107,7 +135,7 @@ class Following {
    Options const & options_;
    std::string const & unit_;
    Operation const & operation_;
-   Clock::time_point const begun_ = Clock::now();
+   Patience const & patience_;
    std::string told_;
 };
 
@@ -123,37 +151,38 @@ void printRequest( Object const & answer, Operation const & operation ) {
    }
    std::cout << std::endl;
    // Each interface that is left out of the proof.
-   for( auto const & remark : list( answer, "why" ) ) {
-      if( remark.is_string() ) std::cout << "  " << remark.get_string().c_str() << std::endl;
-   }
+   for( std::string const & remark : texts( answer, "why" ) ) std::cout << "  " << remark << std::endl;
 }
 
+// `asked` is the request with its parameters.
 int run( Client const & client, Options const & options, std::string const & unit, Operation const & operation,
-         std::string const & query ) {
-   Answer const answer = client.post( "/v1/units/" + encoded( unit ) + "/" + operation.verb + query );
+         Target const & asked ) {
+   Patience const patience( options );
+   Answer const answer = client.until( patience.end() ).post( asked, requestShape );
    if( !answer.ok() ) return complain( answer );
    // A program gets one document: with --wait the unit at its end, otherwise the answer to the request.
    if( options.json && !options.wait ) {
-      std::cout << answer.text;
+      printJson( answer );
    } else if( !options.json ) {
-      printRequest( answer.body.as_object(), operation );
+      printRequest( answer.object(), operation );
    }
    // Also for a unit that was on its way already: the caller wants it to have arrived.
-   return options.wait ? Following( client, options, unit, operation ).run() : done;
+   return options.wait ? Following( client, options, unit, operation, patience ).run() : done;
 }
 
 }  // namespace
 
 int enter( Client const & client, Options const & options, std::string const & unit ) {
-   std::string query = options.dryRun ? "?dry-run=1" : "";
-   for( std::string const & name : options.without ) {
-      query += ( query.empty() ? "?without=" : "&without=" ) + encoded( name );
-   }
-   return run( client, options, unit, entering, query );
+   Target asked{ "units", unit, entering.verb };
+   if( options.dryRun ) asked.parameter( "dry-run", "1" );
+   if( options.yes ) asked.parameter( "yes", "1" );
+   for( std::string const & name : options.without ) asked.parameter( "without", name );
+   if( std::string const address = sessionAddress(); !address.empty() ) asked.parameter( "session", address );
+   return run( client, options, unit, entering, asked );
 }
 
 int exit( Client const & client, Options const & options, std::string const & unit ) {
-   return run( client, options, unit, leaving, "" );
+   return run( client, options, unit, leaving, { "units", unit, leaving.verb } );
 }
 
 }  // namespace Cli

@@ -3,9 +3,12 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 
 #include "Commands.h"
+#include "kel/Exception.h"
 #include "report/WindowPage.h"
+#include "tables/Printable.h"
 #include "tables/Report.h"
 
 namespace Cli {
@@ -23,22 +26,33 @@ int writeFile( std::string const & path, std::string const & content ) {
    return done;
 }
 
+std::string page( Answer const & answer ) {
+   try {
+      return Report::windowPage( kelValue( answer.body ) );
+   } catch( Kel::AttributeError const & error ) {
+      throw WrongAnswer( error.what() );
+   }
+}
+
 }  // namespace
 
 int report( Client const & client, ReportOptions const & options, std::string const & unit ) {
    std::string const generation = options.generation ? std::to_string( *options.generation ) : "last";
-   Answer const answer = client.get( "/v1/windows/" + encoded( unit ) + "/" + generation );
+   Answer const answer = client.get( { "windows", unit, generation }, windowShape );
    if( !answer.ok() ) return complain( answer );
    if( options.json ) {
-      std::cout << answer.text;
+      printJson( answer );
       return done;
    }
    if( options.htmlFile.empty() ) {
-      printReport( std::cout, answer.body.as_object() );
+      // All or nothing, as every table.
+      std::ostringstream out;
+      printReport( out, answer.object() );
+      std::cout << out.str();
       return done;
    }
-   int const status = writeFile( options.htmlFile, Report::windowPage( kelValue( answer.body ) ) );
-   if( status == done ) std::cout << options.htmlFile << "\n";
+   int const status = writeFile( options.htmlFile, page( answer ) );
+   if( status == done ) std::cout << printable( options.htmlFile ) << "\n";
    return status;
 }
 

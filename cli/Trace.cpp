@@ -1,6 +1,7 @@
 #include "Trace.h"
 
 #include <array>
+#include <boost/json/value_to.hpp>
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -14,6 +15,8 @@
 #include "Commands.h"
 #include "brisklog/Follower.h"
 #include "kel/Json.h"
+#include "tables/Members.h"
+#include "tables/Printable.h"
 
 namespace Cli {
 
@@ -35,6 +38,8 @@ double secondsOf( clockid_t clock ) {
 // two clocks is that of now: if the wall clock was set in the meantime, older messages are shown by its new setting.
 std::string wallClockText( double sinceBoot, char const * format, tm * ( *broken )(time_t const *, tm *)) {
    double const wall = sinceBoot + secondsOf( CLOCK_REALTIME ) - secondsOf( CLOCK_BOOTTIME );
+   // Beyond every calendar: the file was not written by maintd, or is damaged.
+   if( !( std::abs( wall ) < 1e12 ) ) return "-";
    // Rounded down before it is taken apart, so that seconds and milliseconds belong together.
    auto const milliseconds = static_cast<long long>( std::floor( wall * 1e3 ) );
    auto const seconds = static_cast<time_t>( milliseconds / 1000 );
@@ -53,10 +58,12 @@ std::string utc( double sinceBoot ) { return wallClockText( sinceBoot, "%Y-%m-%d
 void printLine( Message const & message, bool thisBoot ) {
    // The wall-clock time of a moment in another boot can no longer be told.
    std::string const wall = thisBoot ? localTime( message.time ) : "-";
-   std::printf( "%15.6f  %-23s  %d  %s\n", message.time, wall.c_str(), message.level, message.text.c_str() );
+   std::array<char, 400> head{};  // the largest double has 309 digits before the point
+   std::snprintf( head.data(), head.size(), "%15.6f  %-23s  %d  ", message.time, wall.c_str(), message.level );
+   std::cout << head.data() << printable( message.text ) << "\n";
 }
 
-void printJson( Message const & message, bool thisBoot ) {
+void printJsonLine( Message const & message, bool thisBoot ) {
    using Kel::value;
    Kel::Value::Object object{ { "t", value( message.time ) },
                               { "utc", Kel::Value() },
@@ -65,24 +72,22 @@ void printJson( Message const & message, bool thisBoot ) {
                               { "text", value( message.text ) } };
    // In its place, so that the members keep their order; null for a boot that has passed, as above.
    if( thisBoot ) object[1].second = value( utc( message.time ) );
-   std::printf( "%s\n", Kel::toJson( value( std::move( object ) ) ).c_str() );
+   std::cout << Kel::toJson( value( std::move( object ) ) ) << "\n";
 }
 
-// Messages to standard output; what a reader must know about them to standard error.
+// Messages to standard output; what a reader must know about them to standard error, which does not overtake it: the
+// two streams are tied.
 void printNews( Follower::News const & news, bool json ) {
-   // Both may go to one terminal or file, and only standard output is buffered: without this, remarks would come before
-   // the messages that they follow.
-   std::fflush( stdout );
    if( news.newRing ) complain( "maintd was started again; its new trace begins here" );
    if( news.missed > 0 ) complain( std::to_string( news.missed ) + " messages were overwritten before they were read" );
    for( Message const & message : news.messages ) {
       if( json ) {
-         printJson( message, news.thisBoot );
+         printJsonLine( message, news.thisBoot );
       } else {
          printLine( message, news.thisBoot );
       }
    }
-   std::fflush( stdout );
+   std::cout.flush();
    if( news.damaged ) complain( "the trace is damaged behind this message" );
 }
 
@@ -133,17 +138,20 @@ std::string levelsFault( std::string const & levels ) {
 }
 
 int traceLevels( Client const & client, std::string const & levels, bool json ) {
-   // Digits and commas, which a query may have as they are (RFC 3986, section 3.4).
-   Answer const answer = client.post( "/v1/trace/levels?levels=" + ( levels == "none" ? "" : levels ) );
-   if( !answer.ok() ) return complain( answer.error() );
+   Target target{ "trace", "levels" };
+   target.parameter( "levels", levels == "none" ? "" : levels );
+   Answer const answer = client.post( target, levelsShape );
+   if( !answer.ok() ) return complain( answer );
    if( json ) {
-      std::cout << answer.text;
+      printJson( answer );
       return done;
    }
-   for( auto const & [handle, list] : answer.body.as_object().at( "levels" ).as_object() ) {
+   for( auto const & [handle, list] : *inner( answer.object(), "levels" ) ) {
       std::string text;
-      for( auto const & level : list.as_array() ) text += " " + std::to_string( level.to_number<int>() );
-      std::cout << std::string( handle ) << ":" << ( text.empty() ? " none" : text ) << "\n";
+      for( uint32_t const level : boost::json::value_to<std::vector<uint32_t>>( list ) ) {
+         text += " " + std::to_string( level );
+      }
+      std::cout << printable( handle ) << ":" << ( text.empty() ? " none" : text ) << "\n";
    }
    return done;
 }

@@ -1,14 +1,22 @@
 // maintctl: the command line of maintd.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
-#include <functional>
+#include <cstring>
 #include <iostream>
 #include <map>
 
 #include "Commands.h"
+#include "Output.h"
 #include "Trace.h"
+#include "tables/Members.h"
 
 namespace {
+
+using Cli::Client;
 
 constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
 
@@ -18,186 +26,245 @@ std::string socketFromEnvironment() {
    return path && *path ? path : defaultSocket;
 }
 
-// The commands with their arguments, and what each does once its arguments are read.
-class CommandLine {
- public:
-   CommandLine() {
-      app_.footer( "Exit status: 0 done, 1 failed, 2 usage, 3 deadline passed, 4 refused, 5 maintd not reached." );
-      // Exactly one, which is why the commands can share the variables that their options are read into.
-      app_.require_subcommand( 1 );
-      app_.add_option( "--socket", socket_, "unix socket of maintd (also MAINTD_SOCKET)" )->capture_default_str();
-      addViews();
-      addQuestions();
-      addEnter();
-      addOperation( "exit", "take a unit out of maintenance", Cli::exit );
-      addReport();
-      addConfiguration();
-      addRecords();
-      addTrace();
-   }
-
-   int run( int argc, char ** argv );
-
- private:
-   using Action = std::function<int( Cli::Client const & )>;
-   using OnUnit = int ( * )( Cli::Client const &, Cli::Options const &, std::string const & unit );
-
-   CLI::App * add( char const * name, char const * what, Action action ) {
-      CLI::App * const sub = app_.add_subcommand( name, what );
-      actions_[sub] = std::move( action );
-      return sub;
-   }
-   void addJsonTo( CLI::App * command ) { command->add_flag( "--json", options_.json, "print JSON for programs" ); }
-   void addViews();
-   void addQuestions();
-   CLI::App * addOperation( char const * name, char const * what, OnUnit action );
-   void addEnter();
-   void addReport();
-   void addConfiguration();
-   void addRecords();
-   void addTrace();
-
-   CLI::App app_{ "Takes units of this box out of service, with proof that their traffic has gone, and back." };
-   std::map<CLI::App *, Action> actions_;
-   std::string socket_ = socketFromEnvironment();
-   Cli::Options options_;
-   std::string unit_;
-   std::string path_;
-   std::string interface_;
-   Cli::ReportOptions report_;
-   std::string traceFile_;
-   bool followTrace_ = false;
+// Of all commands together: only one is given.
+struct Arguments {
+   std::string socket = socketFromEnvironment();
+   Cli::Options options;
+   std::string unit;
+   std::string interface;
+   std::string path;
+   Cli::ReportOptions report;
+   Cli::ReleaseOptions release;
+   Cli::TraceOptions trace;
+   std::string levels;  // empty: not given
 };
 
-void CommandLine::addViews() {
-   using View = int ( * )( Cli::Client const &, Cli::Options const & );
-   auto const view = [this]( char const * name, char const * what, View show ) {
-      addJsonTo( add( name, what, [this, show]( Cli::Client const & client ) { return show( client, options_ ); } ) );
+using Declare = void ( * )( CLI::App &, Arguments & );
+
+struct Command {
+   char const * name;
+   char const * what;
+   int ( *run )( Client const &, Arguments const & );
+   std::vector<Declare> takes;
+};
+
+void json( CLI::App & command, Arguments & a ) {
+   command.add_flag( "--json", a.options.json, "print JSON for programs" );
+}
+
+// A name that is empty is a variable that was not set. In a path it would count for nothing, and another thing be asked
+// for.
+std::string emptyFault( std::string const & name ) { return name.empty() ? "it is empty" : ""; }
+
+void someUnit( CLI::App & command, Arguments & a ) {
+   command.add_option( "UNIT", a.unit, "only this unit" )->check( emptyFault );
+}
+
+void unit( CLI::App & command, Arguments & a ) {
+   command.add_option( "UNIT", a.unit, "the unit's name" )->required()->check( emptyFault );
+}
+
+void interface( CLI::App & command, Arguments & a ) {
+   command.add_option( "INTERFACE", a.interface, "the interface's name" )->required()->check( emptyFault );
+}
+
+void waiting( CLI::App & command, Arguments & a ) {
+   CLI::Option * const wait = command.add_flag( "--wait", a.options.wait, "follow it until it is done" );
+   // In seconds; thirty years are within what a clock can count.
+   auto const timeFault = []( std::string const & text ) {
+      double const seconds = std::strtod( text.c_str(), nullptr );
+      return seconds >= 0 && seconds < 1e9 ? std::string() : text + " s is no time to wait";
    };
-   CLI::App * const status =
-      add( "status", "units, their interfaces, and what each is waiting for",
-           [this]( Cli::Client const & client ) { return Cli::status( client, options_, unit_ ); } );
-   addJsonTo( status );
-   status->add_option( "UNIT", unit_, "only this unit" );
-   view( "units", "the units and their states", Cli::units );
-   view( "interfaces", "the interfaces of all units", Cli::interfaces );
-}
-
-void CommandLine::addQuestions() {
-   CLI::App * const ready =
-      add( "ready", "whether a unit is proven quiet now: exit status 0, or 1 with the reasons",
-           [this]( Cli::Client const & client ) { return Cli::ready( client, options_, unit_ ); } );
-   addJsonTo( ready );
-   ready->add_option( "UNIT", unit_, "the unit's name" )->required();
-   CLI::App * const explain =
-      add( "explain", "all that is known of an interface, in each unit that has it",
-           [this]( Cli::Client const & client ) { return Cli::explain( client, options_, interface_ ); } );
-   addJsonTo( explain );
-   explain->add_option( "INTERFACE", interface_, "the interface's name" )->required();
-}
-
-CLI::App * CommandLine::addOperation( char const * name, char const * what, OnUnit action ) {
-   CLI::App * const command =
-      add( name, what, [=, this]( Cli::Client const & client ) { return action( client, options_, unit_ ); } );
-   addJsonTo( command );
-   command->add_option( "UNIT", unit_, "the unit's name" )->required();
-   CLI::Option * const wait = command->add_flag( "--wait", options_.wait, "follow it until it is done" );
    command
-      ->add_option( "--timeout", options_.timeoutSeconds,
-                    "give up waiting after this time; a number is seconds (10min, 2h)" )
+      .add_option( "--timeout", a.options.timeoutSeconds,
+                   "give up waiting after this time, also for maintd's answers; a number is seconds (10min, 2h)" )
       ->needs( wait )
       // Converted to seconds first; the check sees those.
       ->transform( CLI::AsNumberWithUnit(
          std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
-      ->check( CLI::NonNegativeNumber );
-   return command;
+      ->check( timeFault );
 }
 
-void CommandLine::addEnter() {
-   CLI::App * const command = addOperation( "enter", "put a unit into maintenance", Cli::enter );
+void entering( CLI::App & command, Arguments & a ) {
    command
-      ->add_option( "--without", options_.without,
-                    "leave this interface out of the proof, on the record; may be given more than once" )
+      .add_option( "--without", a.options.without,
+                   "leave this interface out of the proof, on the record; may be given more than once" )
       // One name each time: the unit's name may stand behind it.
       ->allow_extra_args( false );
-   command->add_flag( "--dry-run", options_.dryRun, "only say whether it would be refused, and why" )
+   command.add_flag( "--dry-run", a.options.dryRun, "only say whether it would be refused, and why" )
       ->excludes( "--wait" );
+   command.add_flag( "--yes", a.options.yes,
+                     "also where it takes down the link of the default route or of your own session" );
 }
 
-void CommandLine::addReport() {
-   CLI::App * const command =
-      add( "report", "what is kept of a unit's stay in maintenance",
-           [this]( Cli::Client const & client ) { return Cli::report( client, report_, unit_ ); } );
-   command->add_option( "UNIT", unit_, "the unit's name" )->required();
-   command->add_option( "--generation", report_.generation,
-                        "the stay that was entered with this generation (default: the present or the last)" );
-   CLI::Option * const html = command->add_option( "--html", report_.htmlFile, "write it as a page to this file" );
-   command->add_flag( "--json", report_.json, "print JSON for programs" )->excludes( html );
+void reporting( CLI::App & command, Arguments & a ) {
+   command.add_option( "--generation", a.report.generation,
+                       "the stay that was entered with this generation (default: the present or the last)" );
+   CLI::Option * const html = command.add_option( "--html", a.report.htmlFile, "write it as a page to this file" );
+   command.add_flag( "--json", a.report.json, "print JSON for programs" )->excludes( html );
 }
 
-void CommandLine::addConfiguration() {
-   addJsonTo( add( "reload", "have maintd read its configuration again",
-                   [this]( Cli::Client const & client ) { return Cli::reload( client, options_ ); } ) );
-   add( "check-config", "whether a configuration holds, and what is odd about it on this box",
-        [this]( Cli::Client const & ) { return Cli::checkConfig( path_ ); } )
-      ->add_option( "FILE", path_, "the configuration file" )
-      ->required();
+void releasing( CLI::App & command, Arguments & a ) {
+   CLI::Option * const all = command.add_flag( "--all", a.release.all, "every link that maintd holds down" );
+   CLI::Option * const names =
+      command.add_option( "INTERFACE", a.release.interfaces, "these links" )->check( emptyFault )->excludes( all );
+   command.add_option( "--state", a.release.state, "maintd's directory for what it keeps (default: maintd's own)" );
+   command.footer( "Exit status, which is maintd's: 0 done, 1 failed, 2 usage, 3 its store cannot be used." );
+   command.callback( [=] {
+      if( !*all && !*names ) throw CLI::RequiredError( "INTERFACE or --all" );
+   } );
 }
 
-void CommandLine::addRecords() {
-   CLI::App * const get = add( "get", "a record of the state database, as JSON",
-                               [this]( Cli::Client const & client ) { return Cli::get( client, path_ ); } );
-   addJsonTo( get );
-   get->add_option( "PATH", path_, "its path, for example maintenance/unit/status" )->required();
-   add( "dump", "the rate monitor's whole inner state, as text", Cli::dump );
+void configFile( CLI::App & command, Arguments & a ) {
+   command.add_option( "FILE", a.path, "the configuration file" )->required();
 }
 
-void CommandLine::addTrace() {
-   CLI::App * const trace =
-      add( "trace", "the latest messages of maintd's ring trace, also after its death", [this]( auto const & client ) {
-         return Cli::trace( client, { traceFile_, followTrace_, options_.json } );
-      } );
-   addJsonTo( trace );
+void recordPath( CLI::App & command, Arguments & a ) {
+   command.add_option( "PATH", a.path, "its path, for example maintenance/unit/status" )
+      ->required()
+      ->check( emptyFault );
+}
+
+void tracing( CLI::App & command, Arguments & a ) {
    CLI::Option * const file =
-      trace->add_option( "--file", traceFile_,
-                         "the trace's file (default: maintd.trace beside the socket, or as the socket is named); "
-                         "the run before is in FILE.old" );
+      command.add_option( "--file", a.trace.file,
+                          "the trace's file (default: maintd.trace beside the socket, or as the socket is named); "
+                          "the run before is in FILE.1, older ones in FILE.2 and FILE.3" );
    CLI::Option * const follow =
-      trace->add_flag( "--follow", followTrace_, "go on with what comes, also across restarts of maintd" );
-   trace
-      ->add_option_function<std::string>(
-         "--levels",
-         [=, this]( std::string const & levels ) {
-            // With --levels the command is another: it asks maintd and reads no file.
-            actions_[trace] = [=, this]( auto const & client ) {
-               return Cli::traceLevels( client, levels, options_.json );
-            };
-         },
-         "instead, set which levels of the plug-in's trace maintd writes to its standard error: 1,2,4 or none" )
+      command.add_flag( "--follow", a.trace.follow, "go on with what comes, also across restarts of maintd" );
+   command
+      .add_option( "--levels", a.levels,
+                   "instead, set which levels of the plug-in's trace maintd writes to its standard error: 1,2,4 or "
+                   "none" )
       ->check( Cli::levelsFault )
       ->excludes( file )
       ->excludes( follow );
 }
 
-int CommandLine::run( int argc, char ** argv ) {
+// With --levels the command is another: it asks maintd and reads no file.
+int trace( Client const & client, Arguments const & a ) {
+   if( !a.levels.empty() ) return Cli::traceLevels( client, a.levels, a.options.json );
+   return Cli::trace( client, { a.trace.file, a.trace.follow, a.options.json } );
+}
+
+Command const commands[] = {
+   { "status",
+     "units, their interfaces, and what each is waiting for",
+     []( auto const & client, auto const & a ) { return Cli::status( client, a.options, a.unit ); },
+     { json, someUnit } },
+   { "units",
+     "the units and their states",
+     []( auto const & client, auto const & a ) { return Cli::units( client, a.options ); },
+     { json } },
+   { "interfaces",
+     "the interfaces of all units",
+     []( auto const & client, auto const & a ) { return Cli::interfaces( client, a.options ); },
+     { json } },
+   { "ready",
+     "whether a unit is proven quiet now: exit status 0, or 1 with the reasons",
+     []( auto const & client, auto const & a ) { return Cli::ready( client, a.options, a.unit ); },
+     { json, unit } },
+   { "explain",
+     "all that is known of an interface, in each unit that has it",
+     []( auto const & client, auto const & a ) { return Cli::explain( client, a.options, a.interface ); },
+     { json, interface } },
+   { "enter",
+     "put a unit into maintenance",
+     []( auto const & client, auto const & a ) { return Cli::enter( client, a.options, a.unit ); },
+     { json, unit, waiting, entering } },
+   { "exit",
+     "take a unit out of maintenance",
+     []( auto const & client, auto const & a ) { return Cli::exit( client, a.options, a.unit ); },
+     { json, unit, waiting } },
+   { "report",
+     "what is kept of a unit's stay in maintenance",
+     []( auto const & client, auto const & a ) { return Cli::report( client, a.report, a.unit ); },
+     { unit, reporting } },
+   { "reload",
+     "have maintd read its configuration again",
+     []( auto const & client, auto const & a ) { return Cli::reload( client, a.options ); },
+     { json } },
+   { "check-config",
+     "whether a configuration holds, and what is odd about it on this box",
+     []( auto const &, auto const & a ) { return Cli::checkConfig( a.path ); },
+     { configFile } },
+   { "release",
+     "set links up again that a maintd which is dead holds down",
+     []( auto const &, auto const & a ) { return Cli::release( a.release ); },
+     { releasing } },
+   { "get",
+     "a record of the state database, as JSON",
+     []( auto const & client, auto const & a ) { return Cli::get( client, a.path ); },
+     { json, recordPath } },
+   { "dump",
+     "the rate monitor's whole inner state, as text",
+     []( auto const & client, auto const & ) { return Cli::dump( client ); },
+     {} },
+   { "trace", "the latest messages of maintd's ring trace, also after its death", trace, { json, tracing } },
+};
+
+int runCommand( Command const & command, Arguments const & arguments ) {
+   Client const client( arguments.socket );
    try {
-      app_.parse( argc, argv );
+      return command.run( client, arguments );
+   } catch( Cli::NotReached const & error ) {
+      Cli::complain( error.what() );
+      if( !error.advice().empty() ) std::cerr << error.advice() << "\n";
+      return Cli::notReached;
+   } catch( Cli::WrongAnswer const & error ) {
+      return Cli::complain( "what answers at " + arguments.socket +
+                               " is no maintd, or one of another version: in its answer, " + error.what(),
+                            Cli::notReached );
+   } catch( Cli::DeadlinePassed const & error ) {
+      return Cli::complain( error.what(), Cli::deadlinePassed );
+   }
+}
+
+int run( int argc, char ** argv ) {
+   CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
+   app.footer( "Exit status: 0 done, 1 failed, 2 usage, 3 deadline passed, 4 refused, 5 maintd not reached." );
+   // Exactly one, which is why they can share their arguments.
+   app.require_subcommand( 1 );
+   Arguments arguments;
+   app.add_option( "--socket", arguments.socket, "unix socket of maintd (also MAINTD_SOCKET)" )->capture_default_str();
+   std::map<CLI::App const *, Command const *> declared;
+   for( Command const & command : commands ) {
+      CLI::App * const sub = app.add_subcommand( command.name, command.what );
+      for( Declare const declare : command.takes ) declare( *sub, arguments );
+      declared[sub] = &command;
+   }
+   try {
+      app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {
       // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.
-      return app_.exit( error ) == 0 ? Cli::done : Cli::usage;
+      return app.exit( error ) == 0 ? Cli::done : Cli::usage;
    }
-   try {
-      return actions_.at( app_.get_subcommands().front() )( Cli::Client( socket_ ) );
-   } catch( Cli::NotReached const & error ) {
-      std::cerr << "maintctl: " << error.what()
-                << "\nStart it with: maintd --config FILE   (systemctl start maintd where it is a service)\n";
-      return Cli::notReached;
-   } catch( std::exception const & error ) {
-      std::cerr << "maintctl: " << error.what() << "\n";
-      return Cli::failed;
-   }
+   return runCommand( *declared.at( app.get_subcommands().front() ), arguments );
+}
+
+int outputFailed( int error ) {
+   // The reader has gone, as a pager that was left, or there was none from the start: nobody wants to know.
+   if( error == EPIPE || error == EBADF ) return Cli::failed;
+   return Cli::complain( std::string( "what was to be printed cannot be written: " ) + std::strerror( error ) );
 }
 
 }  // namespace
 
-int main( int argc, char ** argv ) { return CommandLine().run( argc, argv ); }
+int main( int argc, char ** argv ) {
+   Cli::keepStandardDescriptors();
+   // A reader that has gone shows when something is written.
+   std::signal( SIGPIPE, SIG_IGN );
+   Cli::Output const errors( std::cerr, STDERR_FILENO );
+   Cli::Output const output( std::cout, STDOUT_FILENO );
+   // Otherwise a failed write is only noted in the stream. Of standard error there is nowhere to tell.
+   std::cout.exceptions( std::ios::badbit );
+   try {
+      int const status = run( argc, argv );
+      std::cout.flush();
+      return status;
+   } catch( std::exception const & error ) {
+      // It would be thrown again by what is said about it: standard error has it written first.
+      std::cout.exceptions( std::ios::goodbit );
+      return output.failure() != 0 ? outputFailed( output.failure() ) : Cli::complain( error.what() );
+   }
+}
