@@ -1,113 +1,17 @@
 // maintctl itself, talking to a daemon that answers what the test says: requests, output, exit status.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <regex>
 
-#include "Answers.h"
-#include "api/HttpServer.h"
+#include "Maintctl.h"
 
 namespace Cli {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-struct Result {
-   int status = -1;
-   std::string out;
-   std::string err;
-};
-
-// "GET /v1/units/fabric" -> the answers that it gets one after the other; the last one stays.
-using Script = std::map<std::string, std::vector<Host::HttpAnswer>>;
-
-template<class Answer>
-Host::HttpAnswer ok( Answer const & answer ) {
-   return { 200, Kel::toJson( Kel::value( answer ) ) };
-}
-
-class Program : public ::testing::Test {
- protected:
-   Program() {
-      char name[] = "/tmp/ratemon-maintctl-XXXXXX";
-      directory_ = ::mkdtemp( name );
-   }
-   ~Program() override {
-      if( daemon_ > 0 ) {
-         ::kill( daemon_, SIGKILL );
-         ::waitpid( daemon_, nullptr, 0 );
-      }
-      std::filesystem::remove_all( directory_ );
-   }
-
-   void daemonAnswers( Script script ) {
-      std::array<int, 2> listening{};
-      ASSERT_EQ( ::pipe( listening.data() ), 0 );
-      daemon_ = ::fork();
-      if( daemon_ == 0 ) serve( std::move( script ), listening[1] );
-      ::close( listening[1] );
-      char ready = 0;
-      EXPECT_EQ( ::read( listening[0], &ready, 1 ), 1 );
-      ::close( listening[0] );
-   }
-
-   [[nodiscard]] Result maintctl( std::vector<std::string> arguments ) const {
-      arguments.insert( arguments.begin(), { RATEMON_MAINTCTL_PATH, "--socket", path( "socket" ) } );
-      std::vector<char *> taken;
-      for( std::string & argument : arguments ) taken.push_back( argument.data() );
-      taken.push_back( nullptr );
-      pid_t const child = ::fork();
-      if( child == 0 ) {
-         ::dup2( ::creat( path( "out" ).c_str(), 0600 ), STDOUT_FILENO );
-         ::dup2( ::creat( path( "err" ).c_str(), 0600 ), STDERR_FILENO );
-         ::execv( taken.front(), taken.data() );
-         ::_exit( 127 );
-      }
-      int status = 0;
-      ::waitpid( child, &status, 0 );
-      return { WIFEXITED( status ) ? WEXITSTATUS( status ) : -1, contents( "out" ), contents( "err" ) };
-   }
-
-   [[nodiscard]] std::string path( char const * name ) const { return directory_ + "/" + name; }
-   [[nodiscard]] std::string contents( char const * name ) const {
-      std::ostringstream text;
-      text << std::ifstream( path( name ) ).rdbuf();
-      return text.str();
-   }
-   // What the daemon was asked for, a line each.
-   [[nodiscard]] std::string requests() const { return contents( "requests" ); }
-
- private:
-   [[noreturn]] void serve( Script script, int listening ) const {
-      ::prctl( PR_SET_PDEATHSIG, SIGKILL );
-      Kel::ActivityLoop activityLoop( Kel::Ptr<Kel::Clock>( new Kel::RealClock ) );
-      Host::AsioLoop loop( activityLoop );
-      Host::HttpServer const server( loop, path( "socket" ), [&]( Host::HttpRequest const & request ) {
-         std::string const asked = request.method + " " + request.target;
-         std::ofstream( path( "requests" ), std::ios::app ) << asked << "\n";
-         auto const found = script.find( asked );
-         if( found == script.end() ) return Host::HttpAnswer{ 404, "{\"error\": \"not in the script\"}" };
-         Host::HttpAnswer const answer = found->second.front();
-         if( found->second.size() > 1 ) found->second.erase( found->second.begin() );
-         return answer;
-      } );
-      static_cast<void>( !::write( listening, "x", 1 ) );
-      loop.run();
-      ::_exit( 0 );
-   }
-
-   std::string directory_;
-   pid_t daemon_ = 0;
-};
+using Program = Maintctl;
 
 Service::UnitAnswer unit( char const * state, char const * stage, char const * verdict, bool settled ) {
    Service::AccountAnswer account;
@@ -136,9 +40,7 @@ Service::WindowAnswer windowWith( char const * stage, char const * result ) {
    return window;
 }
 
-Host::HttpAnswer started( char const * verb ) {
-   return ok( Service::RequestAnswer{ verb, "fabric", "started", 4, {} } );
-}
+Reply started( char const * verb ) { return ok( Service::RequestAnswer{ verb, "fabric", "started", 4, {} } ); }
 
 TEST_F( Program, aRefusalIsStatusFourAndALineForEachReason ) {
    daemonAnswers( { { "POST /v1/units/fabric/enter?dry-run=1&without=eth0&without=a%26b",
@@ -150,6 +52,10 @@ TEST_F( Program, aRefusalIsStatusFourAndALineForEachReason ) {
    auto const reloaded = maintctl( { "reload" } );
    EXPECT_EQ( reloaded.status, 4 );
    EXPECT_EQ( reloaded.err, "maintctl: busy\n" );
+   // One that is misspelt, or a variable that was not set.
+   for( auto const & words : { Words{ "enter", "" }, Words{ "enter", "fabric", "--without" }, Words{ "get", "" } } ) {
+      EXPECT_EQ( maintctl( words ).status, 2 ) << words.front();
+   }
    // A wait for what is not begun would never end.
    EXPECT_EQ( maintctl( { "enter", "fabric", "--dry-run", "--wait" } ).status, 2 );
 }
@@ -220,6 +126,30 @@ TEST_F( Program, aReportIsTheWindowThatWasAskedFor ) {
    EXPECT_THAT( requests(), HasSubstr( "GET /v1/windows/fabric/last\n" ) );
 }
 
+// So that a guard can tell the link that the caller comes in by.
+TEST_F( Program, anEntryTellsFromWhereItIsAskedFor ) {
+   std::string const enter = "POST /v1/units/a%2Fb/enter";
+   daemonAnswers( { { enter, { started( "enter" ) } },
+                    { enter + "?yes=1&session=2001%3Adb8%3A%3A7", { started( "enter" ) } },
+                    { enter + "?session=192.0.2.7", { started( "enter" ) } } } );
+   for( char const * local : { "SSH_CONNECTION=", "SSH_CONNECTION=UNKNOWN 65535 UNKNOWN 65535" } ) {
+      EXPECT_EQ( maintctl( { "enter", "a/b" }, { .environment = { local } } ).status, 0 );
+   }
+   EXPECT_EQ(
+      maintctl( { "enter", "a/b", "--yes" }, { .environment = { "SSH_CONNECTION=2001:db8::7 50022 2001:db8::1 22" } } )
+         .status,
+      0 );
+   // sudo takes the variable away; whoever called it has it still.
+   std::string const script =
+      "env -u SSH_CONNECTION " RATEMON_MAINTCTL_PATH " --socket " + path( "socket" ) + " enter a/b; exit $?";
+   EXPECT_EQ( ::setenv( "SSH_CONNECTION", "192.0.2.7 50022 192.0.2.1 22", 1 ), 0 );
+   std::string const quoted = "sh -c '" + script + "' > /dev/null; exit $?";
+   EXPECT_EQ( std::system( quoted.c_str() ), 0 );
+   EXPECT_EQ( ::unsetenv( "SSH_CONNECTION" ), 0 );
+   EXPECT_EQ( requests(), enter + "\n" + enter + "\n" + enter + "?yes=1&session=2001%3Adb8%3A%3A7\n" + enter +
+                             "?session=192.0.2.7\n" );
+}
+
 // By the maintd beside it; that no daemon is there does not matter.
 TEST_F( Program, checkConfigAnswersAsMaintdDoes ) {
    std::ofstream( path( "bad" ) ) << "units: 3\n";
@@ -232,6 +162,34 @@ TEST_F( Program, checkConfigAnswersAsMaintdDoes ) {
    EXPECT_EQ( good.status, 0 );
    EXPECT_THAT( good.err, StartsWith( "warning: unit u: no-such-link: " ) );
    EXPECT_EQ( good.out, path( "good" ) + " holds: 1 unit, 1 warning\n" );
+}
+
+// With a program of its name in place of maintd, beside maintctl or in the PATH: what it is called with, its output and
+// its status.
+TEST_F( Program, releaseIsMaintdsOwn ) {
+   std::filesystem::create_directory( path( "bin" ) );
+   std::filesystem::copy( RATEMON_MAINTCTL_PATH, path( "bin/maintctl" ) );
+   std::ofstream( path( "maintd" ) ) << "#!/bin/sh\necho \"$0:\" \"$@\"; kill -PIPE $$; exit 3\n";
+   std::filesystem::permissions( path( "maintd" ), std::filesystem::perms::owner_all );
+   std::string const libraries = std::filesystem::path( RATEMON_MAINTCTL_PATH ).parent_path().string() + "/lib";
+   Surroundings const alone{ .environment = { "LD_LIBRARY_PATH=" + libraries, "PATH=" + path( "" ) + ":/usr/bin:/bin" },
+                             .program = path( "bin/maintctl" ) };
+   auto const inPath = maintctl( { "release", "--all" }, alone );
+   // Ended by the signal that maintctl ignores for itself only.
+   EXPECT_EQ( inPath.status, -1 );
+   EXPECT_THAT( inPath.out, HasSubstr( "maintd: --release --all\n" ) );
+   std::ofstream( path( "bin/maintd" ) ) << "#!/bin/sh\necho \"$@\"; exit 3\n";
+   std::filesystem::permissions( path( "bin/maintd" ), std::filesystem::perms::owner_all );
+   auto const beside = maintctl( { "release", "--state", "/var/s t", "eth0", "up 1" }, alone );
+   EXPECT_EQ( beside.status, 3 );
+   EXPECT_EQ( beside.out, "--release --state /var/s t -- eth0 up 1\n" );
+   EXPECT_EQ( maintctl( { "release" }, alone ).status, 2 );
+   EXPECT_EQ( maintctl( { "release", "--all", "eth0" }, alone ).status, 2 );
+   std::filesystem::remove( path( "bin/maintd" ) );
+   std::filesystem::remove( path( "maintd" ) );
+   auto const none = maintctl( { "release", "--all" }, alone );
+   EXPECT_EQ( none.status, 1 );
+   EXPECT_THAT( none.err, StartsWith( "maintctl: maintd, which knows which links it holds, cannot be run: " ) );
 }
 
 }  // namespace
