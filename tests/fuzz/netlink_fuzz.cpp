@@ -1,0 +1,90 @@
+// What comes from a netlink socket, whatever it is: links, VLAN tables, the ends of dumps, counters. The records that
+// are made of it name the links that the messages have told of, and no others.
+//
+//    build/fuzz/fuzz/netlink_fuzz -max_len=2048 WORK_DIR tests/fuzz/corpus/netlink
+#include <linux/rtnetlink.h>
+
+#include <cstring>
+#include <vector>
+
+#include "Targets.h"
+#include "feed/LinkFeed.h"
+#include "kel/Assert.h"
+#include "linux/StatsReader.h"
+#include "state/MaintenanceState.h"
+
+namespace {
+
+using namespace Host;
+using Linux::LinkTable;
+using Messages = std::vector<std::byte>;  // of its own memory, so that reading on is noticed
+
+class Kernel {
+ public:
+   Kernel() { table_.askedIs( LinkTable::Missing::links ); }
+
+   void say( Messages const & messages ) {
+      static_cast<void>( table_.handle( messages ) );
+      table_.settle();
+      // As the monitor does.
+      if( auto const missing = table_.missing(); missing != LinkTable::Missing::nothing ) table_.askedIs( missing );
+      check();
+   }
+
+ private:
+   void check() const {
+      KEL_ASSERT( feed_.interfaces().size() == table_.links().size() );
+      for( auto const & [index, intf] : feed_.interfaces() ) {
+         auto const * const link = table_.link( index );
+         KEL_ASSERT( link && link->index == index && intf == Lumo::IntfId( link->name ) );
+      }
+   }
+
+   Kel::Ptr<Dovra::EntityManager> const database_{ new Dovra::EntityManager };
+   Maintenance::MaintenanceState state_{ *database_ };
+   KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
+   Service::LinkRecords records_{ state_ };
+   LinkFeed feed_{ records_, writer_, {} };
+   LinkTable table_{ feed_ };
+};
+
+// Whether there is something in it for somebody.
+bool says( nlmsghdr const & message ) {
+   bool told = false;
+   switch( message.nlmsg_type ) {
+      case RTM_NEWLINK: return Linux::parseLink( message ).has_value();
+      case RTM_DELLINK: return Linux::parseRemoval( message ).has_value();
+      case RTM_NEWVLAN:
+      case RTM_DELVLAN: return Linux::parseVlans( message ).has_value();
+      case RTM_NEWSTATS:
+         Linux::parseStats( message, [&]( int, rtnl_link_stats64 const & ) { told = true; } );
+         return told;
+      case NLMSG_DONE: return true;
+      case NLMSG_ERROR: return Linux::errorOf( message ) != 0;
+      default: return false;
+   }
+}
+
+}  // namespace
+
+bool Fuzz::netlink( Bytes input ) {
+   Messages const all( reinterpret_cast<std::byte const *>( input.data() ),
+                       reinterpret_cast<std::byte const *>( input.data() ) + input.size() );
+   Kernel kernel;
+   std::size_t taken = 0;
+   Linux::forEachMessage( std::span( all ), [&]( nlmsghdr const & message ) {
+      std::size_t const bytes = NLMSG_ALIGN( message.nlmsg_len );
+      auto const * const begin = reinterpret_cast<std::byte const *>( &message );
+      Messages const alone( begin, begin + bytes );
+      if( says( *reinterpret_cast<nlmsghdr const *>( alone.data() ) ) ) taken += bytes;
+      kernel.say( alone );
+   } );
+   // And at one go, as the answer to what is asked by then.
+   kernel.say( all );
+   return taken == input.size();
+}
+
+extern "C" int LLVMFuzzerTestOneInput( unsigned char const * bytes, std::size_t size ) {
+   static_cast<void>( Fuzz::netlink( { bytes, size } ) );
+   return 0;
+}
