@@ -83,6 +83,10 @@ def main(source, scratch):
     done = run(source, file, report(TESTS))
     assert done.stdout == "{} {} {}\n".format(*map(sum, zip(*(counts for _, _, _, counts, _ in TESTS)))), done
 
+    left_out = '<skipped message="SKIP_RETURN_CODE=77"/><system-out>x\nSKIPPED: no y\n</system-out>'
+    done = run(source, file, report([("vm", "notrun", left_out)]))
+    assert (done.stdout, done.stderr) == ("0 0 1\n", "vm: SKIPPED: no y\n"), done
+
     assert run(source, file, report([])).returncode != 0, "a report without a test passed"
     assert run(source, file, "<testsuite><testcase").returncode != 0, "half a report passed"
 
