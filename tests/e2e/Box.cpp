@@ -1,8 +1,13 @@
 #include "Box.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <net/if.h>
+#include <netinet/in.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -26,6 +31,28 @@ int exitStatus( pid_t child ) {
    int status = 0;
    ::waitpid( child, &status, 0 );
    return WIFEXITED( status ) ? WEXITSTATUS( status ) : -1;
+}
+
+// Packets on a fixed schedule; after a delay it catches up, so that the average holds. A packet that the link does not
+// take is lost.
+[[noreturn]] void sendForEver( std::string const & link, std::string const & to, double bitsPerSecond ) {
+   constexpr int frameBytes = 1000;
+   constexpr int headerBytes = 14 + 20 + 8;  // Ethernet without check sequence, IPv4, UDP
+   constexpr int atOnce = 64;                // packets at most after a delay
+   int const out = ::socket( AF_INET, SOCK_DGRAM, 0 );
+   ::setsockopt( out, SOL_SOCKET, SO_BINDTODEVICE, link.data(), static_cast<socklen_t>( link.size() ) );
+   sockaddr_in address{};
+   address.sin_family = AF_INET;
+   address.sin_port = ::htons( 9 );
+   ::inet_pton( AF_INET, to.c_str(), &address.sin_addr );
+   std::vector<char> const payload( frameBytes - headerBytes );
+   auto const spacing =
+      std::chrono::duration_cast<Clock::duration>( std::chrono::duration<double>( frameBytes * 8 / bitsPerSecond ) );
+   for( auto due = Clock::now();; due += spacing ) {
+      std::this_thread::sleep_until( due );
+      due = std::max( due, Clock::now() - atOnce * spacing );
+      ::sendto( out, payload.data(), payload.size(), 0, reinterpret_cast<sockaddr *>( &address ), sizeof address );
+   }
 }
 
 }  // namespace
@@ -63,15 +90,36 @@ pid_t Box::spawn( std::vector<std::string> const & command, std::string const & 
    ::_exit( 127 );
 }
 
-void Box::startMaintd( std::string const & config, std::vector<std::string> const & more,
-                       std::string const & unreadFile ) {
-   std::string const program = unreadFile.empty() ? RATEMON_MAINTD_PATH : RATEMON_MAINTD_WITH_FAULTS_PATH;
-   ::setenv( "RATEMON_UNREAD_FILE", unreadFile.c_str(), 1 );
-   std::vector<std::string> command{
-      program, "--config", file( "maintd.yaml", config ), "--socket", path( "maintd.sock" ), "--foreground" };
+void Box::spawnMaintd( std::string const & config, std::vector<std::string> const & more, Faults const & faults ) {
+   std::string const program = faults.inMaintd() ? RATEMON_MAINTD_WITH_FAULTS_PATH : RATEMON_MAINTD_PATH;
+   ::setenv( "RATEMON_UNREAD_FILE", faults.unread.c_str(), 1 );
+   ::setenv( "RATEMON_DEATH", faults.death.c_str(), 1 );
+   std::vector<std::string> command;
+   if( !faults.inside.empty() ) {
+      command = { "/usr/bin/unshare", "--mount", "/bin/sh", "-c", faults.inside + " && exec \"$0\" \"$@\"" };
+   }
+   command.insert( command.end(), { program, "--config", file( "maintd.yaml", config ), "--socket",
+                                    path( "maintd.sock" ), "--state", path( "state" ), "--foreground" } );
    command.insert( command.end(), more.begin(), more.end() );
    maintd_ = spawn( command, path( "maintd.out" ), path( "maintd.log" ) );
-   ASSERT_TRUE( eventually( [&] { return maintctl( { "units" } ).status == 0; } ) ) << "maintd does not answer";
+}
+
+void Box::startMaintd( std::string const & config, std::vector<std::string> const & more, Faults const & faults ) {
+   spawnMaintd( config, more, faults );
+   // One that dies on its way is dead, and nobody has to wait for it.
+   ASSERT_TRUE( eventually( [&] { return maintctl( { "units" } ).status == 0 || maintdDied(); } ) )
+      << "maintd does not answer";
+   ASSERT_TRUE( maintd_ != 0 || !faults.death.empty() ) << "maintd has died";
+}
+
+int Box::refusesToStart( std::string const & config, std::vector<std::string> const & more, Faults const & faults ) {
+   spawnMaintd( config, more, faults );
+   return exitStatus( std::exchange( maintd_, 0 ) );
+}
+
+bool Box::maintdDied() {
+   if( maintd_ != 0 && ::waitpid( maintd_, nullptr, WNOHANG ) == maintd_ ) maintd_ = 0;
+   return maintd_ == 0;
 }
 
 int Box::stopMaintd( int signal ) {
@@ -85,11 +133,13 @@ void Box::changeConfig( std::string const & config ) {
 }
 
 pid_t Box::send( std::string const & link, int number, double bitsPerSecond ) {
-   std::string const to = "10.9." + std::to_string( number ) + ".2";
-   senders_.push_back( spawn(
-      { RATEMON_SOURCE_DIR "/tools/send-udp", "--device", link, "--to", to, "--rate", std::to_string( bitsPerSecond ) },
-      path( "sender.out" ), path( "sender.err" ) ) );
-   return senders_.back();
+   pid_t const child = ::fork();
+   if( child == 0 ) {
+      ::prctl( PR_SET_PDEATHSIG, SIGKILL );
+      sendForEver( link, "10.9." + std::to_string( number ) + ".2", bitsPerSecond );
+   }
+   senders_.push_back( child );
+   return child;
 }
 
 void Box::stop( pid_t child ) {
@@ -158,6 +208,25 @@ bool Box::eventually( std::function<bool()> const & holds, double seconds ) {
       std::this_thread::sleep_for( std::chrono::milliseconds( 50 ) );
    }
    return true;
+}
+
+boost::json::object Box::linkOf( std::string const & link ) {
+   return ask( "-statistics -statistics address show dev " + link )[0].as_object();
+}
+
+bool Box::adminUp( std::string const & link ) {
+   return std::ranges::count( linkOf( link ).at( "flags" ).as_array(), boost::json::value( "UP" ) ) != 0;
+}
+
+std::vector<std::string> Box::addresses( std::string const & link ) {
+   std::vector<std::string> found;
+   auto const about = linkOf( link );
+   for( auto const & address : about.at( "addr_info" ).as_array() ) {
+      if( address.at( "scope" ).as_string() != "global" ) continue;
+      found.push_back( std::string( address.at( "local" ).as_string() ) + "/" +
+                       std::to_string( address.at( "prefixlen" ).to_number<int>() ) );
+   }
+   return found;
 }
 
 double Box::sentBytes( std::string const & link ) {

@@ -21,6 +21,15 @@ struct Result {
    std::string err;  // standard error
 };
 
+// What is wrong with a maintd, or with the box that it finds.
+struct Faults {
+   std::string unread = {};  // while this file exists, reads of the counters fail
+   std::string death = {};   // it kills itself at this moment: "before 3", "after 3", of the commits of its store
+   std::string inside = {};  // carried out by a shell before it starts, in a mount namespace of its own
+
+   [[nodiscard]] bool inMaintd() const { return !unread.empty() || !death.empty(); }
+};
+
 class Box : public PrivateNetwork {
  protected:
    Box();
@@ -30,14 +39,21 @@ class Box : public PrivateNetwork {
    // leave by it.
    static void link( std::string const & name, int number );
 
-   // Starts maintd and waits until it answers. With a file that makes reads of the counters fail while it exists, where
-   // the name of one is given.
+   // Starts maintd over this test's own store, and waits until it answers.
    void startMaintd( std::string const & config, std::vector<std::string> const & more = {},
-                     std::string const & unreadFile = "" );
+                     Faults const & faults = {} );
+   // Starts it and returns its exit status, for one that cannot start.
+   [[nodiscard]] int refusesToStart( std::string const & config, std::vector<std::string> const & more = {},
+                                     Faults const & faults = {} );
+   // The file system as maintd sees it.
+   [[nodiscard]] std::string maintdsRoot() const { return "/proc/" + std::to_string( maintd_ ) + "/root"; }
+   // Whether it has ended by itself since it was started.
+   [[nodiscard]] bool maintdDied();
    // Sends it a signal and returns its exit status.
    int stopMaintd( int signal );
    // Gives it another configuration and has it read that.
    void changeConfig( std::string const & config );
+   // Traffic on a link until it is stopped, in bits of whole frames a second; as long as the test lives.
    [[nodiscard]] pid_t send( std::string const & link, int number, double bitsPerSecond );
    static void stop( pid_t child );
 
@@ -57,11 +73,16 @@ class Box : public PrivateNetwork {
    [[nodiscard]] static std::string contents( std::string const & path );
 
    // Waits until it holds; false when it does not in time.
-   [[nodiscard]] static bool eventually( std::function<bool()> const & holds, double seconds = 10 );
+   [[nodiscard]] static bool eventually( std::function<bool()> const & holds, double seconds = 20 );
    // What the kernel has counted as sent on a link.
    [[nodiscard]] static double sentBytes( std::string const & link );
+   [[nodiscard]] static bool adminUp( std::string const & link );
+   // Its addresses for everyone, "10.9.1.1/24".
+   [[nodiscard]] static std::vector<std::string> addresses( std::string const & link );
+   [[nodiscard]] static boost::json::object linkOf( std::string const & link );
 
  private:
+   void spawnMaintd( std::string const & config, std::vector<std::string> const & more, Faults const & faults );
    [[nodiscard]] pid_t spawn( std::vector<std::string> const & command, std::string const & out,
                               std::string const & err ) const;
 

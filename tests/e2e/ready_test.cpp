@@ -168,7 +168,7 @@ TEST_F( Ready, notByWhatAnotherUnitHasMeasuredBeforeTrafficCameBack ) {
 
 TEST_F( Ready, notWhileTheCountersCannotBeRead ) {
    link( "up1", 1 );
-   startMaintd( fabric( "up1" ), {}, path( "unread" ) );
+   startMaintd( fabric( "up1" ), {}, { .unread = path( "unread" ) } );
    auto const samples = [&] { return shown( "up1" ).at( "totalSamples" ).to_number<int>(); };
    // Asks everything that can be asked, over more samples than the proof takes.
    auto const expectNothingKnown = [&] {

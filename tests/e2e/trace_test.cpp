@@ -56,17 +56,17 @@ TEST_F( Trace, outlivesAKilledMaintdAndItsNextStart ) {
    std::string const died = shownTrace();
    // Seconds since boot, date and time of day, level, text.
    EXPECT_THAT( died,
-                ContainsRegex( "^ *[0-9]+\\.[0-9]{6}  20[0-9-]{8} [0-9:]{8}\\.[0-9]{3}  3  maintd starts: 1 units" ) );
+                ContainsRegex( "^ *[0-9]+\\.[0-9]{6}  20[0-9-]{8} [0-9:]{8}\\.[0-9]{3}  3  maintd starts: socket" ) );
    EXPECT_LT( died.find( "created new mon intf status for intf up1" ), died.find( "Notifying stage completion" ) );
    EXPECT_THAT( died, Not( HasSubstr( "maintd stops" ) ) );
 
    start();
-   EXPECT_EQ( shownTrace( { "--file", path( "maintd.trace.old" ) } ), died );
+   EXPECT_EQ( shownTrace( { "--file", path( "maintd.trace.1" ) } ), died );
    // One that finds the socket taken leaves the trace of the one that has it alone.
    EXPECT_EQ(
       run( { RATEMON_MAINTD_PATH, "--config", path( "maintd.yaml" ), "--socket", path( "maintd.sock" ) } ).status, 1 );
    EXPECT_EQ( stopMaintd( SIGTERM ), 0 );
-   EXPECT_EQ( shownTrace( { "--file", path( "maintd.trace.old" ) } ), died );
+   EXPECT_EQ( shownTrace( { "--file", path( "maintd.trace.1" ) } ), died );
    std::string last = shownTrace( { "--json" } );
    last.pop_back();
    auto const message = boost::json::parse( last.substr( last.rfind( '\n' ) + 1 ) ).as_object();
