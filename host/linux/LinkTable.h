@@ -55,7 +55,7 @@ class LinkTable {
    // It has been asked for: its end is the next that comes.
    void askedIs( Missing what );
 
-   // Between batches of messages: whoever handed them in has no more for now.
+   // Between batches of messages: all that was pending has been handed in.
    void settle() { listener_.onSettled( *this ); }
 
    // Takes in messages as they come from the kernel, which may be anything at all. Returns the errno of a dump that

