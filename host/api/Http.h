@@ -3,7 +3,10 @@
 
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
+
+#include "api/HttpStream.h"
 
 namespace Host {
 
@@ -20,6 +23,8 @@ struct HttpAnswer {
    std::string allow = {};  // which methods the target has, comma-separated; for status 405 and OPTIONS
    // Called when the turn of the request is over, and with it whatever follows at its end; may change the answer.
    std::function<void( HttpAnswer & )> afterTurn = {};
+   // What follows behind the body, piece by piece; null: nothing does, and the body is all.
+   std::shared_ptr<HttpStream> stream = {};
 };
 
 using HttpHandler = std::function<HttpAnswer( HttpRequest const & )>;

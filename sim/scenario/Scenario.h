@@ -21,9 +21,9 @@
 #include <string>
 #include <string_view>
 
+#include "dovra/Watches.h"
 #include "scenario/Json.h"
 #include "scenario/ServiceLines.h"
-#include "scenario/Watches.h"
 #include "world/World.h"
 
 namespace Sim {
@@ -77,7 +77,7 @@ class Scenario {
 
    World & world_;
    std::ostream & out_;
-   Watches watches_;
+   Dovra::Watches watches_;
    ServiceLines serviceLines_;
    std::set<int> ringLevels_;
    std::string_view text_;  // of the present line

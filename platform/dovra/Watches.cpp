@@ -1,14 +1,12 @@
-#include "scenario/Watches.h"
+#include "dovra/Watches.h"
 
 #include <algorithm>
 
 #include "kel/Dir.h"
 
-namespace Sim {
+namespace Dovra {
 
 namespace {
-
-using Dovra::StateComponents;
 
 std::string withoutCell( std::string const & path ) {
    static std::string const firstCell = "cell/0/";
@@ -17,8 +15,8 @@ std::string withoutCell( std::string const & path ) {
 
 // A path as it is reported: the mounted path, names and keys, one component each. What is below an entry that is still
 // absent is taken as it was written, since nothing can say yet where its keys end.
-StateComponents normalised( Dovra::EntityManager const & database, StateComponents const & path ) {
-   StateComponents place = Dovra::statePlace( database, path ).components;
+StateComponents normalised( EntityManager const & database, StateComponents const & path ) {
+   StateComponents place = statePlace( database, path ).components;
    place.front() = withoutCell( place.front() );
    auto const joined = []( auto begin, auto end ) {
       std::string text;
@@ -80,13 +78,13 @@ class Watches::Follower final : public Kel::Watcher {
    std::map<std::pair<std::string, std::string>, std::unique_ptr<Follower>> below_;
 };
 
-Watches::Watches( Dovra::EntityManager const & database, Report report )
+Watches::Watches( EntityManager const & database, Report report )
    : database_( database ), report_( std::move( report ) ) {}
 
 Watches::~Watches() = default;
 
 void Watches::watch( StateComponents const & path ) {
-   std::string const mounted = Dovra::statePlace( database_, path ).components.front();
+   std::string const mounted = statePlace( database_, path ).components.front();
    watched_.push_back( normalised( database_, path ) );
    // One follower for a mounted directory however many paths are watched in it, so that a change is reported once.
    auto & follower = followers_[mounted];
@@ -101,4 +99,4 @@ void Watches::report( StateComponents const & path, Kel::Value const & value ) c
    if( std::any_of( watched_.begin(), watched_.end(), above ) ) report_( path, value );
 }
 
-}  // namespace Sim
+}  // namespace Dovra

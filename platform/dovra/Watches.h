@@ -14,20 +14,20 @@
 
 #include "dovra/StatePath.h"
 
-namespace Sim {
+namespace Dovra {
 
 class Watches {
  public:
    // `path` has the mounted path, without the prefix of the first cell, as its first component. Null stands for what
    // was removed.
-   using Report = std::function<void( Dovra::StateComponents const & path, Kel::Value const & value )>;
+   using Report = std::function<void( StateComponents const & path, Kel::Value const & value )>;
 
-   Watches( Dovra::EntityManager const & database, Report report );
+   Watches( EntityManager const & database, Report report );
    ~Watches();
 
    // What is there already is not reported. Throws Kel::AttributeError for a path that leads nowhere; entries that are
    // absent may still come.
-   void watch( Dovra::StateComponents const & path );
+   void watch( StateComponents const & path );
 
    // While muted, changes are followed and not reported.
    void muted( bool muted ) { muted_ = muted; }
@@ -35,13 +35,13 @@ class Watches {
  private:
    class Follower;
 
-   void report( Dovra::StateComponents const & path, Kel::Value const & value ) const;
+   void report( StateComponents const & path, Kel::Value const & value ) const;
 
-   Dovra::EntityManager const & database_;
+   EntityManager const & database_;
    Report const report_;
-   std::vector<Dovra::StateComponents> watched_;
+   std::vector<StateComponents> watched_;
    std::map<std::string, std::unique_ptr<Follower>> followers_;  // by mounted path
    bool muted_ = false;
 };
 
-}  // namespace Sim
+}  // namespace Dovra
