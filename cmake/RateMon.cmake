@@ -109,13 +109,6 @@ function( ratemon_library )
    ratemon_fast_build( ${arg_NAME} TOGETHER ${arg_TOGETHER} PRECOMPILE ${arg_PRECOMPILE} )
 endfunction()
 
-# ratemon_checks_alignment( TARGET ): for folders that read structs from the bytes of others. The sanitizer's checks of every pointer
-# that is followed would double the time that the asan preset takes to build, so only these have them; elsewhere pointers come from
-# the type system, and a null one that is followed ends the test all the same.
-function( ratemon_checks_alignment target )
-   target_compile_options( ${target} PRIVATE $<$<CONFIG:Asan>:-fsanitize=alignment> )
-endfunction()
-
 # ratemon_plugin( NAME [TOGETHER] [LINKS folder...] )
 # The folder as NAME.so, to be loaded at run time and never linked. It lies at the top of the build.
 function( ratemon_plugin name )

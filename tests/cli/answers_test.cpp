@@ -119,7 +119,7 @@ TEST( Answers, ofAnotherShapeAreRefusedByName ) {
    for( auto const & [name, shape, answer, shown] : everything() ) {
       std::size_t refused = 0;
       json::value changed = answer;
-      walk( changed, [&]( json::value & at ) {
+      walk( changed, [&, &name = name, &shape = shape, &shown = shown]( json::value & at ) {
          json::value const before = at;
          for( json::value const & other : others ) {
             at = other;

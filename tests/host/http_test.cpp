@@ -137,7 +137,7 @@ class HttpExchange : public ::testing::TestWithParam<Exchange> {};
 TEST_P( HttpExchange, isAnsweredAsTheStandardSays ) {
    auto const & [name, bytes, expected, says] = GetParam();
    // It must not matter how the bytes are cut.
-   for( std::size_t const pieceSize : { 100'000, 100, 7, 1 } ) {
+   for( std::size_t const pieceSize : { 100'000u, 100u, 7u, 1u } ) {
       std::string const answers = answersTo( bytes, pieceSize, echo );
       EXPECT_EQ( statuses( answers ), expected ) << pieceSize << answers;
       EXPECT_THAT( answers, HasSubstr( says ) ) << pieceSize;

@@ -169,7 +169,7 @@ TEST_F( LinkGuards, nameTheLinksWhoseAddressesTheKernelFlushes ) {
    auto const keep = []( std::string const & link, int value ) {
       std::ofstream( "/proc/sys/net/ipv6/conf/" + link + "/keep_addr_on_down" ) << value;
    };
-   auto const losing = [this]( char const * name ) { return Pair( IntfId( name ), ElementsAre( name ) ); };
+   auto const losing = []( char const * name ) { return Pair( IntfId( name ), ElementsAre( name ) ); };
    // What a router announces comes back by itself; link-local addresses always do.
    ip( "address add 2001:db8:3::1/64 dev v1 valid_lft 600 preferred_lft 600" );
    EXPECT_THAT( guard_->ipv6Losses(), UnorderedElementsAre( losing( "v0" ), losing( "w0" ) ) );

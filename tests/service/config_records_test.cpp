@@ -373,7 +373,8 @@ class ConfigRecordsLife {
       }
       std::erase_if( leftOut_, [&]( auto const & entry ) { return !of.contains( entry.first ); } );
       for( auto & [unit, intfs] : leftOut_ ) {
-         std::erase_if( intfs, [&]( IntfId intf ) { return !of[unit].contains( std::string( intf.name() ) ); } );
+         auto const & all = of[unit];
+         std::erase_if( intfs, [&]( IntfId intf ) { return !all.contains( std::string( intf.name() ) ); } );
       }
    }
    void setUnitStates() {

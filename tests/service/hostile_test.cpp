@@ -276,7 +276,7 @@ TEST_P( Hostile, breaksNothingAtAnyChange ) {
          SCOPED_TRACE( std::string( GetParam().name ) + " at change " + std::to_string( at ) + " of " + change );
          int seen = 0;
          HostileService life( GetParam().act,
-                              [&]( std::string const & heard ) { return heard == change && ++seen == at; } );
+                              [&, &change = change]( std::string const & heard ) { return heard == change && ++seen == at; } );
          life.live();
          life.expectNothingLeft();
       }
