@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "api/TraceLevels.h"
+#include "api/WatchStream.h"
 #include "dovra/StatePath.h"
 #include "kel/Json.h"
 
@@ -138,6 +139,10 @@ std::span<Api::Route const> Api::routes() {
       { "GET", { "windows", "*" }, []( Api & api, A & a ) { return api.windowsOf( a.names[0] ); } },
       { "GET", { "windows", "*", "*" }, []( Api & api, A & a ) { return api.window( a.names[0], a.names[1] ); } },
       { "GET", { "state", "**" }, []( Api & api, A & a ) { return api.state( a.names ); } },
+      { "GET", { "watch" }, []( Api & api, A & a ) { return watchAnswer( api.changes_, {}, a.parameters ); } },
+      { "GET",
+        { "watch", "**" },
+        []( Api & api, A & a ) { return watchAnswer( api.changes_, a.names, a.parameters ); } },
       { "GET", { "dump" }, []( Api & api, A & ) { return api.dump(); } },
       { "GET", { "trace", "levels" }, []( Api &, A & ) { return json( traceLevels() ); } },
       { "POST", { "trace", "levels" }, []( Api &, A & a ) { return changeLevels( a ); } },

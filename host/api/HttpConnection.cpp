@@ -75,8 +75,8 @@ void HttpConnection::deadlineIs( std::chrono::milliseconds fromNow ) {
 }
 
 void HttpConnection::expire() {
-   // Set anew for each piece, so this may be the end of one that is sent by now.
-   if( stream_ && deadline_.expiry() > std::chrono::steady_clock::now() ) return;
+   // Of a piece that is sent by now, as it happened at the same moment.
+   if( stream_ && ( !sending_ || deadline_.expiry() > std::chrono::steady_clock::now() ) ) return;
    // What has just come about is not to be cancelled any more. It is for read() to see that nothing else may begin.
    expired_ = true;
    Error ignored;

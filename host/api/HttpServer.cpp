@@ -47,6 +47,7 @@ HttpServer::HttpServer( AsioLoop & loop, Place place, HttpHandler handler, Limit
 }
 
 HttpServer::~HttpServer() {
+   dropStreams();
    if( reserve_ >= 0 ) ::close( reserve_ );
 }
 

@@ -186,6 +186,7 @@ TEST_F( HttpStreams, areCountedApartFromConnections ) {
    std::string const refused = said( third );
    EXPECT_THAT( refused, HasSubstr( "{\"error\": \"maintd serves 2 streams already" ) );
    EXPECT_THAT( refused, EndsWith( "\r\n\r\na" ) );
+   third.close();
    clients.pop_back();
    ASSERT_TRUE( runUntil( [&] { return lines_.open.size() == 1; } ) );
    auto fourth = asking( watch );
