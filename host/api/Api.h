@@ -2,13 +2,13 @@
 //
 //    GET  /v1/units, /v1/units/{unit}, /v1/units/{unit}/ready, /v1/interfaces, /v1/interfaces/{interface},
 //         /v1/windows, /v1/windows/{unit}, /v1/windows/{unit}/{generation}, .../last,
-//         /v1/state/{path}, /v1/trace/levels, /v1/dump
+//         /v1/state/{path}, /v1/watch, /v1/watch/{path}?after=NUMBER, /v1/trace/levels, /v1/dump
 //    POST /v1/units/{unit}/enter?without=NAME&without=NAME&dry-run=1&yes=1&session=ADDRESS, /v1/units/{unit}/exit,
 //         /v1/reload, /v1/trace/levels?levels=1,2,4
 //
 // Answers are JSON as declared in service/views, the dump is text; an error is { "error": text } with status 400
-// (malformed), 404 (no such thing), 405 (the other method), 409 (refused, with "why": each reason), 414 (a path too
-// deep), 500 (in force, but not on disk) or 503 (nothing can be kept on disk, or no dump be made). A dry run changes
+// (malformed), 404 (no such thing), 405 (the other method), 409 (refused, with "why": each reason), 410 (not kept any
+// more), 414 (a path too deep), 500 (in force, but not on disk) or 503 (nothing can be kept on disk, or no dump be made). A dry run changes
 // nothing; where the request would be carried out its "result" is "wouldStart". Where there is cause to ask back before
 // a unit enters, "yes=1" says that it is meant all the same; "session" is the address that the caller himself is
 // connected from. Requests come from the HTTP server, one at a time, inside a turn.
@@ -25,6 +25,7 @@
 #include "dovra/EntityManager.h"
 #include "maintenance/MaintenanceService.h"
 #include "plugin/PluginContext.h"
+#include "streams/ChangeHistory.h"
 #include "views/WindowView.h"
 
 namespace Host {
@@ -41,7 +42,7 @@ class Api {
    using StoreTrouble = std::function<std::string()>;
 
    // All outlive this. Where there is no guard or no store, nothing is asked.
-   Api( Dovra::EntityManager const & database, Service::MaintenanceService & service,
+   Api( Dovra::EntityManager & database, Service::MaintenanceService & service,
         Maintenance::PluginContext const & plugin, Reload reload, Guard guard = {}, StoreTrouble storeTrouble = {} )
       : database_( database ),
         service_( service ),
@@ -49,7 +50,8 @@ class Api {
         reload_( std::move( reload ) ),
         guard_( std::move( guard ) ),
         storeTrouble_( std::move( storeTrouble ) ),
-        windows_( service.ledger().windows() ) {}
+        windows_( service.ledger().windows() ),
+        changes_( database ) {}
 
    [[nodiscard]] HttpAnswer answer( HttpRequest const & request );
 
@@ -87,6 +89,7 @@ class Api {
    Guard const guard_;
    StoreTrouble const storeTrouble_;
    Service::WindowView const windows_;
+   ChangeHistory changes_;
 };
 
 }  // namespace Host

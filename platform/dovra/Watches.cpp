@@ -13,24 +13,6 @@ std::string withoutCell( std::string const & path ) {
    return path.starts_with( firstCell ) ? path.substr( firstCell.size() ) : path;
 }
 
-// A path as it is reported: the mounted path, names and keys, one component each. What is below an entry that is still
-// absent is taken as it was written, since nothing can say yet where its keys end.
-StateComponents normalised( EntityManager const & database, StateComponents const & path ) {
-   StateComponents place = statePlace( database, path ).components;
-   place.front() = withoutCell( place.front() );
-   auto const joined = []( auto begin, auto end ) {
-      std::string text;
-      for( ; begin != end; ++begin ) text += "/" + *begin;
-      return withoutCell( text.substr( 1 ) );
-   };
-   // Written components may be joined or apart, so those that the place has used up are found by their text.
-   std::string const found = joined( place.begin(), place.end() );
-   auto last = path.begin();
-   while( last != path.end() && joined( path.begin(), last + 1 ) != found ) ++last;
-   if( last != path.end() ) place.insert( place.end(), last + 1, path.end() );
-   return place;
-}
-
 bool isAtOrBelow( StateComponents const & path, StateComponents const & top ) {
    return top.size() <= path.size() && std::equal( top.begin(), top.end(), path.begin() );
 }
@@ -83,9 +65,26 @@ Watches::Watches( EntityManager const & database, Report report )
 
 Watches::~Watches() = default;
 
+StateComponents Watches::reported( EntityManager const & database, StateComponents const & path ) {
+   // What is below an entry that is still absent is taken as it was written, since nothing can say yet where its keys end.
+   StateComponents place = statePlace( database, path ).components;
+   place.front() = withoutCell( place.front() );
+   auto const joined = []( auto begin, auto end ) {
+      std::string text;
+      for( ; begin != end; ++begin ) text += "/" + *begin;
+      return withoutCell( text.substr( 1 ) );
+   };
+   // Written components may be joined or apart, so those that the place has used up are found by their text.
+   std::string const found = joined( place.begin(), place.end() );
+   auto last = path.begin();
+   while( last != path.end() && joined( path.begin(), last + 1 ) != found ) ++last;
+   if( last != path.end() ) place.insert( place.end(), last + 1, path.end() );
+   return place;
+}
+
 void Watches::watch( StateComponents const & path ) {
    std::string const mounted = statePlace( database_, path ).components.front();
-   watched_.push_back( normalised( database_, path ) );
+   watched_.push_back( reported( database_, path ) );
    // One follower for a mounted directory however many paths are watched in it, so that a change is reported once.
    auto & follower = followers_[mounted];
    if( follower ) return;

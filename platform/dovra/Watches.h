@@ -25,6 +25,10 @@ class Watches {
    Watches( EntityManager const & database, Report report );
    ~Watches();
 
+   // A path as changes at it are reported: what is mounted, names and keys, one component each. Throws
+   // Kel::AttributeError for one that leads nowhere.
+   [[nodiscard]] static StateComponents reported( EntityManager const & database, StateComponents const & path );
+
    // What is there already is not reported. Throws Kel::AttributeError for a path that leads nowhere; entries that are
    // absent may still come.
    void watch( StateComponents const & path );

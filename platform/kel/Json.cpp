@@ -30,43 +30,66 @@ void appendEscaped( std::string & out, char c ) {
 }
 
 template<class Number>
-std::string numberText( Number number ) {
+void appendNumber( std::string & out, Number number ) {
    std::array<char, 32> text{};  // the longest text is that of a double, 24 characters
    auto const [end, error] = std::to_chars( text.data(), text.data() + text.size(), number );
-   return error == std::errc() ? std::string( text.data(), end ) : "null";
+   if( error == std::errc() ) {
+      out.append( text.data(), end );
+   } else {
+      out += "null";
+   }
 }
 
+// Into the one text, as a piece for each part of a large value would be copied once for each level above it.
 struct Writer {
-   std::string operator()( std::monostate ) const { return "null"; }
-   std::string operator()( bool b ) const { return b ? "true" : "false"; }
-   std::string operator()( int64_t n ) const { return numberText( n ); }
-   std::string operator()( uint64_t n ) const { return numberText( n ); }
-   std::string operator()( double d ) const { return std::isfinite( d ) ? numberText( d ) : "null"; }
-   std::string operator()( std::string const & s ) const { return toJson( std::string_view( s ) ); }
-   std::string operator()( Value::Object const & object ) const {
-      std::string out = "{";
+   void operator()( std::monostate ) const { out += "null"; }
+   void operator()( bool b ) const { out += b ? "true" : "false"; }
+   void operator()( int64_t n ) const { appendNumber( out, n ); }
+   void operator()( uint64_t n ) const { appendNumber( out, n ); }
+   void operator()( double d ) const {
+      if( !std::isfinite( d ) ) return ( *this )( std::monostate() );
+      appendNumber( out, d );
+   }
+   void operator()( std::string const & s ) const { appendJson( out, std::string_view( s ) ); }
+   void operator()( Value::Object const & object ) const {
+      out += '{';
       for( auto const & [name, member] : object ) {
-         if( out.size() > 1 ) out += ", ";
-         out += toJson( std::string_view( name ) ) + ": " + toJson( member );
+         if( &name != &object.front().first ) out += ", ";
+         appendJson( out, std::string_view( name ) );
+         out += ": ";
+         appendJson( out, member );
       }
-      return out + "}";
+      out += '}';
    }
-   std::string operator()( Value::List const & list ) const {
-      std::string out = "[";
+   void operator()( Value::List const & list ) const {
+      out += '[';
       for( auto const & element : list ) {
-         if( out.size() > 1 ) out += ", ";
-         out += toJson( element );
+         if( &element != &list.front() ) out += ", ";
+         appendJson( out, element );
       }
-      return out + "]";
+      out += ']';
    }
+   std::string & out;
 };
 
 }  // namespace
 
-std::string toJson( Value const & value ) { return std::visit( Writer{}, value.content() ); }
+void appendJson( std::string & out, Value const & value ) { std::visit( Writer{ out }, value.content() ); }
+
+std::string toJson( Value const & value ) {
+   std::string out;
+   appendJson( out, value );
+   return out;
+}
 
 std::string toJson( std::string_view text ) {
-   std::string out = "\"";
+   std::string out;
+   appendJson( out, text );
+   return out;
+}
+
+void appendJson( std::string & out, std::string_view text ) {
+   out += '"';
    while( !text.empty() ) {
       std::size_t const length = sequenceLength( text );
       if( length == 0 ) {
@@ -79,7 +102,7 @@ std::string toJson( std::string_view text ) {
       // After a bad byte only that one is left out: the next may begin a valid sequence.
       text.remove_prefix( length == 0 ? 1 : length );
    }
-   return out + "\"";
+   out += '"';
 }
 
 }  // namespace Kel

@@ -10,8 +10,10 @@
 namespace Kel {
 
 [[nodiscard]] std::string toJson( Value const & value );
+void appendJson( std::string & out, Value const & value );
 // A quoted and escaped JSON string (RFC 8259); bytes that are no valid UTF-8 become U+FFFD.
 [[nodiscard]] std::string toJson( std::string_view text );
+void appendJson( std::string & out, std::string_view text );
 
 // Value of anything that has traits, for building answers: object( { { "unit", value( name ) }, ... } ).
 template<class T>
