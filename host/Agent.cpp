@@ -22,6 +22,9 @@ constexpr uint64_t traceBytes = 4 * 1024 * 1024;
 // A link that could not be switched, or that waits for the store, is tried again as often as this.
 constexpr std::chrono::seconds retryInterval( 10 );
 
+// So long may clients take to read the last line of their streams.
+constexpr std::chrono::seconds lastWordsTime( 1 );
+
 void tell( std::string const & what ) {
    BRISKLOG( 3, "{}", what );
    std::cerr << "maintd: " << what << "\n";
@@ -89,9 +92,11 @@ Agent::Agent( Options options, StandardError & standardError )
      loop_( activityLoop_, clock_->ahead() ),
      standardErrorRetry_( loop_, standardError ),
      hangUps_( loop_.io(), SIGHUP ),
+     ends_( loop_.io() ),
      retry_( loop_.io() ),
+     lastWords_( loop_.io() ),
      // The handler is only called by run(), when start() has long made what answers.
-     server_( loop_, options_.socket, [this]( HttpRequest const & request ) { return api_->answer( request ); } ),
+     server_( loop_, { options_.socket }, [this]( HttpRequest const & request ) { return api_->answer( request ); } ),
      box_( options_.counterTable, tellTrouble, [this]( Lumo::IntfId intf ) { handleLink( intf ); } ),
      guard_( box_.linkMonitor().table() ),
      hooks_(
@@ -99,12 +104,17 @@ Agent::Agent( Options options, StandardError & standardError )
         [this] { return keeper_ && keeper_->keep(); } ),
      pluginDir_( new Kel::Dir( "plugins" ) ),
      pluginContext_( pluginDir_, box_.database(), box_.counters() ) {
+   if( !options_.readSocket.empty() )
+      readServer_.emplace( loop_, HttpServer::Place{ options_.readSocket, 0666, options_.socket },
+                           [this]( HttpRequest const & request ) { return api_->answer( request ); } );
    // Not before the socket is ours: this moves the files that are there.
    traceInto( options_.traceFile );
    BRISKLOG( 3, "maintd starts: socket {}, store {}", options_.socket, store_.path() );
 }
 
 Agent::~Agent() {
+   server_.dropStreams();
+   if( readServer_ ) readServer_->dropStreams();
    // In this order: what changed last is kept, and then nothing that goes writes to the store or touches a link.
    if( keeper_ ) static_cast<void>( !keeper_->keep() );
    keeper_.reset();
@@ -193,13 +203,33 @@ void Agent::startPlugin() {
 
 void Agent::run() {
    // Received by the loop and not in a signal handler, so that the turn under way is finished first.
-   boost::asio::signal_set ends( loop_.io(), SIGTERM, SIGINT );
-   ends.async_wait( [this]( boost::system::error_code error, int ) {
-      if( !error ) loop_.stop();
-   } );
+   ends_.add( SIGTERM );
+   ends_.add( SIGINT );
+   awaitEnd();
    awaitReload();
    awaitRetry();
    loop_.run();
+   ends_.clear();
+}
+
+void Agent::awaitEnd() {
+   ends_.async_wait( [this]( boost::system::error_code error, int ) {
+      if( !error ) stopServing();
+   } );
+}
+
+void Agent::stopServing() {
+   ends_.async_wait( [this]( boost::system::error_code error, int ) {
+      if( !error ) loop_.stop();
+   } );
+   lastWords_.expires_after( lastWordsTime );
+   lastWords_.async_wait( [this]( boost::system::error_code error ) {
+      if( !error ) loop_.stop();
+   } );
+   server_.stop( [this] {
+      if( !readServer_ ) return loop_.stop();
+      readServer_->stop( [this] { loop_.stop(); } );
+   } );
 }
 
 void Agent::awaitReload() {

@@ -9,7 +9,8 @@
 //
 // Owns all of it, in the order in which it must come and go. The claim to the network namespace comes before anything
 // that a second agent must not touch, and the socket before the trace file, which it moves. Link control and store go
-// first, so that what the teardown of the others writes reaches neither: the death of the agent changes no link. What
+// first, so that what the teardown of the others writes reaches neither: the death of the agent changes no link. Before
+// all of them go the streams, which read from the others. What
 // an operator should hear of goes to standard error and to the ring trace, a line each.
 #pragma once
 
@@ -43,7 +44,8 @@ class Agent {
       std::string configFile;      // read again at each reload
       std::string stateDirectory;  // of the store
       std::string plugin;          // path of RateMonPlugin.so
-      std::string socket;          // path of the API's unix socket
+      std::string socket;          // path of the API's unix socket for those who may change something
+      std::string readSocket;      // of the one for everyone, which answers GET only; empty: none
       std::string counterTable;    // path of the shared counter table; empty: this process's memory
       std::string traceFile;       // path of the ring trace; empty: this process's memory
    };
@@ -59,7 +61,7 @@ class Agent {
    // answer, the plug-in cannot be loaded.
    void start( Service::Config::Config const & config );
 
-   // Serves until SIGTERM or SIGINT; SIGHUP reloads.
+   // Serves until SIGTERM or SIGINT; SIGHUP reloads. Streams get a moment to end; a second signal waits for nothing.
    void run();
 
  private:
@@ -68,6 +70,8 @@ class Agent {
    void controlLinks( Service::Config::Config const & config );
    void startService( Service::Config::Config const & config );
    void startPlugin();
+   void awaitEnd();
+   void stopServing();
    void awaitReload();
    void awaitRetry();
    void handleLink( Lumo::IntfId intf );
@@ -92,8 +96,11 @@ class Agent {
    AsioLoop loop_;
    StandardErrorRetry standardErrorRetry_;
    boost::asio::signal_set hangUps_;  // from the start, as one that came earlier would end the process
+   boost::asio::signal_set ends_;
    boost::asio::steady_timer retry_;
+   boost::asio::steady_timer lastWords_;
    HttpServer server_;
+   std::optional<HttpServer> readServer_;
    Box box_;
    KernelLinks kernelLinks_;
    LinkGuard guard_;

@@ -18,14 +18,15 @@
 
 namespace {
 
-constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
+constexpr char const * defaultSocket = "/run/ratemon/control.sock";
 constexpr char const * defaultState = "/var/lib/ratemon";
 
 // The last is for a service manager: to start again would not help, somebody has to look at the store first.
 enum ExitStatus : int { stopped = 0, failed = 1, usage = 2, unusableStore = 3 };
 
 struct Arguments {
-   Host::Agent::Options options{ "", defaultState, Plugin::besideProgram( "RateMonPlugin.so" ), defaultSocket, "", "" };
+   Host::Agent::Options options{ "", defaultState, Plugin::besideProgram( "RateMonPlugin.so" ), defaultSocket, "", "",
+                                 "" };
    bool checkOnly = false;
    bool release = false;
    bool all = false;
@@ -33,9 +34,24 @@ struct Arguments {
    std::vector<std::string> names;
 };
 
-// Named after the socket, because no two agents share one.
-std::string traceBeside( std::string const & socket ) {
-   return std::filesystem::path( socket ).replace_extension( ".trace" ).string();
+// Named after the socket, because no two agents share one; the usual name says nothing about whose it is.
+std::string traceBeside( std::filesystem::path const & socket ) {
+   auto const named = socket.filename() == "control.sock" ? socket.parent_path() / "maintd" : socket;
+   return std::filesystem::path( named ).replace_extension( ".trace" ).string();
+}
+
+std::string readSocketBeside( std::filesystem::path const & socket ) {
+   return ( socket.parent_path() / "read.sock" ).string();
+}
+
+// Everyone is to reach the socket for everyone, whatever the process's mask is. Only where the directory is ours: one
+// that is there already is as somebody wants it.
+void makeDirectoryOf( std::filesystem::path const & socket ) {
+   namespace fs = std::filesystem;
+   std::error_code ignored;  // a directory that cannot be made shows when the socket is bound
+   fs::path const directory = socket.parent_path();
+   if( !directory.empty() && fs::create_directories( directory, ignored ) )
+      fs::permissions( directory, fs::perms( 0755 ), ignored );
 }
 
 std::string counted( std::size_t count, char const * what ) {
@@ -60,7 +76,8 @@ int serve( Service::Config::Config const & config, Host::Agent::Options const & 
    try {
       agent = std::make_unique<Host::Agent>( options, standardError );
       agent->start( config );
-      std::cerr << "maintd: " << counted( config.units.size(), "unit" ) << ", serving at " << options.socket << "\n";
+      std::cerr << "maintd: " << counted( config.units.size(), "unit" ) << ", serving at " << options.socket
+                << ( options.readSocket.empty() ? "" : " and, for everyone, " ) << options.readSocket << "\n";
       agent->run();
       std::cerr << "maintd: stopping\n";
       return stopped;
@@ -114,13 +131,18 @@ void addOptions( CLI::App & app, Arguments & arguments ) {
    app.add_option( "--state", options.stateDirectory,
                    "directory for what outlives maintd: units under way, held links" )
       ->capture_default_str();
-   app.add_option( "--socket", options.socket, "unix socket of the API" )->capture_default_str();
+   app.add_option( "--socket", options.socket, "unix socket of the API, for its group (mode 0660)" )
+      ->capture_default_str();
+   app.add_option( "--read-socket", options.readSocket,
+                   "unix socket for everyone (mode 0666), which answers GET only; \"\" for none (default: read.sock "
+                   "beside the other)" );
    app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
    app.add_option( "--counter-table", options.counterTable,
                    "shared file for the interface counters (default: private memory)" );
-   app.add_option( "--trace-file", options.traceFile,
-                   "the last messages, for maintctl trace; what is there is kept as FILE.1, FILE.2 and FILE.3; \"\" "
-                   "for none (default: maintd.trace beside the socket, or as the socket is named)" );
+   app.add_option(
+      "--trace-file", options.traceFile,
+      "the last messages, for maintctl trace; what is there is kept as FILE.1, FILE.2 and FILE.3; \"\" "
+      "for none (default: maintd.trace beside the socket control.sock, and as any other socket is named)" );
    app.add_flag( "--check", arguments.checkOnly,
                  "only say whether the configuration holds, and what is odd about it on this box as it is now" );
    app.add_flag( "--release", arguments.release,
@@ -142,9 +164,8 @@ int run( Arguments & arguments ) {
       return usage;
    }
    if( arguments.checkOnly ) return check( arguments.options.configFile, config );
-   auto const directory = std::filesystem::path( arguments.options.socket ).parent_path();
-   std::error_code ignored;  // a directory that cannot be made shows when the socket is bound
-   if( !directory.empty() ) std::filesystem::create_directories( directory, ignored );
+   makeDirectoryOf( arguments.options.socket );
+   if( !arguments.options.readSocket.empty() ) makeDirectoryOf( arguments.options.readSocket );
    return serve( config, arguments.options );
 }
 
@@ -163,7 +184,13 @@ int main( int argc, char ** argv ) {
       // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.
       return app.exit( error ) == 0 ? stopped : usage;
    }
-   // What counts is whether the option was given, not whether its text is empty: "" stands for no trace.
-   if( app.count( "--trace-file" ) == 0 ) arguments.options.traceFile = traceBeside( arguments.options.socket );
+   // What counts is whether the option was given, not whether its text is empty: "" stands for none.
+   auto & options = arguments.options;
+   if( app.count( "--trace-file" ) == 0 ) options.traceFile = traceBeside( options.socket );
+   if( app.count( "--read-socket" ) == 0 ) options.readSocket = readSocketBeside( options.socket );
+   if( options.readSocket == options.socket ) {
+      std::cerr << "maintd: --socket and --read-socket are the same: " << options.socket << "\n";
+      return usage;
+   }
    return run( arguments );
 }

@@ -76,9 +76,20 @@ HttpAnswer refusal( std::string const & what, std::vector<std::string> const & w
    for( std::string const & reason : why ) text += ( &reason == &why.front() ? ": " : "; " ) + reason;
    Kel::Value::List reasons;
    for( std::string const & reason : why ) reasons.push_back( value( reason ) );
-   return json( value( Kel::Value::Object{ { "error", value( text ) },
-                                           { "why", Kel::Value( Kel::Value::Content( std::move( reasons ) ) ) } } ),
-                409 );
+   auto answer =
+      json( value( Kel::Value::Object{ { "error", value( text ) },
+                                       { "why", Kel::Value( Kel::Value::Content( std::move( reasons ) ) ) } } ),
+            409 );
+   answer.outcome = Kel::toJson( std::string_view( text ) );
+   return answer;
+}
+
+// Of a request that was carried out, or would be.
+HttpAnswer done( Service::RequestAnswer const & told ) {
+   auto answer = json( value( told ) );
+   answer.outcome = told.result.str();
+   if( told.generation ) answer.outcome += ", generation " + std::to_string( *told.generation );
+   return answer;
 }
 
 }  // namespace
@@ -213,8 +224,11 @@ HttpAnswer Api::kept( Change const & change ) {
    if( answer.status != 200 ) return answer;
    // What the turn changes is written at its end.
    answer.afterTurn = [this]( HttpAnswer & given ) {
-      if( std::string const trouble = storeTrouble_(); !trouble.empty() )
-         given = httpError( 500, "the request is in force, but not on disk: " + trouble );
+      std::string const trouble = storeTrouble_();
+      if( trouble.empty() ) return;
+      std::string const outcome = given.outcome;
+      given = httpError( 500, "the request is in force, but not on disk: " + trouble );
+      given.outcome = outcome + ", " + given.outcome;
    };
    return answer;
 }
@@ -245,7 +259,7 @@ HttpAnswer Api::enter( Asked const & asked ) {
          told.result = Service::Text( "wouldStart" );
          told.generation.reset();
       }
-      return json( value( told ) );
+      return done( told );
    };
    return query->dryRun ? carryOut() : kept( carryOut );
 }
@@ -257,7 +271,7 @@ HttpAnswer Api::exit( Asked const & asked ) {
       if( answer.outcome == UnitService::Outcome::unknownUnit ) return noUnit( unit );
       if( answer.outcome == UnitService::Outcome::refused )
          return refusal( "unit \"" + unit + "\" is not taken out of maintenance", answer.why );
-      return json( value( Service::Views::request( "exit", unit, answer ) ) );
+      return done( Service::Views::request( "exit", unit, answer ) );
    } );
 }
 
@@ -265,7 +279,9 @@ HttpAnswer Api::reload() {
    return kept( [&] {
       auto const why = reload_();
       if( !why.empty() ) return refusal( "the configuration was not reloaded, and the one before stays in force", why );
-      return json( value( Kel::Value::Object{ { "result", value( "reloaded" ) } } ) );
+      auto answer = json( value( Kel::Value::Object{ { "result", value( "reloaded" ) } } ) );
+      answer.outcome = "reloaded";
+      return answer;
    } );
 }
 

@@ -24,16 +24,25 @@ std::string dateText( std::time_t time ) {
 }  // namespace
 
 HttpAnswer httpError( unsigned status, std::string text ) {
+   std::string const outcome = Kel::toJson( std::string_view( text ) );
    Kel::Value const body = Kel::value( Kel::Value::Object{ { "error", Kel::value( std::move( text ) ) } } );
-   return { status, Kel::toJson( body ) + "\n" };
+   return { .status = status, .body = Kel::toJson( body ) + "\n", .outcome = outcome };
 }
 
-std::string httpHead( HttpAnswer const & answer, bool keepAlive, std::time_t now ) {
+HttpAnswer httpLines( std::shared_ptr<HttpStream> stream ) {
+   return { .body = "", .contentType = streamType, .stream = std::move( stream ) };
+}
+
+std::string httpHead( HttpAnswer const & answer, bool keepAlive, std::time_t now, bool chunks ) {
    http::response<http::empty_body> message( http::int_to_status( answer.status ), 11 );
    message.set( http::field::date, dateText( now ) );
    if( !answer.allow.empty() ) message.set( http::field::allow, answer.allow );
-   if( !answer.body.empty() ) message.set( http::field::content_type, answer.contentType );
-   message.content_length( answer.body.size() );
+   if( !answer.body.empty() || answer.stream ) message.set( http::field::content_type, answer.contentType );
+   if( !answer.stream ) {
+      message.content_length( answer.body.size() );
+   } else if( chunks ) {
+      message.chunked( true );
+   }
    // Said either way: a client of HTTP/1.0 takes silence for the end.
    message.set( http::field::connection, keepAlive ? "keep-alive" : "close" );
    std::ostringstream text;

@@ -23,6 +23,8 @@ struct HttpAnswer {
    std::string allow = {};  // which methods the target has, comma-separated; for status 405 and OPTIONS
    // Called when the turn of the request is over, and with it whatever follows at its end; may change the answer.
    std::function<void( HttpAnswer & )> afterTurn = {};
+   // What came of a change, for the log; one line, of which nothing is a client's own words unescaped.
+   std::string outcome = {};
    // What follows behind the body, piece by piece; null: nothing does, and the body is all.
    std::shared_ptr<HttpStream> stream = {};
 };
@@ -32,7 +34,12 @@ using HttpHandler = std::function<HttpAnswer( HttpRequest const & )>;
 // { "error": text }
 [[nodiscard]] HttpAnswer httpError( unsigned status, std::string text );
 
+// The answer that is nothing but a stream.
+[[nodiscard]] HttpAnswer httpLines( std::shared_ptr<HttpStream> stream );
+
 // The head of the message that carries the answer, dated `now` (s, Unix time), up to the empty line behind it.
-[[nodiscard]] std::string httpHead( HttpAnswer const & answer, bool keepAlive, std::time_t now );
+// `chunks`: of an answer that goes on, whether the client takes it in chunks; one of HTTP/1.0 gets it as it is, until
+// the connection ends.
+[[nodiscard]] std::string httpHead( HttpAnswer const & answer, bool keepAlive, std::time_t now, bool chunks = true );
 
 }  // namespace Host

@@ -7,8 +7,8 @@
 #include <boost/asio/write.hpp>
 #include <iostream>
 
+#include "api/Guarded.h"
 #include "brisklog/Brisklog.h"
-#include "kel/Exception.h"
 
 namespace Host {
 
@@ -20,34 +20,32 @@ namespace {
 constexpr std::size_t partingBytes = 1024 * 1024;
 
 // Who connected, as the kernel noted it then (SO_PEERCRED in unix(7)).
-std::string userOf( HttpConnection::Socket & socket ) {
+struct Peer {
+   std::string name = "unknown";
+   std::string uid = "unknown";
+};
+
+Peer peerOf( HttpConnection::Socket & socket ) {
    ucred peer{};
    socklen_t length = sizeof peer;
-   if( ::getsockopt( socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &length ) != 0 ) return "unknown";
+   if( ::getsockopt( socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &length ) != 0 ) return {};
+   std::string const uid = std::to_string( peer.uid );
    passwd const * const entry = ::getpwuid( peer.uid );
-   return entry ? entry->pw_name : std::to_string( peer.uid );
+   return { entry ? entry->pw_name : uid, uid };
 }
 
-HttpAnswer failure( HttpRequest const & request, char const * what ) {
+void tellChange( Peer const & peer, HttpRequest const & request, HttpAnswer const & answer ) {
+   std::string const text = peer.name + " (uid " + peer.uid + "): " + request.method + " " + request.target + ": " +
+                            std::to_string( answer.status ) + ( answer.outcome.empty() ? "" : ", " ) + answer.outcome;
+   BRISKLOG( 3, "{}", text );
+   std::cerr << "maintd: " << text << "\n";
+}
+
+HttpAnswer failure( HttpRequest const & request, std::string const & what ) {
    std::string const text = request.method + " " + request.target + " failed: " + what;
    BRISKLOG( 1, "{}", text );
    std::cerr << "maintd: " << text << "\n";
    return httpError( 500, text );
-}
-
-// What `step` throws costs the request its answer. Our own broken invariants pass: the state behind them must not be
-// served on.
-template<class Step>
-void guarded( HttpRequest const & request, HttpAnswer & answer, Step const & step ) {
-   try {
-      step();
-   } catch( Kel::InternalException const & ) {
-      throw;
-   } catch( Kel::RangeError const & ) {
-      throw;
-   } catch( std::exception const & error ) {
-      answer = failure( request, error.what() );
-   }
 }
 
 }  // namespace
@@ -61,6 +59,7 @@ HttpConnection::HttpConnection( Socket socket, std::shared_ptr<Shared> shared, s
 }
 
 HttpConnection::~HttpConnection() {
+   nothingMoreToStream();
    shared_->unreadBytes -= body_.size();
    --( shared_.get()->*count_ );
 }
@@ -76,6 +75,8 @@ void HttpConnection::deadlineIs( std::chrono::milliseconds fromNow ) {
 }
 
 void HttpConnection::expire() {
+   // Set anew for each piece, so this may be the end of one that is sent by now.
+   if( stream_ && deadline_.expiry() > std::chrono::steady_clock::now() ) return;
    // What has just come about is not to be cancelled any more. It is for read() to see that nothing else may begin.
    expired_ = true;
    Error ignored;
@@ -132,23 +133,40 @@ void HttpConnection::answer() {
    bool const changes = request.method == "POST";
    if( !changes && shared_->unreadBytes > shared_->limits.unreadBytes )
       return send( httpError( 503, "too many answers wait for those who asked to read them; try again" ), false );
+   bool const onlyReads = request.method == "GET" || request.method == "OPTIONS";
+   if( !onlyReads && !shared_->changesAt.empty() )
+      return send( httpError( 403, "nothing is changed by this socket, which is for everyone; changes are taken at " +
+                                      shared_->changesAt ),
+                   reader_.keepAlive() );
    // Only where something changes: the user's name may come from a directory on the network, and a client that
    // follows an entry asks several times a second.
-   if( changes ) request.user = userOf( socket_ );
-   send( answered( request ), reader_.keepAlive() );
+   Peer const peer = changes ? peerOf( socket_ ) : Peer{ "", "" };
+   request.user = peer.name;
+   HttpAnswer answer = answered( request );
+   if( changes ) tellChange( peer, request, answer );
+   if( answer.stream && shared_->streams >= shared_->limits.streams )
+      answer = httpError( 503, "maintd serves " + std::to_string( shared_->streams ) +
+                                  " streams already; try again when one has ended" );
+   send( std::move( answer ), reader_.keepAlive() );
 }
 
 HttpAnswer HttpConnection::answered( HttpRequest const & request ) const {
    HttpAnswer answer;
    // In a turn, so that the answer shows one moment, and what the request caused follows at once. Nothing but the
    // request's own part of it is guarded.
-   shared_->loop.turn( [&] { guarded( request, answer, [&] { answer = shared_->handler( request ); } ); } );
-   if( auto const afterTurn = std::move( answer.afterTurn ) ) guarded( request, answer, [&] { afterTurn( answer ); } );
+   auto const orFailure = [&]( std::optional<std::string> const & why ) {
+      if( why ) answer = failure( request, *why );
+   };
+   shared_->loop.turn( [&] { orFailure( guarded( [&] { answer = shared_->handler( request ); } ) ); } );
+   if( auto const afterTurn = std::move( answer.afterTurn ) ) orFailure( guarded( [&] { afterTurn( answer ); } ) );
    return answer;
 }
 
 void HttpConnection::send( HttpAnswer answer, bool keepAlive ) {
-   head_ = httpHead( answer, keepAlive, std::time( nullptr ) );
+   // Nobody knows how a stream ends.
+   keepAlive = keepAlive && !answer.stream;
+   head_ = httpHead( answer, keepAlive, std::time( nullptr ), reader_.takesChunks() );
+   if( answer.stream && !reader_.headOnly() ) return stream( std::move( answer ) );
    body_ = reader_.headOnly() ? std::string() : std::move( answer.body );
    shared_->unreadBytes += body_.size();
    deadlineIs( shared_->limits.answer );

@@ -38,9 +38,9 @@ void cutOff( int socket, HttpAnswer const & answer ) {
 
 }  // namespace
 
-HttpServer::HttpServer( AsioLoop & loop, std::string path, HttpHandler handler, Limits const & limits )
-   : listening_( loop.io(), std::move( path ) ),
-     shared_( new Shared{ loop, std::move( handler ), limits } ),
+HttpServer::HttpServer( AsioLoop & loop, Place place, HttpHandler handler, Limits const & limits )
+   : listening_( loop.io(), std::move( place.path ), place.mode ),
+     shared_( new Shared{ loop, std::move( handler ), limits, std::move( place.changesAt ) } ),
      pause_( loop.io() ),
      reserve_( newReserve() ) {
    accept();
@@ -48,6 +48,22 @@ HttpServer::HttpServer( AsioLoop & loop, std::string path, HttpHandler handler, 
 
 HttpServer::~HttpServer() {
    if( reserve_ >= 0 ) ::close( reserve_ );
+}
+
+void HttpServer::stop( std::function<void()> done ) {
+   listening_.acceptor().close();
+   pause_.cancel();
+   if( shared_->streaming.empty() ) return done();
+   shared_->allSent = std::move( done );
+   // Each may leave while it is told.
+   auto const streaming = shared_->streaming;
+   for( HttpConnection * const connection : streaming ) connection->stopStream();
+}
+
+void HttpServer::dropStreams() {
+   shared_->allSent = {};
+   auto const streaming = shared_->streaming;
+   for( HttpConnection * const connection : streaming ) connection->leaveStream();
 }
 
 void HttpServer::accept() {

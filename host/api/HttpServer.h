@@ -8,10 +8,16 @@
 // 64 together take at most
 //
 //    16 MB while requests are read: 8 KB of bytes each, and the fields that they may be made of,
-//    32 MB of answers that wait to be read, and one answer more, however large that is.
+//    32 MB of answers that wait to be read, and one answer more, however large that is,
+//
+// and the 128 streams beside them 32 KB each. What a server's clients take they take from each other only: a crowd at
+// the socket for everyone keeps nobody from the one that takes changes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <boost/asio/steady_timer.hpp>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -24,13 +30,23 @@ namespace Host {
 class HttpServer {
  public:
    using Limits = HttpConnection::Limits;
+   struct Place {
+      std::string path;
+      mode_t mode = 0660;
+      std::string changesAt = {};  // the path at which changes are taken; empty: this one
+   };
 
-   // Throws std::runtime_error when `path` is in use, or is not ours to replace, or cannot be bound.
-   HttpServer( AsioLoop & loop, std::string path, HttpHandler handler ) : HttpServer( loop, path, handler, Limits() ) {}
-   HttpServer( AsioLoop & loop, std::string path, HttpHandler handler, Limits const & limits );
+   // Throws std::runtime_error when the path is in use, or is not ours to replace, or cannot be bound.
+   HttpServer( AsioLoop & loop, Place place, HttpHandler handler ) : HttpServer( loop, place, handler, Limits() ) {}
+   HttpServer( AsioLoop & loop, Place place, HttpHandler handler, Limits const & limits );
    HttpServer( HttpServer const & ) = delete;
    HttpServer & operator=( HttpServer const & ) = delete;
    ~HttpServer();
+
+   // Takes no connections any more and has each stream end, with what it has to say last; then calls `done`, once.
+   void stop( std::function<void()> done );
+   // Lets go of all streams: what they read from is about to go.
+   void dropStreams();
 
  private:
    using Socket = HttpConnection::Socket;

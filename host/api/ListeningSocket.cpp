@@ -68,24 +68,24 @@ void removeDeadSocket( asio::io_context & io, std::string const & path, Protocol
    if( ::unlink( path.c_str() ) != 0 && errno != ENOENT ) fail( path, "removing the old socket: " + reason( errno ) );
 }
 
-// While it lives, files are made with mode 0660 at most. By the mask, so that the socket is so from the first moment:
+// While it lives, files are made with that mode at most. By the mask, so that the socket is so from the first moment:
 // with chmod() afterwards, whoever the inherited mask lets in could connect in between.
-class GroupMask {
+class ModeMask {
  public:
-   GroupMask() : before_( ::umask( 0117 ) ) {}
-   GroupMask( GroupMask const & ) = delete;
-   GroupMask & operator=( GroupMask const & ) = delete;
-   ~GroupMask() { ::umask( before_ ); }
+   explicit ModeMask( mode_t mode ) : before_( ::umask( 0777 & ~mode ) ) {}
+   ModeMask( ModeMask const & ) = delete;
+   ModeMask & operator=( ModeMask const & ) = delete;
+   ~ModeMask() { ::umask( before_ ); }
 
  private:
    mode_t const before_;
 };
 
-Protocol::acceptor listening( asio::io_context & io, std::string const & path ) {
+Protocol::acceptor listening( asio::io_context & io, std::string const & path, mode_t mode ) {
    try {
       Protocol::endpoint const endpoint( path );
       removeDeadSocket( io, path, endpoint );
-      GroupMask const mask;
+      ModeMask const mask( mode );
       return { io, endpoint };
    } catch( boost::system::system_error const & error ) {
       fail( path, error.code().message() );
@@ -94,8 +94,8 @@ Protocol::acceptor listening( asio::io_context & io, std::string const & path ) 
 
 }  // namespace
 
-ListeningSocket::ListeningSocket( asio::io_context & io, std::string path )
-   : path_( std::move( path ) ), acceptor_( listening( io, path_ ) ) {
+ListeningSocket::ListeningSocket( asio::io_context & io, std::string path, mode_t mode )
+   : path_( std::move( path ) ), acceptor_( listening( io, path_, mode ) ) {
    acceptor_.non_blocking( true );
    if( auto const file = fileAt( path_ ) ) {
       device_ = file->st_dev;

@@ -21,7 +21,7 @@ void RequestReader::begin() {
    parser_->header_limit( headMax );
    parser_->body_limit( bodyMax );
    headBytes_ = 0;
-   lineSeen_ = headSeen_ = continueDue_ = headOnly_ = keepAlive_ = false;
+   lineSeen_ = headSeen_ = continueDue_ = headOnly_ = keepAlive_ = takesChunks_ = false;
    state_ = State::idle;
 }
 
@@ -115,6 +115,7 @@ void RequestReader::checkHead() {
    auto const & head = parser_->get();
    headOnly_ = head.method() == http::verb::head;
    keepAlive_ = head.keep_alive();
+   takesChunks_ = head.version() >= 11;
    request_ = { headOnly_ ? "GET" : std::string( head.method_string() ), "", "" };
    if( head.method() == http::verb::unknown || head.method() == http::verb::connect ) {
       refuse( 501, "there is no method " + request_.method + " here" );

@@ -39,6 +39,8 @@ class RequestReader {
    // Whether only the head of the answer is asked for.
    [[nodiscard]] bool headOnly() const { return headOnly_; }
    [[nodiscard]] bool keepAlive() const { return state_ == State::complete && keepAlive_; }
+   // Whether the client understands an answer in chunks; one of HTTP/1.0 does not.
+   [[nodiscard]] bool takesChunks() const { return takesChunks_; }
    // Whether the client waits for leave to send the body (RFC 9110, section 10.1.1); true once.
    [[nodiscard]] bool takeContinue() { return std::exchange( continueDue_, false ); }
 
@@ -98,6 +100,7 @@ class RequestReader {
    bool continueDue_ = false;
    bool headOnly_ = false;
    bool keepAlive_ = false;
+   bool takesChunks_ = false;
    State state_ = State::idle;
    // Each is good for one message.
    std::optional<Parser> parser_;

@@ -1,19 +1,16 @@
 // The API's socket: who is at the other end of it, how many, and how slow.
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <boost/asio/write.hpp>
-#include <filesystem>
 #include <fstream>
 #include <vector>
 
 #include "AllDescriptors.h"
-#include "api/HttpServer.h"
+#include "HttpServerTest.h"
 #include "kel/Exception.h"
 
 namespace Host {
@@ -26,79 +23,6 @@ using ::testing::StartsWith;
 namespace fs = std::filesystem;
 
 std::string const get = "GET /a HTTP/1.1\r\nHost: x\r\n\r\n";
-
-class HttpServerTest : public ::testing::Test {
- protected:
-   HttpServerTest() {
-      fs::remove_all( directory_ );
-      fs::create_directory( directory_ );
-      limits_.idle = limits_.request = limits_.answer = limits_.parting = milliseconds( 5000 );
-   }
-   ~HttpServerTest() override { fs::remove_all( directory_ ); }
-
-   std::unique_ptr<HttpServer> server() {
-      return std::make_unique<HttpServer>(
-         loop_, path_, [this]( HttpRequest const & request ) { return handler_( request ); }, limits_ );
-   }
-   Protocol::socket connected() {
-      Protocol::socket client( loop_.io() );
-      client.connect( Protocol::endpoint( path_ ) );
-      client.non_blocking( true );
-      return client;
-   }
-   // A client that has sent this.
-   Protocol::socket asking( std::string const & text ) {
-      auto client = connected();
-      boost::asio::write( client, boost::asio::buffer( text ) );
-      return client;
-   }
-   // Lets the loop run until `done`, for ten seconds at most.
-   template<class Done>
-   bool runUntil( Done const & done ) {
-      auto const end = std::chrono::steady_clock::now() + std::chrono::seconds( 10 );
-      while( !done() ) {
-         if( std::chrono::steady_clock::now() > end ) return false;
-         loop_.io().run_one_for( milliseconds( 10 ) );
-         loop_.io().restart();
-      }
-      return true;
-   }
-   // Reads what is there; true when the server has closed its end.
-   static bool drained( Protocol::socket & client, std::string & text ) {
-      char piece[4096];
-      boost::system::error_code error;
-      while( std::size_t const bytes = client.read_some( boost::asio::buffer( piece ), error ) ) {
-         text.append( piece, bytes );
-      }
-      return error && error != boost::asio::error::would_block;
-   }
-   // The same without reading.
-   static bool givenUp( Protocol::socket & client ) {
-      pollfd end{ .fd = client.native_handle(), .events = POLLRDHUP, .revents = 0 };
-      return ::poll( &end, 1, 0 ) > 0;
-   }
-   // All that the server says until it closes.
-   std::string said( Protocol::socket & client ) {
-      std::string text;
-      EXPECT_TRUE( runUntil( [&] { return drained( client, text ); } ) ) << text;
-      return text;
-   }
-   std::string refused() {
-      try {
-         server();
-      } catch( std::runtime_error const & error ) {
-         return error.what();
-      }
-      return "";
-   }
-
-   Kel::ActivityLoop activityLoop_{ Kel::Ptr<Kel::Clock>( new Kel::RealClock ) };
-   AsioLoop loop_{ activityLoop_ };
-   std::string const directory_ = "/tmp/ratemon-server-test-" + std::to_string( ::getpid() );
-   std::string const path_ = directory_ + "/socket";
-   HttpServer::Limits limits_;
-   HttpHandler handler_ = []( HttpRequest const & ) { return HttpAnswer(); };
-};
 
 // Asked for only where something changes, as the name may come from far away.
 TEST_F( HttpServerTest, saysWhoAsksForAChange ) {
