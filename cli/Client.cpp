@@ -212,15 +212,15 @@ Client Client::until( std::optional<Clock::time_point> deadline ) const {
 }
 
 Answer Client::get( Target const & target, Shape const & asked ) const {
-   return exchange( socketPath_, http::verb::get, target, { .shape = &asked }, ordinary, deadline_ );
+   return exchange( readPath_, http::verb::get, target, { .shape = &asked }, ordinary, deadline_ );
 }
 
 Answer Client::post( Target const & target, Shape const & asked ) const {
-   return exchange( socketPath_, http::verb::post, target, { .shape = &asked }, ordinary, deadline_ );
+   return exchange( controlPath_, http::verb::post, target, { .shape = &asked }, ordinary, deadline_ );
 }
 
 Answer Client::getLarge( Target const & target, std::string_view mediaType ) const {
-   return exchange( socketPath_, http::verb::get, target, { .mediaType = mediaType }, large, deadline_ );
+   return exchange( readPath_, http::verb::get, target, { .mediaType = mediaType }, large, deadline_ );
 }
 
 LineStream Client::lines( Target const & target ) const {

@@ -54,9 +54,14 @@ class LineStream;
 
 class Client {
  public:
-   explicit Client( std::string socketPath ) : socketPath_( std::move( socketPath ) ) {}
+   // One socket for everything.
+   explicit Client( std::string socketPath ) : Client( socketPath, socketPath ) {}
+   // One for what changes something, and one for what only reads.
+   Client( std::string controlPath, std::string readPath )
+      : controlPath_( std::move( controlPath ) ), readPath_( std::move( readPath ) ) {}
 
-   [[nodiscard]] std::string const & socketPath() const { return socketPath_; }
+   [[nodiscard]] std::string const & controlPath() const { return controlPath_; }
+   [[nodiscard]] std::string const & readPath() const { return readPath_; }
    // One whose requests end at that time, too, if it comes before theirs; none: only at theirs.
    [[nodiscard]] Client until( std::optional<Clock::time_point> deadline ) const;
 
@@ -69,7 +74,8 @@ class Client {
    [[nodiscard]] LineStream lines( Target const & target ) const;
 
  private:
-   std::string socketPath_;
+   std::string controlPath_;
+   std::string readPath_;
    std::optional<Clock::time_point> deadline_;
 };
 

@@ -106,14 +106,15 @@ void printNews( Follower::News const & news, bool json ) {
 }
 
 // The default of maintd's --trace-file.
-std::string traceBeside( std::string const & socket ) {
-   return std::filesystem::path( socket ).replace_extension( ".trace" ).string();
+std::string traceBeside( std::filesystem::path const & socket ) {
+   auto const named = socket.filename() == "control.sock" ? socket.parent_path() / "maintd" : socket;
+   return std::filesystem::path( named ).replace_extension( ".trace" ).string();
 }
 
 }  // namespace
 
 int trace( Client const & client, TraceOptions const & options ) {
-   std::string const file = options.file.empty() ? traceBeside( client.socketPath() ) : options.file;
+   std::string const file = options.file.empty() ? traceBeside( client.controlPath() ) : options.file;
    Follower follower( file );
    if( options.follow ) followOn( follower, file, options.json );
    auto const news = follower.next();

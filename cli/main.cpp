@@ -18,17 +18,18 @@ namespace {
 
 using Cli::Client;
 
-constexpr char const * defaultSocket = "/run/ratemon/maintd.sock";
+constexpr char const * defaultControlSocket = "/run/ratemon/control.sock";
+constexpr char const * defaultReadSocket = "/run/ratemon/read.sock";
 
 std::string socketFromEnvironment() {
    char const * const path = std::getenv( "MAINTD_SOCKET" );
    // An empty variable counts as one that is not set.
-   return path && *path ? path : defaultSocket;
+   return path ? path : "";
 }
 
 // Of all commands together: only one is given.
 struct Arguments {
-   std::string socket = socketFromEnvironment();
+   std::string socket = socketFromEnvironment();  // for everything; empty: the usual two
    Cli::Options options;
    std::string unit;
    std::string interface;
@@ -126,10 +127,10 @@ void recordPath( CLI::App & command, Arguments & a ) {
 }
 
 void tracing( CLI::App & command, Arguments & a ) {
-   CLI::Option * const file =
-      command.add_option( "--file", a.trace.file,
-                          "the trace's file (default: maintd.trace beside the socket, or as the socket is named); "
-                          "the run before is in FILE.1, older ones in FILE.2 and FILE.3" );
+   CLI::Option * const file = command.add_option(
+      "--file", a.trace.file,
+      "the trace's file (default: maintd.trace beside control.sock, and as any other socket is named); "
+      "the run before is in FILE.1, older ones in FILE.2 and FILE.3" );
    CLI::Option * const follow =
       command.add_flag( "--follow", a.trace.follow, "go on with what comes, also across restarts of maintd" );
    command
@@ -204,7 +205,8 @@ Command const commands[] = {
 };
 
 int runCommand( Command const & command, Arguments const & arguments ) {
-   Client const client( arguments.socket );
+   bool const usual = arguments.socket.empty();
+   Client const client = usual ? Client( defaultControlSocket, defaultReadSocket ) : Client( arguments.socket );
    try {
       return command.run( client, arguments );
    } catch( Cli::NotReached const & error ) {
@@ -212,7 +214,7 @@ int runCommand( Command const & command, Arguments const & arguments ) {
       if( !error.advice().empty() ) std::cerr << error.advice() << "\n";
       return Cli::notReached;
    } catch( Cli::WrongAnswer const & error ) {
-      return Cli::complain( "what answers at " + arguments.socket +
+      return Cli::complain( "what answers at " + ( usual ? client.readPath() : arguments.socket ) +
                                " is no maintd, or one of another version: in its answer, " + error.what(),
                             Cli::notReached );
    } catch( Cli::DeadlinePassed const & error ) {
@@ -226,7 +228,10 @@ int run( int argc, char ** argv ) {
    // Exactly one, which is why they can share their arguments.
    app.require_subcommand( 1 );
    Arguments arguments;
-   app.add_option( "--socket", arguments.socket, "unix socket of maintd (also MAINTD_SOCKET)" )->capture_default_str();
+   app.add_option( "--socket", arguments.socket,
+                   std::string( "unix socket of maintd for everything (also MAINTD_SOCKET; default: " ) +
+                      defaultReadSocket + " for what only reads, " + defaultControlSocket + " for the rest)" )
+      ->check( emptyFault );
    std::map<CLI::App const *, Command const *> declared;
    for( Command const & command : commands ) {
       CLI::App * const sub = app.add_subcommand( command.name, command.what );
