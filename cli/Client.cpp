@@ -225,7 +225,7 @@ Answer Client::getLarge( Target const & target, std::string_view mediaType ) con
 
 LineStream Client::lines( Target const & target ) const {
    auto const end = Clock::now() + ordinary.silence;
-   return LineStream( socketPath_, target, deadline_ ? std::min( end, *deadline_ ) : end );
+   return LineStream( readPath_, target, deadline_ ? std::min( end, *deadline_ ) : end );
 }
 
 }  // namespace Cli
