@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "errdisable/ErrdisableLib.h"
+#include "events/SequenceNumbers.h"
 #include "evidence/Windows.h"
 #include "kel/Dir.h"
 #include "links/HeldLinks.h"
@@ -34,9 +35,13 @@ constexpr std::string_view firstCell = "cell/0/";
 constexpr char const * typeMember = "@type";
 
 std::vector<std::string> mountedPaths() {
-   std::vector<std::string> paths = { std::string( Path::unitStatus ),       std::string( Path::monIntfStatus ),
-                                      std::string( Path::errdisableCauses ), std::string( Path::errdisableCauseGroups ),
-                                      std::string( Path::windows ),          Service::heldLinksPath };
+   std::vector<std::string> paths = { std::string( Path::unitStatus ),
+                                      std::string( Path::monIntfStatus ),
+                                      std::string( Path::errdisableCauses ),
+                                      std::string( Path::errdisableCauseGroups ),
+                                      std::string( Path::windows ),
+                                      Service::heldLinksPath,
+                                      Service::sequencePath };
    for( auto const stageClass : { Maintenance::enterStageClass, Maintenance::exitStageClass } ) {
       paths.push_back( Path::stageProgress( stageClass ) );
       paths.push_back( Path::stageCompletion( stageClass ) );
@@ -150,6 +155,7 @@ void insert( Place const & place, Value::Object object ) {
 std::vector<std::string> kept( Dovra::EntityManager & database ) {
    static_cast<void>( Evidence::windowDir( database ) );
    static_cast<void>( Service::heldLinkDir( database ) );
+   static_cast<void>( Service::sequenceDir( database ) );
    return mountedPaths();
 }
 
