@@ -24,6 +24,9 @@ constexpr uint64_t traceBytes = 4 * 1024 * 1024;
 // A link that could not be switched, or that waits for the store, is tried again as often as this.
 constexpr std::chrono::seconds retryInterval( 10 );
 
+// More than a turn of a thousand interfaces tells.
+constexpr uint64_t numbersAtATime = 10'000;
+
 // So long may clients take to read the last line of their streams.
 constexpr std::chrono::seconds lastWordsTime( 1 );
 
@@ -106,6 +109,7 @@ Agent::Agent( Options options, StandardError & standardError )
                            [this]( HttpRequest const & request ) { return api_->answer( request ); } );
    // Not before the socket is ours: this moves the files that are there.
    traceInto( options_.traceFile );
+   BRISKLOG( 3, "maintd starts: socket {}, store {}", options_.socket, store_.path() );
 }
 
 Agent::~Agent() {
@@ -156,7 +160,9 @@ void Agent::keepRecords() {
 
 // As soon as there are numbers for it.
 void Agent::beginHistory() {
-   events_ = std::make_shared<Service::EventLog>( nullptr, [this] { return wallClockOffset(); } );
+   numbers_.emplace( *box_.database(), "events", numbersAtATime );
+   events_ =
+      std::make_shared<Service::EventLog>( [this] { return numbers_->next(); }, [this] { return wallClockOffset(); } );
    eventsToLog_.emplace( *events_, logEvent );
    tell( EventKind::agent, Severity::notice, "started: socket " + options_.socket + ", store " + store_.path() );
 }

@@ -28,6 +28,7 @@
 #include "control/KernelLinks.h"
 #include "control/LinkGuard.h"
 #include "events/EventLog.h"
+#include "events/SequenceNumbers.h"
 #include "hooks/ProgramHooks.h"
 #include "links/LinkControl.h"
 #include "log/StandardError.h"
@@ -104,7 +105,8 @@ class Agent {
    boost::asio::signal_set ends_;
    boost::asio::steady_timer retry_;
    boost::asio::steady_timer lastWords_;
-   std::shared_ptr<Service::EventLog> events_;  // null until the store can be written
+   std::optional<Service::SequenceNumbers> numbers_;  // of events
+   std::shared_ptr<Service::EventLog> events_;        // null until the store can be written
    std::optional<Service::EventLog::Listener> eventsToLog_;
    HttpServer server_;
    std::optional<HttpServer> readServer_;
