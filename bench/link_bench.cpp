@@ -100,7 +100,7 @@ struct Box {
                    .counters = counters,
                    .links = records,
                    .hooks = hooks,
-                   .onEvent = {},
+                   .events = {},
                    .wallClockOffset = {} },
                  config ) {}
 

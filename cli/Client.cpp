@@ -8,6 +8,7 @@
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/parse.hpp>
 
+#include "LineStream.h"
 #include "Reach.h"
 #include "tables/Members.h"
 
@@ -220,6 +221,11 @@ Answer Client::post( Target const & target, Shape const & asked ) const {
 
 Answer Client::getLarge( Target const & target, std::string_view mediaType ) const {
    return exchange( readPath_, http::verb::get, target, { .mediaType = mediaType }, large, deadline_ );
+}
+
+LineStream Client::lines( Target const & target ) const {
+   auto const end = Clock::now() + ordinary.silence;
+   return LineStream( readPath_, target, deadline_ ? std::min( end, *deadline_ ) : end );
 }
 
 }  // namespace Cli

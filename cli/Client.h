@@ -50,6 +50,8 @@ struct Answer {
    [[nodiscard]] std::string error() const;
 };
 
+class LineStream;
+
 class Client {
  public:
    // One socket for everything.
@@ -68,6 +70,8 @@ class Client {
    [[nodiscard]] Answer post( Target const & target, Shape const & asked ) const;
    // Of any size that a box may need, only as it came. JSON has been seen to be JSON.
    [[nodiscard]] Answer getLarge( Target const & target, std::string_view mediaType ) const;
+   // An answer that goes on (LineStream.h).
+   [[nodiscard]] LineStream lines( Target const & target ) const;
 
  private:
    std::string controlPath_;

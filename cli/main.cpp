@@ -10,6 +10,7 @@
 #include <map>
 
 #include "Commands.h"
+#include "Events.h"
 #include "Output.h"
 #include "Trace.h"
 #include "tables/Members.h"
@@ -37,6 +38,7 @@ struct Arguments {
    Cli::ReportOptions report;
    Cli::ReleaseOptions release;
    Cli::TraceOptions trace;
+   Cli::EventsOptions events;
    std::string levels;  // empty: not given
 };
 
@@ -126,6 +128,14 @@ void recordPath( CLI::App & command, Arguments & a ) {
       ->check( emptyFault );
 }
 
+void following( CLI::App & command, Arguments & a ) {
+   command.add_option( "--after", a.events.after,
+                       "go on after the event with this number, as far as that is still known (default: from now on)" );
+   command.add_option( "--unit", a.events.unit, "only what concerns this unit, also by one of its interfaces" )
+      ->check( emptyFault );
+   command.add_flag( "--json", a.events.json, "print the lines as they come, JSON for programs" );
+}
+
 void tracing( CLI::App & command, Arguments & a ) {
    CLI::Option * const file = command.add_option(
       "--file", a.trace.file,
@@ -177,6 +187,10 @@ Command const commands[] = {
      "take a unit out of maintenance",
      []( auto const & client, auto const & a ) { return Cli::exit( client, a.options, a.unit ); },
      { json, unit, waiting } },
+   { "events",
+     "what happens, as it happens, until it is interrupted; also across restarts of maintd",
+     []( auto const & client, auto const & a ) { return Cli::events( client, a.events ); },
+     { following } },
    { "report",
      "what is kept of a unit's stay in maintenance",
      []( auto const & client, auto const & a ) { return Cli::report( client, a.report, a.unit ); },

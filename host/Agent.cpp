@@ -2,17 +2,19 @@
 
 #include <csignal>
 #include <ctime>
-#include <filesystem>
-#include <iostream>
 #include <utility>
 
 #include "ConfigFile.h"
 #include "Warnings.h"
 #include "brisklog/Brisklog.h"
 #include "claims/Boot.h"
+#include "log/SystemLog.h"
 #include "plugin/Loader.h"
 
 namespace Host {
+
+using Service::EventKind;
+using Service::Severity;
 
 namespace {
 
@@ -22,24 +24,11 @@ constexpr uint64_t traceBytes = 4 * 1024 * 1024;
 // A link that could not be switched, or that waits for the store, is tried again as often as this.
 constexpr std::chrono::seconds retryInterval( 10 );
 
+// More than a turn of a thousand interfaces tells.
+constexpr uint64_t numbersAtATime = 10'000;
+
 // So long may clients take to read the last line of their streams.
 constexpr std::chrono::seconds lastWordsTime( 1 );
-
-void tell( std::string const & what ) {
-   BRISKLOG( 3, "{}", what );
-   std::cerr << "maintd: " << what << "\n";
-}
-
-void tellTrouble( std::string const & what ) {
-   BRISKLOG( 1, "{}", what );
-   std::cerr << "maintd: " << what << "\n";
-}
-
-void tellEvent( Service::Event const & event ) { tell( "unit " + event.unit + ": " + event.kind + ": " + event.text ); }
-
-void tellLink( Lumo::IntfId intf, std::string const & text ) {
-   tell( "link " + std::string( intf.name() ) + ": " + text );
-}
 
 double wallTime() {
    timespec now{};
@@ -59,13 +48,18 @@ void traceInto( std::string const & file ) {
    try {
       Brisklog::ringIs( Brisklog::RingFile::create( file, traceBytes ) );
    } catch( Brisklog::RingError const & error ) {
-      tellTrouble( "no trace is kept in a file: " + std::string( error.what() ) );
+      logLine( Severity::warning, "no trace is kept in a file: " + std::string( error.what() ) );
    }
 }
 
 // What stands in the way of a new configuration: each problem of the file, and at last each objection of the service.
-std::vector<std::string> reloadFrom( std::string const & file, Service::MaintenanceService & service ) {
+std::vector<std::string> reloadFrom( std::string const & file, Service::MaintenanceService & service,
+                                     std::string const & requestedBy ) {
    Service::Config::Config config;
+   auto const refused = [&]( std::vector<std::string> const & why ) {
+      service.tellNotReloaded( why, requestedBy );
+      return why;
+   };
    // Only the reading may fail. Our own mistakes in what comes after it end the agent, as everywhere.
    try {
       config = readConfig( file );
@@ -74,11 +68,11 @@ std::vector<std::string> reloadFrom( std::string const & file, Service::Maintena
       for( auto const & [line, column, text] : error.problems() ) {
          why.push_back( file + ":" + std::to_string( line ) + ":" + std::to_string( column ) + ": " + text );
       }
-      return why;
+      return refused( why );
    } catch( std::runtime_error const & error ) {
-      return { error.what() };
+      return refused( { error.what() } );
    }
-   return service.reload( std::move( config ) );
+   return service.reload( std::move( config ), requestedBy );
 }
 
 }  // namespace
@@ -97,10 +91,16 @@ Agent::Agent( Options options, StandardError & standardError )
      lastWords_( loop_.io() ),
      // The handler is only called by run(), when start() has long made what answers.
      server_( loop_, { options_.socket }, [this]( HttpRequest const & request ) { return api_->answer( request ); } ),
-     box_( options_.counterTable, tellTrouble, [this]( Lumo::IntfId intf ) { handleLink( intf ); } ),
+     box_(
+        options_.counterTable,
+        [this]( std::string const & text, bool isTrouble ) {
+           tell( EventKind::trouble, isTrouble ? Severity::error : Severity::notice, text );
+        },
+        [this]( Lumo::IntfId intf ) { handleLink( intf ); } ),
      guard_( box_.linkMonitor().table() ),
      hooks_(
-        loop_, []( std::string const & hook, std::string const & line ) { tell( hook + ": " + line ); },
+        loop_,
+        []( std::string const & hook, std::string const & line ) { logLine( Severity::info, hook + ": " + line ); },
         [this] { return keeper_ && keeper_->keep(); } ),
      pluginDir_( new Kel::Dir( "plugins" ) ),
      pluginContext_( pluginDir_, box_.database(), box_.counters() ) {
@@ -115,6 +115,7 @@ Agent::Agent( Options options, StandardError & standardError )
 Agent::~Agent() {
    server_.dropStreams();
    if( readServer_ ) readServer_->dropStreams();
+   eventsToLog_.reset();
    // In this order: what changed last is kept, and then nothing that goes writes to the store or touches a link.
    if( keeper_ ) static_cast<void>( !keeper_->keep() );
    keeper_.reset();
@@ -130,19 +131,24 @@ Agent::~Agent() {
 void Agent::start( Service::Config::Config const & config ) {
    loop_.turn( [&] {
       keepRecords();
+      beginHistory();
       watchLinks();
       controlLinks( config );
       startService( config );
    } );
    startPlugin();
-   tellWarnings();
+   loop_.turn( [this] { tellWarnings(); } );
 }
 
 // First of all: everybody else is to find the records as they were left.
 void Agent::keepRecords() {
    keeper_.emplace( Keeper::Parts{ .database = box_.database(),
                                    .store = store_,
-                                   .tell = tellTrouble,
+                                   .tell =
+                                      [this]( std::string const & text ) {
+                                         bool const over = keeper_ && keeper_->trouble().empty();
+                                         tell( EventKind::trouble, over ? Severity::notice : Severity::error, text );
+                                      },
                                    .writable =
                                       [this] {
                                          if( control_ ) control_->retry();
@@ -150,6 +156,26 @@ void Agent::keepRecords() {
                                    .wallTime = wallTime,
                                    .boot = boot_,
                                    .clockShift = clock_->ahead() } );
+}
+
+// As soon as there are numbers for it.
+void Agent::beginHistory() {
+   numbers_.emplace( *box_.database(), "events", numbersAtATime );
+   events_ =
+      std::make_shared<Service::EventLog>( [this] { return numbers_->next(); }, [this] { return wallClockOffset(); } );
+   eventsToLog_.emplace( *events_, logEvent );
+   tell( EventKind::agent, Severity::notice, "started: socket " + options_.socket + ", store " + store_.path() );
+}
+
+void Agent::tell( EventKind kind, Severity severity, std::string const & text ) {
+   // At the very beginning, and at the end, there is nobody to read a history.
+   if( !eventsToLog_ ) return logLine( severity, text );
+   events_->tell( { .kind = kind, .text = text, .severity = severity } );
+}
+
+void Agent::tellHold( Lumo::IntfId intf, Severity severity, std::string const & text ) {
+   if( service_ ) return service_->tellHold( intf, severity, text );
+   events_->tell( { .kind = EventKind::hold, .text = text, .severity = severity, .interface = intf } );
 }
 
 void Agent::watchLinks() {
@@ -166,7 +192,7 @@ void Agent::controlLinks( Service::Config::Config const & config ) {
       .causes = box_.state().errdisableCauses,
       .links = kernelLinks_,
       .keep = [this] { return keeper_->keep(); },
-      .tell = tellLink,
+      .tell = [this]( auto const &... told ) { tellHold( told... ); },
       .preserveIpv6 = [this,
                        atFirst = config.preserveIpv6] { return service_ ? service_->config().preserveIpv6 : atFirst; },
       .boot = boot_,
@@ -184,13 +210,14 @@ void Agent::startService( Service::Config::Config const & config ) {
                                                         .counters = box_.counters(),
                                                         .links = box_.linkRecords(),
                                                         .hooks = hooks_,
-                                                        .onEvent = tellEvent,
+                                                        .events = events_,
                                                         .wallClockOffset = [this] { return wallClockOffset(); },
                                                         .neverShut = neverShut },
                      config );
    for( auto const & [intf, text] : std::exchange( notes_, {} ) ) service_->noteLink( intf, text );
    api_.emplace(
-      *box_.database(), *service_, pluginContext_, [this] { return reload(); },
+      *box_.database(), *service_, pluginContext_,
+      [this]( std::string const & requestedBy ) { return reload( requestedBy ); },
       [this]( auto const &... asked ) { return objections( asked... ); }, [this] { return storeTrouble(); } );
 }
 
@@ -219,6 +246,7 @@ void Agent::awaitEnd() {
 }
 
 void Agent::stopServing() {
+   loop_.turn( [this] { tell( EventKind::agent, Severity::notice, "stopping" ); } );
    ends_.async_wait( [this]( boost::system::error_code error, int ) {
       if( !error ) loop_.stop();
    } );
@@ -235,7 +263,7 @@ void Agent::stopServing() {
 void Agent::awaitReload() {
    hangUps_.async_wait( [this]( boost::system::error_code error, int ) {
       if( error ) return;
-      loop_.turn( [this] { reload(); } );
+      loop_.turn( [this] { reload( "SIGHUP" ); } );
       awaitReload();
    } );
 }
@@ -254,21 +282,18 @@ void Agent::handleLink( Lumo::IntfId intf ) {
    if( control_ ) control_->handleLink( intf );
 }
 
-std::vector<std::string> Agent::reload() {
-   auto why = reloadFrom( options_.configFile, *service_ );
-   for( std::string const & reason : why ) tellTrouble( "not reloaded: " + reason );
-   if( why.empty() ) {
-      tell( "reloaded " + options_.configFile );
-      tellWarnings();
-   }
+std::vector<std::string> Agent::reload( std::string const & requestedBy ) {
+   auto why = reloadFrom( options_.configFile, *service_, requestedBy );
+   if( why.empty() ) tellWarnings();
    return why;
 }
 
 void Agent::tellWarnings() {
+   auto const tellWarning = [this]( std::string const & text ) { tell( EventKind::config, Severity::warning, text ); };
    try {
-      for( std::string const & warning : warningsOf( *service_, box_ ) ) tellTrouble( "warning: " + warning );
+      for( std::string const & warning : warningsOf( *service_, box_ ) ) tellWarning( warning );
    } catch( Linux::NetlinkError const & error ) {
-      tellTrouble( std::string( "whether there is cause for warnings is not known: " ) + error.what() );
+      tellWarning( std::string( "whether there is cause for warnings is not known: " ) + error.what() );
    }
 }
 

@@ -10,12 +10,13 @@
 // Owns all of it, in the order in which it must come and go. The claim to the network namespace comes before anything
 // that a second agent must not touch, and the socket before the trace file, which it moves. Link control and store go
 // first, so that what the teardown of the others writes reaches neither: the death of the agent changes no link. Before
-// all of them go the streams, which read from the others. What
-// an operator should hear of goes to standard error and to the ring trace, a line each.
+// all of them go the streams, which read from the others. What an operator should hear of is told to one history of
+// events, from which the streams and the system log have it.
 #pragma once
 
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,6 +27,8 @@
 #include "claims/NamespaceLock.h"
 #include "control/KernelLinks.h"
 #include "control/LinkGuard.h"
+#include "events/EventLog.h"
+#include "events/SequenceNumbers.h"
 #include "hooks/ProgramHooks.h"
 #include "links/LinkControl.h"
 #include "log/StandardError.h"
@@ -66,6 +69,9 @@ class Agent {
 
  private:
    void keepRecords();
+   void beginHistory();
+   void tell( Service::EventKind kind, Service::Severity severity, std::string const & text );
+   void tellHold( Lumo::IntfId intf, Service::Severity severity, std::string const & text );
    void watchLinks();
    void controlLinks( Service::Config::Config const & config );
    void startService( Service::Config::Config const & config );
@@ -77,7 +83,7 @@ class Agent {
    void handleLink( Lumo::IntfId intf );
    // In a turn. A file that does not hold, or that units under way stand against, changes nothing: the reasons are
    // returned, and told.
-   std::vector<std::string> reload();
+   std::vector<std::string> reload( std::string const & requestedBy );
    void tellWarnings();
    // Why a unit should not be taken out of service without being asked twice.
    [[nodiscard]] std::vector<std::string> objections( std::string const & unit,
@@ -99,6 +105,9 @@ class Agent {
    boost::asio::signal_set ends_;
    boost::asio::steady_timer retry_;
    boost::asio::steady_timer lastWords_;
+   std::optional<Service::SequenceNumbers> numbers_;  // of events
+   std::shared_ptr<Service::EventLog> events_;        // null until the store can be written
+   std::optional<Service::EventLog::Listener> eventsToLog_;
    HttpServer server_;
    std::optional<HttpServer> readServer_;
    Box box_;

@@ -63,7 +63,7 @@ std::vector<std::string> warningsOf( Service::Config::Config const & config ) {
                                                 .counters = box.counters(),
                                                 .links = box.linkRecords(),
                                                 .hooks = hooks,
-                                                .onEvent = {},
+                                                .events = {},
                                                 .wallClockOffset = {},
                                                 .neverShut = neverShut },
                                               config );

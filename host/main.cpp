@@ -9,10 +9,10 @@
 #include "Agent.h"
 #include "ConfigFile.h"
 #include "Warnings.h"
-#include "brisklog/Brisklog.h"
 #include "claims/Boot.h"
 #include "kel/Exception.h"
 #include "log/StandardError.h"
+#include "log/SystemLog.h"
 #include "plugin/Loader.h"
 #include "store/Release.h"
 
@@ -60,8 +60,7 @@ std::string counted( std::size_t count, char const * what ) {
 
 // In the trace as well, which is still there when nobody has kept what went to standard error.
 int fail( std::exception const & error, ExitStatus status ) {
-   BRISKLOG( 0, "maintd fails: {}", error.what() );
-   std::cerr << "maintd: " << error.what() << "\n";
+   Host::logLine( Service::Severity::error, error.what() );
    return status;
 }
 
@@ -76,10 +75,10 @@ int serve( Service::Config::Config const & config, Host::Agent::Options const & 
    try {
       agent = std::make_unique<Host::Agent>( options, standardError );
       agent->start( config );
-      std::cerr << "maintd: " << counted( config.units.size(), "unit" ) << ", serving at " << options.socket
-                << ( options.readSocket.empty() ? "" : " and, for everyone, " ) << options.readSocket << "\n";
+      Host::logLine( Service::Severity::notice,
+                     counted( config.units.size(), "unit" ) + ", serving at " + options.socket +
+                        ( options.readSocket.empty() ? "" : " and, for everyone, " ) + options.readSocket );
       agent->run();
-      std::cerr << "maintd: stopping\n";
       return stopped;
    } catch( Kel::InternalException const & ) {
       // Our own mistakes end the process here, before anything is taken down: a teardown would go on writing records

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <system_error>
 
+#include "api/EventStream.h"
 #include "api/TraceLevels.h"
 #include "api/WatchStream.h"
 #include "dovra/StatePath.h"
@@ -143,10 +144,11 @@ std::span<Api::Route const> Api::routes() {
       { "GET",
         { "watch", "**" },
         []( Api & api, A & a ) { return watchAnswer( api.changes_, a.names, a.parameters ); } },
+      { "GET", { "events" }, []( Api & api, A & a ) { return eventsAnswer( api.service_, a.parameters ); } },
       { "GET", { "dump" }, []( Api & api, A & ) { return api.dump(); } },
       { "GET", { "trace", "levels" }, []( Api &, A & ) { return json( traceLevels() ); } },
       { "POST", { "trace", "levels" }, []( Api &, A & a ) { return changeLevels( a ); } },
-      { "POST", { "reload" }, []( Api & api, A & ) { return api.reload(); } },
+      { "POST", { "reload" }, []( Api & api, A & a ) { return api.reload( a.request.user ); } },
    };
    return all;
 }
@@ -254,7 +256,10 @@ HttpAnswer Api::enter( Asked const & asked ) {
       if( answer.outcome == UnitService::Outcome::unknownUnit ) return noUnit( unit );
       if( answer.outcome == UnitService::Outcome::started && guard_ && !query->yes ) {
          auto const why = guard_( unit, query->without, query->session );
-         if( !why.empty() ) return refused( why );
+         if( !why.empty() ) {
+            if( !query->dryRun ) service_.tellRefused( unit, "enter", asked.request.user, why );
+            return refused( why );
+         }
       }
       if( !query->dryRun ) answer = units.enter( unit, query->without, asked.request.user );
       if( answer.outcome == UnitService::Outcome::refused ) return refused( answer.why );
@@ -280,9 +285,9 @@ HttpAnswer Api::exit( Asked const & asked ) {
    } );
 }
 
-HttpAnswer Api::reload() {
+HttpAnswer Api::reload( std::string const & user ) {
    return kept( [&] {
-      auto const why = reload_();
+      auto const why = reload_( user );
       if( !why.empty() ) return refusal( "the configuration was not reloaded, and the one before stays in force", why );
       auto answer = json( value( Kel::Value::Object{ { "result", value( "reloaded" ) } } ) );
       answer.outcome = "reloaded";

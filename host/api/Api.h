@@ -2,7 +2,8 @@
 //
 //    GET  /v1/units, /v1/units/{unit}, /v1/units/{unit}/ready, /v1/interfaces, /v1/interfaces/{interface},
 //         /v1/windows, /v1/windows/{unit}, /v1/windows/{unit}/{generation}, .../last,
-//         /v1/state/{path}, /v1/watch, /v1/watch/{path}?after=NUMBER, /v1/trace/levels, /v1/dump
+//         /v1/state/{path}, /v1/watch, /v1/watch/{path}?after=NUMBER,
+//         /v1/events?after=NUMBER&unit=UNIT, /v1/trace/levels, /v1/dump
 //    POST /v1/units/{unit}/enter?without=NAME&without=NAME&dry-run=1&yes=1&session=ADDRESS, /v1/units/{unit}/exit,
 //         /v1/reload, /v1/trace/levels?levels=1,2,4
 //
@@ -33,7 +34,7 @@ namespace Host {
 class Api {
  public:
    // Reads the configuration again; what stood in the way, each reason, nothing when it is in force.
-   using Reload = std::function<std::vector<std::string>()>;
+   using Reload = std::function<std::vector<std::string>( std::string const & requestedBy )>;
 
    // Why it should be asked back before the unit enters, a sentence each that says how to go on.
    using Guard = std::function<std::vector<std::string>(
@@ -72,7 +73,7 @@ class Api {
    [[nodiscard]] HttpAnswer dump() const;
    [[nodiscard]] HttpAnswer enter( Asked const & asked );
    [[nodiscard]] HttpAnswer exit( Asked const & asked );
-   [[nodiscard]] HttpAnswer reload();
+   [[nodiscard]] HttpAnswer reload( std::string const & user );
    [[nodiscard]] static HttpAnswer changeLevels( Asked const & asked );
    // The answer of `change`, which must be on disk before it is given.
    template<class Change>

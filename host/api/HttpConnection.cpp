@@ -5,10 +5,9 @@
 
 #include <array>
 #include <boost/asio/write.hpp>
-#include <iostream>
 
 #include "api/Guarded.h"
-#include "brisklog/Brisklog.h"
+#include "log/SystemLog.h"
 
 namespace Host {
 
@@ -35,16 +34,15 @@ Peer peerOf( HttpConnection::Socket & socket ) {
 }
 
 void tellChange( Peer const & peer, HttpRequest const & request, HttpAnswer const & answer ) {
+   // An event tells what came of it; this, which request that was.
    std::string const text = peer.name + " (uid " + peer.uid + "): " + request.method + " " + request.target + ": " +
                             std::to_string( answer.status ) + ( answer.outcome.empty() ? "" : ", " ) + answer.outcome;
-   BRISKLOG( 3, "{}", text );
-   std::cerr << "maintd: " << text << "\n";
+   logLine( Service::Severity::info, text );
 }
 
 HttpAnswer failure( HttpRequest const & request, std::string const & what ) {
    std::string const text = request.method + " " + request.target + " failed: " + what;
-   BRISKLOG( 1, "{}", text );
-   std::cerr << "maintd: " << text << "\n";
+   logLine( Service::Severity::error, text );
    return httpError( 500, text );
 }
 

@@ -6,11 +6,10 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <charconv>
-#include <iostream>
 
 #include "api/Guarded.h"
 #include "api/HttpConnection.h"
-#include "brisklog/Brisklog.h"
+#include "log/SystemLog.h"
 
 namespace Host {
 
@@ -97,8 +96,7 @@ void HttpConnection::goOnStreaming() {
       } );
    } );
    if( trouble ) {
-      BRISKLOG( 1, "a stream ends: {}", *trouble );
-      std::cerr << "maintd: a stream ends: " << *trouble << "\n";
+      logLine( Service::Severity::error, "a stream ends: " + *trouble );
       return leaveStream();
    }
    if( !piece.empty() || last ) return sendPiece( std::move( piece ), last );

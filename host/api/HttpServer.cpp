@@ -5,9 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iostream>
 
-#include "brisklog/Brisklog.h"
+#include "log/SystemLog.h"
 
 namespace Host {
 
@@ -92,8 +91,7 @@ void HttpServer::take( Socket socket ) {
 
 void HttpServer::onTrouble( boost::system::error_code error ) {
    if( pauseLength_ == pauseLength_.zero() ) {
-      BRISKLOG( 1, "no connections can be taken: {}", error.message() );
-      std::cerr << "maintd: no connections can be taken: " << error.message() << "\n";
+      logLine( Service::Severity::error, "no connections can be taken: " + error.message() );
    }
    refuseWithReserve();
    pauseLength_ = std::clamp( 2 * pauseLength_, firstPause, longestPause );

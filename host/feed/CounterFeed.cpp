@@ -20,7 +20,7 @@ void CounterFeed::refresh( KelQuill::Rows rows ) {
    bool const failed = !trouble.empty();
    bool const toTell = std::exchange( failing_, failed ) != failed && tell_;
    if( toTell )
-      tell_( failed ? "the links' counters cannot be read: " + trouble : "the links' counters are read again" );
+      tell_( failed ? "the links' counters cannot be read: " + trouble : "the links' counters are read again", failed );
    if( failed ) return;
    // In the order in which they came: a link that is listed twice may have restarted in between.
    for( Row const & row : read_ ) {

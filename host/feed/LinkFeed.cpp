@@ -129,7 +129,8 @@ void LinkFeed::rowIs( Lumo::IntfId intf ) {
    }
    bool const told = !rowless_.empty();
    rowless_.insert( intf );
-   if( !told && tell_ ) tell_( std::string( intf.name() ) + " goes without counters, and so do others: " + trouble );
+   if( !told && tell_ )
+      tell_( std::string( intf.name() ) + " goes without counters, and so do others: " + trouble, true );
 }
 
 void LinkFeed::rowDel( Lumo::IntfId intf ) {
@@ -151,7 +152,7 @@ std::string LinkFeed::rowTrouble( Lumo::IntfId intf ) {
 void LinkFeed::retryRows() {
    if( rowless_.empty() ) return;
    while( !rowless_.empty() && rowTrouble( *rowless_.begin() ).empty() ) rowless_.erase( rowless_.begin() );
-   if( rowless_.empty() && tell_ ) tell_( "every link has counters again" );
+   if( rowless_.empty() && tell_ ) tell_( "every link has counters again", false );
 }
 
 }  // namespace Host

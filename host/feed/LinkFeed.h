@@ -22,7 +22,7 @@
 namespace Host {
 
 // Takes what an operator should hear of; may be empty.
-using Tell = std::function<void( std::string const & text )>;
+using Tell = std::function<void( std::string const & text, bool isTrouble )>;
 // Hears of each link that has come, gone or changed in any way, with its name; may be empty.
 using OnLink = std::function<void( Lumo::IntfId intf )>;
 

@@ -15,11 +15,11 @@ LinkWatch::LinkWatch( LinkFeed & feed, Tell tell )
 void LinkWatch::onTrouble( std::string const & text, double pauseSeconds ) {
    pause_.timeMinIs( Kel::now() + pauseSeconds );
    int const seconds = static_cast<int>( pauseSeconds );
-   if( tell_ ) tell_( text + "; they are asked for again in " + std::to_string( seconds ) + " s" );
+   if( tell_ ) tell_( text + "; they are asked for again in " + std::to_string( seconds ) + " s", true );
 }
 
 void LinkWatch::onRecovered() {
-   if( tell_ ) tell_( "the links are known again" );
+   if( tell_ ) tell_( "the links are known again", false );
 }
 
 }  // namespace Host

@@ -9,6 +9,8 @@
 namespace Evidence {
 
 using Maintenance::Unit::State;
+using Service::EventKind;
+using Service::Severity;
 
 std::string loudText( LoudReading const & loud ) {
    std::string text = enumName( loud.direction );
@@ -45,6 +47,7 @@ void Subject::handleSpike( Run::Step const & step ) {
       if( accounting.sources().unitState( p->book->record->unitName() ) != State::inMaintenance ) continue;
       p->record->spikesInc( 1 );
       p->recorder.spikeIs( loudText( loud ) );
+      accounting.tell( *p, { .kind = EventKind::spike, .text = loudText( loud ), .severity = Severity::warning } );
    }
 }
 
@@ -91,10 +94,13 @@ void Place::noteProfile() {
 // What happens
 
 Accounting::Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance::MaintenanceState const & state,
-                        Kel::Ptr<KelQuill::EntityManager> const & counters, Ledger::NeverWatched neverWatched )
+                        Kel::Ptr<KelQuill::EntityManager> const & counters, Ledger::NeverWatched neverWatched,
+                        Service::EventLog & events )
    : TurnEnd( Maintenance::accountsJudged ),
      accounts_( accounts ),
+     state_( state ),
      neverWatched_( std::move( neverWatched ) ),
+     events_( events ),
      alarm_( *this ),
      sources_( state, counters, *this ) {}
 
@@ -319,8 +325,26 @@ void Accounting::judgePlace( Place & p ) {
    }
    p.quietSince = quietSince;
    bool const begins = !p.judged || p.judgement.verdict != now.verdict;
+   // How it begins every view says, and on its way out nobody asks any more.
+   bool const news = begins && p.judged && wantsProof( *p.book );
    count( p, now );
    write( p, begins );
+   // Whoever has heard of it may have had it judged once more.
+   if( news && p.open && p.judgement.verdict == now.verdict ) tellVerdict( p );
+}
+
+void Accounting::tellVerdict( Place const & p ) const {
+   std::string text = enumName( p.judgement.verdict );
+   // A thousand interfaces have some thousand of them on the way in.
+   tell( p, { .kind = EventKind::verdict, .text = text + ": " + whyOf( p ), .severity = Severity::info } );
+}
+
+void Accounting::tell( Place const & p, Service::Told what ) const {
+   what.unit = p.book->record->unitName();
+   what.interface = p.watched().intf();
+   auto const unit = state_.unitStatus->status( what.unit );
+   what.generation = unit ? unit->genId() : 0;
+   events_.tell( what );
 }
 
 // The unit's numbers follow before anything is written, so that whoever hears of the account finds them right.

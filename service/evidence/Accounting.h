@@ -77,7 +77,8 @@ struct Place final : Kel::PtrInterface {
 class Accounting final : public Kel::TurnEnd, SourcesListener {
  public:
    Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance::MaintenanceState const & state,
-               Kel::Ptr<KelQuill::EntityManager> const & counters, Ledger::NeverWatched neverWatched );
+               Kel::Ptr<KelQuill::EntityManager> const & counters, Ledger::NeverWatched neverWatched,
+               Service::EventLog & events );
    ~Accounting() override;
 
    void unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const & intfs, Kel::Ptr<Window> const & window );
@@ -95,6 +96,8 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    [[nodiscard]] bool wantsProof( UnitBook const & book ) const;
    [[nodiscard]] Sources const & sources() const { return sources_; }
    [[nodiscard]] Ledger::NeverWatched const & neverWatched() const { return neverWatched_; }
+   // Of an interface as one unit sees it.
+   void tell( Place const & place, Service::Told what ) const;
 
    void onTurnEnd() override { judgeTouched(); }
 
@@ -125,6 +128,7 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    static void apply( Subject & subject );
    void judgeSubject( Subject const & subject );
    void judgePlace( Place & place );
+   void tellVerdict( Place const & place ) const;
    void count( Place & place, Judgement const & now );
    static void write( Place & place, bool begins );
    void judgeUnit( UnitBook & book );
@@ -132,7 +136,9 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    void alarmBy( double time );
 
    Kel::Ptr<UnitAccountsDir> const accounts_;
+   Maintenance::MaintenanceState const & state_;
    Ledger::NeverWatched const neverWatched_;
+   Service::EventLog & events_;
    std::unordered_map<Lumo::IntfId, Kel::Ptr<Subject>> subjects_;
    std::unordered_map<Kel::Name, Kel::Ptr<UnitBook>> books_;
    std::vector<Kel::Ptr<Subject>> touched_;
@@ -145,5 +151,7 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
 
 // "out 3 Mbps"
 [[nodiscard]] std::string loudText( LoudReading const & loud );
+// What keeps an account from being settled or, when it is, what it rests on; for people.
+[[nodiscard]] std::string whyOf( Place const & place );
 
 }  // namespace Evidence

@@ -33,6 +33,8 @@ std::string waitingText( Run const & run ) {
    return trouble.empty() ? "no reading yet" : "no reading yet: " + trouble;
 }
 
+}  // namespace
+
 std::string whyOf( Place const & p ) {
    Watched const & w = p.watched();
    Run const & run = w.run();
@@ -61,13 +63,12 @@ std::string whyOf( Place const & p ) {
    return "";
 }
 
-}  // namespace
-
 Ledger::Ledger( Dovra::EntityManager & database, Maintenance::MaintenanceState const & state,
-                Kel::Ptr<KelQuill::EntityManager> const & counters, NeverWatched neverWatched )
+                Kel::Ptr<KelQuill::EntityManager> const & counters, NeverWatched neverWatched,
+                Service::EventLog & events )
    : accounts_( accountsDir( database ) ),
      windows_( windowDir( database ) ),
-     accounting_( std::make_unique<Accounting>( accounts_, state, counters, std::move( neverWatched ) ) ) {}
+     accounting_( std::make_unique<Accounting>( accounts_, state, counters, std::move( neverWatched ), events ) ) {}
 
 Ledger::~Ledger() = default;
 

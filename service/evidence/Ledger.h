@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "events/EventLog.h"
 #include "evidence/Accounts.h"
 #include "evidence/Windows.h"
 #include "quill/EntityManager.h"
@@ -27,9 +28,9 @@ class Ledger {
    // Why an interface can never be watched; empty when it can, or when nothing is known that forbids it.
    using NeverWatched = std::function<std::string( Lumo::IntfId )>;
 
-   // All outlive this. Whoever is judged changes only within a turn.
+   // All outlive this. Whoever is judged changes only within a turn. Verdicts and spikes are told to `events`.
    Ledger( Dovra::EntityManager & database, Maintenance::MaintenanceState const & state,
-           Kel::Ptr<KelQuill::EntityManager> const & counters, NeverWatched neverWatched );
+           Kel::Ptr<KelQuill::EntityManager> const & counters, NeverWatched neverWatched, Service::EventLog & events );
    ~Ledger();
 
    // The unit is on its way through maintenance: an account for each of `intfs`, judged by the window. Again with other

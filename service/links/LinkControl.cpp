@@ -111,12 +111,12 @@ bool LinkControl::pausing( IntfId intf ) const {
    return found != failedAt_.end() && Kel::now() < found->second + pauseAfterFailure;
 }
 
-void LinkControl::tell( IntfId intf, std::string const & text ) const {
-   if( parts_.tell ) parts_.tell( intf, text );
+void LinkControl::tell( IntfId intf, std::string const & text, Severity severity ) const {
+   if( parts_.tell ) parts_.tell( intf, severity, text );
 }
 
-void LinkControl::note( IntfId intf, std::string const & text ) const {
-   tell( intf, text );
+void LinkControl::note( IntfId intf, std::string const & text, Severity severity ) const {
+   tell( intf, text, severity );
    if( parts_.note ) parts_.note( intf, text );
 }
 
@@ -260,8 +260,10 @@ LinkControl::Step LinkControl::begin( IntfId intf, Link const & link, Record con
    parts_.held->heldIs( made );
    if( renamed && parts_.held->held( renamed->intfId() ) == renamed ) forget( renamed->intfId() );
    if( link.adminUp ) return Step::takeDown;
-   note( intf, held ? "renamed while it is shut down; it stays so"
-                    : "down already when it was to be taken down; it is left to whoever did that" );
+   note( intf,
+         held ? "renamed while it is shut down; it stays so"
+              : "down already when it was to be taken down; it is left to whoever did that",
+         Severity::notice );
    return Step::nothing;
 }
 
@@ -347,7 +349,7 @@ void LinkControl::giveBack( IntfId intf ) {
    succeeded( intf );
    if( parts_.held->held( intf ) == record ) forget( intf );
    if( !down ) return;
-   if( renamed ) return note( intf, "set up again under the name that it has now" );
+   if( renamed ) return note( intf, "set up again under the name that it has now", Severity::notice );
    tell( intf, "set up again" );
 }
 

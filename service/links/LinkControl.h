@@ -33,6 +33,7 @@
 #include <string>
 #include <vector>
 
+#include "events/Events.h"
 #include "kel/Dir.h"
 #include "kel/ReactorMap.h"
 #include "links/HeldLinks.h"
@@ -49,8 +50,8 @@ class LinkControl {
       LinkSwitch & links;
       // Puts everything that was written so far on disk; false when it cannot. Empty: there is no disk.
       std::function<bool()> keep;
-      // What an operator should hear of: a link's name, and what happened to it. May be empty.
-      std::function<void( Lumo::IntfId intf, std::string const & text )> tell;
+      // What an operator should hear of: what happened to a link. May be empty.
+      std::function<void( Lumo::IntfId intf, Severity severity, std::string const & text )> tell;
       // Whether the links that are taken down are to keep their IPv6 addresses. Empty: no.
       std::function<bool()> preserveIpv6;
       std::string boot;  // identity of this boot of the machine
@@ -111,8 +112,8 @@ class LinkControl {
 
    [[nodiscard]] bool hasEntry( Lumo::IntfId intf ) const;
    [[nodiscard]] bool pausing( Lumo::IntfId intf ) const;
-   void tell( Lumo::IntfId intf, std::string const & text ) const;
-   void note( Lumo::IntfId intf, std::string const & text ) const;
+   void tell( Lumo::IntfId intf, std::string const & text, Severity severity = Severity::notice ) const;
+   void note( Lumo::IntfId intf, std::string const & text, Severity severity = Severity::warning ) const;
 
    Parts const parts_;
    Kel::Name const boot_;

@@ -41,7 +41,10 @@ class UnitService::Impl::KelComplete final : public Stage::AgentStatus::Notifiee
 class UnitService::Impl::KelUnit final : public Maintenance::Unit::Status::NotifieeConst {
  public:
    explicit KelUnit( Impl & owner ) : owner_( owner ) {}
-   void onState() override { owner_.tell( "state", notifier()->unitName(), enumName( notifier()->state() ) ); }
+   void onState() override {
+      auto const severity = notifier()->state() == State::failed ? Severity::error : Severity::notice;
+      owner_.tell( EventKind::state, notifier()->unitName(), enumName( notifier()->state() ), severity );
+   }
    void handleDel() { owner_.handleUnitDel( notifier()->unitName() ); }
 
  private:
@@ -106,8 +109,11 @@ UnitService::Impl::~Impl() {
    for( auto const & [unit, i] : running_ ) giveUpHook( *i );
 }
 
-void UnitService::Impl::tell( char const * kind, Kel::Name const & unit, std::string const & text ) const {
-   if( parts_.onEvent ) parts_.onEvent( Event{ Kel::now(), kind, unit.str(), text } );
+void UnitService::Impl::tell( EventKind kind, Kel::Name const & unit, std::string const & text,
+                              Severity severity ) const {
+   auto const record = parts_.state.unitStatus->status( unit );
+   parts_.events.tell(
+      { .kind = kind, .text = text, .severity = severity, .unit = unit, .generation = record ? record->genId() : 0 } );
 }
 
 void UnitService::Impl::handleReady( Evidence::UnitAccounts const & unit ) {
@@ -119,12 +125,15 @@ void UnitService::Impl::handleReady( Evidence::UnitAccounts const & unit ) {
       if( !account->settled() ) open.push_back( name + ": " + parts_.ledger.why( unit.unitName(), intf ) );
       if( account->verdict() == Evidence::Verdict::leftOut ) leftOut.push_back( name );
    }
-   std::string const but = leftOut.empty() ? "" : ", but for " + joined( leftOut ) + ", left out on request";
-   if( unit.ready() ) return tell( "ready", unit.unitName(), "every interface is proven quiet" + but );
+   std::string const but = leftOut.empty() ? "" : ", but for " + someOf( leftOut ) + ", left out on request";
+   if( unit.ready() ) return tell( EventKind::ready, unit.unitName(), "every interface is proven quiet" + but );
    // Of a unit that has left, its state says it.
    auto const record = parts_.state.unitStatus->status( unit.unitName() );
-   bool const wanted = record && ( record->state() == State::entering || record->state() == State::inMaintenance );
-   if( wanted && !open.empty() ) tell( "not ready", unit.unitName(), joined( open ) );
+   bool const in = record && record->state() == State::inMaintenance;
+   bool const wanted = in || ( record && record->state() == State::entering );
+   // Somebody may be about to rely on it.
+   auto const severity = in ? Severity::warning : Severity::notice;
+   if( wanted && !open.empty() ) tell( EventKind::notReady, unit.unitName(), someOf( open ), severity );
 }
 
 void UnitService::Impl::handleDisturbed( Evidence::UnitAccounts const & unit ) {
@@ -132,14 +141,14 @@ void UnitService::Impl::handleDisturbed( Evidence::UnitAccounts const & unit ) {
       auto const record = parts_.state.unitStatus->status( unit.unitName() );
       // On its way out nobody asks any more, and nothing was found quiet.
       if( record && record->state() == State::inMaintenance )
-         tell( "quiet again", unit.unitName(), "no traffic is left" );
+         tell( EventKind::quietAgain, unit.unitName(), "no traffic is left" );
       return;
    }
    std::vector<std::string> loud;
    for( auto [intf, account] : unit.accountIteratorConst() ) {
       if( account->verdict() == Evidence::Verdict::loud ) loud.emplace_back( intf.name() );
    }
-   tell( "disturbed", unit.unitName(), "traffic is back: " + joined( loud ) );
+   tell( EventKind::disturbed, unit.unitName(), "traffic is back: " + someOf( loud ), Severity::warning );
 }
 
 // Why no account of this interface could ever be settled; empty when one can.
@@ -209,7 +218,12 @@ UnitService::Answer UnitService::Impl::enter( std::string const & unitName, std:
    switch( answer.outcome ) {
       case Outcome::unknownUnit: break;
       case Outcome::refused:
-         tell( "request", unit->unitName(), "enter, asked for by " + requestedBy + ", is refused: " + answer.why[0] );
+         // Of no generation: the unit's own is another request's.
+         parts_.events.tell(
+            { .kind = EventKind::request,
+              .text = "enter, asked for by " + requestedBy + ", is refused: " + someOf( answer.why, "; " ),
+              .severity = Severity::warning,
+              .unit = unit->unitName() } );
          break;
       case Outcome::already: leaveOut( unitName, without, requestedBy ); break;
       case Outcome::started: startEnter( *unit, answer, without, requestedBy ); break;
@@ -224,9 +238,9 @@ void UnitService::Impl::startEnter( Maintenance::Unit::Status & unit, Answer & a
    if( parts_.wallClockOffset ) window->wallClockOffsetIs( parts_.wallClockOffset() );
    InstancePtr const i = newInstance( unit, Op::enter, window );
    book_.add( window );
-   tell( "request", i->unit,
+   tell( EventKind::request, i->unit,
          "enter, asked for by " + requestedBy + ": generation " + std::to_string( i->generation ) +
-            ( without.empty() ? "" : ", without " + joined( without ) ) );
+            ( without.empty() ? "" : ", without " + someOf( without ) ) );
    if( !current( i ) ) return;
    intfsAre( i->unit, *window, intfsNamed( without ) );
    if( current( i ) ) start( i );
@@ -247,7 +261,7 @@ void UnitService::Impl::leaveOut( std::string const & unitName, std::vector<std:
    auto const before = WindowBook::leftOut( *window );
    if( std::ranges::includes( before, named ) ) return;
    intfsAre( unit, *window, named );
-   tell( "request", unit, "without " + joined( without ) + " as well, asked for by " + requestedBy );
+   tell( EventKind::request, unit, "without " + someOf( without ) + " as well, asked for by " + requestedBy );
 }
 
 // The window, the records that the plug-in reads, and the accounts: the unit's present interfaces, those left out in
@@ -282,7 +296,8 @@ UnitService::Answer UnitService::Impl::exit( std::string const & unitName, std::
    window->exitGenerationIs( i->generation );
    window->exitRequestedIs( Kel::now() );
    window->exitRequestedByIs( requestedBy );
-   tell( "request", i->unit, "exit, asked for by " + requestedBy + ": generation " + std::to_string( i->generation ) );
+   tell( EventKind::request, i->unit,
+         "exit, asked for by " + requestedBy + ": generation " + std::to_string( i->generation ) );
    if( former ) giveUp( *former );
    // An exit that failed has closed the accounts.
    if( current( i ) && unit->state() == State::failed ) intfsAre( i->unit, *window, {} );

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "events/EventLog.h"
 #include "evidence/Ledger.h"
 #include "kel/ActivityLoop.h"
 #include "links/LinkRecords.h"
@@ -28,19 +29,8 @@
 
 namespace Service {
 
-// What an operator should hear of, as it happens.
-struct Event {
-   double time;  // s
-   // "request", "stage", "deadline", "ready", "not ready", "disturbed", "quiet again", "state"
-   std::string kind;
-   std::string unit;
-   std::string text;
-};
-
 class UnitService {
  public:
-   using OnEvent = std::function<void( Event const & )>;
-
    enum class Outcome {
       started,
       already,  // the unit is there or on its way
@@ -58,7 +48,7 @@ class UnitService {
       Evidence::Ledger & ledger;
       LinkRecords const & links;
       Hooks & hooks;
-      OnEvent onEvent;                          // may be empty
+      EventLog & events;                        // what an operator should hear of
       std::function<double()> wallClockOffset;  // s to add to Kel::now() for Unix time; empty: the clock is invented
       // Why the host would never take this link down; empty where it would. May be empty: there is no such link.
       std::function<std::string( Lumo::IntfId )> neverShut = {};

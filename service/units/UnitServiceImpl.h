@@ -79,7 +79,9 @@ class UnitService::Impl final {
    void leaveOut( std::string const & unit, std::vector<std::string> const & without, std::string const & requestedBy );
    [[nodiscard]] std::set<Lumo::IntfId> intfsNamed( std::vector<std::string> const & names ) const;
    void intfsAre( Kel::Name const & unit, Evidence::Window & window, std::set<Lumo::IntfId> const & leftOut );
-   void tell( char const * kind, Kel::Name const & unit, std::string const & text ) const;
+   // With the generation that the unit has now.
+   void tell( EventKind kind, Kel::Name const & unit, std::string const & text,
+              Severity severity = Severity::notice ) const;
 
    // Instances.
    [[nodiscard]] InstancePtr find( Kel::Name const & unit ) const;

@@ -93,7 +93,7 @@ void UnitService::Impl::giveUp( Instance & former ) {
    if( run ) {
       parts_.ledger.ready( former.unit );  // for verdicts of this moment
       book_.stageEnds( *former.window, *run, StageResult::givenUp );
-      tell( "stage", former.unit, former.stages[former.at].name + ": given up" );
+      tell( EventKind::stage, former.unit, former.stages[former.at].name + ": given up" );
    }
    removeInstance( former );
 }
@@ -133,7 +133,7 @@ void UnitService::Impl::beginStage( InstancePtr const & i ) {
    // It may be over at once; a hook is run then, too, when all that is written here has been heard.
    advance_->due();
    WindowBook::stageBegins( *i->window, name, i->op );
-   tell( "stage", i->unit, stage.name + ": begins" );
+   tell( EventKind::stage, i->unit, stage.name + ": begins" );
    if( !current( i ) ) return;
    auto const progress = stageState( i->op ).progress->progressIs( i->name );
    if( current( i ) ) progress->stageIs( name, true );
@@ -179,7 +179,7 @@ void UnitService::Impl::passDeadline( InstancePtr const & i ) {
    i->deadline = Kel::never;
    if( !stage.run.empty() ) return handleHookFailure( i, StageResult::timedOut, late );
    auto const tellOf = [&]( char const * what ) {
-      tell( "deadline", i->unit, stage.name + " is " + late + ": " + what );
+      tell( EventKind::deadline, i->unit, stage.name + " is " + late + ": " + what, Severity::warning );
    };
    switch( stage.onTimeout ) {
       case Config::OnTimeout::hold:
@@ -211,7 +211,7 @@ void UnitService::Impl::handleHookFailure( InstancePtr const & i, StageResult re
       char const * const what = goesOn               ? "the unit goes on without it"
                                 : i->op == Op::enter ? "the unit is brought back"
                                                      : "the unit fails";
-      tell( "deadline", i->unit, i->stages[i->at].name + " is " + why + ": " + what );
+      tell( EventKind::deadline, i->unit, i->stages[i->at].name + " is " + why + ": " + what, Severity::warning );
    }
    if( !current( i ) ) return;
    if( goesOn ) return goOn( i, result );
@@ -227,8 +227,9 @@ void UnitService::Impl::runHookAgain( InstancePtr const & i, bool late ) {
    i->timer = std::make_unique<Deadline>( *advance_ );
    i->timer->timeMinIs( i->runAgain );
    if( late ) WindowBook::deadlinePassed( *i->window, *i->run );
-   tell( late ? "deadline" : "stage", i->unit,
-         i->stages[i->at].name + ": " + i->failure + ": it is run again in " + durationText( pause ) );
+   tell( late ? EventKind::deadline : EventKind::stage, i->unit,
+         i->stages[i->at].name + ": " + i->failure + ": it is run again in " + durationText( pause ),
+         Severity::warning );
 }
 
 // The stage that runs is over, and the unit goes on.
@@ -255,9 +256,11 @@ void UnitService::Impl::endStage( InstancePtr const & i, StageResult result ) {
    giveUpHook( *i );
    book_.stageEnds( *i->window, run, result );
    double const took = Kel::now() - i->window->stageRun( run )->began;
-   tell( "stage", i->unit,
+   bool const well = result == StageResult::done || result == StageResult::givenUp;
+   tell( EventKind::stage, i->unit,
          stage.name + ": " + enumName( result ) + " after " + durationText( took ) +
-            ( result == StageResult::failed ? ": " + i->failure : "" ) );
+            ( result == StageResult::failed ? ": " + i->failure : "" ),
+         well ? Severity::notice : Severity::warning );
    // Whole, and never the stage in it: a change inside a record that lives would be a new request.
    stageState( i->op ).progress->progressDel( i->name );
 }

@@ -36,7 +36,8 @@ class Agent::InstantHooks final : public Service::Hooks {
    OnHook onHook_;
 };
 
-Agent::Agent( Box const & box ) : box_( box ), hooks_( std::make_unique<InstantHooks>() ) {}
+Agent::Agent( Box const & box )
+   : box_( box ), events_( std::make_shared<Service::EventLog>() ), hooks_( std::make_unique<InstantHooks>() ) {}
 
 Agent::~Agent() = default;
 
@@ -62,7 +63,7 @@ void Agent::start() {
       .causes = box_.state.errdisableCauses,
       .links = box_.links,
       .keep = {},
-      .tell = {},
+      .tell = [this]( auto const &... told ) { tellHold( told... ); },
       .preserveIpv6 = {},
       .boot = "sim",
       .note = [this]( Lumo::IntfId intf, std::string const & text ) { noteLink( intf, text ); },
@@ -70,7 +71,8 @@ void Agent::start() {
    box_.links.recordsFollow( true );
    box_.links.onLinkIs( [this]( Lumo::IntfId intf ) { linkControl_->handleLink( intf ); } );
    service_ = std::make_unique<Service::MaintenanceService>(
-      Service::MaintenanceService::Host{ box_.database, box_.state, box_.counters, box_.linkRecords, *hooks_, {}, {} },
+      Service::MaintenanceService::Host{
+         box_.database, box_.state, box_.counters, box_.linkRecords, *hooks_, events_, {} },
       *config_ );
    for( auto const & [intf, text] : std::exchange( earlyNotes_, {} ) ) service_->noteLink( intf, text );
 }
@@ -79,6 +81,11 @@ void Agent::start() {
 void Agent::noteLink( Lumo::IntfId intf, std::string const & text ) {
    if( service_ ) return service_->noteLink( intf, text );
    earlyNotes_.emplace_back( intf, text );
+}
+
+void Agent::tellHold( Lumo::IntfId intf, Service::Severity severity, std::string const & text ) {
+   if( service_ ) return service_->tellHold( intf, severity, text );
+   events_->tell( { .kind = Service::EventKind::hold, .text = text, .severity = severity, .interface = intf } );
 }
 
 void Agent::stop() {

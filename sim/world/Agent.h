@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "config/Config.h"
+#include "events/EventLog.h"
 #include "quill/EntityManager.h"
 #include "state/MaintenanceState.h"
 #include "units/Hooks.h"
@@ -53,6 +54,8 @@ class Agent {
    std::vector<std::string> configIs( Service::Config::Config config );
    // Null without a configuration, and while the agent is away.
    [[nodiscard]] Service::MaintenanceService * service() const { return service_.get(); }
+   // What an operator would have heard of, of all the agent's lives.
+   [[nodiscard]] std::shared_ptr<Service::EventLog> const & events() const { return events_; }
 
    // Before the plug-in is started, and before it is taken down. Without a configuration they do nothing.
    void start();
@@ -64,8 +67,10 @@ class Agent {
    class InstantHooks;
 
    void noteLink( Lumo::IntfId intf, std::string const & text );
+   void tellHold( Lumo::IntfId intf, Service::Severity severity, std::string const & text );
 
    Box const box_;
+   std::shared_ptr<Service::EventLog> const events_;
    std::optional<Service::Config::Config> config_;
    std::unique_ptr<InstantHooks> const hooks_;
    std::unique_ptr<Service::LinkControl> linkControl_;

@@ -70,7 +70,7 @@ TEST_F( Stages, aChangedThresholdHasToBeProvenAndABadFileChangesNothing ) {
    double const proven = since();
 
    changeConfig( config( "100furlongs" ) );
-   EXPECT_TRUE( logSays( "not reloaded: " + path( "maintd.yaml" ) + ":2:23: " ) );
+   EXPECT_TRUE( logSays( "reload: refused, asked for by SIGHUP: " + path( "maintd.yaml" ) + ":2:23: " ) );
    auto const refused = maintctl( { "reload" } );
    EXPECT_EQ( refused.status, 4 );
    EXPECT_THAT( refused.err, HasSubstr( path( "maintd.yaml" ) + ":2:23: " ) );
@@ -79,7 +79,7 @@ TEST_F( Stages, aChangedThresholdHasToBeProvenAndABadFileChangesNothing ) {
    EXPECT_EQ( threshold(), 100e3 );
 
    changeConfig( config( "50kbps" ) );
-   ASSERT_TRUE( logSays( "maintd: reloaded" ) );
+   ASSERT_TRUE( logSays( "maintd: reload: done, asked for by SIGHUP" ) );
    auto const asked = maintctl( { "ready", "fabric" } );
    EXPECT_EQ( asked.status, 1 );
    EXPECT_THAT( asked.out, HasSubstr( "its threshold changed" ) );

@@ -45,7 +45,7 @@ class ApiBox {
    Api api_{ *database_,
              service_,
              context_,
-             [this] { return reloadTrouble_; },
+             [this]( std::string const & ) { return reloadTrouble_; },
              [this]( auto const & unit, auto const & without, auto const & session ) {
                 guarded_.push_back( unit + "|" + ( without.empty() ? "" : without[0] ) + "|" + session );
                 return objections_;

@@ -167,7 +167,7 @@ class Feed : public Counters {
  protected:
    void SetUp() override {
       ASSERT_NO_FATAL_FAILURE( Counters::SetUp() );
-      Tell const tell = [this]( std::string const & text ) { told_.push_back( text ); };
+      Tell const tell = [this]( std::string const & text, bool ) { told_.push_back( text ); };
       watch_.emplace( links_, tell );
       feed_.emplace( links_, writer_, tell );
       loop_.turn( [&] { watch_->monitor().start(); } );

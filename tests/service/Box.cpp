@@ -83,7 +83,7 @@ void Box::begin( std::string const & file ) {
                                    quill_,
                                    links_,
                                    programs_,
-                                   [this]( Event const & event ) { events_.push_back( event ); },
+                                   eventLog_,
                                    {},
                                    [this]( Lumo::IntfId intf ) { return neverShut_[intf]; } },
          configOf( file ) );
@@ -188,7 +188,7 @@ bool Box::monitored( std::string const & intf ) const {
 std::vector<std::string> Box::events( std::string const & kind ) const {
    std::vector<std::string> found;
    for( Event const & event : events_ ) {
-      if( event.kind == kind ) found.push_back( event.unit + ": " + event.text );
+      if( event.kind.view() == kind ) found.push_back( event.unit->str() + ": " + event.text.str() );
    }
    return found;
 }

@@ -103,7 +103,9 @@ class Box : public ::testing::Test {
    LinkRecords links_{ state_ };
    ProgramsOfTest programs_;
    std::map<Lumo::IntfId, std::string> neverShut_;  // and why
+   std::shared_ptr<EventLog> eventLog_ = std::make_shared<EventLog>();
    std::vector<Event> events_;
+   EventLog::Listener listener_{ *eventLog_, [this]( Event const & event ) { events_.push_back( event ); } };
    std::unique_ptr<MaintenanceService> service_;
    Kel::Ptr<Kel::Dir> pluginDir_{ new Kel::Dir( "plugins" ) };
    std::unique_ptr<Maintenance::PluginContext> plugin_;

@@ -96,7 +96,7 @@ class LinkControlTest : public ::testing::Test {
          .causes = causes_,
          .links = kernel_,
          .keep = [this] { return keep(); },
-         .tell = [this]( IntfId intf,
+         .tell = [this]( IntfId intf, Severity,
                          std::string const & text ) { told_.push_back( std::string( intf.name() ) + ": " + text ); },
          .preserveIpv6 = [this] { return preserve_; },
          .boot = boot_,

@@ -1,4 +1,4 @@
-#include "tables/Printable.h"
+#include "kel/Printable.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 
 #include "kel/Utf8.h"
 
-namespace Cli {
+namespace Kel {
 
 namespace {
 
@@ -52,7 +52,7 @@ std::string printableBut( std::string_view text, std::string_view kept ) {
       out += text.substr( 0, plain );
       text.remove_prefix( plain );
       if( text.empty() ) return out;
-      std::size_t const length = Kel::sequenceLength( text );
+      std::size_t const length = sequenceLength( text );
       // After a bad byte only that one is passed over: the next may begin a valid sequence.
       std::string_view const character = text.substr( 0, std::max<std::size_t>( length, 1 ) );
       if( length == 0 ) {
@@ -71,4 +71,4 @@ std::string printableBut( std::string_view text, std::string_view kept ) {
 std::string printable( std::string_view text ) { return printableBut( text, "" ); }
 std::string printableLines( std::string_view text ) { return printableBut( text, "\n\t" ); }
 
-}  // namespace Cli
+}  // namespace Kel

@@ -1,0 +1,137 @@
+#include "events/EventLog.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kel/ActivityLoop.h"
+#include "kel/Assert.h"
+#include "kel/Json.h"
+
+namespace Service {
+
+namespace {
+
+// What an event takes besides its text, which it has twice when its line has been made.
+constexpr std::size_t overhead = 512;
+
+std::size_t bytesOf( Event const & event ) { return overhead + 2 * event.text.view().size(); }
+
+// Without the beginning of a character whose rest is cut off: in UTF-8 the others of its bytes are 10xxxxxx.
+std::string cut( std::string const & text ) {
+   if( text.size() <= EventLog::textMax ) return text;
+   std::size_t end = EventLog::textMax;
+   while( end > 0 && ( static_cast<unsigned char>( text[end] ) & 0xc0 ) == 0x80 ) --end;
+   return text.substr( 0, end ) + " ...";
+}
+
+std::function<uint64_t()> countingFromOne() {
+   return [last = uint64_t( 0 )]() mutable { return ++last; };
+}
+
+}  // namespace
+
+Severity severityOf( Event const & event ) {
+   for( auto const severity : { Severity::error, Severity::warning, Severity::notice } ) {
+      if( event.severity.view() == enumName( severity ) ) return severity;
+   }
+   return Severity::info;
+}
+
+std::string someOf( std::vector<std::string> const & texts, char const * between ) {
+   constexpr std::size_t shown = 10;
+   std::string all;
+   for( std::size_t i = 0; i < std::min( texts.size(), shown ); ++i ) all += ( i ? between : "" ) + texts[i];
+   if( texts.size() <= shown ) return all;
+   return all + between + "and " + std::to_string( texts.size() - shown ) + " more";
+}
+
+std::string const & EventLog::Entry::line() const {
+   if( line_.empty() ) line_ = Kel::toJson( Kel::value( event ) ) + "\n";
+   return line_;
+}
+
+EventLog::Listener::Listener( EventLog & log, Act act )
+   : log_( log ), act_( std::make_shared<Act const>( std::move( act ) ) ), since_( log.last() ) {
+   log.listeners_.push_back( this );
+}
+
+EventLog::Listener::~Listener() {
+   auto const found = std::ranges::find( log_.listeners_, this );
+   if( log_.delivering_ ) {
+      *found = nullptr;
+   } else {
+      log_.listeners_.erase( found );
+   }
+}
+
+EventLog::EventLog( std::function<uint64_t()> nextNumber, std::function<double()> wallClockOffset )
+   : nextNumber_( nextNumber ? std::move( nextNumber ) : countingFromOne() ),
+     wallClockOffset_( std::move( wallClockOffset ) ),
+     last_( nextNumber_() ),
+     forgotten_( last_ ),
+     delivered_( last_ ) {}
+
+void EventLog::tell( Told const & what ) {
+   uint64_t const seq = nextNumber_();
+   KEL_ASSERT( seq > last_ );
+   // Once a turn, so that what happens at one moment does so by both clocks.
+   if( time_ != Kel::now() ) {
+      time_ = Kel::now();
+      wallTime_ = wallClockOffset_ ? time_ + wallClockOffset_() : time_;
+   }
+   Event event;
+   event.seq = seq;
+   event.time = time_;
+   event.wallTime = wallTime_;
+   event.kind = enumName( what.kind );
+   event.severity = enumName( what.severity );
+   if( !what.unit.empty() ) event.unit = what.unit;
+   if( what.generation != 0 ) event.generation = what.generation;
+   if( !what.interface.empty() ) event.interface = Kel::String8( what.interface.name() );
+   event.text = Kel::String8( cut( what.text ) );
+   keep( event );
+   deliver();
+}
+
+void EventLog::keep( Event const & event ) {
+   last_ = event.seq;
+   entries_.emplace_back( event );
+   bytes_ += bytesOf( event );
+   // The latest stays, whatever it takes.
+   while( entries_.size() > eventsMax || ( bytes_ > bytesMax && entries_.size() > 1 ) ) {
+      forgotten_ = entries_.front().event.seq;
+      bytes_ -= bytesOf( entries_.front().event );
+      entries_.pop_front();
+   }
+}
+
+// Of an event that is told by a listener those hear, and in the same order as the others, when all have heard of the
+// one before.
+void EventLog::deliver() {
+   if( delivering_ ) return;
+   delivering_ = true;
+   while( Entry const * const entry = next( delivered_ ) ) {
+      delivered_ = entry->event.seq;
+      // A copy, as the history goes on meanwhile.
+      deliver( Event( entry->event ) );
+   }
+   std::erase( listeners_, nullptr );
+   delivering_ = false;
+}
+
+void EventLog::deliver( Event const & event ) {
+   // Not by iterators: more may be added.
+   for( std::size_t i = 0; i < listeners_.size(); ++i ) {
+      if( !listeners_[i] || event.seq <= listeners_[i]->since_ ) continue;
+      auto const act = listeners_[i]->act_;
+      ( *act )( event );
+   }
+}
+
+EventLog::Entry const * EventLog::next( uint64_t after ) const {
+   auto const found =
+      std::ranges::upper_bound( entries_, after, {}, []( Entry const & entry ) { return entry.event.seq; } );
+   return found == entries_.end() ? nullptr : &*found;
+}
+
+}  // namespace Service
