@@ -24,9 +24,11 @@ int runMaintd( std::vector<std::string> arguments, std::string const & what ) {
    std::signal( SIGPIPE, SIG_DFL );
    std::error_code error;
    auto const self = std::filesystem::read_symlink( "/proc/self/exe", error );
-   std::string const beside = ( self.parent_path() / "maintd" ).string();
-   // Where there is none, or none that can be run, it goes on here.
-   if( !error ) ::execv( beside.c_str(), taken.data() );
+   // Beside this program in a build, and where an installation has it, which is not on everybody's PATH. Where there is
+   // none, or none that can be run, it goes on here.
+   for( char const * const place : { "maintd", "../sbin/maintd" } ) {
+      if( !error ) ::execv( ( self.parent_path() / place ).c_str(), taken.data() );
+   }
    ::execvp( "maintd", taken.data() );
    return complain( "maintd, which " + what + ", cannot be run: " + std::strerror( errno ) );
 }

@@ -242,6 +242,7 @@ int run( int argc, char ** argv ) {
    // Exactly one, which is why they can share their arguments.
    app.require_subcommand( 1 );
    Arguments arguments;
+   app.set_version_flag( "--version", "maintctl " RATEMON_VERSION, "print the version and exit" );
    app.add_option( "--socket", arguments.socket,
                    std::string( "unix socket of maintd for everything (also MAINTD_SOCKET; default: " ) +
                       defaultReadSocket + " for what only reads, " + defaultControlSocket + " for the rest)" )

@@ -14,6 +14,14 @@ set( CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}" )
 set( CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib" )
 set( CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib" )
 
+# Where the plug-in and the shared libraries are when they are installed, and the way there from bin and sbin alike. By the
+# architecture also outside /usr, so that a tree that is moved as a whole holds together.
+if( CMAKE_LIBRARY_ARCHITECTURE )
+   set( RATEMON_LIBRARY_DIR "lib/${CMAKE_LIBRARY_ARCHITECTURE}/ratemon" )
+else()
+   set( RATEMON_LIBRARY_DIR "lib/ratemon" )
+endif()
+
 # A plug-in that instantiates a template with static members must share them with the program that loads it.
 set( CMAKE_ENABLE_EXPORTS ON )
 
@@ -30,6 +38,15 @@ if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
    # A library that uses a symbol it does not link fails here, instead of working by luck of what the program links.
    # (clang's sanitizer runtimes live in the program, so the check cannot be used there.)
    add_link_options( "LINKER:-z,defs" )
+endif()
+
+if( RATEMON_HARDEN )
+   # A position-independent executable needs the linker told as well as the compiler.
+   include( CheckPIESupported )
+   check_pie_supported( LANGUAGES CXX )
+   # Undefined first: some compilers set it by themselves, and to set it to something else is a warning.
+   add_compile_options( -fstack-protector-strong -Wp,-U_FORTIFY_SOURCE -Wp,-D_FORTIFY_SOURCE=2 )
+   add_link_options( "LINKER:-z,relro" "LINKER:-z,now" )
 endif()
 
 find_program( RATEMON_CCACHE ccache )

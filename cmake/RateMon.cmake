@@ -136,6 +136,8 @@ function( ratemon_program name )
       return()
    endif()
    add_executable( ${name} ${sources} ${headers} )
+   # For --version.
+   target_compile_definitions( ${name} PRIVATE "RATEMON_VERSION=\"${PROJECT_VERSION}\"" )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} )
    ratemon_fast_build( ${name} PRECOMPILE ${arg_PRECOMPILE} )
 endfunction()

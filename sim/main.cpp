@@ -107,6 +107,7 @@ int simulate( Options const & options, std::istream & lines ) {
 int main( int argc, char ** argv ) {
    CLI::App app( "Runs the rate monitor on a virtual clock: what would this profile have done with that traffic?" );
    Options options;
+   app.set_version_flag( "--version", "maintsim " RATEMON_VERSION, "print the version and exit" );
    app.add_option( "FILE", options.file, "the scenario, one JSON object a line (default: standard input)" );
    app.add_option( "--config", options.config, "the service's configuration, before the first line (YAML)" )
       ->type_name( "FILE" );

@@ -9,7 +9,13 @@
 
 std::string Plugin::besideProgram( std::string const & file ) {
    // From the kernel, as argv[0] may be relative to a directory that was left, or a name found along PATH.
-   return ( std::filesystem::read_symlink( "/proc/self/exe" ).parent_path() / file ).string();
+   auto const directory = std::filesystem::read_symlink( "/proc/self/exe" ).parent_path();
+   auto const beside = directory / file;
+   auto const installed = ( directory / RATEMON_PLUGIN_DIR / file ).lexically_normal();
+   std::error_code unreadable;  // counts as not there
+   bool const isInstalled =
+      !std::filesystem::exists( beside, unreadable ) && std::filesystem::exists( installed, unreadable );
+   return ( isInstalled ? installed : beside ).string();
 }
 
 namespace Plugin::Impl {

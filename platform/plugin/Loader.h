@@ -38,7 +38,8 @@ class LoadError : public std::runtime_error {
    using std::runtime_error::runtime_error;
 };
 
-// The path of a file that lies in the directory of the running program, where plug-ins are unless told otherwise.
+// The path of a plug-in's file unless told otherwise: in the directory of the running program, as in a build, or else
+// where an installation has plug-ins. It is the first where it is in neither, for whoever reports that.
 [[nodiscard]] std::string besideProgram( std::string const & file );
 
 namespace Impl {
