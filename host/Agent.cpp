@@ -9,6 +9,7 @@
 #include "brisklog/Brisklog.h"
 #include "claims/Boot.h"
 #include "log/SystemLog.h"
+#include "notify/StatusLine.h"
 #include "plugin/Loader.h"
 
 namespace Host {
@@ -85,6 +86,7 @@ Agent::Agent( Options options, StandardError & standardError )
      activityLoop_( clock_ ),
      loop_( activityLoop_, clock_->ahead() ),
      standardErrorRetry_( loop_, standardError ),
+     serviceManager_( loop_ ),
      hangUps_( loop_.io(), SIGHUP ),
      ends_( loop_.io() ),
      retry_( loop_.io() ),
@@ -235,6 +237,7 @@ void Agent::run() {
    awaitEnd();
    awaitReload();
    awaitRetry();
+   serviceManager_.ready( [this] { return statusLine( *service_, box_.state() ); } );
    loop_.run();
    ends_.clear();
 }
@@ -246,6 +249,7 @@ void Agent::awaitEnd() {
 }
 
 void Agent::stopServing() {
+   serviceManager_.stopping();
    loop_.turn( [this] { tell( EventKind::agent, Severity::notice, "stopping" ); } );
    ends_.async_wait( [this]( boost::system::error_code error, int ) {
       if( !error ) loop_.stop();
@@ -283,8 +287,10 @@ void Agent::handleLink( Lumo::IntfId intf ) {
 }
 
 std::vector<std::string> Agent::reload( std::string const & requestedBy ) {
+   serviceManager_.reloading();
    auto why = reloadFrom( options_.configFile, *service_, requestedBy );
    if( why.empty() ) tellWarnings();
+   serviceManager_.reloaded();
    return why;
 }
 

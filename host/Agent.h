@@ -35,6 +35,7 @@
 #include "loop/AsioLoop.h"
 #include "loop/ShiftedClock.h"
 #include "maintenance/MaintenanceService.h"
+#include "notify/ServiceManager.h"
 #include "plugin/PluginContext.h"
 #include "store/Keeper.h"
 #include "store/Store.h"
@@ -101,6 +102,7 @@ class Agent {
    Kel::ActivityLoop activityLoop_;
    AsioLoop loop_;
    StandardErrorRetry standardErrorRetry_;
+   ServiceManager serviceManager_;
    boost::asio::signal_set hangUps_;  // from the start, as one that came earlier would end the process
    boost::asio::signal_set ends_;
    boost::asio::steady_timer retry_;

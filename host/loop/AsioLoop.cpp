@@ -41,6 +41,7 @@ void AsioLoop::turn( std::function<void()> const & work ) {
    loop_.turn( work );
    // Whatever ran may have moved the next due time, either way.
    armTimer();
+   if( onTurn_ ) onTurn_();
 }
 
 void AsioLoop::armTimer() {

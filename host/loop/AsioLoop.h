@@ -10,6 +10,7 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <functional>
 #include <list>
+#include <utility>
 
 #include "kel/ActivityLoop.h"
 
@@ -27,6 +28,9 @@ class AsioLoop {
 
    // Runs `readable` in a turn whenever the descriptor, which stays its owner's, can be read.
    void watch( int fd, std::function<void()> readable );
+
+   // Called after each turn, between turns; replaces the one before. Empty: nobody.
+   void onTurn( std::function<void()> after ) { onTurn_ = std::move( after ); }
 
    void run();
    void stop() { io_.stop(); }
@@ -53,6 +57,7 @@ class AsioLoop {
    boost::asio::io_context io_{ 1 };              // a hint that one thread runs it
    boost::asio::posix::stream_descriptor timer_;  // a timerfd, so that suspended time counts as in the loop's clock
    std::list<Watch> watches_;
+   std::function<void()> onTurn_;
 };
 
 }  // namespace Host
