@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "Agent.h"
 #include "ConfigFile.h"
@@ -30,6 +31,7 @@ struct Arguments {
    bool checkOnly = false;
    bool release = false;
    bool all = false;
+   bool list = false;
    bool foreground = true;
    std::vector<std::string> names;
 };
@@ -107,16 +109,20 @@ int check( std::string const & file, Service::Config::Config const & config ) {
 }
 
 int release( Arguments const & arguments ) {
-   if( arguments.all == !arguments.names.empty() ) {
-      std::cerr << "maintd: --release takes names of links, or --all\n";
+   bool const everything = arguments.all || arguments.list;
+   if( everything == !arguments.names.empty() ) {
+      std::cerr << "maintd: --release takes names of links, or --all, or --list\n";
       return usage;
    }
    try {
-      // Whoever runs holds its links on purpose, and would take them down again.
-      Host::NamespaceLock const claim;
+      // Whoever runs holds its links on purpose, and would take them down again. To look is allowed beside an agent of
+      // another store.
+      std::optional<Host::NamespaceLock> claim;
+      if( !arguments.list ) claim.emplace();
       Host::KernelLinks links;
-      return Host::release( { Host::Store::in( arguments.options.stateDirectory ), arguments.names, Host::bootId() },
-                            links, std::cout, std::cerr );
+      return Host::release(
+         { Host::Store::in( arguments.options.stateDirectory ), arguments.names, Host::bootId(), arguments.list },
+         links, std::cout, std::cerr );
    } catch( Host::StoreError const & error ) {
       return fail( error, unusableStore );
    } catch( std::exception const & error ) {
@@ -126,6 +132,7 @@ int release( Arguments const & arguments ) {
 
 void addOptions( CLI::App & app, Arguments & arguments ) {
    Host::Agent::Options & options = arguments.options;
+   app.set_version_flag( "--version", "maintd " RATEMON_VERSION, "print the version and exit" );
    app.add_option( "--config", options.configFile, "the configuration, see examples/maintd.yaml" );
    app.add_option( "--state", options.stateDirectory,
                    "directory for what outlives maintd: units under way, held links" )
@@ -147,6 +154,7 @@ void addOptions( CLI::App & app, Arguments & arguments ) {
    app.add_flag( "--release", arguments.release,
                  "only set up links that a maintd which does not run any more holds down: those named, or --all" );
    app.add_flag( "--all", arguments.all, "with --release: all of them" );
+   app.add_flag( "--list", arguments.list, "with --release: only name those that it would set up, and touch none" );
    app.add_option( "LINK", arguments.names, "with --release: these" );
    app.add_flag( "--foreground", arguments.foreground,
                  "stay in the foreground (it always does: a service manager backgrounds it)" );
@@ -177,7 +185,7 @@ int main( int argc, char ** argv ) {
    try {
       app.parse( argc, argv );
       if( !arguments.release && arguments.options.configFile.empty() ) throw CLI::RequiredError( "--config" );
-      if( !arguments.release && ( arguments.all || !arguments.names.empty() ) )
+      if( !arguments.release && ( arguments.all || arguments.list || !arguments.names.empty() ) )
          throw CLI::RequiresError( "LINK", "--release" );
    } catch( CLI::ParseError const & error ) {
       // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.

@@ -35,6 +35,7 @@ class Release {
       read( Service::heldLinksPath );
       entriesAreKnown_ = read( Maintenance::Path::errdisableCauses );
       auto const wanted = wantedRecords();
+      if( request_.listOnly ) return list( wanted );
       if( request_.intfs.empty() && wanted.empty() ) out_ << "no link is held down\n";
       std::vector<Record> ours;
       for( Record const & record : wanted ) {
@@ -50,6 +51,14 @@ class Release {
    }
 
  private:
+   // For programs: nothing but names.
+   int list( std::vector<Record> const & wanted ) {
+      for( Record const & record : wanted ) {
+         if( leftBecause( *record ).empty() ) out_ << record->name() << "\n";
+      }
+      return failed_ ? 1 : 0;
+   }
+
    // Whether all rows below the path are records now. What is not is told.
    bool read( std::string_view path ) {
       bool all = true;
@@ -200,7 +209,7 @@ int release( ReleaseRequest const & request, Service::LinkSwitch & links, std::o
    try {
       // Opening it would make one.
       if( !StoreFile::isThere( request.store ) ) {
-         out << "no link is held down: there is no store " << request.store << "\n";
+         if( !request.listOnly ) out << "no link is held down: there is no store " << request.store << "\n";
          return request.intfs.empty() ? 0 : 1;
       }
       return Release( request, links, out, err ).run();

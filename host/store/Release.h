@@ -20,6 +20,7 @@ struct ReleaseRequest {
    std::string store;               // path of its file
    std::vector<std::string> intfs;  // by name; all where there are none
    std::string boot;                // identity of this boot of the machine
+   bool listOnly = false;           // only name, a line each, those that would be set up; nothing is touched
 };
 
 // A line for each link on `out`, for people; trouble on `err`. 0 when all is done that is to be done; 1 when a link
