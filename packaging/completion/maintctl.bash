@@ -8,7 +8,7 @@ _maintctl_ask() {
 
 # Of names in JSON those that need no escape there.
 _maintctl_names() {
-   grep -o "\"$1\":\"[^\"\\\\]*\"" | sed 's/^[^:]*:"//; s/"$//' | sort -u
+   grep -o "\"$1\": *\"[^\"\\\\]*\"" | sed 's/^[^:]*: *"//; s/"$//' | sort -u
 }
 
 _maintctl_candidates() {
