@@ -96,6 +96,8 @@ int openedNew( std::string const & made ) {
    if( ringIsThere( made ) ) unlink( made.c_str() );
    int const fd = open( made.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640 );
    if( fd < 0 ) failed( errno, "creating " + made );
+   // Whatever the mask: the group may read what happened. Where the file system knows no modes, it may not.
+   static_cast<void>( fchmod( fd, 0640 ) );
    return fd;
 }
 
