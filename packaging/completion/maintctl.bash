@@ -1,7 +1,7 @@
 # Completion of maintctl for bash. Commands and options are those that the program itself has, names of units and
 # interfaces those of the running maintd; where none answers, there are no names.
 
-# The program as it is called on this line, with the sockets that were named, and 2 s at most.
+# The program as it is called on this line, with the socket that was named, and 2 s at most.
 _maintctl_ask() {
    timeout 2 "${maintctl[@]}" "$@" 2> /dev/null < /dev/null
 }
@@ -46,8 +46,7 @@ _maintctl() {
    for (( i = 1; i < COMP_CWORD; ++i )); do
       word=${COMP_WORDS[i]}
       case $word in
-      --socket | --read-socket)
-         maintctl+=( "$word" "${COMP_WORDS[++i]}" ) ;;
+      --socket) maintctl+=( "$word" "${COMP_WORDS[++i]}" ) ;;
       --without | --timeout | --html | --generation | --state | --file | --levels | --since | --for | --after | -n) (( ++i )) ;;
       -*) ;;
       *)
@@ -63,7 +62,7 @@ _maintctl() {
    COMPREPLY=()
    case $previous in
    --without) kind=interfaces ;;
-   --socket | --read-socket | --html | --state | --file) kind=files ;;
+   --socket | --html | --state | --file) kind=files ;;
    --timeout | --generation | --levels | --since | --for | --after | -n) return ;;
    *)
       if [[ $current == -* ]]; then
