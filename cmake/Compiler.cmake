@@ -44,8 +44,9 @@ if( RATEMON_HARDEN )
    # A position-independent executable needs the linker told as well as the compiler.
    include( CheckPIESupported )
    check_pie_supported( LANGUAGES CXX )
-   # Undefined first: some compilers set it by themselves, and to set it to something else is a warning.
-   add_compile_options( -fstack-protector-strong -Wp,-U_FORTIFY_SOURCE -Wp,-D_FORTIFY_SOURCE=2 )
+   # Undefined first: some compilers set it by themselves, and to set it to something else is a warning. Not by -Wp, whose
+   # order ccache does not keep: it would stay undefined.
+   add_compile_options( -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 )
    add_link_options( "LINKER:-z,relro" "LINKER:-z,now" )
 endif()
 

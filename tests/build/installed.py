@@ -62,9 +62,19 @@ def check_programs(prefix):
         holds(said == f"{program} {version}\n", f"{program} --version says {said!r}")
     # maintsim cannot do it without the plug-in, and maintctl not without maintd.
     said = output(str(prefix / "bin/maintsim"), str(SOURCE / "examples/scenarios/what-if.jsonl"))
-    holds('"ready":true' in said, f"maintsim answers {said[-300:]!r}")
+    holds('"ready": true' in said, f"maintsim answers {said[-300:]!r}")
     said = output(str(prefix / "bin/maintctl"), "check-config", str(prefix / "etc/ratemon/maintd.yaml"))
     holds("holds: 0 units, 0 warnings" in said, f"the configuration that is installed: {said!r}")
+
+
+def check_hardening(prefix):
+    if "RATEMON_HARDEN:BOOL=ON" not in (BUILD / "CMakeCache.txt").read_text():
+        return
+    program = str(prefix / "sbin/maintd")
+    symbols, dynamic = output("nm", "-D", "--undefined-only", program), output("readelf", "-d", program)
+    holds("__stack_chk_fail" in symbols, "maintd has no stack protector")
+    holds(re.search(r"__\w+_chk@", symbols.replace("__stack_chk_fail", "")), "maintd has no fortified calls")
+    holds("BIND_NOW" in dynamic and "PIE" in dynamic, "maintd is no position-independent executable with full RELRO")
 
 
 def words_of_page(prefix, name):
@@ -152,6 +162,7 @@ def main():
         holds(prefix.is_dir(), said)
         check_files(prefix)
         check_programs(prefix)
+        check_hardening(prefix)
         check_pages(prefix)
         check_live(prefix, pathlib.Path(directory))
     for problem in problems:
