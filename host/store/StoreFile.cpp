@@ -147,6 +147,12 @@ std::string begin( std::string const & path ) {
    if( fd.get() < 0 ) refuse( path, "cannot be made", errno );
    // Whatever the mask of the process.
    if( fchmod( fd.get(), 0640 ) != 0 ) refuse( path, "cannot be given its mode", errno );
+   // Made by root in the directory of the user that maintd has as a service, it is that user's, who could not open it
+   // otherwise. SQLite gives the files that it makes beside it to the same. Where that cannot be, root has it.
+   auto const directory = status( directoryOf( path ) );
+   if( geteuid() == 0 && directory ) {
+      static_cast<void>( !fchown( fd.get(), directory->st_uid, directory->st_gid ) );
+   }
    return made;
 }
 

@@ -8,6 +8,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <system_error>
 
 #include "kel/Assert.h"
@@ -98,6 +99,12 @@ int openedNew( std::string const & made ) {
    if( fd < 0 ) failed( errno, "creating " + made );
    // Whatever the mask: the group may read what happened. Where the file system knows no modes, it may not.
    static_cast<void>( fchmod( fd, 0640 ) );
+   // Made by root where another user's are, it is that user's, who is to keep it as an earlier one.
+   struct stat directory {};
+   std::string const above = std::filesystem::path( made ).parent_path().string();
+   if( geteuid() == 0 && stat( above.empty() ? "." : above.c_str(), &directory ) == 0 ) {
+      static_cast<void>( !fchown( fd, directory.st_uid, directory.st_gid ) );
+   }
    return fd;
 }
 
