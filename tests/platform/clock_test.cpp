@@ -184,22 +184,6 @@ TEST_F( LoopStory, whatAnExceptionKeptFromRunningRunsInTheNextTurnInItsOrder ) {
    EXPECT_EQ( heard(), Words( { "second", "third", "work" } ) );
 }
 
-TEST_F( LoopStory, virtualTimeJumpsFromDueTimeToDueTime ) {
-   std::vector<double> times;
-   Timer hourly( [&] {
-      times.push_back( Kel::now() );
-      hourly.timeMinIs( Kel::now() + 3600 );
-   } );
-   hourly.timeMinIs( 900 );  // in the past: at once, without turning the clock back
-   loop.runUntil( *clock, 1000 + 2 * 3600 );
-   EXPECT_EQ( times, std::vector<double>( { 1000, 4600, 8200 } ) );
-   EXPECT_EQ( loop.turnNumber(), 3u );
-   loop.runUntil( *clock, 8300.5 );
-   EXPECT_EQ( clock->now(), 8300.5 );
-   EXPECT_EQ( loop.turnNumber(), 3u );
-   EXPECT_DEATH( loop.runUntil( *clock, 8300 ), "t >= now_" );
-}
-
 TEST( Loop, reactorsOutliveTheirLoop ) {
    Kel::Ptr<Kel::Clock> const clock = new Kel::VirtualClock( 5 );
    auto loop = std::make_unique<Kel::ActivityLoop>( clock );

@@ -278,30 +278,6 @@ TEST_F( ByText, theComponentsOfAPathMayBeJoinedOrAlone ) {
                 ElementsAre( Cell::path( "stage/maintEnter/progress", 0 ), "progress", "fabric#7" ) );
 }
 
-TEST_F( ByText, writesValuesEntriesAndEntities ) {
-   Path const fabric{ "maintenance/unit/status", "status", "fabric" };
-   auto const under = []( Path path, char const * name ) {
-      path.emplace_back( name );
-      return path;
-   };
-   EXPECT_EQ( set( under( fabric, "genId" ), Kel::value( uint32_t{ 8 } ) ), "" );
-   EXPECT_EQ( set( under( under( fabric, "group" ), "intf:spines" ), Kel::value( true ) ), "" );
-   EXPECT_EQ( set( fabric, object( { { "state", Kel::value( uint64_t{ 2 } ) } } ) ), "" );
-   auto const status = state_.unitStatus->status( "fabric" );
-   EXPECT_EQ( status->genId(), 8u );
-   EXPECT_EQ( status->groups(), 1u );
-   EXPECT_EQ( status->state(), Maintenance::Unit::State::entering );
-
-   EXPECT_EQ( set( Path{ "maintenance/unit/status", "status", "edge" }, object() ), "" );
-   EXPECT_EQ( set( "lag/config/phyIntf/Ethernet3/1", object( { { "lag", Kel::value( "Port-Channel2" ) } } ) ), "" );
-   EXPECT_TRUE( state_.unitStatus->status( "edge" ) );
-   EXPECT_EQ( state_.lagConfig->phyIntf( Lumo::IntfId( "Ethernet3/1" ) )->lag(), Lumo::IntfId( "Port-Channel2" ) );
-
-   EXPECT_EQ( set( "interface/errdisable/cause/storm/intfStatus/Ethernet3/1", Kel::value( 3.5 ) ), "" );
-   EXPECT_EQ( get( "interface/errdisable/cause/storm" ),
-              "{\"intfStatus\": {\"Ethernet2\": 12.5, \"Ethernet3/1\": 3.5}}" );
-}
-
 TEST_F( ByText, writesThatDoNotFitChangeNothingAndSayWhere ) {
    Value const one = Kel::value( uint32_t{ 1 } );
    struct Case {

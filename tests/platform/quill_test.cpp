@@ -4,7 +4,6 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -17,7 +16,6 @@
 #include <functional>
 #include <map>
 #include <random>
-#include <set>
 #include <utility>
 
 #include "quill/EthIntfCounterReaderSm.h"
@@ -62,15 +60,6 @@ T at( std::string const & bytes, std::size_t offset ) {
    return value;
 }
 
-// What a child process does until it is stopped or the parent dies; the parent goes on at once.
-pid_t forked( std::function<void()> const & work ) {
-   pid_t const child = ::fork();
-   if( child != 0 ) return child;
-   ::prctl( PR_SET_PDEATHSIG, SIGKILL );
-   work();
-   ::_exit( 0 );
-}
-
 // Other programs read the file by its documented offsets.
 TEST_F( TableTest, theFileHoldsEachFieldWhereTheLayoutSays ) {
    auto const table = CounterTable::create( path, 4 );
@@ -113,27 +102,6 @@ bool whole( std::optional<CounterTable::Entry> const & entry ) {
    uint64_t const octets = row.readTime == 0 ? 0 : row.restarts;
    return entry->name == rowNames[row.restarts % 2] && row.inOctets == octets && row.outOctets == octets &&
           row.readTime == static_cast<double>( octets );
-}
-
-TEST_F( TableTest, aReaderInAnotherProcessNeverSeesHalfARow ) {
-   auto const table = CounterTable::create( path, 1 );
-   table->rowIs( 0, rowNames[0] );
-   pid_t const writer = forked( [&table] {
-      for( uint64_t i = 1;; ++i ) step( *table, i );
-   } );
-   auto const read = CounterTable::openReadOnly( path );
-   int torn = 0;
-   std::set<std::string> seen;
-   // On a machine under load the writer may be a while in coming.
-   for( int i = 0; i < 100000 || ( seen.size() < 2 && i < 100000000 ); ++i ) {
-      auto const entry = read->entry( 0 );
-      torn += !whole( entry );
-      if( entry ) seen.insert( entry->name );
-   }
-   ::kill( writer, SIGKILL );
-   ::waitpid( writer, nullptr, 0 );
-   EXPECT_EQ( torn, 0 );
-   EXPECT_EQ( seen.size(), 2u );
 }
 
 // Does `work` again and again and interrupts it at whatever instruction with `meanwhile`, 3000 times.
@@ -285,7 +253,7 @@ TEST_F( TableTest, aMillionRowsTakeMemoryOnlyAsTheyCome ) {
 // On a file system of its own with 256 KiB. In a child, whose mounts end with it.
 TEST_F( TableTest, aFullFileSystemIsAnErrorAndNotTheEndOfTheProcess ) {
    enum { noNamespace = 2, refusedInTime, neverRefused };
-   pid_t const child = forked( [this] {
+   auto const fill = [this] {
       bool const own = ::unshare( CLONE_NEWNS ) == 0 || ::unshare( CLONE_NEWUSER | CLONE_NEWNS ) == 0;
       if( !own || ::mount( "none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) != 0 ||
           ::mount( "tmpfs", folder.c_str(), "tmpfs", 0, "size=256k" ) != 0 )
@@ -297,7 +265,9 @@ TEST_F( TableTest, aFullFileSystemIsAnErrorAndNotTheEndOfTheProcess ) {
          ::_exit( table->rows() >= 512 ? refusedInTime : neverRefused );
       }
       ::_exit( neverRefused );
-   } );
+   };
+   pid_t const child = ::fork();
+   if( child == 0 ) fill();
    int status = 0;
    ::waitpid( child, &status, 0 );
    ASSERT_TRUE( WIFEXITED( status ) ) << "signal " << WTERMSIG( status );

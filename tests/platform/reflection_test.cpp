@@ -112,18 +112,6 @@ TEST_F( Reflection, mergesIntoAChildThatExists ) {
    EXPECT_TRUE( records.entry( *directory, "absent" ).isNull() );
 }
 
-TEST( TypeRegistry, makesEntitiesByNameInADirectory ) {
-   Kel::Ptr<Kel::Dir> const dir( new Kel::Dir( "plugins" ) );
-   EXPECT_THROW( dir->newEntity( "Sample::Record", "r" ), Kel::AttributeError );
-   Kel::typeNodeIs( Record::kelType() );
-   auto const made = dir->newEntity( "Sample::Record", "r" );
-   EXPECT_EQ( dir->entityRef( "r" ), made );
-   EXPECT_EQ( made->kelTypeInfo().name(), "Sample::Record" );
-   EXPECT_FALSE( dir->entityRef( "absent" ) );
-   Kel::typeNodeDel( Record::kelType() );
-   EXPECT_EQ( Kel::typeNode( "Sample::Record" ), nullptr );
-}
-
 TEST( Json, printsWhatReadsBackTheSame ) {
    struct Case {
       Value v;

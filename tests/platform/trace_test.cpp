@@ -161,16 +161,4 @@ TEST_F( LogTest, equalMessagesKeepTheirDistance ) {
    EXPECT_EQ( both( "b" ), 2u );
 }
 
-TEST_F( LogTest, handlesAreListedWhileTheyLive ) {
-   auto const listed = []( std::string_view name ) {
-      return std::count_if( Kel::logHandles().begin(), Kel::logHandles().end(),
-                            [name]( auto const * handle ) { return handle->name() == name; } );
-   };
-   {
-      Kel::LogHandle const handle( "SHORT_LIVED", 6, "", "", "", 0, 0, 0 );
-      EXPECT_EQ( listed( "SHORT_LIVED" ), 1 );
-   }
-   EXPECT_EQ( listed( "SHORT_LIVED" ), 0 );
-}
-
 }  // namespace

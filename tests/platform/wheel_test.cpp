@@ -132,34 +132,6 @@ TEST_F( WheelStory, ticksCountFromTheCreationAndAreExactWhereTheirTimesRound ) {
    }
 }
 
-TEST_F( WheelStory, aTimerForNowOrThePastWaitsForTheNextTick ) {
-   Alarm other( wheel );
-   Alarm alarm( wheel, [&] {
-      said.push_back( std::to_string( std::lround( Kel::now() - start ) ) );
-      if( said.size() < 3 ) alarm.timeMinIs( said.size() == 1 ? Kel::now() : 0 );
-   } );
-   for( bool const wheelAwake : { false, true } ) {
-      said.clear();
-      double const begin = clock->now() - start;
-      if( wheelAwake ) other.timeMinIs( clock->now() + 1.5 );
-      advanceTo( begin + 5000 );
-      loop.turn( [&] { alarm.timeMinIs( Kel::now() ); } );
-      advanceTo( begin + 5010 );
-      auto const tick = [&]( int n ) { return std::to_string( std::lround( begin ) + 5000 + n ); };
-      EXPECT_EQ( said, Words( { tick( 1 ), tick( 2 ), tick( 3 ) } ) );
-   }
-}
-
-TEST_F( WheelStory, timersOfOneTickFireInTheOrderInWhichTheyWereSet ) {
-   Alarm a( wheel, say( "a" ) ), b( wheel, say( "b" ) ), c( wheel, say( "c" ) ), d( wheel, say( "d" ) );
-   for( Alarm * alarm : { &a, &b, &c } ) alarm->timeMinIs( start + 10000 );
-   advanceTo( 9000 );              // the tick's block has begun by now
-   d.timeMinIs( start + 9999.5 );  // the same tick, an earlier time, set later
-   a.timeMinIs( start + 10000 );   // set anew
-   advanceTo( 10000 );
-   EXPECT_EQ( said, Words( { "b", "c", "d", "a" } ) );
-}
-
 // Ticks that come late by up to 1/8 tick must not make a period slip by a tick each time, whatever the clock counts
 // from.
 TEST_F( WheelStory, aLateLoopKeepsThePeriod ) {
@@ -190,73 +162,6 @@ TEST_F( WheelStory, aLateLoopKeepsThePeriod ) {
          EXPECT_EQ( samples, 360 );
       }
    }
-}
-
-// What a late tick lends is its own: at most as much as it was late, at most 1/8 tick, and nothing once it is over.
-TEST_F( WheelStory, aLateTickLendsItsLatenessToTheTimersSetInIt ) {
-   struct {
-      double late, after, fires;  // s; `fires` counted from the tick
-   } const cases[] = {
-      { 0, 1.1, 2 },       { 0, 10, 10 },     { 0.05, 10, 10 },      { 0.05, 10.01, 11 }, { 0.05, 1.1, 2 },
-      { 0.125, 9.99, 10 }, { 0.125, 10, 10 }, { 0.125, 10.001, 11 }, { 0.3, 10, 11 },     { 0.3, 9.82, 10 },
-      { 0.3, 9.83, 11 },   { 5.5, 1, 7 },     { 5.5, 0.62, 6 },      { 5.5, 0.63, 7 },
-   };
-   for( auto const & c : cases ) {
-      SCOPED_TRACE( testing::Message() << c.late << " s late, set for " << c.after << " s later" );
-      double const tick = std::ceil( clock->now() - start ) + 3;
-      Alarm inTheTick( wheel ), outside( wheel );
-      Alarm actor( wheel, [&] { inTheTick.timeMinIs( Kel::now() + c.after ); } );
-      actor.timeMinIs( start + tick );
-      lateTurnAt( tick + c.late );
-      outside.timeMinIs( Kel::now() + c.after );
-      advanceTo( tick + 20 );
-      EXPECT_EQ( inTheTick.fired, Times( { start + tick + c.fires } ) );
-      EXPECT_EQ( outside.fired, Times( { start + tick + std::ceil( c.late + c.after ) } ) );
-   }
-}
-
-TEST_F( WheelStory, aStallDeliversTheMissedTicksInOrderAndReplaysNoPeriod ) {
-   Alarm five( wheel, say( "5" ) ), three( wheel, say( "3" ) ), four( wheel, say( "4" ) );
-   Alarm periodic( wheel, [&] {
-      said.emplace_back( "periodic" );
-      periodic.timeMinIs( Kel::now() + 1 );
-   } );
-   five.timeMinIs( start + 5 );
-   three.timeMinIs( start + 3 );
-   four.timeMinIs( start + 4 );
-   periodic.timeMinIs( start + 1 );
-   lateTurnAt( 5.5 );
-   EXPECT_EQ( said, Words( { "periodic", "3", "4", "5" } ) );
-   EXPECT_EQ( loop.turnNumber(), 1u );
-   advanceTo( 6.9 );
-   EXPECT_EQ( said.size(), 4u );  // 6.5 is served by the tick at 7
-   advanceTo( 7 );
-   EXPECT_EQ( said.size(), 5u );
-}
-
-TEST_F( WheelStory, handlersMayCancelMoveOrDestroyAnyTimer ) {
-   Alarm cancelled( wheel, say( "cancelled" ) ), moved( wheel, say( "moved" ) ), later( wheel, say( "later" ) );
-   auto destroyed = std::make_unique<Alarm>( wheel, say( "destroyed" ) );
-   std::unique_ptr<Alarm> itself = std::make_unique<Alarm>( wheel, [&] { itself.reset(); } );
-   std::unique_ptr<Alarm> newcomer;
-   Alarm actor( wheel, [&] {
-      cancelled.timeMinIs( Kel::never );
-      moved.timeMinIs( Kel::now() + 2 );
-      later.timeMinIs( Kel::never );
-      destroyed.reset();
-      newcomer = std::make_unique<Alarm>( wheel );
-      newcomer->timeMinIs( Kel::now() );
-   } );
-   actor.timeMinIs( start + 7 );
-   for( Alarm * alarm : { &cancelled, &moved, destroyed.get(), itself.get() } ) alarm->timeMinIs( start + 7 );
-   later.timeMinIs( start + 8 );
-   advanceTo( 8 );
-   EXPECT_EQ( said, Words() );
-   EXPECT_EQ( itself, nullptr );
-   EXPECT_EQ( newcomer->fired, Times( { start + 8 } ) );
-   advanceTo( 20 );
-   EXPECT_EQ( said, Words( { "moved" } ) );
-   EXPECT_EQ( wheel->timers(), 0u );
 }
 
 TEST_F( WheelStory, aSilentTimerThatComesDueIsDropped ) {
