@@ -25,34 +25,6 @@ class Aggregate : public DrainStory {
    }
 };
 
-TEST_F( Aggregate, addsUpRoundedRates ) {
-   unit( "fabric", { "Ethernet1", "Ethernet2" } );
-   start();
-   enter( "fabric" );
-   octets( "Ethernet1", 1, 3 );  // 0.5 and 1.5 bit/s
-   octets( "Ethernet2", 2, 5 );  // 1 and 2.5 bit/s
-   advance( 16_s );
-   EXPECT_EQ( in( "fabric" ), 1u + 1u );
-   EXPECT_EQ( out( "fabric" ), 2u + 3u );
-   EXPECT_EQ( status( "fabric" ).aggTrafficRate().updateTime, now() );
-   advance( 16_s );  // nothing was counted since
-   EXPECT_EQ( in( "fabric" ) + out( "fabric" ), 0u );
-}
-
-TEST_F( Aggregate, isExactBeyond63Bits ) {
-   profile( "#DEFAULTPROFILE", { .sampleInterval = 1, .loadInterval = 3600 } );
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   octets( "Ethernet1", 0, 0 );
-   enter( "fabric" );
-   octets( "Ethernet1", uint64_t{ 3 } << 59, uint64_t{ 1 } << 60 );
-   advance( 1_s );
-   EXPECT_EQ( in( "fabric" ), uint64_t{ 3 } << 62 );
-   EXPECT_EQ( out( "fabric" ), uint64_t{ 1 } << 63 );
-   advance( 1_s );
-   EXPECT_EQ( in( "fabric" ) + out( "fabric" ), 0u );
-}
-
 TEST_F( Aggregate, goesOnInARecordThatTakesTheUnitsPlace ) {
    unit( "fabric", { "Ethernet1" } );
    traffic( "Ethernet1", 1_Mbps );

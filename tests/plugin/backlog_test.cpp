@@ -134,25 +134,6 @@ TEST_F( BacklogStory, anInterfaceThatItsOwnWorkQueuesComesAgain ) {
    EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 3u );
 }
 
-TEST_F( BacklogStory, whatCannotBeMonitoredIsCountedAndDropped ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   enter( "fabric" );
-   for( auto const * intf : { "Ethernet1.5", "Port-Channel1.5", "Loopback0", "Cpu" } ) {
-      state_.groupStatus->statusIs( "fabric" )->intfIs( Lumo::IntfId( intf ), true );
-      state_.intfToGroup->intfToGroupIs( Lumo::IntfId( intf ) )->groupIs( { Group::GroupType::intf, "fabric" }, true );
-      select( intf, "#DEFAULTPROFILE" );
-      link( intf, Interface::IntfOperStatus::up );
-   }
-   auto const started = counter( "numStartIntfMonInUnits" );
-   advance( 0 );
-   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), 4u );
-   EXPECT_EQ( counter( "numStartIntfMonInUnits" ), started );
-   EXPECT_EQ( state_.monIntfStatus->monIntfStatuss(), 1u );
-   advance( 0 );
-   EXPECT_EQ( counter( "numIntfMonIntfNotSupported" ), 4u );
-}
-
 // On a clock of which one read takes longer than a slice may.
 class SlowBacklog : public Backlog {
  protected:

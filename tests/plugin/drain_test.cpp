@@ -26,21 +26,6 @@ TEST_F( Drain, aQuietIntervalDrainsAndCompletesTheUnit ) {
    EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 9u );
 }
 
-TEST_F( Drain, trafficThatComesBackRestartsTheRun ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   enter( "fabric" );
-   advance( 20_s );
-   traffic( "Ethernet1", 10_Mbps );  // one sample before the end
-   advance( 10_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->numConsecutiveDrainedSamples(), 0u );
-   traffic( "Ethernet1", 0_bps );
-   advance( 20_s );  // the earlier quiet time does not count
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   advance( 10_s );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
 // Whether an interface drains, and after how many seconds, under each profile and each steady traffic.
 struct RuleCase {
    char const * what;
@@ -95,31 +80,6 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
    } );
 
-TEST_F( Drain, aPassiveInterfaceIsSampledHalfAsOftenAndItsSpikesAreKept ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   enter( "fabric" );
-   advance( 30_s );
-   finishEnter( "fabric" );
-   auto const record = monitored( "Ethernet1" );
-   advance( 40_s );
-   EXPECT_EQ( record->numSamplesBelowThresholdPostMaint(), 2u );
-   EXPECT_FALSE( record->spikeUnderMaint() );
-   traffic( "Ethernet1", 1_Mbps );
-   advance( 60_s );
-   EXPECT_EQ( record->state(), MonIntfState::passiveMonitoring );
-   EXPECT_TRUE( record->spikeUnderMaint() );
-   EXPECT_EQ( record->numSamplesAboveThresholdPostMaint(), 3u );
-   EXPECT_TRUE( state_.monIntfStatus->monIntfSpikeUnderMaint( Lumo::IntfId( "Ethernet1" ) ) );
-   EXPECT_EQ( status( "fabric" ).totalIntfTrafficViolations(), 3u );
-   EXPECT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 1u );
-   traffic( "Ethernet1", 0_bps );
-   advance( 20_s );
-   EXPECT_EQ( status( "fabric" ).intfsViolatingTrafficThresholds(), 0u );
-   EXPECT_EQ( status( "fabric" ).totalIntfTrafficViolations(), 3u );
-   EXPECT_TRUE( record->spikeUnderMaint() );
-}
-
 TEST_F( Drain, onlyUnitsInMaintenanceCountViolations ) {
    unit( "fabric", { "Ethernet1" } );
    unit( "edge", { "Ethernet1", "Ethernet2" } );
@@ -137,22 +97,6 @@ TEST_F( Drain, onlyUnitsInMaintenanceCountViolations ) {
    EXPECT_EQ( status( "edge" ).intfsViolatingTrafficThresholds(), 0u );
 }
 
-TEST_F( Drain, directoryFlagsFollowTheState ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   enter( "fabric" );
-   Lumo::IntfId const intf( "Ethernet1" );
-   EXPECT_TRUE( state_.monIntfStatus->monIntfEnterMaint( intf ) );
-   EXPECT_FALSE( state_.monIntfStatus->monIntfUnderMaint( intf ) );
-   advance( 30_s );
-   EXPECT_FALSE( state_.monIntfStatus->monIntfEnterMaint( intf ) );
-   EXPECT_TRUE( state_.monIntfStatus->monIntfUnderMaint( intf ) );
-   finishEnter( "fabric" );
-   exit( "fabric" );
-   EXPECT_FALSE( state_.monIntfStatus->monIntfUnderMaint( intf ) );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
-}
-
 // --- Shutting down
 // ------------------------------------------------------------------------------------------------------
 
@@ -165,20 +109,6 @@ class Shutdown : public DrainStory {
       start();
    }
 };
-
-TEST_F( Shutdown, aDrainedInterfaceGoesDownAndIsNoLongerSampled ) {
-   quietShutdown( 600 );
-   enter( "fabric" );
-   advance( 20_s );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );
-   advance( 10_s );
-   EXPECT_TRUE( shutDown( "Ethernet1" ) );
-   EXPECT_EQ( *cause().intfStatus( Lumo::IntfId( "Ethernet1" ) ), now() );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-   auto const samples = monitored( "Ethernet1" )->totalSamples();
-   advance( 600_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), samples );
-}
 
 TEST_F( Shutdown, withoutDelayItGoesDownAtOnceAndNobodyIsNotifiedOfADrain ) {
    quietShutdown( 0 );

@@ -6,63 +6,19 @@
 // database counts the changes; at the k-th it acts, for every k. Then the life goes on as well as it can. Nothing may
 // crash or fail an assertion (the address sanitizer looks on), and in the end nothing may be left: no record of an
 // interface, no link held down, no violation, no traffic in an aggregate, no reactor.
-#include <deque>
-
 #include "DrainStory.h"
 #include "Model.h"
+#include "dovra/Watches.h"
 
 namespace Test {
-
-namespace {
-
-// Hears of every change of the entities that it was given and of those that come below them. It holds a reference to
-// none, so that it keeps nothing alive.
-class Spy {
- public:
-   explicit Spy( std::function<void( std::string const & change )> heard ) : heard_( std::move( heard ) ) {}
-
-   void follow( Kel::Entity const & e ) {
-      // Never taken back: an entity that dies forgets its watchers.
-      e.watcherIs( ears_.emplace_back( *this ) );
-      for( auto const & attribute : e.kelTypeInfo().attributes() ) {
-         if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
-         for( std::string const & key : attribute->keys( e ) ) follow( *attribute->child( e, key ) );
-      }
-   }
-
- private:
-   class Ear final : public Kel::Watcher {
-    public:
-      explicit Ear( Spy & spy ) : spy_( spy ) {}
-      void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute,
-                        std::string const * key ) override {
-         if( key && attribute.kind() == Kel::AttributeInfo::Kind::children ) {
-            if( auto const child = attribute.child( e, *key ) ) spy_.follow( *child );
-         }
-         spy_.heard_( e.name() + " " + attribute.name() + ( key ? " " + *key : "" ) );
-      }
-
-    private:
-      Spy & spy_;
-   };
-
-   std::function<void( std::string const & )> const heard_;
-   std::deque<Ear> ears_;
-};
-
-}  // namespace
 
 // One life, with one act at its k-th change. The interfaces are Ethernet1 to 3; Ethernet2 is shared, Ethernet3 is shut
 // down.
 class HostileLife : public DrainStory {
  public:
-   using Act = void ( HostileLife::* )();
+   using Act = void ( * )( HostileLife & );
 
    HostileLife( Act act, int at ) : act_( act ), at_( at ) {}
-   // The spy goes before the records that it listens to, so nothing may change any more.
-   ~HostileLife() override {
-      if( world_.running() ) stop();
-   }
    void TestBody() override {}
 
    void live();
@@ -70,50 +26,67 @@ class HostileLife : public DrainStory {
    [[nodiscard]] int changes() const { return changes_; }
    [[nodiscard]] std::string const & actedAt() const { return actedAt_; }
 
-   // What a handler may do
-   void nothing() {}
-   void exitsNorth() { ask( "north", state_.exit ); }
-   void exitsSouth() { ask( "south", state_.exit ); }
-   void entersNorth() { ask( "north", state_.enter ); }
-   void deletesNorth() { state_.unitStatus->statusDel( "north" ); }
-   void deletesSouth() { state_.unitStatus->statusDel( "south" ); }
-   void deletesGroupMapping() { state_.groupToUnit->groupToUnitDel( { Group::GroupType::intf, "north" } ); }
-   void takesGroupOutOfUnit() {
-      auto const mapping = state_.groupToUnit->groupToUnit( { Group::GroupType::intf, "south" } );
-      if( mapping ) mapping->unitNameDel( "south" );
-   }
-   void deletesIntfMapping() { state_.intfToGroup->intfToGroupDel( Lumo::IntfId( "Ethernet2" ) ); }
-   void takesIntfOutOfGroups() {
-      auto const mapping = state_.intfToGroup->intfToGroup( Lumo::IntfId( "Ethernet2" ) );
-      if( mapping ) mapping->groupDelAll();
-   }
-   void deletesSharedStatus() { linkDel( "Ethernet2" ); }
-   void deletesShutStatus() { linkDel( "Ethernet3" ); }
-   void togglesShutdown() {
-      auto const down = state_.profiles->config( "down" );
-      down->shutdownIs( !down->shutdown() );
-   }
-   void stopsThePlugin() {
-      if( world_.running() ) stop();
-   }
+   // What a handler may do.
+   struct NamedAct {
+      char const * name;
+      Act act;
+   };
+   static std::vector<NamedAct> acts();
 
  private:
    void ask( std::string const & unitName, Maintenance::StageState const & stage );
    void finish( std::string const & unitName );
-   void heard( std::string const & change );
+   void heard( Dovra::StateComponents const & path );
    void startAgain();
 
    Act const act_;
    int const at_;
    int changes_ = 0;
    std::string actedAt_;
-   Spy spy_{ [this]( auto const & change ) { heard( change ); } };
+   Dovra::Watches spy_{ *world_.database(), [this]( auto const & path, auto const & ) { heard( path ); } };
 };
 
-void HostileLife::heard( std::string const & change ) {
+std::vector<HostileLife::NamedAct> HostileLife::acts() {
+   using Life = HostileLife;
+   return {
+      { "exitsNorth", []( Life & l ) { l.ask( "north", l.state_.exit ); } },
+      { "exitsSouth", []( Life & l ) { l.ask( "south", l.state_.exit ); } },
+      { "entersNorth", []( Life & l ) { l.ask( "north", l.state_.enter ); } },
+      { "deletesNorth", []( Life & l ) { l.state_.unitStatus->statusDel( "north" ); } },
+      { "deletesSouth", []( Life & l ) { l.state_.unitStatus->statusDel( "south" ); } },
+      { "deletesGroupMapping",
+        []( Life & l ) {
+           l.state_.groupToUnit->groupToUnitDel( { Group::GroupType::intf, "north" } );
+        } },
+      { "takesGroupOutOfUnit",
+        []( Life & l ) {
+           auto const mapping = l.state_.groupToUnit->groupToUnit( { Group::GroupType::intf, "south" } );
+           if( mapping ) mapping->unitNameDel( "south" );
+        } },
+      { "deletesIntfMapping", []( Life & l ) { l.state_.intfToGroup->intfToGroupDel( Lumo::IntfId( "Ethernet2" ) ); } },
+      { "takesIntfOutOfGroups",
+        []( Life & l ) {
+           auto const mapping = l.state_.intfToGroup->intfToGroup( Lumo::IntfId( "Ethernet2" ) );
+           if( mapping ) mapping->groupDelAll();
+        } },
+      { "deletesSharedStatus", []( Life & l ) { l.linkDel( "Ethernet2" ); } },
+      { "deletesShutStatus", []( Life & l ) { l.linkDel( "Ethernet3" ); } },
+      { "togglesShutdown",
+        []( Life & l ) {
+           auto const down = l.state_.profiles->config( "down" );
+           down->shutdownIs( !down->shutdown() );
+        } },
+      { "stopsThePlugin",
+        []( Life & l ) {
+           if( l.world_.running() ) l.stop();
+        } },
+   };
+}
+
+void HostileLife::heard( Dovra::StateComponents const & path ) {
    if( ++changes_ != at_ ) return;
-   actedAt_ = change;
-   ( this->*act_ )();
+   for( std::string const & component : path ) actedAt_ += " " + component;
+   act_( *this );
 }
 
 // What a stage manager does for an enter or exit, without waiting for what comes of it.
@@ -159,7 +132,7 @@ void HostileLife::live() {
    unit( "south", { "Ethernet2", "Ethernet3" } );
    select( "Ethernet3", "down" );
    traffic( "Ethernet2", 1_Mbps );
-   for( std::string const & path : world_.database()->paths() ) spy_.follow( *world_.database()->getEntity( path ) );
+   for( std::string const & path : world_.database()->paths() ) spy_.watch( { path } );
    startAgain();
    ask( "north", state_.enter );
    advance( 10_s );
@@ -202,17 +175,12 @@ void HostileLife::expectNothingLeft() {
    }
 }
 
-struct NamedAct {
-   char const * name;
-   HostileLife::Act act;
-};
-
-class Hostile : public ::testing::TestWithParam<NamedAct> {};
+class Hostile : public ::testing::TestWithParam<HostileLife::NamedAct> {};
 
 TEST_P( Hostile, breaksNothingAtAnyChange ) {
    int changes = 0;
    {
-      HostileLife peaceful( &HostileLife::nothing, 0 );
+      HostileLife peaceful( nullptr, 0 );
       peaceful.live();
       peaceful.expectNothingLeft();
       changes = peaceful.changes();
@@ -221,25 +189,12 @@ TEST_P( Hostile, breaksNothingAtAnyChange ) {
    for( int k = 1; k <= changes && !HasFailure(); ++k ) {
       HostileLife life( GetParam().act, k );
       life.live();
-      SCOPED_TRACE( std::string( GetParam().name ) + " at change " + std::to_string( k ) + ": " + life.actedAt() );
+      SCOPED_TRACE( std::string( GetParam().name ) + " at change " + std::to_string( k ) + ":" + life.actedAt() );
       life.expectNothingLeft();
    }
 }
 
-INSTANTIATE_TEST_SUITE_P( Acts, Hostile,
-                          ::testing::Values( NamedAct{ "exitsNorth", &HostileLife::exitsNorth },
-                                             NamedAct{ "exitsSouth", &HostileLife::exitsSouth },
-                                             NamedAct{ "entersNorth", &HostileLife::entersNorth },
-                                             NamedAct{ "deletesNorth", &HostileLife::deletesNorth },
-                                             NamedAct{ "deletesSouth", &HostileLife::deletesSouth },
-                                             NamedAct{ "deletesGroupMapping", &HostileLife::deletesGroupMapping },
-                                             NamedAct{ "takesGroupOutOfUnit", &HostileLife::takesGroupOutOfUnit },
-                                             NamedAct{ "deletesIntfMapping", &HostileLife::deletesIntfMapping },
-                                             NamedAct{ "takesIntfOutOfGroups", &HostileLife::takesIntfOutOfGroups },
-                                             NamedAct{ "deletesSharedStatus", &HostileLife::deletesSharedStatus },
-                                             NamedAct{ "deletesShutStatus", &HostileLife::deletesShutStatus },
-                                             NamedAct{ "togglesShutdown", &HostileLife::togglesShutdown },
-                                             NamedAct{ "stopsThePlugin", &HostileLife::stopsThePlugin } ),
+INSTANTIATE_TEST_SUITE_P( Acts, Hostile, ::testing::ValuesIn( HostileLife::acts() ),
                           []( auto const & tested ) { return tested.param.name; } );
 
 }  // namespace Test

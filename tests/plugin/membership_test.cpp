@@ -45,37 +45,6 @@ class Membership : public DrainStory {
 // --- Leaving is at once
 // -------------------------------------------------------------------------------------------------
 
-TEST_F( Membership, anInterfaceThatLeavesItsGroupNoLongerHoldsTheUnitUp ) {
-   enterFabric();
-   advance( 60_s );
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   leave( "Ethernet1", "fabric" );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-   EXPECT_TRUE( monitored( "Ethernet2" ) );
-   EXPECT_TRUE(
-      traced( "4 handleIntfToGroupMembershipChange: intf:Ethernet1 is no longer a member of unit:fabric."
-              "Removing the interface from UnitMonIntfInput of the Unit" ) );
-}
-
-TEST_F( Membership, anInterfaceStaysAsLongAsOneGroupLeadsToTheUnit ) {
-   enterFabric();
-   join( "Ethernet1", "spare" );
-   groupInUnit( "spare", "fabric" );
-   advance( 25_s );
-   auto const record = monitored( "Ethernet1" );
-   leave( "Ethernet1", "fabric" );
-   advance( 5_s );
-   EXPECT_EQ( monitored( "Ethernet1" ), record );
-   EXPECT_EQ( record->totalSamples(), 3u );  // sampled all the way through
-   EXPECT_TRUE( traced( "4 isIntfMemberOfUnit: intf:Ethernet1 part of unit:fabric through the group:spare" ) );
-   EXPECT_TRUE(
-      traced( "4 handleIntfToGroupMembershipChange: intf:Ethernet1 is still a member of unit:fabric."
-              "Not removing the interface from UnitMonIntfInput of the Unit" ) );
-   groupOutOfUnit( "spare", "fabric" );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
-}
-
 // The group's entry under the unit goes, or turns false, which is the same.
 TEST_F( Membership, aGroupThatLeavesTheUnitTakesItsInterfacesAlongUnlessAnotherGroupKeepsThem ) {
    for( bool const deleted : { true, false } ) {
@@ -215,22 +184,6 @@ INSTANTIATE_TEST_SUITE_P( AUnit, Joining,
                           ::testing::Values( Maintenance::Unit::State::entering,
                                              Maintenance::Unit::State::inMaintenance ),
                           []( auto const & tested ) { return std::string( enumName( tested.param ) ); } );
-
-TEST_F( Membership, aLateComerHoldsUpAUnitThatIsNotYetDone ) {
-   unit( "fabric", { "Ethernet1", "Ethernet2" } );
-   link( "Ethernet2", IntfOperStatus::down );
-   start();
-   traffic( "Ethernet2", 1_Mbps );
-   enter( "fabric" );
-   advance( 20_s );
-   link( "Ethernet2", IntfOperStatus::up );
-   advance( 60_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   traffic( "Ethernet2", 0_bps );
-   advance( 30_s );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
 
 // A record with the key of an earlier one: the tracker follows the one that stands in the database.
 TEST_F( Membership, aRecordInThePlaceOfAnotherIsWatchedFromThenOn ) {

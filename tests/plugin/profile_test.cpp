@@ -73,28 +73,6 @@ TEST_F( Profiles, everyWayToChangeIsCountedAndLoggedWithWhatWasInForce ) {
    EXPECT_EQ( counter( "numIntfMonDefProfileUpdate" ), 2u );
 }
 
-TEST_F( Profiles, theDefaultsNewNameIsOnlyForThoseThatSelectTheDefault ) {
-   profile( "own", {} );
-   profile( "new", {} );
-   enterWith( { { "Ethernet1", "#DEFAULTPROFILE" }, { "Ethernet2", "absent" }, { "Ethernet3", "own" } } );
-   EXPECT_EQ( profileOf( "Ethernet2" ), "#DEFAULTPROFILE" );
-   defaultProfile( "new" );
-   EXPECT_EQ( profileOf( "Ethernet1" ), "new" );
-   EXPECT_EQ( profileOf( "Ethernet2" ), "#DEFAULTPROFILE" );
-   EXPECT_EQ( profileOf( "Ethernet3" ), "own" );
-   EXPECT_EQ( counter( "numIntfMonDefProfileUpdate" ), 1u );
-}
-
-TEST_F( Profiles, aDeletedOneIsLeftByAllThatRunOnIt ) {
-   profile( "own", {} );
-   profile( "other", {} );
-   enterWith( { { "Ethernet1", "own" }, { "Ethernet2", "other" }, { "Ethernet3", "own" } } );
-   profileDel( "own" );
-   EXPECT_EQ( profileOf( "Ethernet1" ) + " " + profileOf( "Ethernet2" ) + " " + profileOf( "Ethernet3" ),
-              "#DEFAULTPROFILE other #DEFAULTPROFILE" );
-   EXPECT_EQ( counter( "numIntfMonProfileDelete" ), 2u );
-}
-
 TEST_F( Profiles, theLastOneIsKeptWhenNoneIsLeft ) {
    enterWith( { { "Ethernet1", "#DEFAULTPROFILE" } } );
    traceOn();
@@ -163,50 +141,6 @@ TEST_F( Profiles, aUnitThatComesOrGoesAppliesTheSelectionOfTheMoment ) {
 
 // --- What a change does
 // -------------------------------------------------------------------------------------------------
-
-TEST_F( Profiles, aNewOneSetsTheNextSampleFromNow ) {
-   profile( "slow", { .sampleInterval = 60 } );
-   profile( "quick", { .sampleInterval = 7 } );
-   enterWith( { { "Ethernet1", "slow" } } );
-   advance( 5_s );
-   select( "Ethernet1", "quick" );
-   advance( 6_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 0u );
-   advance( 1_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );
-   advance( 3_s );
-   select( "Ethernet1", "slow" );  // put off, though the quick one was due in 4 s
-   advance( 59_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );
-   advance( 1_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 2u );
-}
-
-TEST_F( Profiles, valuesThatChangeInPlaceCountFromTheNextSample ) {
-   profile( "p", { .thresholdKbps = 1000, .loadInterval = 300 } );
-   enterWith( { { "Ethernet1", "p" } } );
-   traffic( "Ethernet1", 500_kbps );
-   advance( 20_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->numConsecutiveDrainedSamples(), 2u );
-   profile( "p", { .thresholdKbps = 1000, .loadInterval = 30 } );
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   advance( 10_s );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
-TEST_F( Profiles, shutdownSetWhileEnteringWaitsForTheNextSample ) {
-   profile( "p", { .maxDelay = 15 } );
-   enterWith( { { "Ethernet1", "p" } } );
-   traffic( "Ethernet1", 10_Mbps );
-   advance( 16_s );
-   profile( "p", { .shutdown = true, .maxDelay = 15 } );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );  // and the sample comes one interval from now
-   advance( 9_s );
-   EXPECT_FALSE( shutDown( "Ethernet1" ) );
-   advance( 1_s );
-   EXPECT_TRUE( shutDown( "Ethernet1" ) );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
 
 // Under maintenance the flag counts at once, whether it changes in the profile or comes with another one.
 TEST_F( Profiles, shutdownUnderMaintenanceIsDoneAndUndoneAtOnce ) {

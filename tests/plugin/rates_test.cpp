@@ -25,19 +25,6 @@ class Rates : public DrainStory {
    Interface::IntfRates published( std::string const & intf ) { return monitored( intf )->curRates(); }
 };
 
-TEST_F( Rates, theFirstSamplePrimesAndTheSecondMeasures ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   octets( "Ethernet1", 1'000'000, 2'000'000 );
-   enter( "fabric" );
-   EXPECT_EQ( published( "Ethernet1" ), Interface::IntfRates{} );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 0u );
-   expectSample( 1'001'250, 2'000'000, 1000, 0 );
-   auto const before = published( "Ethernet1" );
-   expectSample( 1'001'250, 2'002'500, 0, 2000 );
-   EXPECT_EQ( monitored( "Ethernet1" )->prevRates(), before );
-}
-
 TEST_F( Rates, aCounterWithoutAValueMakesNoRateInItsDirectionOnly ) {
    unit( "fabric", { "Ethernet1" } );
    start();
@@ -69,31 +56,6 @@ TEST_F( Rates, withoutCountersTheLastRatesStand ) {
    EXPECT_EQ( published( "Ethernet1" ), before );
    EXPECT_EQ( counter( "numNoIntfCounter" ), 2u );
    EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 4u );
-}
-
-TEST_F( Rates, aPortChannelIsTheSumOfItsMembersAndAVlanTheBusiestOfThem ) {
-   for( auto const * intf : { "Ethernet1", "Ethernet2", "Ethernet3" } ) member( intf, "Port-Channel1" );
-   member( "Ethernet4", "Port-Channel2" );
-   inVlan( 10, "Cpu" );
-   inVlan( 10, "Port-Channel1" );
-   inVlan( 10, "Ethernet5" );
-   unit( "fabric", { "Port-Channel1", "Vlan10", "Vlan20" } );
-   start();
-   traffic( "Ethernet1", 1_Mbps, 10_Mbps );
-   traffic( "Ethernet2", 2_Mbps, 0_bps );
-   traffic( "Ethernet3", 3_Mbps, 0_bps );
-   traffic( "Ethernet4", 50_Mbps );
-   traffic( "Ethernet5", 4_Mbps, 40_Mbps );
-   enter( "fabric" );
-   advance( 20_s );
-   EXPECT_NEAR( published( "Port-Channel1" ).inBitsRate, 6e6, 1 );
-   EXPECT_NEAR( published( "Port-Channel1" ).outBitsRate, 10e6, 1 );
-   EXPECT_EQ( published( "Port-Channel1" ).updateTime, now() );
-   // The port-channel counts as one member of the VLAN, with its sum; each direction has its own busiest.
-   EXPECT_NEAR( published( "Vlan10" ).inBitsRate, 6e6, 1 );
-   EXPECT_NEAR( published( "Vlan10" ).outBitsRate, 40e6, 1 );
-   EXPECT_EQ( published( "Vlan20" ), ( Interface::IntfRates{ 0, 0, now() } ) );
-   EXPECT_EQ( counter( "numNoVlanStatus" ), 3u );  // priming and two samples
 }
 
 TEST_F( Rates, aPortChannelGoesWithoutMembersThatHaveNoCountersOrAreNoEthernet ) {

@@ -89,30 +89,6 @@ TEST_F( Restart, keepsAUnitInMaintenanceUnderWatch ) {
    EXPECT_EQ( counter( "numNoNotifyNoStageInput" ), 1u );  // nobody waits for a completion
 }
 
-TEST_F( Restart, doesAShutdownAnewOrTakesItBackAsTheProfileNowSays ) {
-   profile( "down", { .shutdown = true } );
-   unit( "fabric", { "Ethernet1" } );
-   select( "Ethernet1", "down" );
-   start();
-   enter( "fabric" );
-   finishEnter( "fabric" );
-   for( bool const stillWanted : { true, false } ) {
-      ASSERT_TRUE( shutDown( "Ethernet1" ) );
-      world_.crash();
-      profile( "down", { .shutdown = stillWanted } );
-      advance( 60_s );
-      start();
-      ASSERT_EQ( shutDown( "Ethernet1" ), stillWanted );
-      if( stillWanted ) {
-         EXPECT_EQ( *cause().intfStatus( Lumo::IntfId( "Ethernet1" ) ), now() );
-      }
-      EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
-      EXPECT_EQ( monitored( "Ethernet1" )->stateTime(), startTime );
-   }
-   advance( 20_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 1u );  // up again, and watched
-}
-
 TEST_F( Restart, finishesAnExitAtOnce ) {
    unit( "fabric", { "Ethernet1" } );
    inFlight( state_.exit, "fabric", State::leaving );

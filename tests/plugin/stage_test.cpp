@@ -24,19 +24,6 @@ TEST_F( Stages, aRecordThatArrivesWholeIsNotLost ) {
    EXPECT_TRUE( monitored( "Ethernet1" ) );
 }
 
-TEST_F( Stages, anExitDuringTheEntryIsCountedAndAnswered ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   traffic( "Ethernet1", 1_Mbps );
-   enter( "fabric" );
-   advance( 15_s );
-   status( "fabric" ).genIdIs( 2 );
-   progress( state_.exit, "fabric#2", "ratemon", true );
-   EXPECT_EQ( counter( "numMaintExitInMaintModeEnter" ), 1u );
-   EXPECT_TRUE( state_.exit.agentStatus->complete( { "ratemon", "fabric#2" } ) );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
-}
-
 TEST_F( Stages, aSecondEnterRunsTheExitFirstAndStartsAfresh ) {
    unit( "fabric", { "Ethernet1" } );
    start();
@@ -49,18 +36,6 @@ TEST_F( Stages, aSecondEnterRunsTheExitFirstAndStartsAfresh ) {
    advance( 30_s );
    EXPECT_FALSE( state_.enter.agentStatus->complete( { "ratemon", "fabric#3" } ) );
    EXPECT_TRUE( state_.enter.agentStatus->complete( { "ratemon", "fabric#4" } ) );
-}
-
-TEST_F( Stages, aUnitThatIsDeletedIsNoLongerMonitored ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   enter( "fabric" );
-   state_.unitStatus->statusDel( "fabric" );
-   EXPECT_EQ( counter( "numUnitStatusDel" ), 1u );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
-   unit( "fabric", { "Ethernet1" } );
-   advance( 60_s );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
 }
 
 TEST_F( Stages, marksGoWithTheirInstance ) {

@@ -186,6 +186,12 @@ TEST_F( Refusals, areTheOnesThatWereKept ) {
    step( "the group idle leaves its unit", [&] { inUnit( "idle", "idle", false ); } );
    step( "a group without interfaces joins fabric", [&] { inUnit( "hollow", "fabric", true ); } );
    step( "and leaves it", [&] { inUnit( "hollow", "fabric", false ); } );
+   step( "Ethernet1 joins a second group of fabric", [&] {
+      state_.groupStatus->statusIs( "spare" )->intfIs( Lumo::IntfId( "Ethernet1" ), true );
+      state_.intfToGroup->intfToGroup( Lumo::IntfId( "Ethernet1" ) )->groupIs( group( "spare" ), true );
+      inUnit( "spare", "fabric", true );
+   } );
+   step( "and leaves the first, which changes nothing", [&] { leave( "Ethernet1", "fabric" ); } );
    step( "the stage manager makes an instance known and forgets it", [&] {
       state_.exit.completion->statusIs( "core#3" );
       state_.exit.completion->statusDel( "core#3" );

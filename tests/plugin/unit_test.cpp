@@ -19,55 +19,6 @@ TEST_F( Units, withNothingToMonitorAreDoneAtOnce ) {
    }
 }
 
-TEST_F( Units, areDoneOnlyWhenTheLastInterfaceIs ) {
-   unit( "fabric", { "Ethernet1", "Ethernet2" } );
-   start();
-   traffic( "Ethernet2", 1_Mbps );
-   enter( "fabric" );
-   advance( 60_s );
-   EXPECT_EQ( monitored( "Ethernet1" )->state(), MonIntfState::passiveMonitoring );
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   traffic( "Ethernet2", 0_bps );
-   advance( 30_s );
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
-TEST_F( Units, shareTheMonitorOfACommonInterfaceAndFinishTogether ) {
-   unit( "north", { "Ethernet1", "Ethernet2" } );
-   unit( "south", { "Ethernet2", "Ethernet3" } );
-   start();
-   traffic( "Ethernet2", 1_Mbps );
-   enter( "north" );
-   advance( 20_s );
-   enter( "south" );
-   EXPECT_EQ( state_.monIntfStatus->monIntfStatuss(), 3u );
-   auto const shared = monitored( "Ethernet2" );
-   advance( 40_s );
-   EXPECT_FALSE( enterComplete( "north" ) || enterComplete( "south" ) );
-   traffic( "Ethernet2", 0_bps );
-   advance( 30_s );
-   EXPECT_TRUE( enterComplete( "north" ) && enterComplete( "south" ) );
-   EXPECT_EQ( shared->totalSamples(), 9u );  // one sampler, however many units
-   finishEnter( "north" );
-   finishEnter( "south" );
-   exit( "north" );
-   EXPECT_TRUE( exitComplete( "north" ) );
-   EXPECT_EQ( monitored( "Ethernet2" ), shared );
-   EXPECT_FALSE( monitored( "Ethernet1" ) );
-   exit( "south" );
-   EXPECT_EQ( state_.monIntfStatus->monIntfStatuss(), 0u );
-}
-
-TEST_F( Units, thatComeLaterFindACommonInterfaceAlreadyDrained ) {
-   unit( "north", { "Ethernet1" } );
-   unit( "south", { "Ethernet1" } );
-   start();
-   enter( "north" );
-   advance( 30_s );
-   enter( "south" );
-   EXPECT_TRUE( enterComplete( "south" ) );
-}
-
 // Whoever leaves first, and whether its link has gone down by then or not.
 TEST_F( Units, leaveACommonInterfaceShutDownForTheOther ) {
    profile( "down", { .shutdown = true } );
