@@ -36,8 +36,11 @@ class World {
    [[nodiscard]] Kel::ActivityLoop & loop() { return loop_; }
    [[nodiscard]] Kel::Ptr<Dovra::EntityManager> const & database() const { return database_; }
    [[nodiscard]] Maintenance::MaintenanceState const & state() const { return state_; }
+   [[nodiscard]] Maintenance::MaintenanceState & state() { return state_; }
    [[nodiscard]] Kel::Ptr<Kel::Dir> const & pluginDir() const { return pluginDir_; }  // its machines stand below
    [[nodiscard]] InventedCounters & counters() { return counters_; }
+   [[nodiscard]] Kel::Ptr<KelQuill::EntityManager> const & countersRead() const { return quill_; }
+   [[nodiscard]] Service::LinkRecords & linkRecords() { return linkRecords_; }
    [[nodiscard]] InventedLinks & links() { return links_; }
    [[nodiscard]] Agent & agent() { return agent_; }
    [[nodiscard]] KelQuill::CounterTable const & counterTable() const { return writer_.table(); }

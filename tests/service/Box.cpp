@@ -1,31 +1,6 @@
 #include "Box.h"
 
-#include "plugin/Loader.h"
-
 namespace Service {
-
-namespace {
-
-// What crashed services left behind, kept so that no destructor of theirs ever runs.
-struct Grave {
-   Kel::Ptr<Kel::Dir> plugins;
-   std::unique_ptr<MaintenanceService> service;
-};
-std::vector<Grave> & graveyard() {
-   // Reachable for ever, so that the leak checker knows that it is meant.
-   static auto * const graves = new std::vector<Grave>;
-   return *graves;
-}
-
-void forgetReactors( Kel::Entity const & e ) {
-   e.reactorsForget();
-   for( auto const & attribute : e.kelTypeInfo().attributes() ) {
-      if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
-      for( std::string const & key : attribute->keys( e ) ) forgetReactors( *attribute->child( e, key ) );
-   }
-}
-
-}  // namespace
 
 std::string fileWith( std::string const & stages, std::string const & fabric ) {
    return R"(
@@ -65,14 +40,11 @@ void ProgramsOfTest::end( std::string const & unit, std::string const & failure 
 }
 
 Box::Box() {
-   quill_->refresherIs( [this]( auto rows ) { counters_.refresh( rows ); } );
    for( char const * name : { "up1", "up2", "down1" } ) link( name, true );
-   Maintenance::DefaultPluginLoader().load( RATEMON_PLUGIN_PATH );
 }
 
 Box::~Box() {
-   pluginDir_->entityDelAll();
-   service_.reset();
+   if( service_ ) end();
 }
 
 void Box::begin( std::string const & file ) {
@@ -80,24 +52,27 @@ void Box::begin( std::string const & file ) {
       service_ = std::make_unique<MaintenanceService>(
          MaintenanceService::Host{ database_,
                                    state_,
-                                   quill_,
-                                   links_,
+                                   world_.countersRead(),
+                                   world_.linkRecords(),
                                    programs_,
                                    eventLog_,
                                    {},
                                    [this]( Lumo::IntfId intf ) { return neverShut_[intf]; } },
          configOf( file ) );
-      plugin_ = std::make_unique<Maintenance::PluginContext>( pluginDir_, database_, quill_ );
-      Maintenance::DefaultPluginLoader().initPlugins( *plugin_ );
+      world_.start();
    } );
 }
 
+void Box::end() {
+   world_.stop();
+   service_.reset();
+}
+
 void Box::crash() {
-   loop_.forgetAll();
-   for( std::string const & path : database_->paths() ) forgetReactors( *database_->getEntity( path ) );
-   graveyard().push_back( { pluginDir_, std::move( service_ ) } );
-   pluginDir_ = new Kel::Dir( "plugins" );
-   plugin_ = nullptr;
+   world_.crash();
+   // Reachable for ever, so that no destructor of its ever runs, and the leak checker knows that it is meant.
+   static auto * const graves = new std::vector<std::unique_ptr<MaintenanceService>>;
+   graves->push_back( std::move( service_ ) );
    programs_ = {};
    events_.clear();
 }
@@ -108,38 +83,18 @@ std::vector<std::string> Box::reload( std::string const & file ) {
    return why;
 }
 
-void Box::inTurn( Kel::ActivityLoop::Work const & work ) {
-   loop_.turn( work );
-   loop_.runUntil( *clock_, clock_->now() );
-}
-
-void Box::advance( double seconds ) {
-   loop_.runUntil( *clock_, clock_->now() + seconds );
-   // The last turn may be long past; whoever asks for its time is to get the present one.
-   inTurn( {} );
-}
-
-void Box::link( std::string const & name, bool up ) { link( name, LinkReport{ .up = up, .members = {} } ); }
-
-void Box::link( std::string const & name, LinkReport const & report ) {
-   inTurn( [&] {
-      auto const intf = Lumo::IntfId::declare( name, report.kind, report.vlanId );
-      if( report.kind == Lumo::IntfKind::ethernet ) counters_.intfIs( intf );
-      links_.linkIs( intf, report );
-   } );
+void Box::link( std::string const & name, bool up, std::optional<Lumo::IntfKind> kind ) {
+   inTurn( [&] { world_.links().linkIs( Lumo::IntfId( name ), { up, kind, {}, {} } ); } );
 }
 
 void Box::linkGone( std::string const & name ) {
-   inTurn( [&] {
-      links_.linkDel( Lumo::IntfId( name ) );
-      counters_.del( Lumo::IntfId( name ) );
-   } );
+   inTurn( [&] { world_.links().linkDel( Lumo::IntfId( name ) ); } );
 }
 
 void Box::traffic( std::string const & name, double inBitsRate, double outBitsRate ) {
    inTurn( [&] {
-      counters_.bitsPerSecondIs( Lumo::IntfId( name ), Sim::Direction::in, inBitsRate );
-      counters_.bitsPerSecondIs( Lumo::IntfId( name ), Sim::Direction::out, outBitsRate );
+      world_.counters().bitsPerSecondIs( Lumo::IntfId( name ), Sim::Direction::in, inBitsRate );
+      world_.counters().bitsPerSecondIs( Lumo::IntfId( name ), Sim::Direction::out, outBitsRate );
    } );
 }
 

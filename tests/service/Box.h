@@ -14,16 +14,10 @@
 #include <gtest/gtest.h>
 
 #include "evidence/Windows.h"
-#include "kel/ActivityLoop.h"
 #include "kel/Json.h"
-#include "links/LinkRecords.h"
 #include "maintenance/MaintenanceService.h"
-#include "plugin/PluginContext.h"
-#include "quill/CounterWriter.h"
-#include "quill/EntityManager.h"
 #include "records/Names.h"
-#include "state/MaintenanceState.h"
-#include "world/InventedCounters.h"
+#include "world/World.h"
 
 namespace Service {
 
@@ -63,16 +57,17 @@ class Box : public ::testing::Test {
 
    // The service and, once it stands, the plug-in. The links are there already.
    void begin( std::string const & file );
+   // Both are taken down in order.
+   void end();
    // Both are gone from one moment to the next; the records stay as they are.
    void crash();
    std::vector<std::string> reload( std::string const & file );
 
-   void link( std::string const & name, bool up );
-   void link( std::string const & name, LinkReport const & report );
+   void link( std::string const & name, bool up, std::optional<Lumo::IntfKind> kind = {} );
    void linkGone( std::string const & name );
    void traffic( std::string const & name, double inBitsRate, double outBitsRate = 0 );
-   void advance( double seconds );
-   void inTurn( Kel::ActivityLoop::Work const & work );
+   void advance( double seconds ) { world_.advance( seconds ); }
+   void inTurn( Kel::ActivityLoop::Work const & work ) { world_.inTurn( work ); }
 
    UnitService::Answer enter( std::string const & unit, std::vector<std::string> const & without = {} );
    UnitService::Answer exit( std::string const & unit );
@@ -93,22 +88,16 @@ class Box : public ::testing::Test {
    // Records of stage instances, of all kinds.
    [[nodiscard]] std::size_t stageRecords() const;
 
-   Kel::Ptr<Kel::VirtualClock> clock_{ new Kel::VirtualClock( 1000 ) };
-   Kel::ActivityLoop loop_{ Kel::Ptr<Kel::Clock>( clock_ ) };
-   Kel::Ptr<Dovra::EntityManager> database_{ new Dovra::EntityManager };
-   Maintenance::MaintenanceState state_{ *database_ };
-   KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
-   Sim::InventedCounters counters_{ writer_ };
-   Kel::Ptr<KelQuill::EntityManager> quill_{ new KelQuill::EntityManager( writer_.table() ) };
-   LinkRecords links_{ state_ };
+   // Its own agent has no configuration, and so there is none: the service is the test's.
+   Sim::World world_{ RATEMON_PLUGIN_PATH, 1000 };
+   Kel::Ptr<Dovra::EntityManager> const & database_ = world_.database();
+   Maintenance::MaintenanceState & state_ = world_.state();
    ProgramsOfTest programs_;
    std::map<Lumo::IntfId, std::string> neverShut_;  // and why
    std::shared_ptr<EventLog> eventLog_ = std::make_shared<EventLog>();
    std::vector<Event> events_;
    EventLog::Listener listener_{ *eventLog_, [this]( Event const & event ) { events_.push_back( event ); } };
    std::unique_ptr<MaintenanceService> service_;
-   Kel::Ptr<Kel::Dir> pluginDir_{ new Kel::Dir( "plugins" ) };
-   std::unique_ptr<Maintenance::PluginContext> plugin_;
 };
 
 }  // namespace Service

@@ -9,13 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "dovra/StatePath.h"
-#include "kel/ActivityLoop.h"
+#include "dovra/Watches.h"
 #include "kel/Json.h"
-#include "plugin/Loader.h"
-#include "plugin/PluginContext.h"
-#include "quill/CounterWriter.h"
-#include "quill/EntityManager.h"
 #include "records/Names.h"
 
 namespace Service {
@@ -35,55 +30,21 @@ constexpr std::string_view directories[] = { Maintenance::Path::unitStatus,     
                                              Maintenance::Path::defaultProfile, Maintenance::Path::intfToGroup,
                                              Maintenance::Path::groupToUnit };
 
-// Calls back at each change of an entity or of one below it.
-class Follower final : public Kel::Watcher {
- public:
-   Follower( Kel::Ptr<Kel::Entity> const & entity, std::function<void()> const & changed )
-      : entity_( entity ), changed_( changed ) {
-      entity_->watcherIs( *this );
-      for( auto const & attribute : entity_->kelTypeInfo().attributes() ) {
-         if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
-         for( std::string const & key : attribute->keys( *entity_ ) ) follow( *attribute, key );
-      }
-   }
-   ~Follower() override { entity_->watcherDel( *this ); }
-
-   void onAttribute( Kel::Entity const &, Kel::AttributeInfo const & attribute, std::string const * key ) override {
-      if( attribute.kind() == Kel::AttributeInfo::Kind::children ) follow( attribute, *key );
-      changed_();
-   }
-
- private:
-   void follow( Kel::AttributeInfo const & attribute, std::string const & key ) {
-      if( auto const former = below_.extract( key ) ) former.mapped()->expectEmptied();
-      if( auto const child = attribute.child( *entity_, key ) ) {
-         below_.emplace( key, std::make_unique<Follower>( child, changed_ ) );
-      }
-   }
-
-   // What goes has lost its entries one by one before: that a record is gone tells nobody what was in it.
-   void expectEmptied() const {
-      for( auto const & attribute : entity_->kelTypeInfo().attributes() ) {
-         bool const membership =
-            attribute->name() == "intf" || attribute->name() == "group" || attribute->name() == "unitName";
-         if( membership && attribute->keyed() ) {
-            EXPECT_THAT( attribute->keys( *entity_ ), IsEmpty() )
-               << entity_->name() << " goes with " << attribute->name();
-         }
-      }
-   }
-
-   Kel::Ptr<Kel::Entity> const entity_;
-   std::function<void()> const & changed_;
-   std::map<std::string, std::unique_ptr<Follower>> below_;
-};
-
 // A state database that nobody else writes to.
 struct RecordsBox {
-   void follow( std::function<void()> const & changed ) {
-      for( std::string_view const path : directories ) {
-         followers.push_back( std::make_unique<Follower>( database->getEntity( path ), changed ) );
+   RecordsBox() {
+      for( std::string_view const path : directories ) watches.watch( { std::string( path ) } );
+   }
+   // What goes has lost its members one by one before: that a record is gone tells nobody what was in it.
+   void heard( Dovra::StateComponents const & path, bool removed ) {
+      bool const member = path.size() == 5 && ( path[3] == "intf" || path[3] == "group" || path[3] == "unitName" );
+      if( member && !removed ) memberships.insert( path );
+      if( member && removed ) memberships.erase( path );
+      for( auto const & left : memberships ) {
+         bool const within = removed && path.size() == 3 && std::equal( path.begin(), path.end(), left.begin() );
+         EXPECT_FALSE( within ) << path[2] << " goes with its " << left[3] << " " << left[4];
       }
+      if( changed ) changed();
    }
    std::string json() const {
       std::string text;
@@ -118,7 +79,9 @@ struct RecordsBox {
 
    Kel::Ptr<Dovra::EntityManager> database{ new Dovra::EntityManager };
    Maintenance::MaintenanceState state{ *database };
-   std::vector<std::unique_ptr<Follower>> followers;
+   std::function<void()> changed;
+   std::set<Dovra::StateComponents> memberships;  // entries that are there
+   Dovra::Watches watches{ *database, [this]( auto const & path, auto const & v ) { heard( path, v.isNull() ); } };
 };
 
 Config::Config parsed( std::string const & groupsAndUnits ) {
@@ -312,7 +275,7 @@ class ConfigRecordsLife {
  public:
    explicit ConfigRecordsLife( unsigned seed )
       : random_( seed ), records_( std::in_place, box_.state, random_.config() ) {
-      box_.follow( changed_ );
+      box_.changed = [this] { look(); };
    }
 
    void step() {
@@ -434,7 +397,6 @@ class ConfigRecordsLife {
    Config::Config config_ = records_->config();
    std::map<std::string, std::set<IntfId>> leftOut_;
    Members inBetween_;  // those that are members before and after the present change
-   std::function<void()> const changed_ = [this] { look(); };
 };
 
 TEST( ConfigRecords, afterAnyChangesAreThoseOfAFreshServiceAndNobodyIsOutInBetween ) {
@@ -445,97 +407,6 @@ TEST( ConfigRecords, afterAnyChangesAreThoseOfAFreshServiceAndNobodyIsOutInBetwe
       for( int i = 0; i < 12 && !testing::Test::HasFailure(); ++i ) records.step();
       if( testing::Test::HasFailure() ) return;
    }
-}
-
-// With the plug-in behind the records and a unit that is entering: e1 and e2 are up, and e1 carries 8 Mbps.
-class RunningUnit : public ::testing::Test {
- protected:
-   RunningUnit() {
-      for( char const * intf : { "e1", "e2", "e3" } ) {
-         counters_.rowIs( IntfId( intf ) );
-         box_.state.intfStatus->intfStatusIs( IntfId( intf ) )->operStatusIs( Interface::IntfOperStatus::up );
-      }
-      auto & loader = Maintenance::DefaultPluginLoader();
-      loader.load( RATEMON_PLUGIN_PATH );
-      loop_.turn( [&] { loader.initPlugins( context_ ); } );
-      advance( 1 );
-      loop_.turn( [&] {
-         box_.stateIs( "u", State::entering );
-         records_.selectProfiles();
-         box_.state.enter.completion->statusIs( "u#1" );
-         box_.state.enter.progress->progressIs( "u#1" )->stageIs( "ratemon", true );
-      } );
-      advance( 30 );
-   }
-   ~RunningUnit() override { pluginDir_->entityDelAll(); }
-
-   static Config::Config config( std::string const & groups ) {
-      return Config::parse(
-         "profiles: { p: { threshold: 1Mbps, sample-interval: 1s, load-interval: 5s }, "
-         "q: { threshold: 9Mbps, sample-interval: 1s, load-interval: 5s } }\n"
-         "default-profile: p\n"
-         "groups: " +
-            groups + "\nunits: { u: { groups: [a, b] } }\n",
-         "test.yaml" );
-   }
-   void reload( std::string const & groups ) {
-      loop_.turn( [&] { records_.configIs( config( groups ) ); } );
-   }
-   void advance( int seconds ) {
-      for( int i = 0; i < seconds; ++i ) {
-         octets_ += 1'000'000;
-         counters_.readIs( IntfId( "e1" ), { octets_, 0 } );
-         loop_.runUntil( *clock_, clock_->now() + 1 );
-      }
-   }
-   bool complete() const {
-      return box_.state.enter.agentStatus->complete( Stage::AgentStatusKey{ "ratemon", "u#1" } ) != nullptr;
-   }
-   Kel::Ptr<Maintenance::MonIntfStatus> monitor( char const * intf ) {
-      return box_.state.monIntfStatus->monIntfStatus( IntfId( intf ) );
-   }
-
-   uint64_t octets_ = 0;
-   Kel::Ptr<Kel::VirtualClock> clock_{ new Kel::VirtualClock( 1000 ) };
-   Kel::ActivityLoop loop_{ Kel::Ptr<Kel::Clock>( clock_ ) };
-   RecordsBox box_;
-   KelQuill::CounterWriter counters_{ box_.state.counterWriterStatus, "" };
-   Kel::Ptr<KelQuill::EntityManager> quill_{ new KelQuill::EntityManager( counters_.table() ) };
-   ConfigRecords records_{ box_.state, config( "{ a: { interfaces: [e1, e2] }, b: { interfaces: [] } }" ) };
-   Kel::Ptr<Kel::Dir> pluginDir_{ new Kel::Dir( "plugins" ) };
-   Maintenance::PluginContext context_{ pluginDir_, box_.database, quill_ };
-};
-
-TEST_F( RunningUnit, isNoLongerKeptWaitingByWhatIsLeftOut ) {
-   EXPECT_FALSE( complete() );
-   double const since = monitor( "e2" )->startTime();
-   loop_.turn( [&] { records_.leftOutIs( "u", { IntfId( "e1" ) } ); } );
-   advance( 1 );
-   EXPECT_TRUE( complete() );
-   EXPECT_FALSE( monitor( "e1" ) );
-   EXPECT_EQ( monitor( "e2" )->startTime(), since );
-}
-
-TEST_F( RunningUnit, followsAReloadWithoutStartingAnythingAgain ) {
-   double const since = monitor( "e1" )->startTime();
-   // Both go to another group, one of them with another profile, and one comes along.
-   reload( "{ a: { interfaces: [e3] }, b: { interfaces: [e1, e2], profile: q } }" );
-   advance( 1 );
-   ASSERT_TRUE( monitor( "e1" ) && monitor( "e2" ) && monitor( "e3" ) );
-   EXPECT_EQ( monitor( "e1" )->startTime(), since );
-   EXPECT_EQ( monitor( "e1" )->profileName(), "q" );
-   EXPECT_GT( monitor( "e3" )->startTime(), since );
-   EXPECT_EQ( monitor( "e3" )->profileName(), "p" );
-   EXPECT_FALSE( complete() );
-   advance( 6 );
-   EXPECT_TRUE( complete() );  // 8 Mbps are below the new threshold
-}
-
-TEST_F( RunningUnit, losesWhatAReloadTakesAway ) {
-   reload( "{ a: { interfaces: [e2] }, b: { interfaces: [] } }" );
-   advance( 1 );
-   EXPECT_FALSE( monitor( "e1" ) );
-   EXPECT_TRUE( complete() );
 }
 
 }  // namespace

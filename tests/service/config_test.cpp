@@ -317,23 +317,6 @@ TEST( ConfigFile, mayAsWellBeJson ) {
    EXPECT_EQ( parse( spread, "lines" ), config );
 }
 
-std::vector<BadFile> const badJson = {
-   { "number", R"({"profiles":{"p":{"threshold":@100}},"default-profile":"p","groups":{},"units":{}})", "has no unit" },
-   { "boolean", R"({"profiles":{"p":{"threshold":"1bps","shutdown":@1}},"default-profile":"p","groups":{},"units":{}})",
-     "expected true or false" },
-   { "null", R"({"profiles":{"p":{"threshold":"1bps"}},@"default-profile":null,"groups":{},"units":{}})",
-     "found nothing" },
-   { "reference", R"({"profiles":{"p":{"threshold":"1bps"}},"default-profile":@"q","groups":{},"units":{}})",
-     "there is no profile 'q'" },
-   { "wrongType", R"({"profiles":{"p":{"threshold":"1bps"}},"default-profile":"p","groups":@[],"units":{}})",
-     "found a list" },
-   { "repeated",
-     R"({"profiles":{"p":{"threshold":"1bps"},@"p":{"threshold":"2bps"}},"default-profile":"p",)"
-     R"("groups":{},"units":{}})",
-     "'p' is given twice" },
-};
-INSTANTIATE_TEST_SUITE_P( Json, BadConfig, testing::ValuesIn( badJson ), nameOf );
-
 TEST( Quantities, areReadToTheLastBit ) {
    struct {
       Quantity ( *measure )( std::string_view );

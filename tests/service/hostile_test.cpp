@@ -9,11 +9,12 @@
 // way, no entry, no link that is held.
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 
+#include "dovra/Watches.h"
 #include "links/HeldLinks.h"
 #include "maintenance/MaintenanceService.h"
 #include "records/Errdisable.h"
@@ -24,40 +25,6 @@ namespace Service {
 namespace {
 
 using Maintenance::Unit::State;
-
-// Hears of every change of the entities that it was given and of those that come below them.
-class Ears {
- public:
-   explicit Ears( std::function<void( std::string const & change )> heard ) : heard_( std::move( heard ) ) {}
-
-   void follow( Kel::Entity const & e ) {
-      // Never taken back: an entity that dies forgets its watchers.
-      e.watcherIs( ears_.emplace_back( *this ) );
-      for( auto const & attribute : e.kelTypeInfo().attributes() ) {
-         if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
-         for( std::string const & key : attribute->keys( e ) ) follow( *attribute->child( e, key ) );
-      }
-   }
-
- private:
-   class Ear final : public Kel::Watcher {
-    public:
-      explicit Ear( Ears & owner ) : owner_( owner ) {}
-      void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute,
-                        std::string const * key ) override {
-         if( key && attribute.kind() == Kel::AttributeInfo::Kind::children ) {
-            if( auto const child = attribute.child( e, *key ) ) owner_.follow( *child );
-         }
-         owner_.heard_( e.name() + " " + attribute.name() + ( key ? " " + *key : "" ) );
-      }
-
-    private:
-      Ears & owner_;
-   };
-
-   std::function<void( std::string const & )> const heard_;
-   std::deque<Ear> ears_;
-};
 
 std::string file( std::string const & threshold, std::string const & south ) {
    return "profiles:\n"
@@ -85,13 +52,13 @@ std::string file( std::string const & threshold, std::string const & south ) {
 
 class HostileService {
  public:
-   using Act = void ( HostileService::* )();
+   using Act = void ( * )( HostileService & );
 
    // `heard`: called with each change, says whether to act at it; null: never acts.
    HostileService( Act act, std::function<bool( std::string const & )> actAt )
       : act_( act ), actAt_( std::move( actAt ) ) {}
    ~HostileService() {
-      listening_ = false;
+      ears_.muted( true );
       if( world_.running() ) world_.inTurn( [this] { world_.stop(); } );
    }
 
@@ -99,44 +66,11 @@ class HostileService {
    void expectNothingLeft();
 
    // What a handler may do.
-   void nothing() {}
-   void entersFabric() { enter( "fabric" ); }
-   void entersRackWithoutUp2() { enter( "rack", { "up2" } ); }
-   void exitsFabric() { exit( "fabric" ); }
-   void exitsBoth() {
-      exit( "rack" );
-      exit( "fabric" );
-   }
-   void dropsWindows() { dir<Evidence::WindowDir>( Maintenance::Path::windows )->windowDelAll(); }
-   void closesAccounts() {
-      if( service() ) service()->ledger().unitDel( "fabric" );
-   }
-   void deletesAccounts() { dir<Evidence::UnitAccountsDir>( Maintenance::Path::accounts )->unitDelAll(); }
-   void deletesUnit() { world_.state().unitStatus->statusDel( "fabric" ); }
-   void takesAnInterfaceAway() { configIs( file( "1Mbps", "down1" ) ); }
-   void reloadsWithOtherThreshold() { configIs( file( "1bps", "up2, down1" ) ); }
-   void removesLinks() {
-      for( char const * name : { "up1", "up2", "down1" } ) world_.links().linkDel( Lumo::IntfId( name ) );
-   }
-   void flapsLinks() {
-      for( char const * name : { "up2", "down1" } ) {
-         world_.links().linkDel( Lumo::IntfId( name ) );
-         link( name, true );
-      }
-   }
-   void raisesLinks() {
-      for( char const * name : { "up2", "down1" } ) link( name, true );
-   }
-   void removesEntries() {
-      auto const cause = shutdowns();
-      if( cause ) cause->intfStatusDelAll();
-   }
-   void asksAll() {
-      if( !service() ) return;
-      static_cast<void>( service()->views().units() );
-      for( char const * name : { "fabric", "rack" } ) static_cast<void>( service()->views().ready( name ) );
-      static_cast<void>( service()->views().interfaces() );
-   }
+   struct NamedAct {
+      char const * name;
+      Act act;
+   };
+   static std::vector<NamedAct> acts();
 
  private:
    MaintenanceService * service() { return world_.agent().service(); }
@@ -156,6 +90,10 @@ class HostileService {
    void exit( std::string const & unit ) {
       if( service() && world_.running() ) service()->units().exit( unit, "test" );
    }
+   void exitsBoth() {
+      exit( "rack" );
+      exit( "fabric" );
+   }
    void configIs( std::string const & text ) { world_.agent().configIs( Config::parse( text, "test.yaml" ) ); }
    void link( std::string const & name, bool up ) {
       world_.links().linkIs( Lumo::IntfId( name ), { .up = up, .kind = {}, .vlanId = {}, .members = {} } );
@@ -166,23 +104,72 @@ class HostileService {
    void turn( std::function<void()> const & work ) { world_.inTurn( work ); }
    void listen() {
       for( std::string const & path : world_.database()->paths() ) {
-         if( followed_.insert( path ).second ) ears_.follow( *world_.database()->getEntity( path ) );
+         if( followed_.insert( path ).second ) ears_.watch( { path } );
       }
    }
-   void heard( std::string const & change ) {
-      if( !listening_ || acted_ || !actAt_( change ) ) return;
+   void heard( Dovra::StateComponents const & path ) {
+      std::string change;  // whose it is, what, and of which key
+      for( std::size_t i = path.size() > 3 ? path.size() - 3 : 0; i < path.size(); ++i ) change += path[i] + " ";
+      if( acted_ || !actAt_( change ) ) return;
       acted_ = true;
-      ( this->*act_ )();
+      act_( *this );
    }
+   void asksAll();
 
    Act const act_;
    std::function<bool( std::string const & )> const actAt_;
-   bool listening_ = true;
    bool acted_ = false;
    std::set<std::string> followed_;
-   Ears ears_{ [this]( auto const & change ) { heard( change ); } };
    Sim::World world_{ RATEMON_PLUGIN_PATH, 1000 };
+   Dovra::Watches ears_{ *world_.database(), [this]( auto const & path, auto const & ) { heard( path ); } };
 };
+
+void HostileService::asksAll() {
+   if( !service() ) return;
+   static_cast<void>( service()->views().units() );
+   for( char const * name : { "fabric", "rack" } ) static_cast<void>( service()->views().ready( name ) );
+   static_cast<void>( service()->views().interfaces() );
+}
+
+std::vector<HostileService::NamedAct> HostileService::acts() {
+   using Life = HostileService;
+   return {
+      { "entersFabric", []( Life & l ) { l.enter( "fabric" ); } },
+      { "entersRackWithoutUp2", []( Life & l ) { l.enter( "rack", { "up2" } ); } },
+      { "exitsFabric", []( Life & l ) { l.exit( "fabric" ); } },
+      { "exitsBoth", []( Life & l ) { l.exitsBoth(); } },
+      { "dropsWindows", []( Life & l ) { l.dir<Evidence::WindowDir>( Maintenance::Path::windows )->windowDelAll(); } },
+      { "closesAccounts",
+        []( Life & l ) {
+           if( l.service() ) l.service()->ledger().unitDel( "fabric" );
+        } },
+      { "deletesAccounts",
+        []( Life & l ) { l.dir<Evidence::UnitAccountsDir>( Maintenance::Path::accounts )->unitDelAll(); } },
+      { "deletesUnit", []( Life & l ) { l.world_.state().unitStatus->statusDel( "fabric" ); } },
+      { "takesAnInterfaceAway", []( Life & l ) { l.configIs( file( "1Mbps", "down1" ) ); } },
+      { "reloadsWithOtherThreshold", []( Life & l ) { l.configIs( file( "1bps", "up2, down1" ) ); } },
+      { "removesLinks",
+        []( Life & l ) {
+           for( char const * name : { "up1", "up2", "down1" } ) l.world_.links().linkDel( Lumo::IntfId( name ) );
+        } },
+      { "flapsLinks",
+        []( Life & l ) {
+           for( char const * name : { "up2", "down1" } ) {
+              l.world_.links().linkDel( Lumo::IntfId( name ) );
+              l.link( name, true );
+           }
+        } },
+      { "raisesLinks",
+        []( Life & l ) {
+           for( char const * name : { "up2", "down1" } ) l.link( name, true );
+        } },
+      { "removesEntries",
+        []( Life & l ) {
+           if( auto const cause = l.shutdowns() ) cause->intfStatusDelAll();
+        } },
+      { "asksAll", []( Life & l ) { l.asksAll(); } },
+   };
+}
 
 void HostileService::live() {
    turn( [this] { configIs( file( "100kbps", "up2, down1" ) ); } );
@@ -251,18 +238,13 @@ void HostileService::expectNothingLeft() {
 
 namespace {
 
-struct NamedAct {
-   char const * name;
-   HostileService::Act act;
-};
-
-class Hostile : public ::testing::TestWithParam<NamedAct> {};
+class Hostile : public ::testing::TestWithParam<HostileService::NamedAct> {};
 
 // At the first and at the last change of each kind: what is told alike in between is written by the same line.
 TEST_P( Hostile, breaksNothingAtAnyChange ) {
    std::map<std::string, int> often;
    {
-      HostileService peaceful( &HostileService::nothing, [&]( std::string const & change ) {
+      HostileService peaceful( nullptr, [&]( std::string const & change ) {
          ++often[change];
          return false;
       } );
@@ -283,23 +265,7 @@ TEST_P( Hostile, breaksNothingAtAnyChange ) {
    }
 }
 
-INSTANTIATE_TEST_SUITE_P( Acts, Hostile,
-                          ::testing::Values( NamedAct{ "entersFabric", &HostileService::entersFabric },
-                                             NamedAct{ "entersRackWithoutUp2", &HostileService::entersRackWithoutUp2 },
-                                             NamedAct{ "exitsFabric", &HostileService::exitsFabric },
-                                             NamedAct{ "exitsBoth", &HostileService::exitsBoth },
-                                             NamedAct{ "dropsWindows", &HostileService::dropsWindows },
-                                             NamedAct{ "closesAccounts", &HostileService::closesAccounts },
-                                             NamedAct{ "deletesAccounts", &HostileService::deletesAccounts },
-                                             NamedAct{ "deletesUnit", &HostileService::deletesUnit },
-                                             NamedAct{ "takesAnInterfaceAway", &HostileService::takesAnInterfaceAway },
-                                             NamedAct{ "reloadsWithOtherThreshold",
-                                                       &HostileService::reloadsWithOtherThreshold },
-                                             NamedAct{ "removesLinks", &HostileService::removesLinks },
-                                             NamedAct{ "flapsLinks", &HostileService::flapsLinks },
-                                             NamedAct{ "raisesLinks", &HostileService::raisesLinks },
-                                             NamedAct{ "removesEntries", &HostileService::removesEntries },
-                                             NamedAct{ "asksAll", &HostileService::asksAll } ),
+INSTANTIATE_TEST_SUITE_P( Acts, Hostile, ::testing::ValuesIn( HostileService::acts() ),
                           []( auto const & tested ) { return tested.param.name; } );
 
 }  // namespace

@@ -1,9 +1,8 @@
-// Link control over a kernel that counts what is done to its links, and can be killed at any of it.
+// Link control over a kernel that writes down what is done to its links. tests/kills/ has it die at each step.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <random>
 #include <system_error>
 
 #include "kel/ActivityLoop.h"
@@ -18,9 +17,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {
-
-// The process ends here, without another step.
-struct Killed {};
 
 // Links by name. What LinkControl does to them is written down; what others do is done by the tests.
 class Kernel final : public LinkSwitch {
@@ -53,26 +49,19 @@ class Kernel final : public LinkSwitch {
       }
       return {};
    }
-   void step() {
-      if( stepsLeft == 0 ) throw Killed();
-      --stepsLeft;
-   }
 
    std::map<IntfId, State> links;
    std::vector<std::string> done;
    std::string refusal;  // of every order; empty: each is carried out
    bool silent = false;  // no question is answered
    std::function<void( IntfId )> heard;
-   int stepsLeft = -1;  // until the process is killed; never where it is below 0
 
  private:
    template<class Write>
    std::string write( std::string const & what, Write const & act ) {
-      step();
       done.push_back( what );
       if( refusal.empty() ) act();
       if( heard ) heard( nameOf( std::stoi( what.substr( what.find( ' ' ) ) ) ) );
-      step();
       return refusal;
    }
 };
@@ -105,17 +94,14 @@ class LinkControlTest : public ::testing::Test {
    }
    // Nothing of it runs any more, and the records are those on disk.
    void die() {
-      kernel_.stepsLeft = -1;
       control_ = nullptr;
       held_->heldDelAll();
       for( auto const & row : disk_ ) held_->heldIs( copy( *row ) );
    }
    bool keep() {
-      kernel_.step();
       if( !diskWorks_ ) return false;
       ++kept_;
       disk_ = rows();
-      kernel_.step();
       return true;
    }
    std::vector<Kel::Ptr<HeldLink>> rows() const {
@@ -477,57 +463,6 @@ TEST_F( LinkControlTest, aLinkThatComesAfterTheBootIsHeldAgain ) {
    EXPECT_EQ( remark( "bond0" ), "held since before boot" );
    leave( "bond0" );
    EXPECT_THAT( done(), ElementsAre( "up 12" ) );
-}
-
-// Killed before or after any step of each of these, and started again, once more killed or not: the end is the same,
-// and no link is set up or down more often than it has to be.
-TEST_F( LinkControlTest, aDeathAtAnyStepChangesNothingOfTheEnd ) {
-   for( bool const entering : { true, false } ) {
-      for( int steps = 0; steps < 12; ++steps ) {
-         for( int again = 0; again < 12; ++again ) {
-            SCOPED_TRACE( ( entering ? "entering, killed after " : "leaving, killed after " ) +
-                          std::to_string( steps ) + " and " + std::to_string( again ) );
-            control_ = nullptr;
-            held_->heldDelAll();
-            cause_->intfStatusDelAll();
-            preserve_ = true;
-            kernel_.links = { { IntfId( "eth0" ), { 5, true, 0 } }, { IntfId( "eth1" ), { 6, false, 0 } } };
-            start();
-            auto const ask = [&] {
-               for( char const * name : { "eth0", "eth1" } ) {
-                  if( cause_->intfStatus( IntfId( name ) ) ) {
-                     cause_->intfStatusDel( IntfId( name ) );
-                  } else {
-                     cause_->intfStatusIs( IntfId( name ), 1 );
-                  }
-               }
-            };
-            if( !entering ) turn( ask );
-            done();
-            kernel_.stepsLeft = steps;
-            try {
-               turn( ask );
-            } catch( Killed const & ) {
-            }
-            die();
-            kernel_.stepsLeft = again;
-            try {
-               start();
-            } catch( Killed const & ) {
-            }
-            die();
-            start();
-            EXPECT_EQ( kernel_.links.at( IntfId( "eth0" ) ).up, !entering );
-            EXPECT_EQ( kernel_.links.at( IntfId( "eth0" ) ).keepAddr, entering ? 1 : 0 );
-            EXPECT_EQ( state( "eth0" ), entering ? "held" : "none" );
-            EXPECT_EQ( state( "eth1" ), entering ? "found down" : "none" );
-            auto const calls = done();
-            EXPECT_EQ( std::ranges::count( calls, entering ? "down 5" : "up 5" ), 1 );
-            EXPECT_EQ( std::ranges::count( calls, entering ? "up 5" : "down 5" ), 0 );
-            EXPECT_EQ( std::ranges::count( calls, "up 6" ) + std::ranges::count( calls, "down 6" ), 0 );
-         }
-      }
-   }
 }
 
 }  // namespace Service

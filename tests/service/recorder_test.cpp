@@ -72,11 +72,5 @@ TEST_F( RecorderTest, oneOverAnEarlierServicesRecordGoesOn ) {
    EXPECT_EQ( cell( static_cast<uint32_t>( record_->rates().size() ) - 1 ).to, 2010 );
 }
 
-TEST_F( RecorderTest, largeUnitsShareTheRoom ) {
-   EXPECT_EQ( Recorder::cellsFor( 3 ), 600u );
-   EXPECT_EQ( Recorder::cellsFor( 1000 ), 60u );
-   EXPECT_EQ( Recorder::cellsFor( 0 ), 600u );
-}
-
 }  // namespace
 }  // namespace Evidence

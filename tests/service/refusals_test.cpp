@@ -12,7 +12,7 @@ constexpr char const * someWrong = "up1, eth9, eth1.7";
 
 class Refusals : public Box {
  protected:
-   void subInterface() { link( "eth1.7", LinkReport{ .up = true, .kind = Lumo::IntfKind::subIntf, .members = {} } ); }
+   void subInterface() { link( "eth1.7", true, Lumo::IntfKind::subIntf ); }
    UnitService::Answer refused( std::string const & unit, std::vector<std::string> const & without = {} ) {
       std::string const before = records();
       auto const would = service_->units().wouldEnter( unit, without );
@@ -92,12 +92,6 @@ TEST_F( Refusals, whatAnEntryWouldShutDownIsAskedAnew ) {
    EXPECT_THAT( units.shutBy( "rack", { "up2" } ), IsEmpty() );
 }
 
-TEST_F( Refusals, aLinkThatIsDownIsNoReason ) {
-   link( "up2", false );
-   begin( fileWith( "" ) );
-   EXPECT_EQ( enter( "fabric" ).outcome, Requested::started );
-}
-
 TEST_F( Refusals, onlyInterfacesOfTheUnitCanBeLeftOut ) {
    begin( fileWith( "" ) );
    auto const why = refused( "fabric", { "up2", "down1", "up3" } ).why;
@@ -162,17 +156,6 @@ TEST_F( Without, noStageWaitsForALinkThatIsLeftOut ) {
    EXPECT_TRUE( monitored( "up2" ) );
    advance( 30 );
    EXPECT_EQ( state( "fabric" ), State::entering );
-}
-
-TEST_F( Without, aLinkIsLeftOutOfOneUnitOnly ) {
-   begin( fileWith( "" ) );
-   traffic( "up2", 3 * Mbps );
-   enter( "fabric", { "up2" } );
-   enter( "rack" );
-   advance( 100 );
-   EXPECT_EQ( state( "fabric" ), State::inMaintenance );
-   EXPECT_EQ( state( "rack" ), State::entering );
-   EXPECT_EQ( verdict( "rack", "up2" ), Verdict::loud );
 }
 
 TEST_F( Without, moreIsLeftOutOfAUnitThatWaits ) {

@@ -77,20 +77,6 @@ TEST_F( Restart, aClockThatBeganAnewGivesTheStageItsTimeOnceMore ) {
    EXPECT_EQ( stage( "fabric" ), "ratemon" );
 }
 
-TEST_F( Restart, rateMonitoringBeginsAnew ) {
-   begin( fileWith( allStages ) );
-   enter( "fabric" );
-   programEnds( "fabric" );
-   advance( 25 );
-   restart( 3 );
-   EXPECT_EQ( stage( "fabric" ), "ratemon" );
-   advance( 29 );
-   EXPECT_EQ( state( "fabric" ), State::entering );
-   advance( 1 );
-   EXPECT_EQ( state( "fabric" ), State::inMaintenance );
-   EXPECT_EQ( window( "fabric" )->entered(), 1058 );
-}
-
 TEST_F( Restart, verifyGoesOnWithTheInterfacesMonitoredAsBefore ) {
    begin( fileWith( allStages ) );
    waitInVerify();
@@ -113,65 +99,6 @@ TEST_F( Restart, verifyGoesOnWithTheInterfacesMonitoredAsBefore ) {
    EXPECT_EQ( state( "fabric" ), State::inMaintenance );
    EXPECT_EQ( stages( "fabric" ), "bgp done, ratemon done, verify done" );
    EXPECT_EQ( stageRecords(), 0u );
-}
-
-TEST_F( Restart, quietTimeBeforeItProvesNothing ) {
-   begin( fileWith( allStages ) );
-   enter( "fabric" );
-   programEnds( "fabric" );
-   advance( 35 );
-   ASSERT_EQ( state( "fabric" ), State::inMaintenance );
-   EXPECT_TRUE( ready( "fabric" ) );
-   restart( 1 );
-   EXPECT_EQ( state( "fabric" ), State::inMaintenance );
-   EXPECT_FALSE( ready( "fabric" ) );
-   advance( 29 );
-   EXPECT_FALSE( ready( "fabric" ) );
-   advance( 21 );
-   EXPECT_TRUE( ready( "fabric" ) );
-   EXPECT_EQ( service_->ledger().windows()->windows(), 1u );
-   EXPECT_EQ( window( "fabric" )->outcome(), Ended::underway );
-   exit( "fabric" );
-   programEnds( "fabric" );
-   programEnds( "fabric" );
-   EXPECT_EQ( window( "fabric" )->outcome(), Ended::completed );
-}
-
-TEST_F( Restart, aUnitOnItsWayOutGoesOnInEachOfItsStages ) {
-   begin( fileWith( allStages ) );
-   enter( "fabric" );
-   programEnds( "fabric" );
-   advance( 40 );
-   exit( "fabric" );
-   restart( 1 );
-   EXPECT_EQ( stage( "fabric" ), "pause" );
-   EXPECT_THAT( programs_.started, ElementsAre( "pause exit fabric 2" ) );
-   programEnds( "fabric" );
-   EXPECT_EQ( stage( "fabric" ), "bgp" );
-   restart( 1 );
-   EXPECT_THAT( programs_.started, ElementsAre( "bgp exit fabric 2" ) );
-   programEnds( "fabric" );
-   EXPECT_EQ( state( "fabric" ), State::active );
-   EXPECT_EQ( stages( "fabric" ), "bgp done, ratemon done, verify done, pause done, ratemon done, bgp done" );
-   EXPECT_EQ( window( "fabric" )->outcome(), Ended::completed );
-   EXPECT_EQ( stageRecords(), 0u );
-}
-
-TEST_F( Restart, whatWasLeftOutStaysSo ) {
-   begin( fileWith( allStages ) );
-   traffic( "up2", 1 * Mbps );
-   enter( "fabric", { "up2" } );
-   programEnds( "fabric" );
-   advance( 10 );
-   restart( 5 );
-   EXPECT_EQ( verdict( "fabric", "up2" ), Verdict::leftOut );
-   EXPECT_FALSE( monitored( "up2" ) );
-   advance( 50 );
-   EXPECT_EQ( state( "fabric" ), State::inMaintenance );
-   restart( 5 );
-   EXPECT_EQ( verdict( "fabric", "up2" ), Verdict::leftOut );
-   advance( 60 );
-   EXPECT_TRUE( ready( "fabric" ) );
 }
 
 TEST_F( Restart, aLinkThatWasSeenAndIsGoneNowIsNotMissing ) {

@@ -71,18 +71,6 @@ TEST_F( Stages, aUnitGoesInAndOutAndLeavesNothingBehindButItsWindow ) {
    EXPECT_THAT( events( "ready" ), ElementsAre( "fabric: every interface is proven quiet" ) );
 }
 
-TEST_F( Stages, trafficThatMovesToADrainedLinkKeepsTheUnitOut ) {
-   begin( fileWith( "" ) );
-   trafficMovesToTheDrainedLink();
-   EXPECT_EQ( stage( "fabric" ), "verify" );
-   EXPECT_EQ( verdict( "fabric", "up1" ), Verdict::loud );
-   EXPECT_EQ( *window( "fabric" )->intf( Lumo::IntfId( "up1" ) )->verdictAt( 0 ), Verdict::loud );
-   advance( 49 );
-   EXPECT_EQ( state( "fabric" ), State::entering );
-   advance( 1 );
-   EXPECT_EQ( state( "fabric" ), State::inMaintenance );
-}
-
 // What becomes of the unit when "verify" may take this long and no longer, with readiness 50 s after it began.
 struct LateCase {
    char const * timeout;
@@ -138,17 +126,6 @@ TEST_F( Stages, aHeldStageTellsOfItsDeadlineOnceAndWaits ) {
    traffic( "up1", 0 );
    advance( 60 );
    EXPECT_EQ( state( "fabric" ), State::inMaintenance );
-}
-
-TEST_F( Stages, aDeadlineThatPassesBringsTheUnitBackByTheServiceItself ) {
-   begin( fileWith( "  maintEnter: [ { name: ratemon, timeout: 20s, on-timeout: rollback }, { name: verify } ]\n" ) );
-   enter( "fabric" );
-   advance( 20 );
-   expectCleanedUp( "fabric" );
-   EXPECT_EQ( window( "fabric" )->exitRequestedBy(), "maintd" );
-   EXPECT_EQ( window( "fabric" )->outcome(), Ended::rolledBack );
-   EXPECT_EQ( window( "fabric" )->ended(), 1020 );
-   EXPECT_EQ( enter( "fabric" ).generation, 3u );
 }
 
 TEST_F( Stages, programsRunInTheirPlaceOneAfterTheOther ) {
@@ -298,7 +275,7 @@ TEST_F( Stages, aHeldProgramIsRunAgainMoreAndMoreSeldomUntilItGoesWellOrTheUnitL
    EXPECT_THAT( programs_.givenUp, ElementsAre( "fabric" ) );
    EXPECT_THAT( events( "deadline" ),
                 ::testing::Contains( "fabric: bgp: not over after 20 s: it is run again in 5 min" ) );
-   EXPECT_EQ( window( "fabric" )->stageRun( 0 )->deadlinePassed, clock_->now() );
+   EXPECT_EQ( window( "fabric" )->stageRun( 0 )->deadlinePassed, world_.now() );
    // A restart does not wait, and gives it all its time, too.
    crash();
    begin( fileWith( withPrograms( ", timeout: 20s, on-timeout: hold" ) ) );
@@ -338,24 +315,8 @@ TEST_F( Stages, aServiceThatEndsGivesItsProgramsUp ) {
    enter( "rack" );
    enter( "fabric" );
    programEnds( "rack" );
-   pluginDir_->entityDelAll();
-   service_.reset();
+   end();
    EXPECT_THAT( programs_.givenUp, ElementsAre( "fabric" ) );
-}
-
-TEST_F( Stages, aProgramThatTakesTooLongIsGivenUp ) {
-   begin( fileWith( withPrograms( ", timeout: 20s, on-timeout: continue" ) ) );
-   enter( "fabric" );
-   advance( 20 );
-   EXPECT_THAT( programs_.givenUp, ElementsAre( "fabric" ) );
-   EXPECT_EQ( stage( "fabric" ), "ratemon" );
-   advance( 30 );
-   EXPECT_EQ( state( "fabric" ), State::inMaintenance );
-   exit( "fabric" );
-   advance( 20 );
-   EXPECT_EQ( state( "fabric" ), State::active );
-   EXPECT_EQ( stages( "fabric" ), "bgp timed out, ratemon done, verify done, ratemon done, bgp timed out" );
-   EXPECT_EQ( window( "fabric" )->outcome(), Ended::deadline );
 }
 
 TEST_F( Stages, anExitGivesUpAnEntryThatIsStillWaiting ) {
@@ -376,33 +337,6 @@ TEST_F( Stages, anExitGivesUpAnEntryThatIsStillWaiting ) {
    EXPECT_EQ( *window( "fabric" )->intf( Lumo::IntfId( "up1" ) )->verdictAt( 1 ), Verdict::quiet );
    programEnds( "fabric" );
    expectCleanedUp( "fabric" );
-}
-
-TEST_F( Stages, profilesFollowTheUnitsThatAreOnTheirWay ) {
-   std::string file = fileWith( "" );
-   auto const named = [&file]( std::string const & group, std::string const & profile ) {
-      auto const line = file.find( "  " + group + ": " );
-      file.insert( file.find( " }", line ), ", profile: " + profile );
-   };
-   named( "ups", "slow" );
-   named( "downs", "fast" );
-   begin( file );
-   auto const selected = [this] {
-      return state_.intfToGroup->intfToGroup( Lumo::IntfId( "up2" ) )
-         ->selectedProfile( Maintenance::Profile::ProfileType::interface )
-         ->name.str();
-   };
-   EXPECT_EQ( selected(), "slow" );
-   enter( "rack" );
-   EXPECT_EQ( selected(), "fast" );
-   // The stage begins after the choice.
-   EXPECT_EQ( state_.monIntfStatus->monIntfStatus( Lumo::IntfId( "up2" ) )->profileName(), "fast" );
-   enter( "fabric" );
-   EXPECT_EQ( selected(), "slow" );
-   exit( "fabric" );
-   EXPECT_EQ( selected(), "fast" );
-   exit( "rack" );
-   EXPECT_EQ( selected(), "slow" );
 }
 
 // Asks for something from inside the write of the unit's state.

@@ -72,22 +72,6 @@ TEST_F( ViewsTest, aWaitingUnitSaysWhatItLacks ) {
                                                     R"("quietSince": 1010, "stillNeededSeconds": 10)" ) ) );
 }
 
-TEST_F( ViewsTest, aUnitInMaintenanceSaysUntilWhenItIsProvenAndWhatCameBack ) {
-   begin( fileWith( "", "up1" ) );
-   enter( "fabric" );
-   advance( 30 );
-   EXPECT_THAT( unit( "fabric" ),
-                AllOf( HasSubstr( R"("state": "inMaintenance", "generation": 1, "stage": null, "since": 1030)" ),
-                       HasSubstr( R"("ready": true, "provenUntil": 1030, "disturbed": false)" ),
-                       HasSubstr( R"("settled": true, "quietSince": 1000, "stillNeededSeconds": 0)" ) ) );
-   EXPECT_THAT( why( "fabric" ), IsEmpty() );
-   traffic( "up1", 1 * Mbps );
-   advance( 20 );
-   EXPECT_THAT( unit( "fabric" ), AllOf( HasSubstr( R"("ready": false, "provenUntil": null, "disturbed": true)" ),
-                                         HasSubstr( R"("spikes": 1)" ) ) );
-   EXPECT_THAT( why( "fabric" ), ElementsAre( ::testing::StartsWith( "up1: loud: in 1 Mbps" ) ) );
-}
-
 TEST_F( ViewsTest, whatIsReadyForAnotherReasonThanQuietSaysSo ) {
    begin( fileWith( "", "up1, up2, down1" ) );
    link( "up2", false );
@@ -136,7 +120,7 @@ TEST_F( ViewsTest, interfacesAreShownAsTheyAreWhateverTheirUnitsDo ) {
    auto const cause =
       Kel::dynamicPtrCast<Errdisable::CauseStatus>( state_.errdisableCauses->entityRef( Maintenance::shutdownCause ) );
    ASSERT_TRUE( cause );
-   inTurn( [&] { cause->intfStatusIs( Lumo::IntfId( "up1" ), clock_->now() ); } );
+   inTurn( [&] { cause->intfStatusIs( Lumo::IntfId( "up1" ), world_.now() ); } );
    EXPECT_THAT( interfaceJson( "up1" ), HasSubstr( R"("shutDown": true)" ) );
 }
 

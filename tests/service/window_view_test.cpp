@@ -123,13 +123,5 @@ TEST_F( WindowViewTest, theListHasTheLatestRequestFirstWithSumsOverItsInterfaces
    EXPECT_EQ( lines[2].generation, 1u );
 }
 
-TEST_F( WindowViewTest, aWindowIsFoundByUnitAndGeneration ) {
-   window( "fabric", 3, 100 );
-   ASSERT_TRUE( view().window( "fabric", 3 ) );
-   EXPECT_EQ( view().window( "fabric", 3 )->requested, 100 );
-   EXPECT_FALSE( view().window( "fabric", 2 ) );
-   EXPECT_FALSE( view().window( "fabri", 3 ) );
-}
-
 }  // namespace
 }  // namespace Service
