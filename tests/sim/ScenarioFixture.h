@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+#include <cstdio>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -11,6 +13,18 @@
 #include "scenario/Scenario.h"
 
 namespace Test {
+
+// What the real maintsim prints, on either stream, and its exit status behind it. `before` is what feeds it, up to a pipe.
+inline std::string maintsim( std::string const & arguments, std::string const & before = "" ) {
+   std::string const command = before + "'" RATEMON_MAINTSIM_PATH "' " + arguments + " 2>&1; echo $?";
+   std::FILE * const pipe = ::popen( command.c_str(), "r" );
+   std::string text;
+   std::array<char, 4096> chunk{};
+   for( std::size_t n = 0; ( n = std::fread( chunk.data(), 1, chunk.size(), pipe ) ) > 0; )
+      text.append( chunk.data(), n );
+   ::pclose( pipe );
+   return text;
+}
 
 class ScenarioFixture : public ::testing::Test {
  protected:

@@ -1,12 +1,10 @@
 // The lines that speak to the maintenance service, and the agent around the plug-in: its links, its stop, its crash.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
 #include "ScenarioFixture.h"
 #include "kel/Json.h"
 #include "records/Names.h"
-#include "world/KeptState.h"
 
 namespace Test {
 
@@ -64,41 +62,6 @@ class AgentStory : public ScenarioFixture {
       return all;
    }
 };
-
-TEST_F( AgentStory, aConfigurationLinksAndARequestAreAScenario ) {
-   EXPECT_THAT( run( config() + linksUp + traffic( "eth0", 4e6 ) + start ), IsEmpty() );
-   EXPECT_THAT(
-      run( enterFabric ),
-      ElementsAre(
-         R"({"t": 1000, "request": "enter", "unit": "fabric", "result": "started", "generation": 1, "why": []})" ) );
-   EXPECT_THAT( run( enterFabric ), ElementsAre( HasSubstr( R"("result": "already", "generation": 1)" ) ) );
-   run( advance( 60 ) );
-   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ),
-                ElementsAre( AllOf( StartsWith( R"({"t": 1060, "ready": false, "why": [)" ), HasSubstr( "eth0" ) ) ) );
-   run( traffic( "eth0", 0 ) + advance( 30 ) );
-   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ),
-                ElementsAre( StartsWith( R"({"t": 1090, "ready": true, "why": [)" ) ) );
-   EXPECT_THAT(
-      run( "{\"status\": \"fabric\"}" ),
-      ElementsAre( AllOf( StartsWith( R"({"t": 1090, "status": {"unit": "fabric", "state": "inMaintenance")" ),
-                          HasSubstr( R"("requestedBy": "maintsim")" ) ) ) );
-   EXPECT_THAT(
-      run( "{\"exit\": \"fabric\"}" ),
-      ElementsAre( HasSubstr( R"("request": "exit", "unit": "fabric", "result": "started", "generation": 2)" ) ) );
-   EXPECT_EQ( value( unitState ), "1" );
-}
-
-TEST_F( AgentStory, aRefusalIsAnAnswer ) {
-   run( config() + "{\"link\": {\"eth0\": \"up\"}}\n" + start );
-   EXPECT_THAT( run( enterFabric ),
-                ElementsAre( AllOf( HasSubstr( R"("result": "refused", "generation": null, "why": [")" ),
-                                    HasSubstr( "eth1" ) ) ) );
-   EXPECT_THAT( run( R"({"without": ["eth9"], "enter": "fabric"})" ), ElementsAre( HasSubstr( "refused" ) ) );
-   EXPECT_EQ( value( unitState ), "1" );
-   EXPECT_THAT( run( R"({"without": ["eth1"], "enter": "fabric"})" ), ElementsAre( HasSubstr( "started" ) ) );
-   EXPECT_THAT( run( advance( 30 ) + "{\"status\": \"fabric\"}" ),
-                ElementsAre( AllOf( HasSubstr( R"("without": ["eth1"])" ), HasSubstr( R"("ready": true)" ) ) ) );
-}
 
 TEST_F( AgentStory, saysWhereALineOfTheServiceIsWrong ) {
    struct Case {
@@ -167,6 +130,7 @@ TEST_F( AgentStory, hooksArePrintedAndSucceedAtOnce ) {
          R"(, "stages": {"maintEnter": [{"name": "bgp", "run": ["/hook", "in"]}, {"name": "ratemon"}, {"name": "verify"}], "maintExit": [{"name": "ratemon"}, {"name": "bgp", "run": ["/hook", "out"]}]})" ) +
       linksUp + start );
    EXPECT_THAT( run( enterFabric ), Contains( R"({"t": 1000, "hook": "bgp", "unit": "fabric"})" ) );
+   EXPECT_THAT( run( "{\"status\": \"fabric\"}" ), ElementsAre( HasSubstr( R"("requestedBy": "maintsim")" ) ) );
    run( advance( 40 ) );
    EXPECT_THAT( run( "{\"exit\": \"fabric\"}" ), Contains( R"({"t": 1040, "hook": "bgp", "unit": "fabric"})" ) );
    EXPECT_EQ( value( unitState ), "1" );
@@ -262,27 +226,6 @@ TEST_F( AgentStory, heldLinksFollowTheEntries ) {
    EXPECT_EQ( value( R"("interface/status/all","intfStatus","eth1","operStatus")" ), "2" );
 }
 
-TEST_F( AgentStory, anyCauseHoldsALinkAndTheLastLetsItGo ) {
-   run( config() + linksUp + start );
-   run( R"({"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 1})" );
-   EXPECT_EQ( value( eth0State ), "2" );
-   // Removed and written again in one turn: nothing moves.
-   run( std::string( "{\"watch\": [" ) + eth0State + "]}" );
-   EXPECT_THAT(
-      run(
-         R"({"batch": [{"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]}, {"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 2}]})" ),
-      IsEmpty() );
-   EXPECT_THAT( run( R"({"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]})" ),
-                ElementsAre( EndsWith( R"("operStatus"], "value": 1})" ) ) );
-   // A link that is made again is another one, and is held as well.
-   run( R"({"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 3})" );
-   run( R"({"link": {"eth0": null}})" );
-   run( R"({"link": {"eth0": {}}})" );
-   EXPECT_EQ( value( eth0State ), "2" );
-   run( R"({"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"]})" );
-   EXPECT_EQ( value( eth0State ), "1" );
-}
-
 // A stop is the whole agent's: links do not move, and the plug-in's teardown leaves no trace in what is kept.
 TEST_F( AgentStory, aStopKeepsWhatTheStoreWouldKeep ) {
    run( config( R"(, "shutdown": true)" ) + linksUp + traffic( "eth1", 5e6 ) + start + enterFabric + advance( 35 ) );
@@ -341,25 +284,6 @@ TEST_F( AgentStory, whileTheAgentIsAwayTheConfigurationChanges ) {
    EXPECT_THAT( run( "{\"enter\": \"rack\"}" ), ElementsAre( HasSubstr( "started" ) ) );
 }
 
-TEST_F( AgentStory, whatIsKeptIsPutBackExactly ) {
-   run( config() + linksUp + start + enterFabric + advance( 20 ) );
-   run( R"({"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth1"], "to": 7})" );
-   std::string const before = everything();
-   Sim::KeptState const kept( *world_.database() );
-   run( R"({"delete": ["maintenance/interface/status/ratemon","monIntfStatus","eth0"]}
-{"set": ["maintenance/interface/status/ratemon","monIntfUnderMaint","eth9"], "to": true}
-{"set": ["maintenance/unit/status","status","fabric","aggTrafficRate"], "to": {"inBitsRate": 77}}
-{"set": ["maintenance/unit/status","status","invented"], "to": {}}
-{"delete": ["interface/errdisable/cause","maintenance-shutdown","intfStatus"]}
-{"set": ["interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0"], "to": 8}
-{"set": ["stageAgentStatus/maintEnter/MaintenanceMode","complete","ratemon:fabric#1"], "to": true})" );
-   EXPECT_NE( everything(), before );
-   world_.inTurn( [&] { kept.putBack(); } );
-   for( std::string const path : { "maintenance/unit/status", "interface/errdisable/cause" } ) {
-      EXPECT_THAT( before, HasSubstr( path + " " + Kel::toJson( Dovra::stateValue( *world_.database(), path ) ) ) );
-   }
-}
-
 namespace {
 
 class ConfigFile : public ::testing::Test {
@@ -373,16 +297,8 @@ class ConfigFile : public ::testing::Test {
       std::ofstream( folder_ / name ) << text;
       return ( folder_ / name ).string();
    }
-   // What maintsim prints, on either stream, and its exit status behind it.
-   std::string maintsim( std::string const & configFile, std::string const & lines ) const {
-      std::string const command = "'" RATEMON_MAINTSIM_PATH "' --config '" + configFile + "' '" +
-                                  file( "scenario.jsonl", lines ) + "' 2>&1; echo $?";
-      std::FILE * const pipe = ::popen( command.c_str(), "r" );
-      std::string text;
-      char chunk[4096];
-      for( std::size_t n = 0; ( n = std::fread( chunk, 1, sizeof chunk, pipe ) ) > 0; ) text.append( chunk, n );
-      ::pclose( pipe );
-      return text;
+   std::string run( std::string const & configFile, std::string const & lines ) const {
+      return maintsim( "--config '" + configFile + "' '" + file( "scenario.jsonl", lines ) + "'" );
    }
 
    std::filesystem::path const folder_;
@@ -401,14 +317,14 @@ units:
 
 TEST_F( ConfigFile, standsBeforeTheFirstLine ) {
    std::string const lines = "{\"link\": {\"eth0\": \"up\"}}\n{\"start\": {}}\n{\"enter\": \"fabric\"}\n";
-   EXPECT_EQ( maintsim( file( "good.yaml", yaml ), lines ),
+   EXPECT_EQ( run( file( "good.yaml", yaml ), lines ),
               R"({"t": 1000, "request": "enter", "unit": "fabric", "result": "started", "generation": 1, "why": []})"
               "\n0\n" );
    std::string const bad = file( "bad.yaml", std::string( yaml ) + "colour: red\nunit: {}\n" );
-   EXPECT_THAT( maintsim( bad, lines ), AllOf( StartsWith( bad + ":8:1: " ), HasSubstr( "\n" + bad + ":9:1: " ),
-                                               EndsWith( "\n2\n" ), Not( HasSubstr( "request" ) ) ) );
-   EXPECT_EQ( maintsim( "/no/where.yaml", lines ), "maintsim: /no/where.yaml cannot be read\n2\n" );
-   EXPECT_EQ( maintsim( "/", lines ), "maintsim: / cannot be read\n2\n" );
+   EXPECT_THAT( run( bad, lines ), AllOf( StartsWith( bad + ":8:1: " ), HasSubstr( "\n" + bad + ":9:1: " ),
+                                          EndsWith( "\n2\n" ), Not( HasSubstr( "request" ) ) ) );
+   EXPECT_EQ( run( "/no/where.yaml", lines ), "maintsim: /no/where.yaml cannot be read\n2\n" );
+   EXPECT_EQ( run( "/", lines ), "maintsim: / cannot be read\n2\n" );
 }
 
 }  // namespace Test

@@ -1,19 +1,14 @@
 // What a run leaves for people: the tables after it and the picture of it.
-#include <gmock/gmock.h>
-
-#include <array>
 #include <cmath>
-#include <cstdio>
 #include <map>
 #include <random>
 #include <regex>
 #include <sstream>
 
+#include "ScenarioFixture.h"
 #include "report/Plot.h"
-#include "report/Readable.h"
 #include "report/Scales.h"
 #include "report/Summary.h"
-#include "scenario/Scenario.h"
 
 namespace Test {
 
@@ -299,39 +294,19 @@ TEST( Scales, ticksAreFewAndRoundWhateverTheSpan ) {
    }
 }
 
-TEST( Readable, aLongNameLosesItsMiddle ) {
-   EXPECT_EQ( Report::clipped( "Ethernet1", 9 ), "Ethernet1" );
-   EXPECT_EQ( Report::clipped( "Ethernet12", 9 ), "Ethe…et12" );
-   EXPECT_EQ( Report::clipped( "größenwahn", 5 ), "gr…hn" );
-}
-
-namespace {
-
-// What maintsim prints, on either stream, when `lines` are its scenario, and its exit status behind it.
-std::string maintsim( std::string const & options, std::string const & lines ) {
-   std::string const command = "printf '" + lines + "' | '" RATEMON_MAINTSIM_PATH "' " + options + " 2>&1; echo $?";
-   std::FILE * const pipe = ::popen( command.c_str(), "r" );
-   std::string text;
-   std::array<char, 4096> chunk{};
-   for( std::size_t n = 0; ( n = std::fread( chunk.data(), 1, chunk.size(), pipe ) ) > 0; )
-      text.append( chunk.data(), n );
-   ::pclose( pipe );
-   return text;
-}
-
-}  // namespace
-
 TEST( Maintsim, reportsAfterTheRunAndOnlyThen ) {
-   std::string const lines = R"({"start": {}}\n{"dump": {}}\n)";
-   std::string const run = maintsim( "--summary", lines );
+   auto const simulated = []( std::string const & options, std::string const & more = "" ) {
+      return maintsim( options, R"(printf '{"start": {}}\n{"dump": {}}\n)" + more + "' | " );
+   };
+   std::string const run = simulated( "--summary" );
    EXPECT_LT( run.find( "\"dump\"" ), run.find( "There was no unit." ) );
    EXPECT_THAT( run, ::testing::EndsWith( "\n0\n" ) );
-   std::string const wrong = maintsim( "--summary", lines + R"({"sotp": {}}\n)" );
+   std::string const wrong = simulated( "--summary", R"({"sotp": {}}\n)" );
    EXPECT_THAT( wrong, Not( HasSubstr( "There was no unit." ) ) );
    EXPECT_THAT( wrong, ::testing::EndsWith( "there is no line \"sotp\"\n2\n" ) );
-   EXPECT_EQ( maintsim( "--plot /no/where.svg", lines ),
+   EXPECT_EQ( simulated( "--plot /no/where.svg" ),
               "maintsim: /no/where.svg cannot be written: No such file or directory\n1\n" );
-   EXPECT_THAT( maintsim( "--plot /dev/full", lines ),
+   EXPECT_THAT( simulated( "--plot /dev/full" ),
                 ::testing::EndsWith( "maintsim: /dev/full cannot be written: No space left on device\n1\n" ) );
 }
 
