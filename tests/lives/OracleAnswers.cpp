@@ -10,8 +10,6 @@ namespace json = boost::json;
 
 namespace {
 
-// Times are sums of many numbers: half of the microsecond to which they mean something.
-
 bool null( json::object const & said, char const * name ) { return said.at( name ).is_null(); }
 double number( json::object const & said, char const * name ) { return said.at( name ).to_number<double>(); }
 

@@ -10,8 +10,6 @@ namespace Lives {
 
 namespace {
 
-// Times are sums of many numbers: half of the microsecond to which they mean something.
-
 std::string secondsText( double seconds ) { return std::to_string( seconds ) + " s"; }
 
 }  // namespace
