@@ -134,7 +134,7 @@ void Agent::start( Service::Config::Config const & config ) {
 void Agent::handleTransaction( bool over ) {
    if( over ) {
       // The same names, so much further on.
-      world_.pass( steps_ << static_cast<unsigned>( Point::steps ) );
+      world_.pass( steps_ << stepCount );
       return;
    }
    Kept now = kept( *database_, state_ );

@@ -1,8 +1,5 @@
 #include "Kept.h"
 
-#include <array>
-#include <string_view>
-
 #include "evidence/Windows.h"
 #include "records/Errdisable.h"
 
@@ -25,7 +22,8 @@ void keepStages( Kept & lines, Maintenance::StageState const & state ) {
 
 void keepWindows( Kept & lines, Dovra::EntityManager & database ) {
    for( auto [name, window] : Evidence::windowDir( database )->windowIteratorConst() ) {
-      lines["window " + name.str()] = enumName( window->outcome() );
+      bool const open = window->outcome() == Evidence::Outcome::underway;
+      lines["window " + name.str()] = ( open ? "" : "ended: " ) + std::string( enumName( window->outcome() ) );
       std::string runs;
       for( auto [number, run] : window->stageRunIteratorConst() ) {
          runs += run.stage.str() + " " + enumName( run.op ) + " " + enumName( run.result ) + ", ";
@@ -34,48 +32,15 @@ void keepWindows( Kept & lines, Dovra::EntityManager & database ) {
    }
 }
 
-// What a step looks like: a line that begins so, and becomes so; with an empty text when it is there in whatever way,
-// with none when it goes.
-struct Sign {
-   std::string_view line;
-   char const * becomes;
-   Point step;
-};
-constexpr std::array signs{
-   Sign{ "unit ", "entering", Point::unitEntering },
-   Sign{ "unit ", "inMaintenance", Point::unitInMaintenance },
-   Sign{ "unit ", "leaving", Point::unitLeaving },
-   Sign{ "unit ", "active", Point::unitActive },
-   Sign{ "stage ", "", Point::stageBegun },
-   Sign{ "stage ", nullptr, Point::stageOver },
-   Sign{ "mark ", "", Point::stageMarked },
-   Sign{ "mark ", nullptr, Point::markTakenBack },
-   Sign{ "window ", "underway", Point::windowOpened },
-   Sign{ "window ", "completed", Point::windowClosed },
-   Sign{ "window ", "deadline", Point::windowClosed },
-   Sign{ "window ", "rolled back", Point::windowClosed },
-   Sign{ "window ", "abandoned", Point::windowClosed },
-   Sign{ "monitored ", "thresholdMonitoring", Point::monitoringBegun },
-   Sign{ "monitored ", "passiveMonitoring", Point::linkDrained },
-   Sign{ "monitored ", nullptr, Point::monitoringOver },
-   Sign{ "entry ", "", Point::entryWritten },
-   Sign{ "entry ", nullptr, Point::entryRemoved },
-   Sign{ "hold ", "taking", Point::holdTaking },
-   Sign{ "hold ", "held", Point::holdHeld },
-   Sign{ "hold ", "found down", Point::holdFoundDown },
-   Sign{ "hold ", "raised", Point::holdRaised },
-   Sign{ "hold ", "releasing", Point::holdReleasing },
-   Sign{ "hold ", nullptr, Point::holdOver },
-};
-
 // One line that is not as it was; null: it is not there.
 PointSet stepsOf( std::string const & line, std::string const * becomes ) {
-   PointSet steps = 0;
-   for( Sign const & sign : signs ) {
+   PointSet found = 0;
+   for( unsigned step = 0; step < stepCount; ++step ) {
+      Sign const & sign = signs[step];
       bool const same = becomes && sign.becomes ? becomes->starts_with( sign.becomes ) : !becomes && !sign.becomes;
-      if( line.starts_with( sign.line ) && same ) steps |= setOf( sign.step );
+      if( line.starts_with( sign.line ) && same ) found |= PointSet{ 1 } << step;
    }
-   return steps;
+   return found;
 }
 
 }  // namespace
@@ -103,15 +68,15 @@ Kept kept( Dovra::EntityManager & database, Maintenance::MaintenanceState const 
 }
 
 PointSet stepsBetween( Kept const & before, Kept const & after ) {
-   PointSet steps = 0;
+   PointSet found = 0;
    for( auto const & [line, value] : after ) {
       auto const was = before.find( line );
-      if( was == before.end() || was->second != value ) steps |= stepsOf( line, &value );
+      if( was == before.end() || was->second != value ) found |= stepsOf( line, &value );
    }
    for( auto const & [line, value] : before ) {
-      if( !after.contains( line ) ) steps |= stepsOf( line, nullptr );
+      if( !after.contains( line ) ) found |= stepsOf( line, nullptr );
    }
-   return steps != 0 ? steps : setOf( Point::samplesAlone );
+   return found != 0 ? found : PointSet{ 1 } << ( stepCount - 1 );
 }
 
 }  // namespace Kills

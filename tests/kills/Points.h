@@ -6,36 +6,46 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 namespace Kills {
 
+// What a step looks like: a line of what is kept (Kept.h) that begins so, and becomes so; with an empty text when it is
+// there in whatever way, with none when it goes.
+struct Sign {
+   std::string_view line;
+   char const * becomes;
+   char const * name;
+};
+inline constexpr std::array signs{ Sign{ "unit ", "entering", "unit entering" },
+                                   Sign{ "unit ", "inMaintenance", "unit in maintenance" },
+                                   Sign{ "unit ", "leaving", "unit leaving" },
+                                   Sign{ "unit ", "active", "unit active" },
+                                   Sign{ "stage ", "", "stage begun" },
+                                   Sign{ "stage ", nullptr, "stage over" },
+                                   Sign{ "mark ", "", "stage marked" },
+                                   Sign{ "mark ", nullptr, "mark taken back" },
+                                   Sign{ "window ", "underway", "window opened" },
+                                   Sign{ "window ", "ended: ", "window closed" },
+                                   Sign{ "monitored ", "thresholdMonitoring", "monitoring begun" },
+                                   Sign{ "monitored ", "passiveMonitoring", "link drained" },
+                                   Sign{ "monitored ", nullptr, "monitoring over" },
+                                   Sign{ "entry ", "", "entry written" },
+                                   Sign{ "entry ", nullptr, "entry removed" },
+                                   Sign{ "hold ", "taking", "link being taken down" },
+                                   Sign{ "hold ", "held", "link held" },
+                                   Sign{ "hold ", "found down", "link found down" },
+                                   Sign{ "hold ", "raised", "link raised by others" },
+                                   Sign{ "hold ", "releasing", "link being given back" },
+                                   Sign{ "hold ", nullptr, "link given back" },
+                                   Sign{ "none of these", "", "samples alone" } };
+inline constexpr unsigned stepCount = signs.size();
+
+// Each step twice: before it is on disk, and, `stepCount` further on, after it; and what is no step.
 enum class Point : uint8_t {
-   // What a transaction may put on disk. Each of these twice: before it, and, `steps` further on, after it.
-   unitEntering,
-   unitInMaintenance,
-   unitLeaving,
-   unitActive,
-   stageBegun,
-   stageMarked,
-   stageOver,
-   markTakenBack,
-   windowOpened,
-   windowClosed,
-   monitoringBegun,
-   linkDrained,
-   monitoringOver,
-   entryWritten,
-   entryRemoved,
-   holdTaking,
-   holdHeld,
-   holdFoundDown,
-   holdRaised,
-   holdReleasing,
-   holdOver,
-   samplesAlone,
-   steps,
    // A transaction that has changed the file, and is not over.
-   withinTransaction = 2 * steps,
+   withinTransaction = 2 * stepCount,
    beforeLinkDown,
    afterLinkDown,
    beforeLinkUp,
@@ -59,51 +69,7 @@ enum class Point : uint8_t {
 inline constexpr unsigned points = static_cast<unsigned>( Point::count );
 static_assert( points <= 64 );
 
-inline constexpr std::array<char const *, points> pointNames{
-   "before keeping: unit entering",
-   "before keeping: unit in maintenance",
-   "before keeping: unit leaving",
-   "before keeping: unit active",
-   "before keeping: stage begun",
-   "before keeping: stage marked",
-   "before keeping: stage over",
-   "before keeping: mark taken back",
-   "before keeping: window opened",
-   "before keeping: window closed",
-   "before keeping: monitoring begun",
-   "before keeping: link drained",
-   "before keeping: monitoring over",
-   "before keeping: entry written",
-   "before keeping: entry removed",
-   "before keeping: link being taken down",
-   "before keeping: link held",
-   "before keeping: link found down",
-   "before keeping: link raised by others",
-   "before keeping: link being given back",
-   "before keeping: link given back",
-   "before keeping: samples alone",
-   "after keeping: unit entering",
-   "after keeping: unit in maintenance",
-   "after keeping: unit leaving",
-   "after keeping: unit active",
-   "after keeping: stage begun",
-   "after keeping: stage marked",
-   "after keeping: stage over",
-   "after keeping: mark taken back",
-   "after keeping: window opened",
-   "after keeping: window closed",
-   "after keeping: monitoring begun",
-   "after keeping: link drained",
-   "after keeping: monitoring over",
-   "after keeping: entry written",
-   "after keeping: entry removed",
-   "after keeping: link being taken down",
-   "after keeping: link held",
-   "after keeping: link found down",
-   "after keeping: link raised by others",
-   "after keeping: link being given back",
-   "after keeping: link given back",
-   "after keeping: samples alone",
+inline constexpr std::array<char const *, points - 2 * stepCount> otherNames{
    "within a transaction",
    "before a link is taken down",
    "after a link is taken down, before that is on record",
@@ -122,8 +88,11 @@ inline constexpr std::array<char const *, points> pointNames{
    "at a start, when the store is loaded",
    "at a start, when the links are in step",
    "at a start, when the service is made",
-   "at a start, when the plug-in is asked to begin",
-};
+   "at a start, when the plug-in is asked to begin" };
+inline std::string pointName( unsigned p ) {
+   if( p >= 2 * stepCount ) return otherNames[p - 2 * stepCount];
+   return ( p < stepCount ? "before keeping: " : "after keeping: " ) + std::string( signs[p % stepCount].name );
+}
 
 // Points that are passed at one moment.
 using PointSet = uint64_t;

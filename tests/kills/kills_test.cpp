@@ -49,7 +49,7 @@ struct Death {
 std::string names( PointSet at ) {
    std::string text;
    for( unsigned p = 0; p < points; ++p ) {
-      if( ( at >> p & 1 ) != 0 ) text.append( text.empty() ? "" : "; " ).append( pointNames[p] );
+      if( ( at >> p & 1 ) != 0 ) text.append( text.empty() ? "" : "; " ).append( pointName( p ) );
    }
    return text;
 }
@@ -161,7 +161,7 @@ TEST_P( Kills, theNextAgentGoesOnAsIfNothingHadHappened ) {
       }
    }
    for( unsigned p = 0; p < points; ++p ) {
-      EXPECT_GE( lives[p], wanted ) << "the lives in which an agent died " << pointNames[p];
+      EXPECT_GE( lives[p], wanted ) << "the lives in which an agent died " << pointName( p );
    }
    RecordProperty( "deaths", static_cast<int>( runs ) );
    std::cout << runs << " lives with a death, at " << points << " points in at least " << wanted << " lives each\n";
