@@ -471,29 +471,4 @@ TEST_F( RingTest, whatIsNoRingIsRefused ) {
    EXPECT_THROW( Reader( folder + "/" ), Brisklog::RingError );
 }
 
-TEST_F( RingTest, aRecordThatDoesNotHoldEndsTheReading ) {
-   Brisklog::ringIs( RingFile::create( path, smallest ) );
-   BRISKLOG( 3, "first {}", 1 );
-   BRISKLOG( 3, "second {} {}", "text", 2 );
-   BRISKLOG( 3, "third" );
-   std::string const whole = bytesOf( path );
-   using Header = Brisklog::RecordHeader;
-   std::size_t const second = whole.size() - smallest + sizeof( Header ) + 8;
-   struct Case {
-      std::size_t at;  // in the second record
-      char byte;
-   } const cases[] = {
-      { offsetof( Header, bytes ), 0 },     { offsetof( Header, bytes ), 8 },   { offsetof( Header, bytes ), 44 },
-      { offsetof( Header, bytes ) + 3, 1 }, { offsetof( Header, format ), 99 }, { offsetof( Header, level ), 2 },
-      { offsetof( Header, sequence ), 2 },  { sizeof( Header ), 16 },           { sizeof( Header ), 127 } };
-   for( auto const & [at, byte] : cases ) {
-      std::string bytes = whole;
-      bytes[second + at] = byte;
-      fileIs( folder + "/bad", bytes );
-      Reader reader( folder + "/bad" );
-      EXPECT_EQ( all( reader ).size(), 1u ) << "byte " << at;
-      EXPECT_TRUE( reader.damaged() ) << "byte " << at;
-   }
-}
-
 }  // namespace

@@ -72,25 +72,6 @@ TEST_F( LoopStory, timersRunBeforeDeferredWorkAndBothByTimeThenByOrderOfSetting 
    EXPECT_EQ( loop.nextDue(), Kel::never );
 }
 
-TEST_F( LoopStory, aTimerRunsOncePerSettingAndNeverEarly ) {
-   Timer timer( [&] {
-      said.emplace_back( "due" );
-      EXPECT_EQ( timer.timeMin(), Kel::never );
-   } );
-   timer.timeMinIs( 1020 );
-   timer.timeMinIs( 1010 );  // replaces
-   EXPECT_EQ( timer.timeMin(), 1010 );
-   turnAt( 1009.999 );
-   EXPECT_EQ( heard(), Words() );
-   turnAt( 1010 );
-   EXPECT_EQ( heard(), Words( { "due" } ) );
-   turnAt( 1030 );
-   EXPECT_EQ( heard(), Words() );
-   timer.timeMinIs( 1031 );
-   timer.timeMinIs( Kel::never );
-   EXPECT_EQ( loop.nextDue(), Kel::never );
-}
-
 TEST_F( LoopStory, whatATurnAsksForWaitsForALaterTurnAlsoForThePast ) {
    Later later( say( "later" ) );
    Timer again( [&] {

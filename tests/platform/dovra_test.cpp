@@ -265,19 +265,6 @@ TEST_F( ByText, reads ) {
    for( auto const & [path, expected] : cases ) EXPECT_EQ( get( std::string_view( path ) ), expected ) << path;
 }
 
-TEST_F( ByText, theComponentsOfAPathMayBeJoinedOrAlone ) {
-   Path const paths[] = { { "lag/config", "phyIntf", "Ethernet1/1", "lag" },
-                          { "lag", "config", "phyIntf", "Ethernet1", "1", "lag" } };
-   for( Path const & path : paths ) {
-      EXPECT_EQ( get( path ), "\"Port-Channel1\"" );
-      EXPECT_THAT( Dovra::statePlace( *database_, path ).components,
-                   ElementsAre( "lag/config", "phyIntf", "Ethernet1/1", "lag" ) );
-   }
-   EXPECT_EQ( get( Path{ "lag", "config/phyIntf" } ), "! nothing is mounted at or above \"lag/config/phyIntf\"" );
-   EXPECT_THAT( Dovra::statePlace( *database_, "stage/maintEnter/progress/progress/fabric#7" ).components,
-                ElementsAre( Cell::path( "stage/maintEnter/progress", 0 ), "progress", "fabric#7" ) );
-}
-
 TEST_F( ByText, writesThatDoNotFitChangeNothingAndSayWhere ) {
    Value const one = Kel::value( uint32_t{ 1 } );
    struct Case {

@@ -304,10 +304,6 @@ class ReaderStory : public ::testing::Test {
       loop.runUntil( *clock, time );
       loop.turn( work );
    }
-   uint32_t generation() const {
-      auto const status = Kel::dynamicPtrCast<KelQuill::WriterStatus>( statusDir->entityRef( "ethIntfCounter" ) );
-      return status->generation();
-   }
 
    std::map<IntfId, IntfStatistics> source;
    int refreshes = 0;
@@ -417,31 +413,6 @@ TEST_F( ReaderStory, aRestartMarksTheRowForGood ) {
    EXPECT_EQ( row( "Ethernet1" ).readTime, 0 );
    EXPECT_EQ( restartsAfter( true ), 3u );
    EXPECT_EQ( restartsAfter( true ), 4u );
-}
-
-TEST_F( ReaderStory, entriesComeAndGoWithRows ) {
-   writer.rowIs( IntfId( "Ethernet1" ) );
-   octets( "Ethernet1", 1, 1 );
-   octets( "Ethernet2", 2, 2 );
-   startReader();
-   EXPECT_TRUE( hasEntry( "Ethernet1" ) );
-   EXPECT_FALSE( hasEntry( "Ethernet2" ) );
-   uint32_t const before = generation();
-   writer.rowIs( IntfId( "Ethernet1" ) );  // again
-   writer.rowDel( IntfId( "Ethernet9" ) );
-   EXPECT_EQ( generation(), before );
-   writer.rowDel( IntfId( "Ethernet1" ) );
-   EXPECT_FALSE( hasEntry( "Ethernet1" ) );
-   EXPECT_NE( generation(), before );
-   writer.rowIs( IntfId( "Ethernet2" ) );  // in the row that Ethernet1 had
-   ASSERT_EQ( writer.table().rows(), 1u );
-   EXPECT_FALSE( hasEntry( "Ethernet1" ) );
-   loop.turn( [&] { EXPECT_EQ( current( "Ethernet2" ), ( IntfStatistics{ 2, 2 } ) ); } );
-   writer.rowIs( IntfId( "Ethernet1" ) );  // in another row than before
-   loop.turn( [&] { EXPECT_EQ( current( "Ethernet1" ), ( IntfStatistics{ 1, 1 } ) ); } );
-   reader->prepareToDie();
-   writer.rowIs( IntfId( "Ethernet3" ) );
-   EXPECT_FALSE( hasEntry( "Ethernet3" ) );
 }
 
 // Answers changes of the rows with changes of its own, one answer for each, ahead of whoever watches after it.

@@ -13,57 +13,16 @@ namespace {
 using Kel::AttributeInfo;
 using Kel::Value;
 using Kel::value;
-using Sample::Mood;
 using Sample::Record;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 class Reflection : public ::testing::Test {
  protected:
    AttributeInfo const & attribute( char const * name ) const { return *record_->kelTypeInfo().attribute( name ); }
    void set( char const * name, Value const & v ) { attribute( name ).set( *record_, v ); }
-   Value get( char const * name ) const { return attribute( name ).get( *record_ ); }
 
    Kel::Ptr<Record> record_{ new Record( "r" ) };
 };
-
-TEST_F( Reflection, namesEveryAttributeInOrderWithKindAndType ) {
-   std::vector<std::string> seen;
-   for( auto const & a : Record::kelType().attributes() ) {
-      seen.push_back( a->name() + " " + std::to_string( static_cast<int>( a->kind() ) ) + " " + a->typeName() +
-                      ( a->keyed() ? " by " + a->keyTypeName() : "" ) );
-   }
-   EXPECT_THAT( seen, ElementsAre( "quiet 0 double", "mood 0 enumeration", "pair 0 Sample::Pair", "label 0 string",
-                                   "level 0 S32", "total 1 U32", "peer 2 reference", "unit 3 bool by Kel::String8",
-                                   "port 4 bool by uint32_t" ) );
-}
-
-TEST_F( Reflection, readsAndWritesEveryForm ) {
-   Value const pair = value( Value::Object{ { "in", value( 0.5 ) }, { "out", value( ~uint64_t{ 0 } ) } } );
-   set( "quiet", value( uint64_t{ 3 } ) );  // a whole number is a double, too
-   set( "mood", value( uint64_t{ 7 } ) );
-   set( "pair", pair );
-   set( "level", value( int64_t{ -5 } ) );
-   set( "total", value( uint64_t{ 9 } ) );
-   set( "unit", value( Value::Object{ { "u2", value( false ) }, { "u1", value( true ) } } ) );
-   attribute( "port" ).entryIs( *record_, "10", value( true ) );
-   attribute( "port" ).entryIs( *record_, "9", value( true ) );
-   EXPECT_EQ( record_->mood(), Mood::odd );
-   EXPECT_EQ( record_->pair().out, ~uint64_t{ 0 } );
-   EXPECT_EQ( get( "pair" ), pair );
-   EXPECT_EQ( attribute( "mood" ).print( *record_ ), "odd" );
-   EXPECT_THAT( attribute( "port" ).keys( *record_ ), ElementsAre( "9", "10" ) );
-   EXPECT_EQ( Kel::toJson( Kel::toValue( *record_ ) ),
-              R"({"quiet": 3, "mood": 7, "pair": {"in": 0.5, "out": 18446744073709551615}, "label": "", "level": -5, )"
-              R"("total": 9, "peer": null, "unit": {"u1": true, "u2": false}, "port": {"9": true, "10": true}})" );
-   attribute( "port" ).entryDel( *record_, "9" );
-   attribute( "port" ).entryDel( *record_, "9" );
-   attribute( "unit" ).entryDelAll( *record_ );
-   EXPECT_EQ( record_->ports(), 1u );
-   EXPECT_EQ( record_->units(), 0u );
-   record_->peerIs( new Record( "friend" ) );
-   EXPECT_EQ( get( "peer" ), value( "friend" ) );
-}
 
 TEST_F( Reflection, refusesWhatDoesNotFitAndSaysWhich ) {
    struct Case {

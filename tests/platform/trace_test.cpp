@@ -71,18 +71,6 @@ TEST_F( TraceTest, aDisabledLevelEvaluatesNothing ) {
    EXPECT_EQ( lines, std::vector<std::string>{ "void Machine::go(): costly1" } );
 }
 
-TEST_F( TraceTest, levelsAreChangedWhileTheCodeRunsAndByNameAlone ) {
-   Kel::traceHandle( "TraceTest" ).levelsIs( { 0, 31 } );
-   sampleTaken();
-   EXPECT_TRUE( lines.empty() );
-   EXPECT_TRUE( handle.levelEnabled( 31 ) );
-   Kel::traceHandle( std::string( "TraceTest" ).c_str() ).levelsIs( { 5 } );
-   sampleTaken();
-   EXPECT_EQ( lines.size(), 1u );
-   EXPECT_EQ( Kel::traceHandle( "AnotherHandle" ).levels(), 0u );
-   EXPECT_DEATH( handle.levelsIs( { 32 } ), "Assertion failed" );
-}
-
 TEST_F( TraceTest, standardErrorIsTheDefault ) {
    Kel::traceSinkIs( {} );
    testing::internal::CaptureStderr();

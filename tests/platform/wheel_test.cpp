@@ -281,21 +281,6 @@ TEST_F( WheelStory, whatAnExceptionKeptFromFiringFiresInTheNextTurn ) {
    EXPECT_EQ( said, Words( { "same tick", "next tick" } ) );
 }
 
-TEST_F( WheelStory, settingCancellingAndFiringAllocateNothing ) {
-   Alarm periodic( wheel, [&] { periodic.timeMinIs( Kel::now() + 3000 ); } ), other( wheel, [] {} );
-   auto const use = [&] {
-      periodic.timeMinIs( clock->now() + 10 );
-      other.timeMinIs( clock->now() + 5000 );
-      loop.runUntil( *clock, clock->now() + 10000 );
-      other.timeMinIs( clock->now() + 1 );
-      other.timeMinIs( Kel::never );
-   };
-   use();  // the first time the clock reactor takes its one node
-   std::size_t const before = allocations;
-   for( int i = 0; i < 100; ++i ) use();
-   EXPECT_EQ( allocations, before );
-}
-
 TEST_F( WheelStory, aTimerSetOverAndOverTakesNoMoreMemory ) {
    Alarm kept( wheel, [] {} ), restless( wheel, [] {} );
    auto const setOften = [&] {

@@ -73,17 +73,6 @@ TEST_F( Profiles, everyWayToChangeIsCountedAndLoggedWithWhatWasInForce ) {
    EXPECT_EQ( counter( "numIntfMonDefProfileUpdate" ), 2u );
 }
 
-TEST_F( Profiles, theLastOneIsKeptWhenNoneIsLeft ) {
-   enterWith( { { "Ethernet1", "#DEFAULTPROFILE" } } );
-   traceOn();
-   profileDel( "#DEFAULTPROFILE" );
-   EXPECT_TRUE( traced( "5 intfProfileIs: intf Ethernet1, no profile to apply, keeping " + profileOf( "Ethernet1" ) ) );
-   EXPECT_THAT( logged_, IsEmpty() );
-   EXPECT_EQ( counter( "numIntfMonProfileChange" ), 0u );
-   advance( 30_s );  // and it still drains by it
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
 TEST_F( Profiles, onlyAPrecedenceChangeOfTheInterfaceProfileIsTakenUp ) {
    profile( "a", {} );
    profile( "b", {} );
@@ -118,25 +107,6 @@ TEST_F( Profiles, anotherObjectOfTheSameNameIsAChangeAndTheSameOneIsNone ) {
    EXPECT_EQ( counter( "numIntfMonPendingProfileResolved" ), 0u );
    advance( 1_s );
    EXPECT_TRUE( enterComplete( "fabric" ) );
-}
-
-// A unit that joins or leaves a monitored interface brings the selection of that moment.
-TEST_F( Profiles, aUnitThatComesOrGoesAppliesTheSelectionOfTheMoment ) {
-   profile( "strict", { .thresholdKbps = 1 } );
-   enterWith( { { "Ethernet1", "#DEFAULTPROFILE" } } );
-   unit( "north", { "Ethernet1" } );
-   advance( 0 );  // the tracker has nothing left to do
-   auto const member = state_.intfToGroup->intfToGroup( Lumo::IntfId( "Ethernet1" ) );
-   member->profileChangeCauseIs( ProfileChangeCause::unknown );
-   member->selectedProfileIs( ProfileType::interface, { Kel::String8( "strict" ) } );
-   enter( "north" );
-   EXPECT_EQ( profileOf( "Ethernet1" ), "strict" );
-   member->profileChangeCauseIs( ProfileChangeCause::unknown );
-   member->selectedProfileIs( ProfileType::interface, { Kel::String8( "#DEFAULTPROFILE" ) } );
-   exit( "north" );
-   EXPECT_EQ( profileOf( "Ethernet1" ), "#DEFAULTPROFILE" );
-   EXPECT_THAT( logged_, ElementsAre( changed( "Ethernet1", "strict", "#DEFAULTPROFILE" ),
-                                      changed( "Ethernet1", "#DEFAULTPROFILE", "strict" ) ) );
 }
 
 // --- What a change does

@@ -44,20 +44,6 @@ TEST_F( Rates, aCounterThatGoesBackwardsReadsAsAWrapOf63Bits ) {
    expectSample( 999, 0, wrapped, 0 );
 }
 
-TEST_F( Rates, withoutCountersTheLastRatesStand ) {
-   unit( "fabric", { "Ethernet1" } );
-   start();
-   traffic( "Ethernet1", 1_Mbps );
-   enter( "fabric" );
-   advance( 20_s );
-   countersDel( "Ethernet1" );
-   auto const before = published( "Ethernet1" );
-   advance( 20_s );
-   EXPECT_EQ( published( "Ethernet1" ), before );
-   EXPECT_EQ( counter( "numNoIntfCounter" ), 2u );
-   EXPECT_EQ( monitored( "Ethernet1" )->totalSamples(), 4u );
-}
-
 TEST_F( Rates, aPortChannelGoesWithoutMembersThatHaveNoCountersOrAreNoEthernet ) {
    for( auto const * intf : { "Ethernet1", "Ethernet2", "Loopback0" } ) member( intf, "Port-Channel1" );
    unit( "fabric", { "Port-Channel1" } );
@@ -72,22 +58,6 @@ TEST_F( Rates, aPortChannelGoesWithoutMembersThatHaveNoCountersOrAreNoEthernet )
    EXPECT_NEAR( published( "Port-Channel1" ).inBitsRate, 1e6, 1 );
    EXPECT_EQ( published( "Port-Channel1" ).updateTime, now() );
    EXPECT_EQ( counter( "numNoIntfCounter" ), 1u );
-}
-
-TEST_F( Rates, aMemberThatJoinsLateCountsItsWholeCounterOnce ) {
-   unit( "fabric", { "Port-Channel1" } );
-   start();
-   octets( "Ethernet1", 1'000'000, 0 );
-   enter( "fabric" );
-   member( "Ethernet1", "Port-Channel1" );
-   advance( 10_s );
-   EXPECT_EQ( published( "Port-Channel1" ).inBitsRate, 8e6 / now() );
-   advance( 10_s );
-   EXPECT_EQ( published( "Port-Channel1" ).inBitsRate, 0 );
-   member( "Ethernet1", "" );
-   traffic( "Ethernet1", 1_Mbps );
-   advance( 10_s );
-   EXPECT_EQ( published( "Port-Channel1" ).inBitsRate, 0 );
 }
 
 TEST_F( Rates, aMemberReachedTwiceInOneSampleCountsOnce ) {

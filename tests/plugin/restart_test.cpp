@@ -52,24 +52,6 @@ TEST_F( Restart, sweepsWhatNobodyMonitorsAnyMore ) {
    EXPECT_TRUE( traced( "4 handleInitialized: deleted 2 stale entries from MonIntfStatusDir." ) );
 }
 
-TEST_F( Restart, takesUpAnEntryWhereItWas ) {
-   unit( "fabric", { "Ethernet1" } );
-   inFlight( state_.enter, "fabric", State::entering );
-   leftBehind( "Ethernet1", MonIntfState::thresholdMonitoring );
-   monitored( "Ethernet1" )->stateTimeIs( 950 );
-   start();
-   auto const record = monitored( "Ethernet1" );
-   ASSERT_TRUE( record );
-   EXPECT_FALSE( record->stale() );
-   EXPECT_EQ( record->startTime(), 900 );
-   EXPECT_EQ( record->stateTime(), 950 );  // it is in this state since then
-   EXPECT_EQ( record->profileName(), "#DEFAULTPROFILE" );
-   EXPECT_FALSE( enterComplete( "fabric" ) );
-   advance( 10_s );  // two quiet samples were there already
-   EXPECT_TRUE( enterComplete( "fabric" ) );
-   EXPECT_EQ( record->totalSamples(), 8u );
-}
-
 TEST_F( Restart, keepsAUnitInMaintenanceUnderWatch ) {
    profile( "down", { .shutdown = true, .maxDelay = 600 } );
    unit( "fabric", { "Ethernet1", "Ethernet2" } );

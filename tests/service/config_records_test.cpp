@@ -69,14 +69,6 @@ struct RecordsBox {
       }
       return false;
    }
-   std::string profileOf( char const * intf ) const {
-      return state.intfToGroup->intfToGroup( IntfId( intf ) )->selectedProfile( ProfileType::interface )->name.str();
-   }
-   ProfileChangeCause causeOf( char const * intf ) const {
-      return state.intfToGroup->intfToGroup( IntfId( intf ) )->profileChangeCause();
-   }
-   void stateIs( char const * unit, State s ) { state.unitStatus->status( unit )->stateIs( s ); }
-
    Kel::Ptr<Dovra::EntityManager> database{ new Dovra::EntityManager };
    Maintenance::MaintenanceState state{ *database };
    std::function<void()> changed;
@@ -136,33 +128,6 @@ TEST( ConfigRecords, aMaxDelayLeftOutNeverPasses ) {
    EXPECT_EQ( delay( "config/up/shutdownMaxDelay" ), "0" );
 }
 
-TEST( ConfigRecords, aProfileIsChosenByUnitsUnderWayAndThenByTheOrderOfGroups ) {
-   RecordsBox box;
-   ConfigRecords records(
-      box.state, parsed( "groups: { plain: { interfaces: [e1, e5] }, second: { interfaces: [e1], profile: q }, "
-                         "third: { interfaces: [e1], profile: r } }\n"
-                         "units: { u: { groups: [third, plain] }, v: { groups: [second] } }\n" ) );
-   EXPECT_EQ( box.profileOf( "e1" ), "q" );
-   EXPECT_EQ( box.profileOf( "e5" ), "#DEFAULTPROFILE" );
-   EXPECT_EQ( box.causeOf( "e1" ), ProfileChangeCause::configuration );
-
-   box.stateIs( "u", State::entering );
-   records.selectProfiles();
-   EXPECT_EQ( box.profileOf( "e1" ), "r" );
-   EXPECT_EQ( box.causeOf( "e1" ), ProfileChangeCause::precedence );
-   EXPECT_EQ( box.causeOf( "e5" ), ProfileChangeCause::configuration );
-   box.stateIs( "v", State::inMaintenance );
-   records.selectProfiles();
-   EXPECT_EQ( box.profileOf( "e1" ), "q" );
-
-   // Out of v's proof, it goes by what u says.
-   records.leftOutIs( "v", { IntfId( "e1" ) } );
-   EXPECT_EQ( box.profileOf( "e1" ), "r" );
-   box.stateIs( "u", State::leaving );
-   records.selectProfiles();
-   EXPECT_EQ( box.profileOf( "e1" ), "q" );
-}
-
 TEST( ConfigRecords, aUnitWithoutAnInterfaceHasItsOwnCopiesOfTheGroupsThatHoldIt ) {
    RecordsBox box;
    ConfigRecords records( box.state, parsed( "groups: { a: { interfaces: [e1, e2] }, b: { interfaces: [e3] } }\n"
@@ -185,37 +150,6 @@ TEST( ConfigRecords, aUnitWithoutAnInterfaceHasItsOwnCopiesOfTheGroupsThatHoldIt
    EXPECT_THAT( records.interfacesOf( "u" ), ElementsAre( IntfId( "e1" ), IntfId( "e2" ), IntfId( "e3" ) ) );
    records.leftOutIs( "u", {} );
    EXPECT_EQ( box.json(), whole );
-}
-
-TEST( ConfigRecords, aServiceThatComesBackGoesOnWithTheUnitsThatItFinds ) {
-   RecordsBox box;
-   {
-      ConfigRecords records( box.state, parsed( "groups: { a: { interfaces: [e1, e2] } }\n"
-                                                "units: { u: { groups: [a] }, old: { groups: [a] } }\n" ) );
-      records.leftOutIs( "u", { IntfId( "e1" ) } );
-   }
-   auto const unit = box.state.unitStatus->status( "u" );
-   unit->genIdIs( 7 );
-   unit->maintEnterInstanceNameIs( "u#7" );
-   unit->stateIs( State::entering );
-   box.state.unitStatus->status( "old" )->maintEnterInstanceNameIs( "old#3" );
-   for( char const * instance : { "u#7", "old#3" } ) {
-      box.state.enter.completion->statusIs( instance );
-      box.state.enter.progress->progressIs( instance )->stageIs( "ratemon", true );
-   }
-   ConfigRecords const records( box.state,
-                                parsed( "groups: { b: { interfaces: [e2] } }\nunits: { u: { groups: [b] } }" ) );
-   EXPECT_EQ( box.state.unitStatus->status( "u" ), unit );
-   EXPECT_EQ( unit->state(), State::entering );
-   EXPECT_EQ( unit->genId(), 7u );
-   EXPECT_EQ( unit->maintEnterInstanceName(), "u#7" );
-   EXPECT_EQ( box.json( Maintenance::Path::unitStatus, "status/u/group" ), R"({"intf:b": true})" );
-   EXPECT_EQ( box.json( Maintenance::Path::groupStatus, "status" ), R"({"b": {"intf": {"e2": true}}})" );
-   EXPECT_FALSE( box.state.unitStatus->status( "old" ) );
-   EXPECT_FALSE( box.state.intfToGroup->intfToGroup( IntfId( "e1" ) ) );
-   // Nobody would ever end the stages of a unit that is no more.
-   EXPECT_TRUE( box.state.enter.completion->status( "u#7" ) && box.state.enter.progress->progress( "u#7" ) );
-   EXPECT_EQ( box.state.enter.completion->statuss() + box.state.enter.progress->progresss(), 2u );
 }
 
 // Random configurations of few names, so that everything moves from everywhere to everywhere.

@@ -124,141 +124,134 @@ TEST( ConfigFile, orderIsThatOfTheFileWhateverTheOrderOfTheSections ) {
 
 // A text with one fault; '@' stands before the place that is to be blamed, and the file is the text without it.
 struct BadFile {
-   char const * name;
    std::string marked;
    char const * reason;  // a part of it
 };
 
-void PrintTo( BadFile const & bad, std::ostream * out ) { *out << bad.name << ":\n" << bad.marked; }
-
-class BadConfig : public testing::TestWithParam<BadFile> {};
-
-TEST_P( BadConfig, isRefusedOnceAtItsPlace ) {
-   std::string text = GetParam().marked;
+void expectRefusedAtItsPlace( BadFile const & bad ) {
+   SCOPED_TRACE( bad.marked );
+   std::string text = bad.marked;
    std::size_t const place = text.find( '@' );
    ASSERT_NE( place, std::string::npos );
    text.erase( place, 1 );
    auto const line = std::count( text.begin(), text.begin() + static_cast<std::ptrdiff_t>( place ), '\n' ) + 1;
    std::size_t const lineStart = place == 0 ? 0 : text.rfind( '\n', place - 1 ) + 1;
-
    std::vector<Problem> const problems = problemsOf( text );
    ASSERT_EQ( problems.size(), 1u ) << ( problems.empty() ? "" : problems[0].text + " / " + problems.back().text );
    EXPECT_EQ( problems[0].line, line ) << problems[0].text;
    EXPECT_EQ( static_cast<std::size_t>( problems[0].column ), place - lineStart + 1 ) << problems[0].text;
-   EXPECT_NE( problems[0].text.find( GetParam().reason ), std::string::npos ) << problems[0].text;
+   EXPECT_NE( problems[0].text.find( bad.reason ), std::string::npos ) << problems[0].text;
 }
 
-auto const nameOf = []( testing::TestParamInfo<BadFile> const & info ) { return std::string( info.param.name ); };
+TEST( BadConfig, anOddShapeIsRefusedOnceAtItsPlace ) {
+   std::vector<BadFile> const cases = {
+      { profiles + "groups: [a\nunits@: b\n", "not YAML" },
+      { "@" + std::string( 600, '[' ), "not YAML" },
+      { "@# nothing\n", "found nothing" },
+      { "@- a\n", "found a list" },
+      { good + "@---\nunits: {}\n", "a file holds only one" },
+      { "@" + defaultProfile + groups + units, "needs 'profiles'" },
+      { "@" + profiles + groups + units, "needs 'default-profile'" },
+      { "@" + profiles + defaultProfile + units, "needs 'groups'" },
+      { "@" + profiles + defaultProfile + groups, "needs 'units'" },
+      { good + "@stage: {}\n", "did you mean 'stages'" },
+      { good + "@ab: 1\n", "unknown key 'ab' in the file" },
+      { good + "@\"a\\nb\": 1\n", "unknown key 'a?b'" },
+      { profiles + defaultProfile + groups + "\n\n@units:\n\n# end\n", "found nothing" },
+      { "profiles: @[]\n" + defaultProfile + groups + units, "expected a mapping" },
+      { good + "@" + units, "twice, first at line 4" },
+      { withUnits( "\n  u: { groups: [g] }\n  v: { groups: [g] }\n  @u: { groups: [g] }\n" ),
+        "'u' is given twice, first at line 5" },
+      { withProfile( "{ threshold: 1bps, @threshold: 2bps }" ), "'threshold' is given twice" },
+      { withUnits( "{ @[a]: { groups: [g] } }" ), "expected a single value, found a list" },
+      { withUnits( "{ \"\xc3\xa9\": { @group: [g], groups: [g] } }" ), "did you mean 'groups'" },
+   };
+   for( BadFile const & bad : cases ) expectRefusedAtItsPlace( bad );
+}
 
-std::vector<BadFile> const badShapes = {
-   { "syntax", profiles + "groups: [a\nunits@: b\n", "not YAML" },
-   { "tooDeep", "@" + std::string( 600, '[' ), "not YAML" },
-   { "empty", "@# nothing\n", "found nothing" },
-   { "list", "@- a\n", "found a list" },
-   { "twoDocuments", good + "@---\nunits: {}\n", "a file holds only one" },
-   { "noProfiles", "@" + defaultProfile + groups + units, "needs 'profiles'" },
-   { "noDefaultProfile", "@" + profiles + groups + units, "needs 'default-profile'" },
-   { "noGroups", "@" + profiles + defaultProfile + units, "needs 'groups'" },
-   { "noUnits", "@" + profiles + defaultProfile + groups, "needs 'units'" },
-   { "unknownSection", good + "@stage: {}\n", "did you mean 'stages'" },
-   { "unknownFarOff", good + "@ab: 1\n", "unknown key 'ab' in the file" },
-   { "unknownOfTwoLines", good + "@\"a\\nb\": 1\n", "unknown key 'a?b'" },
-   { "emptySection", profiles + defaultProfile + groups + "\n\n@units:\n\n# end\n", "found nothing" },
-   { "sectionOfOtherType", "profiles: @[]\n" + defaultProfile + groups + units, "expected a mapping" },
-   { "repeatedSection", good + "@" + units, "twice, first at line 4" },
-   { "repeatedName", withUnits( "\n  u: { groups: [g] }\n  v: { groups: [g] }\n  @u: { groups: [g] }\n" ),
-     "'u' is given twice, first at line 5" },
-   { "repeatedField", withProfile( "{ threshold: 1bps, @threshold: 2bps }" ), "'threshold' is given twice" },
-   { "keyThatIsNoText", withUnits( "{ @[a]: { groups: [g] } }" ), "expected a single value, found a list" },
-   { "multiByteColumn", withUnits( "{ \"\xc3\xa9\": { @group: [g], groups: [g] } }" ), "did you mean 'groups'" },
-};
-INSTANTIATE_TEST_SUITE_P( Shape, BadConfig, testing::ValuesIn( badShapes ), nameOf );
+TEST( BadConfig, anOddFieldIsRefusedOnceAtItsPlace ) {
+   std::vector<BadFile> const cases = {
+      { "profiles: { @p: { shutdown: true } }\n" + defaultProfile + groups + units, "needs 'threshold'" },
+      { withProfile( "{ threshold: @100 }" ), "has no unit" },
+      { withProfile( "{ @threshold: }" ), "found nothing" },
+      { withProfile( "{ threshold: 1bps, load-interval: @60 }" ), "has no unit" },
+      { withProfile( "{ threshold: @0Mbps }" ), "'0Mbps' can never be met" },
+      { withProfile( "{ threshold: 1bps, sample-interval: @999ms }" ), "must be 1s or more" },
+      { withProfile( "{ threshold: 1bps, load-interval: @1.5s }" ), "whole seconds" },
+      { withProfile( "{ threshold: 1bps, load-interval: @[60s] }" ), "found a list" },
+      { withProfile( "{ threshold: 1bps, shutdown: @maybe, max-delay: 1s }" ), "true or false" },
+      { withProfile( "{ threshold: 1bps, @max-delay: 1s }" ), "without 'shutdown: true'" },
+      { withProfile( "{ threshold: 1bps, @max-delay: 1s, shutdown: false }" ), "without 'shutdown: true'" },
+      { withProfile( "{ @treshold: 1bps, threshold: 1bps }" ), "did you mean 'threshold'?" },
+      { profiles + "default-profile: @q\n" + groups + units, "there is no profile 'q'" },
+      { withGroups( "{ g: { interfaces: [], profile: @uplink } }" ), "there is no profile 'uplink'" },
+      { profiles + defaultProfile + "groups: { spines: { interfaces: [] } }\nunits: { u: { groups: [@spnes] } }",
+        "there is no group 'spnes'; did you mean 'spines'?" },
+      { withGroups( "\n  @g:\n    profile: p" ), "a group needs 'interfaces'" },
+      { withGroups( "{ g: { interfaces: @eth0 } }" ), "expected a list" },
+      { withGroups( "{ g: { interfaces: @[eth0, ~] } }" ), "found nothing" },
+      { withGroups( "{ g: { interfaces: [eth0, eth1, @eth0] } }" ), "'eth0' is in this list twice" },
+      { withUnits( "{ u: { groups: @[] } }" ), "at least one group" },
+      { withUnits( "{ u: { groups: [g, @g] } }" ), "'g' is in this list twice" },
+   };
+   for( BadFile const & bad : cases ) expectRefusedAtItsPlace( bad );
+}
 
-std::vector<BadFile> const badFields = {
-   { "noThreshold", "profiles: { @p: { shutdown: true } }\n" + defaultProfile + groups + units, "needs 'threshold'" },
-   { "thresholdWithoutUnit", withProfile( "{ threshold: @100 }" ), "has no unit" },
-   { "thresholdEmpty", withProfile( "{ @threshold: }" ), "found nothing" },
-   { "durationWithoutUnit", withProfile( "{ threshold: 1bps, load-interval: @60 }" ), "has no unit" },
-   { "thresholdOfZero", withProfile( "{ threshold: @0Mbps }" ), "'0Mbps' can never be met" },
-   { "intervalBelowASecond", withProfile( "{ threshold: 1bps, sample-interval: @999ms }" ), "must be 1s or more" },
-   { "fractionOfLoadInterval", withProfile( "{ threshold: 1bps, load-interval: @1.5s }" ), "whole seconds" },
-   { "intervalOfOtherType", withProfile( "{ threshold: 1bps, load-interval: @[60s] }" ), "found a list" },
-   { "shutdownNeither", withProfile( "{ threshold: 1bps, shutdown: @maybe, max-delay: 1s }" ), "true or false" },
-   { "delayAlone", withProfile( "{ threshold: 1bps, @max-delay: 1s }" ), "without 'shutdown: true'" },
-   { "delayWithoutShutdown", withProfile( "{ threshold: 1bps, @max-delay: 1s, shutdown: false }" ),
-     "without 'shutdown: true'" },
-   { "misspelt", withProfile( "{ @treshold: 1bps, threshold: 1bps }" ), "did you mean 'threshold'?" },
-   { "defaultUnknown", profiles + "default-profile: @q\n" + groups + units, "there is no profile 'q'" },
-   { "profileUnknown", withGroups( "{ g: { interfaces: [], profile: @uplink } }" ), "there is no profile 'uplink'" },
-   { "groupUnknown",
-     profiles + defaultProfile + "groups: { spines: { interfaces: [] } }\nunits: { u: { groups: [@spnes] } }",
-     "there is no group 'spnes'; did you mean 'spines'?" },
-   { "noInterfaces", withGroups( "\n  @g:\n    profile: p" ), "a group needs 'interfaces'" },
-   { "interfacesAsText", withGroups( "{ g: { interfaces: @eth0 } }" ), "expected a list" },
-   { "interfaceEmpty", withGroups( "{ g: { interfaces: @[eth0, ~] } }" ), "found nothing" },
-   { "interfaceTwice", withGroups( "{ g: { interfaces: [eth0, eth1, @eth0] } }" ), "'eth0' is in this list twice" },
-   { "unitWithoutGroups", withUnits( "{ u: { groups: @[] } }" ), "at least one group" },
-   { "groupTwice", withUnits( "{ u: { groups: [g, @g] } }" ), "'g' is in this list twice" },
-};
-INSTANTIATE_TEST_SUITE_P( Field, BadConfig, testing::ValuesIn( badFields ), nameOf );
-
-std::vector<BadFile> const badNames = {
-   { "unitWithHash", withUnits( "{ @'a#1': { groups: [g] } }" ), "part of stage instance names" },
-   { "unitWithSlash", withUnits( "{ @a/b: { groups: [g] } }" ), "must not contain '/'" },
-   { "unitEmpty", withUnits( "{ @'': { groups: [g] } }" ), "must not be empty" },
-   { "unitOfTwoLines", withUnits( "{ @\"a\\nb\": { groups: [g] } }" ), "control characters" },
-   { "groupEmpty", withGroups( "{ @'': { interfaces: [] }, g: { interfaces: [] } }" ), "must not be empty" },
-   { "profileReserved",
-     "profiles: { @'#DEFAULTPROFILE': { threshold: 1bps }, p: { threshold: 1bps } }\n" + defaultProfile + groups +
-        units,
-     "reserved" },
-   { "interfaceOf64Bytes",
-     withGroups( "{ g: { interfaces: [Ethernet1/1, '" + std::string( 63, 'a' ) + "', @'" + std::string( 64, 'a' ) +
-                 "'] } }" ),
-     "longer than 63" },
-   { "interfaceWithBlank", withGroups( "{ g: { interfaces: [@eth 0] } }" ), "blanks" },
-   { "stageWithColon", withExit( "[{ name: @'a:b', run: [x] }, { name: ratemon }]" ), "stage marks" },
-   { "groupWithSlash", withGroups( "{ g: { interfaces: [] }, @g/u: { interfaces: [] } }" ), "must not contain '/'" },
-};
-INSTANTIATE_TEST_SUITE_P( Name, BadConfig, testing::ValuesIn( badNames ), nameOf );
+TEST( BadConfig, anOddNameIsRefusedOnceAtItsPlace ) {
+   std::vector<BadFile> const cases = {
+      { withUnits( "{ @'a#1': { groups: [g] } }" ), "part of stage instance names" },
+      { withUnits( "{ @a/b: { groups: [g] } }" ), "must not contain '/'" },
+      { withUnits( "{ @'': { groups: [g] } }" ), "must not be empty" },
+      { withUnits( "{ @\"a\\nb\": { groups: [g] } }" ), "control characters" },
+      { withGroups( "{ @'': { interfaces: [] }, g: { interfaces: [] } }" ), "must not be empty" },
+      { "profiles: { @'#DEFAULTPROFILE': { threshold: 1bps }, p: { threshold: 1bps } }\n" + defaultProfile + groups +
+           units,
+        "reserved" },
+      { withGroups( "{ g: { interfaces: [Ethernet1/1, '" + std::string( 63, 'a' ) + "', @'" + std::string( 64, 'a' ) +
+                    "'] } }" ),
+        "longer than 63" },
+      { withGroups( "{ g: { interfaces: [@eth 0] } }" ), "blanks" },
+      { withExit( "[{ name: @'a:b', run: [x] }, { name: ratemon }]" ), "stage marks" },
+      { withGroups( "{ g: { interfaces: [] }, @g/u: { interfaces: [] } }" ), "must not contain '/'" },
+   };
+   for( BadFile const & bad : cases ) expectRefusedAtItsPlace( bad );
+}
 
 // In every list of `badStages` that is not about them, so that the built-in stages are no second problem.
 std::string const builtIn = "{ name: ratemon }, { name: verify }";
 
-std::vector<BadFile> const badStages = {
-   { "noRateMon", withEnter( "@[{ name: bgp, run: [x] }, { name: verify }]" ), "lacks the stage 'ratemon'" },
-   { "noRateMonOut", withExit( "@[{ name: bgp, run: [x] }]" ), "lacks the stage 'ratemon'" },
-   { "noStages", withExit( "@[]" ), "lacks the stage 'ratemon'" },
-   { "noVerify", withEnter( "@[{ name: ratemon }, { name: bgp, run: [x] }]" ),
-     "lacks the stage 'verify' after 'ratemon': without it the unit would count as in maintenance though traffic may "
-     "have come back" },
-   { "verifyTooEarly", withEnter( "@[{ name: verify }, { name: ratemon }]" ), "'verify' after 'ratemon'" },
-   { "verifyOut", withExit( "[{ name: ratemon }, @{ name: verify }]" ), "traffic is meant to come back" },
-   { "rateMonTwice", withEnter( "\n  - name: ratemon\n  - @name: ratemon\n  - name: verify\n" ),
-     "'ratemon' is in this list twice" },
-   { "verifyTwice", withEnter( "[" + builtIn + ", @{ name: verify }]" ), "'verify' is in this list twice" },
-   { "hookTwice", withEnter( "[" + builtIn + ", { name: a, run: [x] }, @{ name: a, run: [y] }]" ),
-     "'a' is in this list twice" },
-   { "rateMonRuns", withEnter( "[{ name: ratemon, @run: [x] }, { name: verify }]" ), "'ratemon' is the service's own" },
-   { "verifyRuns", withEnter( "[{ name: ratemon }, { name: verify, @run: [x] }]" ), "'verify' is the service's own" },
-   { "hookWithoutRun", withEnter( "\n  - name: ratemon\n  - name: verify\n  - @name: a\n" ),
-     "the stage 'a' needs 'run'" },
-   { "hookWithEmptyRun", withEnter( "[" + builtIn + ", { name: a, run: @[] }]" ), "must begin with the program" },
-   { "hookWithEmptyProgram", withEnter( "[" + builtIn + ", { name: a, run: @[''] }]" ), "must begin with the program" },
-   { "nulArgument", withEnter( "[" + builtIn + ", { name: a, run: [x, @\"-c\\0d\"] }]" ), "must not contain '\\0'" },
-   { "nameless", withEnter( "[" + builtIn + ", @{ run: [x] }]" ), "a stage needs 'name'" },
-   { "timeoutOfZero", withExit( "[{ name: ratemon, timeout: @0s }]" ), "must be more than 0s" },
-   { "onTimeoutUnknown", withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @roll-back }]" ),
-     "'roll-back' must be rollback, continue or hold" },
-   // Only a program can fail.
-   { "onTimeoutAlone", withEnter( "[{ name: ratemon, @on-timeout: continue }, { name: verify }]" ),
-     "without 'timeout'" },
-   { "rollbackOfAnExit", withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @rollback }]" ),
-     "nothing to roll back to; it must be continue or hold" },
-   { "unknownDirection", withExit( "[{ name: ratemon }]\n  @maintLeave: []\n" ),
-     "unknown key 'maintLeave' in 'stages'" },
-};
-INSTANTIATE_TEST_SUITE_P( Stage, BadConfig, testing::ValuesIn( badStages ), nameOf );
+TEST( BadConfig, anOddStageIsRefusedOnceAtItsPlace ) {
+   std::vector<BadFile> const cases = {
+      { withEnter( "@[{ name: bgp, run: [x] }, { name: verify }]" ), "lacks the stage 'ratemon'" },
+      { withExit( "@[{ name: bgp, run: [x] }]" ), "lacks the stage 'ratemon'" },
+      { withExit( "@[]" ), "lacks the stage 'ratemon'" },
+      { withEnter( "@[{ name: ratemon }, { name: bgp, run: [x] }]" ),
+        "lacks the stage 'verify' after 'ratemon': without it the unit would count as in maintenance though traffic "
+        "may "
+        "have come back" },
+      { withEnter( "@[{ name: verify }, { name: ratemon }]" ), "'verify' after 'ratemon'" },
+      { withExit( "[{ name: ratemon }, @{ name: verify }]" ), "traffic is meant to come back" },
+      { withEnter( "\n  - name: ratemon\n  - @name: ratemon\n  - name: verify\n" ), "'ratemon' is in this list twice" },
+      { withEnter( "[" + builtIn + ", @{ name: verify }]" ), "'verify' is in this list twice" },
+      { withEnter( "[" + builtIn + ", { name: a, run: [x] }, @{ name: a, run: [y] }]" ), "'a' is in this list twice" },
+      { withEnter( "[{ name: ratemon, @run: [x] }, { name: verify }]" ), "'ratemon' is the service's own" },
+      { withEnter( "[{ name: ratemon }, { name: verify, @run: [x] }]" ), "'verify' is the service's own" },
+      { withEnter( "\n  - name: ratemon\n  - name: verify\n  - @name: a\n" ), "the stage 'a' needs 'run'" },
+      { withEnter( "[" + builtIn + ", { name: a, run: @[] }]" ), "must begin with the program" },
+      { withEnter( "[" + builtIn + ", { name: a, run: @[''] }]" ), "must begin with the program" },
+      { withEnter( "[" + builtIn + ", { name: a, run: [x, @\"-c\\0d\"] }]" ), "must not contain '\\0'" },
+      { withEnter( "[" + builtIn + ", @{ run: [x] }]" ), "a stage needs 'name'" },
+      { withExit( "[{ name: ratemon, timeout: @0s }]" ), "must be more than 0s" },
+      { withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @roll-back }]" ),
+        "'roll-back' must be rollback, continue or hold" },
+      // Only a program can fail.
+      { withEnter( "[{ name: ratemon, @on-timeout: continue }, { name: verify }]" ), "without 'timeout'" },
+      { withExit( "[{ name: ratemon, timeout: 1s, on-timeout: @rollback }]" ),
+        "nothing to roll back to; it must be continue or hold" },
+      { withExit( "[{ name: ratemon }]\n  @maintLeave: []\n" ), "unknown key 'maintLeave' in 'stages'" },
+   };
+   for( BadFile const & bad : cases ) expectRefusedAtItsPlace( bad );
+}
 
 TEST( ConfigFile, allProblemsAreToldAtOnceInTheOrderOfTheFile ) {
    std::string const text =
@@ -277,15 +270,6 @@ TEST( ConfigFile, allProblemsAreToldAtOnceInTheOrderOfTheFile ) {
                     "file.yaml:3:29: '1' has no unit; write a rate like 0bps, 100kbps, 1Mbps or 2.5Gbps\n"
                     "file.yaml:3:49: '0s' must be 1s or more: samples are taken on a beat of one second" );
    }
-}
-
-// Nothing of the document is seen then, and reading comes to an end all the same.
-TEST( ConfigFile, aStrayCommaInFrontIsRefused ) {
-   std::vector<Problem> const problems = problemsOf( "\n," + good );
-   ASSERT_EQ( problems.size(), 2u );
-   EXPECT_EQ( problems[0].text, "expected a mapping of 'key: value', found nothing" );
-   EXPECT_EQ( problems[1].line, 2 );
-   EXPECT_EQ( problems[1].text, "the document has ended before this; a file holds only one" );
 }
 
 // The same in JSON: no blanks, everything quoted, one line however long; and spread out with tabs.

@@ -29,28 +29,6 @@ constexpr char const * monitored = R"("maintenance/interface/status/ratemon","mo
 
 class Scenario : public ScenarioFixture {};
 
-TEST_F( Scenario, aCrashKeepsTheRecordsAndAStopTidiesUp ) {
-   run( fabric );
-   run( "{\"start\": {}}" );
-   run( enter );
-   run( "{\"advance\": 10}" );
-   // In the middle of a turn, with work of that turn still to come.
-   run(
-      R"({"batch": [{"set": ["interface/status/all","intfStatus","Ethernet1","operStatus"], "to": 2}, {"crash": {}}]})" );
-   std::string const left = get( monitored );
-   EXPECT_THAT( left, HasSubstr( R"("totalSamples": 1)" ) );
-   run( "{\"advance\": 1000}" );
-   EXPECT_EQ( get( monitored ).substr( 10 ), left.substr( 10 ) );
-   run( "{\"start\": {}}" );
-   EXPECT_THAT( get( monitored ), HasSubstr( R"("value": null)" ) );  // the interface is down
-   run( R"({"set": ["interface/status/all","intfStatus","Ethernet1","operStatus"], "to": 1}
-{"stop": {}}
-{"start": {}})" );
-   EXPECT_THAT( get( monitored ), HasSubstr( R"("totalSamples": 0)" ) );
-   run( "{\"stop\": {}}" );
-   EXPECT_THAT( run( "{\"dump\": {}}" ), ElementsAre( R"({"t": 2010, "dump": ""})" ) );
-}
-
 TEST_F( Scenario, recordsAreMadeChangedAndWatchedByPath ) {
    std::string const profiles = R"("maintenance/profile/config/interface","config")";
    EXPECT_THAT( run( "{\"watch\": [" + profiles + ",\"p\"]}\n{\"watch\": [" + profiles + "]}\n" + "{\"set\": [" +
@@ -71,18 +49,6 @@ TEST_F( Scenario, recordsAreMadeChangedAndWatchedByPath ) {
       R"({"set": ["bridging/vlan/status","vlanStatus",10], "to": {"intf": {"Ethernet10": true, "Ethernet9": true}}})" );
    EXPECT_THAT( get( R"("bridging/vlan/status","vlanStatus","10")" ),
                 HasSubstr( R"("value": {"intf": {"Ethernet9": true, "Ethernet10": true}})" ) );
-}
-
-TEST_F( Scenario, askingForWhatIsAbsentInternsNoName ) {
-   std::size_t const before = Lumo::IntfId::names();
-   std::string const path = R"(["interface/status/all","intfStatus","InventedX"])";
-   EXPECT_THAT( run( "{\"get\": " + path + "}" ), ElementsAre( HasSubstr( "null" ) ) );
-   EXPECT_THAT( run( "{\"delete\": " + path + "}\n{\"watch\": " + path + "}\n{\"watch\": " + path + "}\n" +
-                     R"({"counters": {"InventedX": null}})" ),
-                IsEmpty() );
-   EXPECT_EQ( Lumo::IntfId::names(), before );
-   EXPECT_THAT( run( "{\"set\": " + path + ", \"to\": {}}" ), ElementsAre( HasSubstr( "\"change\"" ) ) );
-   EXPECT_EQ( Lumo::IntfId::names(), before + 1 );
 }
 
 TEST_F( Scenario, countersAndTrafficAreWhatTheyWereSetTo ) {
