@@ -33,6 +33,26 @@ std::string waitingText( Run const & run ) {
    return trouble.empty() ? "no reading yet" : "no reading yet: " + trouble;
 }
 
+// To one digit or two: it is an estimate, and a person who reads "about 37.4 s" believes all of it.
+double aboutSeconds( double seconds ) {
+   for( double const step : { 5.0, 15.0, 60.0, 300.0 } ) {
+      if( seconds <= 12 * step ) return std::max( std::ceil( seconds / step ), 1.0 ) * step;
+   }
+   return std::ceil( seconds / 1800 ) * 1800;
+}
+
+std::string loudWhy( std::string const & rate, Pace const & pace, std::string const & threshold ) {
+   switch( pace.kind ) {
+      case Pace::Kind::unknown: break;
+      case Pace::Kind::slow:
+         return rate + ( pace.quietIn ? ", falling, below " + threshold + " in about " +
+                                           durationText( aboutSeconds( *pace.quietIn ) )
+                                      : ", falling slowly, has to fall below " + threshold );
+      case Pace::Kind::stuck:
+         return "stuck at " + rate + " for " + passedText( pace.stuckFor ) + ", has to fall below " + threshold;
+   }
+   return rate + ", has to fall below " + threshold;
+}
 }  // namespace
 
 std::string whyOf( Place const & p ) {
@@ -45,10 +65,7 @@ std::string whyOf( Place const & p ) {
       case Verdict::missing: return "there is no such link";
       case Verdict::unwatched: return w.unwatched();
       case Verdict::waiting: return waitingText( run );
-      case Verdict::loud: {
-         std::string text = loudText( Run::loudReading( run.rates(), 0 ) );
-         return text.append( ", has to fall below " ).append( threshold );
-      }
+      case Verdict::loud: return loudWhy( loudText( Run::loudReading( run.rates(), 0 ) ), w.pace(), threshold );
       case Verdict::quiet: return "below " + threshold + " for " + passedText( run.quietSeconds() ) + lacks;
       case Verdict::down:
       case Verdict::gone: {
@@ -124,6 +141,11 @@ std::optional<double> Ledger::stillNeeded( Kel::Name const & unit, Lumo::IntfId 
       case Verdict::leftOut: break;
    }
    return std::nullopt;
+}
+
+Pace Ledger::pace( Kel::Name const & unit, Lumo::IntfId intf ) const {
+   Place const * const p = accounting_->place( unit, intf );
+   return p && p->judgement.verdict == Verdict::loud ? p->watched().pace() : Pace();
 }
 
 std::optional<Interface::IntfRates> Ledger::rates( Lumo::IntfId intf ) const {

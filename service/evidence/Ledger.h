@@ -15,6 +15,7 @@
 
 #include "events/EventLog.h"
 #include "evidence/Accounts.h"
+#include "evidence/Trend.h"
 #include "evidence/Windows.h"
 #include "quill/EntityManager.h"
 #include "state/MaintenanceState.h"
@@ -54,6 +55,8 @@ class Ledger {
    // Seconds that a quiet, down or gone account still needs, if nothing happens; 0 when it is settled, none when that
    // cannot be said.
    [[nodiscard]] std::optional<double> stillNeeded( Kel::Name const & unit, Lumo::IntfId intf ) const;
+   // Whether a loud account falls or is stuck; unknown of all others, and where that cannot be said.
+   [[nodiscard]] Pace pace( Kel::Name const & unit, Lumo::IntfId intf ) const;
    // Of the last reading, bit/s; none when there is none that still counts.
    [[nodiscard]] std::optional<Interface::IntfRates> rates( Lumo::IntfId intf ) const;
    // The profile by which the interface is judged, or would be; null when there is none.

@@ -84,6 +84,9 @@ void Watched::handleEntry() {
 void Watched::interrupt( char const * cause ) { tellOf( run_.interruptIs( cause ) ); }
 
 void Watched::tellOf( Run::Step const & step ) {
+   // Before anybody hears of it.
+   if( step.loud && profile_ )
+      trend_.readingIs( step.from, step.to, step.rates, profile_->rateMonLoadInterval(), step.becameLoud );
    if( step.broke ) listener_.onBreak();
    if( step.reading ) listener_.onReading( step );
 }
@@ -226,6 +229,13 @@ Judgement Watched::judgeUp() const {
    // The first moment that is later: at `stale` itself the reading still counts.
    found.changes = std::nextafter( stale, std::numeric_limits<double>::infinity() );
    return found;
+}
+
+Pace Watched::pace() const {
+   if( !run_.loud() || !profile_ || !threshold_ ) return {};
+   // What has not been heard of for long may be anywhere.
+   if( Kel::now() > *run_.lastReading() + stalesAfter( sampleInterval() ) ) return {};
+   return trend_.pace( Kel::now(), *threshold_, profile_->rateMonLoadInterval() );
 }
 
 double Watched::lacks( Judgement const & judgement ) const {

@@ -13,6 +13,7 @@
 
 #include "evidence/Run.h"
 #include "evidence/Sources.h"
+#include "evidence/Trend.h"
 
 namespace Evidence {
 
@@ -52,6 +53,8 @@ class Watched final {
    [[nodiscard]] Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile() const { return profile_; }
    [[nodiscard]] bool linkThere() const { return link_ != nullptr; }
    [[nodiscard]] bool monitored() const { return monitor_ != nullptr; }
+   // Of a loud interface: whether it falls. Computed when it is asked for, so that a sample pays nothing for it.
+   [[nodiscard]] Pace pace() const;
    // How often the monitor samples now, in seconds; 0 while nobody does.
    [[nodiscard]] double sampleInterval() const;
 
@@ -110,6 +113,7 @@ class Watched final {
    Sources const & sources_;
    NeverWatched const & neverWatched_;
    WatchedListener & listener_;
+   Trend trend_;  // of loud readings only
 };
 
 }  // namespace Evidence

@@ -42,6 +42,9 @@ struct AccountAnswer {
    KEL_FIELD( Maybe<double>, outBitsRate )
    KEL_FIELD( Maybe<double>, thresholdBitsRate )
    KEL_FIELD( Maybe<double>, loadIntervalSeconds )
+   // Of a loud one, null where it cannot be said yet: "slow" falls, "stuck" has not fallen for a load interval.
+   KEL_FIELD( Maybe<Text>, pace )
+   KEL_FIELD( Maybe<double>, quietInSeconds )  // estimate of when a slow one is below the threshold; null: unsure
    KEL_FIELD( Maybe<LoudAnswer>, lastLoud )
    KEL_FIELD( Maybe<uint32_t>, breaks )
    KEL_FIELD( Maybe<uint32_t>, spikes )

@@ -1,6 +1,7 @@
 #include "views/Views.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "kel/ActivityLoop.h"
 #include "links/LinkControl.h"
@@ -82,6 +83,10 @@ AccountAnswer Views::account( Kel::Name const & unit, Lumo::IntfId intf ) const 
       answer.thresholdBitsRate = profile->thresholdBitsRate();
       answer.loadIntervalSeconds = profile->rateMonLoadInterval();
    }
+   auto const pace = ledger_.pace( unit, intf );
+   if( pace.kind != Evidence::Pace::Kind::unknown ) answer.pace = Text( enumName( pace.kind ) );
+   // In whole seconds: more would say more than an estimate knows.
+   if( pace.quietIn ) answer.quietInSeconds = std::ceil( *pace.quietIn );
    answer.lastLoud = lastLoud( *account );
    answer.breaks = account->breaks();
    answer.spikes = account->spikes();

@@ -38,7 +38,8 @@ TEST_F( ViewsTest, ofAnActiveUnitOnlyItsInterfacesAreKnown ) {
               R"("note": null, "now": 1000, "interfaces": [{"interface": "up1", "verdict": null, "since": null, )"
               R"("settled": null, )"
               R"("quietSince": null, "stillNeededSeconds": null, "inBitsRate": null, "outBitsRate": null, )"
-              R"("thresholdBitsRate": null, "loadIntervalSeconds": null, "lastLoud": null, "breaks": null, )"
+              R"("thresholdBitsRate": null, "loadIntervalSeconds": null, "pace": null, "quietInSeconds": null, )"
+              R"("lastLoud": null, "breaks": null, )"
               R"("spikes": null, "why": null}]})" );
    EXPECT_THAT( why( "fabric" ), ElementsAre( "unit fabric is active" ) );
    EXPECT_FALSE( service_->views().unit( "nowhere" ) );
