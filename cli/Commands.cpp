@@ -47,18 +47,23 @@ int show( Answer const & answer, Options const & options, Print const & print ) 
    return done;
 }
 
-void printAll( std::ostream & out, Object const & answer ) {
+void printUnitsWithInterfaces( std::ostream & out, Object const & answer, bool all ) {
    for( auto const & unit : list( answer, "units" ) ) {
-      printStatus( out, object( unit ) );
+      printStatus( out, object( unit ), all );
       out << "\n";
    }
+   if( list( answer, "units" ).empty() ) out << "there are no units\n";
 }
 
 }  // namespace
 
 int status( Client const & client, Options const & options, std::string const & unit ) {
-   if( unit.empty() ) return show( client.get( { "units" }, unitsShape ), options, printAll );
-   return show( client.get( { "units", unit }, unitShape ), options, printStatus );
+   bool const all = options.all;
+   if( unit.empty() )
+      return show( client.get( { "units" }, unitsShape ), options,
+                   [=]( auto & out, Object const & answer ) { printUnitsWithInterfaces( out, answer, all ); } );
+   return show( client.get( { "units", unit }, unitShape ), options,
+                [=]( auto & out, Object const & answer ) { printStatus( out, answer, all ); } );
 }
 
 int units( Client const & client, Options const & options ) {

@@ -21,6 +21,7 @@ enum ExitStatus : int {
 
 struct Options {
    bool json = false;                     // answers for programs instead of tables
+   bool all = false;                      // of status: every interface, and not only the worst
    bool wait = false;                     // follow an enter or exit to its end
    std::optional<double> timeoutSeconds;  // of --wait; absent: for ever
    std::vector<std::string> without;      // of enter: interfaces to leave out of the proof

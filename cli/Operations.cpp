@@ -7,9 +7,11 @@
 
 #include "Commands.h"
 #include "kel/QuantityText.h"
+#include "tables/Changes.h"
 #include "tables/Printable.h"
 #include "tables/Report.h"
 #include "tables/Units.h"
+#include "tables/Words.h"
 
 namespace Cli {
 
@@ -83,7 +85,8 @@ class Following {
          if( state != operation_.underway ) return turnedBack( state );
          // Only the waiting ends here. To undo the request as well is for whoever asked to decide.
          if( patience_.over() ) {
-            return complain( "unit " + unit_ + " is still " + state + " after " + waitedText( patience_.waited() ) +
+            return complain( "unit " + unit_ + " is still " + word( state ) + " after " +
+                                waitedText( patience_.waited() ) +
                                 "; it goes on (maintctl status says what it waits for)",
                              deadlinePassed );
          }
@@ -92,13 +95,13 @@ class Following {
    }
 
  private:
-   // One line per change of what the unit waits for, so a log of it can be read.
+   // One line per change, so a log of it can be read.
    void narrate( Object const & unit ) {
-      Progress const now = progress( unit );
-      if( now.stands == told_ ) return;
-      told_ = now.stands;
+      std::string waited = waitedText( patience_.waited() );
+      // So that lines stand below each other for the first days.
+      waited.insert( 0, std::max<std::size_t>( waited.size(), 6 ) - waited.size(), ' ' );
       // Flushed at each line: it may go to a pipe, and the next may be minutes away.
-      std::cout << "  " << waitedText( patience_.waited() ) << "  " << now.told << std::endl;
+      for( std::string const & line : changes_.next( unit ) ) std::cout << waited << "  " << line << std::endl;
    }
 
    // Null where there is none: a unit that has never been in maintenance.
@@ -113,7 +116,7 @@ class Following {
          printJson( answer );
          return done;
       }
-      std::cout << "unit " << printable( unit_ ) << " is " << operation_.goal << ", generation "
+      std::cout << "unit " << printable( unit_ ) << " is " << word( operation_.goal ) << ", generation "
                 << text( unit, "generation" ) << "\n";
       for( std::string const & line : { readinessText( unit ), text( unit, "note" ) } ) {
          if( !line.empty() ) std::cout << line << "\n";
@@ -128,7 +131,7 @@ class Following {
    [[nodiscard]] int turnedBack( std::string const & state ) const {
       auto const stay = window();
       std::string const why = stay.is_object() ? turnedBackText( stay.get_object(), operation_.verb ) : "";
-      return complain( "unit " + unit_ + " is now " + state + ( why.empty() ? "" : ": " + why ) );
+      return complain( "unit " + unit_ + " is now " + word( state ) + ( why.empty() ? "" : ": " + why ) );
    }
 
    Client const & client_;
@@ -136,7 +139,7 @@ class Following {
    std::string const & unit_;
    Operation const & operation_;
    Patience const & patience_;
-   std::string told_;
+   Changes changes_;
 };
 
 void printRequest( Object const & answer, Operation const & operation ) {

@@ -63,6 +63,10 @@ void someUnit( CLI::App & command, Arguments & a ) {
    command.add_option( "UNIT", a.unit, "only this unit" )->check( emptyFault );
 }
 
+void everything( CLI::App & command, Arguments & a ) {
+   command.add_flag( "--all", a.options.all, "every interface, not only the ten that hold the unit up most" );
+}
+
 void unit( CLI::App & command, Arguments & a ) {
    command.add_option( "UNIT", a.unit, "the unit's name" )->required()->check( emptyFault );
 }
@@ -162,7 +166,7 @@ Command const commands[] = {
    { "status",
      "units, their interfaces, and what each is waiting for",
      []( auto const & client, auto const & a ) { return Cli::status( client, a.options, a.unit ); },
-     { json, someUnit } },
+     { json, everything, someUnit } },
    { "units",
      "the units and their states",
      []( auto const & client, auto const & a ) { return Cli::units( client, a.options ); },

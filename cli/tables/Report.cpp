@@ -3,6 +3,7 @@
 #include <set>
 
 #include "kel/QuantityText.h"
+#include "tables/Words.h"
 
 namespace Cli {
 
@@ -130,7 +131,7 @@ Columns const windowEventColumns = windowEventTable;
 void printReport( std::ostream & out, Object const & window ) {
    Clocks const clocks = clocksOf( window );
    out << "unit " << text( window, "unit" ) << ", generation " << text( window, "generation" ) << ": "
-       << text( window, "outcome" ) << "\n";
+       << word( text( window, "outcome" ) ) << "\n";
    printMoment( out, "asked to enter  ", window, "requested", "requestedBy" );
    printMoment( out, "in maintenance  ", window, "entered" );
    printMoment( out, "asked to leave  ", window, "exitRequested", "exitRequestedBy" );

@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "kel/QuantityText.h"
+#include "report/Readable.h"
 
 namespace Cli {
 
@@ -13,19 +14,44 @@ namespace {
 
 using Line = std::vector<std::string>;
 
-// All lines have as many cells as the first. Widths are bytes, so a name that is not ASCII shifts the rest of its line.
+std::size_t tableWidth = 0;
+// Narrower, a text that is broken is harder to read than one that the terminal breaks.
+constexpr std::size_t narrowest = 24;
+
+// Broken at blanks into lines of at most `width`, where there are blanks; behind each but the last comes `indent`.
+std::string broken( std::string_view text, std::size_t width, std::string const & indent ) {
+   std::string lines;
+   // No character has more than four bytes, and a hostile text may have millions.
+   while( Report::columns( text.substr( 0, 4 * width + 4 ) ) > width ) {
+      // Bytes are at least as many as columns, so this ends within the text.
+      std::size_t end = 0;
+      for( std::size_t blank = text.find( ' ' ); blank != std::string_view::npos;
+           blank = text.find( ' ', blank + 1 ) ) {
+         if( Report::columns( text.substr( 0, blank ) ) > width && end > 0 ) break;
+         end = blank;
+      }
+      if( end == 0 ) break;
+      lines.append( text.substr( 0, end ) ).append( "\n" ).append( indent );
+      text.remove_prefix( end + 1 );
+   }
+   return lines.append( text );
+}
+
+// All lines have as many cells as the first.
 void printLines( std::ostream & out, std::vector<Line> const & lines, std::string const & indent ) {
    std::vector<std::size_t> widths( lines.front().size() );
    for( Line const & line : lines ) {
-      for( std::size_t i = 0; i < line.size(); ++i ) widths[i] = std::max( widths[i], line[i].size() );
+      for( std::size_t i = 0; i < line.size(); ++i ) widths[i] = std::max( widths[i], Report::columns( line[i] ) );
    }
+   std::size_t before = indent.size();
+   for( std::size_t i = 0; i + 1 < widths.size(); ++i ) before += widths[i] + 2;
+   bool const breaks = tableWidth >= before + narrowest;
    for( Line const & line : lines ) {
       out << indent;
-      for( std::size_t i = 0; i < line.size(); ++i ) {
-         out << line[i];
-         if( i + 1 < line.size() ) out << std::string( widths[i] - line[i].size() + 2, ' ' );
+      for( std::size_t i = 0; i + 1 < line.size(); ++i ) {
+         out << line[i] << std::string( widths[i] - Report::columns( line[i] ) + 2, ' ' );
       }
-      out << "\n";
+      out << ( breaks ? broken( line.back(), tableWidth - before, std::string( before, ' ' ) ) : line.back() ) << "\n";
    }
 }
 
@@ -33,15 +59,22 @@ std::string orDash( std::string const & cell ) { return cell.empty() ? "-" : cel
 
 }  // namespace
 
+void tableWidthIs( std::size_t columns ) { tableWidth = columns; }
+
 void printTable( std::ostream & out, Columns columns, boost::json::array const & rows, Clocks const & clocks,
+                 std::string const & indent ) {
+   std::vector<Object const *> objects;
+   for( auto const & row : rows ) objects.push_back( &object( row ) );
+   printTable( out, columns, objects, clocks, indent );
+}
+
+void printTable( std::ostream & out, Columns columns, std::vector<Object const *> const & rows, Clocks const & clocks,
                  std::string const & indent ) {
    std::vector<Line> lines( 1 );
    for( Column const & column : columns ) lines.front().emplace_back( column.heading );
-   for( auto const & row : rows ) {
+   for( Object const * const row : rows ) {
       Line & line = lines.emplace_back();
-      for( Column const & column : columns ) {
-         line.push_back( column.shown( object( row ), column.member, clocks ) );
-      }
+      for( Column const & column : columns ) line.push_back( column.shown( *row, column.member, clocks ) );
    }
    printLines( out, lines, indent );
 }
@@ -74,6 +107,10 @@ std::string plainCell( Object const & row, char const * member, Clocks const & )
 
 std::string yesCell( Object const & row, char const * member, Clocks const & ) {
    return yes( row, member ) ? "yes" : "-";
+}
+
+std::string yesNoCell( Object const & row, char const * member, Clocks const & clocks ) {
+   return plainCell( row, member, clocks ) == "-" ? "-" : yes( row, member ) ? "yes" : "no";
 }
 
 std::string namesCell( Object const & row, char const * member, Clocks const & ) {

@@ -30,7 +30,13 @@ struct Column {
 };
 using Columns = std::span<Column const>;
 
+// Lines are not longer than this from now on where that can be had by breaking their last cell; 0, as at first: as long
+// as they are.
+void tableWidthIs( std::size_t columns );
+
 // One line a row, columns as wide as their widest cell, two blanks apart; the last one is not padded.
+void printTable( std::ostream & out, Columns columns, std::vector<Object const *> const & rows, Clocks const & clocks,
+                 std::string const & indent = "" );
 void printTable( std::ostream & out, Columns columns, boost::json::array const & rows, Clocks const & clocks,
                  std::string const & indent = "" );
 // One line a column, for a single row that has much to say.
@@ -47,6 +53,7 @@ void printRow( std::ostream & out, Columns columns, Object const & row, Clocks c
 // Ways to show a member.
 [[nodiscard]] std::string plainCell( Object const & row, char const * member, Clocks const & );
 [[nodiscard]] std::string yesCell( Object const & row, char const * member, Clocks const & );    // "yes" or "-"
+[[nodiscard]] std::string yesNoCell( Object const & row, char const * member, Clocks const & );  // "yes", "no" or "-"
 [[nodiscard]] std::string namesCell( Object const & row, char const * member, Clocks const & );  // of a list
 [[nodiscard]] std::string rateCell( Object const & row, char const * member, Clocks const & );
 [[nodiscard]] std::string spanCell( Object const & row, char const * member, Clocks const & );  // of seconds

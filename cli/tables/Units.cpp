@@ -1,6 +1,10 @@
 #include "tables/Units.h"
 
+#include <algorithm>
+
 #include "kel/QuantityText.h"
+#include "tables/Words.h"
+#include "tables/Worst.h"
 
 namespace Cli {
 
@@ -22,15 +26,20 @@ std::size_t settledCount( Object const & unit ) {
    return count;
 }
 
+// More names than these make no line that anybody reads to its end.
+constexpr std::size_t mostNames = 10;
+// As many interfaces are shown where not all are asked for.
+constexpr std::size_t mostRows = 10;
+
 // Interfaces of which `holds`, "a, b".
 template<class Holds>
-std::string interfacesOf( Object const & unit, Holds const & holds ) {
-   std::string names;
+std::string interfacesOf( Object const & unit, Holds const & holds, std::size_t most = mostNames ) {
+   std::vector<std::string> names;
    for( auto const & value : list( unit, "interfaces" ) ) {
       Object const & intf = object( value );
-      if( holds( intf ) ) names += ( names.empty() ? "" : ", " ) + text( intf, "interface" );
+      if( holds( intf ) ) names.push_back( text( intf, "interface" ) );
    }
-   return names;
+   return listed( names, most );
 }
 
 // What made a unit disturbed may be loud still, or not have been heard of since.
@@ -50,14 +59,11 @@ std::string provenText( Object const & answer ) {
 }
 
 std::string readinessCell( Object const & unit, char const *, Clocks const & ) {
-   std::string const readiness = readinessText( unit );
+   std::string readiness = readinessText( unit );
+   std::string const note = text( unit, "note" );
+   if( !readiness.empty() && !note.empty() ) readiness += "; ";
+   readiness += note;
    return readiness.empty() ? "-" : readiness;
-}
-
-std::string neededCell( Object const & intf, char const * member, Clocks const & ) {
-   auto const seconds = number( intf, member );
-   if( !seconds ) return "-";
-   return *seconds > 0 ? neededText( *seconds ) : "nothing";
 }
 
 std::string loudCell( Object const & intf, char const * member, Clocks const & clocks ) {
@@ -67,31 +73,60 @@ std::string loudCell( Object const & intf, char const * member, Clocks const & c
           agoCell( *loud, "time", clocks );
 }
 
+std::string forCell( Object const & intf, char const * member, Clocks const & clocks ) {
+   auto const since = number( intf, member );
+   return since ? spanText( clocks.now - *since ) : "-";
+}
+
+// What came back and has gone again is worth knowing before a cable is pulled.
+std::string accountCell( Object const & intf, char const * member, Clocks const & clocks ) {
+   std::string why = text( intf, member );
+   auto const spikes = number( intf, "spikes" );
+   if( spikes.value_or( 0 ) > 0 && text( intf, "verdict" ) != "loud" && inner( intf, "lastLoud" ) ) {
+      why += ( why.empty() ? "" : "; " ) + std::string( "traffic was back " ) +
+             counted( static_cast<std::size_t>( *spikes ), "time" ) + ", last " + loudCell( intf, "lastLoud", clocks );
+   }
+   return why.empty() ? "-" : why;
+}
+
+std::string linkCell( Object const & intf, char const * member, Clocks const & clocks ) {
+   std::string const link = plainCell( intf, member, clocks );
+   return yes( intf, "shutDown" ) ? link + ", held" : link;
+}
+
+std::string soonCell( Object const & intf, char const * member, Clocks const & ) {
+   std::string const pace = text( intf, member );
+   if( pace.empty() ) return "-";
+   auto const seconds = number( intf, "quietInSeconds" );
+   if( pace != "slow" ) return pace;
+   return seconds ? "falling, about " + neededText( *seconds ) + " to go" : "falling slowly";
+}
+
+std::string neededCell( Object const & intf, char const * member, Clocks const & ) {
+   auto const seconds = number( intf, member );
+   if( !seconds ) return "-";
+   return *seconds > 0 ? neededText( *seconds ) : "nothing";
+}
+
 constexpr Column unitTable[] = {
-   { "UNIT", "unit", plainCell },           { "STATE", "state", plainCell },
-   { "SINCE", "since", agoCell },           { "GENERATION", "generation", plainCell },
-   { "BY", "requestedBy", plainCell },      { "STAGE", "stage", plainCell },
-   { "READINESS", "ready", readinessCell }, { "NOTE", "note", plainCell },
+   { "UNIT", "unit", plainCell },      { "STATE", "state", wordCell },  { "FOR", "since", forCell },
+   { "BY", "requestedBy", plainCell }, { "STAGE", "stage", plainCell }, { "READINESS", "ready", readinessCell },
 };
 
 constexpr Column accountTable[] = {
    { "INTERFACE", "interface", plainCell },
    { "VERDICT", "verdict", plainCell },
-   { "SINCE", "since", agoCell },
-   { "IN", "inBitsRate", rateCell },
-   { "OUT", "outBitsRate", rateCell },
-   { "THRESHOLD", "thresholdBitsRate", rateCell },
-   { "STILL NEEDED", "stillNeededSeconds", neededCell },
-   { "LAST LOUD", "lastLoud", loudCell },
-   { "WHY", "why", plainCell },
+   { "FOR", "since", forCell },
+   { "WHY", "why", accountCell },
 };
 
 constexpr Column explainedTable[] = {
    { "verdict", "verdict", plainCell },
    { "since", "since", agoCell },
    { "why", "why", plainCell },
-   { "settled", "settled", plainCell },
+   { "settled", "settled", yesNoCell },
    { "still needed", "stillNeededSeconds", neededCell },
+   { "traffic is", "pace", soonCell },
    { "quiet since", "quietSince", agoCell },
    { "last reading in", "inBitsRate", rateCell },
    { "last reading out", "outBitsRate", rateCell },
@@ -103,17 +138,19 @@ constexpr Column explainedTable[] = {
 };
 
 constexpr Column interfaceTable[] = {
-   { "INTERFACE", "interface", plainCell },   { "LINK", "operStatus", plainCell },
-   { "MONITORING", "monitoring", plainCell }, { "SHUT DOWN", "shutDown", yesCell },
-   { "PROFILE", "profile", plainCell },       { "IN", "inBitsRate", rateCell },
-   { "OUT", "outBitsRate", rateCell },        { "THRESHOLD", "thresholdBitsRate", rateCell },
-   { "SAMPLES", "totalSamples", plainCell },  { "LAST SAMPLE", "lastSampleSecondsAgo", spanCell },
+   { "INTERFACE", "interface", plainCell },
+   { "LINK", "operStatus", linkCell },
+   { "MONITORING", "monitoring", wordCell },
+   { "PROFILE", "profile", plainCell },
+   { "IN", "inBitsRate", rateCell },
+   { "OUT", "outBitsRate", rateCell },
+   { "LAST SAMPLE", "lastSampleSecondsAgo", spanCell },
    { "UNITS", "units", namesCell },
 };
 
 // "unit fabric: entering, generation 3, for 12 s, asked for by alice"
 void printHeadline( std::ostream & out, Object const & unit ) {
-   out << "unit " << text( unit, "unit" ) << ": " << text( unit, "state" ) << ", generation "
+   out << "unit " << text( unit, "unit" ) << ": " << word( text( unit, "state" ) ) << ", generation "
        << text( unit, "generation" );
    if( auto const since = number( unit, "since" ) ) out << ", for " << spanText( clocksOf( unit ).now - *since );
    if( std::string const user = text( unit, "requestedBy" ); !user.empty() ) out << ", asked for by " << user;
@@ -133,7 +170,7 @@ void printRemarks( std::ostream & out, Object const & unit ) {
    };
    line( "", readinessText( unit ) );
    line( "stage under way: ", text( unit, "stage" ) );
-   line( "left out of the proof: ", namesText( unit, "without" ) );
+   line( "left out of the proof: ", listed( texts( unit, "without" ), mostNames ) );
    line( "", text( unit, "note" ) );
 }
 
@@ -163,16 +200,25 @@ void printInterfaces( std::ostream & out, Object const & answer ) {
    printTable( out, interfaceColumns, list( answer, "interfaces" ), {} );
 }
 
-void printStatus( std::ostream & out, Object const & unit ) {
+void printStatus( std::ostream & out, Object const & unit, bool all ) {
    printHeadline( out, unit );
    printRemarks( out, unit );
-   auto const & interfaces = list( unit, "interfaces" );
+   auto judged = worstFirst( unit );
    // Outside maintenance nothing is known of them, and a table of dashes says no more than their names.
-   std::string const judged =
-      interfacesOf( unit, []( auto const & intf ) { return !text( intf, "verdict" ).empty(); } );
-   if( !judged.empty() ) return printTable( out, accountColumns, interfaces, clocksOf( unit ), "  " );
-   std::string const names = interfacesOf( unit, []( auto const & ) { return true; } );
-   out << "  interfaces: " << ( names.empty() ? "none" : names ) << "\n";
+   if( judged.empty() ) {
+      std::size_t const most = all ? list( unit, "interfaces" ).size() : mostNames;
+      std::string const names = interfacesOf(
+         unit, []( auto const & ) { return true; }, most );
+      out << "  interfaces: " << ( names.empty() ? "none" : names ) << "\n";
+      return;
+   }
+   // One that is left out would not take more room than the words for it.
+   std::size_t const shown = all || judged.size() <= mostRows + 1 ? judged.size() : mostRows;
+   std::vector<Object const *> const rest( judged.begin() + static_cast<std::ptrdiff_t>( shown ), judged.end() );
+   judged.resize( shown );
+   printTable( out, accountColumns, judged, clocksOf( unit ), "  " );
+   if( rest.empty() ) return;
+   out << "  ... and " << rest.size() << " more: " << standings( rest ) << "; all with --all\n";
 }
 
 void printExplained( std::ostream & out, Object const & answer ) {
@@ -187,31 +233,12 @@ void printReady( std::ostream & out, Object const & answer ) {
    std::string const unready = yes( answer, "disturbed" ) ? "not ready: DISTURBED, traffic is back" : "not ready";
    out << "unit " << text( answer, "unit" ) << " is " << ( yes( answer, "ready" ) ? provenText( answer ) : unready )
        << "\n";
-   for( std::string const & reason : texts( answer, "why" ) ) out << "  " << reason << "\n";
-}
-
-Progress progress( Object const & unit ) {
-   std::string const state = text( unit, "state" );
-   std::string const stage = text( unit, "stage" );
-   Progress now;
-   now.stands = state + "/" + stage;
-   now.told = state + ( stage.empty() ? "" : ", stage " + stage );
-   // On its way out it waits for none of them.
-   if( !underProof( unit ) ) return now;
-   auto const & interfaces = list( unit, "interfaces" );
-   now.told +=
-      ", " + std::to_string( settledCount( unit ) ) + " of " + std::to_string( interfaces.size() ) + " settled";
-   for( auto const & value : interfaces ) {
-      Object const & intf = object( value );
-      bool const settled = yes( intf, "settled" );
-      std::string const verdict = text( intf, "verdict" );
-      now.stands += "/" + verdict + ( settled ? " settled" : "" );
-      // Those that wait for nothing are counted above.
-      if( settled ) continue;
-      std::string const why = text( intf, "why" );
-      now.told += "; " + text( intf, "interface" ) + ": " + verdict + ( why.empty() ? "" : ", " + why );
-   }
-   return now;
+   auto const reasons = texts( answer, "why" );
+   std::size_t const shown = reasons.size() <= mostRows + 1 ? reasons.size() : mostRows;
+   for( std::size_t i = 0; i < shown; ++i ) out << "  " << reasons[i] << "\n";
+   if( shown == reasons.size() ) return;
+   out << "  ... and " << reasons.size() - shown << " more; the worst with maintctl status " << text( answer, "unit" )
+       << ", all with --all\n";
 }
 
 }  // namespace Cli

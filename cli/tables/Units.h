@@ -14,8 +14,8 @@ extern Columns const interfaceColumns;  // of an interface of the box
 // All take answers of the API as they came.
 void printUnits( std::ostream & out, Object const & answer );
 void printInterfaces( std::ostream & out, Object const & answer );
-// Each unit with its interfaces and what they wait for.
-void printStatus( std::ostream & out, Object const & unit );
+// A unit with its interfaces and what they wait for: the worst ten of them and how many more there are, or all.
+void printStatus( std::ostream & out, Object const & unit, bool all );
 // One interface, in each unit that has it.
 void printExplained( std::ostream & out, Object const & answer );
 void printReady( std::ostream & out, Object const & answer );
@@ -23,13 +23,5 @@ void printReady( std::ostream & out, Object const & answer );
 // "ready, proven quiet up to 3 s ago", "not ready: 1 of 3 interfaces not settled",
 // "DISTURBED: traffic is back on up1"; empty for a unit of which nothing is to be proven.
 [[nodiscard]] std::string readinessText( Object const & unit );
-
-// Where an entry or exit stands. `stands` changes exactly when a verdict, the stage or the state does; `told` says it
-// to people, with what each interface waits for at this moment.
-struct Progress {
-   std::string stands;
-   std::string told;
-};
-[[nodiscard]] Progress progress( Object const & unit );
 
 }  // namespace Cli

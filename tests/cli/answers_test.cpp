@@ -4,6 +4,7 @@
 
 #include "Answers.h"
 #include "report/WindowPage.h"
+#include "tables/Changes.h"
 #include "tables/Report.h"
 #include "tables/Shape.h"
 #include "tables/Units.h"
@@ -72,10 +73,11 @@ std::function<void( Object const & )> printing( Print const & print ) {
 
 std::vector<Asked> everything() {
    return {
-      { "unit", unitShape, received( fullUnit() ), printing( printStatus ) },
+      { "unit", unitShape, received( fullUnit() ),
+        printing( []( auto & out, Object const & unit ) { printStatus( out, unit, true ); } ) },
       { "units", unitsShape, received( Service::UnitsAnswer{ { fullUnit() } } ), printing( printUnits ) },
       { "explained", unitsShape, received( Service::UnitsAnswer{ { fullUnit() } } ), printing( printExplained ) },
-      { "progress", unitShape, received( fullUnit() ), []( Object const & unit ) { (void)progress( unit ); } },
+      { "changes", unitShape, received( fullUnit() ), []( Object const & unit ) { (void)Changes().next( unit ); } },
       { "ready", readyShape, received( Service::ReadyAnswer{ "fabric", true, 990, false, 1000, { "why" } } ),
         printing( printReady ) },
       { "interfaces", interfacesShape, received( Service::InterfacesAnswer{ { Service::InterfaceAnswer() } } ),

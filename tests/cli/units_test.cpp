@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Answers.h"
+#include "tables/Changes.h"
 #include "tables/Units.h"
 
 namespace Cli {
@@ -96,7 +97,11 @@ TEST( Readiness, isSaidInOneLine ) {
    }
 }
 
-TEST( Status, saysOfEachInterfaceWhatItIsAndWhatItWaitsFor ) {
+std::string status( UnitAnswer const & unit, bool all = false ) {
+   return printed( [=]( std::ostream & out, Object const & answer ) { printStatus( out, answer, all ); }, unit );
+}
+
+TEST( Status, saysOfEachInterfaceWhatItIsAndWhatItWaitsForTheWorstFirst ) {
    auto quietSoon = quiet( "up2" );
    quietSoon.settled = false;
    quietSoon.stillNeededSeconds = 17.25;
@@ -104,21 +109,46 @@ TEST( Status, saysOfEachInterfaceWhatItIsAndWhatItWaitsFor ) {
    auto missing = account( "up10", "missing", false );
    missing.why = "there is no such link";
    missing.thresholdBitsRate.reset();
-   auto entering = unit( "entering", { loud( "up1" ), quietSoon, missing } );
+   auto slow = loud( "up3" );
+   slow.pace = "slow";
+   auto stuck = loud( "up4" );
+   stuck.pace = "stuck";
+   auto calm = quiet( "up5" );
+   calm.spikes = 2;
+   calm.lastLoud = LoudAnswer{ 700, "in", 4e6 };
+   auto entering = unit( "entering", { calm, quietSoon, slow, loud( "up1" ), stuck, missing } );
    entering.stage = "verify";
    entering.without = { "up10", "up11" };
-   EXPECT_EQ( printed( printStatus, entering ),
-              "unit fabric: entering, generation 3, for 60 s, asked for by alice\n"
-              "  not ready: 3 of 3 interfaces not settled\n"
-              "  stage under way: verify\n"
-              "  left out of the proof: up10, up11\n"
-              "  INTERFACE  VERDICT  SINCE     IN      OUT      THRESHOLD  STILL NEEDED  LAST LOUD            WHY\n"
-              "  up1        loud     3 s ago   1 kbps  3 Mbps   100 kbps   -             out 3 Mbps, 3 s ago  "
-              "out 3 Mbps to fall below 100 kbps\n"
-              "  up2        quiet    45 s ago  0 bps   12 kbps  100 kbps   18 s          -                    "
-              "below 100 kbps for 12 s, 18 s still needed\n"
-              "  up10       missing  45 s ago  -       -        -          -             -                    "
-              "there is no such link\n" );
+   EXPECT_EQ(
+      status( entering ),
+      "unit fabric: entering, generation 3, for 60 s, asked for by alice\n"
+      "  not ready: 5 of 6 interfaces not settled\n"
+      "  stage under way: verify\n"
+      "  left out of the proof: up10, up11\n"
+      "  INTERFACE  VERDICT  FOR   WHY\n"
+      "  up10       missing  45 s  there is no such link\n"
+      "  up4        loud     3 s   out 3 Mbps to fall below 100 kbps\n"
+      "  up1        loud     3 s   out 3 Mbps to fall below 100 kbps\n"
+      "  up3        loud     3 s   out 3 Mbps to fall below 100 kbps\n"
+      "  up2        quiet    45 s  below 100 kbps for 12 s, 18 s still needed\n"
+      "  up5        quiet    45 s  below 100 kbps for 97 s; traffic was back 2 times, last in 4 Mbps, 5 min ago\n" );
+}
+
+TEST( Status, ofManyInterfacesShowsTheWorstTenAndCountsTheRest ) {
+   std::vector<AccountAnswer> many;
+   for( int i = 0; i < 985; ++i ) many.push_back( quiet( ( "eth" + std::to_string( i ) ).c_str() ) );
+   many.push_back( account( "eth1000", "waiting", false ) );
+   for( int i = 985; i < 999; ++i ) many.push_back( account( ( "eth" + std::to_string( i ) ).c_str(), "held", true ) );
+   std::string const text = status( unit( "entering", many ) );
+   EXPECT_EQ( std::count( text.begin(), text.end(), '\n' ), 2 + 1 + 10 + 1 );
+   EXPECT_THAT( text, HasSubstr( "WHY\n  eth1000    waiting  45 s  -\n  eth0       quiet " ) );
+   EXPECT_THAT( text, HasSubstr( "\n  ... and 990 more: 976 proven quiet, 14 held; all with --all\n" ) );
+   std::string const all = status( unit( "entering", many ), true );
+   EXPECT_EQ( std::count( all.begin(), all.end(), '\n' ), 2 + 1 + 1000 );
+   // Nor does a line have a thousand names.
+   auto disturbed = unit( "inMaintenance", std::vector<AccountAnswer>( 1000, loud( "up1" ) ) );
+   disturbed.disturbed = true;
+   EXPECT_LT( readinessText( received( disturbed ) ).size(), 120u );
 }
 
 TEST( Status, namesTheInterfacesOfAUnitThatIsNotUnderProof ) {
@@ -128,11 +158,11 @@ TEST( Status, namesTheInterfacesOfAUnitThatIsNotUnderProof ) {
    auto active = unit( "active", { bare[0], bare[1] } );
    active.requestedBy.reset();
    active.since.reset();
-   EXPECT_EQ( printed( printStatus, active ), "unit fabric: active, generation 3\n  interfaces: up1, up2\n" );
+   EXPECT_EQ( status( active ), "unit fabric: active, generation 3\n  interfaces: up1, up2\n" );
    active.interfaces.clear();
    active.note = "nothing to prove: the unit has no interfaces";
    EXPECT_EQ(
-      printed( printStatus, active ),
+      status( active ),
       "unit fabric: active, generation 3\n  nothing to prove: the unit has no interfaces\n  interfaces: none\n" );
 }
 
@@ -142,9 +172,9 @@ TEST( Units, areOneLineEach ) {
    active.requestedBy.reset();
    active.since.reset();
    EXPECT_EQ( printed( printUnits, UnitsAnswer{ { readyUnit(), active } } ),
-              "UNIT    STATE          SINCE     GENERATION  BY     STAGE  READINESS                          NOTE\n"
-              "fabric  inMaintenance  60 s ago  3           alice  -      ready, proven quiet up to 3 s ago  -\n"
-              "rack    active         -         3           -      -      -                                  -\n" );
+              "UNIT    STATE           FOR   BY     STAGE  READINESS\n"
+              "fabric  in maintenance  60 s  alice  -      ready, proven quiet up to 3 s ago\n"
+              "rack    active          -     -      -      -\n" );
    EXPECT_THAT( printed( printUnits, UnitsAnswer() ), HasSubstr( "READINESS" ) );
 }
 
@@ -160,10 +190,8 @@ TEST( Interfaces, areShownAsTheBoxHasThem ) {
    intf.lastSampleSecondsAgo = 2.25;
    intf.units = { "fabric", "rack" };
    EXPECT_EQ( printed( printInterfaces, Service::InterfacesAnswer{ { intf } } ),
-              "INTERFACE  LINK  MONITORING         SHUT DOWN  PROFILE  IN     OUT  THRESHOLD  SAMPLES  LAST SAMPLE  "
-              "UNITS\n"
-              "up1        up    passiveMonitoring  yes        quick    0 bps  -    -          12       2 s          "
-              "fabric, rack\n" );
+              "INTERFACE  LINK      MONITORING  PROFILE  IN     OUT  LAST SAMPLE  UNITS\n"
+              "up1        up, held  watched     quick    0 bps  -    2 s          fabric, rack\n" );
 }
 
 TEST( Explain, tellsAllThatIsKnownInEachUnit ) {
@@ -173,13 +201,14 @@ TEST( Explain, tellsAllThatIsKnownInEachUnit ) {
    other.unit = "rack";
    std::string const text =
       printed( printExplained, UnitsAnswer{ { unit( "inMaintenance", { loud( "up1" ) } ), other } } );
-   EXPECT_THAT( text, HasSubstr( "unit fabric: inMaintenance, generation 3, for 60 s, asked for by alice\n"
+   EXPECT_THAT( text, HasSubstr( "unit fabric: in maintenance, generation 3, for 60 s, asked for by alice\n"
                                  "  interface up1\n"
                                  "    verdict           loud\n"
                                  "    since             3 s ago\n"
                                  "    why               out 3 Mbps to fall below 100 kbps\n"
-                                 "    settled           false\n"
+                                 "    settled           no\n"
                                  "    still needed      -\n"
+                                 "    traffic is        -\n"
                                  "    quiet since       -\n"
                                  "    last reading in   1 kbps\n"
                                  "    last reading out  3 Mbps\n"
@@ -205,28 +234,46 @@ TEST( Ready, saysSoOrEachReasonWhyNot ) {
    EXPECT_THAT( printed( printReady, answer ), HasSubstr( "is not ready: DISTURBED, traffic is back\n" ) );
 }
 
-TEST( Progress, standsStillWhileOnlyNumbersMove ) {
+TEST( Changes, areToldOnceEachAndNumbersAreNone ) {
    auto entering = unit( "entering", { loud( "up1" ), quiet( "up2" ) } );
    entering.stage = "ratemon";
-   auto const first = progress( received( entering ) );
-   EXPECT_EQ( first.told, "entering, stage ratemon, 1 of 2 settled; up1: loud, out 3 Mbps to fall below 100 kbps" );
+   Changes changes;
+   using ::testing::ElementsAre;
+   using ::testing::IsEmpty;
+   auto const next = [&] { return changes.next( received( entering ) ); };
+   EXPECT_THAT( next(), ElementsAre( "entering, stage ratemon, 1 of 2 settled",
+                                     "up1: loud, out 3 Mbps to fall below 100 kbps" ) );
    entering.interfaces[0].outBitsRate = 4e6;
    entering.interfaces[0].why = "out 4 Mbps to fall below 100 kbps";
    entering.now = 1001;
-   EXPECT_EQ( progress( received( entering ) ).stands, first.stands );
-
-   auto const differs = [&]( char const * what, auto const & change ) {
-      auto changed = entering;
-      change( changed );
-      EXPECT_NE( progress( received( changed ) ).stands, first.stands ) << what;
-   };
-   differs( "verdict", []( auto & u ) { u.interfaces[0].verdict = "quiet"; } );
-   differs( "settled", []( auto & u ) { u.interfaces[1].settled = false; } );
-   differs( "stage", []( auto & u ) { u.stage = "verify"; } );
-   differs( "state", []( auto & u ) { u.state = "leaving"; } );
-
+   EXPECT_THAT( next(), IsEmpty() );
+   entering.interfaces[0].pace = "slow";
+   entering.interfaces[0].why = "falling";
+   EXPECT_THAT( next(), ElementsAre( "up1: loud, falling (1 of 2 settled)" ) );
+   entering.interfaces[0] = quiet( "up1" );
+   entering.interfaces[0].settled = false;
+   EXPECT_THAT( next(), ElementsAre( "up1: quiet for too short, below 100 kbps for 97 s (1 of 2 settled)" ) );
+   entering.interfaces[0].settled = true;
+   entering.stage = "verify";
+   EXPECT_THAT( next(),
+                ElementsAre( "entering, stage verify, 2 of 2 settled", "up1: proven quiet, below 100 kbps for 97 s" ) );
    entering.state = "leaving";
-   EXPECT_EQ( progress( received( entering ) ).told, "leaving, stage ratemon" );
+   entering.stage.reset();
+   EXPECT_THAT( next(), ElementsAre( "leaving" ) );
+}
+
+TEST( Changes, shareALineWhereManyChangeAlike ) {
+   std::vector<AccountAnswer> many;
+   for( int i = 0; i < 500; ++i ) many.push_back( loud( ( "up" + std::to_string( i ) ).c_str() ) );
+   Changes changes;
+   EXPECT_THAT(
+      changes.next( received( unit( "entering", many ) ) ),
+      ::testing::ElementsAre( "entering, 0 of 500 settled", "500 interfaces: loud: up0, up1, up2, up3 and 496 more" ) );
+   for( int i = 0; i < 499; ++i ) many[static_cast<std::size_t>( i )].pace = "stuck";
+   many[499] = quiet( "up499" );
+   EXPECT_THAT( changes.next( received( unit( "entering", many ) ) ),
+                ::testing::ElementsAre( "499 interfaces: loud and stuck: up0, up1, up2, up3 and 495 more",
+                                        "up499: proven quiet, below 100 kbps for 97 s (1 of 500 settled)" ) );
 }
 
 }  // namespace

@@ -107,7 +107,7 @@ TEST( Trend, whatDoesNotFallForALoadIntervalIsStuck ) {
    // A fall that has ended above the threshold is one no longer.
    auto const landed = trendOf( 10, 200, []( double t ) { return Rates{ std::max( 4e6 - 1e5 * t, 1e6 ), 0, 0 }; } );
    EXPECT_EQ( landed.pace( 1200, threshold, interval ).kind, Pace::Kind::stuck );
-   EXPECT_EQ( landed.pace( 1200, threshold, interval ).stuckFor, 165 );
+   EXPECT_EQ( landed.pace( 1200, threshold, interval ).stuckFor, 160 );
 }
 
 TEST( Trend, beginsAnewWithTheFirstLoudReadingAfterAnother ) {
