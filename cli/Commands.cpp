@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include <algorithm>
+#include <boost/json/parse.hpp>
 #include <iostream>
 #include <sstream>
 
@@ -90,17 +91,46 @@ int reload( Client const & client, Options const & options ) {
                 []( std::ostream & out, Object const & ) { out << "maintd has read its configuration again\n"; } );
 }
 
-int get( Client const & client, std::string const & path ) {
+namespace {
+
+// What lies below a path that leads to no record, as paths that can be asked for; none for an answer that is a record.
+std::optional<std::vector<std::string>> branches( std::string const & json, std::string const & path ) {
+   // Only a small answer can be a list of names, and a large one costs memory.
+   constexpr std::size_t most = 1024 * 1024;
+   boost::json::error_code error;
+   auto const value = json.size() <= most ? boost::json::parse( json, error ) : boost::json::value();
+   auto const * const object = error ? nullptr : value.if_object();
+   auto const * const below = object && object->size() == 1 ? object->if_contains( "below" ) : nullptr;
+   if( !below || !below->is_array() ) return std::nullopt;
+   std::vector<std::string> paths;
+   for( auto const & name : below->get_array() ) {
+      if( !name.is_string() ) return std::nullopt;
+      paths.push_back( ( path.empty() ? "" : path + "/" ) + std::string( name.get_string() ) );
+   }
+   return paths;
+}
+
+}  // namespace
+
+int get( Client const & client, Options const & options, std::string const & path ) {
    // Slashes separate here what they separate there, and everything else is encoded. A key with slashes ("Ethernet1/1")
    // need not be marked: maintd joins components where one alone leads nowhere.
    Target target{ "state" };
    std::istringstream components( path );
+   std::string asked;
    for( std::string component; std::getline( components, component, '/' ); ) {
-      if( !component.empty() ) target.append( component );
+      if( component.empty() ) continue;
+      target.append( component );
+      asked += ( asked.empty() ? "" : "/" ) + component;
    }
    Answer const answer = client.getLarge( target, "application/json" );
    if( !answer.ok() ) return complain( answer );
-   printJson( answer );
+   auto const below = options.json ? std::nullopt : branches( answer.text, asked );
+   if( !below ) {
+      printJson( answer );
+      return done;
+   }
+   for( std::string const & branch : *below ) std::cout << printable( branch ) << "\n";
    return done;
 }
 

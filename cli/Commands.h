@@ -39,7 +39,8 @@ int explain( Client const & client, Options const & options, std::string const &
 int enter( Client const & client, Options const & options, std::string const & unit );
 int exit( Client const & client, Options const & options, std::string const & unit );
 int reload( Client const & client, Options const & options );
-int get( Client const & client, std::string const & path );
+// A record as JSON, or the names of what is below the path.
+int get( Client const & client, Options const & options, std::string const & path );
 int dump( Client const & client );
 
 struct ReportOptions {

@@ -15,6 +15,7 @@
 #include "Commands.h"
 #include "brisklog/Follower.h"
 #include "kel/Json.h"
+#include "kel/ReadDuration.h"
 #include "tables/Members.h"
 #include "tables/Printable.h"
 
@@ -34,10 +35,13 @@ double secondsOf( clockid_t clock ) {
    return static_cast<double>( now.tv_sec ) + static_cast<double>( now.tv_nsec ) * 1e-9;
 }
 
+// What turns seconds since boot into Unix time, now.
+double bootTime() { return secondsOf( CLOCK_REALTIME ) - secondsOf( CLOCK_BOOTTIME ); }
+
 // Date and time of day, to the millisecond, of a moment that is given in seconds since boot. The difference between the
 // two clocks is that of now: if the wall clock was set in the meantime, older messages are shown by its new setting.
 std::string wallClockText( double sinceBoot, char const * format, tm * ( *broken )(time_t const *, tm *)) {
-   double const wall = sinceBoot + secondsOf( CLOCK_REALTIME ) - secondsOf( CLOCK_BOOTTIME );
+   double const wall = sinceBoot + bootTime();
    // Beyond every calendar: the file was not written by maintd, or is damaged.
    if( !( std::abs( wall ) < 1e12 ) ) return "-";
    // Rounded down before it is taken apart, so that seconds and milliseconds belong together.
@@ -58,8 +62,11 @@ std::string utc( double sinceBoot ) { return wallClockText( sinceBoot, "%Y-%m-%d
 void printLine( Message const & message, bool thisBoot ) {
    // The wall-clock time of a moment in another boot can no longer be told.
    std::string const wall = thisBoot ? localTime( message.time ) : "-";
-   std::array<char, 400> head{};  // the largest double has 309 digits before the point
-   std::snprintf( head.data(), head.size(), "%15.6f  %-23s  %d  ", message.time, wall.c_str(), message.level );
+   // A file that is damaged may say any number, and nobody reads three hundred digits of it.
+   bool const sane = std::abs( message.time ) < 1e12;
+   std::array<char, 128> head{};
+   std::snprintf( head.data(), head.size(), sane ? "%15.6f  %-23s  %d  " : "%15.6g  %-23s  %d  ", message.time,
+                  wall.c_str(), message.level );
    std::cout << head.data() << printable( message.text ) << "\n";
 }
 
@@ -91,13 +98,27 @@ void printNews( Follower::News const & news, bool json ) {
    if( news.damaged ) complain( "the trace is damaged behind this message" );
 }
 
-[[noreturn]] void followOn( Follower & follower, std::string const & file, bool json ) {
+// Of what is there when the reading begins.
+void keepAsked( Follower::News & news, TraceOptions const & options ) {
+   auto & messages = news.messages;
+   if( options.since ) {
+      // In another boot, moments of which can no longer be told, everything is older than what is asked for.
+      if( !news.thisBoot ) complain( "this trace is of an earlier boot; without --since it is shown" );
+      double const from = *options.since - bootTime();
+      std::erase_if( messages, [&]( Message const & m ) { return !news.thisBoot || !( m.time >= from ); } );
+   }
+   if( !options.last || messages.size() <= *options.last ) return;
+   messages.erase( messages.begin(), messages.end() - static_cast<std::ptrdiff_t>( *options.last ) );
+}
+
+[[noreturn]] void followOn( Follower & follower, std::string const & file, TraceOptions const & options ) {
    auto news = follower.next();
+   if( news ) keepAsked( *news, options );
    // Said once: a path that was mistyped would otherwise look like a maintd with nothing to say.
    if( !news ) complain( "waiting for a trace at " + file );
    while( true ) {
       if( news ) {
-         printNews( *news, json );
+         printNews( *news, options.json );
       } else {
          std::this_thread::sleep_for( pollInterval );
       }
@@ -116,12 +137,33 @@ std::string traceBeside( std::filesystem::path const & socket ) {
 int trace( Client const & client, TraceOptions const & options ) {
    std::string const file = options.file.empty() ? traceBeside( client.controlPath() ) : options.file;
    Follower follower( file );
-   if( options.follow ) followOn( follower, file, options.json );
-   auto const news = follower.next();
+   if( options.follow ) followOn( follower, file, options );
+   auto news = follower.next();
    if( !news ) return complain( "there is no trace at " + file );
+   keepAsked( *news, options );
    printNews( *news, options.json );
    // What could be read has been printed all the same.
    return news->damaged ? failed : done;
+}
+
+std::optional<double> traceSince( std::string const & text ) {
+   double const now = secondsOf( CLOCK_REALTIME );
+   if( auto const ago = Kel::readDuration( text ); ago.reason.empty() ) return now - ago.seconds;
+   auto const today = static_cast<time_t>( now );
+   for( char const * format :
+        { "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d", "%H:%M:%S", "%H:%M" } ) {
+      bool const ofADay = format[1] == 'Y';
+      tm parts{};
+      localtime_r( &today, &parts );
+      parts.tm_hour = parts.tm_min = parts.tm_sec = 0;
+      char const * const end = strptime( text.c_str(), format, &parts );
+      if( !end || *end ) continue;
+      parts.tm_isdst = -1;
+      auto const found = static_cast<double>( mktime( &parts ) );
+      // A time of day that is still to come was yesterday's.
+      return ofADay || found <= now ? found : found - 86400;
+   }
+   return std::nullopt;
 }
 
 std::string levelsFault( std::string const & levels ) {

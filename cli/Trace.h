@@ -5,6 +5,7 @@
 // exit status.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "Client.h"
@@ -12,10 +13,15 @@
 namespace Cli {
 
 struct TraceOptions {
-   std::string file;     // empty: maintd's own place for it, beside the socket
-   bool follow = false;  // go on with what comes, also across a restart of maintd; ends by a signal only
-   bool json = false;    // one object a line
+   std::string file;                 // empty: maintd's own place for it, beside the socket
+   bool follow = false;              // go on with what comes, also across a restart of maintd; ends by a signal only
+   bool json = false;                // one object a line
+   std::optional<std::size_t> last;  // only so many of the messages that are there
+   std::optional<double> since;      // Unix time, s: only messages from then on
 };
+
+// "5m" ago, "14:05" today or yesterday, "2026-03-01 14:05:09", as Unix time; none for what is neither.
+[[nodiscard]] std::optional<double> traceSince( std::string const & text );
 
 int trace( Client const & client, TraceOptions const & options );
 

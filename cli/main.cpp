@@ -1,4 +1,5 @@
 // maintctl: the command line of maintd.
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -14,6 +15,8 @@
 #include "Output.h"
 #include "Trace.h"
 #include "tables/Members.h"
+#include "tables/Table.h"
+#include "usage/Usage.h"
 
 namespace {
 
@@ -55,12 +58,12 @@ void json( CLI::App & command, Arguments & a ) {
    command.add_flag( "--json", a.options.json, "print JSON for programs" );
 }
 
-// A name that is empty is a variable that was not set. In a path it would count for nothing, and another thing be asked
-// for.
-std::string emptyFault( std::string const & name ) { return name.empty() ? "it is empty" : ""; }
+// What is asked for would be another thing, as an empty name counts for nothing in a path, or can be nothing at all.
+std::string unitFault( std::string const & name ) { return Usage::nameFault( name, 255 ); }
+std::string interfaceFault( std::string const & name ) { return Usage::nameFault( name, 63 ); }
 
 void someUnit( CLI::App & command, Arguments & a ) {
-   command.add_option( "UNIT", a.unit, "only this unit" )->check( emptyFault );
+   command.add_option( "UNIT", a.unit, "only this unit" )->check( unitFault );
 }
 
 void everything( CLI::App & command, Arguments & a ) {
@@ -68,34 +71,29 @@ void everything( CLI::App & command, Arguments & a ) {
 }
 
 void unit( CLI::App & command, Arguments & a ) {
-   command.add_option( "UNIT", a.unit, "the unit's name" )->required()->check( emptyFault );
+   command.add_option( "UNIT", a.unit, "the unit's name" )->required()->check( unitFault );
 }
 
 void interface( CLI::App & command, Arguments & a ) {
-   command.add_option( "INTERFACE", a.interface, "the interface's name" )->required()->check( emptyFault );
+   command.add_option( "INTERFACE", a.interface, "the interface's name" )->required()->check( interfaceFault );
 }
 
 void waiting( CLI::App & command, Arguments & a ) {
    CLI::Option * const wait = command.add_flag( "--wait", a.options.wait, "follow it until it is done" );
-   // In seconds; thirty years are within what a clock can count.
-   auto const timeFault = []( std::string const & text ) {
-      double const seconds = std::strtod( text.c_str(), nullptr );
-      return seconds >= 0 && seconds < 1e9 ? std::string() : text + " s is no time to wait";
-   };
    command
-      .add_option( "--timeout", a.options.timeoutSeconds,
-                   "give up waiting after this time, also for maintd's answers; a number is seconds (10min, 2h)" )
-      ->needs( wait )
-      // Converted to seconds first; the check sees those.
-      ->transform( CLI::AsNumberWithUnit(
-         std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
-      ->check( timeFault );
+      .add_option_function<std::string>(
+         "--timeout",
+         [&a]( std::string const & text ) { a.options.timeoutSeconds = Usage::seconds( "--timeout", text ); },
+         "give up waiting after this time, also for maintd's answers: 90s, 10min, 1h30m; a bare number is seconds" )
+      ->type_name( "TIME" )
+      ->needs( wait );
 }
 
 void entering( CLI::App & command, Arguments & a ) {
    command
       .add_option( "--without", a.options.without,
                    "leave this interface out of the proof, on the record; may be given more than once" )
+      ->check( interfaceFault )
       // One name each time: the unit's name may stand behind it.
       ->allow_extra_args( false );
    command.add_flag( "--dry-run", a.options.dryRun, "only say whether it would be refused, and why" )
@@ -105,8 +103,14 @@ void entering( CLI::App & command, Arguments & a ) {
 }
 
 void reporting( CLI::App & command, Arguments & a ) {
-   command.add_option( "--generation", a.report.generation,
-                       "the stay that was entered with this generation (default: the present or the last)" );
+   command
+      .add_option_function<std::string>(
+         "--generation",
+         [&a]( std::string const & text ) {
+            a.report.generation = static_cast<uint32_t>( Usage::wholeNumber( "--generation", text, 0, UINT32_MAX ) );
+         },
+         "the stay that was entered with this generation (default: the present or the last)" )
+      ->type_name( "NUMBER" );
    CLI::Option * const html = command.add_option( "--html", a.report.htmlFile, "write it as a page to this file" );
    command.add_flag( "--json", a.report.json, "print JSON for programs" )->excludes( html );
 }
@@ -114,7 +118,7 @@ void reporting( CLI::App & command, Arguments & a ) {
 void releasing( CLI::App & command, Arguments & a ) {
    CLI::Option * const all = command.add_flag( "--all", a.release.all, "every link that maintd holds down" );
    CLI::Option * const names =
-      command.add_option( "INTERFACE", a.release.interfaces, "these links" )->check( emptyFault )->excludes( all );
+      command.add_option( "INTERFACE", a.release.interfaces, "these links" )->check( interfaceFault )->excludes( all );
    command.add_option( "--state", a.release.state, "maintd's directory for what it keeps (default: maintd's own)" );
    command.footer( "Exit status, which is maintd's: 0 done, 1 failed, 2 usage, 3 its store cannot be used." );
    command.callback( [=] {
@@ -127,9 +131,9 @@ void configFile( CLI::App & command, Arguments & a ) {
 }
 
 void recordPath( CLI::App & command, Arguments & a ) {
-   command.add_option( "PATH", a.path, "its path, for example maintenance/unit/status" )
-      ->required()
-      ->check( emptyFault );
+   command.add_option( "PATH", a.path,
+                       "its path, as maintenance/unit/status; of one that leads to no record, and "
+                       "without one, what is below is listed" );
 }
 
 void following( CLI::App & command, Arguments & a ) {
@@ -147,19 +151,42 @@ void tracing( CLI::App & command, Arguments & a ) {
       "the run before is in FILE.1, older ones in FILE.2 and FILE.3" );
    CLI::Option * const follow =
       command.add_flag( "--follow", a.trace.follow, "go on with what comes, also across restarts of maintd" );
+   CLI::Option * const last =
+      command
+         .add_option_function<std::string>(
+            "-n", [&a]( std::string const & text ) { a.trace.last = Usage::wholeNumber( "-n", text, 0, 1000000000 ); },
+            "only the last so many messages" )
+         ->type_name( "NUMBER" );
+   CLI::Option * const since =
+      command
+         .add_option_function<std::string>(
+            "--since",
+            [&a]( std::string const & text ) {
+               a.trace.since = Cli::traceSince( text );
+               if( !a.trace.since )
+                  throw CLI::ValidationError(
+                     "--since", "is how long ago, as 5m, or a time, as 14:05 or \"2026-03-01 14:05:09\", not " +
+                                   Usage::quoted( text ) );
+            },
+            "only messages from then on: how long ago (5m, 1h30m), or a time (14:05, \"2026-03-01 14:05\")" )
+         ->type_name( "TIME" );
    command
       .add_option( "--levels", a.levels,
                    "instead, set which levels of the plug-in's trace maintd writes to its standard error: 1,2,4 or "
                    "none" )
       ->check( Cli::levelsFault )
       ->excludes( file )
-      ->excludes( follow );
+      ->excludes( follow )
+      ->excludes( last )
+      ->excludes( since );
 }
 
 // With --levels the command is another: it asks maintd and reads no file.
 int trace( Client const & client, Arguments const & a ) {
    if( !a.levels.empty() ) return Cli::traceLevels( client, a.levels, a.options.json );
-   return Cli::trace( client, { a.trace.file, a.trace.follow, a.options.json } );
+   Cli::TraceOptions options = a.trace;
+   options.json = a.options.json;
+   return Cli::trace( client, options );
 }
 
 Command const commands[] = {
@@ -212,8 +239,8 @@ Command const commands[] = {
      []( auto const &, auto const & a ) { return Cli::release( a.release ); },
      { releasing } },
    { "get",
-     "a record of the state database, as JSON",
-     []( auto const & client, auto const & a ) { return Cli::get( client, a.path ); },
+     "a record of the state database, as JSON, or what is below a path",
+     []( auto const & client, auto const & a ) { return Cli::get( client, a.options, a.path ); },
      { json, recordPath } },
    { "dump",
      "the rate monitor's whole inner state, as text",
@@ -240,8 +267,15 @@ int runCommand( Command const & command, Arguments const & arguments ) {
    }
 }
 
+// 0 where nobody looks at a terminal.
+std::size_t terminalColumns() {
+   winsize size{};
+   return ::isatty( STDOUT_FILENO ) && ::ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
+}
+
 int run( int argc, char ** argv ) {
-   CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
+   CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back.",
+                 "maintctl" );
    app.footer( "Exit status: 0 done, 1 failed, 2 usage, 3 deadline passed, 4 refused, 5 maintd not reached." );
    // Exactly one, which is why they can share their arguments.
    app.require_subcommand( 1 );
@@ -254,15 +288,17 @@ int run( int argc, char ** argv ) {
    std::map<CLI::App const *, Command const *> declared;
    for( Command const & command : commands ) {
       CLI::App * const sub = app.add_subcommand( command.name, command.what );
+      // So that --socket may stand behind the command as well.
+      sub->fallthrough();
       for( Declare const declare : command.takes ) declare( *sub, arguments );
       declared[sub] = &command;
    }
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {
-      // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.
-      return app.exit( error ) == 0 ? Cli::done : Cli::usage;
+      return Usage::ended( app, error );
    }
+   Cli::tableWidthIs( terminalColumns() );
    return runCommand( *declared.at( app.get_subcommands().front() ), arguments );
 }
 

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "config/Oddities.h"
 #include "control/LinkGuard.h"
 #include "hooks/ProgramHooks.h"
 
@@ -46,7 +47,8 @@ std::string neverShut( Lumo::IntfId intf ) {
 }
 
 std::vector<std::string> warningsOf( Service::MaintenanceService const & service, Box & box ) {
-   std::vector<std::string> warnings = service.warnings();
+   std::vector<std::string> warnings = Service::Config::oddities( service.config() );
+   for( std::string const & warning : service.warnings() ) warnings.push_back( warning );
    addAddresses( service, box, warnings );
    addHooks( service.config().stages.maintEnter, warnings );
    addHooks( service.config().stages.maintExit, warnings );

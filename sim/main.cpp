@@ -7,11 +7,14 @@
 #include <iterator>
 #include <optional>
 
+#include "Input.h"
 #include "config/Config.h"
 #include "plugin/Loader.h"
 #include "report/Plot.h"
 #include "report/Summary.h"
+#include "scenario/Remarks.h"
 #include "scenario/Scenario.h"
+#include "usage/Usage.h"
 
 namespace {
 
@@ -81,6 +84,7 @@ int simulate( Options const & options, std::istream & lines ) {
       if( config ) world.inTurn( [&] { world.agent().configIs( std::move( *config ) ); } );
       // A temporary: a plug-in that still runs is taken down after the summary, and what it says then answers no line.
       Sim::Scenario( world, std::cout ).run( lines );
+      for( std::string const & remark : Sim::remarks( world ) ) std::cerr << "maintsim: " << remark << "\n";
       if( options.summary ) std::cout << Report::summary( *history ) << std::flush;
       if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
    } catch( Sim::ScenarioError const & error ) {
@@ -105,15 +109,18 @@ int simulate( Options const & options, std::istream & lines ) {
 }  // namespace
 
 int main( int argc, char ** argv ) {
-   CLI::App app( "Runs the rate monitor on a virtual clock: what would this profile have done with that traffic?" );
+   CLI::App app( "Runs the rate monitor on a virtual clock: what would this profile have done with that traffic?",
+                 "maintsim" );
    Options options;
    app.set_version_flag( "--version", "maintsim " RATEMON_VERSION, "print the version and exit" );
    app.add_option( "FILE", options.file, "the scenario, one JSON object a line (default: standard input)" );
    app.add_option( "--config", options.config, "the service's configuration, before the first line (YAML)" )
       ->type_name( "FILE" );
-   app.add_option( "--start-time", options.startTime, "the virtual time at the start, in seconds" )
-      ->capture_default_str()
-      ->check( CLI::Range( 0.0, 1e12 ) );
+   app.add_option_function<std::string>(
+         "--start-time",
+         [&]( std::string const & text ) { options.startTime = Usage::clockSeconds( "--start-time", text ); },
+         "the virtual time at the start, in seconds (default: 1000)" )
+      ->type_name( "SECONDS" );
    app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
    app.add_flag( "--summary", options.summary, "after the run, tables of what became of units and interfaces" );
    app.add_option( "--plot", options.plot, "after the run, draw it as a timeline into this file (SVG)" )
@@ -121,14 +128,8 @@ int main( int argc, char ** argv ) {
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {
-      // CLI11 has exit statuses of its own for each kind of mistake; ours are three.
-      return app.exit( error ) == 0 ? done : usage;
+      return Usage::ended( app, error );
    }
-   if( options.file.empty() ) return simulate( options, std::cin );
-   std::ifstream lines( options.file );
-   if( !lines ) {
-      std::cerr << "maintsim: " << options.file << " cannot be read\n";
-      return usage;
-   }
-   return simulate( options, lines );
+   Input input( options.file );
+   return input.lines() ? simulate( options, *input.lines() ) : usage;
 }

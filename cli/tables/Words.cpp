@@ -41,12 +41,4 @@ std::string counted( std::size_t count, std::string const & what ) {
    return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
 }
 
-std::string listed( std::vector<std::string> const & names, std::size_t most ) {
-   // One that is left out would not take more room than the words for it.
-   std::size_t const shown = names.size() <= most + 1 ? names.size() : most;
-   std::string text;
-   for( std::size_t i = 0; i < shown; ++i ) text += ( i == 0 ? "" : ", " ) + names[i];
-   return shown == names.size() ? text : text + " and " + std::to_string( names.size() - shown ) + " more";
-}
-
 }  // namespace Cli

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "kel/NearMiss.h"
 #include "tables/Table.h"
 
 namespace Cli {
@@ -14,7 +15,6 @@ namespace Cli {
 
 // "1 interface", "3 interfaces"
 [[nodiscard]] std::string counted( std::size_t count, std::string const & what );
-// "a, b, c", and of more than `most` the first and how many there are besides: "a, b and 40 more".
-[[nodiscard]] std::string listed( std::vector<std::string> const & names, std::size_t most );
+using Kel::listed;
 
 }  // namespace Cli

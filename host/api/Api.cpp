@@ -10,6 +10,7 @@
 #include "api/WatchStream.h"
 #include "dovra/StatePath.h"
 #include "kel/Json.h"
+#include "kel/NearMiss.h"
 
 namespace Host {
 
@@ -18,6 +19,11 @@ using Service::UnitService;
 using Path = Target::Path;
 
 namespace {
+
+// As many names as somebody reads.
+constexpr std::size_t mostNames = 20;
+
+std::vector<Kel::String8> texts( std::vector<std::string> const & names ) { return { names.begin(), names.end() }; }
 
 HttpAnswer json( Kel::Value const & body, unsigned status = 200 ) { return { status, Kel::toJson( body ) + "\n" }; }
 
@@ -139,6 +145,7 @@ std::span<Api::Route const> Api::routes() {
       { "GET", { "windows" }, []( Api & api, A & ) { return json( value( api.windows_.windows() ) ); } },
       { "GET", { "windows", "*" }, []( Api & api, A & a ) { return api.windowsOf( a.names[0] ); } },
       { "GET", { "windows", "*", "*" }, []( Api & api, A & a ) { return api.window( a.names[0], a.names[1] ); } },
+      { "GET", { "state" }, []( Api & api, A & a ) { return api.state( a.names ); } },
       { "GET", { "state", "**" }, []( Api & api, A & a ) { return api.state( a.names ); } },
       { "GET", { "watch" }, []( Api & api, A & a ) { return watchAnswer( api.changes_, {}, a.parameters ); } },
       { "GET",
@@ -191,7 +198,11 @@ HttpAnswer Api::changeLevels( Asked const & asked ) {
 }
 
 HttpAnswer Api::noUnit( std::string const & name ) const {
-   return httpError( 404, "there is no unit \"" + name + "\"; the units are: " + service_.views().unitNames() );
+   std::vector<std::string> names;
+   for( auto const & unit : service_.config().units ) names.push_back( unit.name );
+   std::string const near = Kel::didYouMean( name, names );
+   std::string const units = names.empty() ? "there are none" : "the units are: " + Kel::listed( names, mostNames );
+   return httpError( 404, "there is no unit \"" + name + "\"" + ( near.empty() ? "; " + units : near ) );
 }
 
 template<class T>
@@ -201,7 +212,12 @@ HttpAnswer Api::ofUnit( std::string const & unit, std::optional<T> const & answe
 
 HttpAnswer Api::interface( std::string const & name ) const {
    Service::UnitsAnswer const answer{ .units = service_.views().explain( name ) };
-   if( answer.units.empty() ) return httpError( 404, "no unit has an interface \"" + name + "\"" );
+   if( answer.units.empty() ) {
+      std::vector<std::string> names;
+      for( auto const & group : service_.config().groups )
+         names.insert( names.end(), group.interfaces.begin(), group.interfaces.end() );
+      return httpError( 404, "no unit has an interface \"" + name + "\"" + Kel::didYouMean( name, names ) );
+   }
    return json( value( answer ) );
 }
 
@@ -306,15 +322,14 @@ HttpAnswer Api::dump() const {
 
 HttpAnswer Api::state( Path const & path ) const {
    try {
-      Kel::Value const found = Dovra::stateValue( database_, path );
+      Kel::Value const found = path.empty() ? Kel::Value() : Dovra::stateValue( database_, path );
       if( !found.isNull() ) return json( found );
-   } catch( Kel::AttributeError const & trouble ) {
+   } catch( Kel::AttributeError const & ) {
       // A path that no record can have; a null is one that no record has now. For a client both are nothing there.
-      return httpError( 404, trouble.what() );
    }
-   std::string text;
-   for( std::string const & component : path ) text += ( text.empty() ? "" : "/" ) + component;
-   return httpError( 404, "there is nothing at " + text );
+   auto const below = Dovra::stateBelow( database_, path );
+   if( !below.empty() ) return json( value( Kel::Value::Object{ { "below", value( texts( below ) ) } } ) );
+   return httpError( 404, Dovra::stateAbsence( database_, path ) );
 }
 
 }  // namespace Host

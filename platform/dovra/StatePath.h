@@ -43,6 +43,12 @@ struct StatePlace {
 [[nodiscard]] Kel::Value stateValue( EntityManager const & database, StateComponents const & path );
 [[nodiscard]] Kel::Value stateValue( EntityManager const & database, std::string_view path );
 
+// The names of what comes next where a path leads to no record but ends above some; those at the top for a path of no
+// components. In order, none twice; empty where nothing is below.
+[[nodiscard]] std::vector<std::string> stateBelow( EntityManager const & database, StateComponents const & path );
+// Of a path that leads to nothing: how far it leads, in a sentence, what is there instead, and what was probably meant.
+[[nodiscard]] std::string stateAbsence( EntityManager const & database, StateComponents const & path );
+
 // Sets an attribute or an entry. An entity takes an object of attributes, in its order: what is not named stays, keyed
 // attributes are merged. An entry of entities that is absent is made; the entities above it must exist.
 void stateValueIs( EntityManager const & database, StateComponents const & path, Kel::Value const & value );

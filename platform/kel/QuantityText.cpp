@@ -8,8 +8,14 @@
 namespace Kel {
 
 std::string numberText( double value, int decimals ) {
-   // The largest double has 309 digits before the point.
-   std::array<char, 400> digits{};
+   if( std::isnan( value ) ) return "?";
+   // Where whole numbers are no longer told apart, more digits would only be made up.
+   constexpr double exact = 1e15;
+   std::array<char, 64> digits{};
+   if( std::abs( value ) >= exact ) {
+      std::snprintf( digits.data(), digits.size(), "%.3g", value );
+      return digits.data();
+   }
    int const length = std::snprintf( digits.data(), digits.size(), "%.*f", decimals, value );
    std::string text( digits.data(), static_cast<std::size_t>( std::max( length, 0 ) ) );
    // The zeros of 100 count.
@@ -29,12 +35,16 @@ std::string rateText( double bitsPerSecond ) {
 }
 
 std::string durationText( double seconds ) {
-   if( seconds < 120 ) return numberText( seconds, 3 ) + " s";
+   // Also what is no number.
+   if( !( seconds >= 120 ) ) return numberText( seconds, 3 ) + " s";
    struct Unit {
       char const * name;
       double seconds;
    };
-   static constexpr std::array<Unit, 4> units{ { { "d", 86400 }, { "h", 3600 }, { "min", 60 }, { "s", 1 } } };
+   constexpr double day = 86400;
+   // Beyond that hours say nothing, and further on a double has none.
+   if( seconds >= 1e6 * day ) return numberText( std::floor( seconds / day ), 0 ) + " d";
+   static constexpr std::array<Unit, 4> units{ { { "d", day }, { "h", 3600 }, { "min", 60 }, { "s", 1 } } };
    // Rounded before it is taken apart: 3599.7 s is an hour.
    double const whole = std::round( seconds );
    auto const * const large =

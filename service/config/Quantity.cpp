@@ -11,7 +11,7 @@ namespace Service::Config {
 namespace {
 
 // One of the two factors is 1. A number divided by 1000 is rounded once; multiplied by 0.001, which is itself rounded,
-// it may be off in its last bit, and 700ms would not be the same as 0.7s.
+// it may be off in its last bit, and 700bps would not be the same as 0.7kbps.
 struct UnitOfMeasure {
    std::string_view suffix;
    double multiplier;
@@ -25,13 +25,6 @@ struct Dimension {
    double max;
 };
 
-constexpr std::array timeUnits = {
-   UnitOfMeasure{ "ms", 1, 1000 },
-   UnitOfMeasure{ "s", 1, 1 },
-   UnitOfMeasure{ "min", 60, 1 },
-   UnitOfMeasure{ "h", 3600, 1 },
-};
-
 constexpr std::array rateUnits = {
    UnitOfMeasure{ "bps", 1, 1000 },
    UnitOfMeasure{ "kbps", 1, 1 },
@@ -39,7 +32,6 @@ constexpr std::array rateUnits = {
    UnitOfMeasure{ "Gbps", 1e6, 1 },
 };
 
-constexpr Dimension duration = { "duration", "500ms, 10s, 5min or 2h", timeUnits, maxDurationSeconds };
 constexpr Dimension rate = { "rate", "0bps, 100kbps, 1Mbps or 2.5Gbps", rateUnits, std::numeric_limits<double>::max() };
 
 [[nodiscard]] Quantity refuse( std::string_view text, std::string_view why, Dimension const & dimension ) {
@@ -70,7 +62,7 @@ constexpr Dimension rate = { "rate", "0bps, 100kbps, 1Mbps or 2.5Gbps", rateUnit
 
    double number = 0;
    char const * const end = text.data() + text.size();
-   // Not by strtod(), whose decimal point is that of the locale; and without exponents, so that the "e3s" of "1e3s" is
+   // Not by strtod(), whose decimal point is that of the locale; and without exponents, so that the "e3kbps" of "1e3kbps" is
    // refused as an unknown unit.
    auto const [rest, error] = std::from_chars( text.data(), end, number, std::chars_format::fixed );
    if( error == std::errc::result_out_of_range ) return refuse( text, "is out of range", dimension );
@@ -80,7 +72,10 @@ constexpr Dimension rate = { "rate", "0bps, 100kbps, 1Mbps or 2.5Gbps", rateUnit
 
 }  // namespace
 
-Quantity durationSeconds( std::string_view text ) { return measure( text, duration ); }
+Quantity durationSeconds( std::string_view text ) {
+   auto const read = Kel::readDuration( text );
+   return { read.seconds, read.reason };
+}
 
 Quantity rateKbps( std::string_view text ) { return measure( text, rate ); }
 

@@ -1,7 +1,7 @@
-// Durations and traffic rates as a person writes them: a decimal number and, with no blank between, its unit.
+// Durations and traffic rates as a person writes them: decimal numbers with their units.
 //
-//   durations  500ms  10s  2.5min  2h           value in seconds
-//   rates      0bps  100kbps  1Mbps  2.5Gbps    value in kbps; bits, and 1000 to the next unit
+//   durations  500ms  10s  5m  1h30m  1d        value in seconds; kel/ReadDuration.h
+//   rates      0bps  100kbps  1Mbps  2.5Gbps    value in kbps; bits, and 1000 to the next unit; no blank between
 //
 // The unit is always required: a bare "10" has been read as minutes by one person and as milliseconds by the next.
 #pragma once
@@ -9,10 +9,11 @@
 #include <string>
 #include <string_view>
 
+#include "kel/ReadDuration.h"
+
 namespace Service::Config {
 
-// No duration is longer than what 32 bits of seconds hold (136 years).
-inline constexpr double maxDurationSeconds = 4294967295.0;
+using Kel::maxDurationSeconds;
 
 // A value, or the reason why the text is none; the reason is empty exactly when the value holds.
 struct Quantity {

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <map>
-#include <numeric>
 #include <sstream>
 #include <utility>
 
 #include <yaml-cpp/eventhandler.h>
+
+#include "kel/NearMiss.h"
 
 namespace Service::Config {
 
@@ -63,37 +64,6 @@ void refuseRepeatedKeys( std::vector<Entry> const & entries, Problems & problems
       addProblem( problems, entry.at,
                   "'" + entry.key + "' is given twice, first at line " + std::to_string( first->second ) );
    }
-}
-
-// Insertions, deletions and replacements that lead from one text to the other. Of the full table (Wagner and Fischer's)
-// only the present row is kept.
-[[nodiscard]] std::size_t editDistance( std::string_view from, std::string_view to ) {
-   std::vector<std::size_t> row( to.size() + 1 );
-   std::iota( row.begin(), row.end(), std::size_t{ 0 } );
-   for( std::size_t i = 0; i < from.size(); ++i ) {
-      std::size_t diagonal = std::exchange( row[0], i + 1 );
-      for( std::size_t j = 0; j < to.size(); ++j ) {
-         std::size_t const replaced = diagonal + ( from[i] == to[j] ? 0 : 1 );
-         diagonal = row[j + 1];
-         row[j + 1] = std::min( { replaced, diagonal + 1, row[j] + 1 } );
-      }
-   }
-   return row.back();
-}
-
-template<typename Text>
-[[nodiscard]] std::string nearest( std::string_view given, std::span<Text const> names ) {
-   // No more than two edits, and no more than half of what was written: a short text is near to every name. Of names
-   // that are equally near the first is suggested.
-   std::size_t best = std::min<std::size_t>( 2, given.size() / 2 ) + 1;
-   std::string_view found;
-   for( std::string_view const name : names ) {
-      std::size_t const distance = editDistance( given, name );
-      if( distance >= best ) continue;
-      best = distance;
-      found = name;
-   }
-   return found.empty() ? "" : "; did you mean '" + std::string( found ) + "'?";
 }
 
 }  // namespace
@@ -154,9 +124,13 @@ std::optional<bool> booleanOf( Value const & value, Problems & problems ) {
 }
 
 std::string suggestion( std::string_view given, std::span<std::string_view const> names ) {
-   return nearest( given, names );
+   std::string_view const near = Kel::nearMiss( given, names );
+   return near.empty() ? "" : "; did you mean '" + std::string( near ) + "'?";
 }
 
-std::string suggestion( std::string_view given, std::span<std::string const> names ) { return nearest( given, names ); }
+std::string suggestion( std::string_view given, std::span<std::string const> names ) {
+   std::vector<std::string_view> const views( names.begin(), names.end() );
+   return suggestion( given, std::span<std::string_view const>( views ) );
+}
 
 }  // namespace Service::Config

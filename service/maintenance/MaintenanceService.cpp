@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "kel/NearMiss.h"
 #include "links/HeldLinks.h"
 
 namespace Service {
@@ -103,13 +104,21 @@ void MaintenanceService::tellOf( Lumo::IntfId intf, Told what ) const {
    events_->tell( what );
 }
 
+// Of a link that is not there: one that is, and has nearly its name.
+std::string MaintenanceService::meant( Lumo::IntfId intf ) const {
+   if( state_.intfStatus->intfStatus( intf ) ) return "";
+   std::vector<std::string> names;
+   for( auto const [link, status] : state_.intfStatus->intfStatusIteratorConst() ) names.emplace_back( link.name() );
+   return Kel::didYouMean( intf.name(), names );
+}
+
 std::vector<std::string> MaintenanceService::warnings() const {
    std::vector<std::string> found;
    for( Config::Unit const & unit : config().units ) {
       for( Lumo::IntfId const intf : records_.interfacesOf( unit.name ) ) {
          std::string const trouble = units_.neverProven( intf );
          if( trouble.empty() ) continue;
-         found.push_back( "unit " + unit.name + ": " + std::string( intf.name() ) + ": " + trouble );
+         found.push_back( "unit " + unit.name + ": " + std::string( intf.name() ) + ": " + trouble + meant( intf ) );
       }
       for( Lumo::IntfId const intf : units_.shutBy( unit.name, {} ) ) {
          std::string const trouble = units_.neverShut( intf );

@@ -68,6 +68,7 @@ class MaintenanceService {
    [[nodiscard]] Views const & views() const { return views_; }
 
  private:
+   [[nodiscard]] std::string meant( Lumo::IntfId intf ) const;
    void tellTakenOver() const;
    void tellOf( Lumo::IntfId intf, Told what ) const;
 

@@ -10,6 +10,18 @@ namespace {
 
 using Kel::Value;
 
+// What the parser says of a text that is none, for people.
+char const * meaning( boost::json::error_code const & error ) {
+   using E = boost::json::error;
+   if( error == E::incomplete ) return "it ends before it is complete";
+   if( error == E::too_deep ) return "it is nested too deeply";
+   if( error == E::illegal_leading_surrogate || error == E::illegal_trailing_surrogate ||
+       error == E::expected_hex_digit || error == E::expected_utf16_escape )
+      return "a \\u is followed by four hexadecimal digits that make a character";
+   if( error == E::exponent_overflow ) return "the exponent of this number is too large";
+   return "something else has to stand here, such as a quote, a comma or a bracket";
+}
+
 // Builds the tree from the parser's events. The parser tells of a token when it has ended and not where it began; it is
 // therefore fed one byte at a time, and this notes at which byte a token begins.
 class Builder {
@@ -162,11 +174,11 @@ Json parseJson( std::string_view line ) {
       if( !taken && !error ) throw LineError( position + 1, "this is no JSON: the object has ended before" );
    }
    // The loop has already gone one byte on, which makes of the position, counted from 0, the column, counted from 1.
-   if( error ) throw LineError( position, "this is no JSON: " + error.message() );
+   if( error ) throw LineError( position, "this is no JSON: " + std::string( meaning( error ) ) );
    // Told that nothing more comes, the parser reports a number at the end, or that the line breaks off.
    parser.handler().positionIs( line.size() );
    parser.write_some( false, "", 0, error );
-   if( error ) throw LineError( line.size() + 1, "this is no JSON: " + error.message() );
+   if( error ) throw LineError( line.size() + 1, "this is no JSON: " + std::string( meaning( error ) ) );
    return parser.handler().take();
 }
 

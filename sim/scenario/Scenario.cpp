@@ -7,6 +7,7 @@
 #include "brisklog/Brisklog.h"
 #include "kel/Json.h"
 #include "kel/LogHandle.h"
+#include "kel/NearMiss.h"
 #include "kel/Trace.h"
 #include "records/Names.h"
 #include "scenario/Arguments.h"
@@ -165,7 +166,11 @@ void Scenario::execute( Json const & line ) {
    if( v.name == "enter" ) return serviceLines_.enter( *v.argument, v.second );
    if( v.name == "advance" ) throw LineError( line.column, "time does not move within a batch" );
    auto const act = acts.find( v.name );
-   if( act == acts.end() ) throw LineError( line.column, "there is no line \"" + v.name + "\"" );
+   if( act == acts.end() ) {
+      std::vector<std::string> names{ "set", "enter", "advance" };
+      for( auto const & [name, does] : acts ) names.emplace_back( name );
+      throw LineError( line.column, "there is no line \"" + v.name + "\"" + Kel::didYouMean( v.name, names ) );
+   }
    act->second( *this, *v.argument );
 }
 
@@ -182,7 +187,14 @@ void Scenario::del( Json const & path ) {
 
 void Scenario::get( Json const & path ) {
    auto const place = components( path );
-   Value const value = atColumn( path.column, [&] { return Dovra::stateValue( *world_.database(), place ); } );
+   Value const value = atColumn( path.column, [&] {
+      // What is not there yet is null; a path that can lead nowhere is a mistake, and what there is instead helps.
+      try {
+         return Dovra::stateValue( *world_.database(), place );
+      } catch( Kel::AttributeError const & ) {
+         throw Kel::AttributeError( Dovra::stateAbsence( *world_.database(), place ) );
+      }
+   } );
    print( { { "get", path.value() }, { "value", value } } );
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "kel/Json.h"
+#include "kel/NearMiss.h"
 #include "maintenance/MaintenanceService.h"
 #include "scenario/Arguments.h"
 
@@ -178,8 +179,11 @@ Service::MaintenanceService & ServiceLines::runningService( std::size_t column )
 }
 
 void ServiceLines::unknownUnit( Json const & unit, std::string const & name ) const {
-   std::string const names = service( unit.column ).views().unitNames();
-   throw LineError( unit.column, "there is no unit \"" + name + "\"; units: " + names );
+   std::vector<std::string> names;
+   for( auto const & each : service( unit.column ).config().units ) names.push_back( each.name );
+   std::string const near = Kel::didYouMean( name, names );
+   throw LineError( unit.column, "there is no unit \"" + name + "\"" +
+                                    ( near.empty() ? "; units: " + Kel::listed( names, 20 ) : near ) );
 }
 
 }  // namespace Sim

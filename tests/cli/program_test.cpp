@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "Maintctl.h"
+#include "brisklog/Brisklog.h"
 
 namespace Cli {
 namespace {
@@ -53,7 +54,7 @@ TEST_F( Program, aRefusalIsStatusFourAndALineForEachReason ) {
    EXPECT_EQ( reloaded.status, 4 );
    EXPECT_EQ( reloaded.err, "maintctl: busy\n" );
    // One that is misspelt, or a variable that was not set.
-   for( auto const & words : { Words{ "enter", "" }, Words{ "enter", "fabric", "--without" }, Words{ "get", "" } } ) {
+   for( auto const & words : { Words{ "enter", "" }, Words{ "enter", "fabric", "--without" } } ) {
       EXPECT_EQ( maintctl( words ).status, 2 ) << words.front();
    }
    // A wait for what is not begun would never end.
@@ -193,6 +194,82 @@ TEST_F( Program, releaseIsMaintdsOwn ) {
    auto const none = maintctl( { "release", "--all" }, alone );
    EXPECT_EQ( none.status, 1 );
    EXPECT_THAT( none.err, StartsWith( "maintctl: maintd, which knows which links it holds, cannot be run: " ) );
+}
+
+// Each ends with status 2, asks the daemon for nothing, and says in a sentence what is wrong.
+TEST_F( Program, mistakesAreToldInASentence ) {
+   struct {
+      Words words;
+      char const * said;
+   } const cases[] = {
+      { {}, "which command? They are: status, units, " },
+      { { "statsu" }, "there is no command \"statsu\"; did you mean \"status\"?" },
+      { { "frobnicate", "fabric" }, "there is no command \"frobnicate\"\n" },
+      { { "status", "--jsno" }, "maintctl status has no option \"--jsno\"; did you mean \"--json\"?" },
+      { { "status", "--sokcet=x" }, "maintctl status has no option \"--sokcet\"; did you mean \"--socket\"?" },
+      { { "units", "fabric" }, "maintctl units has no use for \"fabric\"" },
+      { { "enter" }, "enter needs UNIT, the unit's name: maintctl enter UNIT" },
+      { { "enter", "" }, "UNIT is empty" },
+      { { "status", "a\nb" }, "UNIT has control characters: \"a?b\"" },
+      { { "explain", std::string( 300, 'x' ) }, "INTERFACE is longer than any name may be: 300 bytes, and 63 are" },
+      { { "enter", "u", "--wait", "--timeout" }, "--timeout needs a value" },
+      { { "enter", "u", "--wait", "--timeout", "-1" }, "--timeout '-1s' is negative" },
+      { { "enter", "u", "--wait", "--timeout", "99999999999999d" },
+        "--timeout '99999999999999d' is longer than 136 y" },
+      { { "enter", "u", "--wait", "--timeout", "soon" }, "--timeout 'soon' is not a number with a unit; write a dura" },
+      { { "enter", "u", "--timeout", "5m" }, "--timeout only goes with --wait" },
+      { { "enter", "u", "--wait", "--dry-run" }, "--dry-run and --wait do not go together" },
+      { { "enter", "u", "--json=3" }, "--json takes no value" },
+      { { "report", "u", "--generation", "-1" }, "--generation is a whole number from 0 to 4294967295, not \"-1\"" },
+      { { "release" }, "release needs INTERFACE or --all" },
+      { { "trace", "-n", "many" }, "-n is a whole number" },
+      { { "trace", "--since", "tomorrow" }, "--since is how long ago, as 5m, or a time, as 14:05 or " },
+      { { "trace", "--levels", "1,x" }, "--levels \"x\" is no level; levels are numbers from 0 to 31" },
+   };
+   daemonAnswers( {} );
+   for( auto const & [words, said] : cases ) {
+      auto const result = maintctl( words );
+      EXPECT_EQ( result.status, 2 ) << said;
+      EXPECT_THAT( result.err, StartsWith( std::string( "maintctl: " ) + said ) );
+      EXPECT_EQ( result.out, "" ) << said;
+   }
+   EXPECT_EQ( requests(), "" );
+   // As people write them, and the socket behind the command as well as before it.
+   daemonAnswers( { { "POST /v1/units/u/exit", { started( "exit" ) } },
+                    { "GET /v1/units/u", { ok( unit( "active", "", "quiet", true ) ) } } } );
+   for( char const * time : { "5m", "1min30s", "10", "1d" } ) {
+      EXPECT_EQ( maintctl( { "exit", "u", "--wait", "--timeout", time, "--socket", path( "socket" ) } ).status, 0 );
+   }
+}
+
+TEST_F( Program, whatLiesBelowAPathIsListed ) {
+   Reply const below{ 200, R"({"below": ["interface", "unit"]})" };
+   daemonAnswers( { { "GET /v1/state", { below } },
+                    { "GET /v1/state/maintenance", { below } },
+                    { "GET /v1/state/record", { { 200, R"({"below": 3})" } } } } );
+   EXPECT_EQ( maintctl( { "get", "/maintenance/" } ).out, "maintenance/interface\nmaintenance/unit\n" );
+   EXPECT_EQ( maintctl( { "get" } ).out, "interface\nunit\n" );
+   EXPECT_EQ( maintctl( { "get", "" } ).out, "interface\nunit\n" );
+   EXPECT_EQ( maintctl( { "get", "record" } ).out, "{\"below\": 3}" );
+   EXPECT_EQ( maintctl( { "get", "maintenance", "--json" } ).out, below.body );
+}
+
+TEST_F( Program, aTraceCanBeShortened ) {
+   Brisklog::ringIs( Brisklog::RingFile::create( path( "socket.trace" ), 32768 ) );
+   for( char const * message : { "first", "second", "third" } ) BRISKLOG( 3, "{}", message );
+   Brisklog::ringIs( Brisklog::RingFile::anonymous( 32768 ) );
+   auto const lines = [&]( Words const & words ) {
+      std::string const out = maintctl( words ).out;
+      return std::count( out.begin(), out.end(), '\n' );
+   };
+   EXPECT_THAT( maintctl( { "trace", "-n", "1" } ).out, ::testing::EndsWith( "  3  third\n" ) );
+   EXPECT_EQ( lines( { "trace", "-n", "2" } ), 2 );
+   EXPECT_EQ( lines( { "trace", "-n", "9" } ), 3 );
+   EXPECT_EQ( lines( { "trace", "--since", "1h" } ), 3 );
+   EXPECT_EQ( lines( { "trace", "--since", "2001-01-01 12:00" } ), 3 );
+   EXPECT_EQ( lines( { "trace", "--since", "0s" } ), 0 );
+   EXPECT_EQ( lines( { "trace", "--since", "2100-01-01" } ), 0 );
+   EXPECT_EQ( lines( { "trace", "--since", "1h", "-n", "1" } ), 1 );
 }
 
 }  // namespace

@@ -265,6 +265,26 @@ TEST_F( ByText, reads ) {
    for( auto const & [path, expected] : cases ) EXPECT_EQ( get( std::string_view( path ) ), expected ) << path;
 }
 
+TEST_F( ByText, ofAPathThatLeadsNowhereSaysWhatThereIsInstead ) {
+   EXPECT_THAT( Dovra::stateBelow( *database_, {} ), ::testing::IsSupersetOf( { "lag", "maintenance", "stage" } ) );
+   EXPECT_THAT( Dovra::stateBelow( *database_, {} ), ::testing::Not( ::testing::Contains( "cell" ) ) );
+   EXPECT_THAT( Dovra::stateBelow( *database_, { "stage", "maintEnter" } ), ::testing::Contains( "progress" ) );
+   EXPECT_THAT( Dovra::stateBelow( *database_, { "lag", "config" } ), ::testing::IsEmpty() );
+   struct {
+      Path path;
+      char const * said;
+   } const cases[] = {
+      { { "laq", "config" }, "there is no \"laq\" at the top; did you mean \"lag\"? There are: " },
+      { { "lag/config", "phyIntff" }, "there is no \"phyIntff\" in lag/config; did you mean \"phyIntf\"? There are: " },
+      { { "lag", "config", "phyIntf", "none" }, "there is no \"none\" in lag/config/phyIntf; there are: Ethernet1, " },
+      { { "stage", "maintEnter" }, "there is no record at stage/maintEnter; below it there are: " },
+      { { "maintenance/unit/status", "status", "fabric", "genId", "x", "y" },
+        "maintenance/unit/status/status/fabric/genId is one value, and nothing is below it" },
+   };
+   for( auto const & [path, said] : cases )
+      EXPECT_THAT( Dovra::stateAbsence( *database_, path ), ::testing::StartsWith( said ) );
+}
+
 TEST_F( ByText, writesThatDoNotFitChangeNothingAndSayWhere ) {
    Value const one = Kel::value( uint32_t{ 1 } );
    struct Case {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -19,7 +20,11 @@ TEST( QuantityText, threeDigitsOfARateAndTheUnitThatFits ) {
                                                                                   { 4e6, "4 Mbps" },
                                                                                   { 9.876e9, "9.88 Gbps" },
                                                                                   { 9.999e5, "1 Mbps" },
-                                                                                  { 4e15, "4000 Tbps" } } ) {
+                                                                                  { 4e15, "4000 Tbps" },
+                                                                                  { 1e300, "1e+288 Tbps" },
+                                                                                  { -1e300, "-1e+300 bps" },
+                                                                                  { NAN, "? bps" },
+                                                                                  { INFINITY, "inf Tbps" } } ) {
       EXPECT_EQ( rateText( bits ), text );
    }
 }
@@ -32,7 +37,11 @@ TEST( QuantityText, theTwoLargestUnitsOfADuration ) {
                                                                                      { 750, "12 min 30 s" },
                                                                                      { 3599.7, "1 h" },
                                                                                      { 7500, "2 h 5 min" },
-                                                                                     { 2592000, "30 d" } } ) {
+                                                                                     { 2592000, "30 d" },
+                                                                                     { -3, "-3 s" },
+                                                                                     { 1e300, "1.16e+295 d" },
+                                                                                     { INFINITY, "inf d" },
+                                                                                     { NAN, "? s" } } ) {
       EXPECT_EQ( durationText( seconds ), text );
    }
 }

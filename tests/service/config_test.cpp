@@ -1,5 +1,6 @@
 // The configuration file of maintd: what a good file gives, and where and why a bad one is refused.
 #include "config/Config.h"
+#include "config/Oddities.h"
 
 #include <algorithm>
 #include <fstream>
@@ -313,6 +314,12 @@ TEST( Quantities, areReadToTheLastBit ) {
       { durationSeconds, "2.5min", 150 },
       { durationSeconds, "2h", 7200 },
       { durationSeconds, "0s", 0 },
+      { durationSeconds, "5m", 300 },
+      { durationSeconds, "1d", 86400 },
+      { durationSeconds, "1min30s", 90 },
+      { durationSeconds, "1h30m", 5400 },
+      { durationSeconds, "12 min 30.5 s", 750.5 },
+      { durationSeconds, "1d2h3m4s5ms", 93784.005 },
       { durationSeconds, "4294967295s", 4294967295.0 },
       { rateKbps, "0bps", 0 },
       { rateKbps, "1bps", 0.001 },
@@ -338,13 +345,18 @@ TEST( Quantities, areRefusedWithTheirReason ) {
       { durationSeconds, "inf", "is not a number" },
       { durationSeconds, "+1s", "is not a number" },
       { durationSeconds, "10", "has no unit" },
-      { durationSeconds, "10 s", "unknown unit ' s'" },
-      { durationSeconds, "5m", "unknown unit 'm'" },
-      { durationSeconds, "1e3s", "unknown unit 'e3s'" },
+      { durationSeconds, "1m1h", "largest down" },
+      { durationSeconds, "1m 2min", "largest down" },
+      { durationSeconds, "1.5h30m", "fraction before" },
+      { durationSeconds, "1h30", "has no unit" },
+      { durationSeconds, "5fortnights", "unknown unit 'fortnights'" },
+      { durationSeconds, "1e3s", "unknown unit 'e'" },
       { durationSeconds, "1.2.3s", "unknown unit" },
       { durationSeconds, "-0s", "is negative" },
-      { durationSeconds, "4294967296s", "too large" },
-      { durationSeconds, "1193047h", "too large" },
+      { durationSeconds, "4294967296s", "longer than 136 years" },
+      { durationSeconds, "1193047h", "longer than 136 years" },
+      { durationSeconds, "49710d6h28min16s", "longer than 136 years" },
+      { durationSeconds, std::string( 400, '9' ) + "d", "longer than 136 years" },
       { rateKbps, "1kBps", "unknown unit 'kBps'" },
       { rateKbps, "1mbps", "unknown unit 'mbps'" },
       { rateKbps, "-1kbps", "is negative" },
@@ -355,6 +367,44 @@ TEST( Quantities, areRefusedWithTheirReason ) {
       Quantity const quantity = c.measure( c.text );
       EXPECT_NE( quantity.reason.find( c.reason ), std::string::npos ) << c.text << ": " << quantity.reason;
    }
+}
+
+TEST( Oddities, areSaidOfWhatHoldsAndIsHardlyMeant ) {
+   auto const of = []( std::string const & profiles, std::string const & groups, std::string const & units ) {
+      return oddities(
+         parse( "profiles: {" + profiles + "}\ndefault-profile: p\ngroups: {" + groups + "}\nunits: {" + units + "}\n",
+                "f" ) );
+   };
+   std::string const p = "p: { threshold: 1Mbps }";
+   std::string const g = "g: { interfaces: [a] }";
+   std::string const u = "u: { groups: [g] }";
+   std::string const h = ", h: { interfaces: [a, b], profile: q }";
+   struct {
+      std::vector<std::string> found;
+      std::vector<std::string> expected;
+   } const cases[] = {
+      { of( p, g, u ), {} },
+      { of( p + ", q: { threshold: 1Mbps }", g, u ), { "profile q: no group names it, and it is not the default" } },
+      { of( "p: { threshold: 1bps }", g, u ),
+        { "profile p: its threshold of 1 bps is below what an idle link carries, such as LLDP: it may never be met" } },
+      { of( "p: { threshold: 100bps, load-interval: 9s }", g, u ),
+        { "profile p: its load-interval of 9 s is shorter than its sample-interval of 10 s: a single quiet sample "
+          "counts "
+          "as proof" } },
+      { of( "p: { threshold: 1Mbps, load-interval: 10s }", g, u ), {} },
+      { of( "p: { threshold: 1Mbps, load-interval: 30min }", g, u ),
+        { "profile p: its load-interval of 30 min does not fit into the timeout of the stage ratemon, 30 min: it "
+          "always "
+          "runs out" } },
+      { of( p, g + ", h: { interfaces: [] }", u + ", v: { groups: [h] }" ),
+        { "unit v: it has no interfaces, so there is nothing to prove" } },
+      { of( p, g + ", h: { interfaces: [b] }", u ), { "group h: no unit has it" } },
+      { of( p + ", q: { threshold: 1Mbps }", g + h, u + ", v: { groups: [h] }" ),
+        { "a: in the groups g (profile p), h (profile q); the profile p counts, as its group is written first, unless "
+          "only units of another are in maintenance" } },
+      { of( p, g + ", h: { interfaces: [a], profile: p }", u + ", v: { groups: [h] }" ), {} },
+   };
+   for( auto const & [found, expected] : cases ) EXPECT_EQ( found, expected );
 }
 
 }  // namespace

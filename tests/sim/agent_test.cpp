@@ -96,7 +96,7 @@ TEST_F( AgentStory, saysWhereALineOfTheServiceIsWrong ) {
    run( start );
    for( std::string const verb : { "enter", "exit", "status", "ready" } ) {
       EXPECT_THAT( run( "{\"" + verb + "\": \"fabrik\"}" ),
-                   ElementsAre( HasSubstr( ": there is no unit \"fabrik\"; units: fabric" ) ) )
+                   ElementsAre( HasSubstr( ": there is no unit \"fabrik\"; did you mean \"fabric\"?" ) ) )
          << verb;
       EXPECT_THAT( run( "{\"" + verb + "\": 1}" ), ElementsAre( HasSubstr( "a unit's name is wanted here" ) ) ) << verb;
    }
@@ -325,6 +325,38 @@ TEST_F( ConfigFile, standsBeforeTheFirstLine ) {
                                           EndsWith( "\n2\n" ), Not( HasSubstr( "request" ) ) ) );
    EXPECT_EQ( run( "/no/where.yaml", lines ), "maintsim: /no/where.yaml cannot be read\n2\n" );
    EXPECT_EQ( run( "/", lines ), "maintsim: / cannot be read\n2\n" );
+}
+
+// Each is said on standard error, with status 2, and nobody waits for lines that do not come.
+TEST_F( ConfigFile, mistakesOfSomebodyNewAreSaid ) {
+   auto const run = []( std::string const & arguments ) {
+      std::string const command = "'" RATEMON_MAINTSIM_PATH "' " + arguments + " 2>&1 >/dev/null; echo $?";
+      std::FILE * const pipe = ::popen( command.c_str(), "r" );
+      std::string text;
+      char chunk[4096];
+      for( std::size_t n = 0; ( n = std::fread( chunk, 1, sizeof chunk, pipe ) ) > 0; ) text.append( chunk, n );
+      ::pclose( pipe );
+      return text;
+   };
+   EXPECT_EQ( run( folder_.string() ),
+              "maintsim: " + folder_.string() + " is a directory, and a scenario is a file\n2\n" );
+   EXPECT_EQ( run( "/no/where" ), "maintsim: there is no file /no/where\n2\n" );
+   EXPECT_THAT( run( "--sumary /no/where" ),
+                StartsWith( "maintsim: maintsim has no option \"--sumary\"; did you mean" ) );
+   EXPECT_THAT( run( "--start-time soon" ),
+                StartsWith( "maintsim: --start-time is a number of seconds from 0 to 1e12" ) );
+   std::string const lines =
+      file( "raw.jsonl", R"({"set": ["group/status/interface","status","g"], "to": {"intf": {"Lo1": true}}}
+{"set": ["maintenance/unit/status","status","u"], "to": {"genId": 1, "group": {"intf:g": true}}}
+{"set": ["maintenance/unit/status","status","u"], "to": {"maintEnterInstanceName": "u#1", "state": 2}}
+{"start": {}}
+{"advance": 60}
+)" );
+   EXPECT_EQ( run( lines ),
+              "maintsim: unit u is entering as u#1, of which there is no record in stage/maintEnter/progress: the rate "
+              "monitor does nothing for it\n"
+              "maintsim: unit u: Lo1 has the name of no interface that the rate monitor watches (Ethernet1, "
+              "Port-Channel1, Vlan1), so nobody waits for it\n0\n" );
 }
 
 }  // namespace Test

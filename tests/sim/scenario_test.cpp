@@ -131,13 +131,13 @@ TEST_F( Scenario, saysWhereALineIsWrong ) {
       char const * error;
    };
    for( auto const & [line, error] : std::vector<Case>{
-           { R"({"advance": 1)", "line 1, column 14: this is no JSON: incomplete JSON" },
+           { R"({"advance": 1)", "line 1, column 14: this is no JSON: it ends before it is complete" },
            { R"({"advance": tru})", "line 1, column 16: this is no JSON" },
            { R"({"advance": 1} x)", "line 1, column 16: this is no JSON" },
            { R"([1])", "column 1: an object is wanted here, not a list" },
            { R"({})", "column 1: this object says nothing to do" },
-           { R"({"advanse": 1})", "column 1: there is no line \"advanse\"" },
-           { R"({"get": ["", "x"]})", "nothing is mounted" },
+           { R"({"advanse": 1})", "column 1: there is no line \"advanse\"; did you mean \"advance\"?" },
+           { R"({"get": ["", "x"]})", "there is no \"\" at the top; there are: " },
            { R"({"advance": -1})", "column 13: time must not be negative" },
            { R"({"advance": 1e999})", "column 13: this number is out of range" },
            { R"({"advance": "1"})", "column 13: wants a number, not a string" },
@@ -146,8 +146,8 @@ TEST_F( Scenario, saysWhereALineIsWrong ) {
            { R"({"set": ["a"]})", "column 1: \"set\" needs a \"to\"" },
            { R"({"batch": [{"get": ["lag/config"]}, {"advance": 1}]})",
              "column 37: time does not move within a batch" },
-           { R"({"get": ["no/where"]})", "column 9: nothing is mounted at or above \"no/where\"" },
-           { R"({"get": ["lag/config", "phyIntff"]})", "column 9: lag/config has no attribute \"phyIntff\"" },
+           { R"({"get": ["no/where"]})", "column 9: there is no \"no/where\" at the top; there are: " },
+           { R"({"get": ["lag/config", "phyIntff"]})", "column 9: there is no \"phyIntff\" in lag/config; did you mean \"phyIntf\"?" },
            { R"({"set": ["interface/status/all","intfStatus","Ethernet1"], "to": {"operStatus": 77}})",
              "column 66: interface/status/all/intfStatus/Ethernet1: the attribute \"operStatus\" wants" },
            { R"({"set": ["group/status/interface","status","g"], "to": {"intf": {"Ethernet1": false}}})",
