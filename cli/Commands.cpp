@@ -20,7 +20,11 @@ int complain( Answer const & answer ) {
    ExitStatus const status = answer.status == 409 ? refused : failed;
    auto const reasons = texts( answer.body.get_object(), "why" );
    if( reasons.empty() ) return complain( answer.error(), status );
-   for( std::string const & reason : reasons ) complain( reason );
+   // More alike nobody reads.
+   constexpr std::size_t most = 20;
+   std::size_t const told = reasons.size() <= most + 1 ? reasons.size() : most;
+   for( std::size_t i = 0; i < told; ++i ) complain( reasons[i] );
+   if( told < reasons.size() ) complain( "... and " + std::to_string( reasons.size() - told ) + " reasons more" );
    return status;
 }
 

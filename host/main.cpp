@@ -16,6 +16,7 @@
 #include "log/SystemLog.h"
 #include "plugin/Loader.h"
 #include "store/Release.h"
+#include "usage/Usage.h"
 
 namespace {
 
@@ -179,7 +180,8 @@ int run( Arguments & arguments ) {
 }  // namespace
 
 int main( int argc, char ** argv ) {
-   CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back." );
+   CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back.",
+                 "maintd" );
    Arguments arguments;
    addOptions( app, arguments );
    try {
@@ -188,8 +190,7 @@ int main( int argc, char ** argv ) {
       if( !arguments.release && ( arguments.all || arguments.list || !arguments.names.empty() ) )
          throw CLI::RequiresError( "LINK", "--release" );
    } catch( CLI::ParseError const & error ) {
-      // --help arrives as an exception too, with status 0. The library's other numbers give way to ours.
-      return app.exit( error ) == 0 ? stopped : usage;
+      return Usage::ended( app, error );
    }
    // What counts is whether the option was given, not whether its text is empty: "" stands for none.
    auto & options = arguments.options;

@@ -14,6 +14,7 @@
 #include "report/Summary.h"
 #include "scenario/Remarks.h"
 #include "scenario/Scenario.h"
+#include "tables/Printable.h"
 #include "usage/Usage.h"
 
 namespace {
@@ -84,14 +85,16 @@ int simulate( Options const & options, std::istream & lines ) {
       if( config ) world.inTurn( [&] { world.agent().configIs( std::move( *config ) ); } );
       // A temporary: a plug-in that still runs is taken down after the summary, and what it says then answers no line.
       Sim::Scenario( world, std::cout ).run( lines );
-      for( std::string const & remark : Sim::remarks( world ) ) std::cerr << "maintsim: " << remark << "\n";
-      if( options.summary ) std::cout << Report::summary( *history ) << std::flush;
+      for( std::string const & remark : Sim::remarks( world ) )
+         std::cerr << "maintsim: " << Cli::printable( remark ) << "\n";
+      if( options.summary ) std::cout << Cli::printableLines( Report::summary( *history ) ) << std::flush;
       if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
    } catch( Sim::ScenarioError const & error ) {
-      std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << error.what() << "\n";
+      std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << Cli::printable( error.what() )
+                << "\n";
       return usage;
    } catch( Service::Config::ConfigError const & error ) {
-      std::cerr << error.what() << "\n";
+      std::cerr << Cli::printableLines( error.what() ) << "\n";
       return usage;
    } catch( ConfigFileError const & error ) {
       std::cerr << "maintsim: " << error.what() << "\n";

@@ -1,6 +1,7 @@
 #include "tables/Changes.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "tables/Units.h"
 #include "tables/Words.h"
@@ -22,7 +23,9 @@ std::string settledText( Object const & unit ) {
 // "up1: loud, out 4 Mbps, has to fall below 100 kbps"
 std::string lineOf( Object const & intf ) {
    std::string const why = text( intf, "why" );
-   return text( intf, "interface" ) + ": " + standing( intf ) + ( why.empty() ? "" : ", " + why );
+   // That it needs more time the reason says, too, and how much.
+   std::string const verdict = yes( intf, "settled" ) ? standing( intf ) : text( intf, "verdict" );
+   return text( intf, "interface" ) + ": " + verdict + ( why.empty() ? "" : ", " + why );
 }
 
 std::string pace( Object const & intf ) { return text( intf, "pace" ); }
@@ -53,23 +56,11 @@ std::vector<Object const *> Changes::changed( Object const & unit ) {
    return found;
 }
 
-std::vector<std::string> Changes::next( Object const & unit ) {
-   std::string const state = text( unit, "state" );
-   std::string const stage = text( unit, "stage" );
-   bool const first = stands_.empty();
-   bool const proof = state == "entering" || state == "inMaintenance";
-   std::vector<std::string> lines;
-   if( std::string const stands = state + "/" + stage; stands != stands_ ) {
-      stands_ = stands;
-      lines.push_back( word( state ) + ( stage.empty() ? "" : ", stage " + stage ) +
-                       ( proof ? ", " + settledText( unit ) : "" ) );
-   }
-   // On its way out it waits for none of them.
-   if( !proof ) return lines;
+std::vector<std::string> Changes::interfaceLines( Object const & unit ) {
    std::map<std::string, std::vector<Object const *>> alike;
    auto const news = changed( unit );
    for( Object const * const intf : news ) alike[standing( *intf ) + "/" + pace( *intf )].push_back( intf );
-   std::size_t const before = lines.size();
+   std::vector<std::string> lines;
    for( Object const * const intf : news ) {
       auto & group = alike[standing( *intf ) + "/" + pace( *intf )];
       if( group.size() > mostAlone ) {
@@ -79,8 +70,26 @@ std::vector<std::string> Changes::next( Object const & unit ) {
          lines.push_back( lineOf( *intf ) );
       }
    }
-   // How far it is, at the end of what has brought it there.
-   if( !first && lines.size() > before && before == 0 ) lines.back() += " (" + settledText( unit ) + ")";
+   return lines;
+}
+
+std::vector<std::string> Changes::next( Object const & unit ) {
+   std::string const state = text( unit, "state" );
+   std::string const stage = text( unit, "stage" );
+   // On its way out it waits for none of them.
+   bool const proof = state == "entering" || state == "inMaintenance";
+   std::vector<std::string> lines;
+   if( proof ) lines = interfaceLines( unit );
+   std::string const stands = state + "/" + stage;
+   std::string const before = std::exchange( stands_, stands );
+   if( stands != before ) {
+      std::string const told =
+         word( state ) + ( stage.empty() ? "" : ", stage " + stage ) + ( proof ? ", " + settledText( unit ) : "" );
+      // Where everything stands begins with the unit; from then on it comes behind what has brought it there.
+      lines.insert( before.empty() ? lines.begin() : lines.end(), told );
+   } else if( !lines.empty() ) {
+      lines.back() += " (" + settledText( unit ) + ")";
+   }
    return lines;
 }
 

@@ -18,6 +18,7 @@ class Changes {
    [[nodiscard]] std::vector<std::string> next( Object const & unit );
 
  private:
+   [[nodiscard]] std::vector<std::string> interfaceLines( Object const & unit );
    [[nodiscard]] std::vector<Object const *> changed( Object const & unit );
 
    std::string stands_;                       // state and stage; empty before the first look

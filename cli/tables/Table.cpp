@@ -28,7 +28,9 @@ std::string broken( std::string_view text, std::size_t width, std::string const 
       for( std::size_t blank = text.find( ' ' ); blank != std::string_view::npos;
            blank = text.find( ' ', blank + 1 ) ) {
          if( Report::columns( text.substr( 0, blank ) ) > width && end > 0 ) break;
-         end = blank;
+         // A number stays with its unit.
+         bool const behindNumber = blank > 0 && text[blank - 1] >= '0' && text[blank - 1] <= '9';
+         if( !behindNumber ) end = blank;
       }
       if( end == 0 ) break;
       lines.append( text.substr( 0, end ) ).append( "\n" ).append( indent );

@@ -97,9 +97,9 @@ std::string linkCell( Object const & intf, char const * member, Clocks const & c
 std::string soonCell( Object const & intf, char const * member, Clocks const & ) {
    std::string const pace = text( intf, member );
    if( pace.empty() ) return "-";
-   auto const seconds = number( intf, "quietInSeconds" );
    if( pace != "slow" ) return pace;
-   return seconds ? "falling, about " + neededText( *seconds ) + " to go" : "falling slowly";
+   // By when, the reason says, as roughly as it is known.
+   return number( intf, "quietInSeconds" ) ? "falling" : "falling slowly";
 }
 
 std::string neededCell( Object const & intf, char const * member, Clocks const & ) {

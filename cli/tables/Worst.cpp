@@ -47,7 +47,7 @@ std::string standing( Object const & intf ) {
    std::string const verdict = text( intf, "verdict" );
    bool const settled = yes( intf, "settled" );
    bool const needsTime = verdict == "quiet" || verdict == "down" || verdict == "gone";
-   if( needsTime && !settled ) return verdict + " for too short";
+   if( needsTime && !settled ) return verdict + " but not for long enough";
    return verdict == "quiet" ? "proven quiet" : verdict;
 }
 

@@ -11,7 +11,7 @@ namespace Cli {
 // what only needs time; last what is settled. Equals stay in the order of the configuration.
 [[nodiscard]] std::vector<Object const *> worstFirst( Object const & unit );
 
-// "loud", "proven quiet", "not quiet for long enough": verdict and whether it is settled, for counting equals.
+// "loud", "proven quiet", "quiet but not for long enough": verdict and whether it is settled, for counting equals.
 [[nodiscard]] std::string standing( Object const & intf );
 // "980 proven quiet, 10 held": how many of each, most first.
 [[nodiscard]] std::string standings( std::vector<Object const *> const & intfs );

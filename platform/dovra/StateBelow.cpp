@@ -34,6 +34,7 @@ std::string instead( std::string const & missing, std::string const & where, std
    std::string const none = "there is no \"" + missing + "\" " + where;
    if( names.empty() ) return none + ", where there is nothing";
    std::string const near = Kel::didYouMean( missing, names );
+   if( !near.empty() && names.size() == 1 ) return none + near;
    return none + near + ( near.empty() ? "; there are: " : " There are: " ) + Kel::listed( names, mostNames );
 }
 

@@ -49,7 +49,7 @@ std::string loudWhy( std::string const & rate, Pace const & pace, std::string co
                                            durationText( aboutSeconds( *pace.quietIn ) )
                                       : ", falling slowly, has to fall below " + threshold );
       case Pace::Kind::stuck:
-         return "stuck at " + rate + " for " + passedText( pace.stuckFor ) + ", has to fall below " + threshold;
+         return rate + ", stuck for " + passedText( pace.stuckFor ) + ", has to fall below " + threshold;
    }
    return rate + ", has to fall below " + threshold;
 }

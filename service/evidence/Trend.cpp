@@ -12,6 +12,8 @@ constexpr std::size_t fewest = 3;
 constexpr std::size_t enough = 4;
 // A fall by less than this part in the time of the fit is none that anybody would wait for.
 constexpr double leastFall = 0.1;
+// So many times nearer to its points than a decay a line has to be.
+constexpr double surelyALine = 4;
 // An estimate that reaches so many times as far ahead as the fit looks back is a guess.
 constexpr double horizon = 10;
 
@@ -118,7 +120,8 @@ std::optional<double> Trend::fall( Rate rate, double threshold, std::size_t coun
    }
    Line const line = fitted( points, count, []( Point const & p ) { return p.y; } );
    Line const decay = fitted( points, count, []( Point const & p ) { return std::log( std::max( p.y, 1.0 ) ); } );
-   bool const decays = squaresOfDecay( points, count, decay ) < line.squares;
+   // A decay takes longer than a line, and over a short time one looks like the other: it is promised only what is sure.
+   bool const decays = squaresOfDecay( points, count, decay ) < surelyALine * line.squares;
    if( !falls( decays ? decay : line, count ) ) return never;
    double const span = points[0].x - points[count - 1].x;
    double const part =

@@ -1,10 +1,11 @@
-// How the traffic of a loud interface goes on: it falls, and then by when it may be below the threshold; or it is stuck.
+// How the traffic of a loud interface goes on: it falls, and then by when it may be below the threshold; or it is
+// stuck.
 //
-// Rests on the loud readings of the last load interval, in at most eight cells of their means, so that an interface costs
-// the same whatever its profile says. Each direction that is not below the threshold is fitted by a line and by a decay;
-// it falls when the fit is steeper than chance and noise would make it, and the better of the two says when it arrives.
-// What rises, stays level, or falls by less than a tenth in a load interval is stuck when that has been seen for a whole
-// load interval, and until then nothing is said.
+// Rests on the loud readings of the last load interval, in at most eight cells of their means, so that an interface
+// costs the same whatever its profile says. Each direction that is not below the threshold is fitted by a line and by a
+// decay; it falls when the fit is steeper than noise would make it, and the one that fits says when it arrives. What
+// rises, stays level, or falls by less than a tenth in a load interval is stuck when that has been seen for a whole load
+// interval, and until then nothing is said.
 //
 // Owned by Watched, which tells it of loud readings only. Knows no records and no clock.
 #pragma once

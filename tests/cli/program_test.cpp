@@ -75,10 +75,10 @@ TEST_F( Program, waitingTellsEachChangeOnce ) {
               "unit fabric entering maintenance, generation 4\n"
               "- entering, stage ratemon, 0 of 1 settled\n"
               "- up1: loud, a reason\n"
+              "- up1: quiet, a reason\n"
               "- entering, stage verify, 0 of 1 settled\n"
-              "- up1: quiet for too short, a reason\n"
-              "- in maintenance, 1 of 1 settled\n"
               "- up1: proven quiet, a reason\n"
+              "- in maintenance, 1 of 1 settled\n"
               "unit fabric is in maintenance, generation 4\n"
               "ready\n" );
    EXPECT_EQ( entered.err, "" );
@@ -213,7 +213,7 @@ TEST_F( Program, mistakesAreToldInASentence ) {
       { { "status", "a\nb" }, "UNIT has control characters: \"a?b\"" },
       { { "explain", std::string( 300, 'x' ) }, "INTERFACE is longer than any name may be: 300 bytes, and 63 are" },
       { { "enter", "u", "--wait", "--timeout" }, "--timeout needs a value" },
-      { { "enter", "u", "--wait", "--timeout", "-1" }, "--timeout '-1s' is negative" },
+      { { "enter", "u", "--wait", "--timeout", "-1" }, "--timeout '-1' is negative" },
       { { "enter", "u", "--wait", "--timeout", "99999999999999d" },
         "--timeout '99999999999999d' is longer than 136 y" },
       { { "enter", "u", "--wait", "--timeout", "soon" }, "--timeout 'soon' is not a number with a unit; write a dura" },
