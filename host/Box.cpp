@@ -13,7 +13,10 @@ Box::Box( std::string const & counterTable, Tell const & tell, OnLink onLink )
      linkWatch_( linkFeed_, tell ),
      counterFeed_( linkFeed_, counterWriter_, tell ),
      counters_( new KelQuill::EntityManager( counterWriter_.table() ) ) {
-   counters_->refresherIs( [this]( auto rows ) { counterFeed_.refresh( rows ); } );
+   counters_->refresherIs( [this]( auto rows ) {
+      counterFeed_.refresh( rows );
+      if( onRead_ ) onRead_();
+   } );
 }
 
 void Box::findLinks() {

@@ -8,6 +8,7 @@
 // found, and follows them or not.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "feed/CounterFeed.h"
@@ -23,10 +24,14 @@ class Box {
    // table cannot be made, the kernel gives no socket.
    Box( std::string const & counterTable, Tell const & tell, OnLink onLink );
 
+   // Called after each bulk read of the counters, in its turn; also after one that failed.
+   void onReadIs( std::function<void()> onRead ) { onRead_ = std::move( onRead ); }
+
    [[nodiscard]] Kel::Ptr<Dovra::EntityManager> const & database() const { return database_; }
    [[nodiscard]] Maintenance::MaintenanceState & state() { return state_; }
    [[nodiscard]] Service::LinkRecords & linkRecords() { return linkRecords_; }
    [[nodiscard]] Kel::Ptr<KelQuill::EntityManager> const & counters() const { return counters_; }
+   [[nodiscard]] KelQuill::CounterWriter const & counterRows() const { return counterWriter_; }
    [[nodiscard]] Linux::LinkMonitor & linkMonitor() { return linkWatch_.monitor(); }
 
    // Reports every link there is. In a turn. Throws std::runtime_error where the kernel does not tell: links that
@@ -42,6 +47,7 @@ class Box {
    LinkWatch linkWatch_;
    CounterFeed counterFeed_;
    Kel::Ptr<KelQuill::EntityManager> const counters_;
+   std::function<void()> onRead_;
 };
 
 }  // namespace Host

@@ -6,18 +6,25 @@
 #include <iostream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 
 #include "Input.h"
 #include "config/Config.h"
+#include "evidence/Windows.h"
+#include "kel/Json.h"
 #include "plugin/Loader.h"
 #include "report/Plot.h"
 #include "report/Summary.h"
+#include "report/WindowPage.h"
 #include "scenario/Remarks.h"
 #include "scenario/Scenario.h"
 #include "tables/Printable.h"
 #include "usage/Usage.h"
+#include "views/WindowView.h"
 
 namespace {
+
+constexpr double defaultStartTime = 1000;  // s
 
 enum ExitStatus : int { done = 0, failed = 1, usage = 2 };
 
@@ -25,9 +32,10 @@ struct Options {
    std::string file;
    std::string config;
    std::string plugin = Plugin::besideProgram( "RateMonPlugin.so" );
-   double startTime = 1000;
+   std::optional<double> startTime;  // s
    bool summary = false;
    std::string plot;
+   std::string page;
 };
 
 class ConfigFileError : public std::runtime_error {
@@ -46,49 +54,101 @@ std::optional<Service::Config::Config> configOf( std::string const & fileName ) 
    return Service::Config::parse( text, fileName );
 }
 
-class PlotError : public std::runtime_error {
+class OutputError : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
 };
 
-// The picture's file, opened before the run so that nobody waits for a picture that cannot be kept.
-class PlotFile {
+// A picture's or a page's file, opened before the run so that nobody waits for what cannot be kept.
+class OutputFile {
  public:
-   explicit PlotFile( std::string const & name ) : name_( name ) {
+   explicit OutputFile( std::string const & name ) : name_( name ) {
       if( !name.empty() ) file_.open( name, std::ios::trunc );
       check();
    }
-   void write( std::string const & picture ) {
+   void write( std::string const & content ) {
       // Flushed before the check: a full disk shows only when the bytes are written.
-      file_ << picture << std::flush;
+      file_ << content << std::flush;
       check();
    }
 
  private:
    void check() const {
-      // A stream that was never opened, as no picture is wanted, is in good order too.
-      if( !file_ ) throw PlotError( name_ + " cannot be written: " + std::strerror( errno ) );
+      // A stream that was never opened, as nothing is wanted in it, is in good order too.
+      if( !file_ ) throw OutputError( name_ + " cannot be written: " + std::strerror( errno ) );
    }
 
    std::string const & name_;
    std::ofstream file_;
 };
 
-int simulate( Options const & options, std::istream & lines ) {
-   try {
-      auto config = configOf( options.config );
-      PlotFile plotFile( options.plot );
-      Sim::World world( options.plugin, options.startTime );
-      // After the world, to which it refers, and so gone before it.
-      std::optional<Report::History> history;
-      if( options.summary || !options.plot.empty() ) history.emplace( world.state(), world.clock() );
-      if( config ) world.inTurn( [&] { world.agent().configIs( std::move( *config ) ); } );
-      // A temporary: a plug-in that still runs is taken down after the summary, and what it says then answers no line.
-      Sim::Scenario( world, std::cout ).run( lines );
+// The page of the latest stay in maintenance.
+std::string page( Sim::World const & world ) {
+   Service::WindowView const view( Evidence::windowDir( *world.database() ) );
+   auto const windows = view.windows().windows;
+   if( windows.empty() ) throw OutputError( "there is no page: no unit has been in maintenance" );
+   auto const window = view.window( windows.front().unit.str(), windows.front().generation );
+   return Report::windowPage( Kel::value( *window ) );
+}
+
+// The lines up to the first that says something, which are read before there is a world: where they are the beginning
+// of a recording they say when it begins.
+struct Opening {
+   explicit Opening( std::istream & lines ) {
+      for( std::string line; !recording && std::getline( lines, line ); ) {
+         text += line + "\n";
+         auto const first = line.find_first_not_of( " \t\r" );
+         if( first == std::string::npos || line[first] == '#' ) continue;
+         try {
+            recording = Sim::Recording::headerOf( line );
+         } catch( Sim::LineError const & ) {
+            // Told where the line is carried out, with its place.
+         }
+         return;
+      }
+   }
+
+   std::string text;
+   std::optional<Sim::Recording::Header> recording;  // none: it is none
+};
+
+void run( Options const & options, std::istream & lines ) {
+   auto config = configOf( options.config );
+   OutputFile plotFile( options.plot );
+   OutputFile pageFile( options.page );
+   Opening const opening( lines );
+   double const recorded = opening.recording ? opening.recording->clock : defaultStartTime;
+   Sim::World world( options.plugin, options.startTime.value_or( recorded ) );
+   // After the world, to which it refers, and so gone before it.
+   std::optional<Report::History> history;
+   if( options.summary || !options.plot.empty() ) history.emplace( world.state(), world.clock() );
+   {
+      // Gone before the world: a plug-in that still runs is taken down after the summary, and what it says then answers
+      // no line.
+      Sim::Scenario scenario( world, std::cout );
+      if( config && opening.recording ) {
+         std::cerr << "maintsim: a recording is replayed, with " << options.config
+                   << " in place of its configuration\n";
+         scenario.configInsteadIs( std::move( *config ) );
+      } else if( config ) {
+         world.inTurn( [&] { world.agent().configIs( std::move( *config ) ); } );
+      }
+      std::istringstream first( opening.text );
+      scenario.run( first );
+      scenario.run( lines );
       for( std::string const & remark : Sim::remarks( world ) )
          std::cerr << "maintsim: " << Cli::printable( remark ) << "\n";
-      if( options.summary ) std::cout << Cli::printableLines( Report::summary( *history ) ) << std::flush;
-      if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
+      if( options.summary )
+         std::cout << Cli::printableLines( Report::summary( *history ) + scenario.recording().comparison() )
+                   << std::flush;
+   }
+   if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
+   if( !options.page.empty() ) pageFile.write( page( world ) );
+}
+
+int simulate( Options const & options, std::istream & lines ) {
+   try {
+      run( options, lines );
    } catch( Sim::ScenarioError const & error ) {
       std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << Cli::printable( error.what() )
                 << "\n";
@@ -99,7 +159,7 @@ int simulate( Options const & options, std::istream & lines ) {
    } catch( ConfigFileError const & error ) {
       std::cerr << "maintsim: " << error.what() << "\n";
       return usage;
-   } catch( PlotError const & error ) {
+   } catch( OutputError const & error ) {
       std::cerr << "maintsim: " << error.what() << "\n";
       return failed;
    } catch( Plugin::LoadError const & error ) {
@@ -117,16 +177,20 @@ int main( int argc, char ** argv ) {
    Options options;
    app.set_version_flag( "--version", "maintsim " RATEMON_VERSION, "print the version and exit" );
    app.add_option( "FILE", options.file, "the scenario, one JSON object a line (default: standard input)" );
-   app.add_option( "--config", options.config, "the service's configuration, before the first line (YAML)" )
+   app.add_option( "--config", options.config,
+                   "the service's configuration, before the first line; in place of that of a recording (YAML)" )
       ->type_name( "FILE" );
    app.add_option_function<std::string>(
          "--start-time",
          [&]( std::string const & text ) { options.startTime = Usage::clockSeconds( "--start-time", text ); },
-         "the virtual time at the start, in seconds (default: 1000)" )
+         "the virtual time at the start, in seconds (default: 1000, or as the recording says)" )
       ->type_name( "SECONDS" );
    app.add_option( "--plugin", options.plugin, "the rate monitor's shared object" )->capture_default_str();
    app.add_flag( "--summary", options.summary, "after the run, tables of what became of units and interfaces" );
    app.add_option( "--plot", options.plot, "after the run, draw it as a timeline into this file (SVG)" )
+      ->type_name( "FILE" );
+   app.add_option( "--html", options.page,
+                   "after the run, write the page of the last stay in maintenance into this file" )
       ->type_name( "FILE" );
    try {
       app.parse( argc, argv );

@@ -46,6 +46,11 @@ bool CounterWriter::wants( Lumo::IntfId intf, Rows rows ) const {
    return found != rows_.end() && ( rows == Rows::all || lastRead( found->second ).readTime == 0 );
 }
 
+std::optional<CounterTable::LastRead> CounterWriter::lastRead( Lumo::IntfId intf ) const {
+   auto const found = rows_.find( intf );
+   return found == rows_.end() ? std::nullopt : std::optional( lastRead( found->second ) );
+}
+
 CounterTable::LastRead CounterWriter::lastRead( uint32_t index ) const {
    auto const found = CounterTable::read( table_->row( index ) );
    KEL_ASSERT( found );  // nobody else writes

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -41,6 +42,8 @@ class CounterWriter {
    void rowIs( Lumo::IntfId intf );
    void rowDel( Lumo::IntfId intf );
    [[nodiscard]] bool hasRow( Lumo::IntfId intf ) const { return rows_.contains( intf ); }
+   // What its row says as it stands; none without a row.
+   [[nodiscard]] std::optional<CounterTable::LastRead> lastRead( Lumo::IntfId intf ) const;
 
    // For an interface that has a row: its counters were read in this turn, and this is what they said.
    void readIs( Lumo::IntfId intf, CounterTable::Read const & read );

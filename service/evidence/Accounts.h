@@ -5,6 +5,7 @@
 // or leaves maintenance. They are made anew when the service starts: what was known before is not known now.
 #pragma once
 
+#include "dovra/EntityManager.h"
 #include "kel/Attributes.h"
 #include "records/IntfId.h"
 
@@ -89,5 +90,8 @@ class UnitAccountsDir final : public Kel::Entity {
    KEL_CHILDREN( UnitAccounts, Kel::Name, unit, onUnit )
    KEL_ENTITY_END
 };
+
+// Accounts stand here in the database; made by whoever asks first.
+[[nodiscard]] Kel::Ptr<UnitAccountsDir> unitAccountsDir( Dovra::EntityManager & database );
 
 }  // namespace Evidence

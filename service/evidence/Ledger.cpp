@@ -15,8 +15,7 @@ using Kel::rateText;
 namespace {
 
 Kel::Ptr<UnitAccountsDir> accountsDir( Dovra::EntityManager & database ) {
-   auto const present = database.getEntity<UnitAccountsDir>( Maintenance::Path::accounts );
-   auto const dir = present ? present : database.create<UnitAccountsDir>( Maintenance::Path::accounts );
+   auto const dir = unitAccountsDir( database );
    // What an earlier service knew is not known now.
    dir->unitDelAll();
    return dir;

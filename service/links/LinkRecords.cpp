@@ -54,7 +54,7 @@ void LinkRecords::linkIs( IntfId intf, LinkReport const & report ) {
       Link const & before = present->second;
       bool const another = before.report.kind != report.kind || before.vlanId != link.vlanId;
       if( another ) {
-         linkDel( intf );
+         remove( intf );
       } else {
          former = before.members;
       }
@@ -73,9 +73,24 @@ void LinkRecords::linkIs( IntfId intf, LinkReport const & report ) {
       made->operStatusIs( operStatus );
       state_.intfStatus->intfStatusIs( made );
    }
+   tell( intf );
 }
 
 void LinkRecords::linkDel( IntfId intf ) {
+   remove( intf );
+   tell( intf );
+}
+
+std::optional<LinkReport> LinkRecords::link( IntfId intf ) const {
+   auto const found = links_.find( intf );
+   return found == links_.end() ? std::nullopt : std::optional( found->second.report );
+}
+
+void LinkRecords::tell( IntfId intf ) const {
+   if( onLink_ ) onLink_( intf );
+}
+
+void LinkRecords::remove( IntfId intf ) {
    // First, so that nobody finds a link that is up and made of nothing.
    state_.intfStatus->intfStatusDel( intf );
    auto const found = links_.extract( intf );

@@ -10,10 +10,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "records/IntfId.h"
@@ -43,6 +45,11 @@ class LinkRecords {
    // These are all links that there are: other records go, also those that somebody else left in the database.
    void linksAre( std::map<Lumo::IntfId, LinkReport> const & reports );
 
+   // As it was reported last; none when there is no such link.
+   [[nodiscard]] std::optional<LinkReport> link( Lumo::IntfId intf ) const;
+   // Called after each link that has come, gone or changed. Replaces the one before.
+   void onLinkIs( std::function<void( Lumo::IntfId )> onLink ) { onLink_ = std::move( onLink ); }
+
    // Why nobody can ever sample this interface: a sub-interface, a link of another kind that has no counters to sample,
    // a port-channel or VLAN with such members, a VLAN id that is none. Empty when it can be, and for what is no link at
    // all. To be read as "NAME: it is ...".
@@ -61,6 +68,8 @@ class LinkRecords {
       bool gone = false;                      // it was a link and is none
    };
 
+   void remove( Lumo::IntfId intf );
+   void tell( Lumo::IntfId intf ) const;
    [[nodiscard]] static Link linkOf( Lumo::IntfId intf, LinkReport const & report );
    static void declare( Lumo::IntfId intf, Link const & link );
    void membersAre( Lumo::IntfId intf, Link const & link, std::vector<Lumo::IntfId> const & former );
@@ -82,6 +91,7 @@ class LinkRecords {
    std::unordered_map<Lumo::IntfId, Link> links_;
    std::unordered_map<Lumo::IntfId, Membership> memberships_;  // by member
    std::unordered_map<uint32_t, std::size_t> vlanLinks_;       // how many links each VLAN id has
+   std::function<void( Lumo::IntfId )> onLink_;
 };
 
 }  // namespace Service

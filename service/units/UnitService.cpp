@@ -330,9 +330,11 @@ UnitService::~UnitService() = default;
 
 UnitService::Answer UnitService::enter( std::string const & unit, std::vector<std::string> const & without,
                                         std::string const & requestedBy ) {
+   if( onRequest_ ) onRequest_( { true, unit, without } );
    return impl_->enter( unit, without, requestedBy );
 }
 UnitService::Answer UnitService::exit( std::string const & unit, std::string const & requestedBy ) {
+   if( onRequest_ ) onRequest_( { false, unit, {} } );
    return impl_->exit( unit, requestedBy );
 }
 UnitService::Answer UnitService::wouldEnter( std::string const & unit,

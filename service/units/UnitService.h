@@ -62,6 +62,14 @@ class UnitService {
    // maintenance they are added to what is left out already.
    Answer enter( std::string const & unit, std::vector<std::string> const & without, std::string const & requestedBy );
    Answer exit( std::string const & unit, std::string const & requestedBy );
+   // Called with each request before it is carried out or refused. Replaces the one before.
+   struct Request {
+      bool enter;  // else it is an exit
+      std::string unit;
+      std::vector<std::string> without;
+   };
+   void onRequestIs( std::function<void( Request const & )> onRequest ) { onRequest_ = std::move( onRequest ); }
+
    // What enter() would answer, without doing anything.
    [[nodiscard]] Answer wouldEnter( std::string const & unit, std::vector<std::string> const & without ) const;
 
@@ -88,6 +96,7 @@ class UnitService {
    class Impl;
 
    std::unique_ptr<Impl> const impl_;
+   std::function<void( Request const & )> onRequest_;
 };
 
 }  // namespace Service

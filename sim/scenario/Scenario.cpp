@@ -67,7 +67,8 @@ Scenario::Scenario( World & world, std::ostream & out )
                [this]( Dovra::StateComponents const & path, Value const & value ) {
                   print( { { "change", list( path ) }, { "value", value } } );
                } ),
-     serviceLines_( world, [this]( Value::Object answer ) { print( std::move( answer ) ); } ) {
+     serviceLines_( world, [this]( Value::Object answer ) { print( std::move( answer ) ); } ),
+     recording_( world ) {
    // The sinks are the process's and outlast this, so the destructor takes them back.
    Kel::logSinkIs( [this]( Kel::LogRecord const & record ) {
       print( { { "log", Kel::value( record.handle.name() ) },
@@ -88,13 +89,12 @@ Scenario::~Scenario() {
 }
 
 void Scenario::run( std::istream & lines ) {
-   std::size_t number = 0;
    for( std::string text; std::getline( lines, text ); ) {
-      ++number;
+      ++number_;
       try {
          line( text );
       } catch( LineError const & error ) {
-         throw ScenarioError( "line " + std::to_string( number ) + ", column " + std::to_string( error.column() ) +
+         throw ScenarioError( "line " + std::to_string( number_ ) + ", column " + std::to_string( error.column() ) +
                               ": " + error.what() );
       }
    }
@@ -110,6 +110,8 @@ void Scenario::line( std::string_view text ) {
    if( v.name == "advance" ) {
       // Not in a turn, as it makes turns of its own and these do not nest.
       advance( *v.argument );
+   } else if( v.name == "batch" && v.second ) {
+      lateBatch( *v.argument, *v.second );
    } else {
       world_.inTurn( [&] { execute( json ); } );
    }
@@ -130,6 +132,10 @@ Scenario::Verb Scenario::verb( Json const & line ) {
       if( !line.member( "enter" ) ) throw LineError( line.column, "\"without\" needs an \"enter\"" );
       name = "enter";
       second = "without";
+   } else if( name == "batch" || name == "after" ) {
+      if( !line.member( "batch" ) ) throw LineError( line.column, "\"after\" needs a \"batch\"" );
+      name = "batch";
+      second = "after";
    }
    for( auto const & [other, value] : members ) {
       if( other == name || ( second && other == second ) ) continue;
@@ -155,7 +161,9 @@ void Scenario::execute( Json const & line ) {
       { "watch", &Scenario::watch },
       { "trace", &Scenario::trace },
       { "ring", &Scenario::ring },
-      { "config", []( Scenario & s, Json const & config ) { s.serviceLines_.config( config, s.text_ ); } },
+      { "config", &Scenario::config },
+      { "kept", &Scenario::kept },
+      { "recorded", []( Scenario & s, Json const & said ) { s.recording_.recorded( said ); } },
       { "link", []( Scenario & s, Json const & byName ) { s.serviceLines_.link( byName ); } },
       { "exit", []( Scenario & s, Json const & unit ) { s.serviceLines_.exit( unit ); } },
       { "status", []( Scenario & s, Json const & unit ) { s.serviceLines_.status( unit ); } },
@@ -164,7 +172,8 @@ void Scenario::execute( Json const & line ) {
    Verb const v = verb( line );
    if( v.name == "set" ) return set( *v.argument, *v.second );
    if( v.name == "enter" ) return serviceLines_.enter( *v.argument, v.second );
-   if( v.name == "advance" ) throw LineError( line.column, "time does not move within a batch" );
+   bool const moves = v.name == "advance" || ( v.name == "batch" && v.second );
+   if( moves ) throw LineError( line.column, "time does not move within a batch" );
    auto const act = acts.find( v.name );
    if( act == acts.end() ) {
       std::vector<std::string> names{ "set", "enter", "advance" };
@@ -273,6 +282,26 @@ void Scenario::advance( Json const & seconds ) { world_.advance( amount( seconds
 void Scenario::batch( Json const & lines ) {
    // No turn of its own: the line has one, and deferred work waits for its end.
    for( Json const & line : lines.list( "a list of lines" ) ) execute( line );
+}
+
+void Scenario::lateBatch( Json const & lines, Json const & after ) {
+   world_.late( amount( after, "time", clockEnd - world_.now() ), [&] { batch( lines ); } );
+}
+
+void Scenario::config( Json const & config ) {
+   if( !configInstead_ ) return serviceLines_.config( config, text_ );
+   static_cast<void>( config.object( "the configuration" ) );
+   if( !world_.agent().configured() ) static_cast<void>( world_.agent().configIs( *configInstead_ ) );
+}
+
+void Scenario::kept( Json const & byPath ) {
+   if( world_.agent().configured() || world_.running() ) {
+      throw LineError( byPath.column, "what was kept comes before the first configuration and \"start\"" );
+   }
+   for( auto const & [path, records] : byPath.object( "an object of paths" ) ) {
+      // The path and the records are captured under names of their own because clang 14 captures no structured binding.
+      atColumn( records.column, [&, &at = path, &json = records] { world_.agent().keptIs( at, json.value() ); } );
+   }
 }
 
 void Scenario::dump( Json const & nothing ) {

@@ -6,7 +6,8 @@
 //    counters, traffic        octet counters of invented interfaces
 //    unread, restartCounters  what can go wrong with reading them
 //    start, stop, crash       the plug-in, or the whole agent once it is configured
-//    advance, batch           time; several lines in one turn of the loop
+//    advance, batch           time; several lines in one turn of the loop, which may come late
+//    recorded, kept           what a recording says of the box that it was made on: scenario/Recording.h
 //    dump, watch, trace, ring what to print
 //
 // docs/maintsim.md describes them all. Each line is one turn of the loop, which then runs until nothing is due at the
@@ -16,6 +17,7 @@
 
 #include <functional>
 #include <iosfwd>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -23,6 +25,7 @@
 
 #include "dovra/Watches.h"
 #include "scenario/Json.h"
+#include "scenario/Recording.h"
 #include "scenario/ServiceLines.h"
 #include "world/World.h"
 
@@ -42,10 +45,16 @@ class Scenario {
    Scenario & operator=( Scenario const & ) = delete;
    ~Scenario();
 
-   // All lines to the end; blank ones and those that begin with # are skipped. Throws ScenarioError.
+   // All lines to the end, counted on from those of the call before; blank ones and those that begin with # are
+   // skipped. Throws ScenarioError.
    void run( std::istream & lines );
    // One line. Throws LineError.
    void line( std::string_view text );
+
+   // In place of the configurations that the lines have: taken over where the first of them stands, the others are
+   // passed over.
+   void configInsteadIs( Service::Config::Config config ) { configInstead_ = std::move( config ); }
+   [[nodiscard]] Recording const & recording() const { return recording_; }
 
  private:
    struct Verb;
@@ -66,6 +75,9 @@ class Scenario {
    void crash( Json const & nothing );
    void advance( Json const & seconds );
    void batch( Json const & lines );
+   void lateBatch( Json const & lines, Json const & after );
+   void config( Json const & config );
+   void kept( Json const & byPath );
    void dump( Json const & nothing );
    void watch( Json const & path );
    void trace( Json const & levels );
@@ -80,7 +92,10 @@ class Scenario {
    Dovra::Watches watches_;
    ServiceLines serviceLines_;
    std::set<int> ringLevels_;
-   std::string_view text_;  // of the present line
+   Recording recording_;
+   std::optional<Service::Config::Config> configInstead_;
+   std::size_t number_ = 0;  // of the present line
+   std::string_view text_;   // of the present line
 };
 
 }  // namespace Sim

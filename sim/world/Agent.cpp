@@ -2,8 +2,12 @@
 
 #include <utility>
 
+#include "dovra/StatePath.h"
+#include "evidence/Windows.h"
 #include "links/LinkControl.h"
 #include "maintenance/MaintenanceService.h"
+#include "records/Errdisable.h"
+#include "records/Names.h"
 
 namespace Sim {
 
@@ -55,6 +59,17 @@ std::vector<std::string> Agent::configIs( Service::Config::Config config ) {
    return {};
 }
 
+void Agent::keptIs( std::string const & path, Kel::Value const & value ) {
+   // Those that only the service has are made; and the one cause there is, which a directory of anything cannot make.
+   static_cast<void>( Evidence::windowDir( *box_.database ) );
+   if( path == Maintenance::Path::errdisableCauses &&
+       !box_.state.errdisableCauses->entityRef( Maintenance::shutdownCause ) ) {
+      box_.state.errdisableCauses->entityIs(
+         Kel::Ptr<Kel::Entity>( new Errdisable::CauseStatus( Maintenance::shutdownCause ) ) );
+   }
+   Dovra::stateValueIs( *box_.database, path, value );
+}
+
 void Agent::start() {
    if( !config_ || service_ ) return;
    // Links first: the service is to find them as the entries and the world say.
@@ -70,9 +85,16 @@ void Agent::start() {
    } );
    box_.links.recordsFollow( true );
    box_.links.onLinkIs( [this]( Lumo::IntfId intf ) { linkControl_->handleLink( intf ); } );
+   std::function<double()> wallClockOffset;
+   if( wallClockOffset_ ) wallClockOffset = [offset = *wallClockOffset_] { return offset; };
    service_ = std::make_unique<Service::MaintenanceService>(
-      Service::MaintenanceService::Host{
-         box_.database, box_.state, box_.counters, box_.linkRecords, *hooks_, events_, {} },
+      Service::MaintenanceService::Host{ .database = box_.database,
+                                         .state = box_.state,
+                                         .counters = box_.counters,
+                                         .links = box_.linkRecords,
+                                         .hooks = *hooks_,
+                                         .events = events_,
+                                         .wallClockOffset = wallClockOffset },
       *config_ );
    for( auto const & [intf, text] : std::exchange( earlyNotes_, {} ) ) service_->noteLink( intf, text );
 }

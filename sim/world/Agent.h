@@ -52,6 +52,12 @@ class Agent {
    // The first makes the service; later ones are reloads. Empty when it is taken over, else each reason against it.
    // While the agent is away there is nobody to refuse it.
    std::vector<std::string> configIs( Service::Config::Config config );
+   // What an agent that ran before has left of the records that a store keeps, by path; before the first configuration.
+   // Throws Kel::AttributeError.
+   void keptIs( std::string const & path, Kel::Value const & value );
+   // s to add to a time of this world for Unix time, for an agent that is started from now on; without it the clock is
+   // known to be invented.
+   void wallClockOffsetIs( double seconds ) { wallClockOffset_ = seconds; }
    // Null without a configuration, and while the agent is away.
    [[nodiscard]] Service::MaintenanceService * service() const { return service_.get(); }
    // What an operator would have heard of, of all the agent's lives.
@@ -72,6 +78,7 @@ class Agent {
    Box const box_;
    std::shared_ptr<Service::EventLog> const events_;
    std::optional<Service::Config::Config> config_;
+   std::optional<double> wallClockOffset_;
    std::unique_ptr<InstantHooks> const hooks_;
    std::unique_ptr<Service::LinkControl> linkControl_;
    std::vector<std::pair<Lumo::IntfId, std::string>> earlyNotes_;

@@ -63,6 +63,11 @@ void World::advance( double seconds ) {
    inTurn( {} );
 }
 
+void World::late( double seconds, Kel::ActivityLoop::Work const & work ) {
+   clock_->nowIs( now() + seconds );
+   inTurn( work );
+}
+
 void World::start() {
    KEL_ASSERT( !running() );
    agent_.start();
