@@ -50,6 +50,14 @@ struct ReportOptions {
 };
 int report( Client const & client, ReportOptions const & options, std::string const & unit );
 
+struct RecordOptions {
+   std::string file;               // "-": standard output
+   std::optional<double> seconds;  // absent: until it is interrupted
+   bool force = false;             // over a file that is there
+};
+// What happens on the box, as a scenario for maintsim. `done` also when it is interrupted.
+int record( Client const & client, RecordOptions const & options );
+
 // What maintd does itself, without a daemon: its output and exit status are this program's, so these only return where
 // it cannot be run.
 int checkConfig( std::string const & file );

@@ -40,6 +40,7 @@ struct Arguments {
    std::string path;
    Cli::ReportOptions report;
    Cli::ReleaseOptions release;
+   Cli::RecordOptions record;
    Cli::TraceOptions trace;
    Cli::EventsOptions events;
    std::string levels;  // empty: not given
@@ -144,6 +145,20 @@ void following( CLI::App & command, Arguments & a ) {
    command.add_flag( "--json", a.events.json, "print the lines as they come, JSON for programs" );
 }
 
+void recording( CLI::App & command, Arguments & a ) {
+   command.add_option( "FILE", a.record.file, "the file that is written; - for standard output" )
+      ->required()
+      ->check( emptyFault );
+   command
+      .add_option( "--for", a.record.seconds,
+                   "end by itself after this time; a number is seconds (90s, 5m, 1h, 1d); otherwise when interrupted" )
+      ->transform( CLI::AsNumberWithUnit(
+         std::map<std::string, double>{ { "s", 1 }, { "m", 60 }, { "min", 60 }, { "h", 3600 }, { "d", 86400 } } ) )
+      ->check( CLI::Range( 1.0, 1e9 ) );
+   command.add_flag( "--force", a.record.force, "write over a file that is there" );
+   command.footer( "maintsim --summary FILE replays it; with --config other.yaml, as it would have been with that." );
+}
+
 void tracing( CLI::App & command, Arguments & a ) {
    CLI::Option * const file = command.add_option(
       "--file", a.trace.file,
@@ -226,6 +241,10 @@ Command const commands[] = {
      "what is kept of a unit's stay in maintenance",
      []( auto const & client, auto const & a ) { return Cli::report( client, a.report, a.unit ); },
      { unit, reporting } },
+   { "record",
+     "write what happens on this box into a file that maintsim replays",
+     []( auto const & client, auto const & a ) { return Cli::record( client, a.record ); },
+     { recording } },
    { "reload",
      "have maintd read its configuration again",
      []( auto const & client, auto const & a ) { return Cli::reload( client, a.options ); },

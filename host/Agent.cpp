@@ -1,5 +1,9 @@
 #include "Agent.h"
 
+#include <unistd.h>
+
+#include <array>
+#include <climits>
 #include <csignal>
 #include <ctime>
 #include <utility>
@@ -30,6 +34,11 @@ constexpr uint64_t numbersAtATime = 10'000;
 
 // So long may clients take to read the last line of their streams.
 constexpr std::chrono::seconds lastWordsTime( 1 );
+
+std::string hostName() {
+   std::array<char, HOST_NAME_MAX + 1> name{};
+   return ::gethostname( name.data(), name.size() - 1 ) == 0 ? name.data() : "";
+}
 
 double wallTime() {
    timespec now{};
@@ -123,6 +132,7 @@ Agent::~Agent() {
    keeper_.reset();
    control_.reset();
    api_.reset();
+   recorder_.reset();
    service_.reset();
    // Before any member goes: the teardown of the plug-in writes records on which the members react, and takes its
    // dumper out of the context.
@@ -217,17 +227,33 @@ void Agent::startService( Service::Config::Config const & config ) {
                                                         .neverShut = neverShut },
                      config );
    for( auto const & [intf, text] : std::exchange( notes_, {} ) ) service_->noteLink( intf, text );
+   recorder_.emplace( Recorder::Parts{ .database = *box_.database(),
+                                       .state = box_.state(),
+                                       .links = box_.linkRecords(),
+                                       .rows = box_.counterRows(),
+                                       .counters = *box_.counters(),
+                                       .service = *service_,
+                                       .wallClockOffset = [this] { return wallClockOffset(); },
+                                       .host = hostName(),
+                                       .version = RATEMON_VERSION } );
+   box_.onReadIs( [this] {
+      if( recorder_ ) recorder_->handleRead();
+   } );
    api_.emplace(
       *box_.database(), *service_, pluginContext_,
       [this]( std::string const & requestedBy ) { return reload( requestedBy ); },
-      [this]( auto const &... asked ) { return objections( asked... ); }, [this] { return storeTrouble(); } );
+      [this]( auto const &... asked ) { return objections( asked... ); }, [this] { return storeTrouble(); },
+      [this]( auto const & seconds ) { return recorder_->record( seconds ); } );
 }
 
 void Agent::startPlugin() {
    auto & loader = Maintenance::DefaultPluginLoader();
    // Outside a turn, as it only runs static initialisation; the start, which reads and writes records, gets one.
    loader.load( options_.plugin );
-   loop_.turn( [&] { loader.initPlugins( pluginContext_ ); } );
+   loop_.turn( [&] {
+      loader.initPlugins( pluginContext_ );
+      recorder_->handlePluginStart();
+   } );
 }
 
 void Agent::run() {
@@ -289,7 +315,10 @@ void Agent::handleLink( Lumo::IntfId intf ) {
 std::vector<std::string> Agent::reload( std::string const & requestedBy ) {
    serviceManager_.reloading();
    auto why = reloadFrom( options_.configFile, *service_, requestedBy );
-   if( why.empty() ) tellWarnings();
+   if( why.empty() ) {
+      recorder_->handleConfig();
+      tellWarnings();
+   }
    serviceManager_.reloaded();
    return why;
 }

@@ -37,6 +37,7 @@
 #include "maintenance/MaintenanceService.h"
 #include "notify/ServiceManager.h"
 #include "plugin/PluginContext.h"
+#include "record/Recorder.h"
 #include "store/Keeper.h"
 #include "store/Store.h"
 
@@ -120,6 +121,7 @@ class Agent {
    std::vector<std::pair<Lumo::IntfId, std::string>> notes_;  // of link control, for the service
    std::optional<Service::LinkControl> control_;
    std::optional<Service::MaintenanceService> service_;
+   std::optional<Recorder> recorder_;
    Kel::Ptr<Kel::Dir> const pluginDir_;
    Maintenance::PluginContext pluginContext_;
    std::optional<Api> api_;

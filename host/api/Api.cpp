@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/asio/ip/address.hpp>
 #include <charconv>
+#include <cmath>
 #include <system_error>
 
 #include "api/EventStream.h"
@@ -153,6 +154,7 @@ std::span<Api::Route const> Api::routes() {
         []( Api & api, A & a ) { return watchAnswer( api.changes_, a.names, a.parameters ); } },
       { "GET", { "events" }, []( Api & api, A & a ) { return eventsAnswer( api.service_, a.parameters ); } },
       { "GET", { "dump" }, []( Api & api, A & ) { return api.dump(); } },
+      { "GET", { "record" }, []( Api & api, A & a ) { return api.record( a ); } },
       { "GET", { "trace", "levels" }, []( Api &, A & ) { return json( traceLevels() ); } },
       { "POST", { "trace", "levels" }, []( Api &, A & a ) { return changeLevels( a ); } },
       { "POST", { "reload" }, []( Api & api, A & a ) { return api.reload( a.request.user ); } },
@@ -180,6 +182,22 @@ HttpAnswer Api::answer( HttpRequest const & request ) {
    HttpAnswer answer;
    if( request.method != "OPTIONS" ) answer = httpError( 405, request.target + " has no method " + request.method );
    answer.allow = allowed + "OPTIONS";
+   return answer;
+}
+
+HttpAnswer Api::record( Asked const & asked ) const {
+   std::optional<double> seconds;
+   for( auto const & [name, text] : asked.parameters ) {
+      double number = 0;
+      auto const read = std::from_chars( text.data(), text.data() + text.size(), number, std::chars_format::fixed );
+      bool const whole = read.ec == std::errc() && read.ptr == text.data() + text.size() && std::isfinite( number );
+      if( name != "for" || !whole || number <= 0 || seconds )
+         return httpError( 400, "a recording takes a time in seconds, as in ?for=3600, and nothing else" );
+      seconds = number;
+   }
+   if( !record_ ) return httpError( 503, "nobody records here" );
+   HttpAnswer answer{ .body = "", .contentType = "application/x-ndjson" };
+   answer.stream = record_( seconds );
    return answer;
 }
 

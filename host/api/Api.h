@@ -2,8 +2,8 @@
 //
 //    GET  /v1/units, /v1/units/{unit}, /v1/units/{unit}/ready, /v1/interfaces, /v1/interfaces/{interface},
 //         /v1/windows, /v1/windows/{unit}, /v1/windows/{unit}/{generation}, .../last,
-//         /v1/state/{path}, /v1/watch, /v1/watch/{path}?after=NUMBER,
-//         /v1/events?after=NUMBER&unit=UNIT, /v1/trace/levels, /v1/dump
+//         /v1/state/{path}, /v1/watch, /v1/watch/{path}?after=NUMBER, /v1/events?after=NUMBER&unit=UNIT,
+//         /v1/record?for=SECONDS, /v1/trace/levels, /v1/dump
 //    POST /v1/units/{unit}/enter?without=NAME&without=NAME&dry-run=1&yes=1&session=ADDRESS, /v1/units/{unit}/exit,
 //         /v1/reload, /v1/trace/levels?levels=1,2,4
 //
@@ -16,6 +16,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -42,15 +43,20 @@ class Api {
    // Why what changes is not kept on disk; empty while it is.
    using StoreTrouble = std::function<std::string()>;
 
-   // All outlive this. Where there is no guard or no store, nothing is asked.
+   // A recording of the box from now on, for so many seconds or without end.
+   using Record = std::function<std::shared_ptr<HttpStream>( std::optional<double> seconds )>;
+
+   // All outlive this. Where there is no guard or no store, nothing is asked; where nobody records, nothing is recorded.
    Api( Dovra::EntityManager & database, Service::MaintenanceService & service,
-        Maintenance::PluginContext const & plugin, Reload reload, Guard guard = {}, StoreTrouble storeTrouble = {} )
+        Maintenance::PluginContext const & plugin, Reload reload, Guard guard = {}, StoreTrouble storeTrouble = {},
+        Record record = {} )
       : database_( database ),
         service_( service ),
         plugin_( plugin ),
         reload_( std::move( reload ) ),
         guard_( std::move( guard ) ),
         storeTrouble_( std::move( storeTrouble ) ),
+        record_( std::move( record ) ),
         windows_( service.ledger().windows() ),
         changes_( database ) {}
 
@@ -71,6 +77,7 @@ class Api {
    [[nodiscard]] HttpAnswer window( std::string const & unit, std::string const & generation ) const;
    [[nodiscard]] HttpAnswer state( Target::Path const & path ) const;
    [[nodiscard]] HttpAnswer dump() const;
+   [[nodiscard]] HttpAnswer record( Asked const & asked ) const;
    [[nodiscard]] HttpAnswer enter( Asked const & asked );
    [[nodiscard]] HttpAnswer exit( Asked const & asked );
    [[nodiscard]] HttpAnswer reload( std::string const & user );
@@ -89,6 +96,7 @@ class Api {
    Reload const reload_;
    Guard const guard_;
    StoreTrouble const storeTrouble_;
+   Record const record_;
    Service::WindowView const windows_;
    ChangeHistory changes_;
 };

@@ -101,9 +101,7 @@ std::string RecordBeginning::unitsUnderWay() const {
 
 Value RecordBeginning::kept() const {
    Value::Object kept;
-   auto const add = [&]( std::string const & path ) {
-      kept.emplace_back( path, Dovra::stateValue( database, path ) );
-   };
+   auto const add = [&]( std::string const & path ) { kept.emplace_back( path, Dovra::stateValue( database, path ) ); };
    add( std::string( Path::unitStatus ) );
    if( unitsUnderWay().empty() ) return value( std::move( kept ) );
    for( auto const path : { Path::monIntfStatus, Path::errdisableCauses } ) add( std::string( path ) );

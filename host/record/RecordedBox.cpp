@@ -38,7 +38,8 @@ std::string quoted( IntfId intf ) { return Kel::toJson( std::string_view( intf.n
 char const * stateOf( LinkReport const & report ) { return report.up ? "\"up\"" : "\"down\""; }
 
 std::string whole( LinkReport const & report ) {
-   std::string text = std::string( "{\"state\": " ) + stateOf( report ) + ", \"kind\": \"" + wordOf( report.kind ) + "\"";
+   std::string text =
+      std::string( "{\"state\": " ) + stateOf( report ) + ", \"kind\": \"" + wordOf( report.kind ) + "\"";
    if( report.kind == IntfKind::vlan && report.vlanId != 0 ) text += ", \"vlan\": " + std::to_string( report.vlanId );
    if( report.kind == IntfKind::vlan || report.kind == IntfKind::portChannel ) {
       text += ", \"members\": [";

@@ -10,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "config/ConfigText.h"
 #include "config/Quantity.h"
+#include "kel/Json.h"
 
 namespace Service::Config {
 namespace {
@@ -71,6 +73,16 @@ TEST( ConfigFile, sampleIsTakenOverWhole ) {
    EXPECT_EQ( config.stages.maintEnter, enter );
    EXPECT_EQ( config.stages.maintExit, exit );
    EXPECT_TRUE( config.preserveIpv6 );
+}
+
+TEST( ConfigFile, writtenOutSaysTheSame ) {
+   std::ostringstream everyKey;
+   everyKey << std::ifstream( RATEMON_SOURCE_DIR "/tests/service/every_key.yaml" ).rdbuf();
+   Config config = parse( everyKey.str(), "every_key.yaml" );
+   config.profiles[0].thresholdKbps = 1e-7 / 3;
+   config.profiles[0].sampleIntervalSeconds = 2.7;
+   config.groups[0].interfaces.emplace_back( "a\"b\\\xc3\xa4:#" );
+   EXPECT_EQ( parse( Kel::toJson( jsonOf( config ) ), "" ), config );
 }
 
 TEST( ConfigFile, whatIsLeftOutHasItsDefault ) {
