@@ -58,6 +58,14 @@ struct RecordOptions {
 // What happens on the box, as a scenario for maintsim. `done` also when it is interrupted.
 int record( Client const & client, RecordOptions const & options );
 
+struct WatchOptions {
+   std::string unit;  // empty: all
+   double intervalSeconds = 1;
+   std::optional<uint32_t> pictures;  // then end; none: until somebody leaves
+};
+// A live view where standard output is a terminal, else lines.
+int watch( Client const & client, WatchOptions const & options );
+
 // What maintd does itself, without a daemon: its output and exit status are this program's, so these only return where
 // it cannot be run.
 int checkConfig( std::string const & file );

@@ -43,6 +43,7 @@ struct Arguments {
    Cli::RecordOptions record;
    Cli::TraceOptions trace;
    Cli::EventsOptions events;
+   Cli::WatchOptions watch;
    std::string levels;  // empty: not given
 };
 
@@ -101,6 +102,19 @@ void entering( CLI::App & command, Arguments & a ) {
       ->excludes( "--wait" );
    command.add_flag( "--yes", a.options.yes,
                      "also where it takes down the link of the default route or of your own session" );
+}
+
+void watching( CLI::App & command, Arguments & a ) {
+   command.add_option( "-n", a.watch.pictures, "end after so many pictures, or sets of lines; the last one stays" )
+      ->check( CLI::PositiveNumber );
+   auto const intervalFault = []( std::string const & text ) {
+      double const seconds = std::strtod( text.c_str(), nullptr );
+      return seconds >= 0.1 && seconds <= 3600 ? std::string() : text + " s is not between 100ms and 1h";
+   };
+   command.add_option( "--interval", a.watch.intervalSeconds, "from one picture to the next (default: 1s)" )
+      ->transform( CLI::AsNumberWithUnit(
+         std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
+      ->check( intervalFault );
 }
 
 void reporting( CLI::App & command, Arguments & a ) {
@@ -225,6 +239,14 @@ Command const commands[] = {
      "all that is known of an interface, in each unit that has it",
      []( auto const & client, auto const & a ) { return Cli::explain( client, a.options, a.interface ); },
      { json, interface } },
+   { "watch",
+     "a live view: what holds the units up, rates, what is still needed; lines where there is no terminal",
+     []( auto const & client, auto const & a ) {
+        auto options = a.watch;
+        options.unit = a.unit;
+        return Cli::watch( client, options );
+     },
+     { someUnit, watching } },
    { "enter",
      "put a unit into maintenance",
      []( auto const & client, auto const & a ) { return Cli::enter( client, a.options, a.unit ); },
