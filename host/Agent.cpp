@@ -118,6 +118,7 @@ Agent::Agent( Options options, StandardError & standardError )
    if( !options_.readSocket.empty() )
       readServer_.emplace( loop_, HttpServer::Place{ options_.readSocket, 0666, options_.socket },
                            [this]( HttpRequest const & request ) { return api_->answer( request ); } );
+   loop_.onLateIs( [this]( double seconds ) { counters_.latenessIs( seconds ); } );
    // Not before the socket is ours: this moves the files that are there.
    traceInto( options_.traceFile );
    BRISKLOG( 3, "maintd starts: socket {}, store {}", options_.socket, store_.path() );
@@ -127,11 +128,13 @@ Agent::~Agent() {
    server_.dropStreams();
    if( readServer_ ) readServer_->dropStreams();
    eventsToLog_.reset();
+   eventsCounted_.reset();
    // In this order: what changed last is kept, and then nothing that goes writes to the store or touches a link.
    if( keeper_ ) static_cast<void>( !keeper_->keep() );
    keeper_.reset();
    control_.reset();
    api_.reset();
+   metrics_.reset();
    recorder_.reset();
    service_.reset();
    // Before any member goes: the teardown of the plug-in writes records on which the members react, and takes its
@@ -176,6 +179,8 @@ void Agent::beginHistory() {
    events_ =
       std::make_shared<Service::EventLog>( [this] { return numbers_->next(); }, [this] { return wallClockOffset(); } );
    eventsToLog_.emplace( *events_, logEvent );
+   eventsCounted_.emplace( *events_,
+                           [this]( Service::Event const & event ) { counters_.eventInc( event.kind.str() ); } );
    tell( EventKind::agent, Severity::notice, "started: socket " + options_.socket + ", store " + store_.path() );
 }
 
@@ -244,6 +249,12 @@ void Agent::startService( Service::Config::Config const & config ) {
       [this]( std::string const & requestedBy ) { return reload( requestedBy ); },
       [this]( auto const &... asked ) { return objections( asked... ); }, [this] { return storeTrouble(); },
       [this]( auto const & seconds ) { return recorder_->record( seconds ); } );
+   metrics_.emplace( Metrics::Parts{ .service = *service_,
+                                     .state = box_.state(),
+                                     .held = Service::heldLinkDir( *box_.database() ),
+                                     .counters = counters_,
+                                     .storeTrouble = [this] { return !keeper_->trouble().empty(); } } );
+   api_->metricsIs( [this] { return metrics_->answer(); } );
 }
 
 void Agent::startPlugin() {
@@ -315,6 +326,7 @@ void Agent::handleLink( Lumo::IntfId intf ) {
 std::vector<std::string> Agent::reload( std::string const & requestedBy ) {
    serviceManager_.reloading();
    auto why = reloadFrom( options_.configFile, *service_, requestedBy );
+   counters_.reloadInc( why.empty() );
    if( why.empty() ) {
       recorder_->handleConfig();
       tellWarnings();

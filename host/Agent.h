@@ -35,6 +35,8 @@
 #include "loop/AsioLoop.h"
 #include "loop/ShiftedClock.h"
 #include "maintenance/MaintenanceService.h"
+#include "metrics/LiveCounters.h"
+#include "metrics/Metrics.h"
 #include "notify/ServiceManager.h"
 #include "plugin/PluginContext.h"
 #include "record/Recorder.h"
@@ -111,12 +113,14 @@ class Agent {
    std::optional<Service::SequenceNumbers> numbers_;  // of events
    std::shared_ptr<Service::EventLog> events_;        // null until the store can be written
    std::optional<Service::EventLog::Listener> eventsToLog_;
+   std::optional<Service::EventLog::Listener> eventsCounted_;
    HttpServer server_;
    std::optional<HttpServer> readServer_;
    Box box_;
    KernelLinks kernelLinks_;
    LinkGuard guard_;
    ProgramHooks hooks_;
+   LiveCounters counters_;
    std::optional<Keeper> keeper_;
    std::vector<std::pair<Lumo::IntfId, std::string>> notes_;  // of link control, for the service
    std::optional<Service::LinkControl> control_;
@@ -124,6 +128,7 @@ class Agent {
    std::optional<Recorder> recorder_;
    Kel::Ptr<Kel::Dir> const pluginDir_;
    Maintenance::PluginContext pluginContext_;
+   std::optional<Metrics> metrics_;
    std::optional<Api> api_;
 };
 

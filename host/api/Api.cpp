@@ -107,7 +107,7 @@ HttpAnswer done( Service::RequestAnswer const & told ) {
 // route of its own.
 struct Api::Route {
    std::string_view method;
-   std::vector<std::string_view> path;  // below /v1
+   std::vector<std::string_view> path;
    HttpAnswer ( *answer )( Api &, Asked const & );
 
    // What stands in the open components, none where the path does not lead there.
@@ -162,6 +162,30 @@ std::span<Api::Route const> Api::routes() {
    return all;
 }
 
+std::span<Api::Route const> Api::routesBeside() {
+   static Route const all[] = {
+      { "GET",
+        { "metrics" },
+        []( Api & api, Asked const & ) {
+           return api.metrics_ ? api.metrics_() : httpError( 404, "no metrics are kept" );
+        } },
+   };
+   return all;
+}
+
+std::vector<std::string> Api::routeTexts() {
+   std::vector<std::string> texts;
+   auto const tell = [&]( std::string const & prefix, std::span<Route const> told ) {
+      for( Route const & route : told ) {
+         std::string & text = texts.emplace_back( std::string( route.method ) + " " + prefix );
+         for( std::string_view const component : route.path ) text.append( "/" ).append( component );
+      }
+   };
+   tell( "/v1", routes() );
+   tell( "", routesBeside() );
+   return texts;
+}
+
 HttpAnswer Api::answer( HttpRequest const & request ) {
    // The whole service is meant, and nothing in particular.
    if( request.target == "*" ) return { .body = "", .allow = "GET, HEAD, POST, OPTIONS" };
@@ -171,8 +195,9 @@ HttpAnswer Api::answer( HttpRequest const & request ) {
       return httpError( 414, "a path may have " + std::to_string( Target::componentsMax ) + " components" );
    std::string allowed;
    Path const & path = target->path;
-   Path const below( path.begin() + ( path.empty() ? 0 : 1 ), path.end() );
-   for( Route const & route : path.empty() || path[0] != "v1" ? std::span<Route const>() : routes() ) {
+   bool const versioned = !path.empty() && path[0] == "v1";
+   Path const below( path.begin() + ( versioned ? 1 : 0 ), path.end() );
+   for( Route const & route : versioned ? routes() : routesBeside() ) {
       auto const names = route.names( below );
       if( !names ) continue;
       if( route.method == request.method ) return route.answer( *this, { request, target->parameters, *names } );

@@ -4,6 +4,7 @@
 //         /v1/windows, /v1/windows/{unit}, /v1/windows/{unit}/{generation}, .../last,
 //         /v1/state/{path}, /v1/watch, /v1/watch/{path}?after=NUMBER, /v1/events?after=NUMBER&unit=UNIT,
 //         /v1/record?for=SECONDS, /v1/trace/levels, /v1/dump
+//    GET  /metrics, in the text format of those who scrape
 //    POST /v1/units/{unit}/enter?without=NAME&without=NAME&dry-run=1&yes=1&session=ADDRESS, /v1/units/{unit}/exit,
 //         /v1/reload, /v1/trace/levels?levels=1,2,4
 //
@@ -61,6 +62,10 @@ class Api {
         changes_( database ) {}
 
    [[nodiscard]] HttpAnswer answer( HttpRequest const & request );
+   // What answers GET /metrics; without it there is nothing there.
+   void metricsIs( std::function<HttpAnswer()> metrics ) { metrics_ = std::move( metrics ); }
+   // Every route: "GET /v1/units/*", for whoever describes them.
+   [[nodiscard]] static std::vector<std::string> routeTexts();
 
  private:
    // A request on its way through a route.
@@ -71,7 +76,8 @@ class Api {
    };
    struct Route;
 
-   [[nodiscard]] static std::span<Route const> routes();
+   [[nodiscard]] static std::span<Route const> routes();        // below /v1
+   [[nodiscard]] static std::span<Route const> routesBeside();  // all others
    [[nodiscard]] HttpAnswer interface( std::string const & name ) const;
    [[nodiscard]] HttpAnswer windowsOf( std::string const & unit ) const;
    [[nodiscard]] HttpAnswer window( std::string const & unit, std::string const & generation ) const;
@@ -97,6 +103,7 @@ class Api {
    Guard const guard_;
    StoreTrouble const storeTrouble_;
    Record const record_;
+   std::function<HttpAnswer()> metrics_;
    Service::WindowView const windows_;
    ChangeHistory changes_;
 };

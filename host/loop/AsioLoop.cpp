@@ -38,7 +38,9 @@ AsioLoop::AsioLoop( Kel::ActivityLoop & loop, double ahead )
    : loop_( loop ), ahead_( ahead ), timer_( io_, newTimer() ) {}
 
 void AsioLoop::turn( std::function<void()> const & work ) {
+   double const due = loop_.timers().nextDue();
    loop_.turn( work );
+   if( onLate_ && due <= loop_.now() ) onLate_( loop_.now() - due );
    // Whatever ran may have moved the next due time, either way.
    armTimer();
    if( onTurn_ ) onTurn_();

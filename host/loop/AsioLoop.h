@@ -26,6 +26,9 @@ class AsioLoop {
    // Runs `work` in a turn of its own, now. Called from handlers of io(), never from within a turn.
    void turn( std::function<void()> const & work = {} );
 
+   // Calls `late` after each turn in which a timer ran, with the seconds since the first of them was due.
+   void onLateIs( std::function<void( double seconds )> late ) { onLate_ = std::move( late ); }
+
    // Runs `readable` in a turn whenever the descriptor, which stays its owner's, can be read.
    void watch( int fd, std::function<void()> readable );
 
@@ -58,6 +61,7 @@ class AsioLoop {
    boost::asio::posix::stream_descriptor timer_;  // a timerfd, so that suspended time counts as in the loop's clock
    std::list<Watch> watches_;
    std::function<void()> onTurn_;
+   std::function<void( double )> onLate_;
 };
 
 }  // namespace Host

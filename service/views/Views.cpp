@@ -106,6 +106,11 @@ Maybe<Text> Views::note( Evidence::UnitAccounts const & book ) const {
    return Text( "nothing to prove: every interface is left out" );
 }
 
+Maybe<double> Views::since( Maintenance::Unit::Status const & unit ) const {
+   auto const window = units_.window( unit.unitName() );
+   return window ? Maybe<double>( came( unit.state(), *window ).since ) : std::nullopt;
+}
+
 UnitAnswer Views::unit( Maintenance::Unit::Status const & unit ) const {
    Kel::Name const & name = unit.unitName();
    UnitAnswer answer;

@@ -25,6 +25,8 @@ class Views {
    [[nodiscard]] std::optional<UnitAnswer> unit( std::string const & name ) const;  // none when there is no such unit
    [[nodiscard]] std::optional<ReadyAnswer> ready( std::string const & unit ) const;
    [[nodiscard]] InterfacesAnswer interfaces() const;  // of all units, in the order of the configuration
+   // When the unit came into its state; none where that is not known.
+   [[nodiscard]] Maybe<double> since( Maintenance::Unit::Status const & unit ) const;
    // The unit's accounts of this interface in every unit that has it.
    [[nodiscard]] List<UnitAnswer> explain( std::string const & intf ) const;
    [[nodiscard]] static RequestAnswer request( char const * verb, std::string const & unit,

@@ -1,0 +1,36 @@
+// GET /metrics: what a program that scrapes wants to know, in the Prometheus text format.
+//
+// A scrape takes a snapshot of what the service knows, in one turn, and is then sent family by family, each made in a
+// turn of its own as the client reads: so also a thousand interfaces hold the loop for a moment only, and no sample is
+// late for a scrape.
+#pragma once
+
+#include <functional>
+
+#include "api/Http.h"
+#include "metrics/LiveCounters.h"
+#include "metrics/Snapshot.h"
+
+namespace Host {
+
+class Metrics {
+ public:
+   struct Parts {
+      Service::MaintenanceService & service;
+      Maintenance::MaintenanceState const & state;
+      Kel::Ptr<Service::HeldLinkDir const> held;
+      LiveCounters const & counters;
+      std::function<bool()>
+         storeTrouble;  // whether nothing can be kept on disk; tries nothing. Empty: there is no store
+   };
+
+   // All outlive this.
+   explicit Metrics( Parts parts ) : parts_( std::move( parts ) ) {}
+
+   [[nodiscard]] HttpAnswer answer() const;  // in a turn
+
+ private:
+   Parts const parts_;
+};
+
+}  // namespace Host
