@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <boost/json.hpp>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -13,6 +16,7 @@
 #include "kel/Assert.h"
 #include "metrics/Families.h"
 #include "metrics/Metrics.h"
+#include "metrics/ProcessUsage.h"
 
 namespace Host {
 namespace {
@@ -24,6 +28,8 @@ using ::testing::Key;
 using ::testing::Not;
 using ::testing::Pair;
 using ::testing::StartsWith;
+
+bool hasPromtool() { return std::system( "command -v promtool >/dev/null" ) == 0; }
 
 class MetricsTest : public ::testing::Test, protected ApiBox {
  protected:
@@ -139,10 +145,51 @@ TEST_F( MetricsTest, everyNameHoldsByTheRulesAndOnePieceIsAsGoodAsMany ) {
    EXPECT_GT( names.size(), 25u );
    EXPECT_EQ( ask( "GET", "/metrics" ).contentType, std::string( "text/plain; version=0.0.4; charset=utf-8" ) );
 
-   if( std::system( "command -v promtool >/dev/null" ) != 0 ) return;
+   if( !hasPromtool() ) return;
    TempDir const directory;
    contentIs( directory / "metrics", text );
    EXPECT_EQ( std::system( ( "promtool check metrics <" + ( directory / "metrics" ) ).c_str() ), 0 );
+}
+
+// Each holds what the whole box was like, and everyone may ask.
+TEST_F( MetricsTest, ofManyWhoDoNotReadTheOldestIsCutOff ) {
+   makeUnit();
+   std::vector<HttpAnswer> crowd( Metrics::scrapesMax );
+   for( auto & slow : crowd ) slow = ask( "GET", "/metrics" );
+   EXPECT_NE( crowd[0].stream->next( 1 ), "" );
+   EXPECT_THAT( scraped(), HasSubstr( "fabric" ) );
+   EXPECT_THROW( static_cast<void>( crowd[0].stream->next( 1 ) ), std::runtime_error );
+   EXPECT_NE( crowd[1].stream->next( 1 ), "" );
+}
+
+// Dashboard and alerts of examples/: a name that nobody tells would stay silent for ever.
+TEST_F( MetricsTest, whatTheExamplesAskForIsTold ) {
+   auto collected = counted_.collected();
+   std::ranges::move( processUsage(), std::back_inserter( collected ) );
+   std::set<std::string> told;
+   for( auto const & family : collected ) told.insert( family.name );
+   for( auto const & family : families() ) told.insert( family.name );
+   std::string const examples = RATEMON_SOURCE_DIR "/examples/";
+   std::string const dashboard = contentOf( examples + "grafana/ratemon-dashboard.json" );
+   EXPECT_GT( boost::json::parse( dashboard ).at( "panels" ).as_array().size(), 10u );
+   std::string const alerts = contentOf( examples + "prometheus/ratemon-alerts.yaml" );
+   for( std::string const & text : { dashboard, alerts } ) {
+      static std::regex const name( "\\b(ratemon|process)_[a-z_]+" );
+      std::size_t asked = 0;
+      for( std::sregex_iterator found( text.begin(), text.end(), name ); found != std::sregex_iterator(); ++found ) {
+         EXPECT_TRUE( told.contains( std::regex_replace( found->str(), std::regex( "_bucket$" ), "" ) ) )
+            << found->str();
+         ++asked;
+      }
+      EXPECT_GT( asked, 10u );
+   }
+   if( !hasPromtool() ) return;
+   EXPECT_EQ(
+      std::system(
+         ( "cd " + examples +
+           "prometheus && promtool check rules ratemon-alerts.yaml && promtool test rules ratemon-alerts-test.yaml" )
+            .c_str() ),
+      0 );
 }
 
 TEST_F( MetricsTest, bytesThatAreNoTextAreReplaced ) {
