@@ -9,8 +9,7 @@
 //    };
 //
 // The struct stays an aggregate with public fields, all zero by default, compares field by field, and is reflected as
-// an object with the fields in order of declaration. IntfRates::KelFields::eachField( visit ) calls
-// visit.operator()<double>( "inBitsRate" ) and so on: whoever describes the type needs no list of his own.
+// an object with the fields in order of declaration.
 #pragma once
 
 #include <string>
@@ -29,8 +28,6 @@ struct FieldChainEnd {
    static bool fieldIs( T &, std::string const &, Value const & ) {
       return false;
    }
-   template<class Visit>
-   static void eachField( Visit const & ) {}
 };
 
 }  // namespace Kel
@@ -53,11 +50,6 @@ struct FieldChainEnd {
          if( name != #NAME ) return KelPrev::fieldIs( record, name, value );                          \
          record.NAME = ::Kel::ValueTraits<TYPE>::fromValue( value );                                  \
          return true;                                                                                 \
-      }                                                                                               \
-      template<class Visit>                                                                           \
-      static void eachField( Visit const & visit ) {                                                  \
-         KelPrev::eachField( visit );                                                                 \
-         visit.template operator()<TYPE>( #NAME );                                                    \
       }                                                                                               \
    };                                                                                                 \
    KEL_LINK_IS( KelLink_##NAME )

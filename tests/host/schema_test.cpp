@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <yaml-cpp/yaml.h>
 
+#include <boost/pfr.hpp>
 #include <set>
 
 #include "api/Api.h"
@@ -110,10 +111,12 @@ class SchemaTest : public ::testing::Test {
       YAML::Node const schema = schemas_[name];
       ASSERT_TRUE( schema ) << name;
       EXPECT_FALSE( schema["additionalProperties"].as<bool>() ) << name;
+      // The record knows its names, the compiler its types, both in the order of declaration.
       Texts fields;
-      T::KelFields::eachField( [&]<class Field>( char const * field ) {
-         fields.emplace_back( field );
-         expect<Field>( schema["properties"][field], name + "." + field );
+      Kel::Value const empty = Kel::value( T{} );
+      for( auto const & [field, value] : *empty.template as<Kel::Value::Object>() ) fields.push_back( field );
+      boost::pfr::for_each_field( T{}, [&]( auto const & field, std::size_t place ) {
+         expect<std::decay_t<decltype( field )>>( schema["properties"][fields[place]], name + "." + fields[place] );
       } );
       EXPECT_THAT( keys( schema["properties"] ), ElementsAreArray( fields ) ) << name;
       EXPECT_THAT( schema["required"].as<Texts>(), ElementsAreArray( fields ) ) << name;
