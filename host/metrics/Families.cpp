@@ -132,7 +132,7 @@ constexpr FamilyOf all[] = {
    { "ratemon_held_links_in_trouble", gauge, "Those of them that are not as they should be.",
      []( Snapshot const & s, MetricFamily & f ) { add( f, {}, static_cast<double>( s.heldInTrouble ) ); } },
 
-   { "ratemon_unit_state", gauge, "1 for the state that the unit is in, 0 for the others.", unitStates },
+   { "ratemon_unit_state", gauge, "The state that the unit is in: 1 for that one, 0 for all others.", unitStates },
    { "ratemon_unit_state_age_seconds", gauge, "How long the unit has been in its state, where that is known.",
      eachUnit<[]( Unit const & u ) { return u.stateAge; }> },
    { "ratemon_unit_generation", gauge, "Number of the request to enter or exit that the unit carried out last.",
