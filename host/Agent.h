@@ -111,7 +111,8 @@ class Agent {
    boost::asio::steady_timer retry_;
    boost::asio::steady_timer lastWords_;
    std::optional<Service::SequenceNumbers> numbers_;  // of events
-   std::shared_ptr<Service::EventLog> events_;        // null until the store can be written
+   LiveCounters counters_;
+   std::shared_ptr<Service::EventLog> events_;  // null until the store can be written
    std::optional<Service::EventLog::Listener> eventsToLog_;
    std::optional<Service::EventLog::Listener> eventsCounted_;
    HttpServer server_;
@@ -120,7 +121,6 @@ class Agent {
    KernelLinks kernelLinks_;
    LinkGuard guard_;
    ProgramHooks hooks_;
-   LiveCounters counters_;
    std::optional<Keeper> keeper_;
    std::vector<std::pair<Lumo::IntfId, std::string>> notes_;  // of link control, for the service
    std::optional<Service::LinkControl> control_;

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "api/Api.h"
+#include "events/Events.h"
 #include "records/MonIntfStatus.h"
 #include "views/Answers.h"
 #include "views/WindowAnswer.h"
@@ -133,8 +134,9 @@ TEST_F( SchemaTest, everyFieldOfAnAnswerIsDescribedAsItIsDeclared ) {
    expectRecord<Service::RequestAnswer>();
    expectRecord<Service::WindowsAnswer>();
    expectRecord<Service::WindowAnswer>();
+   expectRecord<Service::Event>();
    // Made by hand in the program, as no record is.
-   std::set<std::string> const byHand{ "Error", "Refusal", "Reloaded", "TraceLevels" };
+   std::set<std::string> const byHand{ "Error", "Gone", "Refusal", "Reloaded", "StreamEnd", "TraceLevels" };
    for( std::string const & name : keys( schemas_ ) ) {
       bool const isRecord = schemas_[name]["properties"] && !byHand.contains( name );
       EXPECT_EQ( isRecord, described_.contains( name ) ) << name;
@@ -153,6 +155,8 @@ TEST_F( SchemaTest, everyWordIsDescribed ) {
    expectWords( property( "Loud", "direction" ), words<Evidence::Direction>() );
    expectWords( property( "WindowStage", "result" ), words<Evidence::StageResult>() );
    expectWords( property( "WindowStage", "operation" ), words<Maintenance::Unit::MaintenanceOp>() );
+   expectWords( schemas_["EventKind"], words<Service::EventKind>() );
+   expectWords( schemas_["Severity"], words<Service::Severity>() );
    Texts status = words<Interface::IntfOperStatus>();
    status.emplace_back( "missing" );
    expectWords( property( "Interface", "operStatus" ), status );
