@@ -208,7 +208,9 @@ std::string labelText( std::string_view text ) {
    while( !text.empty() ) {
       std::size_t const length = Kel::sequenceLength( text );
       if( length == 0 ) {
-         valid += "\xef\xbf\xbd";
+         static char const hex[] = "0123456789abcdef";
+         auto const byte = static_cast<unsigned char>( text.front() );
+         valid.append( { '\\', 'x', hex[byte >> 4], hex[byte & 0xf] } );
       } else {
          valid += text.substr( 0, length );
       }

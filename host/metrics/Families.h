@@ -26,7 +26,8 @@ struct FamilyOf {
 
 [[nodiscard]] std::span<FamilyOf const> families();
 
-// What the text format takes for a label: bytes that are no UTF-8 are replaced, as in JSON.
+// What the text format takes for a label: a byte that is no UTF-8 becomes "\xff", so that two names stay two, as one
+// series that is told twice costs the whole scrape.
 [[nodiscard]] std::string labelText( std::string_view text );
 
 }  // namespace Host

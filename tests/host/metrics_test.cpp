@@ -192,14 +192,10 @@ TEST_F( MetricsTest, whatTheExamplesAskForIsTold ) {
       0 );
 }
 
-TEST_F( MetricsTest, bytesThatAreNoTextAreReplaced ) {
-   for( auto const & [bytes, told] : std::map<std::string, std::string>{ { "pl\xc3\xa4ne", "pl\xc3\xa4ne" },
-                                                                         { "a\xff"
-                                                                           "b",
-                                                                           "a\xef\xbf\xbd"
-                                                                           "b" },
-                                                                         { "\xe2\x82", "\xef\xbf\xbd\xef\xbf\xbd" } } )
-      EXPECT_EQ( labelText( bytes ), told );
+TEST_F( MetricsTest, namesThatAreNoTextStayTwo ) {
+   EXPECT_EQ( labelText( "pl\xc3\xa4ne" ), "pl\xc3\xa4ne" );
+   EXPECT_EQ( labelText( "l\xff" ), "l\\xff" );
+   EXPECT_EQ( labelText( "l\xe2\x82 " ), "l\\xe2\\x82 " );
 }
 
 }  // namespace
