@@ -12,13 +12,13 @@
 #include "config/Config.h"
 #include "evidence/Windows.h"
 #include "kel/Json.h"
+#include "kel/Printable.h"
 #include "plugin/Loader.h"
 #include "report/Plot.h"
 #include "report/Summary.h"
 #include "report/WindowPage.h"
 #include "scenario/Remarks.h"
 #include "scenario/Scenario.h"
-#include "tables/Printable.h"
 #include "usage/Usage.h"
 #include "views/WindowView.h"
 
@@ -137,9 +137,9 @@ void run( Options const & options, std::istream & lines ) {
       scenario.run( first );
       scenario.run( lines );
       for( std::string const & remark : Sim::remarks( world ) )
-         std::cerr << "maintsim: " << Cli::printable( remark ) << "\n";
+         std::cerr << "maintsim: " << Kel::printable( remark ) << "\n";
       if( options.summary )
-         std::cout << Cli::printableLines( Report::summary( *history ) + scenario.recording().comparison() )
+         std::cout << Kel::printableLines( Report::summary( *history ) + scenario.recording().comparison() )
                    << std::flush;
    }
    if( !options.plot.empty() ) plotFile.write( Report::plot( *history ) );
@@ -150,11 +150,11 @@ int simulate( Options const & options, std::istream & lines ) {
    try {
       run( options, lines );
    } catch( Sim::ScenarioError const & error ) {
-      std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << Cli::printable( error.what() )
+      std::cerr << ( options.file.empty() ? "standard input" : options.file ) << ": " << Kel::printable( error.what() )
                 << "\n";
       return usage;
    } catch( Service::Config::ConfigError const & error ) {
-      std::cerr << Cli::printableLines( error.what() ) << "\n";
+      std::cerr << Kel::printableLines( error.what() ) << "\n";
       return usage;
    } catch( ConfigFileError const & error ) {
       std::cerr << "maintsim: " << error.what() << "\n";

@@ -8,7 +8,7 @@ import shlex
 import subprocess
 import sys
 
-LAYERED_TOPS = ("platform", "MaintenancePlugin", "report", "service", "host", "sim", "cli")
+LAYERED_TOPS = ("platform", "MaintenancePlugin", "report", "usage", "service", "host", "sim", "cli")
 
 # Folder of the tree -> what its sources may include at most, besides their own headers. "platform", "service" and
 # "host" stand for all the folders below. The longest name that fits counts.
@@ -22,17 +22,18 @@ REACH = {
     "platform/quill": {"kel", "brim", "records", "brisklog"},
     "MaintenancePlugin": {"platform"},
     "report": {"platform"},
+    "usage": {"platform", "report"},
     "service": {"platform", "service"},
     "service/config": set(),
     "service/evidence": {"platform"},
     "service/links": {"platform"},
     "service/units": {"platform", "config", "evidence", "links"},
-    "host": {"platform", "report", "service", "host"},
+    "host": {"platform", "report", "usage", "service", "host"},
     "host/linux": set(),
-    "sim": {"platform", "report", "service", "sim"},
+    "sim": {"platform", "report", "usage", "service", "sim"},
     "sim/world": {"platform", "service"},
     "sim/scenario": {"platform", "service", "world"},
-    "cli": {"report", "platform", "cli"},
+    "cli": {"report", "platform", "usage", "cli"},
 }
 
 
