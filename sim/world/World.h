@@ -43,10 +43,7 @@ class World {
    [[nodiscard]] Service::LinkRecords & linkRecords() { return linkRecords_; }
    [[nodiscard]] InventedLinks & links() { return links_; }
    [[nodiscard]] Agent & agent() { return agent_; }
-   [[nodiscard]] Maintenance::MaintenanceState & state() { return state_; }
-   [[nodiscard]] Service::LinkRecords & linkRecords() { return linkRecords_; }
    [[nodiscard]] KelQuill::CounterWriter const & counterRows() const { return writer_; }
-   [[nodiscard]] Kel::Ptr<KelQuill::EntityManager> const & quill() const { return quill_; }
    [[nodiscard]] KelQuill::CounterTable const & counterTable() const { return writer_.table(); }
 
    void inTurn( Kel::ActivityLoop::Work const & work );

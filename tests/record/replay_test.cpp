@@ -46,14 +46,14 @@ class RecordedLife {
                                                    .state = world_.state(),
                                                    .links = world_.linkRecords(),
                                                    .rows = world_.counterRows(),
-                                                   .counters = *world_.quill(),
+                                                   .counters = *world_.countersRead(),
                                                    .service = *world_.agent().service(),
                                                    .wallClockOffset = [] { return 1.7e9; },
                                                    .host = "leaf\"1",
                                                    .version = "0.1" } );
          recorder_->handlePluginStart();
       } );
-      world_.quill()->refresherIs( [this]( auto rows ) {
+      world_.countersRead()->refresherIs( [this]( auto rows ) {
          ++reads_;
          world_.counters().refresh( rows );
          recorder_->handleRead();
