@@ -50,7 +50,9 @@ ChangeHistory::Followed & ChangeHistory::follow( std::string const & mounted ) {
    Followed & followed = followed_[mounted];
    ++followed.readers;
    if( followed.watches ) return followed;
-   followed.since = numbers_.last();
+   // A number of its own: of the one before, nobody could say whether it was read before this was followed, with
+   // changes in between that nobody saw.
+   followed.since = addNothing();
    followed.watches = std::make_unique<Dovra::Watches>(
       database_, [this]( StateComponents const & path, Kel::Value const & value ) { add( path, value ); } );
    followed.watches->watch( { mounted } );
@@ -86,9 +88,7 @@ void ChangeHistory::forgetIdle() {
 void ChangeHistory::add( StateComponents const & path, Kel::Value const & value ) {
    // First of all, as it may itself write a record that is followed.
    uint64_t const number = numbers_.next();
-   makeRoom();
-   Block & block = blocks_.back();
-   if( block.lines.empty() ) block.first = number;
+   Block & block = blockFor( number );
    std::size_t const before = block.bytes();
    Line line{ static_cast<uint32_t>( block.text.size() ), 0, 0 };
    LineText::appendHead( block.text, number, Kel::now() );
@@ -109,19 +109,31 @@ void ChangeHistory::add( StateComponents const & path, Kel::Value const & value 
    }
 }
 
-// For one more line; the block that it comes into is the last.
-void ChangeHistory::makeRoom() {
-   if( !blocks_.empty() && blocks_.back().text.size() < limits_.blockBytes ) return;
+uint64_t ChangeHistory::addNothing() {
+   uint64_t const number = numbers_.next();
+   Block & block = blockFor( number );
+   std::size_t const before = block.bytes();
+   block.lines.push_back( { static_cast<uint32_t>( block.text.size() ), 0, 0 } );
+   bytes_ += block.bytes() - before;
+   return number;
+}
+
+ChangeHistory::Block & ChangeHistory::blockFor( uint64_t number ) {
+   if( !blocks_.empty() && blocks_.back().text.size() < limits_.blockBytes ) {
+      KEL_ASSERT( blocks_.back().first + blocks_.back().lines.size() == number );
+      return blocks_.back();
+   }
    while( blocks_.size() > 1 && bytes_ + limits_.blockBytes > limits_.bytes ) {
       bytes_ -= blocks_.front().bytes();
       forgotten_ = blocks_.front().first + blocks_.front().lines.size() - 1;
       blocks_.pop_front();
    }
    Block & block = blocks_.emplace_back();
-   block.first = numbers_.last();
+   block.first = number;
    // Most lines fit in, and most of the memory is used.
    block.text.reserve( limits_.blockBytes + limits_.blockBytes / 16 );
    bytes_ += block.bytes();
+   return block;
 }
 
 Kel::Value ChangeHistory::valueAt( StateComponents const & path ) const {

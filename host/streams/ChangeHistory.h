@@ -84,7 +84,7 @@ class ChangeHistory {
    // A mounted directory.
    struct Followed {
       std::unique_ptr<Dovra::Watches> watches;
-      uint64_t since = 0;  // what changed after this number is in the history
+      uint64_t since = 0;  // what changed after this number, of which there is no line, is in the history
       std::size_t readers = 0;
       double idleSince = 0;  // s; where there are no readers
    };
@@ -93,7 +93,10 @@ class ChangeHistory {
    void leave( std::string const & mounted );
    void forgetIdle();
    void add( Dovra::StateComponents const & path, Kel::Value const & value );
-   void makeRoom();
+   // A number without a line.
+   uint64_t addNothing();
+   // The last one, with room for a line of that number.
+   [[nodiscard]] Block & blockFor( uint64_t number );
    [[nodiscard]] std::shared_ptr<Snapshot const> snapshot( Dovra::StateComponents const & path );
    [[nodiscard]] Kel::Value valueAt( Dovra::StateComponents const & path ) const;
 

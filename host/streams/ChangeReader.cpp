@@ -30,8 +30,9 @@ ChangeReader::ChangeReader( ChangeHistory & history, StateComponents const & pat
      text_( textOf( path_ ) ),
      mounted_( path.empty() ? history.database_.paths()
                             : std::vector{ Dovra::statePlace( history.database_, path ).components.front() } ),
-     place_( history.last() ) {
+     place_( 0 ) {
    for( std::string const & mounted : mounted_ ) history_.follow( mounted );
+   place_ = history_.last();
 }
 
 ChangeReader::~ChangeReader() {
