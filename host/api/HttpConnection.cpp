@@ -143,8 +143,10 @@ void HttpConnection::answer() {
    HttpAnswer answer = answered( request );
    if( changes ) tellChange( peer, request, answer );
    if( answer.stream && shared_->streams >= shared_->limits.streams )
-      answer = httpError( 503, "maintd serves " + std::to_string( shared_->streams ) +
-                                  " streams already; try again when one has ended" );
+      // Parted with: those who cannot watch are not to keep others from asking.
+      return send( httpError( 503, "maintd serves " + std::to_string( shared_->streams ) +
+                                      " streams already; try again when one has ended" ),
+                   false );
    send( std::move( answer ), reader_.keepAlive() );
 }
 
