@@ -46,7 +46,9 @@ class Interrupts {
    [[nodiscard]] bool come( int fd, int milliseconds ) const {
       std::array<pollfd, 2> ready{ pollfd{ fd_, POLLIN, 0 }, pollfd{ fd, POLLIN, 0 } };
       ::poll( ready.data(), ready.size(), milliseconds );
-      return ready[0].revents != 0;
+      // Taken, or it would end this program as soon as it is not blocked any more.
+      signalfd_siginfo taken{};
+      return ready[0].revents != 0 && ::read( fd_, &taken, sizeof taken ) > 0;
    }
 
  private:

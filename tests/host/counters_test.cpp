@@ -199,7 +199,7 @@ class Feed : public Counters {
    KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
    Service::LinkRecords records_{ state_ };
    std::vector<std::string> told_;
-   LinkFeed links_{ records_, writer_, [this]( std::string const & text ) { told_.push_back( text ); } };
+   LinkFeed links_{ records_, writer_, [this]( std::string const & text, bool ) { told_.push_back( text ); } };
    std::optional<LinkWatch> watch_;  // these two are made in the private network
    std::optional<CounterFeed> feed_;
 };

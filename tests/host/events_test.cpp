@@ -35,7 +35,7 @@ class EventsApi : public ApiBox, public ::testing::Test {
    // The texts of what comes next; of a last line all of it.
    static std::string textsOf( std::string const & lines ) {
       std::string texts;
-      std::string const mark = "\"text\":\"";
+      std::string const mark = "\"text\": \"";
       for( std::size_t at = 0, end = 0; ( end = lines.find( '\n', at ) ) != std::string::npos; at = end + 1 ) {
          std::string const line = lines.substr( at, end - at );
          std::size_t const text = line.find( mark );
@@ -95,16 +95,17 @@ TEST_F( EventsApi, endWithALineThatSaysWhereToGoOn ) {
    auto const stopped = stream( "?after=" + std::to_string( service_.events()->oldest() - 1 ) );
    stopped->stop();
    EXPECT_EQ( textsOf( stopped->next( 10000 ) ),
-              "a|{\"seq\":" + a + ",\"end\":\"stopping\",\"resumeAfter\":" + a + "}" );
+              "a|{\"seq\": " + a + ", \"end\": \"stopping\", \"resumeAfter\": " + a + "}" );
    EXPECT_TRUE( stopped->ended() );
    EXPECT_EQ( stopped->next( 10000 ), "" );
    EXPECT_EQ( slow->next( 10000 ), "" );
    for( std::size_t i = 0; i <= Service::EventLog::eventsMax; ++i ) tell( "x" );
-   EXPECT_EQ( textsOf( slow->next( 10000 ) ), "{\"seq\":" + a + ",\"end\":\"too slow\",\"resumeAfter\":" + a + "}" );
+   EXPECT_EQ( textsOf( slow->next( 10000 ) ),
+              "{\"seq\": " + a + ", \"end\": \"too slow\", \"resumeAfter\": " + a + "}" );
    EXPECT_TRUE( slow->ended() );
    HttpAnswer const gone = ask( "GET", "/v1/events?after=" + a );
    EXPECT_EQ( gone.status, 410U );
-   EXPECT_THAT( gone.body, HasSubstr( "\"oldest\":" + std::to_string( service_.events()->oldest() ) ) );
+   EXPECT_THAT( gone.body, HasSubstr( "\"oldest\": " + std::to_string( service_.events()->oldest() ) ) );
 }
 
 TEST_F( EventsApi, areRefusedForWhatIsNoPlaceInTheHistory ) {
@@ -121,7 +122,7 @@ TEST_F( EventsApi, areRefusedForWhatIsNoPlaceInTheHistory ) {
            Case{ "?after=1&after=2", 400, "each once" },
            Case{ "?since=1", 400, "nothing else" },
            Case{ "?unit=rack", 404, "the units are: fabric" },
-           Case{ "?after=0", 410, "\"oldest\":2" },
+           Case{ "?after=0", 410, "\"oldest\": 2" },
            Case{ "?after=99999", 410, "there is no event 99999 yet" },
         } ) {
       HttpAnswer const answer = ask( "GET", std::string( "/v1/events" ) + query );

@@ -80,7 +80,7 @@ class LinkKinds : public ::testing::Test {
    KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
    Service::LinkRecords records_{ state_ };
    std::vector<std::string> told_;
-   LinkFeed feed_{ records_, writer_, [this]( std::string const & text ) { told_.push_back( text ); } };
+   LinkFeed feed_{ records_, writer_, [this]( std::string const & text, bool ) { told_.push_back( text ); } };
    Linux::LinkTable table_{ feed_ };
 };
 

@@ -44,8 +44,8 @@ TEST_F( EventHistory, isReadOnFromAnyNumberThatIsKept ) {
    EXPECT_TRUE( log_->has( 102 ) );
    EXPECT_FALSE( log_->has( 103 ) );
    EXPECT_EQ( log_->next( 44 )->line(),
-              "{\"seq\":102,\"time\":1000,\"wallTime\":1000001000,\"kind\":\"agent\",\"severity\":\"notice\","
-              "\"unit\":null,\"generation\":null,\"interface\":null,\"text\":\"b\"}\n" );
+              "{\"seq\": 102, \"time\": 1000, \"wallTime\": 1000001000, \"kind\": \"agent\", \"severity\": \"notice\", "
+              "\"unit\": null, \"generation\": null, \"interface\": null, \"text\": \"b\"}\n" );
 }
 
 // By number, and by size: the latest is kept whatever it takes, and no text is longer than may be.

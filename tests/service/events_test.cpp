@@ -1,11 +1,11 @@
 // What an operator is told: which event each thing that happens makes, and what is kept of them.
+#include <utility>
+
 #include "Box.h"
 
 namespace Service {
 
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 
 namespace {
 
@@ -22,82 +22,127 @@ std::string lineOf( Event const & event ) {
 
 class Events : public Box {
  protected:
-   // All since the last call.
-   std::vector<std::string> news() {
-      std::vector<std::string> lines;
-      for( Event const & event : std::exchange( events_, {} ) ) lines.push_back( lineOf( event ) );
-      return lines;
-   }
-};
-
-// As an operator would tell it: each step, and what is heard of it.
-TEST_F( Events, tellOfEverythingThatHappensToAUnit ) {
+   // What happens, and what an operator hears of it.
    struct Step {
-      char const * what;
       std::function<void()> happens;
       std::vector<std::string> heard;
    };
-   begin( fileWith( "" ) );
-   advance( 5 );
-   std::vector<Step> const story{
-      { "a refusal", [&] { enter( "fabric", { "eth9" } ); }, {} },
-      { "links of the configuration, and others",
-        [&] {
-           link( "up1", false );
-           link( "other", false );
-           link( "up1", true );
-           linkGone( "up2" );
-           link( "up2", true );
-        },
-        {} },
-      { "an entry",
-        [&] {
-           traffic( "up2", 0, 4 * Mbps );
-           enter( "fabric" );
-        },
-        {} },
-      { "its readings", [&] { advance( 50 ); }, {} },
-      { "the last link drains",
-        [&] {
-           traffic( "up2", 0 );
-           advance( 60 );
-        },
-        {} },
-      { "traffic comes back",
-        [&] {
-           traffic( "up2", 4 * Mbps );
-           advance( 25 );
-        },
-        {} },
-      { "and goes",
-        [&] {
-           traffic( "up2", 0 );
-           advance( 60 );
-        },
-        {} },
-      { "a link is pulled", [&] { link( "up1", false ); }, {} },
-      { "reloads",
-        [&] {
-           reload( fileWith( "" ) );
-           std::string without = fileWith( "" );
-           without.erase( without.find( "  fabric:" ), std::string( "  fabric: { groups: [ups] }\n" ).size() );
-           reload( without );
-        },
-        {} },
-      { "the exit",
-        [&] {
-           exit( "fabric" );
-           advance( 30 );
-        },
-        {} },
-   };
-   for( Step const & step : story ) {
-      static_cast<void>( news() );
-      step.happens();
-      auto const n = news();
-      std::cout << "== " << step.what << "\n";
-      for( auto const & l : n ) std::cout << "              \"" << l << "\",\n";
+   void expectHeard( std::vector<Step> const & story ) {
+      for( std::size_t i = 0; i < story.size(); ++i ) {
+         events_.clear();
+         story[i].happens();
+         std::vector<std::string> heard;
+         for( Event const & event : events_ ) heard.push_back( lineOf( event ) );
+         EXPECT_THAT( heard, ElementsAreArray( story[i].heard ) ) << "step " << i;
+      }
    }
+};
+
+TEST_F( Events, tellOfAUnitAndItsInterfacesFromTheFirstRequestToTheEnd ) {
+   begin( fileWith( "" ) );
+   expectHeard( {
+      { [&] { enter( "fabric", { "eth9" } ); },
+        { "warning request fabric: enter, asked for by ann, is refused: eth9: not an interface of unit fabric, so it "
+          "cannot be left out; its interfaces are: up1, up2" } },
+      { [&] {
+          traffic( "up2", 0, 4 * Mbps );
+          enter( "fabric" );
+       },
+        { "notice request fabric#1: enter, asked for by ann: generation 1", "notice state fabric#1: entering",
+          "notice stage fabric#1: ratemon: begins",
+          "info verdict fabric#1 up1: waiting: no reading yet: its monitoring has just begun",
+          "info verdict fabric#1 up2: waiting: no reading yet: its monitoring has just begun" } },
+      { [&] { advance( 50 ); },
+        { "info verdict fabric#1 up1: quiet: below 100 kbps for 10 s, 20 s still needed",
+          "info verdict fabric#1 up2: loud: out 4 Mbps, has to fall below 100 kbps" } },
+      { [&] {
+          traffic( "up2", 0 );
+          advance( 60 );
+       },
+        { "info verdict fabric#1 up2: quiet: below 100 kbps for 10 s, 20 s still needed",
+          "notice ready fabric#1: every interface is proven quiet", "notice stage fabric#1: ratemon: done after 80 s",
+          "notice stage fabric#1: verify: begins", "notice stage fabric#1: verify: done after 0 s",
+          "notice state fabric#1: inMaintenance" } },
+      { [&] {
+          traffic( "up2", 4 * Mbps );
+          advance( 30 );
+       },
+        { "warning spike fabric#1 up2: in 2 Mbps",
+          "info verdict fabric#1 up2: loud: in 2 Mbps, has to fall below 100 kbps",
+          "warning not ready fabric#1: up2: in 2 Mbps, has to fall below 100 kbps",
+          "warning disturbed fabric#1: traffic is back: up2" } },
+      { [&] {
+          traffic( "up2", 0 );
+          advance( 60 );
+       },
+        { "info verdict fabric#1 up2: quiet: below 100 kbps for 20 s, 10 s still needed",
+          "notice quiet again fabric#1: no traffic is left",
+          "notice ready fabric#1: every interface is proven quiet" } },
+      { [&] {
+          crash();
+          begin( fileWith( "" ) );
+       },
+        { "notice agent: took over 1 unit under way: fabric (inMaintenance)" } },
+      // On its way out nobody asks for verdicts.
+      { [&] {
+          exit( "fabric" );
+          advance( 30 );
+       },
+        { "notice request fabric#2: exit, asked for by bob: generation 2", "notice state fabric#2: leaving",
+          "notice stage fabric#2: ratemon: begins", "notice stage fabric#2: ratemon: done after 0 s",
+          "notice state fabric#2: active" } },
+   } );
+}
+
+TEST_F( Events, tellOfLinksOfTheConfigurationHoldsAndReloads ) {
+   begin( fileWith( "" ) );
+   std::string other = fileWith( "" );
+   other.erase( other.find( "  fabric:" ), std::string( "  fabric: { groups: [ups] }\n" ).size() );
+   expectHeard( {
+      { [&] {
+          link( "up1", false );
+          link( "other", false );  // of no unit
+          link( "other", true );
+          link( "up1", true );
+          linkGone( "up2" );  // of two units
+          link( "up2", true );
+       },
+        { "notice link fabric up1: went down", "notice link fabric up1: came up", "notice link up2: vanished",
+          "notice link up2: came back, up" } },
+      { [&] {
+          enter( "fabric" );
+          events_.clear();
+          inTurn( [&] { service_->tellHold( Lumo::IntfId( "up1" ), Severity::notice, "taken down" ); } );
+          inTurn( [&] { service_->tellHold( Lumo::IntfId( "up2" ), Severity::warning, "no" ); } );
+       },
+        { "notice hold fabric#1 up1: taken down", "warning hold up2: no" } },
+      { [&] {
+          reload( other );
+          inTurn( [&] { service_->reload( configOf( fileWith( "" ) ), "ann" ); } );
+       },
+        { "warning reload: refused: unit fabric cannot be taken away: it is entering, not active",
+          "notice reload: done, asked for by ann" } },
+   } );
+}
+
+TEST_F( Events, tellOfProgramsAndDeadlinesThatGoWrong ) {
+   begin(
+      fileWith( "  maintEnter: [ { name: bgp, run: [/bgp] }, { name: ratemon }, { name: verify } ]\n"
+                "  maintExit: [ { name: ratemon }, { name: bgp, run: [/bgp], timeout: 20s } ]\n" ) );
+   expectHeard( {
+      { [&] {
+          enter( "fabric" );
+          programEnds( "fabric", "exit status 1" );
+       },
+        { "notice request fabric#1: enter, asked for by ann: generation 1", "notice state fabric#1: entering",
+          "notice stage fabric#1: bgp: begins", "warning stage fabric#1: bgp: failed after 0 s: exit status 1",
+          "notice request fabric#2: exit, asked for by maintd: generation 2", "notice state fabric#2: leaving",
+          "notice stage fabric#2: ratemon: begins", "notice stage fabric#2: ratemon: done after 0 s",
+          "notice stage fabric#2: bgp: begins" } },
+      { [&] { advance( 20 ); },
+        { "warning deadline fabric#2: bgp is not over after 20 s: the unit fails",
+          "warning stage fabric#2: bgp: timed out after 20 s", "error state fabric#2: failed" } },
+   } );
 }
 
 }  // namespace Service
