@@ -52,7 +52,8 @@ TEST_F( EventHistory, isReadOnFromAnyNumberThatIsKept ) {
 TEST_F( EventHistory, isBounded ) {
    for( std::size_t i = 0; i < EventLog::eventsMax; ++i ) tell( "x" );
    uint64_t const first = log_->oldest();
-   EXPECT_TRUE( log_->has( first - 1 ) );
+   EXPECT_EQ( first, 44U );
+   EXPECT_TRUE( log_->has( 42 ) );
    tell( "one more" );
    EXPECT_EQ( log_->oldest(), first + 2 );
    EXPECT_TRUE( log_->has( first ) );  // all that came after it is kept
