@@ -115,13 +115,18 @@ void RecordedBox::handleLink( IntfId intf, Lines & lines ) {
    }
    // First, so that what it is made of is there before it.
    membersAre( *report, lines );
+   bool const isHeld = held( intf );
+   // By somebody else than us, who let go first. From then on its state is not our doing.
+   bool const raisedNow = isHeld && said.ours && report->up;
+   said.raised = isHeld && ( said.raised || raisedNow );
    if( report->up ) {
       said.ours = false;
-   } else if( held( intf ) ) {
+   } else if( isHeld && !said.raised ) {
       said.ours = true;
    }
    if( said.ours ) report->up = said.report ? said.report->up : true;
    said.letGo.reset();
+   if( raisedNow ) lines.push_back( linkLine( intf, stateOf( *report ) ) );
    if( said.report == report ) return;
    LinkReport sameState = *report;
    sameState.up = said.report && said.report->up;

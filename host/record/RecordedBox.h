@@ -54,6 +54,7 @@ class RecordedBox {
    struct Said {
       std::optional<Service::LinkReport> report;  // none: it is not there
       bool ours = false;                          // down, on our account
+      bool raised = false;                        // held, and set up by somebody all the same
       std::optional<double> letGo;                // s, since when it is not held any more and has not come up
       Counted counted;
    };

@@ -2,6 +2,7 @@
 // times, whatever happened, and however late the box was with everything.
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <random>
 #include <regex>
 #include <sstream>
@@ -160,6 +161,7 @@ TEST_P( Replay, decidesTheSameAtTheSameTimes ) {
       }
    }
    auto const replayed = replay( recording );
+   std::ofstream( "/tmp/life-" + std::to_string( GetParam() ) + ".jsonl" ) << recording;  // DEBUG
    EXPECT_GT( replayed.all, 20u );
    EXPECT_EQ( replayed.same, replayed.all ) << replayed.comparison;
 }
