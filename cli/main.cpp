@@ -164,11 +164,10 @@ void recording( CLI::App & command, Arguments & a ) {
       ->required()
       ->check( emptyFault );
    command
-      .add_option( "--for", a.record.seconds,
-                   "end by itself after this time; a number is seconds (90s, 5m, 1h, 1d); otherwise when interrupted" )
-      ->transform( CLI::AsNumberWithUnit(
-         std::map<std::string, double>{ { "s", 1 }, { "m", 60 }, { "min", 60 }, { "h", 3600 }, { "d", 86400 } } ) )
-      ->check( CLI::Range( 1.0, 1e9 ) );
+      .add_option_function<std::string>(
+         "--for", [&a]( std::string const & text ) { a.record.seconds = Usage::seconds( "--for", text ); },
+         "end by itself after this time: 90s, 5min, 1h30m; a bare number is seconds (default: when interrupted)" )
+      ->type_name( "TIME" );
    command.add_flag( "--force", a.record.force, "write over a file that is there" );
    command.footer( "maintsim --summary FILE replays it; with --config other.yaml, as it would have been with that." );
 }

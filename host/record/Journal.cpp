@@ -18,15 +18,6 @@ void Journal::add( Turn turn ) {
       turns_.pop_front();
       ++begin_;
    }
-   tell();
-}
-
-void Journal::end( std::string const & why ) {
-   ended_ = why;
-   tell();
-}
-
-void Journal::tell() const {
    // A copy: whoever is told may go.
    auto const listeners = listeners_;
    for( More const * const more : listeners ) {

@@ -24,27 +24,20 @@ class Journal {
    explicit Journal( std::size_t bytes ) : bytesMax_( bytes ) {}
 
    void add( Turn turn );
-   // Nothing is added any more, for this reason.
-   void end( std::string const & why );
-
    [[nodiscard]] uint64_t begin() const { return begin_; }  // number of the oldest that is there
    [[nodiscard]] uint64_t end() const { return begin_ + turns_.size(); }
    [[nodiscard]] Turn const & turn( uint64_t number ) const { return turns_[number - begin_]; }
-   [[nodiscard]] std::string const & ended() const { return ended_; }  // why; empty: it goes on
 
-   // Called when something was added, or it ends.
+   // Called when something was added.
    using More = std::function<void()>;
    void listenerIs( More const * more ) { listeners_.insert( more ); }
    void listenerDel( More const * more ) { listeners_.erase( more ); }
 
  private:
-   void tell() const;
-
    std::size_t const bytesMax_;
    std::deque<Turn> turns_;
    uint64_t begin_ = 0;
    std::size_t bytes_ = 0;
-   std::string ended_;
    std::set<More const *> listeners_;
 };
 

@@ -22,6 +22,9 @@ constexpr std::size_t journalBytes = 16 * 1024 * 1024;
 // The wheel of the rate monitor ticks each second.
 constexpr double beatSeconds = 1;
 
+// A recording of a box on which nothing changes goes on all the same, so that an interrupted one has its length.
+constexpr double idleSeconds = 10;
+
 // How long before a beat the replay's clock halts, so that what is due on the beat comes as late as it came here.
 constexpr double halts = 1e-3;  // s
 
@@ -76,6 +79,14 @@ struct Recorder::Active {
    bool read = false;               // in the present turn
    bool sampled = false;            // likewise, and not by us
    bool reading = false;
+   double told = 0;  // s, the last turn that was
+
+   [[nodiscard]] bool awaited( double now ) const {
+      return now - told >= idleSeconds || std::ranges::any_of( recordings, [now]( auto const & weak ) {
+                auto const recording = weak.lock();
+                return recording && recording->endsBy( now );
+             } );
+   }
 };
 
 void Recorder::Beat::onTimeMin() { owner_.turnEnd_->due(); }
@@ -97,7 +108,6 @@ Recorder::Recorder( Parts parts )
 Recorder::~Recorder() {
    parts_.links.onLinkIs( {} );
    parts_.service.units().onRequestIs( {} );
-   if( active_ ) active_->journal->end( "maintd stops" );
 }
 
 void Recorder::handlePluginStart() { phaseTimer_->timeMinIs( Kel::now() ); }
@@ -202,13 +212,15 @@ void Recorder::tellTurn() {
    a.box.counters( std::exchange( a.read, false ), all );
    all.insert( all.end(), a.lines.begin(), a.lines.end() );
    a.lines.clear();
-   // Where nothing changes and nobody samples there is nothing to tell of a beat.
-   bool const toTell = std::exchange( a.sampled, false ) || !all.empty();
    double const now = Kel::now();
+   // Where nothing changes and nobody samples there is nothing to tell of most beats.
+   bool const toTell = std::exchange( a.sampled, false ) || !all.empty() || ( beat && a.awaited( now ) );
    Journal::Turn turn{ beat ? a.nextBeat - halts : now, now, {} };
    for( std::string const & text : all ) turn.lines += ( turn.lines.empty() ? "" : ", " ) + text;
    if( beat ) a.nextBeat = beatAfter( now );
-   if( toTell ) a.journal->add( std::move( turn ) );
+   if( !toTell ) return;
+   a.told = now;
+   a.journal->add( std::move( turn ) );
 }
 
 std::deque<std::string> Recorder::beginning( double clock ) const {

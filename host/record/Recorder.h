@@ -51,7 +51,7 @@ class Recorder {
    explicit Recorder( Parts parts );
    Recorder( Recorder const & ) = delete;
    Recorder & operator=( Recorder const & ) = delete;
-   // Recordings that are being made end, and say that maintd stops.
+   // Recordings that are being made hear nothing more; whoever sends them has stopped them before.
    ~Recorder();
 
    // In the turn in which the plug-in is started: its wheel begins to turn in the next.

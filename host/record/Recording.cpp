@@ -45,7 +45,7 @@ std::string Recording::nextLines() {
    }
    if( begun_ && place_ < journal_->begin() ) return lastLine( "ends early: it was not read as fast as it came" );
    bool const more = begun_ && place_ < journal_->end();
-   if( !more ) return journal_->ended().empty() ? "" : lastLine( "ends early: " + journal_->ended() );
+   if( !more ) return stopped_ ? lastLine( "ends early: maintd stops" ) : "";
    Journal::Turn const & turn = journal_->turn( place_++ );
    if( !end_ || turn.at < *end_ ) return textOf( turn );
    return stepTo( *end_ ) + lastLine( "ends here, as was asked for" );

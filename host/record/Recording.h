@@ -29,6 +29,10 @@ class Recording final : public HttpStream {
    [[nodiscard]] std::string next( std::size_t bytes ) override;
    [[nodiscard]] bool ended() const override { return over_; }
    void onMore( std::function<void()> more ) override { more_ = std::move( more ); }
+   void stop() override { stopped_ = true; }
+
+   // Whether it has to hear of a turn at that time, because it ends there.
+   [[nodiscard]] bool endsBy( double time ) const { return end_ && *end_ <= time && !over_; }
 
  private:
    [[nodiscard]] std::string nextLines();
@@ -42,6 +46,7 @@ class Recording final : public HttpStream {
    std::deque<std::string> begin_;
    bool begun_ = false;
    bool over_ = false;
+   bool stopped_ = false;  // with its agent
    uint64_t place_ = 0;
    double clock_ = 0;  // s
 };

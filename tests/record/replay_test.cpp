@@ -2,7 +2,6 @@
 // times, whatever happened, and however late the box was with everything.
 #include <gmock/gmock.h>
 
-#include <fstream>
 #include <random>
 #include <regex>
 #include <sstream>
@@ -26,6 +25,9 @@ std::string configWith( std::string const & profile ) {
           R"("units": {"fabric": {"groups": ["g", "s"]}, "spine": {"groups": ["s"]}}}})";
 }
 std::string const profile = R"({"threshold": "100kbps", "sample-interval": "2s", "load-interval": "10s"})";
+
+std::string const otherProfile =
+   R"({"threshold": "9Mbps", "sample-interval": "5s", "load-interval": "20s", "shutdown": true, "max-delay": "30s"})";
 
 constexpr char const * links =
    R"({"link": {"eth0": "up", "eth1": "up", "eth2": "up", "eth3": "up", "eth4": "up", "other": "up",
@@ -77,27 +79,28 @@ class RecordedLife {
    }
    void somethingHappens() {
       auto const one = [&]( auto... choices ) {
-         std::string const all[] = { choices... };
+         std::string const all[] = { std::string( choices )... };
          return all[random_() % sizeof...( choices )];
       };
       std::string const intf = one( "eth0", "eth1", "eth2", "eth3", "eth4" );
       std::string const rate = one( "0", "0", "0", "50000", "99000", "101000", "9000000" );
-      run( one(
-         R"({"traffic": {")" + intf + R"(": {"in": )" + rate + "}}}", R"({"enter": "fabric"})", R"({"enter": "spine"})",
-         R"({"exit": "fabric"})", R"({"exit": "spine"})", R"({"link": {")" + intf + R"(": "down"}})",
-         R"({"link": {")" + intf + R"(": "up"}})", R"({"link": {")" + intf + R"(": null}})",
-         R"({"enter": "fabric", "without": ["eth0"]})", R"({"link": {"bond0": {"members": ["eth1"]}}})",
-         R"({"unread": [")" + intf + "\"]}", std::string( R"({"unread": []})" ),
-         R"({"batch": [{"link": {")" + intf + R"(": "up"}}, {"restartCounters": [")" + intf + "\"]}]}",
-         configWith( one(
-            profile,
-            std::string(
-               R"({"threshold": "9Mbps", "sample-interval": "5s", "load-interval": "20s", "shutdown": true, "max-delay": "30s"})" ) ) ) ) );
+      run( one( R"({"traffic": {")" + intf + R"(": {"in": )" + rate + "}}}", R"({"enter": "fabric"})",
+                R"({"enter": "spine"})", R"({"exit": "fabric"})", R"({"exit": "spine"})",
+                R"({"link": {")" + intf + R"(": "down"}})", R"({"link": {")" + intf + R"(": "up"}})",
+                R"({"link": {")" + intf + R"(": null}})", R"({"enter": "fabric", "without": ["eth0"]})",
+                R"({"link": {"bond0": {"members": ["eth1"]}}})", R"({"unread": [")" + intf + "\"]}",
+                R"({"unread": []})",
+                R"({"batch": [{"link": {")" + intf + R"(": "up"}}, {"restartCounters": [")" + intf + "\"]}]}" ) );
+      if( random_() % 10 == 0 ) configIs( one( profile, otherProfile ) );
    }
    std::shared_ptr<Host::HttpStream> record( std::optional<double> seconds = {} ) {
       std::shared_ptr<Host::HttpStream> stream;
       world_.inTurn( [&] { stream = recorder_->record( seconds ); } );
       return stream;
+   }
+   void configIs( std::string const & of ) {
+      run( configWith( of ) );
+      world_.inTurn( [&] { recorder_->handleConfig(); } );
    }
    static std::string taken( Host::HttpStream & stream ) {
       std::string text;
@@ -161,7 +164,6 @@ TEST_P( Replay, decidesTheSameAtTheSameTimes ) {
       }
    }
    auto const replayed = replay( recording );
-   std::ofstream( "/tmp/life-" + std::to_string( GetParam() ) + ".jsonl" ) << recording;  // DEBUG
    EXPECT_GT( replayed.all, 20u );
    EXPECT_EQ( replayed.same, replayed.all ) << replayed.comparison;
 }
