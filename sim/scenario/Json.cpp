@@ -23,7 +23,7 @@ char const * meaning( boost::json::error_code const & error ) {
 }
 
 // Builds the tree from the parser's events. The parser tells of a token when it has ended and not where it began; it is
-// therefore fed one byte at a time, and this notes at which byte a token begins.
+// therefore fed token by token, and this notes at which byte one begins.
 class Builder {
  public:
    // The parser asks for these four. The line is in memory already, so there is nothing to protect.
@@ -43,6 +43,18 @@ class Builder {
          begin_ = position;
          inToken_ = true;
       }
+   }
+   // How many bytes from the present position on can be given to the parser at once, as no token begins among them.
+   [[nodiscard]] std::size_t run() const {
+      std::size_t end = position_ + 1;
+      if( !inToken_ ) return 1;
+      if( line_[position_] == '"' && begin_ == position_ ) {
+         while( end < line_.size() && line_[end] != '"' && line_[end] != '\\' ) ++end;
+         return end < line_.size() && line_[end] == '"' ? end + 1 - position_ : 1;
+      }
+      auto const inNumber = []( char c ) { return ( c >= '0' && c <= '9' ) || c == '.'; };
+      while( end < line_.size() && inNumber( line_[end - 1] ) && inNumber( line_[end] ) ) ++end;
+      return end - position_;
    }
    Json take() { return std::move( root_ ); }
 
@@ -133,6 +145,26 @@ class Builder {
    std::vector<Json *> open_;
 };
 
+// The parser tells where it is only by what it has taken.
+Json parseByBytes( std::string_view line ) {
+   boost::json::basic_parser<Builder> parser( boost::json::parse_options(), line );
+   boost::json::error_code error;
+   std::size_t position = 0;
+   for( ; position < line.size() && !error; ++position ) {
+      parser.handler().positionIs( position );
+      // A byte that the parser leaves, without an error, stands behind a document that is complete.
+      bool const taken = parser.write_some( true, line.data() + position, 1, error ) == 1;
+      if( !taken && !error ) throw LineError( position + 1, "this is no JSON: the object has ended before" );
+   }
+   // The loop has already gone one byte on, which makes of the position, counted from 0, the column, counted from 1.
+   if( error ) throw LineError( position, "this is no JSON: " + std::string( meaning( error ) ) );
+   // Told that nothing more comes, the parser reports a number at the end, or that the line breaks off.
+   parser.handler().positionIs( line.size() );
+   parser.write_some( false, "", 0, error );
+   if( error ) throw LineError( line.size() + 1, "this is no JSON: " + std::string( meaning( error ) ) );
+   return parser.handler().take();
+}
+
 }  // namespace
 
 Json::Object const & Json::object( char const * wanted ) const {
@@ -166,20 +198,18 @@ Value Json::value() const {
 Json parseJson( std::string_view line ) {
    boost::json::basic_parser<Builder> parser( boost::json::parse_options(), line );
    boost::json::error_code error;
-   std::size_t position = 0;
-   for( ; position < line.size() && !error; ++position ) {
+   for( std::size_t position = 0; position < line.size() && !error; ) {
       parser.handler().positionIs( position );
-      // A byte that the parser leaves, without an error, stands behind a document that is complete.
-      bool const taken = parser.write_some( true, line.data() + position, 1, error ) == 1;
-      if( !taken && !error ) throw LineError( position + 1, "this is no JSON: the object has ended before" );
+      std::size_t const run = parser.handler().run();
+      // One that stops short of it, without an error, leaves it to be told below.
+      if( parser.write_some( true, line.data() + position, run, error ) != run ) return parseByBytes( line );
+      position += run;
    }
-   // The loop has already gone one byte on, which makes of the position, counted from 0, the column, counted from 1.
-   if( error ) throw LineError( position, "this is no JSON: " + std::string( meaning( error ) ) );
-   // Told that nothing more comes, the parser reports a number at the end, or that the line breaks off.
+   // Where exactly it is wrong is found out byte by byte.
+   if( error ) return parseByBytes( line );
    parser.handler().positionIs( line.size() );
    parser.write_some( false, "", 0, error );
-   if( error ) throw LineError( line.size() + 1, "this is no JSON: " + std::string( meaning( error ) ) );
-   return parser.handler().take();
+   return error ? parseByBytes( line ) : parser.handler().take();
 }
 
 }  // namespace Sim

@@ -7,9 +7,9 @@
 //    octets = octets at that moment + floor( bit/s * seconds since / 8 )
 #pragma once
 
-#include <map>
 #include <optional>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 #include "brim/MaybeU63.h"
@@ -70,7 +70,7 @@ class InventedCounters {
    void write( Lumo::IntfId intf );
 
    KelQuill::CounterWriter & writer_;
-   std::map<Lumo::IntfId, Flows> flows_;
+   std::unordered_map<Lumo::IntfId, Flows> flows_;
    std::set<Lumo::IntfId> unread_;
 };
 
