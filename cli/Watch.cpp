@@ -29,8 +29,11 @@ std::optional<int> watchLive( Client const & client, WatchOptions const & option
    WatchSource source( client, options.unit );
    auto const ending = Watch::live( { options.unit, options.intervalSeconds, options.pictures, look }, first, source );
    if( ending.unusable ) return std::nullopt;
-   // As if it had never been caught, so that whoever called sees what has ended it.
-   if( ending.signal != 0 ) ::raise( ending.signal );
+   if( ending.signal != 0 ) {
+      // As if nobody had ever caught it, so that whoever called sees what has ended it. The terminal's library did.
+      std::signal( ending.signal, SIG_DFL );
+      ::raise( ending.signal );
+   }
    if( options.pictures ) printLast( ending.last );
    return done;
 }

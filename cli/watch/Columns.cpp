@@ -44,7 +44,8 @@ void addMark( Line & line, Intf const & intf, int, Cells const & cells ) {
 }
 
 void addName( Line & line, Intf const & intf, int columns, Cells const & cells ) {
-   line.add( padded( cutMiddle( intf.name, columns, cells.look ), columns ), Style::strong );
+   line.add( padded( cutMiddle( intf.name, columns, cells.look ), columns ),
+             cells.selected ? Style::bar : Style::strong );
 }
 
 void addVerdict( Line & line, Intf const & intf, int columns, Cells const & cells ) {
@@ -52,7 +53,7 @@ void addVerdict( Line & line, Intf const & intf, int columns, Cells const & cell
 }
 
 void addSince( Line & line, Intf const & intf, int columns, Cells const & cells ) {
-   std::string const text = intf.since ? shortSpan( std::max( cells.now - *intf.since, 0.0 ) ) : "-";
+   std::string const text = intf.since ? ageText( std::max( cells.now - *intf.since, 0.0 ) ) : "-";
    line.add( paddedLeft( text, columns ), Style::faint );
 }
 
@@ -114,10 +115,24 @@ constexpr Column table[] = {
    { "", 14, 40, Need::sparks, addHistory<Direction::out> },
    { "", 10, 60, Need::spark, addHistory<Direction::either> },
    { "BREAKS", 6, 6, Need::breaks, addBreaks },
-   { "WHY", 30, 80, Need::why, addWhy },
+   { "WHY", 34, 48, Need::why, addWhy },
 };
 
 bool isSpark( Column const & column ) { return column.need == Need::spark || column.need == Need::sparks; }
+
+template<class Round>
+std::string spanIn( double seconds, Round const & round ) {
+   struct Scale {
+      double from;
+      double seconds;
+      char const * name;
+   };
+   static constexpr Scale scales[] = {
+      { 0, 1, " s" }, { 100, 60, " min" }, { 5940, 3600, " h" }, { 172800, 86400, " d" } };
+   Scale const * scale = scales;
+   for( Scale const & each : scales ) scale = seconds >= each.from ? &each : scale;
+   return Kel::numberText( std::min( round( seconds / scale->seconds ), 999.0 ), 0 ) + scale->name;
+}
 
 bool isLeft( Column const & column ) {
    return column.add == addName || column.add == addVerdict || column.add == addWhy || isSpark( column );
@@ -126,21 +141,23 @@ bool isLeft( Column const & column ) {
 }  // namespace
 
 Columns::Columns( int columns, int longestName, double sparkSeconds, Look look )
-   : columns_( columns ), gap_( columns < 60 ? 1 : 2 ), cells_{ 0, sparkSeconds, look } {
+   : columns_( columns ), gap_( columns < 60 ? 1 : 2 ), cells_{ 0, sparkSeconds, false, look } {
    for( Column const & column : table ) placed_.push_back( { &column, 0 } );
    for( int need = 0; need <= static_cast<int>( Need::breaks ); ++need ) take( static_cast<Need>( need ) );
    grow( [&]( Column const & column ) { return column.add == addName ? longestName : 0; } );
-   grow( []( Column const & column ) { return isSpark( column ) ? column.most : 0; } );
-   grow( []( Column const & column ) { return column.add == addWhy ? column.most : 0; } );
+   grow( []( Column const & column ) { return column.add == addWhy || isSpark( column ) ? column.most : 0; } );
 }
 
 int Columns::used() const {
    int sum = 0;
-   for( Placed const & placed : placed_ ) {
-      // Behind the mark one blank is enough.
-      if( placed.columns > 0 ) sum += placed.columns + ( placed.column->add == addMark ? 1 : gap_ );
-   }
-   return sum - gap_;
+   for( Placed const & placed : placed_ ) sum += placed.columns > 0 ? gapBefore( placed ) + placed.columns : 0;
+   return sum;
+}
+
+int Columns::gapBefore( Placed const & placed ) const {
+   if( placed.column->add == addMark ) return 0;
+   // Behind the mark one blank is enough.
+   return placed.column->add == addName ? 1 : gap_;
 }
 
 void Columns::take( Need need ) {
@@ -171,8 +188,7 @@ void Columns::grow( Wanted const & wanted ) {
 
 std::string Columns::headingOf( Placed const & placed ) const {
    // Over its first column only, which is that of the rate where each direction has one.
-   if( isSpark( *placed.column ) )
-      return cut( "LAST " + shortSpan( cells_.sparkSeconds ), placed.columns, cells_.look );
+   if( isSpark( *placed.column ) ) return cut( "LAST " + waitText( cells_.sparkSeconds ), placed.columns, cells_.look );
    return placed.column->heading;
 }
 
@@ -181,26 +197,27 @@ Line Columns::heading() const {
    for( Placed const & placed : placed_ ) {
       if( placed.columns == 0 ) continue;
       std::string const text = headingOf( placed );
+      addGap( line, placed );
       line.add( isLeft( *placed.column ) ? padded( text, placed.columns ) : paddedLeft( text, placed.columns ),
                 Style::faint );
-      addGap( line, placed );
    }
    line.fitTo( columns_, cells_.look );
    return line;
 }
 
 void Columns::addGap( Line & line, Placed const & placed ) const {
-   line.add( std::string( static_cast<std::size_t>( placed.column->add == addMark ? 1 : gap_ ), ' ' ) );
+   line.add( std::string( static_cast<std::size_t>( gapBefore( placed ) ), ' ' ) );
 }
 
-Line Columns::row( Intf const & intf, double now ) const {
+Line Columns::row( Intf const & intf, double now, bool selected ) const {
    Cells cells = cells_;
    cells.now = now;
+   cells.selected = selected;
    Line line;
    for( Placed const & placed : placed_ ) {
       if( placed.columns == 0 ) continue;
-      placed.column->add( line, intf, placed.columns, cells );
       addGap( line, placed );
+      placed.column->add( line, intf, placed.columns, cells );
    }
    line.fitTo( columns_, cells_.look );
    return line;
@@ -219,23 +236,16 @@ std::string distanceText( Intf const & intf ) {
 std::string needsText( Intf const & intf ) {
    if( intf.standing == Standing::settled ) return "-";
    // As long as it is loud, the time from when it is quiet says little.
-   if( intf.standing == Standing::loud && intf.quietIn ) return "~" + shortSpan( *intf.quietIn );
+   if( intf.standing == Standing::loud && intf.quietIn ) return "~" + waitText( *intf.quietIn );
    if( intf.standing == Standing::loud && !intf.pace.empty() ) return intf.pace;
-   return intf.neededSeconds ? shortSpan( *intf.neededSeconds ) : "-";
+   return intf.neededSeconds ? waitText( *intf.neededSeconds ) : "-";
 }
 
-std::string shortSpan( double seconds ) {
-   struct Scale {
-      double from;
-      double seconds;
-      char const * name;
-   };
-   static constexpr Scale scales[] = {
-      { 0, 1, " s" }, { 100, 60, " min" }, { 5940, 3600, " h" }, { 172800, 86400, " d" } };
-   Scale const * scale = scales;
-   for( Scale const & each : scales ) scale = seconds >= each.from ? &each : scale;
-   // Up, so that a wait never reads as over before it is.
-   return Kel::numberText( std::min( std::ceil( seconds / scale->seconds ), 999.0 ), 0 ) + scale->name;
+std::string waitText( double seconds ) {
+   return spanIn( seconds, []( double count ) { return std::ceil( count ); } );
+}
+std::string ageText( double seconds ) {
+   return spanIn( seconds, []( double count ) { return std::floor( count ); } );
 }
 
 Style styleOf( Standing standing ) {

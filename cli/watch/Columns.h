@@ -12,6 +12,7 @@ enum class Need : uint8_t;
 struct Cells {
    double now = 0;  // s, on the service's clock
    double sparkSeconds = 180;
+   bool selected = false;  // the cursor is on it
    Look look;
 };
 
@@ -20,7 +21,7 @@ class Columns {
    Columns( int columns, int longestName, double sparkSeconds, Look look );
 
    [[nodiscard]] Line heading() const;
-   [[nodiscard]] Line row( Intf const & intf, double now ) const;
+   [[nodiscard]] Line row( Intf const & intf, double now, bool selected ) const;
 
  private:
    struct Placed {
@@ -29,6 +30,7 @@ class Columns {
    };
 
    [[nodiscard]] int used() const;
+   [[nodiscard]] int gapBefore( Placed const & placed ) const;
    void take( Need need );
    template<class Wanted>
    void grow( Wanted const & wanted );
@@ -45,8 +47,10 @@ class Columns {
 [[nodiscard]] std::string distanceText( Intf const & intf );
 // What is still needed: "18 s", "stuck", "~40 s" until a loud one is quiet, "-".
 [[nodiscard]] std::string needsText( Intf const & intf );
-// In one unit and rounded up: "90 s", "13 min", "2 h".
-[[nodiscard]] std::string shortSpan( double seconds );
+// In one unit: "90 s", "13 min", "2 h". What is to be waited for is rounded up, so that it never reads as over before
+// it is; what has passed is not.
+[[nodiscard]] std::string waitText( double seconds );
+[[nodiscard]] std::string ageText( double seconds );
 [[nodiscard]] Style styleOf( Standing standing );
 
 }  // namespace Cli::Watch

@@ -20,7 +20,7 @@ enum class Style : uint8_t {
    unknown,  // nobody can tell
    settled,  // proven
    alarm,    // the unit is disturbed, or maintd has gone
-   bar,      // title and keys
+   bar,      // the title, and where the cursor is
 };
 
 // What the terminal can show.
@@ -40,7 +40,6 @@ struct Span {
 
 struct Line {
    std::vector<Span> spans;
-   bool selected = false;
 
    void add( std::string_view text, Style style = Style::plain );
    [[nodiscard]] int columns() const;

@@ -27,12 +27,19 @@ void addBadge( Line & line, Unit const & unit ) {
    }
 }
 
+Line stateOf( Unit const & unit, int columns, bool stage, Look look ) {
+   Line line;
+   line.add( cutMiddle( unit.name, std::max( columns / 3, 12 ), look ), Style::strong );
+   line.add( "  " + stateText( unit.state ), unit.state == "failed" ? Style::loud : Style::plain );
+   if( stage && !unit.stage.empty() ) line.add( ", stage " + unit.stage );
+   addBadge( line, unit );
+   return line;
+}
+
 Line firstLine( Unit const & unit, int columns, Look look ) {
-   Line left;
-   left.add( cutMiddle( unit.name, std::max( columns / 3, 12 ), look ), Style::strong );
-   left.add( "  " + stateText( unit.state ), unit.state == "failed" ? Style::loud : Style::plain );
-   if( !unit.stage.empty() ) left.add( ", stage " + unit.stage );
-   addBadge( left, unit );
+   Line left = stateOf( unit, columns, true, look );
+   // Whether it is ready is what is asked for; which stage it waits in tells less.
+   if( left.columns() > columns ) left = stateOf( unit, columns, false, look );
    // What there is no room for is left away from the end.
    std::vector<std::string> facts;
    if( unit.since ) facts.push_back( "for " + spanText( unit.now - *unit.since ) );
@@ -53,7 +60,7 @@ Line tally( Unit const & unit, int columns, Look look ) {
    Line line;
    double const share =
       static_cast<double>( settled ) / static_cast<double>( std::max<std::size_t>( unit.intfs.size(), 1 ) );
-   addBar( line, all ? 1 : std::min( share, 0.99 ), columns < 80 ? 8 : 20, Style::settled, look );
+   addBar( line, all ? 1 : std::min( share, 0.99 ), columns < 100 ? 10 : 20, Style::settled, look );
    line.add( "  " + std::to_string( settled ) + " of " + counted( unit.intfs.size(), "settled" ),
              all ? Style::settled : Style::plain );
    struct Part {
@@ -102,8 +109,8 @@ std::string outlook( Unit const & unit ) {
    }
    Intf const & worst = *selected( unit, {} ).front();
    switch( worst.standing ) {
-      case Standing::loud:
-      case Standing::unknown: return "held up by " + worst.name + ( worst.why.empty() ? "" : ": " + worst.why );
+      case Standing::loud: return "held up by " + worst.name + ", " + distanceText( worst );
+      case Standing::unknown: return "held up by " + worst.name + ": " + worst.verdict;
       case Standing::proving:
          return worst.neededSeconds ? "settled in " + neededText( *worst.neededSeconds ) + " if it stays so" : "";
       case Standing::settled:

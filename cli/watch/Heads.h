@@ -11,7 +11,7 @@ namespace Cli::Watch {
 // Where there are not many rows for all of it, one line.
 [[nodiscard]] std::vector<Line> headOf( Unit const & unit, int columns, bool oneLine, Look look );
 
-// "up1: out 4 Mbps to fall below 100 kbps", "ready in 18 s if it stays so", "proven quiet up to 3 s ago"; empty where
+// "held up by up1, 3.2x over", "settled in 18 s if it stays so", "proven quiet up to 3 s ago"; empty where
 // nothing is to be said.
 [[nodiscard]] std::string outlook( Unit const & unit );
 

@@ -5,7 +5,7 @@
 
 namespace Cli::Watch {
 
-// As many rows as it has; what does not fit is the caller's to cut.
+// As many lines as it takes at that width; which of them are shown is the caller's business.
 [[nodiscard]] std::vector<Line> helpLines( Size size, Look look );
 
 }  // namespace Cli::Watch

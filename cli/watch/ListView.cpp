@@ -142,15 +142,16 @@ std::vector<Line> ListView::rendered( std::vector<Item> const & items, Size size
    for( std::size_t i = top_; i < items.size() && lines.size() < room; ++i ) {
       auto const & [unit, intf] = items[i];
       if( i == top_ || items[i - 1].unit != unit ) {
-         bool const apart = i > top_ && unit->judged() && size.rows >= fewRows;
+         bool const apart = i > top_ && ( unit->judged() || items[i - 1].intf ) && size.rows >= fewRows;
          if( apart ) lines.emplace_back();
-         for( Line & line : headOf( *unit, size.columns, size.rows < fewRows, look_ ) )
-            lines.push_back( std::move( line ) );
+         auto head = headOf( *unit, size.columns, size.rows < fewRows, look_ );
+         // Its name, where there is nothing below it for the cursor.
+         if( !intf && i == index_ ) head.front().spans.front().style = Style::bar;
+         lines.insert( lines.end(), head.begin(), head.end() );
          if( intf ) lines.push_back( columns.heading() );
          if( !intf && unit->judged() ) lines.push_back( nothingShown( size.columns, look_ ) );
       }
-      if( intf ) lines.push_back( columns.row( *intf, unit->now ) );
-      lines.back().selected = i == index_;
+      if( intf ) lines.push_back( columns.row( *intf, unit->now, i == index_ ) );
       if( lines.size() <= room ) ++shown_;
    }
    return lines;

@@ -23,7 +23,7 @@ struct Selection {
    Order order = Order::holding;
    bool reversed = false;
    Show show = Show::all;
-   std::string pattern;  // part of a name, or the beginning of a verdict, in any case; empty: all
+   std::string pattern = {};  // part of a name, or the beginning of a verdict, in any case; empty: all
 
    [[nodiscard]] bool admits( Intf const & intf ) const;
 };

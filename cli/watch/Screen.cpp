@@ -128,8 +128,7 @@ void Screen::paint( Frame const & frame ) {
    for( Line const & line : frame.lines ) {
       ::wmove( ::stdscr, row++, 0 );
       for( Span const & span : line.spans ) {
-         attr_t const selected = line.selected ? A_REVERSE : A_NORMAL;
-         ::wattrset( ::stdscr, static_cast<int>( terminal_->attributesOf( span.style ) | selected ) );
+         ::wattrset( ::stdscr, static_cast<int>( terminal_->attributesOf( span.style ) ) );
          ::waddnstr( ::stdscr, span.text.data(), static_cast<int>( span.text.size() ) );
       }
    }

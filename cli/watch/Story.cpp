@@ -138,7 +138,7 @@ std::vector<Line> Story::lines( Size size, Intf const * live, double now ) {
    Ticks const ticks = lastColumns( now, spanSeconds( now, measured ), columns );
    // A third for what happened, at least one line of it.
    int const left = size.rows - static_cast<int>( lines.size() );
-   int const happened = std::clamp( left / 3, 1, 12 );
+   int const happened = std::clamp( std::min( left / 3, static_cast<int>( happenings_.size() ) ), 1, 12 );
    addCharts( lines, measured, ticks, left - happened - 3 );
    addAxis( lines, ticks );
    addHappenings( lines, size );
@@ -196,8 +196,9 @@ Line Story::marks( Ticks const & ticks ) const {
       if( mark && column >= 0 && column < ticks.columns ) at[static_cast<std::size_t>( column )] = mark;
    }
    Line line;
-   line.add( std::string( scaleColumns, ' ' ) );
-   for( Mark const * const mark : at ) line.add( mark ? mark->sign : " ", mark ? mark->style : Style::plain );
+   line.add( std::string( scaleColumns - 1, ' ' ) + ( look_.unicode ? "\u2514" : "+" ), Style::faint );
+   char const * const base = look_.unicode ? "\u2500" : "-";
+   for( Mark const * const mark : at ) line.add( mark ? mark->sign : base, mark ? mark->style : Style::faint );
    return line;
 }
 

@@ -19,6 +19,7 @@ constexpr KeyHint listHints[] = { { "q", "quit" },    { "?", "help" },  { "Enter
                                   { "/", "filter" },  { "v", "show" },  { "s", "sort" },
                                   { "r", "reverse" }, { "+-", "time" }, { "Tab", "unit" } };
 constexpr KeyHint storyHints[] = { { "Esc", "back" }, { "q", "quit" }, { "?", "help" }, { "+-", "time" } };
+constexpr KeyHint helpHints[] = { { "Esc", "back" }, { "Up Down", "more" }, { "q", "quit" } };
 
 // As many as there is room for.
 template<std::size_t n>
@@ -56,10 +57,14 @@ void View::pressed( Press const & press ) {
    }
    bool const back = press.key == Key::escape || press.key == Key::backspace;
    if( helps_ ) {
-      // Any key ends it, as nobody reads the help to learn how to leave it.
-      helps_ = false;
+      bool const up = press.key == Key::up || press.key == Key::pageUp;
+      bool const down = press.key == Key::down || press.key == Key::pageDown;
+      helpTop_ = down ? helpTop_ + 1 : helpTop_ - std::min<std::size_t>( helpTop_, 1 );
+      // Any other key ends it, as nobody reads the help to learn how to leave it.
+      helps_ = up || down;
    } else if( press.text == "?" || press.text == "h" ) {
       helps_ = true;
+      helpTop_ = 0;
    } else if( story_ ) {
       if( back || press.key == Key::enter ) return story_.reset();
       story_->pressed( press );
@@ -132,6 +137,10 @@ std::vector<Line> View::middle( Size size ) {
    std::vector<Line> lines;
    if( helps_ ) {
       lines = helpLines( size, look_ );
+      std::size_t const surplus =
+         lines.size() - std::min( lines.size(), static_cast<std::size_t>( std::max( size.rows, 0 ) ) );
+      helpTop_ = std::min( helpTop_, surplus );
+      lines.erase( lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>( helpTop_ ) );
    } else if( story_ ) {
       double now = 0;
       for( Unit const & unit : scene_.units() ) now = unit.key == story_->unit() ? unit.now : now;
@@ -164,6 +173,7 @@ Line View::title( int columns, Circumstances const & now ) const {
 }
 
 Line View::keys( int columns ) const {
+   if( helps_ ) return between( hinted( helpHints, columns ), {}, columns, look_ );
    if( story_ ) return between( hinted( storyHints, columns ), {}, columns, look_ );
    Line right;
    right.add( list_.position(), Style::faint );

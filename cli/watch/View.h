@@ -44,6 +44,7 @@ class View {
    ListView list_;
    std::optional<Story> story_;
    bool helps_ = false;
+   std::size_t helpTop_ = 0;
    bool asksPattern_ = false;
    std::string patternBefore_;
    bool left_ = false;
