@@ -56,7 +56,7 @@ struct Frame {
 // One line with one text at the left and one at the right; where both have no room the right one is dropped.
 [[nodiscard]] Line between( Line left, Line const & right, int columns, Look look );
 
-// --- text in columns --------------------------------------------------------------------------------------------------
+// --- text in columns -------------------------------------------------------------------------------------------------
 
 // Of text that has been through fit().
 [[nodiscard]] int columnsOf( std::string_view text );

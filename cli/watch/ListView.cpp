@@ -30,14 +30,13 @@ double ListView::sparkSeconds() const { return sparkSpans.at( span_ ); }
 
 std::optional<ListView::Place> ListView::place() const {
    auto const all = items();
-   if( index_ >= all.size() ) return std::nullopt;
-   Item const & item = all[index_];
-   return Place{ item.unit->key, item.intf ? item.intf->key : "" };
+   if( all.empty() ) return std::nullopt;
+   return placeOf( all[cursorIn( all )] );
 }
 
 std::string ListView::position() const {
    std::size_t const all = items().size();
-   return all == 0 ? "" : std::to_string( std::min( index_, all - 1 ) + 1 ) + " of " + std::to_string( all );
+   return all == 0 ? "" : std::to_string( cursorIn( items() ) + 1 ) + " of " + std::to_string( all );
 }
 
 // Units on their way through maintenance first, each kind in the order of the answer.
@@ -54,12 +53,15 @@ std::vector<ListView::Item> ListView::items() const {
    return all;
 }
 
-void ListView::find( std::vector<Item> const & items ) {
+ListView::Place ListView::placeOf( Item const & item ) { return { item.unit->key, item.intf ? item.intf->key : "" }; }
+
+// Where what it goes with has gone it stays where it was. There is at least one item, or it is 0.
+std::size_t ListView::cursorIn( std::vector<Item> const & items ) const {
    auto const found = std::find_if( items.begin(), items.end(), [&]( Item const & item ) {
       return followed_ && item.unit->key == followed_->first && item.intf && item.intf->key == followed_->second;
    } );
-   if( found != items.end() ) index_ = static_cast<std::size_t>( found - items.begin() );
-   index_ = items.empty() ? 0 : std::min( index_, items.size() - 1 );
+   if( found != items.end() ) return static_cast<std::size_t>( found - items.begin() );
+   return items.empty() ? 0 : std::min( index_, items.size() - 1 );
 }
 
 void ListView::moveTo( std::vector<Item> const & items, std::ptrdiff_t index ) {
@@ -67,7 +69,7 @@ void ListView::moveTo( std::vector<Item> const & items, std::ptrdiff_t index ) {
    index_ = static_cast<std::size_t>( std::clamp<std::ptrdiff_t>( index, 0, std::ssize( items ) - 1 ) );
    // At the top stays whatever comes there, which is what is looked for most.
    followed_.reset();
-   if( index_ > 0 ) followed_ = place();
+   if( index_ > 0 ) followed_ = placeOf( items[index_] );
 }
 
 void ListView::moveToUnit( std::vector<Item> const & items, int step ) {
@@ -86,7 +88,7 @@ void ListView::moveToUnit( std::vector<Item> const & items, int step ) {
 
 void ListView::pressed( Press const & press ) {
    auto const all = items();
-   find( all );
+   index_ = cursorIn( all );
    auto const here = static_cast<std::ptrdiff_t>( index_ );
    auto const page = static_cast<std::ptrdiff_t>( std::max<std::size_t>( shown_, 2 ) - 1 );
    switch( press.key ) {
@@ -122,12 +124,12 @@ int ListView::longestName() const {
 
 std::vector<Line> ListView::lines( Size size ) {
    auto const all = items();
-   find( all );
+   index_ = cursorIn( all );
    top_ = std::min( top_, index_ );
    auto lines = rendered( all, size );
    // Down to where the cursor is among what is shown.
    for( ; top_ + shown_ <= index_ && top_ < index_; lines = rendered( all, size ) ) {
-      top_ = shown_ == 0 ? index_ : top_ + 1;
+      top_ = shown_ == 0 ? index_ : index_ + 1 - shown_;
    }
    lines.resize( static_cast<std::size_t>( std::max( size.rows, 0 ) ) );
    return lines;

@@ -30,7 +30,8 @@ class ListView {
       Intf const * intf;  // null: the unit has none to show
    };
    [[nodiscard]] std::vector<Item> items() const;
-   void find( std::vector<Item> const & items );
+   [[nodiscard]] static Place placeOf( Item const & item );
+   [[nodiscard]] std::size_t cursorIn( std::vector<Item> const & items ) const;
    void moveTo( std::vector<Item> const & items, std::ptrdiff_t index );
    void moveToUnit( std::vector<Item> const & items, int step );
    [[nodiscard]] std::vector<Line> rendered( std::vector<Item> const & items, Size size );

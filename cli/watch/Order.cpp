@@ -128,7 +128,8 @@ bool nameBefore( std::string const & a, std::string const & b ) {
          restA.remove_prefix( std::min( restA.find_first_not_of( "0123456789" ), restA.size() ) );
          restB.remove_prefix( std::min( restB.find_first_not_of( "0123456789" ), restB.size() ) );
       } else {
-         if( restA.front() != restB.front() ) return restA.front() < restB.front();
+         // As bytes, so that what is not ASCII stands behind what is.
+         if( restA.front() != restB.front() ) return restA.substr( 0, 1 ) < restB.substr( 0, 1 );
          restA.remove_prefix( 1 );
          restB.remove_prefix( 1 );
       }

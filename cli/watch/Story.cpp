@@ -125,9 +125,9 @@ std::vector<Cell> Story::cells( Intf const * live ) const {
 }
 
 double Story::spanSeconds( double now, std::vector<Cell> const & cells ) const {
-   if( span_ > 0 ) return spans.at( span_ );
    double const begin = known_ ? requested_ : cells.empty() ? now : cells.front().from;
-   return std::max( now - begin, 60.0 );
+   double const whole = std::max( now - begin, 60.0 );
+   return span_ > 0 ? std::min( spans.at( span_ ), whole ) : whole;
 }
 
 std::vector<Line> Story::lines( Size size, Intf const * live, double now ) {

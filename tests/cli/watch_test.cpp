@@ -194,9 +194,9 @@ TEST_F( WatchStory, narrowTerminalsShowWhatMatters ) {
    answers( mixed() );
    std::string const narrow = shown( { 40, 10 } );
    EXPECT_THAT( narrow, HasSubstr( "fabric  entering  NOT READY" ) );
-   EXPECT_THAT( narrow, HasSubstr( "\u25b2 up2       loud       40x over       -\n" ) );
+   EXPECT_THAT( narrow, HasSubstr( "\u25b2 up2        loud       40x over       -\n" ) );
    std::string const wide = shown( { 200, 24 } );
-   EXPECT_THAT( wide, HasSubstr( "2 of 9" ) ) << "eth1, eth2 and what was left out";
+   EXPECT_THAT( wide, HasSubstr( "3 of 9 settled" ) ) << "eth1, eth2 and what was left out";
 }
 
 TEST_F( WatchStory, theCursorGoesWithItsInterfaceButTheTopStaysTheTop ) {
@@ -219,11 +219,11 @@ TEST_F( WatchStory, aThousandInterfacesAreWalkedThrough ) {
    for( std::string const & name : names ) many.push_back( accountIn( name.c_str(), "quiet", 0, 0 ) );
    answers( entering( many ) );
    view.pressed( { Key::end, "" } );
-   EXPECT_THAT( shown(), HasSubstr( "1000 of 1000" ) );
+   EXPECT_THAT( shown(), HasSubstr( "1000 of 1000\n" ) );
    EXPECT_THAT( shown(), HasSubstr( " eth999 " ) );
    EXPECT_THAT( shown(), HasSubstr( "fabric  entering" ) ) << "its head stays in sight";
    view.pressed( { Key::pageUp, "" } );
-   EXPECT_THAT( shown(), Not( HasSubstr( "1000 of 1000" ) ) );
+   EXPECT_THAT( shown(), Not( HasSubstr( "1000 of 1000\n" ) ) );
    press( "/eth77" );
    EXPECT_THAT( shown(), HasSubstr( " eth779 " ) );
    EXPECT_THAT( shown(), Not( HasSubstr( " eth999 " ) ) );
