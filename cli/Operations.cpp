@@ -20,6 +20,10 @@ namespace {
 // The API tells of no changes by itself. A person does not notice the delay, and an answer costs maintd a walk over one
 // unit.
 constexpr std::chrono::milliseconds pollInterval( 250 );
+// Of a thousand interfaces that walk and its answer are work: whoever waits takes a twentieth of the time at most, as
+// long as that leaves an answer within two seconds.
+constexpr int restAfterAnswer = 20;
+constexpr std::chrono::seconds longestPause( 2 );
 
 // One direction: the request, the state it ends in, the only state on the way there, and how it reads when there was
 // nothing to start.
@@ -50,9 +54,10 @@ class Patience {
    [[nodiscard]] std::optional<Clock::time_point> end() const {
       return end_ ? std::optional( std::max( *end_, Clock::now() + lastLook ) ) : std::nullopt;
    }
-   void pause() const {
-      std::this_thread::sleep_until(
-         std::min( Clock::now() + pollInterval, end_.value_or( Clock::time_point::max() ) ) );
+   // `took`: the answer before.
+   void pause( Clock::duration took ) const {
+      Clock::duration const rest = std::clamp<Clock::duration>( restAfterAnswer * took, pollInterval, longestPause );
+      std::this_thread::sleep_until( std::min( Clock::now() + rest, end_.value_or( Clock::time_point::max() ) ) );
    }
 
  private:
@@ -73,8 +78,10 @@ class Following {
 
    int run() {
       while( true ) {
+         auto const asked = Clock::now();
          // Asked before the time is looked at, so that a timeout of 0 finds a unit that is there already.
          Answer const answer = client_.until( patience_.end() ).get( { "units", unit_ }, unitShape );
+         Clock::duration const took = Clock::now() - asked;
          if( !answer.ok() ) return complain( answer );
          auto const & unit = answer.object();
          if( !options_.json ) narrate( unit );
@@ -90,7 +97,7 @@ class Following {
                                 "; it goes on (maintctl status says what it waits for)",
                              deadlinePassed );
          }
-         patience_.pause();
+         patience_.pause( took );
       }
    }
 

@@ -142,7 +142,9 @@ void releasing( CLI::App & command, Arguments & a ) {
 }
 
 void configFile( CLI::App & command, Arguments & a ) {
-   command.add_option( "FILE", a.path, "the configuration file" )->required();
+   command.add_option( "FILE", a.path, "the configuration file" )->required()->check( []( std::string const & name ) {
+      return Usage::nameFault( name, 4096 );
+   } );
 }
 
 void recordPath( CLI::App & command, Arguments & a ) {

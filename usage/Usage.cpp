@@ -45,7 +45,8 @@ std::string unexpected( CLI::App const & app, CLI::App const & command, std::str
       std::vector<std::string> options;
       addOptionsOf( command, options );
       if( &command != &app ) addOptionsOf( app, options );
-      return commandLine + " has no option " + quoted( name ) + Kel::didYouMean( name, options );
+      std::string const none = &command == &app ? "there is no option " : commandLine + " has no option ";
+      return none + quoted( name ) + Kel::didYouMean( name, options );
    }
    auto const commands = commandsOf( app );
    if( &command == &app && !commands.empty() )
@@ -69,7 +70,8 @@ std::string missing( CLI::App const & app, CLI::App const & command, std::string
              synopsis( app, command );
    }
    auto const wanted = around( what, " is required" );
-   return command.get_name() + " needs " + ( wanted ? wanted->first : "more than that" );
+   std::string const needed = wanted ? wanted->first : "something";
+   return &command == &app ? needed + " is missing" : command.get_name() + " needs " + needed;
 }
 
 // A command, or an option of it, that has not been given as it must be.

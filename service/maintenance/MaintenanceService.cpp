@@ -107,8 +107,16 @@ void MaintenanceService::tellOf( Lumo::IntfId intf, Told what ) const {
 // Of a link that is not there: one that is, and has nearly its name.
 std::string MaintenanceService::meant( Lumo::IntfId intf ) const {
    if( state_.intfStatus->intfStatus( intf ) ) return "";
+   // Where only numbers differ another link is meant, which is not there yet.
+   auto const letters = []( std::string_view name ) {
+      std::string text( name );
+      std::erase_if( text, []( char c ) { return c >= '0' && c <= '9'; } );
+      return text;
+   };
    std::vector<std::string> names;
-   for( auto const [link, status] : state_.intfStatus->intfStatusIteratorConst() ) names.emplace_back( link.name() );
+   for( auto const [link, status] : state_.intfStatus->intfStatusIteratorConst() ) {
+      if( letters( link.name() ) != letters( intf.name() ) ) names.emplace_back( link.name() );
+   }
    return Kel::didYouMean( intf.name(), names );
 }
 

@@ -341,8 +341,7 @@ TEST_F( ConfigFile, mistakesOfSomebodyNewAreSaid ) {
    EXPECT_EQ( run( folder_.string() ),
               "maintsim: " + folder_.string() + " is a directory, and a scenario is a file\n2\n" );
    EXPECT_EQ( run( "/no/where" ), "maintsim: there is no file /no/where\n2\n" );
-   EXPECT_THAT( run( "--sumary /no/where" ),
-                StartsWith( "maintsim: maintsim has no option \"--sumary\"; did you mean" ) );
+   EXPECT_THAT( run( "--sumary /no/where" ), StartsWith( "maintsim: there is no option \"--sumary\"; did you mean" ) );
    EXPECT_THAT( run( "--start-time soon" ),
                 StartsWith( "maintsim: --start-time is a number of seconds from 0 to 1e12" ) );
    std::string const lines =
