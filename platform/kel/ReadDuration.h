@@ -13,8 +13,8 @@ namespace Kel {
 // No duration is longer than what 32 bits of seconds hold (136 years).
 inline constexpr double maxDurationSeconds = 4294967295.0;
 
-// A duration, or the reason why the text is none, with what to write instead; the reason is empty exactly when the value
-// holds.
+// A duration, or the reason why the text is none, with what to write instead; the reason is empty exactly when the
+// value holds.
 struct ReadDuration {
    double seconds = 0;
    std::string reason;

@@ -62,8 +62,8 @@ constexpr Dimension rate = { "rate", "0bps, 100kbps, 1Mbps or 2.5Gbps", rateUnit
 
    double number = 0;
    char const * const end = text.data() + text.size();
-   // Not by strtod(), whose decimal point is that of the locale; and without exponents, so that the "e3kbps" of "1e3kbps" is
-   // refused as an unknown unit.
+   // Not by strtod(), whose decimal point is that of the locale; and without exponents, so that the "e3kbps" of
+   // "1e3kbps" is refused as an unknown unit.
    auto const [rest, error] = std::from_chars( text.data(), end, number, std::chars_format::fixed );
    if( error == std::errc::result_out_of_range ) return refuse( text, "is out of range", dimension );
    if( rest == end ) return refuse( text, "has no unit", dimension );

@@ -120,7 +120,7 @@ std::optional<double> Trend::fall( Rate rate, double threshold, std::size_t coun
    }
    Line const line = fitted( points, count, []( Point const & p ) { return p.y; } );
    Line const decay = fitted( points, count, []( Point const & p ) { return std::log( std::max( p.y, 1.0 ) ); } );
-   // A decay takes longer than a line, and over a short time one looks like the other: it is promised only what is sure.
+   // A decay takes longer than a line, and over a short time one looks like the other: only what is sure is promised.
    bool const decays = squaresOfDecay( points, count, decay ) < surelyALine * line.squares;
    if( !falls( decays ? decay : line, count ) ) return never;
    double const span = points[0].x - points[count - 1].x;

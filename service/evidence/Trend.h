@@ -4,8 +4,8 @@
 // Rests on the loud readings of the last load interval, in at most eight cells of their means, so that an interface
 // costs the same whatever its profile says. Each direction that is not below the threshold is fitted by a line and by a
 // decay; it falls when the fit is steeper than noise would make it, and the one that fits says when it arrives. What
-// rises, stays level, or falls by less than a tenth in a load interval is stuck when that has been seen for a whole load
-// interval, and until then nothing is said.
+// rises, stays level, or falls by less than a tenth in a load interval is stuck when that has been seen for a whole
+// load interval, and until then nothing is said.
 //
 // Owned by Watched, which tells it of loud readings only. Knows no records and no clock.
 #pragma once

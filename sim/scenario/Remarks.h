@@ -1,5 +1,5 @@
-// What whoever wrote a scenario by hand may wonder about at its end: a unit for which nothing happens, an interface that
-// nobody watches. The rate monitor passes over both without a word, as it would in an agent.
+// What whoever wrote a scenario by hand may wonder about at its end: a unit for which nothing happens, an interface
+// that nobody watches. The rate monitor passes over both without a word, as it would in an agent.
 #pragma once
 
 #include <string>

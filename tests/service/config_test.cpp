@@ -382,10 +382,9 @@ TEST( Quantities, areRefusedWithTheirReason ) {
 }
 
 TEST( Oddities, areSaidOfWhatHoldsAndIsHardlyMeant ) {
-   auto const of = []( std::string const & profiles, std::string const & groups, std::string const & units ) {
+   auto const of = []( std::string const & ps, std::string const & gs, std::string const & us ) {
       return oddities(
-         parse( "profiles: {" + profiles + "}\ndefault-profile: p\ngroups: {" + groups + "}\nunits: {" + units + "}\n",
-                "f" ) );
+         parse( "profiles: {" + ps + "}\ndefault-profile: p\ngroups: {" + gs + "}\nunits: {" + us + "}\n", "f" ) );
    };
    std::string const p = "p: { threshold: 1Mbps }";
    std::string const g = "g: { interfaces: [a] }";
