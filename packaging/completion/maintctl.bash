@@ -15,8 +15,8 @@ _maintctl_candidates() {
    local kind=$1 unit=$2
    case $kind in
    commands) _maintctl_ask --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z][a-z-]*\) .*/\1/p' ;;
-   options) _maintctl_ask ${command:+"$command"} --help | sed -n 's/^  \(-.*\)/\1/p' | grep -oE '^(-[A-Za-z],)?--?[A-Za-z][a-z-]*' |
-      tr ',' '\n' ;;
+   options) _maintctl_ask ${command:+"$command"} --help | sed -n 's/^  \(-.*\)/\1/p' |
+      grep -oE '^(-[A-Za-z],)?--?[A-Za-z][a-z-]*' | tr ',' '\n' ;;
    units) _maintctl_ask units --json | _maintctl_names unit ;;
    interfaces)
       if [[ -n $unit ]]; then
@@ -47,7 +47,8 @@ _maintctl() {
       word=${COMP_WORDS[i]}
       case $word in
       --socket) maintctl+=( "$word" "${COMP_WORDS[++i]}" ) ;;
-      --without | --timeout | --html | --generation | --state | --file | --levels | --since | --for | --after | -n) (( ++i )) ;;
+      --without | --unit | --timeout | --html | --generation | --state | --file | --levels | --since | --for | --after | \
+         --interval | -n) (( ++i )) ;;
       -*) ;;
       *)
          if [[ -z $command ]]; then
@@ -62,8 +63,9 @@ _maintctl() {
    COMPREPLY=()
    case $previous in
    --without) kind=interfaces ;;
+   --unit) kind=units ;;
    --socket | --html | --state | --file) kind=files ;;
-   --timeout | --generation | --levels | --since | --for | --after | -n) return ;;
+   --timeout | --generation | --levels | --since | --for | --after | --interval | -n) return ;;
    *)
       if [[ $current == -* ]]; then
          kind=options
