@@ -4,14 +4,11 @@
 #include <prometheus/gauge.h>
 #include <prometheus/histogram.h>
 
+#include "events/Events.h"
+
 namespace Host {
 
 namespace {
-
-// There from the start, at 0: what first appears at 1 is no increase for a program that computes rates.
-constexpr char const * eventKinds[] = { "request",   "stage",       "deadline", "ready",   "not ready",
-                                        "disturbed", "quiet again", "state",    "verdict", "spike",
-                                        "link",      "hold",        "reload",   "agent" };
 
 prometheus::Family<prometheus::Counter> & reloads( prometheus::Registry & registry ) {
    return prometheus::BuildCounter()
@@ -40,7 +37,9 @@ LiveCounters::LiveCounters()
                    .Register( registry_ )
                    .Add( {}, prometheus::Histogram::BucketBoundaries{ 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1,
                                                                       0.25, 0.5, 1, 5 } ) ) {
-   for( char const * const kind : eventKinds ) events_.Add( { { "kind", kind } } );
+   // There from the start, at 0: what first appears at 1 is no increase for a program that computes rates.
+   for( uint8_t i = 0; char const * const kind = enumName( static_cast<Service::EventKind>( i ) ); ++i )
+      events_.Add( { { "kind", kind } } );
    // What the agent starts with was read just now.
    lastReloadApplied_.Set( 1 );
 }
