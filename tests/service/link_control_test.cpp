@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "kel/ActivityLoop.h"
+#include "kel/Json.h"
 #include "links/LinkControl.h"
 #include "records/Errdisable.h"
 #include "records/Names.h"
@@ -111,13 +112,7 @@ class LinkControlTest : public ::testing::Test {
    }
    static Kel::Ptr<HeldLink> copy( HeldLink const & from ) {
       Kel::Ptr<HeldLink> const made( new HeldLink( from.intfId() ) );
-      made->indexIs( from.index() );
-      made->bootIs( from.boot() );
-      made->sinceIs( from.since() );
-      made->sinceBeforeBootIs( from.sinceBeforeBoot() );
-      made->keepAddrWasIs( from.keepAddrWas() );
-      made->troubleIs( from.trouble() );
-      made->stateIs( from.state() );
+      Kel::setAttributes( *made, *Kel::toValue( from ).as<Kel::Value::Object>() );
       return made;
    }
    void record( std::string const & name, HoldState state, std::string const & boot, int index = 5 ) {

@@ -14,7 +14,8 @@
 
 namespace Test {
 
-// What the real maintsim prints, on either stream, and its exit status behind it. `before` is what feeds it, up to a pipe.
+// What the real maintsim prints, on either stream, and its exit status behind it. `before` is what feeds it, up to the
+// pipe.
 inline std::string maintsim( std::string const & arguments, std::string const & before = "" ) {
    std::string const command = before + "'" RATEMON_MAINTSIM_PATH "' " + arguments + " 2>&1; echo $?";
    std::FILE * const pipe = ::popen( command.c_str(), "r" );

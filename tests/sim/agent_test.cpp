@@ -39,7 +39,6 @@ std::string traffic( std::string const & intf, double bitsPerSecond ) {
 
 constexpr char const * eth0State = R"("interface/status/all","intfStatus","eth0","operStatus")";
 constexpr char const * entryOfEth0 = R"("interface/errdisable/cause","maintenance-shutdown","intfStatus","eth0")";
-constexpr char const * eventsOfEth0 = R"("maintenance/evidence/window","window","fabric#1","intf","eth0","event")";
 constexpr char const * unitState = R"("maintenance/unit/status","status","fabric","state")";
 
 }  // namespace
@@ -200,30 +199,6 @@ TEST_F( AgentStory, aLinkThatComesBackGoesOnFromWhatWasPublished ) {
    world_.counters().refresh( KelQuill::Rows::all );
    EXPECT_EQ( row( "eth0" ).inOctets, Brim::MaybeU63( 7'000'000 ) );
    EXPECT_EQ( row( "eth1" ).restarts, 0u );
-}
-
-TEST_F( AgentStory, heldLinksFollowTheEntries ) {
-   run( config( R"(, "shutdown": true)" ) + linksUp + start + enterFabric );
-   run( advance( 29 ) );
-   EXPECT_EQ( value( eth0State ), "1" );
-   run( advance( 1 ) );
-   EXPECT_EQ( value( entryOfEth0 ), "1030" );
-   EXPECT_EQ( value( eth0State ), "2" );
-   EXPECT_EQ( value( unitState ), "3" );
-   // Somebody raises it by hand, and it stays up though it has its entry.
-   run( R"({"link": {"eth0": "up"}})" );
-   EXPECT_EQ( value( eth0State ), "1" );
-   EXPECT_THAT( run( "{\"ready\": \"fabric\"}" ),
-                ElementsAre( AllOf( HasSubstr( R"("ready": false)" ), HasSubstr( "set up by somebody else" ) ) ) );
-   EXPECT_THAT( value( eventsOfEth0 ), HasSubstr( R"("kind": "shutdown", "text": "set up by somebody else)" ) );
-   // What is said of a held link otherwise shows when it is let go.
-   run( R"({"link": {"eth1": {"members": []}}})" );
-   EXPECT_EQ( value( R"("interface/status/all","intfStatus","eth1","operStatus")" ), "2" );
-   run( R"({"link": {"eth1": "down"}})" );
-   run( "{\"exit\": \"fabric\"}" );
-   EXPECT_EQ( value( entryOfEth0 ), "null" );
-   EXPECT_EQ( value( eth0State ), "1" );
-   EXPECT_EQ( value( R"("interface/status/all","intfStatus","eth1","operStatus")" ), "2" );
 }
 
 // A stop is the whole agent's: links do not move, and the plug-in's teardown leaves no trace in what is kept.

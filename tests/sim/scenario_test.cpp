@@ -23,7 +23,6 @@ constexpr char const * enter = R"(
 {"set": ["stage/maintEnter/completionstatus","status","u#1"], "to": {}}
 {"set": ["stage/maintEnter/progress","progress","u#1"], "to": {"stage": {"ratemon": true}}}
 )";
-constexpr char const * monitored = R"("maintenance/interface/status/ratemon","monIntfStatus","Ethernet1")";
 
 }  // namespace
 
@@ -73,56 +72,6 @@ TEST_F( Scenario, countersAndTrafficAreWhatTheyWereSetTo ) {
 {"traffic": {"Ethernet1": {"out": 0}}})" );
    // The rate goes on from where the counter was set.
    EXPECT_EQ( octets( Sim::Direction::out ), Brim::MaybeU63( 109 ) );
-}
-
-// An interface whose counters cannot be read keeps what was read last, and when; what it carries meanwhile shows later.
-TEST_F( Scenario, anUnreadInterfaceKeepsItsRow ) {
-   run( fabric );
-   run( R"({"traffic": {"Ethernet1": {"in": 800000, "out": 8}, "Ethernet2": {"in": 0}}}
-{"start": {}})" );
-   run( enter );
-   run( R"({"advance": 10}
-{"unread": ["Ethernet1", "Ethernet77"]}
-{"traffic": {"Ethernet1": {"in": 1600000}}}
-{"advance": 20})" );
-   EXPECT_EQ( row( "Ethernet1" ).readTime, 1010 );
-   EXPECT_EQ( row( "Ethernet2" ).readTime, 1030 );
-   EXPECT_EQ( row( "Ethernet1" ).inOctets, Brim::MaybeU63( 1'000'000 ) );
-   EXPECT_THAT( get( monitored + std::string( R"(,"curRates")" ) ), HasSubstr( R"("inBitsRate": 0,)" ) );
-   run( R"({"unread": ["Ethernet2"]}
-{"advance": 10})" );
-   EXPECT_EQ( row( "Ethernet1" ).readTime, 1040 );
-   EXPECT_EQ( row( "Ethernet2" ).readTime, 1030 );
-   EXPECT_EQ( row( "Ethernet1" ).inOctets, Brim::MaybeU63( 1'000'000 + 30 * 200'000 ) );
-   EXPECT_EQ( row( "Ethernet1" ).restarts, 0u );
-   run( R"({"unread": []}
-{"advance": 10})" );
-   EXPECT_EQ( row( "Ethernet2" ).readTime, 1050 );
-}
-
-// What was counted between the last read and the restart is lost, and the row says that something was.
-TEST_F( Scenario, restartedCountersGoOnFromTheLastReadAndMarkTheRow ) {
-   run( fabric );
-   run( R"({"traffic": {"Ethernet1": {"in": 800000, "out": 8}}}
-{"start": {}})" );
-   run( enter );
-   run( R"({"advance": 14}
-{"restartCounters": ["Ethernet1"]})" );
-   EXPECT_EQ( row( "Ethernet1" ).restarts, 0u );  // not read since
-   EXPECT_EQ( row( "Ethernet1" ).readTime, 1010 );
-   run( R"({"advance": 6})" );
-   EXPECT_EQ( row( "Ethernet1" ).inOctets, Brim::MaybeU63( 1'000'000 + 600'000 ) );
-   EXPECT_EQ( row( "Ethernet1" ).outOctets, Brim::MaybeU63( 10 + 6 ) );
-   EXPECT_EQ( row( "Ethernet1" ).restarts, 1u );
-   run( R"({"advance": 10}
-{"counters": {"Ethernet1": {"in": null}}}
-{"restartCounters": ["Ethernet1"]}
-{"advance": 10})" );
-   EXPECT_FALSE( row( "Ethernet1" ).inOctets.hasValue() );
-   EXPECT_EQ( row( "Ethernet1" ).restarts, 2u );
-   run( R"({"counters": {"Ethernet1": null}}
-{"counters": {"Ethernet1": {}}})" );
-   EXPECT_EQ( row( "Ethernet1" ).restarts, 3u );  // gone and back
 }
 
 TEST_F( Scenario, saysWhereALineIsWrong ) {
