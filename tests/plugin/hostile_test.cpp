@@ -6,6 +6,8 @@
 // database counts the changes; at the k-th it acts, for every k. Then the life goes on as well as it can. Nothing may
 // crash or fail an assertion (the address sanitizer looks on), and in the end nothing may be left: no record of an
 // interface, no link held down, no violation, no traffic in an aggregate, no reactor.
+#include <cstdlib>
+
 #include "DrainStory.h"
 #include "Model.h"
 #include "dovra/Watches.h"
@@ -175,7 +177,22 @@ void HostileLife::expectNothingLeft() {
    }
 }
 
-class Hostile : public ::testing::TestWithParam<HostileLife::NamedAct> {};
+namespace {
+
+// Every act at every change takes minutes where nothing is optimised. There each change meets a third of the acts, and
+// each act a third of the changes.
+bool isStruck( std::size_t change, std::size_t act ) {
+#ifdef RATEMON_OPTIMISED
+   bool const all = true;
+#else
+   static bool const all = std::getenv( "RATEMON_THOROUGH" ) != nullptr;
+#endif
+   return all || ( change + act ) % 3 == 0;
+}
+
+}  // namespace
+
+class Hostile : public ::testing::TestWithParam<std::size_t> {};
 
 TEST_P( Hostile, breaksNothingAtAnyChange ) {
    int changes = 0;
@@ -186,15 +203,17 @@ TEST_P( Hostile, breaksNothingAtAnyChange ) {
       changes = peaceful.changes();
    }
    ASSERT_GT( changes, 250 );
+   auto const act = HostileLife::acts()[GetParam()];
    for( int k = 1; k <= changes && !HasFailure(); ++k ) {
-      HostileLife life( GetParam().act, k );
+      if( !isStruck( static_cast<std::size_t>( k ), GetParam() ) ) continue;
+      HostileLife life( act.act, k );
       life.live();
-      SCOPED_TRACE( std::string( GetParam().name ) + " at change " + std::to_string( k ) + ":" + life.actedAt() );
+      SCOPED_TRACE( std::string( act.name ) + " at change " + std::to_string( k ) + ":" + life.actedAt() );
       life.expectNothingLeft();
    }
 }
 
-INSTANTIATE_TEST_SUITE_P( Acts, Hostile, ::testing::ValuesIn( HostileLife::acts() ),
-                          []( auto const & tested ) { return tested.param.name; } );
+INSTANTIATE_TEST_SUITE_P( Acts, Hostile, ::testing::Range( std::size_t{ 0 }, HostileLife::acts().size() ),
+                          []( auto const & tested ) { return HostileLife::acts()[tested.param].name; } );
 
 }  // namespace Test

@@ -9,6 +9,7 @@
 // way, no entry, no link that is held.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <set>
@@ -238,7 +239,18 @@ void HostileService::expectNothingLeft() {
 
 namespace {
 
-class Hostile : public ::testing::TestWithParam<HostileService::NamedAct> {};
+// Every act at every change takes minutes where nothing is optimised. There each change meets a third of the acts, and
+// each act a third of the changes.
+bool isStruck( std::size_t change, std::size_t act ) {
+#ifdef RATEMON_OPTIMISED
+   bool const all = true;
+#else
+   static bool const all = std::getenv( "RATEMON_THOROUGH" ) != nullptr;
+#endif
+   return all || ( change + act ) % 3 == 0;
+}
+
+class Hostile : public ::testing::TestWithParam<std::size_t> {};
 
 // At the first and at the last change of each kind: what is told alike in between is written by the same line.
 TEST_P( Hostile, breaksNothingAtAnyChange ) {
@@ -252,21 +264,25 @@ TEST_P( Hostile, breaksNothingAtAnyChange ) {
       peaceful.expectNothingLeft();
    }
    ASSERT_GT( often.size(), 150u );
-   for( auto const & [change, times] : often ) {
+   auto const act = HostileService::acts()[GetParam()];
+   std::size_t number = 0;
+   for( auto const & entry : often ) {
+      std::string const & change = entry.first;
+      int const times = entry.second;
       for( int const at : { 1, 2, times } ) {
          if( at > times || ( at == 2 && times == 2 ) || HasFailure() ) continue;
-         SCOPED_TRACE( std::string( GetParam().name ) + " at change " + std::to_string( at ) + " of " + change );
+         if( !isStruck( ++number, GetParam() ) ) continue;
+         SCOPED_TRACE( std::string( act.name ) + " at change " + std::to_string( at ) + " of " + change );
          int seen = 0;
-         HostileService life( GetParam().act,
-                              [&, &change = change]( std::string const & heard ) { return heard == change && ++seen == at; } );
+         HostileService life( act.act, [&]( std::string const & heard ) { return heard == change && ++seen == at; } );
          life.live();
          life.expectNothingLeft();
       }
    }
 }
 
-INSTANTIATE_TEST_SUITE_P( Acts, Hostile, ::testing::ValuesIn( HostileService::acts() ),
-                          []( auto const & tested ) { return tested.param.name; } );
+INSTANTIATE_TEST_SUITE_P( Acts, Hostile, ::testing::Range( std::size_t{ 0 }, HostileService::acts().size() ),
+                          []( auto const & tested ) { return HostileService::acts()[tested.param].name; } );
 
 }  // namespace
 }  // namespace Service
