@@ -109,6 +109,25 @@ TEST_F( Profiles, anotherObjectOfTheSameNameIsAChangeAndTheSameOneIsNone ) {
    EXPECT_TRUE( enterComplete( "fabric" ) );
 }
 
+// A unit that joins or leaves a monitored interface brings the selection of that moment.
+TEST_F( Profiles, aUnitThatComesOrGoesAppliesTheSelectionOfTheMoment ) {
+   profile( "strict", { .thresholdKbps = 1 } );
+   enterWith( { { "Ethernet1", "#DEFAULTPROFILE" } } );
+   unit( "north", { "Ethernet1" } );
+   advance( 0 );  // the tracker has nothing left to do
+   auto const member = state_.intfToGroup->intfToGroup( Lumo::IntfId( "Ethernet1" ) );
+   member->profileChangeCauseIs( ProfileChangeCause::unknown );
+   member->selectedProfileIs( ProfileType::interface, { Kel::String8( "strict" ) } );
+   enter( "north" );
+   EXPECT_EQ( profileOf( "Ethernet1" ), "strict" );
+   member->profileChangeCauseIs( ProfileChangeCause::unknown );
+   member->selectedProfileIs( ProfileType::interface, { Kel::String8( "#DEFAULTPROFILE" ) } );
+   exit( "north" );
+   EXPECT_EQ( profileOf( "Ethernet1" ), "#DEFAULTPROFILE" );
+   EXPECT_THAT( logged_, ElementsAre( changed( "Ethernet1", "strict", "#DEFAULTPROFILE" ),
+                                      changed( "Ethernet1", "#DEFAULTPROFILE", "strict" ) ) );
+}
+
 // --- What a change does
 // -------------------------------------------------------------------------------------------------
 
