@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "events/EventLog.h"
 #include "evidence/Ledger.h"
 #include "kel/ActivityLoop.h"
 #include "plugin/Loader.h"
@@ -85,7 +86,8 @@ class Agent {
    // From now on the service's ledger has an account of every interface.
    void ledgerIs() {
       loop_.turn( [this] {
-         ledger_ = std::make_unique<Evidence::Ledger>( *database_, state_, quill_, []( IntfId ) { return ""; } );
+         ledger_ = std::make_unique<Evidence::Ledger>(
+            *database_, state_, quill_, []( IntfId ) { return ""; }, events_ );
          Kel::Ptr<Evidence::Window> const window( new Evidence::Window( instanceName ) );
          for( IntfId const intf : intfs_ ) window->intfIs( intf );
          ledger_->windows()->windowIs( window );
@@ -177,6 +179,7 @@ class Agent {
    KelQuill::CounterWriter writer_{ state_.counterWriterStatus, "" };
    Kel::Ptr<KelQuill::EntityManager> const quill_ = new KelQuill::EntityManager( writer_.table() );
    Maintenance::PluginContext context_{ pluginDir_, database_, quill_ };
+   Service::EventLog events_;  // outlives the ledger
    std::unique_ptr<Evidence::Ledger> ledger_;
    uint64_t octets_ = 0;
    double residentBeforeEntry_ = 0;  // bytes

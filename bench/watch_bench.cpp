@@ -89,8 +89,8 @@ class Box {
          quill_->refresherIs( [this]( auto ) { readAll(); } );
          service_ = std::make_unique<Service::MaintenanceService>(
             Service::MaintenanceService::Host{ database_, state_, quill_, links_, hooks_, {}, {} }, config() );
-         api_ =
-            std::make_unique<Host::Api>( *database_, *service_, context_, [] { return std::vector<std::string>(); } );
+         api_ = std::make_unique<Host::Api>( *database_, *service_, context_,
+                                             []( std::string const & ) { return std::vector<std::string>(); } );
       } );
       loop_.turn( [&] { Maintenance::DefaultPluginLoader().initPlugins( context_ ); } );
       loop_.turn( [&] { static_cast<void>( service_->units().enter( "fabric", {}, "bench" ) ); } );

@@ -63,6 +63,7 @@ void json( CLI::App & command, Arguments & a ) {
 // What is asked for would be another thing, as an empty name counts for nothing in a path, or can be nothing at all.
 std::string unitFault( std::string const & name ) { return Usage::nameFault( name, 255 ); }
 std::string interfaceFault( std::string const & name ) { return Usage::nameFault( name, 63 ); }
+std::string pathFault( std::string const & path ) { return Usage::nameFault( path, 4096 ); }
 
 void someUnit( CLI::App & command, Arguments & a ) {
    command.add_option( "UNIT", a.unit, "only this unit" )->check( unitFault );
@@ -107,14 +108,16 @@ void entering( CLI::App & command, Arguments & a ) {
 void watching( CLI::App & command, Arguments & a ) {
    command.add_option( "-n", a.watch.pictures, "end after so many pictures, or sets of lines; the last one stays" )
       ->check( CLI::PositiveNumber );
-   auto const intervalFault = []( std::string const & text ) {
-      double const seconds = std::strtod( text.c_str(), nullptr );
-      return seconds >= 0.1 && seconds <= 3600 ? std::string() : text + " s is not between 100ms and 1h";
-   };
-   command.add_option( "--interval", a.watch.intervalSeconds, "from one picture to the next (default: 1s)" )
-      ->transform( CLI::AsNumberWithUnit(
-         std::map<std::string, double>{ { "ms", 1e-3 }, { "s", 1 }, { "min", 60 }, { "h", 3600 } } ) )
-      ->check( intervalFault );
+   command
+      .add_option_function<std::string>(
+         "--interval",
+         [&a]( std::string const & text ) {
+            a.watch.intervalSeconds = Usage::seconds( "--interval", text );
+            if( a.watch.intervalSeconds < 0.1 || a.watch.intervalSeconds > 3600 )
+               throw CLI::ValidationError( "--interval", "is a time from 100ms to 1h, not " + Usage::quoted( text ) );
+         },
+         "from one picture to the next (default: 1s)" )
+      ->type_name( "TIME" );
 }
 
 void reporting( CLI::App & command, Arguments & a ) {
@@ -157,14 +160,14 @@ void following( CLI::App & command, Arguments & a ) {
    command.add_option( "--after", a.events.after,
                        "go on after the event with this number, as far as that is still known (default: from now on)" );
    command.add_option( "--unit", a.events.unit, "only what concerns this unit, also by one of its interfaces" )
-      ->check( emptyFault );
+      ->check( unitFault );
    command.add_flag( "--json", a.events.json, "print the lines as they come, JSON for programs" );
 }
 
 void recording( CLI::App & command, Arguments & a ) {
    command.add_option( "FILE", a.record.file, "the file that is written; - for standard output" )
       ->required()
-      ->check( emptyFault );
+      ->check( pathFault );
    command
       .add_option_function<std::string>(
          "--for", [&a]( std::string const & text ) { a.record.seconds = Usage::seconds( "--for", text ); },
@@ -326,7 +329,7 @@ int run( int argc, char ** argv ) {
    app.add_option( "--socket", arguments.socket,
                    std::string( "unix socket of maintd for everything (also MAINTD_SOCKET; default: " ) +
                       defaultReadSocket + " for what only reads, " + defaultControlSocket + " for the rest)" )
-      ->check( emptyFault );
+      ->check( pathFault );
    std::map<CLI::App const *, Command const *> declared;
    for( Command const & command : commands ) {
       CLI::App * const sub = app.add_subcommand( command.name, command.what );
