@@ -98,6 +98,7 @@ void ChangeHistory::add( StateComponents const & path, Kel::Value const & value 
    line.pathSize = static_cast<uint32_t>( block.text.size() - line.pathBegin );
    LineText::appendEnd( block.text, value );
    block.lines.push_back( line );
+   block.time = Kel::now();
    bytes_ += block.bytes() - before;
    // Each takes itself off when it is told.
    auto const waiting = block.path( line );
@@ -123,7 +124,8 @@ ChangeHistory::Block & ChangeHistory::blockFor( uint64_t number ) {
       KEL_ASSERT( blocks_.back().first + blocks_.back().lines.size() == number );
       return blocks_.back();
    }
-   while( blocks_.size() > 1 && bytes_ + limits_.blockBytes > limits_.bytes ) {
+   while( blocks_.size() > 1 &&
+          bytes_ + limits_.blockBytes > ( blocks_.front().time < Kel::now() ? limits_.bytes : limits_.turnBytes ) ) {
       bytes_ -= blocks_.front().bytes();
       forgotten_ = blocks_.front().first + blocks_.front().lines.size() - 1;
       blocks_.pop_front();

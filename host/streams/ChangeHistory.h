@@ -5,7 +5,9 @@
 // One in an agent, owned by the API. A change becomes a line when it is made, once, however many watch; a watcher knows
 // its path and its place and nothing else. Followed are the mounted directories that somebody watches, and for a while
 // after the last has gone, so that he can go on where he was: where nobody watches, nothing is followed and a write
-// costs nothing. The oldest lines go as new ones come. A reader to whose place that happens has lost it.
+// costs nothing. The oldest lines go as new ones come, but for those of the present turn, which nobody could have read
+// yet: where a thousand interfaces are sampled at once, that is more than all that is kept otherwise. A reader whose
+// place goes with them has lost it.
 //
 // Used in turns, but for the destruction of readers.
 #pragma once
@@ -32,6 +34,7 @@ class ChangeHistory {
  public:
    struct Limits {
       std::size_t bytes = 1536 * 1024;                 // of the lines, with what it takes to find one
+      std::size_t turnBytes = 32UL * 1024 * 1024;      // as long as they are of the present turn
       std::size_t blockBytes = 64 * 1024;              // in which they come and go
       std::size_t snapshotBytes = 32UL * 1024 * 1024;  // of all that are still being read
       double keptSeconds = 60;                         // after the last reader of a directory has gone
@@ -73,7 +76,8 @@ class ChangeHistory {
       uint32_t pathSize;
    };
    struct Block {
-      uint64_t first;  // number of the first line; one after the other from there
+      uint64_t first;   // number of the first line; one after the other from there
+      double time = 0;  // s, of the last line
       std::string text;
       std::vector<Line> lines;
       [[nodiscard]] std::string_view path( Line const & line ) const {
