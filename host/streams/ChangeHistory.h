@@ -33,7 +33,7 @@ class ChangeReader;
 class ChangeHistory {
  public:
    struct Limits {
-      std::size_t bytes = 1536 * 1024;                 // of the lines, with what it takes to find one
+      std::size_t bytes = 8UL * 1024 * 1024;           // of the lines, with what it takes to find one
       std::size_t turnBytes = 32UL * 1024 * 1024;      // as long as they are of the present turn
       std::size_t blockBytes = 64 * 1024;              // in which they come and go
       std::size_t snapshotBytes = 32UL * 1024 * 1024;  // of all that are still being read
