@@ -219,7 +219,8 @@ TEST_F( Ready, notForANameThatNoLinkHas ) {
    EXPECT_THAT( checked.err, HasSubstr( "warning: unit fabric: upp2: there is no such link" ) );
    EXPECT_THAT( checked.err, Not( HasSubstr( "up1" ) ) );
    startMaintd( fabric( "up1, upp2" ) );
-   EXPECT_THAT( contents( path( "maintd.log" ) ), HasSubstr( "warning: config: unit fabric: upp2: there is no such link" ) );
+   EXPECT_THAT( contents( path( "maintd.log" ) ),
+                HasSubstr( "warning: config: unit fabric: upp2: there is no such link" ) );
    ASSERT_TRUE( eventually( [&] { return text( shown( "up1" ), "operStatus" ) == "up"; } ) );
 
    for( char const * const option : { "--wait", "--dry-run", "--json" } ) {
