@@ -84,7 +84,14 @@ std::string required( CLI::App const & app, CLI::App const & command, std::strin
 }
 
 std::string mismatch( std::string const & text ) {
-   std::string const name = text.substr( 0, text.find_first_of( ": " ) );
+   std::string name = text.substr( 0, text.find_first_of( ": " ) );
+   // "--a: At Most 1 required but received 2", "Expected exactly 1 arguments to --a, got 2"
+   auto received = around( text, " required but received " );
+   if( auto const of = around( text, " arguments to " ) ) {
+      received = around( of->second, ", got " );
+      if( received ) name = received->first;
+   }
+   if( received && received->second != "0" ) return name + " is given more than once";
    bool const flag = text.find( "flag" ) != std::string::npos;
    return name + ( flag ? " takes no value" : " needs a value" );
 }

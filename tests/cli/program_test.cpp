@@ -218,8 +218,8 @@ TEST_F( Program, mistakesAreToldInASentence ) {
         "--timeout '99999999999999d' is longer than 136 y" },
       { { "enter", "u", "--wait", "--timeout", "soon" }, "--timeout 'soon' is not a number with a unit; write a dura" },
       { { "enter", "u", "--timeout", "5m" }, "--timeout only goes with --wait" },
-      { { "enter", "u", "--wait", "--dry-run" }, "--dry-run and --wait do not go together" },
-      { { "enter", "u", "--json=3" }, "--json takes no value" },
+      { { "enter", "u", "--wait", "--dry-run" }, "--wait and --dry-run do not go together" },
+      { { "units", "--socket", "a" }, "--socket is given more than once" },
       { { "report", "u", "--generation", "-1" }, "--generation is a whole number from 0 to 4294967295, not \"-1\"" },
       { { "release" }, "release needs INTERFACE or --all" },
       { { "trace", "-n", "many" }, "-n is a whole number" },
@@ -234,11 +234,11 @@ TEST_F( Program, mistakesAreToldInASentence ) {
       EXPECT_EQ( result.out, "" ) << said;
    }
    EXPECT_EQ( requests(), "" );
-   // As people write them, and the socket behind the command as well as before it.
+   // As people write them.
    daemonAnswers( { { "POST /v1/units/u/exit", { started( "exit" ) } },
                     { "GET /v1/units/u", { ok( unit( "active", "", "quiet", true ) ) } } } );
    for( char const * time : { "5m", "1min30s", "10", "1d" } ) {
-      EXPECT_EQ( maintctl( { "exit", "u", "--wait", "--timeout", time, "--socket", path( "socket" ) } ).status, 0 );
+      EXPECT_EQ( maintctl( { "exit", "u", "--wait", "--timeout", time } ).status, 0 );
    }
 }
 
@@ -265,11 +265,10 @@ TEST_F( Program, aTraceCanBeShortened ) {
    EXPECT_THAT( maintctl( { "trace", "-n", "1" } ).out, ::testing::EndsWith( "  3  third\n" ) );
    EXPECT_EQ( lines( { "trace", "-n", "2" } ), 2 );
    EXPECT_EQ( lines( { "trace", "-n", "9" } ), 3 );
-   EXPECT_EQ( lines( { "trace", "--since", "1h" } ), 3 );
    EXPECT_EQ( lines( { "trace", "--since", "2001-01-01 12:00" } ), 3 );
    EXPECT_EQ( lines( { "trace", "--since", "0s" } ), 0 );
    EXPECT_EQ( lines( { "trace", "--since", "2100-01-01" } ), 0 );
-   EXPECT_EQ( lines( { "trace", "--since", "1h", "-n", "1" } ), 1 );
+   EXPECT_EQ( lines( { "trace", "--since", "2001-01-01", "-n", "1" } ), 1 );
 }
 
 }  // namespace
