@@ -117,8 +117,8 @@ TEST( Trend, beginsAnewWithTheFirstLoudReadingAfterAnother ) {
    EXPECT_EQ( trend.pace( 1230, threshold, interval ).kind, Pace::Kind::unknown );
    // Nor does a fall before the gap say anything of what came back.
    Trend back = trendOf( 10, 60, []( double t ) { return Rates{ 0, 4e6 * std::exp2( -t / 20 ), 0 }; } );
-   for( double t : { 1070, 1080, 1090 } ) back.readingIs( t, t + 10, { 0, 5e5, 0 }, interval, t == 1070 );
-   EXPECT_EQ( back.pace( 1100, threshold, interval ).kind, Pace::Kind::unknown );
+   for( double t : { 1061, 1062, 1063 } ) back.readingIs( t, t + 1, { 0, 46e4, 0 }, interval, t == 1061 );
+   EXPECT_EQ( back.pace( 1064, threshold, interval ).kind, Pace::Kind::unknown );
    // A load interval of 0 asks for no more than a few readings.
    EXPECT_EQ( trend.pace( 1230, threshold, 0 ).kind, Pace::Kind::stuck );
 }
