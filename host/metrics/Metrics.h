@@ -23,8 +23,8 @@ class Metrics {
       Maintenance::MaintenanceState const & state;
       Kel::Ptr<Service::HeldLinkDir const> held;
       LiveCounters const & counters;
-      std::function<bool()>
-         storeTrouble;  // whether nothing can be kept on disk; tries nothing. Empty: there is no store
+      // Whether nothing can be kept on disk; tries nothing. Empty: there is no store.
+      std::function<bool()> storeTrouble;
    };
 
    static constexpr std::size_t scrapesMax = 16;
