@@ -10,11 +10,11 @@
 //
 // Answers are JSON as declared in service/views, the dump is text; an error is { "error": text } with status 400
 // (malformed), 404 (no such thing), 405 (the other method), 409 (refused, with "why": each reason), 410 (not kept any
-// more), 414 (a path too deep), 500 (in force, but not on disk) or 503 (nothing can be kept on disk, or no dump be made).
-// A dry run changes nothing; where the request would be carried out its "result" is "wouldStart". Where there is cause
-// to ask back before a unit enters, "yes=1" says that it is meant all the same; "session" is the address that the caller
-// himself is connected from. docs/api/openapi.yaml says all of it for clients. Requests come from the HTTP server, one at
-// a time, inside a turn.
+// more), 414 (a path too deep), 500 (in force, but not on disk) or 503 (nothing can be kept on disk, or no dump be
+// made). A dry run changes nothing; where the request would be carried out its "result" is "wouldStart". Where there is
+// cause to ask back before a unit enters, "yes=1" says that it is meant all the same; "session" is the address that the
+// caller himself is connected from. docs/api/openapi.yaml says all of it for clients. Requests come from the HTTP
+// server, one at a time, inside a turn.
 #pragma once
 
 #include <functional>
