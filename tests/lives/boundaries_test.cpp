@@ -172,6 +172,17 @@ TEST_F( Boundaries, countersThatRestartInTheVeryLastSample ) {
    expectReadyAt( 1020 );
 }
 
+TEST_F( Boundaries, aFlapThatTakesNoTimeAtAll ) {
+   quietBox();
+   enter();
+   advanceTo( 1007 );
+   say( R"({"batch": [{"link": {"eth0": "down"}}, {"link": {"eth0": "up"}}]})" );
+   EXPECT_EQ( verdict(), "waiting" );
+   advanceTo( 1010 );
+   EXPECT_EQ( verdict(), "waiting" );
+   expectReadyAt( 1020 );
+}
+
 // Deadlines
 
 TEST_F( Boundaries, aUnitThatIsReadyAtItsDeadlineIsReady ) {

@@ -104,6 +104,14 @@ TEST_F( CodefStory, aRequestCanBeWithdrawnDelayedAndHastened ) {
    EXPECT_EQ( loop.nextDue(), Kel::never );
 }
 
+TEST_F( CodefStory, aMachineThatIsTakenDownDoesNoMoreWork ) {
+   queue( 2 );
+   worker->prepareToDie();
+   loop.turn();
+   EXPECT_EQ( worker->done, Jobs() );
+   EXPECT_EQ( loop.nextDue(), Kel::never );
+}
+
 TEST_F( CodefStory, aMachineMayBeDroppedFromWithinItsOwnSlice ) {
    worker->onJob = [&]( int ) {
       worker->prepareToDie();
