@@ -101,6 +101,26 @@ TEST_F( Restart, verifyGoesOnWithTheInterfacesMonitoredAsBefore ) {
    EXPECT_EQ( stageRecords(), 0u );
 }
 
+TEST_F( Restart, aUnitOnItsWayOutGoesOnInEachOfItsStages ) {
+   begin( fileWith( allStages ) );
+   enter( "fabric" );
+   programEnds( "fabric" );
+   advance( 40 );
+   exit( "fabric" );
+   restart( 1 );
+   EXPECT_EQ( stage( "fabric" ), "pause" );
+   EXPECT_THAT( programs_.started, ElementsAre( "pause exit fabric 2" ) );
+   programEnds( "fabric" );
+   EXPECT_EQ( stage( "fabric" ), "bgp" );
+   restart( 1 );
+   EXPECT_THAT( programs_.started, ElementsAre( "bgp exit fabric 2" ) );
+   programEnds( "fabric" );
+   EXPECT_EQ( state( "fabric" ), State::active );
+   EXPECT_EQ( stages( "fabric" ), "bgp done, ratemon done, verify done, pause done, ratemon done, bgp done" );
+   EXPECT_EQ( window( "fabric" )->outcome(), Ended::completed );
+   EXPECT_EQ( stageRecords(), 0u );
+}
+
 TEST_F( Restart, aLinkThatWasSeenAndIsGoneNowIsNotMissing ) {
    begin( fileWith( allStages ) );
    enter( "fabric" );
