@@ -66,7 +66,7 @@ Watches::Watches( EntityManager const & database, Report report )
 Watches::~Watches() = default;
 
 StateComponents Watches::reported( EntityManager const & database, StateComponents const & path ) {
-   // What is below an entry that is still absent is taken as it was written, since nothing can say yet where its keys end.
+   // What is below an entry that is still absent is taken as it was written: nothing can say yet where its keys end.
    StateComponents place = statePlace( database, path ).components;
    place.front() = withoutCell( place.front() );
    auto const joined = []( auto begin, auto end ) {
