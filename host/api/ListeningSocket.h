@@ -16,7 +16,8 @@ class ListeningSocket {
  public:
    using Protocol = boost::asio::local::stream_protocol;
 
-   // Listens at `path`, with that mode whatever the process's mask is. Throws std::runtime_error, which says what is there, where that cannot be.
+   // Listens at `path`, with that mode whatever the process's mask is. Throws std::runtime_error, which says what is
+   // there, where that cannot be.
    ListeningSocket( boost::asio::io_context & io, std::string path, mode_t mode );
    ListeningSocket( ListeningSocket const & ) = delete;
    ListeningSocket & operator=( ListeningSocket const & ) = delete;
