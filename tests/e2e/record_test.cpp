@@ -70,7 +70,7 @@ TEST_F( Record, replayedDecidesTheSameAtTheSameTimes ) {
    EXPECT_TRUE( eventually( [&] { return state( "fabric" ) == "active"; } ) );
    interrupt();
    EXPECT_EQ( recorded(), "0\n" );
-   EXPECT_THAT( contents( path( "record.err" ) ), ContainsRegex( "recorded [0-9]+ s, [0-9.]+ kB, in " ) );
+   EXPECT_THAT( contents( path( "record.err" ) ), ContainsRegex( "recorded [0-9.]+ s, [0-9.]+ kB, in " ) );
 
    auto const same = replayed( {} );
    std::smatch count;
