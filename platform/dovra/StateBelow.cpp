@@ -54,7 +54,7 @@ std::vector<std::string> stateBelow( EntityManager const & database, StateCompon
       }
    }
    std::ranges::sort( names );
-   names.erase( std::ranges::unique( names ).begin(), names.end() );
+   names.erase( std::unique( names.begin(), names.end() ), names.end() );
    return names;
 }
 

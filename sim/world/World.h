@@ -49,8 +49,8 @@ class World {
    void inTurn( Kel::ActivityLoop::Work const & work );
    // Runs what is due until the clock has moved on by `seconds`, which are not negative.
    void advance( double seconds );
-   // The clock goes on at once, as over an agent that is held up; then a turn with `work`, and behind it, late, what was
-   // due meanwhile.
+   // The clock goes on at once, as over an agent that is held up; then a turn with `work`, and behind it, late, what
+   // was due meanwhile.
    void late( double seconds, Kel::ActivityLoop::Work const & work );
 
    // The plug-in's life, and that of the agent around it. Started within a turn, its mounts complete in a later one.

@@ -1,5 +1,5 @@
-// A recording of maintd's own run, on real links with real packets: replayed with its own configuration it takes the same
-// decisions at the same times, and with another one says what that would have done.
+// A recording of maintd's own run, on real links with real packets: replayed with its own configuration it takes the
+// same decisions at the same times, and with another one says what that would have done.
 #include <gmock/gmock.h>
 
 #include <chrono>
