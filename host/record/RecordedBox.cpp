@@ -37,9 +37,10 @@ std::string quoted( IntfId intf ) { return Kel::toJson( std::string_view( intf.n
 
 char const * stateOf( LinkReport const & report ) { return report.up ? "\"up\"" : "\"down\""; }
 
-std::string whole( LinkReport const & report ) {
-   std::string text =
-      std::string( "{\"state\": " ) + stateOf( report ) + ", \"kind\": \"" + wordOf( report.kind ) + "\"";
+std::string whole( LinkReport const & report, bool withState ) {
+   std::string text = "{";
+   if( withState ) text += std::string( "\"state\": " ) + stateOf( report ) + ", ";
+   text += std::string( "\"kind\": \"" ) + wordOf( report.kind ) + "\"";
    if( report.kind == IntfKind::vlan && report.vlanId != 0 ) text += ", \"vlan\": " + std::to_string( report.vlanId );
    if( report.kind == IntfKind::vlan || report.kind == IntfKind::portChannel ) {
       text += ", \"members\": [";
@@ -131,8 +132,10 @@ void RecordedBox::handleLink( IntfId intf, Lines & lines ) {
    LinkReport sameState = *report;
    sameState.up = said.report && said.report->up;
    bool const onlyState = said.report == sameState;
+   // A state that has not changed is not said with what has: one that the replay holds would be raised by it.
+   bool const withState = !said.report || said.report->up != report->up;
    said.report = std::move( report );
-   lines.push_back( linkLine( intf, onlyState ? stateOf( *said.report ) : whole( *said.report ) ) );
+   lines.push_back( linkLine( intf, onlyState ? stateOf( *said.report ) : whole( *said.report, withState ) ) );
 }
 
 void RecordedBox::handleTime( Lines & lines ) {
@@ -145,15 +148,16 @@ void RecordedBox::handleTime( Lines & lines ) {
    }
 }
 
-void RecordedBox::counters( bool read, Lines & lines ) {
+void RecordedBox::counters( std::optional<double> const & read, Lines & lines ) {
    Lines changed;
    std::string restarted;
-   unreadNow_.clear();
+   // A turn without a read tells nothing new of rows that were there before it.
+   unreadNow_ = read ? std::set<IntfId>() : unread_;
    for( auto & [intf, said] : said_ ) {
       bool const counts = said.report && said.report->kind == IntfKind::ethernet;
       if( counts ) count( intf, said, read, changed, restarted );
    }
-   if( read && unreadNow_ != unread_ ) {
+   if( unreadNow_ != unread_ ) {
       unread_ = unreadNow_;
       lines.push_back( "{\"unread\": [" + names( unread_ ) + "]}" );
    }
@@ -161,7 +165,7 @@ void RecordedBox::counters( bool read, Lines & lines ) {
    addCounterLines( changed, lines );
 }
 
-void RecordedBox::count( IntfId intf, Said & said, bool read, Lines & changed, std::string & restarted ) {
+void RecordedBox::count( IntfId intf, Said & said, std::optional<double> const & read, Lines & changed, std::string & restarted ) {
    Counted & before = said.counted;
    auto const row = counters_.lastRead( intf );
    if( !row ) {
@@ -170,8 +174,11 @@ void RecordedBox::count( IntfId intf, Said & said, bool read, Lines & changed, s
       before = { .known = true };
       return;
    }
-   if( read && row->readTime != Kel::now() ) unreadNow_.insert( intf );
-   if( row->readTime == 0 ) return;
+   // In a replay the row of a link that has come is read at once, unless it is said not to be: here nothing is known of
+   // it until a read succeeds.
+   bool const never = row->readTime == 0;
+   if( never || ( read && row->readTime < *read ) ) unreadNow_.insert( intf );
+   if( never ) return;
    Counted const now{ true, true, valueOf( row->inOctets, before.in ), valueOf( row->outOctets, before.out ),
                       row->restarts };
    // Of a row that is new here a restart is nothing that a replay could have missed.
@@ -186,7 +193,7 @@ RecordedBox::Lines RecordedBox::all() const {
    for( bool const made : { false, true } ) {
       for( auto const & [intf, said] : said_ ) {
          if( !said.report || made != !said.report->members.empty() ) continue;
-         lines.push_back( linkLine( intf, whole( *said.report ) ) );
+         lines.push_back( linkLine( intf, whole( *said.report, true ) ) );
          if( said.report->kind != IntfKind::ethernet || !said.counted.known ) continue;
          counted.push_back( said.counted.row ? octets( intf, said.counted.in, said.counted.out )
                                              : quoted( intf ) + ":null" );

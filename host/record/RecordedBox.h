@@ -34,9 +34,9 @@ class RecordedBox {
    void configIs( Service::Config::Config const & config, Lines & lines );
    // Something of the link may have changed.
    void handleLink( Lumo::IntfId intf, Lines & lines );
-   // The counters, as they stand at the end of a turn; `read`: in which they were to be read. What comes before all
-   // other lines of the turn.
-   void counters( bool read, Lines & lines );
+   // The counters, as they stand at the end of a turn; `read`: when they were last to be read, none
+   // if not since this was last asked. What comes before all other lines of the turn.
+   void counters( std::optional<double> const & read, Lines & lines );
    // Links that were let go long ago and are still down.
    void handleTime( Lines & lines );
 
@@ -61,7 +61,7 @@ class RecordedBox {
 
    void nameIs( Lumo::IntfId intf, Lines & lines );
    void membersAre( Service::LinkReport const & report, Lines & lines );
-   void count( Lumo::IntfId intf, Said & said, bool read, Lines & changed, std::string & restarted );
+   void count( Lumo::IntfId intf, Said & said, std::optional<double> const & read, Lines & changed, std::string & restarted );
    [[nodiscard]] bool held( Lumo::IntfId intf ) const;
 
    Maintenance::MaintenanceState const & state_;

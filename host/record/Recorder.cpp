@@ -74,9 +74,10 @@ struct Recorder::Active {
    std::vector<std::weak_ptr<Recording>> recordings;
    RecordedBox box;
    Service::Decisions decisions;
-   std::vector<std::string> lines;  // of the present turn
+   std::vector<std::string> lines;  // that are not told yet
+   bool caused = false;             // something by them, other than decisions
    double nextBeat = 0;             // s, the first that no turn has been at
-   bool read = false;               // in the present turn
+   std::optional<double> read;      // s, since the last turn that was told
    bool sampled = false;            // likewise, and not by us
    bool reading = false;
    double told = 0;  // s, the last turn that was
@@ -99,7 +100,9 @@ Recorder::Recorder( Parts parts )
      turnEnd_( std::make_unique<TurnTold>( *this ) ) {
    parts_.links.onLinkIs( [this]( Lumo::IntfId intf ) {
       if( !active_ ) return;
+      std::size_t const before = active_->lines.size();
       active_->box.handleLink( intf, active_->lines );
+      if( active_->lines.size() != before ) active_->caused = true;
       turnEnd_->due();
    } );
    parts_.service.units().onRequestIs( [this]( auto const & request ) { handleRequest( request ); } );
@@ -126,9 +129,14 @@ void Recorder::line( std::string text ) {
    turnEnd_->due();
 }
 
+void Recorder::cause( std::string text ) {
+   active_->caused = true;
+   line( std::move( text ) );
+}
+
 void Recorder::handleRead() {
    if( !active_ ) return;
-   active_->read = true;
+   active_->read = Kel::now();
    if( !active_->reading ) active_->sampled = true;
    turnEnd_->due();
 }
@@ -137,7 +145,7 @@ void Recorder::handleRequest( Service::UnitService::Request const & request ) {
    if( !active_ || !parts_.state.unitStatus->status( Kel::String8( request.unit ) ) ) return;
    Kel::Value::Object object{ { request.enter ? "enter" : "exit", value( request.unit ) } };
    if( !request.without.empty() ) object.emplace_back( "without", list( request.without ) );
-   line( Kel::toJson( value( std::move( object ) ) ) );
+   cause( Kel::toJson( value( std::move( object ) ) ) );
 }
 
 void Recorder::handleConfig() {
@@ -145,7 +153,7 @@ void Recorder::handleConfig() {
    auto const & config = parts_.service.config();
    // Links that it names before it names them.
    active_->box.configIs( config, active_->lines );
-   line( Kel::toJson( value( Kel::Value::Object{ { "config", Service::Config::jsonOf( config ) } } ) ) );
+   cause( Kel::toJson( value( Kel::Value::Object{ { "config", Service::Config::jsonOf( config ) } } ) ) );
 }
 
 void Recorder::handleDecision( Service::Decision const & decision ) {
@@ -189,6 +197,10 @@ void Recorder::endTurn() {
       active_ = nullptr;
       return beat_->timeMinIs( Kel::never );
    }
+   // What happened has the plug-in look at counters in a turn that is due at once. The replay is to find them as that
+   // turn does, so this one is told together with it.
+   bool const goesOn = active_->caused && !active_->sampled && Kel::activityLoop().nextDue() <= Kel::now();
+   if( goesOn ) return beat_->timeMinIs( Kel::now() );
    tellTurn();
    for( auto const & weak : active_->recordings ) {
       auto const recording = weak.lock();
@@ -209,9 +221,10 @@ void Recorder::tellTurn() {
       a.box.handleTime( a.lines );
    }
    std::vector<std::string> all;
-   a.box.counters( std::exchange( a.read, false ), all );
+   a.box.counters( std::exchange( a.read, std::nullopt ), all );
    all.insert( all.end(), a.lines.begin(), a.lines.end() );
    a.lines.clear();
+   a.caused = false;
    double const now = Kel::now();
    // Where nothing changes and nobody samples there is nothing to tell of most beats.
    bool const toTell = std::exchange( a.sampled, false ) || !all.empty() || ( beat && a.awaited( now ) );

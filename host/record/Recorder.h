@@ -5,7 +5,8 @@
 //
 // Owned by the agent; it has nothing to do until somebody records. From then on it has the counters read once a second,
 // on the beat of the rate monitor's wheel: where that samples on a beat the two share one read. Whatever happens in a
-// turn is gathered as it happens and told at the turn's end, with the turn's time; a turn that takes samples is told
+// turn is gathered as it happens and told at the end of the last of the turns that follow from it at once, with that
+// one's time; a turn that takes samples is told
 // with how late it came, because a load interval that is short by a microsecond is short. It changes nothing.
 //
 // Several recordings share all of this. They differ in where they begin: with everything as it is then. Units that are
@@ -77,6 +78,7 @@ class Recorder {
    void phaseIs( double time ) { phase_ = time; }
    [[nodiscard]] double beatAfter( double time ) const;
    void line( std::string text );
+   void cause( std::string text );  // a line of which something comes
    void endTurn();
    void tellTurn();
    [[nodiscard]] bool anybodyRecords();
