@@ -126,7 +126,10 @@ void RecordedBox::handleLink( IntfId intf, Lines & lines ) {
       said.ours = true;
    }
    if( said.ours ) report->up = said.report ? said.report->up : true;
-   said.letGo.reset();
+   if( !said.ours ) {
+      said.letGo.reset();
+      if( std::exchange( said.late, false ) && report->up ) lines.push_back( linkLine( intf, "{\"late\": false}" ) );
+   }
    if( raisedNow ) lines.push_back( linkLine( intf, stateOf( *report ) ) );
    if( said.report == report ) return;
    LinkReport sameState = *report;
@@ -140,8 +143,19 @@ void RecordedBox::handleLink( IntfId intf, Lines & lines ) {
 
 void RecordedBox::handleTime( Lines & lines ) {
    for( auto & [intf, said] : said_ ) {
-      if( !said.ours || held( intf ) ) continue;
-      if( !said.letGo ) said.letGo = Kel::now();
+      if( !said.ours && !said.raised ) continue;
+      if( held( intf ) ) {
+         said.letGo.reset();
+         continue;
+      }
+      // Of another hold nothing is known yet.
+      said.raised = false;
+      if( !said.ours ) continue;
+      if( !said.letGo ) {
+         said.letGo = Kel::now();
+         said.late = said.report->up;
+         if( said.late ) lines.push_back( linkLine( intf, "{\"late\": true}" ) );
+      }
       if( Kel::now() - *said.letGo < comesUpWithin ) continue;
       said.ours = false;
       handleLink( intf, lines );
@@ -165,7 +179,8 @@ void RecordedBox::counters( std::optional<double> const & read, Lines & lines ) 
    addCounterLines( changed, lines );
 }
 
-void RecordedBox::count( IntfId intf, Said & said, std::optional<double> const & read, Lines & changed, std::string & restarted ) {
+void RecordedBox::count( IntfId intf, Said & said, std::optional<double> const & read, Lines & changed,
+                         std::string & restarted ) {
    Counted & before = said.counted;
    auto const row = counters_.lastRead( intf );
    if( !row ) {

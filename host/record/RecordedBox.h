@@ -4,8 +4,8 @@
 // Owned by the recorder while something is recorded. It knows what was said last, of every link, and says what has
 // changed since, as lines of a scenario. That maintd takes a link down, and sets it up again, is not said: it is what
 // the agent did and not what it found, and a replay with another configuration may do otherwise. So a link that is down
-// while maintd holds it down counts as what it was before; it is said to be down when it stays so long after it was let
-// go.
+// while maintd holds it down counts as what it was before. One that is let go is said to come up late until it has,
+// which means something only where a replay held it too; it is said to be down when it stays so for long.
 #pragma once
 
 #include <map>
@@ -37,7 +37,7 @@ class RecordedBox {
    // The counters, as they stand at the end of a turn; `read`: when they were last to be read, none
    // if not since this was last asked. What comes before all other lines of the turn.
    void counters( std::optional<double> const & read, Lines & lines );
-   // Links that were let go long ago and are still down.
+   // At the end of a turn: links that were let go and are still down, and that are not held any more.
    void handleTime( Lines & lines );
 
    // All of it, as it was said last.
@@ -56,12 +56,14 @@ class RecordedBox {
       bool ours = false;                          // down, on our account
       bool raised = false;                        // held, and set up by somebody all the same
       std::optional<double> letGo;                // s, since when it is not held any more and has not come up
+      bool late = false;                          // said to come up later than it was let go
       Counted counted;
    };
 
    void nameIs( Lumo::IntfId intf, Lines & lines );
    void membersAre( Service::LinkReport const & report, Lines & lines );
-   void count( Lumo::IntfId intf, Said & said, std::optional<double> const & read, Lines & changed, std::string & restarted );
+   void count( Lumo::IntfId intf, Said & said, std::optional<double> const & read, Lines & changed,
+               std::string & restarted );
    [[nodiscard]] bool held( Lumo::IntfId intf ) const;
 
    Maintenance::MaintenanceState const & state_;

@@ -218,8 +218,8 @@ void Recorder::tellTurn() {
       a.reading = true;
       parts_.counters.freshen();
       a.reading = false;
-      a.box.handleTime( a.lines );
    }
+   a.box.handleTime( a.lines );
    std::vector<std::string> all;
    a.box.counters( std::exchange( a.read, std::nullopt ), all );
    all.insert( all.end(), a.lines.begin(), a.lines.end() );

@@ -47,6 +47,12 @@ std::vector<std::string> members( Json const & json ) {
    return names;
 }
 
+bool isTrue( Json const & json ) {
+   auto const found = json.value().as<bool>();
+   if( !found ) throw LineError( json.column, "this is true or false" );
+   return *found;
+}
+
 InventedLinks::Said said( Json const & link ) {
    InventedLinks::Said said;
    if( link.value().as<std::string>() ) {
@@ -64,9 +70,11 @@ InventedLinks::Said said( Json const & link ) {
             atColumn( json.column, [&number = json] { return Kel::unsignedFromValue( number.value(), vlanIdEnd ); } ) );
       } else if( name == "members" ) {
          said.members = members( json );
+      } else if( name == "late" ) {
+         said.late = isTrue( json );
       } else {
          throw LineError( json.column,
-                          "a link has \"state\", \"kind\", \"vlan\" and \"members\", no \"" + name + "\"" );
+                          "a link has \"state\", \"kind\", \"vlan\", \"members\" and \"late\", no \"" + name + "\"" );
       }
    }
    return said;

@@ -64,10 +64,12 @@ void InventedLinks::linkIs( Lumo::IntfId intf, Said const & said ) {
    bool const counts = report.kind == IntfKind::ethernet;
    // Row before record: whoever hears of the link finds its counters.
    if( counts && !counted ) counters_.linkIs( intf );
-   if( present == links_.end() ) links_.emplace( intf, State{ ++lastIndex_, {}, false } );
+   if( present == links_.end() ) links_.emplace( intf, State{ ++lastIndex_, {} } );
    State & link = links_.at( intf );
    link.said = report;
    if( said.up == true ) link.held = false;
+   if( said.up ) link.late = false;
+   if( said.late ) link.late = *said.late && link.held;
    this->report( intf );
    if( counted && !counts ) counters_.linkDel( intf );
 }
@@ -119,7 +121,7 @@ void InventedLinks::report( Lumo::IntfId intf ) {
       records_.linkDel( intf );
    } else {
       auto reported = link->second.said;
-      reported.up = reported.up && !link->second.held;
+      reported.up = reported.up && !link->second.held && !link->second.late;
       records_.linkIs( intf, reported );
    }
    if( onLink_ ) onLink_( intf );
