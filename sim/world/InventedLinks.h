@@ -25,11 +25,12 @@ class InventedLinks final : public Service::LinkSwitch {
    // What is said of a link. What is absent stays as it is; a link that is new is then up, without members, and of the
    // kind that its name tells.
    struct Said {
-      std::optional<bool> up;    // true also raises a link that is held
-      std::optional<bool> late;  // true, of one that is held: it stays down when it is let go, until false or a state
+      std::optional<bool> up;  // true also raises a link that is held
       std::optional<Lumo::IntfKind> kind;
       std::optional<uint16_t> vlanId;
       std::optional<std::vector<std::string>> members;
+      // True, of one that is held: it stays down when it is let go, until false or a state is said.
+      std::optional<bool> late = {};
    };
 
    // Both outlive this.
