@@ -17,6 +17,19 @@ namespace {
 // Reserved at a time. A box of a thousand interfaces that is watched whole uses so many in a few minutes.
 constexpr uint64_t numbersBlock = 1'000'000;
 
+// As JSON.
+void appendEntity( std::string & text, Dovra::WatchedPlace const & entity ) {
+   if( entity.above ) {
+      appendEntity( text, *entity.above );
+      text += ", ";
+   }
+   if( entity.name ) {
+      Kel::appendJson( text, *entity.name );
+      text += ", ";
+   }
+   Kel::appendJson( text, entity.key );
+}
+
 }  // namespace
 
 class ChangeHistory::Expiry final : public Kel::Clock::NotifieeConst {
@@ -53,8 +66,7 @@ ChangeHistory::Followed & ChangeHistory::follow( std::string const & mounted ) {
    // A number of its own: of the one before, nobody could say whether it was read before this was followed, with
    // changes in between that nobody saw.
    followed.since = addNothing();
-   followed.watches = std::make_unique<Dovra::Watches>(
-      database_, [this]( StateComponents const & path, Kel::Value const & value ) { add( path, value ); } );
+   followed.watches = std::make_unique<Dovra::Watches>( database_, static_cast<Dovra::Watches::Listener &>( *this ) );
    followed.watches->watch( { mounted } );
    return followed;
 }
@@ -80,62 +92,123 @@ void ChangeHistory::forgetIdle() {
    if( !followed_.empty() ) return;
    blocks_.clear();
    blocks_.shrink_to_fit();
+   written_.clear();
    bytes_ = 0;
    forgotten_ = numbers_.last();
    snapshots_.clear();
 }
 
-void ChangeHistory::add( StateComponents const & path, Kel::Value const & value ) {
+void ChangeHistory::onChange( Dovra::Watches::Change const & change, Kel::Value const & value ) {
    // First of all, as it may itself write a record that is followed.
    uint64_t const number = numbers_.next();
    Block & block = blockFor( number );
    std::size_t const before = block.bytes();
-   Line line{ static_cast<uint32_t>( block.text.size() ), 0, 0 };
-   LineText::appendHead( block.text, number, Kel::now() );
-   block.text += "\"change\": [";
-   line.pathBegin = static_cast<uint32_t>( block.text.size() );
-   LineText::appendPath( block.text, path );
-   line.pathSize = static_cast<uint32_t>( block.text.size() - line.pathBegin );
-   LineText::appendEnd( block.text, value );
-   block.lines.push_back( line );
-   block.time = Kel::now();
+   auto const begin = static_cast<uint32_t>( block.text.size() );
+   if( change.key ) Kel::appendJson( block.text, *change.key );
+   auto const valueBegin = static_cast<uint32_t>( block.text.size() );
+   Kel::appendJson( block.text, value );
+   block.changes.push_back( { change.entity, change.name, Kel::now(), begin, valueBegin } );
    bytes_ += block.bytes() - before;
+   if( !waiting_.empty() ) wakeConcerned( block );
+}
+
+void ChangeHistory::wakeConcerned( Block const & block ) {
+   std::string path;
+   appendPath( path, block, block.changes.back() );
    // Each takes itself off when it is told.
-   auto const waiting = block.path( line );
    for( std::size_t i = waiting_.size(); i-- > 0; ) {
       ChangeReader & reader = *waiting_[i];
-      if( !reader.concerns( waiting ) ) continue;
-      reader.place_ = number - 1;
+      if( !reader.concerns( path ) ) continue;
+      reader.place_ = block.end() - 2;
       reader.wake();
    }
+}
+
+void ChangeHistory::appendPath( std::string & text, Block const & block, Change const & change ) {
+   appendEntity( text, *change.entity );
+   if( change.name ) {
+      text += ", ";
+      Kel::appendJson( text, *change.name );
+   }
+   if( change.keyBegin == change.valueBegin ) return;
+   text += ", ";
+   text.append( block.text, change.keyBegin, change.valueBegin - change.keyBegin );
 }
 
 uint64_t ChangeHistory::addNothing() {
    uint64_t const number = numbers_.next();
    Block & block = blockFor( number );
    std::size_t const before = block.bytes();
-   block.lines.push_back( { static_cast<uint32_t>( block.text.size() ), 0, 0 } );
+   auto const end = static_cast<uint32_t>( block.text.size() );
+   block.changes.push_back( { nullptr, nullptr, Kel::now(), end, end } );
    bytes_ += block.bytes() - before;
    return number;
 }
 
 ChangeHistory::Block & ChangeHistory::blockFor( uint64_t number ) {
-   if( !blocks_.empty() && blocks_.back().text.size() < limits_.blockBytes ) {
-      KEL_ASSERT( blocks_.back().first + blocks_.back().lines.size() == number );
-      return blocks_.back();
+   if( !blocks_.empty() ) {
+      Block & last = blocks_.back();
+      KEL_ASSERT( last.end() == number );
+      if( last.text.size() + last.changes.size() * sizeof( Change ) < limits_.blockBytes ) return last;
+      std::size_t const before = last.bytes();
+      last.text.shrink_to_fit();
+      last.changes.shrink_to_fit();
+      bytes_ -= before - last.bytes();
    }
-   while( blocks_.size() > 1 &&
-          bytes_ + limits_.blockBytes > ( blocks_.front().time < Kel::now() ? limits_.bytes : limits_.turnBytes ) ) {
-      bytes_ -= blocks_.front().bytes();
-      forgotten_ = blocks_.front().first + blocks_.front().lines.size() - 1;
-      blocks_.pop_front();
-   }
+   forgetOldest();
    Block & block = blocks_.emplace_back();
    block.first = number;
-   // Most lines fit in, and most of the memory is used.
-   block.text.reserve( limits_.blockBytes + limits_.blockBytes / 16 );
    bytes_ += block.bytes();
    return block;
+}
+
+void ChangeHistory::forgetOldest() {
+   while( blocks_.size() > 1 ) {
+      Block const & oldest = blocks_.front();
+      auto const limit = oldest.changes.back().time >= Kel::now() ? limits_.turnBytes
+                         : isUnread( oldest )                     ? limits_.unreadBytes
+                                                                  : limits_.bytes;
+      if( bytes_ + limits_.blockBytes <= limit ) return;
+      bytes_ -= oldest.bytes();
+      forgotten_ = oldest.end() - 1;
+      blocks_.pop_front();
+   }
+}
+
+bool ChangeHistory::isUnread( Block const & block ) const {
+   return std::ranges::any_of( readers_, [&]( ChangeReader const * reader ) {
+      return !reader->waiting_ && !reader->lost() && reader->place_ + 1 < block.end();
+   } );
+}
+
+ChangeHistory::Written const & ChangeHistory::written( Block const & block ) {
+   auto found = std::ranges::find( written_, block.first, &Written::first );
+   if( found == written_.end() ) {
+      if( written_.size() >= limits_.writtenBlocks ) written_.pop_front();
+      written_.push_back( { block.first, {}, {} } );
+      found = std::prev( written_.end() );
+   }
+   // What has come since it was written last.
+   while( found->lines.size() < block.changes.size() ) write( block, *found );
+   return *found;
+}
+
+// The next one.
+void ChangeHistory::write( Block const & block, Written & written ) {
+   std::size_t const i = written.lines.size();
+   Change const & change = block.changes[i];
+   Line line{ static_cast<uint32_t>( written.text.size() ), 0, 0 };
+   if( change.entity ) {
+      LineText::appendHead( written.text, block.first + i, change.time );
+      written.text += "\"change\": [";
+      line.pathBegin = static_cast<uint32_t>( written.text.size() );
+      appendPath( written.text, block, change );
+      line.pathSize = static_cast<uint32_t>( written.text.size() - line.pathBegin );
+      std::size_t const end = i + 1 < block.changes.size() ? block.changes[i + 1].keyBegin : block.text.size();
+      LineText::appendEnd( written.text,
+                           std::string_view( block.text ).substr( change.valueBegin, end - change.valueBegin ) );
+   }
+   written.lines.push_back( line );
 }
 
 Kel::Value ChangeHistory::valueAt( StateComponents const & path ) const {
@@ -160,7 +233,7 @@ std::shared_ptr<ChangeHistory::Snapshot const> ChangeHistory::snapshot( StateCom
    LineText::appendHead( line, number, Kel::now() );
    line += "\"snapshot\": [";
    LineText::appendPath( line, path );
-   LineText::appendEnd( line, valueAt( path ) );
+   LineText::appendEnd( line, Kel::toJson( valueAt( path ) ) );
    line.shrink_to_fit();
    auto const made = std::make_shared<Snapshot const>( number, std::move( line ), snapshotBytes_ );
    snapshots_[path] = made;

@@ -33,10 +33,12 @@ ChangeReader::ChangeReader( ChangeHistory & history, StateComponents const & pat
      place_( 0 ) {
    for( std::string const & mounted : mounted_ ) history_.follow( mounted );
    place_ = history_.last();
+   history_.readers_.push_back( this );
 }
 
 ChangeReader::~ChangeReader() {
    std::erase( history_.waiting_, this );
+   std::erase( history_.readers_, this );
    for( std::string const & mounted : mounted_ ) history_.leave( mounted );
 }
 
@@ -63,10 +65,10 @@ std::string ChangeReader::next( std::size_t bytes ) {
    if( waiting_ ) return lines;
    KEL_ASSERT( !lost() );
    auto const & blocks = history_.blocks_;
-   auto const behind = [&]( Block const & block ) { return block.first + block.lines.size() <= place_ + 1; };
+   auto const behind = [&]( ChangeHistory::Block const & block ) { return block.end() <= place_ + 1; };
    for( auto block = std::ranges::partition_point( blocks, behind ); block != blocks.end() && lines.size() < bytes;
         ++block ) {
-      take( *block, bytes, lines );
+      take( history_.written( *block ), bytes, lines );
    }
    if( !lines.empty() ) return lines;
    waiting_ = true;
@@ -75,7 +77,7 @@ std::string ChangeReader::next( std::size_t bytes ) {
 }
 
 // What of the block is behind the place, and moves that.
-void ChangeReader::take( Block const & block, std::size_t bytes, std::string & lines ) {
+void ChangeReader::take( Written const & block, std::size_t bytes, std::string & lines ) {
    auto const beginOf = [&]( std::size_t i ) {
       return i < block.lines.size() ? block.lines[i].begin : block.text.size();
    };

@@ -38,10 +38,10 @@ class ChangeReader {
 
  private:
    friend class ChangeHistory;
-   using Block = ChangeHistory::Block;
+   using Written = ChangeHistory::Written;
 
    [[nodiscard]] bool concerns( std::string_view path ) const;
-   void take( Block const & block, std::size_t bytes, std::string & lines );
+   void take( Written const & block, std::size_t bytes, std::string & lines );
 
    ChangeHistory & history_;
    Dovra::StateComponents const path_;  // as changes have it; empty: everything

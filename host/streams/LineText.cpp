@@ -31,9 +31,9 @@ void appendPath( std::string & line, Dovra::StateComponents const & path ) {
    }
 }
 
-void appendEnd( std::string & line, Kel::Value const & value ) {
+void appendEnd( std::string & line, std::string_view value ) {
    line += "], \"value\": ";
-   Kel::appendJson( line, value );
+   line += value;
    line += "}\n";
 }
 

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "dovra/StatePath.h"
-#include "kel/Value.h"
 
 namespace Host::LineText {
 
@@ -13,8 +13,8 @@ namespace Host::LineText {
 void appendHead( std::string & line, uint64_t number, double time );
 // "A", "B"
 void appendPath( std::string & line, Dovra::StateComponents const & path );
-// ], "value": V} and the end of the line
-void appendEnd( std::string & line, Kel::Value const & value );
+// ], "value": V} and the end of the line; V is JSON already
+void appendEnd( std::string & line, std::string_view value );
 // The last line of a stream: why it ends, and after which number to go on.
 [[nodiscard]] std::string lastLine( uint64_t place, std::string_view why );
 

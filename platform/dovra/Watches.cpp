@@ -1,6 +1,8 @@
 #include "dovra/Watches.h"
 
 #include <algorithm>
+#include <set>
+#include <string_view>
 
 #include "kel/Dir.h"
 
@@ -17,13 +19,20 @@ bool isAtOrBelow( StateComponents const & path, StateComponents const & top ) {
    return top.size() <= path.size() && std::equal( top.begin(), top.end(), path.begin() );
 }
 
+void appendPath( StateComponents & path, WatchedPlace const & place ) {
+   if( place.above ) appendPath( path, *place.above );
+   if( place.name ) path.push_back( *place.name );
+   path.push_back( place.key );
+}
+
 }  // namespace
 
-// One entity that is followed, and those below it by attribute and key.
+// One entity that is followed, and those below it by attribute and key. There is one for each record, so it is small:
+// paths are put together when they are asked for, and only what has something below it has room for that.
 class Watches::Follower final : public Kel::Watcher {
  public:
-   Follower( Watches const & owner, Kel::Ptr<Kel::Entity> const & entity, StateComponents path )
-      : owner_( owner ), entity_( entity ), path_( std::move( path ) ) {
+   Follower( Watches const & owner, Kel::Ptr<Kel::Entity> const & entity, Kel::Ptr<WatchedPlace const> place )
+      : owner_( owner ), entity_( entity ), place_( std::move( place ) ) {
       entity_->watcherIs( *this );
       for( auto const & attribute : entity_->kelTypeInfo().attributes() ) {
          if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
@@ -34,34 +43,50 @@ class Watches::Follower final : public Kel::Watcher {
 
    void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute, std::string const * key ) override {
       if( key && attribute.kind() == Kel::AttributeInfo::Kind::children ) followChild( attribute, *key );
-      owner_.report( place( attribute, key ), key ? attribute.entry( e, *key ) : attribute.get( e ) );
+      owner_.report( { place_, nameOf( attribute ), key }, key ? attribute.entry( e, *key ) : attribute.get( e ) );
    }
 
  private:
-   StateComponents place( Kel::AttributeInfo const & attribute, std::string const * key ) const {
-      StateComponents path = path_;
-      bool const isDir = dynamic_cast<Kel::Dir const *>( entity_.get() );  // its children stand directly below it
-      if( !isDir ) path.push_back( attribute.name() );
-      if( key ) path.push_back( *key );
-      return path;
+   using Name = std::pair<std::string const *, std::string_view>;  // of the attribute, null for that of a directory
+   struct ByName {
+      using is_transparent = void;
+      using One = std::unique_ptr<Follower>;
+      bool operator()( One const & a, One const & b ) const { return a->name() < b->name(); }
+      bool operator()( One const & a, Name const & b ) const { return a->name() < b; }
+      bool operator()( Name const & a, One const & b ) const { return a < b->name(); }
+   };
+
+   [[nodiscard]] Name name() const { return { place_->name, place_->key }; }
+   // The children of a directory stand directly below it.
+   [[nodiscard]] std::string const * nameOf( Kel::AttributeInfo const & attribute ) const {
+      return dynamic_cast<Kel::Dir const *>( entity_.get() ) ? nullptr : &attribute.name();
    }
 
    void followChild( Kel::AttributeInfo const & attribute, std::string const & key ) {
-      auto const name = std::make_pair( attribute.name(), key );
+      auto const * const above = nameOf( attribute );
       // Always: the entry may be gone, or another entity may have taken its place under the same key.
-      below_.erase( name );
+      if( below_ ) {
+         auto const present = below_->find( Name( above, key ) );
+         if( present != below_->end() ) below_->erase( present );
+      }
       auto const child = attribute.child( *entity_, key );
-      if( child ) below_.emplace( name, std::make_unique<Follower>( owner_, child, place( attribute, &key ) ) );
+      if( !child ) return;
+      if( !below_ ) below_ = std::make_unique<std::set<std::unique_ptr<Follower>, ByName>>();
+      Kel::Ptr<WatchedPlace const> const place( new WatchedPlace( place_, above, key ) );
+      below_->insert( std::make_unique<Follower>( owner_, child, place ) );
    }
 
    Watches const & owner_;
    Kel::Ptr<Kel::Entity> const entity_;
-   StateComponents const path_;
-   std::map<std::pair<std::string, std::string>, std::unique_ptr<Follower>> below_;
+   Kel::Ptr<WatchedPlace const> const place_;
+   std::unique_ptr<std::set<std::unique_ptr<Follower>, ByName>> below_;  // null while there are none
 };
 
 Watches::Watches( EntityManager const & database, Report report )
    : database_( database ), report_( std::move( report ) ) {}
+
+Watches::Watches( EntityManager const & database, Listener & listener )
+   : database_( database ), listener_( &listener ) {}
 
 Watches::~Watches() = default;
 
@@ -88,12 +113,17 @@ void Watches::watch( StateComponents const & path ) {
    // One follower for a mounted directory however many paths are watched in it, so that a change is reported once.
    auto & follower = followers_[mounted];
    if( follower ) return;
-   follower =
-      std::make_unique<Follower>( *this, database_.getEntity( mounted ), StateComponents{ withoutCell( mounted ) } );
+   Kel::Ptr<WatchedPlace const> const place( new WatchedPlace( nullptr, nullptr, withoutCell( mounted ) ) );
+   follower = std::make_unique<Follower>( *this, database_.getEntity( mounted ), place );
 }
 
-void Watches::report( StateComponents const & path, Kel::Value const & value ) const {
+void Watches::report( Change const & change, Kel::Value const & value ) const {
    if( muted_ ) return;
+   if( listener_ ) return listener_->onChange( change, value );
+   StateComponents path;
+   appendPath( path, *change.entity );
+   if( change.name ) path.push_back( *change.name );
+   if( change.key ) path.push_back( *change.key );
    auto const above = [&]( StateComponents const & top ) { return isAtOrBelow( path, top ); };
    if( std::any_of( watched_.begin(), watched_.end(), above ) ) report_( path, value );
 }

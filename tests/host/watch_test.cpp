@@ -194,7 +194,8 @@ TEST_F( ChangesTest, areReadByAllAtTheirOwnPaceAsOftenAsTheyAreKept ) {
    std::mt19937 random( seed );
    SCOPED_TRACE( seed );
    auto const upTo = [&]( unsigned n ) { return std::uniform_int_distribution<unsigned>( 0, n )( random ); };
-   ChangeHistory history( *database_, { .bytes = 40'000, .blockBytes = 4'000 } );
+   ChangeHistory history( *database_,
+                          { .bytes = 10'000, .unreadBytes = 40'000, .turnBytes = 40'000, .blockBytes = 4'000 } );
    std::string const mount = "group/status/interface";
    std::vector<Dovra::StateComponents> const paths{
       {}, { mount }, { mount, "status" }, { mount, "status", "0" }, { mount, "status", "1", "intf", "Ethernet1" } };
@@ -222,7 +223,8 @@ TEST_F( ChangesTest, areReadByAllAtTheirOwnPaceAsOftenAsTheyAreKept ) {
          memberIs( group, intf.c_str(), there );
          changeIs( dir + quoted + ",\"intf\",\"" + intf + "\"", there ? "true" : "null" );
       }
-      EXPECT_LE( history.bytes(), 46'000u );
+      // The last block may have twice the room that it needs.
+      EXPECT_LE( history.bytes(), 50'000u );
       Model & model = models_[upTo( static_cast<unsigned>( models_.size() - 1 ) )];
       // Now and then one sleeps until its place may be gone.
       if( upTo( 60 ) != 0 && i % 1000 > 400 ) continue;
