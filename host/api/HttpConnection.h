@@ -16,6 +16,7 @@
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <set>
@@ -50,6 +51,9 @@ class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
       std::size_t unreadBytes = 0;
       std::set<HttpConnection *> streaming = {};  // as long as something may come
       std::function<void()> allSent = {};         // called once when the last of them has ended
+      // Those that have something to send, in the order in which they do: each a piece, and then the loop looks whether
+      // a timer is due. A crowd that is told of the same change takes its time from nobody else.
+      std::deque<std::weak_ptr<HttpConnection>> due = {};
    };
    using Socket = boost::asio::local::stream_protocol::socket;
 
@@ -88,7 +92,8 @@ class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
    // Until the client has closed its end; what it sends meanwhile is dropped.
    void awaitPeerEnd( std::size_t bytesLeft );
    void onPeerEnd( Error error );
-   void noteMore();
+   void queueUp();
+   static void sendNextOf( std::shared_ptr<Shared> const & shared );
    void goOnStreaming();
    void sendPiece( std::string piece, bool last );
    void onPieceSent( Error error, bool last );
@@ -104,7 +109,7 @@ class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
    std::string head_;  // of the answer under way
    std::string body_;
    std::shared_ptr<HttpStream> stream_;
-   bool moreNoted_ = false;
+   bool queued_ = false;
    bool stopping_ = false;  // as soon as the stream has nothing
 };
 

@@ -51,7 +51,7 @@ void HttpConnection::stream( HttpAnswer answer ) {
    socket_.set_option( asio::socket_base::send_buffer_size( sendBufferBytes ), ignored );
    // Weak, as the stream is this connection's own.
    stream_->onMore( [weak = weak_from_this()] {
-      if( auto const self = weak.lock() ) self->noteMore();
+      if( auto const self = weak.lock() ) self->queueUp();
    } );
    awaitPeerEnd( unaskedBytes );
    sendPiece( std::move( answer.body ), false );
@@ -75,12 +75,21 @@ void HttpConnection::onPeerEnd( Error error ) {
    } );
 }
 
-void HttpConnection::noteMore() {
-   if( moreNoted_ || sending_ ) return;
-   moreNoted_ = true;
-   asio::post( socket_.get_executor(), [self = shared_from_this()] {
-      self->moreNoted_ = false;
-      self->goOnStreaming();
+void HttpConnection::queueUp() {
+   if( queued_ || sending_ ) return;
+   queued_ = true;
+   shared_->due.push_back( weak_from_this() );
+   if( shared_->due.size() == 1 ) sendNextOf( shared_ );
+}
+
+void HttpConnection::sendNextOf( std::shared_ptr<Shared> const & shared ) {
+   asio::post( shared->loop.io(), [shared] {
+      auto const next = shared->due.front().lock();
+      shared->due.pop_front();
+      if( !shared->due.empty() ) sendNextOf( shared );
+      if( !next ) return;
+      next->queued_ = false;
+      next->goOnStreaming();
    } );
 }
 
@@ -132,7 +141,7 @@ void HttpConnection::onPieceSent( Error error, bool last ) {
    // Not clear(), which keeps the memory.
    head_ = body_ = std::string();
    if( error ) return leaveStream();
-   if( !last ) return goOnStreaming();
+   if( !last ) return queueUp();
    nothingMoreToStream();
    socket_.shutdown( Socket::shutdown_send, error );
    // It is still waited for the client's end, but not for ever.
