@@ -6,7 +6,8 @@
 // `lateness_ms` is by how much a timer of the loop was late that is due every 5 ms, in the middle and in the worst of a
 // hundred and of all cases: so late would a sample have been that was due then. `cpu_ms/s` is the time that the process
 // computed per second, `sampled/s` how many samples were taken. `bytes/watcher` is by how much the resident set is
-// larger than before anybody watched, with all that watchers share, for each of them. `MB/s` is what they read together.
+// larger than before anybody watched, with all that watchers share, for each of them. `MB/s` is what they read
+// together.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <poll.h>
