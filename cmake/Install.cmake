@@ -63,12 +63,12 @@ install( FILES packaging/systemd/ratemon.tmpfiles DESTINATION lib/tmpfiles.d REN
 # The prefix may be another at each installation.
 install( CODE "
    set( prefix \"\${CMAKE_INSTALL_PREFIX}\" )
-   configure_file( \"${CMAKE_SOURCE_DIR}/packaging/systemd/maintd.service.in\" \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" @ONLY )
-   file( INSTALL \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" DESTINATION \"\${prefix}/lib/systemd/system\" )
    set( etc \"\${prefix}/etc\" )
    if( prefix STREQUAL \"/usr\" )
       set( etc /etc )
    endif()
+   configure_file( \"${CMAKE_SOURCE_DIR}/packaging/systemd/maintd.service.in\" \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" @ONLY )
+   file( INSTALL \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" DESTINATION \"\${prefix}/lib/systemd/system\" )
    file( INSTALL \"${CMAKE_SOURCE_DIR}/packaging/maintd.yaml\" DESTINATION \"\${etc}/ratemon\" )
 " )
 

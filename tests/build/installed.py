@@ -51,6 +51,9 @@ def check_files(prefix):
         holds(EXPECTED.fullmatch(file), f"{file} is installed, and belongs nowhere")
     for kind in ("RateMonPlugin", "libratemon-kel", "maintd.service", "maintd.yaml", "frr-graceful-shutdown", "maintd.conf.5.gz"):
         holds(any(kind in file for file in found), f"{kind} is not installed")
+    start = re.search("ExecStart=(.*) --config (.*)", (prefix / "lib/systemd/system/maintd.service").read_text())
+    for file in start.groups():
+        holds(pathlib.Path(file).is_relative_to(prefix) and os.path.exists(file), f"the service names {file}, which is not installed")
     for file in prefix.rglob("*.so"):
         holds("$ORIGIN" in output("readelf", "-d", str(file)), f"{file.name} does not look beside itself for libraries")
 
