@@ -39,14 +39,37 @@ _maintctl_positional() {
    esac
 }
 
+# The words up to the cursor. Readline begins a new one at a colon and at "=", also where no blank stands before it.
+_maintctl_words() {
+   local rest=$COMP_LINE word
+   words=()
+   for word in "${COMP_WORDS[@]:0:COMP_CWORD + 1}"; do
+      if [[ -z ${words[*]} || $rest == [[:blank:]]* ]]; then words+=( '' ); fi
+      words[-1]+=$word
+      rest=${rest#"${rest%%[![:blank:]]*}"}
+      rest=${rest#"$word"}
+   done
+}
+
+# A word as it stands on the line, without its quotes.
+_maintctl_plain() {
+   case $1 in
+   [\'\"]*) set -- "${1#?}"; printf '%s' "${1%[\'\"]}" ;;
+   *) printf '%s' "${1//\\/}" ;;
+   esac
+}
+
 _maintctl() {
-   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command='' unit='' taken=0 kind i word
+   local command='' unit='' taken=0 kind i word words current previous
    local maintctl=( "$1" )
+   _maintctl_words
+   current=${words[-1]} previous=${words[-2]}
    # What stands before the cursor. These options have a value behind them.
-   for (( i = 1; i < COMP_CWORD; ++i )); do
-      word=${COMP_WORDS[i]}
+   for (( i = 1; i < ${#words[@]} - 1; ++i )); do
+      word=$( _maintctl_plain "${words[i]}" )
       case $word in
-      --socket) maintctl+=( "$word" "${COMP_WORDS[++i]}" ) ;;
+      --socket) (( ++i )); maintctl+=( "$word" "$( _maintctl_plain "${words[i]}" )" ) ;;
+      --socket=*) maintctl+=( "$word" ) ;;
       --without | --unit | --timeout | --html | --generation | --state | --file | --levels | --since | --for | --after | \
          --interval | -n) (( ++i )) ;;
       -*) ;;
@@ -78,8 +101,11 @@ _maintctl() {
    '') return ;;
    files) compopt -o filenames 2> /dev/null; mapfile -t COMPREPLY < <( compgen -f -- "$current" ) ;;
    *)
+      # Within quotes a name stands as it is, and readline ends them.
       while IFS= read -r word; do
-         [[ $word == "$current"* ]] && COMPREPLY+=( "$( printf '%q' "$word" )" )
+         [[ $word == "$( _maintctl_plain "$current" )"* ]] || continue
+         [[ $current == [\'\"]* ]] || word=$( printf '%q' "$word" )
+         COMPREPLY+=( "$word" )
       done < <( _maintctl_candidates "$kind" "$unit" )
       # A colon begins a new word for readline: what is before it stands there already.
       if [[ $current == *:* ]]; then COMPREPLY=( "${COMPREPLY[@]#"${current%"${current##*:}"}"}" ); fi

@@ -29,7 +29,7 @@ EXPECTED = re.compile(
 CONFIG = """profiles: { quick: { threshold: 100kbps } }
 default-profile: quick
 groups: { g: { interfaces: [lo1, lo2] } }
-units: { fabric: { groups: [g] }, rack-12: { groups: [g] } }
+units: { fabric: { groups: [g] }, "pod:7": { groups: [g] }, rack-12: { groups: [g] } }
 """
 
 problems = []
@@ -109,7 +109,8 @@ def check_pages(prefix):
         holds(re.search(rf"(?<![\w-]){key}(:|(?![\w-]))", page), f"the page of maintd.conf says nothing of {key}")
 
 
-BASH = r"""source "$1"; COMP_WORDS=( "$2" "${@:4}" ); COMP_CWORD=$(( ${#COMP_WORDS[@]} - 1 )); _maintctl "$3"; printf '%s\n' "${COMPREPLY[@]}" """
+BASH = r"""source "$1"; COMP_WORDS=( "$2" "${@:4}" ); COMP_LINE=${COMP_WORDS[*]}
+COMP_LINE=${COMP_LINE// : /:}; COMP_CWORD=$(( ${#COMP_WORDS[@]} - 1 )); _maintctl "$3"; printf '%s\n' "${COMPREPLY[@]}" """
 ZSH = r"""zmodload zsh/zpty
 zpty shell zsh -f -i
 drain() { local text; while zpty -r -t shell text; do seen+=$text; done; sleep 0.1; }
@@ -137,6 +138,9 @@ def check_completion(prefix, socket, units):
     holds(completed("enter", "fa") == ["fabric"], f"bash completes fa: {completed('enter', 'fa')}")
     holds(completed("explain", "lo") == ["lo1", "lo2"], f"bash completes lo: {completed('explain', 'lo')}")
     holds(completed("enter", "fabric", "--without", "lo1") == ["lo1"], "bash does not complete an interface of a unit")
+    # Readline gives what stands before and behind a colon as words of their own, and wants only what is behind it.
+    holds(completed("enter", "pod", ":", "") == ["7"], f"bash completes pod: {completed('enter', 'pod', ':', '')}")
+    holds(completed("enter", "pod", ":", "7", "--without", "lo1") == ["lo1"], "bash does not complete an interface of pod:7")
     said = output("zsh", "-f", "-c", ZSH, "zsh", str(zsh), str(prefix / "bin"), f"maintctl --socket {socket} enter rack", "rack-12")
     holds("rack-12" in said, f"zsh completes rack: {said!r}")
 
@@ -152,7 +156,7 @@ def check_live(prefix, directory):
             if "fabric" in output(str(prefix / "bin/maintctl"), "--socket", socket, "units"):
                 break
             time.sleep(0.1)
-        check_completion(prefix, socket, ["fabric", "rack-12"])
+        check_completion(prefix, socket, ["fabric", "pod:7", "rack-12"])
     finally:
         maintd.send_signal(signal.SIGTERM)
         holds(maintd.wait(20) == 0, "maintd does not end by itself")
