@@ -256,6 +256,14 @@ constexpr std::array fileFields = {
             { { std::string( rateMonStage ), {}, std::nullopt, OnTimeout::hold } } };
 }
 
+// YAML takes no tab in an indent, and the library blames something else for it.
+bool tabIndents( std::string const & text, int where ) {
+   size_t const stop = std::min( text.size(), static_cast<size_t>( std::max( where, 0 ) ) );
+   size_t const newline = stop == 0 ? std::string::npos : text.rfind( '\n', stop - 1 );
+   size_t const begin = newline == std::string::npos ? 0 : newline + 1;
+   return text.substr( begin, text.find_first_not_of( " \t", begin ) - begin ).find( '\t' ) != std::string::npos;
+}
+
 void readFile( Reading & in, std::string const & text ) {
    // Before the file is read: only a list that it gives is replaced.
    in.config.stages = defaultStages();
@@ -266,7 +274,10 @@ void readFile( Reading & in, std::string const & text ) {
       // The library counts from 0, and has no place for some errors.
       bool const placed = !error.mark.is_null();
       addProblem( in, placed ? Position{ error.mark.line + 1, error.mark.column + 1 } : Position{},
-                  "this is not YAML: " + error.msg );
+                  "this is not YAML: " + error.msg +
+                     ( placed && tabIndents( text, error.mark.pos )
+                          ? "; this line is indented by a tab, where only blanks may stand"
+                          : "" ) );
    }
 }
 

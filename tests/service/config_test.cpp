@@ -160,6 +160,7 @@ TEST( BadConfig, anOddShapeIsRefusedOnceAtItsPlace ) {
    std::vector<BadFile> const cases = {
       { profiles + "groups: [a\nunits@: b\n", "not YAML" },
       { "@" + std::string( 600, '[' ), "not YAML" },
+      { "profiles:\n\tdefault@: { threshold: 100kbps }\n", "indented by a tab" },
       { "@# nothing\n", "found nothing" },
       { "@- a\n", "found a list" },
       { good + "@---\nunits: {}\n", "a file holds only one" },
