@@ -276,6 +276,7 @@ HttpAnswer Api::window( std::string const & unit, std::string const & generation
    std::optional<Service::WindowAnswer> answer;
    if( auto const number = generationOf( windows_, unit, generation ) ) answer = windows_.window( unit, *number );
    if( answer ) return json( value( *answer ) );
+   if( !generationOf( windows_, unit, "last" ) && !service_.views().unit( unit ) ) return noUnit( unit );
    return httpError( 404, generation == "last"
                              ? "unit \"" + unit + "\" has not been in maintenance yet"
                              : "no window of unit \"" + unit + "\" with generation " + generation + " is kept" );
