@@ -134,7 +134,8 @@ int release( Arguments const & arguments ) {
 void addOptions( CLI::App & app, Arguments & arguments ) {
    Host::Agent::Options & options = arguments.options;
    app.set_version_flag( "--version", "maintd " RATEMON_VERSION, "print the version and exit" );
-   app.add_option( "--config", options.configFile, "the configuration, see examples/maintd.yaml" );
+   app.add_option( "--config", options.configFile,
+                   "the configuration, as /etc/ratemon/maintd.yaml; maintd.conf(5) has its keys" );
    app.add_option( "--state", options.stateDirectory,
                    "directory for what outlives maintd: units under way, held links" )
       ->capture_default_str();
