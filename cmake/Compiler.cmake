@@ -57,3 +57,8 @@ if( RATEMON_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER )
    # and to macros defined on the command line, which the compiler holds against the header itself.
    set( CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros "${RATEMON_CCACHE}" )
 endif()
+
+if( CMAKE_CXX_COMPILER_ID STREQUAL "Clang" )
+   # It would refuse a precompiled header out of the cache for the time of its making; the cache compares contents.
+   add_compile_options( "SHELL:-Xclang -fno-pch-timestamp" )
+endif()

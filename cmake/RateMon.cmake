@@ -162,6 +162,8 @@ function( ratemon_test_program name )
    set_target_properties( ${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests" )
    # What is tested is optimised, the telling of the test need not be: compiling it was half of a release build.
    target_compile_options( ${name} PRIVATE $<$<CONFIG:Release>:-O0> )
+   # Programs that are watched over need more memory: tests that bound it ask for this.
+   target_compile_definitions( ${name} PRIVATE $<$<CONFIG:Asan>:RATEMON_SANITIZED> )
    target_compile_definitions( ${name} PRIVATE "RATEMON_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"" )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} GTest::gmock GTest::gtest_main )
    ratemon_tell_paths( ${name} ${arg_PROGRAMS} )

@@ -1,5 +1,6 @@
 // maintsim: the rate monitor on a virtual clock, driven by the lines of a scenario.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -135,7 +136,7 @@ void run( Options const & options, std::istream & lines ) {
       }
       std::istringstream first( opening.text );
       scenario.run( first );
-      scenario.run( lines );
+      scenario.run( lines, static_cast<std::size_t>( std::ranges::count( opening.text, '\n' ) ) );
       for( std::string const & remark : Sim::remarks( world ) )
          std::cerr << "maintsim: " << Kel::printable( remark ) << "\n";
       if( options.summary )

@@ -13,20 +13,24 @@ constexpr std::size_t longest = 64;
 // With so many characters its beginning says which name is meant.
 constexpr std::size_t tellingStart = 3;
 
-// Insertions, deletions and replacements that lead from one text to the other. Of the full table (Wagner and Fischer's)
-// only the present row is kept.
+// Insertions, deletions, replacements and swaps of neighbours that lead from one text to the other. Of the full table
+// (Wagner and Fischer's) only the last three rows are kept.
 [[nodiscard]] std::size_t editDistance( std::string_view from, std::string_view to ) {
-   std::vector<std::size_t> row( to.size() + 1 );
-   std::iota( row.begin(), row.end(), std::size_t{ 0 } );
+   std::vector<std::size_t> beforeLast;
+   std::vector<std::size_t> last( to.size() + 1 );
+   std::iota( last.begin(), last.end(), std::size_t{ 0 } );
    for( std::size_t i = 0; i < from.size(); ++i ) {
-      std::size_t diagonal = std::exchange( row[0], i + 1 );
+      std::vector<std::size_t> row{ i + 1 };
       for( std::size_t j = 0; j < to.size(); ++j ) {
-         std::size_t const replaced = diagonal + ( from[i] == to[j] ? 0 : 1 );
-         diagonal = row[j + 1];
-         row[j + 1] = std::min( { replaced, diagonal + 1, row[j] + 1 } );
+         std::size_t const replaced = last[j] + ( from[i] == to[j] ? 0 : 1 );
+         std::size_t least = std::min( { replaced, last[j + 1] + 1, row[j] + 1 } );
+         bool const swapped = i > 0 && j > 0 && from[i] == to[j - 1] && from[i - 1] == to[j];
+         if( swapped ) least = std::min( least, beforeLast[j - 1] + 1 );
+         row.push_back( least );
       }
+      beforeLast = std::exchange( last, std::move( row ) );
    }
-   return row.back();
+   return last.back();
 }
 
 }  // namespace

@@ -88,13 +88,14 @@ Scenario::~Scenario() {
    Brisklog::tapIs( {} );
 }
 
-void Scenario::run( std::istream & lines ) {
+void Scenario::run( std::istream & lines, std::size_t linesBefore ) {
+   std::size_t number = linesBefore;
    for( std::string text; std::getline( lines, text ); ) {
-      ++number_;
+      ++number;
       try {
          line( text );
       } catch( LineError const & error ) {
-         throw ScenarioError( "line " + std::to_string( number_ ) + ", column " + std::to_string( error.column() ) +
+         throw ScenarioError( "line " + std::to_string( number ) + ", column " + std::to_string( error.column() ) +
                               ": " + error.what() );
       }
    }

@@ -45,9 +45,9 @@ class Scenario {
    Scenario & operator=( Scenario const & ) = delete;
    ~Scenario();
 
-   // All lines to the end, counted on from those of the call before; blank ones and those that begin with # are
-   // skipped. Throws ScenarioError.
-   void run( std::istream & lines );
+   // All lines to the end, counted on from `linesBefore`; blank ones and those that begin with # are skipped. Throws
+   // ScenarioError.
+   void run( std::istream & lines, std::size_t linesBefore = 0 );
    // One line. Throws LineError.
    void line( std::string_view text );
 
@@ -94,7 +94,6 @@ class Scenario {
    std::set<int> ringLevels_;
    Recording recording_;
    std::optional<Service::Config::Config> configInstead_;
-   std::size_t number_ = 0;  // of the present line
    std::string_view text_;   // of the present line
 };
 

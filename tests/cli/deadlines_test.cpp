@@ -131,7 +131,7 @@ TEST_F( Deadlines, anAnswerThatDoesNotEndCostsNoMoreThanItsLimit ) {
       auto const result = maintctl( words );
       EXPECT_EQ( result.status, 5 );
       EXPECT_THAT( result.err, HasSubstr( told ) );
-#ifdef __SANITIZE_ADDRESS__
+#ifdef RATEMON_SANITIZED
       // What was freed is kept back for a while, up to 256 MiB, and has a shadow of an eighth.
       return std::max<long>( result.memoryKilobytes / 1024 - 450, 0 );
 #else

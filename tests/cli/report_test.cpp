@@ -74,7 +74,7 @@ class ReportTest : public ::testing::Test {
 
 TEST_F( ReportTest, saysWhoWhenAndHowItWent ) {
    EXPECT_EQ( printed( printReport, window() ),
-              "unit fabric, generation 3: underway\n"
+              "unit fabric, generation 3: under way\n"
               "  asked to enter  2026-03-01 14:00:00 by alice\n"
               "  in maintenance  2026-03-01 14:01:05\n"
               "\n"

@@ -275,7 +275,7 @@ TEST_F( ByText, ofAPathThatLeadsNowhereSaysWhatThereIsInstead ) {
       char const * said;
    } const cases[] = {
       { { "laq", "config" }, "there is no \"laq\" at the top; did you mean \"lag\"? There are: " },
-      { { "lag/config", "phyIntff" }, "there is no \"phyIntff\" in lag/config; did you mean \"phyIntf\"? There are: " },
+      { { "lag/config", "phyIntff" }, "there is no \"phyIntff\" in lag/config; did you mean \"phyIntf\"?" },
       { { "lag", "config", "phyIntf", "none" }, "there is no \"none\" in lag/config/phyIntf; there are: Ethernet1, " },
       { { "stage", "maintEnter" }, "there is no record at stage/maintEnter; below it there are: " },
       { { "maintenance/unit/status", "status", "fabric", "genId", "x", "y" },

@@ -158,7 +158,8 @@ TEST_P( Replay, decidesTheSameAtTheSameTimes ) {
       life.live( 3.4 );
       auto const stream = life.record();
       for( int i = 0; i < 60; ++i ) {
-         life.live( std::uniform_real_distribution( 0.1, 30.0 )( *std::make_unique<std::mt19937>( GetParam() + i ) ) );
+         life.live( std::uniform_real_distribution(
+            0.1, 30.0 )( *std::make_unique<std::mt19937>( GetParam() + static_cast<unsigned>( i ) ) ) );
          life.somethingHappens();
          recording += RecordedLife::taken( *stream );
       }

@@ -303,7 +303,7 @@ TEST( Maintsim, reportsAfterTheRunAndOnlyThen ) {
    EXPECT_THAT( run, ::testing::EndsWith( "\n0\n" ) );
    std::string const wrong = simulated( "--summary", R"({"sotp": {}}\n)" );
    EXPECT_THAT( wrong, Not( HasSubstr( "There was no unit." ) ) );
-   EXPECT_THAT( wrong, ::testing::EndsWith( "there is no line \"sotp\"\n2\n" ) );
+   EXPECT_THAT( wrong, ::testing::EndsWith( "there is no line \"sotp\"; did you mean \"stop\"?\n2\n" ) );
    EXPECT_EQ( simulated( "--plot /no/where.svg" ),
               "maintsim: /no/where.svg cannot be written: No such file or directory\n1\n" );
    EXPECT_THAT( simulated( "--plot /dev/full" ),
