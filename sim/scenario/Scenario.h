@@ -94,7 +94,7 @@ class Scenario {
    std::set<int> ringLevels_;
    Recording recording_;
    std::optional<Service::Config::Config> configInstead_;
-   std::string_view text_;   // of the present line
+   std::string_view text_;  // of the present line
 };
 
 }  // namespace Sim
