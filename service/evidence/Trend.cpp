@@ -136,17 +136,20 @@ std::optional<double> Trend::fall( Rate rate, double threshold, std::size_t coun
 Pace Trend::pace( double now, double threshold, double loadInterval ) const {
    if( count_ < fewest || !( threshold > 0 ) ) return {};
    std::size_t const count = recent( loadInterval );
+   bool loud = false;
    bool falling = true;
    std::optional<double> left = 0;
    for( Rate const rate : { &Cell::in, &Cell::out } ) {
       // A direction that is quiet has nothing to fall to.
       if( static_cast<double>( latest().*rate ) < threshold ) continue;
+      loud = true;
       auto const of = fall( rate, threshold, count );
       falling = falling && !( of && *of < 0 );
       // The one that takes longest decides, and nobody knows when both are if nobody knows it of one.
       left = left && of ? std::optional( std::max( *left, *of ) ) : std::nullopt;
    }
-   if( falling ) {
+   // Where the directions take turns each may be below it on average: that says nothing of when both are.
+   if( loud && falling ) {
       double const since = now - latest().to;
       return { Pace::Kind::slow, left ? std::optional( std::max( *left - since, 0.0 ) ) : std::nullopt, 0 };
    }

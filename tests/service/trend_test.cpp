@@ -108,6 +108,12 @@ TEST( Trend, whatDoesNotFallForALoadIntervalIsStuck ) {
    auto const landed = trendOf( 10, 200, []( double t ) { return Rates{ std::max( 4e6 - 1e5 * t, 1e6 ), 0, 0 }; } );
    EXPECT_EQ( landed.pace( 1200, threshold, interval ).kind, Pace::Kind::stuck );
    EXPECT_EQ( landed.pace( 1200, threshold, interval ).stuckFor, 160 );
+   // Directions that take turns are each below it on average, and nothing falls.
+   auto const turns = trendOf( 1, 130, []( double t ) {
+      double const in = std::fmod( t, 2 ) < 1 ? 150e3 : 0;
+      return Rates{ in, 150e3 - in, 0 };
+   } );
+   EXPECT_EQ( turns.pace( 1130, threshold, interval ).kind, Pace::Kind::stuck );
 }
 
 TEST( Trend, beginsAnewWithTheFirstLoudReadingAfterAnother ) {
