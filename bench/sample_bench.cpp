@@ -16,6 +16,7 @@
 // agent. Interned names stay from one case to the next, so look at memory in a run of one case.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "Cold.h"
 #include "events/EventLog.h"
 #include "evidence/Ledger.h"
 #include "kel/ActivityLoop.h"
@@ -186,6 +188,7 @@ class Agent {
 };
 
 enum class With { nothing, feed, ledger };
+enum class Caches { asTheyAre, emptied };
 
 // An agent with what it took to set it up.
 struct Measured {
@@ -218,11 +221,35 @@ benchmark::Counter timePerSample( int64_t samples ) {
    return { static_cast<double>( samples ), benchmark::Counter::kIsRate | benchmark::Counter::kInvert };
 }
 
-void measure( benchmark::State & state, With with ) {
+// What this thread has used of its processor. A machine that does something else as well does not count.
+double processorSeconds() {
+   timespec time{};
+   clock_gettime( CLOCK_THREAD_CPUTIME_ID, &time );
+   return static_cast<double>( time.tv_sec ) + static_cast<double>( time.tv_nsec ) * 1e-9;
+}
+
+// One interval of the box in each iteration. In caches that were emptied before it, it is timed by hand: to halt and
+// resume the benchmark's own clock would cost as much as some samples.
+template<class Box>
+void passIntervals( benchmark::State & state, Box & box, Caches caches ) {
+   if( caches == Caches::asTheyAre ) {
+      for( auto _ : state ) box.intervalPasses();
+      return;
+   }
+   Bench::Cold cold;
+   for( auto _ : state ) {
+      cold.empty();
+      double const begin = processorSeconds();
+      box.intervalPasses();
+      state.SetIterationTime( processorSeconds() - begin );
+   }
+}
+
+void measure( benchmark::State & state, With with, Caches caches ) {
    currentIs( state.range( 0 ), with );
    Agent & agent = *current.agent;
    int64_t const before = agent.samples();
-   for( auto _ : state ) agent.intervalPasses();
+   passIntervals( state, agent, caches );
    int64_t const samples = agent.samples() - before;
    if( samples != static_cast<int64_t>( state.iterations() ) * state.range( 0 ) || !agent.allStillMonitored() ) {
       state.SkipWithError( "not every interface was sampled in every interval" );
@@ -236,9 +263,12 @@ void measure( benchmark::State & state, With with ) {
    state.counters["bytes/monitored"] = current.bytesPerMonitored;
 }
 
-void sample( benchmark::State & state ) { measure( state, With::nothing ); }
-void sampleWithFeed( benchmark::State & state ) { measure( state, With::feed ); }
-void sampleJudged( benchmark::State & state ) { measure( state, With::ledger ); }
+void sample( benchmark::State & state ) { measure( state, With::nothing, Caches::asTheyAre ); }
+void sampleWithFeed( benchmark::State & state ) { measure( state, With::feed, Caches::asTheyAre ); }
+void sampleJudged( benchmark::State & state ) { measure( state, With::ledger, Caches::asTheyAre ); }
+void coldSample( benchmark::State & state ) { measure( state, With::nothing, Caches::emptied ); }
+void coldSampleWithFeed( benchmark::State & state ) { measure( state, With::feed, Caches::emptied ); }
+void coldSampleJudged( benchmark::State & state ) { measure( state, With::ledger, Caches::emptied ); }
 
 // The same work by hand, the least that it can cost: a hashed wheel of rings, one plain struct for each interface, one
 // sum of unsigned numbers, and a ring of binary messages.
@@ -248,7 +278,9 @@ class ByHand {
       for( Intf & intf : intfs_ ) arm( intf );
    }
    [[gnu::noinline]] void intervalPasses() {
+      benchmark::DoNotOptimize( *this );  // nothing of it may be taken for known
       for( uint64_t n = 0; n < interval; ++n ) tickPasses();
+      benchmark::ClobberMemory();
    }
    [[nodiscard]] int64_t samples() const { return samples_; }
 
@@ -327,19 +359,18 @@ class ByHand {
    int64_t samples_ = 0;
 };
 
-void byHand( benchmark::State & state ) {
+void measureByHand( benchmark::State & state, Caches caches ) {
    ByHand box( state.range( 0 ) );
    box.intervalPasses();
    int64_t const before = box.samples();
-   for( auto _ : state ) {
-      benchmark::DoNotOptimize( box );  // nothing of it may be taken for known
-      box.intervalPasses();
-      benchmark::ClobberMemory();
-   }
+   passIntervals( state, box, caches );
    int64_t const samples = box.samples() - before;
    state.SetItemsProcessed( samples );
    state.counters["time/sample"] = timePerSample( samples );
 }
+
+void byHand( benchmark::State & state ) { measureByHand( state, Caches::asTheyAre ); }
+void coldByHand( benchmark::State & state ) { measureByHand( state, Caches::emptied ); }
 
 void sizes( benchmark::internal::Benchmark * bench ) {
    bench->Arg( 1000 )->Arg( 10'000 )->Arg( 100'000 )->Arg( 1'000'000 )->Unit( benchmark::kMicrosecond );
@@ -349,6 +380,15 @@ BENCHMARK( byHand )->Apply( sizes );
 BENCHMARK( sample )->Apply( sizes );
 BENCHMARK( sampleWithFeed )->Arg( 100 )->Arg( 1000 )->Arg( 10'000 )->Arg( 100'000 )->Unit( benchmark::kMicrosecond );
 BENCHMARK( sampleJudged )->Arg( 100 )->Arg( 1000 )->Arg( 10'000 )->Unit( benchmark::kMicrosecond );
+
+void coldSizes( benchmark::internal::Benchmark * bench ) {
+   bench->Arg( 100 )->Arg( 1000 )->Arg( 4000 )->UseManualTime()->MinTime( 0.1 )->Unit( benchmark::kMicrosecond );
+}
+
+BENCHMARK( coldByHand )->Apply( coldSizes );
+BENCHMARK( coldSample )->Apply( coldSizes );
+BENCHMARK( coldSampleWithFeed )->Apply( coldSizes );
+BENCHMARK( coldSampleJudged )->Apply( coldSizes );
 
 }  // namespace
 
