@@ -22,6 +22,9 @@ std::string loudText( LoudReading const & loud ) {
 Subject::Subject( Accounting & in, Lumo::IntfId intf )
    : accounting( in ), watched( intf, in.sources(), in.neverWatched(), *this ) {}
 
+// There is nothing to hand on: apply() looks for itself.
+void Subject::onSample() { accounting.touch( *this ); }
+
 // What is told of in a window may be heard by somebody who closes accounts or breaks the run: so copies are iterated
 // over, here and below, and the run is not asked. Most interfaces have one account, and a sample needs no copy of the
 // list then.
@@ -118,12 +121,13 @@ Kel::Ptr<Subject> Accounting::find( Lumo::IntfId intf ) const {
 Kel::Ptr<Subject> Accounting::subject( Lumo::IntfId intf ) {
    auto & s = subjects_[intf];
    if( !s ) s = new Subject( *this, intf );
+   sources_.sampleListenerIs( intf, s.get() );
    return s;
 }
 
 void Accounting::touch( Subject & s ) {
    due();
-   if( !std::exchange( s.touched, true ) ) touched_.emplace_back( &s );
+   if( !std::exchange( s.touched, true ) ) touched_.push_back( { &s } );
 }
 
 void Accounting::allTouched() {
@@ -139,12 +143,6 @@ void Accounting::onLink( Lumo::IntfId intf, LinkChange change ) {
 }
 
 void Accounting::onMonitor( Lumo::IntfId intf, MonitorChange change ) {
-   // The way of every sample: there is nothing to hand on, apply() looks for itself.
-   if( change == MonitorChange::sampled ) {
-      auto const found = subjects_.find( intf );
-      if( found != subjects_.end() ) touch( *found->second );
-      return;
-   }
    // From its beginning on, also while no unit has an account of it: the next that enters profits from its run.
    auto const s = change == MonitorChange::began ? subject( intf ) : find( intf );
    if( !s ) return;
@@ -253,6 +251,7 @@ void Accounting::unitDel( Kel::Name const & unit ) {
 void Accounting::forgetUnused( Subject & s ) {
    if( !s.kept || !s.places.empty() || s.watched.monitored() ) return;
    s.kept = false;
+   sources_.sampleListenerIs( s.watched.intf(), nullptr );
    subjects_.erase( s.watched.intf() );
 }
 
@@ -280,12 +279,14 @@ void Accounting::judgeTouched() {
       membersMoved_ = false;
    }
    auto subjects = std::exchange( touched_, {} );
-   // All that changed is applied before the first account is judged.
-   for( auto const & s : subjects ) {
-      s->touched = false;
-      apply( *s );
+   // All that changed is applied before the first account is judged. Most samples change no verdict: such an interface
+   // is done with as soon as its sample is applied, while the caches still hold it, unless a handler touches anything.
+   for( auto & t : subjects ) {
+      t.subject->touched = false;
+      t.stands = !apply( *t.subject ) && stands( *t.subject );
    }
-   for( auto const & s : subjects ) {
+   for( auto const & [s, stands] : subjects ) {
+      if( stands && touched_.empty() && !allTouched_ ) continue;
       judgeSubject( *s );
       forgetUnused( *s );
    }
@@ -297,9 +298,26 @@ void Accounting::judgeTouched() {
    if( touched_.empty() ) touched_.swap( subjects );
 }
 
-void Accounting::apply( Subject & s ) {
-   if( !s.watched.apply() ) return;
+// True when it was more than a sample.
+bool Accounting::apply( Subject & s ) {
+   if( !s.watched.apply() ) return false;
    for( auto const & p : std::vector( s.places ) ) p->noteProfile();
+   return true;
+}
+
+bool Accounting::stands( Subject const & s ) {
+   if( !s.watched.monitored() ) return false;
+   double const quietSince = s.watched.run().quietSince().value_or( 0 );
+   return std::ranges::all_of( s.places, [&]( auto const & p ) {
+      Judgement const now = judgementOf( *p );
+      bool const same = p->judged && p->seen && p->judgement.sameAs( now ) && p->quietSince == quietSince;
+      if( same ) alarmBy( now.changes );
+      return same;
+   } );
+}
+
+Judgement Accounting::judgementOf( Place const & p ) {
+   return p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : p.watched().judge( p.seen );
 }
 
 void Accounting::judgeSubject( Subject const & s ) {
@@ -314,7 +332,7 @@ void Accounting::judgeSubject( Subject const & s ) {
 void Accounting::judgePlace( Place & p ) {
    Watched const & w = p.watched();
    if( !p.seen && w.linkThere() ) p.handleSeen();
-   Judgement const now = p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : w.judge( p.seen );
+   Judgement const now = judgementOf( p );
    alarmBy( now.changes );
    // Most samples say what the one before has said. A run that has broken meanwhile begins anew.
    double const quietSince = w.run().quietSince().value_or( 0 );

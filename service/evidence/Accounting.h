@@ -33,9 +33,10 @@ struct UnitBook final : Kel::PtrInterface {
 };
 
 // An interface and the accounts that there are of it.
-struct Subject final : Kel::PtrInterface, WatchedListener {
+struct Subject final : Kel::PtrInterface, WatchedListener, SampleListener {
    Subject( Accounting & in, Lumo::IntfId intf );
 
+   void onSample() override;
    void onReading( Run::Step const & step ) override;
    void onBreak() override;
    void onIntfEvent( char const * kind, std::string const & text ) override;
@@ -91,6 +92,8 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    [[nodiscard]] Kel::Ptr<UnitBook> book( Kel::Name const & unit ) const;
    [[nodiscard]] Place const * place( Kel::Name const & unit, Lumo::IntfId intf ) const;
    [[nodiscard]] Kel::Ptr<Subject> find( Lumo::IntfId intf ) const;
+   // It is judged at the end of the turn.
+   void touch( Subject & subject );
 
    // It enters or is in maintenance.
    [[nodiscard]] bool wantsProof( UnitBook const & book ) const;
@@ -120,12 +123,20 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    void onProfiles() override { allTouched(); }
 
    Kel::Ptr<Subject> subject( Lumo::IntfId intf );
-   void touch( Subject & subject );
    void closePlace( Kel::Ptr<Place> const & place );
    void forgetUnused( Subject & subject );
 
+   // One that was touched. `stands`: all there was to it when the change was applied is in the records already, so it
+   // need not be looked at again unless something happens meanwhile.
+   struct Touched {
+      Kel::Ptr<Subject> subject;
+      bool stands = false;
+   };
+
    void judgeTouched();
-   static void apply( Subject & subject );
+   static bool apply( Subject & subject );
+   [[nodiscard]] bool stands( Subject const & subject );
+   [[nodiscard]] static Judgement judgementOf( Place const & place );
    void judgeSubject( Subject const & subject );
    void judgePlace( Place & place );
    void tellVerdict( Place const & place ) const;
@@ -141,7 +152,7 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    Service::EventLog & events_;
    std::unordered_map<Lumo::IntfId, Kel::Ptr<Subject>> subjects_;
    std::unordered_map<Kel::Name, Kel::Ptr<UnitBook>> books_;
-   std::vector<Kel::Ptr<Subject>> touched_;
+   std::vector<Touched> touched_;
    std::vector<Kel::Ptr<UnitBook>> touchedBooks_;
    bool allTouched_ = false;
    bool membersMoved_ = false;

@@ -58,14 +58,18 @@ class Sources::KelMonitor final : public Maintenance::MonIntfStatus::NotifieeCon
    explicit KelMonitor( Sources & owner ) : owner_( owner ) {}
    void handleInitialized() { tell( MonitorChange::began ); }
    void handleDel() { tell( MonitorChange::ended ); }
-   void onCurRates() override { tell( MonitorChange::sampled ); }
+   void onCurRates() override {
+      if( sampleListener_ ) sampleListener_->onSample();
+   }
    void onState() override { tell( MonitorChange::touched ); }
    void onProfileName() override { tell( MonitorChange::touched ); }
+   void sampleListenerIs( SampleListener * listener ) { sampleListener_ = listener; }
 
  private:
    void tell( MonitorChange change ) { owner_.listener_.onMonitor( notifier()->intfId(), change ); }
 
    Sources & owner_;
+   SampleListener * sampleListener_ = nullptr;
 };
 
 class Sources::KelMonitorDir final : public Maintenance::MonIntfStatusDir::NotifieeConst {
@@ -280,6 +284,10 @@ void Sources::causeIs() {
    cause_ = Kel::dynamicPtrCast<Errdisable::CauseStatus const>(
       state_.errdisableCauses->entityRef( Maintenance::shutdownCause ) );
    causeReactor_->notifierIs( cause_ );
+}
+
+void Sources::sampleListenerIs( Lumo::IntfId intf, SampleListener * listener ) {
+   if( auto * const monitor = monitors_.find( intf ) ) monitor->sampleListenerIs( listener );
 }
 
 std::optional<double> Sources::awaySince( Lumo::IntfId intf ) const {

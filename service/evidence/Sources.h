@@ -20,7 +20,7 @@
 namespace Evidence {
 
 enum class LinkChange { up, away, madeAgain };                // away: down, gone, or nobody knows
-enum class MonitorChange { sampled, touched, began, ended };  // touched: another state or profile
+enum class MonitorChange { touched, began, ended };           // touched: another state or profile
 
 class SourcesListener {
  public:
@@ -36,6 +36,15 @@ class SourcesListener {
    ~SourcesListener() = default;
 };
 
+// Of one interface: its monitor has published a sample.
+class SampleListener {
+ public:
+   virtual void onSample() = 0;
+
+ protected:
+   ~SampleListener() = default;
+};
+
 class Sources {
  public:
    using Counter = Interface::IntfCounterMasquerade::IntfCounter;
@@ -44,6 +53,10 @@ class Sources {
    Sources( Maintenance::MaintenanceState const & state, Kel::Ptr<KelQuill::EntityManager> const & counters,
             SourcesListener & listener );
    ~Sources();
+
+   // Who hears of the interface's samples, told without a look-up each time; null for nobody. To be said again when a
+   // monitor began: whoever was named for another one before is not told of its samples.
+   void sampleListenerIs( Lumo::IntfId intf, SampleListener * listener );
 
    // Since when the link has been away, in seconds: nothing for one that is up or that nobody has heard of. What was
    // away when this was made counts from then.

@@ -61,9 +61,8 @@ void Watched::handleLink( LinkChange change ) {
 }
 
 void Watched::handleMonitor( MonitorChange change ) {
-   if( change != MonitorChange::sampled ) recordsMoved_ = true;
+   recordsMoved_ = true;
    switch( change ) {
-      case MonitorChange::sampled:
       case MonitorChange::touched: return;  // apply() looks for itself
       case MonitorChange::began:
          sampleTime_ = 0;
