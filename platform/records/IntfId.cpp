@@ -1,6 +1,5 @@
 #include "records/IntfId.h"
 
-#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <memory_resource>
@@ -14,21 +13,11 @@ namespace Lumo {
 
 namespace {
 
-// Not std::isdigit: that goes by the locale and must not be handed a negative char.
-bool isDigit( char c ) { return c >= '0' && c <= '9'; }
-
-// Each of these takes something off the front of `rest`, if it is there.
+// As takeDigits(), each of these takes something off the front of `rest`, if it is there.
 bool take( std::string_view & rest, std::string_view prefix ) {
    if( !rest.starts_with( prefix ) ) return false;
    rest.remove_prefix( prefix.size() );
    return true;
-}
-
-std::string_view takeDigits( std::string_view & rest ) {
-   auto const end = std::find_if_not( rest.begin(), rest.end(), isDigit );
-   auto const digits = rest.substr( 0, static_cast<std::size_t>( end - rest.begin() ) );
-   rest.remove_prefix( digits.size() );
-   return digits;
 }
 
 bool takeNumber( std::string_view & rest ) { return !takeDigits( rest ).empty(); }
@@ -66,43 +55,15 @@ IntfFacts factsOf( std::string_view name ) {
    return divided ? IntfFacts{ IntfKind::subIntf, base } : IntfFacts{};
 }
 
-// A run of digits, taken apart for comparison.
-struct Run {
-   explicit Run( std::string_view digits )
-      : zeros( std::min( digits.find_first_not_of( '0' ), digits.size() ) ), value( digits.substr( zeros ) ) {}
-
-   std::size_t zeros;
-   std::string_view value;  // without leading zeros, so that the longer one is the greater
-};
-
-std::strong_ordering compareNaturally( std::string_view a, std::string_view b ) {
-   auto byZeros = std::strong_ordering::equal;  // the first difference in leading zeros
-   while( !a.empty() && !b.empty() ) {
-      if( isDigit( a.front() ) && isDigit( b.front() ) ) {
-         Run const runA( takeDigits( a ) );
-         Run const runB( takeDigits( b ) );
-         if( auto const c = runA.value.size() <=> runB.value.size(); c != 0 ) return c;
-         if( auto const c = runA.value <=> runB.value; c != 0 ) return c;
-         // Only remembered: Ethernet01 and Ethernet1 are two names, but what follows comes before that difference.
-         if( byZeros == 0 ) byZeros = runA.zeros <=> runB.zeros;
-      } else {
-         // As std::string compares: a char may be signed, and bytes beyond ASCII would come first.
-         auto const c = static_cast<unsigned char>( a.front() ) <=> static_cast<unsigned char>( b.front() );
-         if( c != 0 ) return c;
-         a.remove_prefix( 1 );
-         b.remove_prefix( 1 );
-      }
-   }
-   auto const byEnd = a.size() <=> b.size();  // one of them is empty
-   return byEnd != 0 ? byEnd : byZeros;
-}
-
-// The empty id may be asked for its name by the initialisation of other statics, before there is a table.
+// The empty id may be asked for its name, or for its place, by the initialisation of other statics, before there is a
+// table.
 constexpr IntfFacts factsOfNoName;
+constexpr NaturalKey keyOfNoName;
 
 }  // namespace
 
 constinit IntfFacts const * IntfId::facts_ = &factsOfNoName;
+constinit NaturalKey const * IntfId::keys_ = &keyOfNoName;
 
 class IntfTable {
  public:
@@ -124,8 +85,10 @@ class IntfTable {
       auto const number = static_cast<uint32_t>( facts_.size() );
       facts_.push_back( factsOf( name ) );
       facts_.back().name = Brisklog::KeptText::copyOf( name, names_ );
-      // The vector may have moved; ids read through this pointer, which saves them a look at the table.
+      keys_.emplace_back( name );
+      // The vectors may have moved; ids read through these pointers, which saves them a look at the table.
       IntfId::facts_ = facts_.data();
+      IntfId::keys_ = keys_.data();
       // Last: the set hashes a number by its name, which must be there and be found through the pointer.
       numbers_.insert( number );
       return number;
@@ -155,6 +118,8 @@ class IntfTable {
    // Grows in blocks that never move, as views of the names are in everyone's hands.
    std::pmr::monotonic_buffer_resource names_;
    std::vector<IntfFacts> facts_;
+   // Apart from the facts: a sample reads those, and keys among them would spread them over more memory.
+   std::vector<NaturalKey> keys_;
    std::unordered_set<uint32_t, HashByName, EqualByName> numbers_;
 };
 
@@ -178,7 +143,7 @@ IntfId IntfId::declare( std::string_view name, IntfKind kind, uint16_t vlanId ) 
    return id;
 }
 
-std::strong_ordering IntfId::operator<=>( IntfId const & other ) const {
+std::strong_ordering IntfId::compareNames( IntfId const & other ) const {
    // Equal names have equal numbers, so below this line the order is never equal and agrees with ==.
    if( number_ == other.number_ ) return std::strong_ordering::equal;
    return compareNaturally( name(), other.name() );

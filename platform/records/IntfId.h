@@ -1,8 +1,9 @@
 // The name of an interface as a 32-bit number.
 //
 // Names are interned in one process-wide table of { name, kind, VLAN id }: a new name gets the next number and keeps it
-// as long as the process lives, so copying, comparing for equality and hashing an id work on the number alone, and
-// asking for the kind is one load from the table. The kind follows from the form of the name, anything else is other:
+// as long as the process lives, so copying, comparing for equality and hashing an id work on the number alone, asking
+// for the kind is one load from the table, and comparing for order nearly always one or two. The kind follows from the
+// form of the name, anything else is other:
 //
 //    Ethernet<n>[/<n>...]   Port-Channel<n>   Vlan<n>   <Ethernet or Port-Channel name>.<n>   Cpu
 //
@@ -21,6 +22,7 @@
 
 #include "brisklog/KeptText.h"
 #include "kel/Value.h"
+#include "records/NaturalOrder.h"
 
 namespace Lumo {
 
@@ -70,9 +72,11 @@ class IntfId {
    [[nodiscard]] IntfKind baseKind() const { return facts_[number_].baseKind; }
 
    bool operator==( IntfId const & ) const = default;
-   // The natural order of the names: runs of digits compare as numbers of any length, everything else bytewise; of
-   // names that differ in leading zeros only, the one with fewer comes first.
-   std::strong_ordering operator<=>( IntfId const & other ) const;
+   // The natural order of the names (records/NaturalOrder.h).
+   std::strong_ordering operator<=>( IntfId const & other ) const {
+      auto const byKey = keys_[number_] <=> keys_[other.number_];
+      return byKey != 0 ? byKey : compareNames( other );
+   }
 
    friend std::ostream & operator<<( std::ostream & out, IntfId id ) { return out << id.name(); }
 
@@ -81,7 +85,11 @@ class IntfId {
    friend struct std::hash<IntfId>;
    friend class IntfTable;
 
-   static IntfFacts const * facts_;  // by number; moves when the table grows
+   [[nodiscard]] std::strong_ordering compareNames( IntfId const & other ) const;
+
+   // By number; they move when the table grows.
+   static IntfFacts const * facts_;
+   static NaturalKey const * keys_;
 
    uint32_t number_ = 0;
 };

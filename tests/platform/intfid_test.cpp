@@ -1,7 +1,9 @@
 // Interface names as numbers: what kind they are, in which order they stand, what is interned.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iterator>
+#include <random>
 #include <sstream>
 
 #include "kel/Exception.h"
@@ -132,6 +134,50 @@ TEST( IntfIdOrder, readsRunsOfDigitsAsNumbers ) {
    for( std::size_t i = 0; i < names.size(); ++i ) {
       for( std::size_t j = 0; j < names.size(); ++j ) {
          EXPECT_EQ( IntfId( names[i] ) <=> IntfId( names[j] ), i <=> j ) << names[i] << " and " << names[j];
+      }
+   }
+}
+
+// The same order by other means: names with all numbers blown up to one width compare as plain text, and then the counts
+// of leading zeros.
+std::pair<std::string, std::vector<std::size_t>> blownUp( std::string const & name ) {
+   std::pair<std::string, std::vector<std::size_t>> blown;
+   for( std::size_t at = 0; at < name.size(); ) {
+      std::size_t const end = std::min( name.find_first_not_of( "0123456789", at ), name.size() );
+      if( end == at ) {
+         blown.first += name[at++];
+         continue;
+      }
+      std::size_t const number = std::min( name.find_first_not_of( '0', at ), end );
+      blown.first += std::string( 40 - ( end - number ), '0' ) + name.substr( number, end - number );
+      blown.second.push_back( number - at );
+      at = end;
+   }
+   return blown;
+}
+
+// Names that have much in common, around 16 characters long: two then differ in front of what their keys hold, at the
+// end of it, behind it, or in zeros alone.
+TEST( IntfIdOrder, isThatOfTheNamesWhereverTheyDiffer ) {
+   std::vector<std::string> const pieces = words(
+      "Ethernet Ethernet1/ Port-Channel swp e / . : ~ \xff 0 00 1 9 10 012 99 "
+      "9999 10000 1234567 12345678 99999999 123456789 100000000000000000000" );
+   auto const seed = std::random_device()();
+   std::mt19937 random( seed );
+   std::vector<std::string> names;
+   while( names.size() < 2000 ) {
+      std::string name;
+      while( random() % 5 != 0 ) name += pieces[random() % pieces.size()];
+      if( random() % 20 == 0 ) name += '\0';
+      if( name.size() > 10 || random() % 4 == 0 ) names.push_back( name.substr( 0, 30 ) );
+   }
+   std::vector<IntfId> const ids( names.begin(), names.end() );
+   std::vector<decltype( blownUp( "" ) )> plain;
+   for( std::string const & name : names ) plain.push_back( blownUp( name ) );
+   for( std::size_t i = 0; i < names.size(); ++i ) {
+      for( std::size_t j = 0; j < i; ++j ) {
+         ASSERT_EQ( ids[i] <=> ids[j], plain[i] <=> plain[j] )
+            << "seed " << seed << ": " << names[i] << " and " << names[j];
       }
    }
 }
