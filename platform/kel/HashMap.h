@@ -6,11 +6,14 @@
 // visited by it. Not a store of its own: notification is the business of kel/Collections.h.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <utility>
+
+#include "kel/StablePlaces.h"
 
 namespace Kel {
 
@@ -47,13 +50,17 @@ class MapWalk {
 
 template<class V, class K>
 class HashMap {
+   // Entries know each other by the numbers of their places. The value comes last: so the usual key, an interned id of
+   // four bytes, and the links fill whole words.
    struct Node {
       K const key;
+      uint32_t prev = none;
+      uint32_t next = none;
+      uint32_t sameBucket = none;
       V value;
-      Node * prev = nullptr;
-      Node * next = nullptr;
-      Node * sameBucket = nullptr;
    };
+   using Nodes = StablePlaces<Node>;
+   static constexpr uint32_t none = StablePlaces<int>::none;
 
  public:
    template<class View>
@@ -66,7 +73,7 @@ class HashMap {
    // The position of one walk.
    class Cursor : private MapWalk {
     public:
-      explicit Cursor( HashMap const & map ) : MapWalk( &map ), node_( map.first_ ) {}
+      explicit Cursor( HashMap const & map ) : MapWalk( &map ), nodes_( map.nodes_ ), node_( map.at( map.first_ ) ) {}
 
       explicit operator bool() const { return node_ != nullptr; }
       [[nodiscard]] K const & key() const { return node_->key; }
@@ -74,7 +81,7 @@ class HashMap {
       // Once the entry under the cursor is removed, the cursor already stands on the successor, which must not be
       // skipped; that may also be an entry that came later.
       Cursor & operator++() {
-         if( !moved_ ) node_ = node_->next;
+         if( !moved_ ) node_ = node_->next == none ? nullptr : &nodes_[node_->next];
          moved_ = false;
          return *this;
       }
@@ -90,14 +97,15 @@ class HashMap {
          } );
       }
       static void leave( HashMap const & map, Node const & n ) {
-         MapWalk::forEachThrough( &map, [&n]( MapWalk & walk ) {
+         MapWalk::forEachThrough( &map, [&]( MapWalk & walk ) {
             auto & cursor = static_cast<Cursor &>( walk );
             if( cursor.node_ != &n ) return;
-            cursor.node_ = n.next;
+            cursor.node_ = map.at( n.next );
             cursor.moved_ = true;
          } );
       }
 
+      Nodes const & nodes_;
       Node * node_;
       bool moved_ = false;
    };
@@ -126,41 +134,46 @@ class HashMap {
    HashMap( HashMap const & ) = delete;
    HashMap & operator=( HashMap const & ) = delete;
    ~HashMap() {
-      while( first_ ) delete std::exchange( first_, first_->next );
+      while( first_ != none ) {
+         uint32_t const i = first_;
+         first_ = nodes_[i].next;  // before the value ends, which may ask what is left
+         nodes_.end( i );
+      }
    }
 
    [[nodiscard]] std::size_t size() const { return size_; }
    [[nodiscard]] bool empty() const { return size_ == 0; }
    [[nodiscard]] V * find( K const & key ) const {
-      Node * const n = node( key );
-      return n ? &n->value : nullptr;
+      uint32_t const i = number( key );
+      return i == none ? nullptr : &nodes_[i].value;
    }
-   [[nodiscard]] K firstKey() const { return first_->key; }
+   [[nodiscard]] K firstKey() const { return nodes_[first_].key; }
 
    // Adds an entry that is not there yet.
    V & insert( K const & key, V value ) {
-      auto * const n = new Node{ key, std::move( value ) };
-      n->prev = last_;
-      ( last_ ? last_->next : first_ ) = n;
-      last_ = n;
+      uint32_t const i = nodes_.make( key, last_, none, none, std::move( value ) );
+      ( last_ == none ? first_ : nodes_[last_].next ) = i;
+      last_ = i;
       // Counted and in the list already: an index that grows is built from the whole list.
       ++size_;
-      index( *n );
-      Cursor::arrive( *this, n );
-      return n->value;
+      index( i );
+      Cursor::arrive( *this, &nodes_[i] );
+      return nodes_[i].value;
    }
 
    // Removes an entry and returns its value; the entry must be there.
    V take( K const & key ) {
-      Node * const n = node( key );
+      uint32_t const i = number( key );
+      Node & n = nodes_[i];
       // Before it is unlinked: cursors step on to its successor.
-      Cursor::leave( *this, *n );
-      unindex( *n );
-      ( n->prev ? n->prev->next : first_ ) = n->next;
-      ( n->next ? n->next->prev : last_ ) = n->prev;
+      Cursor::leave( *this, n );
+      unindex( i );
+      ( n.prev == none ? first_ : nodes_[n.prev].next ) = n.next;
+      ( n.next == none ? last_ : nodes_[n.next].prev ) = n.prev;
       --size_;
-      V value = std::move( n->value );
-      delete n;
+      V value = std::move( n.value );
+      nodes_.end( i );
+      if( size_ == 0 ) nodes_.release();
       return value;
    }
 
@@ -174,46 +187,49 @@ class HashMap {
              ( bucketCount_ - 1 );
    }
 
-   [[nodiscard]] Node * node( K const & key ) const {
-      if( !buckets_ ) {
-         Node * n = first_;
-         while( n && !( n->key == key ) ) n = n->next;
-         return n;
+   [[nodiscard]] Node * at( uint32_t number ) const { return number == none ? nullptr : &nodes_[number]; }
+
+   [[nodiscard]] uint32_t number( K const & key ) const {
+      uint32_t i = buckets_ ? buckets_[bucket( key )] : first_;
+      while( i != none ) {
+         Node const & n = nodes_[i];
+         if( n.key == key ) break;
+         i = buckets_ ? n.sameBucket : n.next;
       }
-      Node * n = buckets_[bucket( key )];
-      while( n && !( n->key == key ) ) n = n->sameBucket;
-      return n;
+      return i;
    }
 
-   void index( Node & n ) {
+   void index( uint32_t i ) {
       // An index stays once it is there, also when few entries are left: a map that was large may grow again.
       if( size_ <= linearMax && !buckets_ ) return;
       if( size_ > bucketCount_ ) {
          bucketCount_ = buckets_ ? 2 * bucketCount_ : 4 * linearMax;
-         buckets_ = std::make_unique<Node *[]>( bucketCount_ );
+         buckets_ = std::make_unique<uint32_t[]>( bucketCount_ );
+         std::fill_n( buckets_.get(), bucketCount_, none );
          // All anew, for the buckets differ by their count; this includes the entry that has just come.
-         for( Node * i = first_; i; i = i->next ) link( *i );
+         for( uint32_t n = first_; n != none; n = nodes_[n].next ) link( n );
       } else {
-         link( n );
+         link( i );
       }
    }
 
-   void link( Node & n ) {
-      Node *& head = buckets_[bucket( n.key )];
-      n.sameBucket = head;
-      head = &n;
+   void link( uint32_t i ) {
+      uint32_t & head = buckets_[bucket( nodes_[i].key )];
+      nodes_[i].sameBucket = head;
+      head = i;
    }
 
-   void unindex( Node const & n ) {
+   void unindex( uint32_t gone ) {
       if( !buckets_ ) return;
-      Node ** i = &buckets_[bucket( n.key )];
-      while( *i != &n ) i = &( *i )->sameBucket;
-      *i = n.sameBucket;
+      uint32_t * i = &buckets_[bucket( nodes_[gone].key )];
+      while( *i != gone ) i = &nodes_[*i].sameBucket;
+      *i = nodes_[gone].sameBucket;
    }
 
-   Node * first_ = nullptr;
-   Node * last_ = nullptr;
-   std::unique_ptr<Node *[]> buckets_;
+   Nodes nodes_;
+   std::unique_ptr<uint32_t[]> buckets_;
+   uint32_t first_ = none;
+   uint32_t last_ = none;
    uint32_t bucketCount_ = 0;  // a power of two once there are buckets
    uint32_t size_ = 0;
 };

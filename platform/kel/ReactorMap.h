@@ -13,11 +13,12 @@
 // meanwhile may finish: it still has its notifier().
 #pragma once
 
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "kel/Dispatch.h"
 #include "kel/Entity.h"
+#include "kel/HashMap.h"
 
 namespace Kel {
 
@@ -29,20 +30,23 @@ class ReactorMap {
 
    // Null when the entry has none.
    [[nodiscard]] R * find( K const & key ) const {
-      auto const i = reactors_.find( key );
-      return i == reactors_.end() ? nullptr : i->second.get();
+      Ptr<R> const * const reactor = reactors_.find( key );
+      return reactor ? reactor->get() : nullptr;
    }
 
    // The entry's reactor watches `record`, which is not null.
    template<class Record>
    void is( K const & key, Ptr<Record> const & record ) {
       Dispatch const dispatch;
-      // A map of nodes: this stays where it is while handlers add and remove other entries.
-      Ptr<R> & place = reactors_[key];
+      Ptr<R> * const present = reactors_.find( key );
       // A walk through the directory finds most entries as they were.
-      if( place && place->notifier() == record ) return;
+      if( present && ( *present )->notifier() == record ) return;
       Ptr<R> const made( new R( owner_ ) );
-      retire( std::exchange( place, made ) );
+      if( present ) {
+         retire( std::exchange( *present, made ) );
+      } else {
+         reactors_.insert( key, made );
+      }
       made->notifierIs( record );
       if constexpr( requires { made->handleInitialized(); } ) {
          // What it was handed by its attachment may have removed the entry again.
@@ -53,10 +57,10 @@ class ReactorMap {
    void del( K const & key ) {
       Dispatch const dispatch;
       // Out of the map first, so that what handleDel() causes finds no reactor here and ends nothing a second time.
-      auto const gone = reactors_.extract( key );
-      if( !gone ) return;
-      retire( gone.mapped() );
-      if constexpr( requires { gone.mapped()->handleDel(); } ) gone.mapped()->handleDel();
+      if( !reactors_.find( key ) ) return;
+      Ptr<R> const gone = reactors_.take( key );
+      retire( gone );
+      if constexpr( requires { gone->handleDel(); } ) gone->handleDel();
    }
 
    // What the directory says of one entry: its record, null when there is none.
@@ -70,15 +74,16 @@ class ReactorMap {
    }
 
    // What the directory says of all entries: a walk through it.
-   template<class Walk>
-   void syncAll( Walk && records ) {
+   template<class Records>
+   void syncAll( Records && records ) {
       // Noted before anything is called: handlers change the map.
-      auto former = reactors_;
+      Reactors former;
+      for( auto [key, reactor] : Walk( reactors_ ) ) former.insert( key, reactor );
       for( auto [key, record] : records ) {
-         former.erase( key );
+         if( former.find( key ) ) former.take( key );
          is( key, record );
       }
-      for( auto const & [key, reactor] : former ) {
+      for( auto [key, reactor] : Walk( former ) ) {
          // An entry that came back while others were let go has a reactor of its own by now.
          if( find( key ) == reactor.get() ) del( key );
       }
@@ -87,19 +92,21 @@ class ReactorMap {
    // Nothing is heard any more, and nobody is told.
    void clear() {
       // All are silent before the first is freed, which may free its record and run handlers.
-      auto const all = std::exchange( reactors_, {} );
-      for( auto const & [key, reactor] : all ) retire( reactor );
+      std::vector<Ptr<R>> all;
+      while( !reactors_.empty() ) all.push_back( reactors_.take( reactors_.firstKey() ) );
+      for( Ptr<R> const & reactor : all ) retire( reactor );
    }
 
  private:
    // Silent, but not detached: a handler of it that runs just now still needs its notifier(). It detaches as it is
    // freed.
-   static void retire( Ptr<R> const & reactor ) {
-      if( reactor ) reactor->kelDoZombieReactors( true );
-   }
+   static void retire( Ptr<R> const & reactor ) { reactor->kelDoZombieReactors( true ); }
+
+   using Reactors = HashMap<Ptr<R>, K>;
+   using Walk = typename Reactors::template Iterator<>;
 
    Owner & owner_;
-   std::unordered_map<K, Ptr<R>> reactors_;
+   Reactors reactors_;
 };
 
 }  // namespace Kel
