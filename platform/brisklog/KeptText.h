@@ -24,7 +24,7 @@ class KeptText {
 
    // As an argument in the ring
    [[nodiscard]] uint32_t bytes() const { return bytesInRing_; }
-   void put( std::byte * to ) const {
+   [[gnu::always_inline]] void put( std::byte * to ) const {
       // There is always a first word, the one with the length, so its copy waits for no comparison.
       uint32_t at = 0;
       do {

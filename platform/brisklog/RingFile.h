@@ -59,7 +59,7 @@ class RingFile {
    // Where the next record goes, for which there is room. It is part of the ring from commit() of its size on.
    [[nodiscard]] std::byte * place() const { return ring_ + ( head_ & ringMask_ ); }
 
-   void commit( uint32_t bytes ) {
+   [[gnu::always_inline]] void commit( uint32_t bytes ) {
       head_ += bytes;
       ++sequence_;
       // After the record's bytes, also for a reader in another process.

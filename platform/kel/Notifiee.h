@@ -28,7 +28,7 @@ class ReactorBase : public PtrInterface {
    // A reactor that is silent whenever `owner`, the machine it belongs to, is. The owner outlives it.
    explicit ReactorBase( PtrInterface const & owner ) : owner_( &owner ) {}
 
-   [[nodiscard]] bool deliverable() const { return kelDeliverable() && owner_->kelDeliverable(); }
+   [[nodiscard, gnu::always_inline]] bool deliverable() const { return kelDeliverable() && owner_->kelDeliverable(); }
 
  private:
    PtrInterface const * owner_;

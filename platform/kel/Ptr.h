@@ -54,7 +54,7 @@ class PtrInterface : public VFPtrInterface {
    [[nodiscard]] bool kelHasWatchers() const { return ( word() & watchersFlag ) != 0; }
    void kelHasWatchersIs( bool has ) const { flagIs( watchersFlag, has ); }
 
-   void kelRefInc() const {
+   [[gnu::always_inline]] void kelRefInc() const {
       if( enableThreadSafePointers ) [[unlikely]] {
          // Relaxed: a new reference comes from one that is there, so the object cannot go meanwhile.
          word_.fetch_add( 1, std::memory_order_relaxed );

@@ -22,9 +22,10 @@ namespace Kel {
 [[nodiscard]] constexpr uint64_t rounded( double d ) {
    if( !fitsSigned64( d ) ) [[unlikely]]
       return truncated( d );
-   auto const whole = static_cast<int64_t>( d );
-   double const fraction = d - static_cast<double>( whole );  // exact, and 0 where `whole` is great
-   return static_cast<uint64_t>( whole + ( fraction >= 0.5 ? 1 : 0 ) - ( fraction <= -0.5 ? 1 : 0 ) );
+   // The greatest number below a half, so that what is just below a half does not become 1 by the addition's own
+   // rounding. From 2^52 on, where every double is whole, it is too little to change it.
+   constexpr double almostHalf = 0.49999999999999994;
+   return static_cast<uint64_t>( static_cast<int64_t>( d < 0 ? d - almostHalf : d + almostHalf ) );
 }
 
 }  // namespace Kel
