@@ -15,14 +15,14 @@ namespace Cli {
 namespace {
 
 // Enough that a write is rare, and little beside the largest answer.
-constexpr std::size_t pieceBytes = 64 * 1024;
+constexpr std::size_t outputPieceBytes = 64 * 1024;
 
 // The length of the next piece, which does not end within a character.
 std::size_t pieceOf( std::string_view text ) {
-   if( text.size() <= pieceBytes ) return text.size();
+   if( text.size() <= outputPieceBytes ) return text.size();
    // In UTF-8 every byte of a character but its first is 10xxxxxx, and there are three of them at most.
-   std::size_t length = pieceBytes;
-   while( length > pieceBytes - 3 && ( static_cast<unsigned char>( text[length] ) & 0xc0 ) == 0x80 ) --length;
+   std::size_t length = outputPieceBytes;
+   while( length > outputPieceBytes - 3 && ( static_cast<unsigned char>( text[length] ) & 0xc0 ) == 0x80 ) --length;
    return length;
 }
 
@@ -47,7 +47,7 @@ std::streamsize Output::xsputn( char const * text, std::streamsize length ) {
       std::size_t const piece = pieceOf( rest );
       pending_ += printableLines( rest.substr( 0, piece ) );
       rest.remove_prefix( piece );
-      if( pending_.size() >= pieceBytes && !write() ) return 0;
+      if( pending_.size() >= outputPieceBytes && !write() ) return 0;
    }
    return length;
 }

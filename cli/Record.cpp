@@ -21,13 +21,13 @@ namespace {
 
 // How often it is looked whether somebody has interrupted this.
 constexpr std::chrono::milliseconds pause( 200 );
-constexpr std::size_t pieceBytes = 64 * 1024;
+constexpr std::size_t filePieceBytes = 64 * 1024;
 
 std::sig_atomic_t volatile interrupted = 0;
 
-class Interrupts {
+class NotedInterrupts {
  public:
-   Interrupts() {
+   NotedInterrupts() {
       struct sigaction action {};
       action.sa_handler = []( int ) { interrupted = 1; };
       for( int const signal : { SIGINT, SIGTERM, SIGHUP } ) ::sigaction( signal, &action, nullptr );
@@ -52,7 +52,7 @@ class LineFile {
 
    void add( std::string const & line ) {
       pending_ += line + "\n";
-      if( pending_.size() >= pieceBytes ) flush();
+      if( pending_.size() >= filePieceBytes ) flush();
    }
    void flush() {
       if( error_ != 0 || pending_.empty() ) return;
@@ -128,7 +128,7 @@ std::string follow( LineStream & lines, LineFile & file ) {
 }  // namespace
 
 int record( Client const & client, RecordOptions const & options ) {
-   Interrupts const interrupts;
+   NotedInterrupts const interrupts;
    Target target{ "record" };
    if( options.seconds ) target.parameter( "for", Kel::numberText( *options.seconds, 3 ) );
    LineStream lines = client.lines( target );

@@ -27,7 +27,7 @@ using Brisklog::Message;
 namespace {
 
 // Nothing tells of a message: maintd writes to memory and knows of no reader. A look that finds nothing new is cheap.
-constexpr std::chrono::milliseconds pollInterval( 250 );
+constexpr std::chrono::milliseconds ringPollInterval( 250 );
 
 double secondsOf( clockid_t clock ) {
    timespec now{};
@@ -120,7 +120,7 @@ void keepAsked( Follower::News & news, TraceOptions const & options ) {
       if( news ) {
          printNews( *news, options.json );
       } else {
-         std::this_thread::sleep_for( pollInterval );
+         std::this_thread::sleep_for( ringPollInterval );
       }
       news = follower.next();
    }

@@ -51,37 +51,24 @@ endfunction()
 # What makes a build of everything fast, in the presets that say RATEMON_FAST_BUILD. In the others each source is compiled by itself,
 # so that one which forgets an include is still found.
 #
-# TOGETHER: sources that make much of the same templates are compiled eight at a time, and instantiate them once for all. Names are
-# unique in such a folder, also those without linkage.
-# PRECOMPILE: headers that most sources include are parsed once for all: "Header.h" of the folder, "folder/Header.h", or one of the
-# standard library. Sources that are compiled together have little of it.
+# All sources of a folder are compiled as one: most of the work is in the headers and templates that they have in common. Names are
+# unique in a folder, also those without linkage.
 function( ratemon_fast_build target )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "TOGETHER" "PRECOMPILE" )
    if( NOT RATEMON_FAST_BUILD )
       return()
    endif()
-   if( arg_TOGETHER )
-      set_target_properties( ${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8 )
-      if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
-         # It takes sources that are compiled together for headers, in which a name without linkage is a mistake.
-         target_compile_options( ${target} PRIVATE -Wno-subobject-linkage )
-      endif()
-      return()
+   set_target_properties( ${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0 )
+   if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
+      # It takes sources that are compiled together for headers, in which a name without linkage is a mistake.
+      target_compile_options( ${target} PRIVATE -Wno-subobject-linkage )
    endif()
-   foreach( header IN LISTS arg_PRECOMPILE )
-      if( EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${header}" )
-         target_precompile_headers( ${target} PRIVATE "${header}" )
-      else()
-         target_precompile_headers( ${target} PRIVATE "<${header}>" )
-      endif()
-   endforeach()
 endfunction()
 
-# ratemon_library( [NAME n] [SHARED|STATIC] [TOGETHER] [LINKS folder...] [EXTERNAL target...] [PRECOMPILE header...] )
+# ratemon_library( [NAME n] [SHARED|STATIC] [LINKS folder...] [EXTERNAL target...] )
 # The folder as a library, named as the folder unless NAME says otherwise. A folder of headers only becomes an interface library.
 # Platform folders are SHARED, so that a program and the plug-in it loads have one copy of every global.
 function( ratemon_library )
-   cmake_parse_arguments( PARSE_ARGV 0 arg "SHARED;STATIC;TOGETHER" "NAME" "LINKS;EXTERNAL;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 0 arg "SHARED;STATIC" "NAME" "LINKS;EXTERNAL" )
    if( NOT arg_NAME )
       get_filename_component( arg_NAME "${CMAKE_CURRENT_SOURCE_DIR}" NAME )
    endif()
@@ -106,13 +93,15 @@ function( ratemon_library )
    set_property( GLOBAL APPEND PROPERTY RATEMON_FOLDERS_${top} ${arg_NAME} )
    ratemon_include_root( ${arg_NAME} ${scope} )
    ratemon_link( ${arg_NAME} ${scope} LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} )
-   ratemon_fast_build( ${arg_NAME} TOGETHER ${arg_TOGETHER} PRECOMPILE ${arg_PRECOMPILE} )
+   if( sources )
+      ratemon_fast_build( ${arg_NAME} )
+   endif()
 endfunction()
 
-# ratemon_plugin( NAME [TOGETHER] [LINKS folder...] )
+# ratemon_plugin( NAME [LINKS folder...] )
 # The folder as NAME.so, to be loaded at run time and never linked. It lies at the top of the build.
 function( ratemon_plugin name )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "TOGETHER" "" "LINKS" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "" "LINKS" )
    file( GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" )
    file( GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.h" )
    if( NOT sources )
@@ -123,13 +112,13 @@ function( ratemon_plugin name )
    set_target_properties( ${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
       INTERPROCEDURAL_OPTIMIZATION ${RATEMON_LTO} CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} )
-   ratemon_fast_build( ${name} TOGETHER ${arg_TOGETHER} )
+   ratemon_fast_build( ${name} )
 endfunction()
 
-# ratemon_program( NAME [LINKS folder...] [EXTERNAL target...] [PRECOMPILE header...] )
+# ratemon_program( NAME [LINKS folder...] [EXTERNAL target...] )
 # The sources that stand directly in the folder as an executable at the top of the build.
 function( ratemon_program name )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "" "LINKS;EXTERNAL;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "" "LINKS;EXTERNAL" )
    file( GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" )
    file( GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.h" )
    if( NOT sources )
@@ -139,7 +128,7 @@ function( ratemon_program name )
    # For --version.
    target_compile_definitions( ${name} PRIVATE "RATEMON_VERSION=\"${PROJECT_VERSION}\"" )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} )
-   ratemon_fast_build( ${name} PRECOMPILE ${arg_PRECOMPILE} )
+   ratemon_fast_build( ${name} )
 endfunction()
 
 # Tells a test where programs and plug-ins of this build are: maintd as RATEMON_MAINTD_PATH, RateMonPlugin as
@@ -157,7 +146,7 @@ endfunction()
 
 # One test program, of which ctest runs as many processes as SHARDS says, each with its share of the cases.
 function( ratemon_test_program name )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS;TOGETHER" "SOURCES;LINKS;EXTERNAL;PROGRAMS;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS" "SOURCES;LINKS;EXTERNAL;PROGRAMS" )
    add_executable( ${name} ${arg_SOURCES} )
    set_target_properties( ${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests" )
    # What is tested is optimised, the telling of the test need not be: compiling it was half of a release build.
@@ -167,7 +156,7 @@ function( ratemon_test_program name )
    target_compile_definitions( ${name} PRIVATE "RATEMON_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"" )
    ratemon_link( ${name} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} GTest::gmock GTest::gtest_main )
    ratemon_tell_paths( ${name} ${arg_PROGRAMS} )
-   ratemon_fast_build( ${name} TOGETHER ${arg_TOGETHER} PRECOMPILE gmock/gmock.h ${arg_PRECOMPILE} )
+   ratemon_fast_build( ${name} )
    foreach( shard RANGE 1 ${arg_SHARDS} )
       math( EXPR index "${shard} - 1" )
       add_test( NAME ${name}/${shard} COMMAND ${name} )
@@ -176,13 +165,12 @@ function( ratemon_test_program name )
    endforeach()
 endfunction()
 
-# ratemon_tests( DIR [TOGETHER] [SHARDS n] [ALONE name...] [LINKS folder...] [EXTERNAL target...] [PROGRAMS target...]
-#    [PRECOMPILE header...] )
+# ratemon_tests( DIR [SHARDS n] [ALONE name...] [LINKS folder...] [EXTERNAL target...] [PROGRAMS target...] )
 # The sources in DIR are one test program, DIR_test. SHARDS processes of it, two unless said otherwise, share its cases.
 # <name>_test.cpp of ALONE changes what its whole process does, and is a program of its own with those sources of DIR that are no
 # tests. A test reads files of the tree below RATEMON_SOURCE_DIR and reaches PROGRAMS by their paths (see above).
 function( ratemon_tests dir )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "TOGETHER" "SHARDS" "ALONE;LINKS;EXTERNAL;PROGRAMS;PRECOMPILE" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS" "ALONE;LINKS;EXTERNAL;PROGRAMS" )
    if( NOT arg_SHARDS )
       set( arg_SHARDS 2 )
    endif()
@@ -190,8 +178,7 @@ function( ratemon_tests dir )
    file( GLOB sources CONFIGURE_DEPENDS "${here}/*.cpp" )
    set( shared ${sources} )
    list( FILTER shared EXCLUDE REGEX "_test\\.cpp$" )
-   set( same TOGETHER ${arg_TOGETHER} LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} PROGRAMS ${arg_PROGRAMS}
-      PRECOMPILE ${arg_PRECOMPILE} )
+   set( same LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} PROGRAMS ${arg_PROGRAMS} )
    foreach( name IN LISTS arg_ALONE )
       list( REMOVE_ITEM sources "${here}/${name}_test.cpp" )
       ratemon_test_program( ${dir}_${name}_test SHARDS 1 SOURCES "${here}/${name}_test.cpp" ${shared} ${same} )

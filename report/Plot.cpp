@@ -20,7 +20,7 @@ using Anchor = Svg::Anchor;
 using UnitState = Maintenance::Unit::State;
 
 // The colours differ in lightness as well as in hue and can be told apart by people who do not see red or green.
-constexpr char const * head = R"(<style type="text/css">
+constexpr char const * plotHead = R"(<style type="text/css">
 text { font-family: "DejaVu Sans", Verdana, sans-serif; font-size: 12px; fill: #1a1a1a }
 .title { font-size: 17px; font-weight: bold }
 .small { font-size: 10px; fill: #555555 }
@@ -52,7 +52,7 @@ constexpr double legendDigitWidth = 6.9;
 constexpr double smallDigitWidth = 6.2;
 constexpr std::size_t longestName = 26;
 constexpr double unitLaneHeight = 22;
-constexpr double roomyLane = 58;  // from this height on a lane has its scale and more to say
+constexpr double roomyPlotLane = 58;  // from this height on a lane has its scale and more to say
 
 char const * className( MonIntfState s ) {
    switch( s ) {
@@ -120,7 +120,7 @@ struct Layout {
    double units, intfs;
    // Together about a screen high. Below 24 pixels a name could not be read, so a picture of many lanes is longer.
    double intfLaneHeight = intfs == 0 ? 0 : std::clamp( std::floor( 860 / intfs ), 24.0, 130.0 );
-   double gap = intfLaneHeight < roomyLane ? 3 : 8;
+   double gap = intfLaneHeight < roomyPlotLane ? 3 : 8;
    double intfsTop = top + units * ( unitLaneHeight + 4 ) + 8;
    double bottom = intfsTop + intfs * ( intfLaneHeight + gap );
    double height = bottom + belowLanes;
@@ -129,15 +129,15 @@ struct Layout {
    [[nodiscard]] double intfTop( double lane ) const { return intfsTop + lane * ( intfLaneHeight + gap ); }
 };
 
-class Picture {
+class PlotPicture {
  public:
-   explicit Picture( History const & history )
+   explicit PlotPicture( History const & history )
       : history_( history ),
         layout_( history ),
         // The lanes end 66 pixels before the edge: there the scale of rates has its texts.
         time_( history.began(), history.now(), nameColumnWidth( history ), pictureWidth - 66 ),
         rates_( highestRate( history ) ),
-        svg_( pictureWidth, layout_.height, head ) {}
+        svg_( pictureWidth, layout_.height, plotHead ) {}
 
    std::string draw() {
       // A background of its own, as a viewer may have a dark one.
@@ -209,7 +209,7 @@ class Picture {
    [[nodiscard]] double y( double bits, double top ) const {
       return top + layout_.intfLaneHeight - 3 - rates_.share( bits ) * ( layout_.intfLaneHeight - 7 );
    }
-   [[nodiscard]] bool roomy() const { return layout_.intfLaneHeight >= roomyLane; }
+   [[nodiscard]] bool roomy() const { return layout_.intfLaneHeight >= roomyPlotLane; }
 
    void drawIntf( std::string const & name, IntfHistory const & intf, double top ) {
       double const height = layout_.intfLaneHeight, width = time_.right() - time_.left();
@@ -367,6 +367,6 @@ class Picture {
 
 }  // namespace
 
-std::string plot( History const & history ) { return Picture( history ).draw(); }
+std::string plot( History const & history ) { return PlotPicture( history ).draw(); }
 
 }  // namespace Report

@@ -13,7 +13,7 @@ namespace json = boost::json;
 namespace {
 
 // A unit, or the answer about its readiness.
-Clocks clocksOf( Object const & answer ) { return { number( answer, "now" ).value_or( 0 ), std::nullopt }; }
+Clocks clocksOfAnswer( Object const & answer ) { return { number( answer, "now" ).value_or( 0 ), std::nullopt }; }
 
 bool underProof( Object const & unit ) {
    std::string const state = text( unit, "state" );
@@ -55,7 +55,7 @@ std::string disturbance( Object const & unit ) {
 std::string provenText( Object const & answer ) {
    auto const provenUntil = number( answer, "provenUntil" );
    if( !provenUntil ) return "ready";
-   return "ready, proven quiet up to " + spanText( clocksOf( answer ).now - *provenUntil ) + " ago";
+   return "ready, proven quiet up to " + spanText( clocksOfAnswer( answer ).now - *provenUntil ) + " ago";
 }
 
 std::string readinessCell( Object const & unit, char const *, Clocks const & ) {
@@ -152,7 +152,7 @@ constexpr Column interfaceTable[] = {
 void printHeadline( std::ostream & out, Object const & unit ) {
    out << "unit " << text( unit, "unit" ) << ": " << word( text( unit, "state" ) ) << ", generation "
        << text( unit, "generation" );
-   if( auto const since = number( unit, "since" ) ) out << ", for " << spanText( clocksOf( unit ).now - *since );
+   if( auto const since = number( unit, "since" ) ) out << ", for " << spanText( clocksOfAnswer( unit ).now - *since );
    if( std::string const user = text( unit, "requestedBy" ); !user.empty() ) out << ", asked for by " << user;
    out << "\n";
 }
@@ -193,7 +193,7 @@ std::string readinessText( Object const & unit ) {
 void printUnits( std::ostream & out, Object const & answer ) {
    // The units of one answer are of one moment.
    auto const & units = list( answer, "units" );
-   printTable( out, unitColumns, units, units.empty() ? Clocks() : clocksOf( object( units.front() ) ) );
+   printTable( out, unitColumns, units, units.empty() ? Clocks() : clocksOfAnswer( object( units.front() ) ) );
 }
 
 void printInterfaces( std::ostream & out, Object const & answer ) {
@@ -216,7 +216,7 @@ void printStatus( std::ostream & out, Object const & unit, bool all ) {
    std::size_t const shown = all || judged.size() <= mostRows + 1 ? judged.size() : mostRows;
    std::vector<Object const *> const rest( judged.begin() + static_cast<std::ptrdiff_t>( shown ), judged.end() );
    judged.resize( shown );
-   printTable( out, accountColumns, judged, clocksOf( unit ), "  " );
+   printTable( out, accountColumns, judged, clocksOfAnswer( unit ), "  " );
    if( rest.empty() ) return;
    out << "  ... and " << rest.size() << " more: " << standings( rest ) << "; all with --all\n";
 }
@@ -225,7 +225,8 @@ void printExplained( std::ostream & out, Object const & answer ) {
    for( auto const & each : list( answer, "units" ) ) {
       Object const & unit = object( each );
       printHeadline( out, unit );
-      for( auto const & value : list( unit, "interfaces" ) ) printAccount( out, object( value ), clocksOf( unit ) );
+      for( auto const & value : list( unit, "interfaces" ) )
+         printAccount( out, object( value ), clocksOfAnswer( unit ) );
    }
 }
 

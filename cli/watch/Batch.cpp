@@ -13,7 +13,7 @@ namespace {
 constexpr int timeColumns = 19;
 constexpr int stateColumns = 13;
 
-std::string rateText( std::optional<double> rate ) { return rate ? Kel::rateText( *rate ) : "-"; }
+std::string orDash( std::optional<double> rate ) { return rate ? Kel::rateText( *rate ) : "-"; }
 std::string orDash( std::string const & text ) { return text.empty() ? "-" : text; }
 
 // Names are as wide as the longest of them, so that columns stay where they are from one interval to the next.
@@ -60,8 +60,8 @@ std::string batchLines( Scene const & scene, std::string const & time ) {
          lines +=
             lineOf( widths, { time, unit.name, readiness( unit ), "-", "-", "-", "-", "-", orDash( unit.note ) } );
       for( Intf const * const intf : intfs ) {
-         lines += lineOf( widths, { time, unit.name, readiness( unit ), intf->name, intf->verdict, rateText( intf->in ),
-                                    rateText( intf->out ), distanceText( *intf ), orDash( intf->why ) } );
+         lines += lineOf( widths, { time, unit.name, readiness( unit ), intf->name, intf->verdict, orDash( intf->in ),
+                                    orDash( intf->out ), distanceText( *intf ), orDash( intf->why ) } );
       }
    }
    return lines;

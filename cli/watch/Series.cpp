@@ -9,8 +9,8 @@ namespace Cli::Watch {
 namespace {
 
 constexpr int halfLevels = 4;
-constexpr std::array<char const *, 2 * halfLevels> blocks{ "\u2581", "\u2582", "\u2583", "\u2584",
-                                                           "\u2585", "\u2586", "\u2587", "\u2588" };
+constexpr std::array<char const *, 2 * halfLevels> stepBlocks{ "\u2581", "\u2582", "\u2583", "\u2584",
+                                                               "\u2585", "\u2586", "\u2587", "\u2588" };
 constexpr std::array<char const *, 2 * halfLevels> letters{ "_", ".", "-", "=", "+", "*", "%", "#" };
 
 double rateOf( Cell const & cell, Direction direction ) {
@@ -88,7 +88,7 @@ std::vector<std::optional<double>> highest( std::vector<Cell> const & cells, Dir
 
 void addSpark( Line & line, std::vector<std::optional<double>> const & rates, std::optional<double> threshold,
                Look look ) {
-   auto const & steps = look.unicode ? blocks : letters;
+   auto const & steps = look.unicode ? stepBlocks : letters;
    double top = 1;
    for( auto const & rate : rates ) top = std::max( top, rate.value_or( 0 ) );
    // Its lower half would be empty otherwise.

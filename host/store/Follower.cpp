@@ -6,15 +6,13 @@
 
 namespace Host {
 
-using Kind = Kel::AttributeInfo::Kind;
-
 Follower::Follower( FollowerListener & listener, Kel::Ptr<Kel::Entity> const & entity, std::string path, In in,
                     bool intfNamed )
    : listener_( listener ), entity_( entity ), path_( std::move( path ) ), in_( in ), intfNamed_( intfNamed ) {
    entity_->watcherIs( *this );
    listener_.followed( *this );
    for( auto const & attribute : entity_->kelTypeInfo().attributes() ) {
-      if( attribute->kind() != Kind::children ) continue;
+      if( attribute->kind() != Kel::AttributeInfo::Kind::children ) continue;
       for( std::string const & key : attribute->keys( *entity_ ) ) followChild( *attribute, key );
    }
 }
@@ -26,7 +24,7 @@ Follower::~Follower() {
 
 void Follower::onAttribute( Kel::Entity const &, Kel::AttributeInfo const & attribute, std::string const * key ) {
    if( Records::inRow( attribute ) ) return listener_.changed( *this, attribute );
-   if( attribute.kind() != Kind::children || !key ) return;
+   if( attribute.kind() != Kel::AttributeInfo::Kind::children || !key ) return;
    // Always: the entry may be gone, or another entity may have taken its place under the same key.
    if( below_.erase( { &attribute, *key } ) > 0 ) listener_.gone( childPath( attribute, *key ) );
    followChild( attribute, *key );

@@ -37,9 +37,9 @@ struct Reader::Source {
 
 namespace {
 
-struct Descriptor {
+struct OpenFile {
    int const fd;
-   ~Descriptor() {
+   ~OpenFile() {
       if( fd >= 0 ) close( fd );
    }
 };
@@ -47,7 +47,7 @@ struct Descriptor {
 }  // namespace
 
 Reader::Reader( std::string const & path ) {
-   Descriptor const file{ open( path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) };
+   OpenFile const file{ open( path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) };
    loadFile( file.fd, path );
 }
 

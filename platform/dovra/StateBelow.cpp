@@ -11,11 +11,11 @@ namespace Dovra {
 namespace {
 
 // What exists once per cell is found without this as well.
-constexpr std::string_view firstCell = "cell/0/";
+constexpr std::string_view ofFirstCell = "cell/0/";
 // As many names as somebody reads.
 constexpr std::size_t mostNames = 20;
 
-std::string joined( std::span<std::string const> components ) {
+std::string pathOf( std::span<std::string const> components ) {
    std::string text;
    for( std::string const & component : components ) text.append( text.empty() ? "" : "/" ).append( component );
    return text;
@@ -41,15 +41,15 @@ std::string instead( std::string const & missing, std::string const & where, std
 }  // namespace
 
 std::vector<std::string> stateBelow( EntityManager const & database, StateComponents const & path ) {
-   std::string const above = path.empty() ? "" : joined( path ) + "/";
+   std::string const above = path.empty() ? "" : pathOf( path ) + "/";
    std::vector<std::string> names;
    for( std::string const & mounted : database.paths() ) {
-      for( std::string_view const prefix : { std::string_view(), firstCell } ) {
+      for( std::string_view const prefix : { std::string_view(), ofFirstCell } ) {
          std::string const start = std::string( prefix ) + above;
          if( !mounted.starts_with( start ) ) continue;
          std::string const rest = mounted.substr( start.size() );
          // The cell itself is no news to somebody who may leave it out.
-         if( above.empty() && prefix.empty() && mounted.starts_with( firstCell ) ) continue;
+         if( above.empty() && prefix.empty() && mounted.starts_with( ofFirstCell ) ) continue;
          names.push_back( rest.substr( 0, rest.find( '/' ) ) );
       }
    }
@@ -60,7 +60,7 @@ std::vector<std::string> stateBelow( EntityManager const & database, StateCompon
 
 std::string stateAbsence( EntityManager const & database, StateComponents const & path ) {
    if( auto const below = stateBelow( database, path ); !below.empty() )
-      return "there is no record at " + joined( path ) + "; below it there are: " + Kel::listed( below, mostNames );
+      return "there is no record at " + pathOf( path ) + "; below it there are: " + Kel::listed( below, mostNames );
    // The longest beginning that leads somewhere; without any component it is the top.
    for( std::size_t n = path.size(); n-- > 1; ) {
       StateComponents const known( path.begin(), path.begin() + static_cast<std::ptrdiff_t>( n ) );
@@ -68,10 +68,10 @@ std::string stateAbsence( EntityManager const & database, StateComponents const 
       Kel::Value const value = valueAt( database, known );
       if( names.empty() && value.isNull() ) continue;
       auto const * const object = value.as<Kel::Value::Object>();
-      if( names.empty() && !object ) return joined( known ) + " is one value, and nothing is below it";
+      if( names.empty() && !object ) return pathOf( known ) + " is one value, and nothing is below it";
       if( object )
          std::ranges::transform( *object, std::back_inserter( names ), []( auto const & m ) { return m.first; } );
-      return instead( path[n], "in " + joined( known ), names );
+      return instead( path[n], "in " + pathOf( known ), names );
    }
    return instead( path.empty() ? "" : path.front(), "at the top", stateBelow( database, {} ) );
 }

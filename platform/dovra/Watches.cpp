@@ -11,8 +11,8 @@ namespace Dovra {
 namespace {
 
 std::string withoutCell( std::string const & path ) {
-   static std::string const firstCell = "cell/0/";
-   return path.starts_with( firstCell ) ? path.substr( firstCell.size() ) : path;
+   static std::string const prefix = "cell/0/";
+   return path.starts_with( prefix ) ? path.substr( prefix.size() ) : path;
 }
 
 bool isAtOrBelow( StateComponents const & path, StateComponents const & top ) {

@@ -6,18 +6,18 @@
 namespace Kel {
 
 namespace {
-AssertSink sink = nullptr;
+AssertSink toldOfFailures = nullptr;
 }
 
-void assertSinkIs( AssertSink s ) { sink = s; }
+void assertSinkIs( AssertSink s ) { toldOfFailures = s; }
 
 void assertionFailed( char const * expression, char const * file, int line ) {
    std::fprintf( stderr, "Assertion failed: \"%s\" at %s:%d\n", expression, file, line );
    // All streams: an abort leaves in their buffers what was printed before.
    std::fflush( nullptr );
-   // Only now, when everything is said: the sink may fail in turn.
-   if( AssertSink const s = sink ) {
-      sink = nullptr;  // a sink that fails an assertion itself must not come back here
+   // Only now, when everything is said: whoever is told may fail in turn.
+   if( AssertSink const s = toldOfFailures ) {
+      toldOfFailures = nullptr;  // who fails an assertion himself must not come back here
       s( expression, file, line );
    }
    std::abort();

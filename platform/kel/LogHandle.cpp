@@ -18,14 +18,14 @@ void writeToSyslog( LogRecord const & record ) {
            static_cast<int>( record.text.size() ), record.text.data() );
 }
 
-// The sink and the registry are never destroyed: handles of a plug-in that is never unloaded go after this file's own
-// objects.
-LogSink & theSink() {
+// The sink and the list of handles are never destroyed: handles of a plug-in that is never unloaded go after the
+// objects of this file.
+LogSink & theLogSink() {
    static auto & sink = *new LogSink( writeToSyslog );
    return sink;
 }
 
-std::vector<LogHandle const *> & registry() {
+std::vector<LogHandle const *> & theLogHandles() {
    static auto & handles = *new std::vector<LogHandle const *>;
    return handles;
 }
@@ -60,10 +60,10 @@ LogHandle::LogHandle( char const * name, int severity, char const * format, char
      d2_( d2 ),
      flag_( flag ) {
    KEL_ASSERT( severity >= LOG_EMERG && severity <= LOG_DEBUG );
-   registry().push_back( this );
+   theLogHandles().push_back( this );
 }
 
-LogHandle::~LogHandle() { std::erase( registry(), this ); }
+LogHandle::~LogHandle() { std::erase( theLogHandles(), this ); }
 
 bool LogHandle::okToLog( std::string const & text ) {
    if( d1_ <= 0 ) return true;
@@ -75,11 +75,11 @@ bool LogHandle::okToLog( std::string const & text ) {
 
 void LogHandle::emit( std::vector<std::string> const & args ) {
    std::string const text = formatted( format_, args );
-   if( okToLog( text ) ) theSink()( { now(), *this, text } );
+   if( okToLog( text ) ) theLogSink()( { now(), *this, text } );
 }
 
-std::vector<LogHandle const *> const & logHandles() { return registry(); }
+std::vector<LogHandle const *> const & logHandles() { return theLogHandles(); }
 
-void logSinkIs( LogSink sink ) { theSink() = sink ? std::move( sink ) : writeToSyslog; }
+void logSinkIs( LogSink sink ) { theLogSink() = sink ? std::move( sink ) : writeToSyslog; }
 
 }  // namespace Kel

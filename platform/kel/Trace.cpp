@@ -22,7 +22,7 @@ void writeToStandardError( TraceRecord const & record ) {
 }
 
 // The sink and the handles are never destroyed: static objects of a plug-in may still trace while the process ends.
-TraceSink & theSink() {
+TraceSink & theTraceSink() {
    static auto & sink = *new TraceSink( writeToStandardError );
    return sink;
 }
@@ -65,7 +65,7 @@ std::vector<TraceHandle *> traceHandles() {
    return handles;
 }
 
-void traceSinkIs( TraceSink sink ) { theSink() = sink ? std::move( sink ) : writeToStandardError; }
+void traceSinkIs( TraceSink sink ) { theTraceSink() = sink ? std::move( sink ) : writeToStandardError; }
 
 // A stream is large and costly to make; by pointer a disabled writer is without one.
 TraceHelper::TraceHelper( TraceHandle const & handle, int level )
@@ -73,7 +73,7 @@ TraceHelper::TraceHelper( TraceHandle const & handle, int level )
 
 void TraceHelper::trace( char const * file, int line, char const * function ) {
    std::string const text = std::string( function ) + ": " + message_->str();
-   theSink()( { now(), handle_->name(), level_, text, file, line, function } );
+   theTraceSink()( { now(), handle_->name(), level_, text, file, line, function } );
 }
 
 }  // namespace Kel

@@ -10,7 +10,7 @@ namespace Kel {
 namespace {
 
 // Made on first use: types are registered by static objects of other files, whose order of construction is open.
-std::map<std::string, TypeInfo const *, std::less<>> & registry() {
+std::map<std::string, TypeInfo const *, std::less<>> & typesByName() {
    static std::map<std::string, TypeInfo const *, std::less<>> types;
    return types;
 }
@@ -45,17 +45,17 @@ AttributeInfo const * TypeInfo::attribute( std::string_view name ) const {
    return i == attributes_.end() ? nullptr : i->get();
 }
 
-void typeNodeIs( TypeInfo const & type ) { registry()[type.name()] = &type; }
+void typeNodeIs( TypeInfo const & type ) { typesByName()[type.name()] = &type; }
 
 // Another type may have taken the name since, and that one stays.
 void typeNodeDel( TypeInfo const & type ) {
-   auto const i = registry().find( type.name() );
-   if( i != registry().end() && i->second == &type ) registry().erase( i );
+   auto const i = typesByName().find( type.name() );
+   if( i != typesByName().end() && i->second == &type ) typesByName().erase( i );
 }
 
 TypeInfo const * typeNode( std::string_view name ) {
-   auto const i = registry().find( name );
-   return i == registry().end() ? nullptr : i->second;
+   auto const i = typesByName().find( name );
+   return i == typesByName().end() ? nullptr : i->second;
 }
 
 Value toValue( Entity const & e ) {

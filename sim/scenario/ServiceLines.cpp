@@ -16,7 +16,7 @@ using Lumo::IntfKind;
 namespace {
 
 constexpr char const * aUnit = "a unit's name";
-constexpr char const * anIntf = "an interface's name";
+constexpr char const * interfaceName = "an interface's name";
 // Of the 12 bits in a frame. The first and the last of them are no VLAN's id, which is the service's business to say.
 constexpr uint64_t vlanIdEnd = 4095;
 
@@ -42,7 +42,7 @@ IntfKind kind( Json const & json ) {
 }
 
 std::vector<std::string> members( Json const & json ) {
-   auto const names = texts( json, "a list of interfaces", anIntf );
+   auto const names = texts( json, "a list of interfaces", interfaceName );
    if( std::ranges::count( names, "" ) ) throw LineError( json.column, "a link has a name" );
    return names;
 }
@@ -146,7 +146,7 @@ void ServiceLines::link( Json const & byName ) {
 
 void ServiceLines::enter( Json const & unit, Json const * without ) {
    std::string const name = text( unit, aUnit );
-   auto const names = without ? texts( *without, "a list of interfaces", anIntf ) : std::vector<std::string>();
+   auto const names = without ? texts( *without, "a list of interfaces", interfaceName ) : std::vector<std::string>();
    auto const answer = runningService( unit.column ).units().enter( name, names, "maintsim" );
    if( answer.outcome == Service::UnitService::Outcome::unknownUnit ) unknownUnit( unit, name );
    print_( *value( Service::Views::request( "enter", name, answer ) ).as<Kel::Value::Object>() );

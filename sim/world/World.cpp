@@ -11,7 +11,7 @@ namespace Sim {
 namespace {
 
 // What crashed plug-ins left behind, kept so that no destructor of theirs ever runs.
-std::vector<Kel::Ptr<Kel::Dir>> & graveyard() {
+std::vector<Kel::Ptr<Kel::Dir>> & pluginDirsLeft() {
    // Reachable for ever, so that the leak checker knows that it is meant.
    static auto * const dirs = new std::vector<Kel::Ptr<Kel::Dir>>;
    return *dirs;
@@ -92,7 +92,7 @@ void World::crash() {
    agent_.crash();
    loop_.forgetAll();
    for( std::string const & path : database_->paths() ) forgetReactors( *database_->getEntity( path ) );
-   graveyard().push_back( pluginDir_ );
+   pluginDirsLeft().push_back( pluginDir_ );
    pluginDir_ = new Kel::Dir( "plugins" );
    context_ = nullptr;
 }

@@ -61,7 +61,7 @@ Service::UnitAnswer unitIn( char const * state ) {
    return unit;
 }
 
-Service::WindowAnswer window() {
+Service::WindowAnswer poisonedWindow() {
    Service::WindowInterfaceAnswer intf;
    intf.interface = "up1";
    intf.events = { Evidence::IntfEvent() };
@@ -91,7 +91,7 @@ Script hostileDaemon() {
         { poisonedReply( Service::ReadyAnswer{ "fabric", false, 1, true, 2, { "why" } } ) } },
       { "GET /v1/interfaces", { poisonedReply( Service::InterfacesAnswer{ { intf } } ) } },
       { "GET /v1/interfaces/up1", { units } },
-      { "GET /v1/windows/fabric/last", { poisonedReply( window() ) } },
+      { "GET /v1/windows/fabric/last", { poisonedReply( poisonedWindow() ) } },
       { "GET /v1/windows/rack/last", { trouble } },
       { "GET /v1/state/a", { { 200, boost::json::serialize( boost::json::value( hostile ) ) + "\r\n" } } },
       { "GET /v1/dump", { { 200, hostile, "text/plain" } } },

@@ -19,14 +19,14 @@ using ::testing::SizeIs;
 
 namespace {
 
-std::string config( std::string const & interfaces, std::string const & shutdown = "true" ) {
+std::string heldConfig( std::string const & interfaces, std::string const & shutdown = "true" ) {
    return "preserve-ipv6: true\nprofiles:\n  shut: { threshold: 100kbps, sample-interval: 1s, load-interval: 1s, "
           "shutdown: " +
           shutdown + " }\ndefault-profile: shut\ngroups:\n  g: { interfaces: [" + interfaces +
           "] }\nunits:\n  fabric: { groups: [g] }\n";
 }
 // Links are shut as soon as their unit is to leave service.
-std::string atOnce( std::string const & interfaces ) { return config( interfaces, "true, max-delay: 0s" ); }
+std::string atOnce( std::string const & interfaces ) { return heldConfig( interfaces, "true, max-delay: 0s" ); }
 
 // What a start of the machine leaves: another identity of the boot.
 std::string anotherBoot( std::string const & file ) {
@@ -90,7 +90,7 @@ TEST_F( Held, aLinkDrainsIsShutAndComesBackAsItWas ) {
    std::string const before = allOf( "up1" );
    std::string const untouched = allOf( "up2" );
    int const changes = carrierChanges( "up1" );
-   startMaintd( config( "up1" ) );
+   startMaintd( heldConfig( "up1" ) );
    pid_t const sender = send( "up1", 1, 4e6 );
    ctl( { "enter", "fabric" } );
    ASSERT_TRUE( eventually( [&] { return text( account( "fabric", "up1" ), "verdict" ) == "loud"; } ) );

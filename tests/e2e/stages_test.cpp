@@ -14,7 +14,7 @@ using ::testing::HasSubstr;
 namespace {
 
 // `onTimeout`: of a proof that may take a second.
-std::string config( std::string const & threshold, std::string const & onTimeout = "" ) {
+std::string stagesConfig( std::string const & threshold, std::string const & onTimeout = "" ) {
    std::string const verify = onTimeout.empty() ? "" : ", timeout: 1s, on-timeout: " + onTimeout;
    return "profiles:\n  quick: { threshold: " + threshold +
           ", sample-interval: 1s, load-interval: 2s }\n"
@@ -60,7 +60,7 @@ class Stages : public Box {
 };
 
 TEST_F( Stages, aChangedThresholdHasToBeProvenAndABadFileChangesNothing ) {
-   startMaintd( config( "100kbps" ) );
+   startMaintd( stagesConfig( "100kbps" ) );
    ASSERT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } ).status, 0 );
    auto const shownNow = [&]( char const * member ) {
       return account( "fabric", "up1" ).at( member ).to_number<double>();
@@ -69,7 +69,7 @@ TEST_F( Stages, aChangedThresholdHasToBeProvenAndABadFileChangesNothing ) {
    auto const threshold = [&] { return shownNow( "thresholdBitsRate" ); };
    double const proven = since();
 
-   changeConfig( config( "100furlongs" ) );
+   changeConfig( stagesConfig( "100furlongs" ) );
    EXPECT_TRUE( logSays( "reload: refused, asked for by SIGHUP: " + path( "maintd.yaml" ) + ":2:23: " ) );
    auto const refused = maintctl( { "reload" } );
    EXPECT_EQ( refused.status, 4 );
@@ -78,7 +78,7 @@ TEST_F( Stages, aChangedThresholdHasToBeProvenAndABadFileChangesNothing ) {
    EXPECT_EQ( since(), proven );
    EXPECT_EQ( threshold(), 100e3 );
 
-   changeConfig( config( "50kbps" ) );
+   changeConfig( stagesConfig( "50kbps" ) );
    ASSERT_TRUE( logSays( "maintd: reload: done, asked for by SIGHUP" ) );
    auto const asked = maintctl( { "ready", "fabric" } );
    EXPECT_EQ( asked.status, 1 );
@@ -94,7 +94,7 @@ TEST_F( Stages, aChangedThresholdHasToBeProvenAndABadFileChangesNothing ) {
 }
 
 TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
-   startMaintd( config( "100kbps", "hold" ) );
+   startMaintd( stagesConfig( "100kbps", "hold" ) );
    pid_t sender = send( "up1", 1, 4e6 );
    enterWithTraffic();
    ASSERT_TRUE( logSays( "unit fabric: deadline: " ) );
@@ -107,7 +107,7 @@ TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
    exit();
    EXPECT_THAT( reported(), HasSubstr( "generation 1: completed" ) );
 
-   reload( config( "100kbps", "rollback" ) );
+   reload( stagesConfig( "100kbps", "rollback" ) );
    sender = send( "up1", 1, 4e6 );
    enterWithTraffic();
    auto const rolledBack = maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } );
@@ -116,7 +116,7 @@ TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
    EXPECT_TRUE( eventually( [&] { return state( "fabric" ) == "active"; } ) );
    EXPECT_THAT( reported(), AllOf( HasSubstr( "generation 3: rolled back" ), HasSubstr( "timed out" ) ) );
 
-   reload( config( "100kbps", "continue" ) );
+   reload( stagesConfig( "100kbps", "continue" ) );
    enterWithTraffic();
    auto const unproven = maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } );
    EXPECT_EQ( unproven.status, 0 );
@@ -129,7 +129,7 @@ TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
 }
 
 TEST_F( Stages, aStayIsKeptAsAPageForTheChangeTicket ) {
-   startMaintd( config( "100kbps" ) );
+   startMaintd( stagesConfig( "100kbps" ) );
    EXPECT_EQ( maintctl( { "report", "fabric" } ).status, 1 );
    ASSERT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } ).status, 0 );
    exit();

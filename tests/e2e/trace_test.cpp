@@ -13,7 +13,7 @@ using ::testing::Not;
 
 namespace {
 
-constexpr char const * config = R"(
+constexpr char const * ringConfig = R"(
 profiles:
   quick: { threshold: 100kbps, sample-interval: 1s, load-interval: 3s }
 default-profile: quick
@@ -33,7 +33,7 @@ class Trace : public Box {
    }
    // Until the link counts as up, entering monitors nothing.
    void start( std::vector<std::string> const & more = {} ) {
-      startMaintd( config, more );
+      startMaintd( ringConfig, more );
       ASSERT_TRUE( eventually( [&] { return shown( "up1" ).at( "operStatus" ).as_string() == "up"; } ) );
    }
    // One line per message.

@@ -12,8 +12,6 @@ namespace Host {
 
 namespace {
 
-using State = RequestReader::State;
-
 std::string message( RequestReader const & reader, HttpAnswer const & answer, bool keepAlive ) {
    return httpHead( answer, keepAlive, 0 ) + ( reader.headOnly() ? "" : answer.body );
 }
@@ -23,8 +21,9 @@ std::string message( RequestReader const & reader, HttpAnswer const & answer, bo
 std::string answersTo( std::string_view bytes, std::size_t pieceSize, HttpHandler const & handler ) {
    RequestReader reader;
    std::string answers;
-   while( reader.state() != State::refused && !( bytes.empty() && reader.state() == State::idle ) ) {
-      if( reader.state() == State::complete ) {
+   while( reader.state() != RequestReader::State::refused &&
+          !( bytes.empty() && reader.state() == RequestReader::State::idle ) ) {
+      if( reader.state() == RequestReader::State::complete ) {
          bool const keepAlive = reader.keepAlive();
          answers += message( reader, handler( reader.request() ), keepAlive );
          if( !keepAlive ) return answers;
@@ -43,7 +42,7 @@ std::string answersTo( std::string_view bytes, std::size_t pieceSize, HttpHandle
       bytes.remove_prefix( taken );
       reader.received( taken );
    }
-   if( reader.state() == State::refused ) answers += message( reader, reader.refusal(), false );
+   if( reader.state() == RequestReader::State::refused ) answers += message( reader, reader.refusal(), false );
    return answers;
 }
 

@@ -12,7 +12,6 @@ namespace Host {
 
 using Kel::AttributeInfo;
 using Kel::Value;
-using Kind = AttributeInfo::Kind;
 
 namespace {
 
@@ -31,7 +30,8 @@ void untilTaken( Do const & act ) {
 
 void RandomRecords::fill( Kel::Entity & e ) {
    for( auto const & attribute : e.kelTypeInfo().attributes() ) {
-      if( attribute->kind() == Kind::scalar || attribute->kind() == Kind::counter ) scalarIs( e, *attribute );
+      if( attribute->kind() == AttributeInfo::Kind::scalar || attribute->kind() == AttributeInfo::Kind::counter )
+         scalarIs( e, *attribute );
       if( !attribute->keyed() ) continue;
       for( auto n = random_() % 4; n > 0; --n ) entryIs( e, *attribute );
    }
@@ -53,7 +53,7 @@ void RandomRecords::changeEntry( Kel::Entity & e, AttributeInfo const & attribut
    std::string const & one = keys[random_() % keys.size()];
    if( oneIn( 3 ) ) return attribute.entryDel( e, one );
    if( auto const child = attribute.child( e, one ) ) return change( *child );
-   if( attribute.kind() == Kind::set ) return;
+   if( attribute.kind() == AttributeInfo::Kind::set ) return;
    untilTaken( [&] { attribute.entryIs( e, one, like( attribute.entry( e, one ) ) ); } );
 }
 
@@ -63,7 +63,7 @@ void RandomRecords::scalarIs( Kel::Entity & e, AttributeInfo const & attribute )
 
 void RandomRecords::entryIs( Kel::Entity & e, AttributeInfo const & attribute ) {
    bool const inDir = dynamic_cast<Kel::Dir const *>( &e ) != nullptr;
-   if( attribute.kind() != Kind::children ) return plainEntryIs( e, attribute );
+   if( attribute.kind() != AttributeInfo::Kind::children ) return plainEntryIs( e, attribute );
    std::string const name = key( attribute.keyTypeName() );
    auto const & ofDir = e.name() == "cause" ? Errdisable::CauseStatus::kelType() : Errdisable::CauseGroup::kelType();
    auto const child = inDir ? ofDir.newEntity( name ) : attribute.newChild( name );

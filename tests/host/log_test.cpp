@@ -52,7 +52,7 @@ void makeTerminal( Ends & ends ) {
    ASSERT_EQ( openpty( &ends.reader, &ends.writer, nullptr, &raw, nullptr ), 0 );
 }
 
-struct Kind {
+struct UnreadKind {
    char const * name;
    void ( *make )( Ends & ends );
    bool openedAgain = true;  // it can be, as a pipe of another user cannot
@@ -76,7 +76,7 @@ std::string lineOf( int number ) { return "line " + std::to_string( number ) + "
 
 }  // namespace
 
-class UnreadError : public ::testing::TestWithParam<Kind> {
+class UnreadError : public ::testing::TestWithParam<UnreadKind> {
  protected:
    void SetUp() override {
       ASSERT_NO_FATAL_FAILURE( GetParam().make( ends ) );
@@ -130,8 +130,10 @@ TEST_P( UnreadError, doesNotEndWhenItsReaderHasGone ) {
 }
 
 INSTANTIATE_TEST_SUITE_P( StandardError, UnreadError,
-                          ::testing::Values( Kind{ "pipe", makePipe }, Kind{ "pipeOfAnother", makePipe, false },
-                                             Kind{ "socket", makeSocket }, Kind{ "terminal", makeTerminal } ),
+                          ::testing::Values( UnreadKind{ "pipe", makePipe },
+                                             UnreadKind{ "pipeOfAnother", makePipe, false },
+                                             UnreadKind{ "socket", makeSocket },
+                                             UnreadKind{ "terminal", makeTerminal } ),
                           []( auto const & tested ) { return tested.param.name; } );
 
 TEST( StandardError, isWrittenOnByTheLoopWhenItIsReadAgain ) {

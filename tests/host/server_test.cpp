@@ -22,7 +22,7 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 namespace fs = std::filesystem;
 
-std::string const get = "GET /a HTTP/1.1\r\nHost: x\r\n\r\n";
+std::string const getA = "GET /a HTTP/1.1\r\nHost: x\r\n\r\n";
 
 // Asked for only where something changes, as the name may come from far away.
 TEST_F( HttpServerTest, saysWhoAsksForAChange ) {
@@ -32,7 +32,7 @@ TEST_F( HttpServerTest, saysWhoAsksForAChange ) {
       return HttpAnswer();
    };
    auto const running = server();
-   auto client = asking( get + "POST /b?c=d HTTP/1.1\r\nHost: x\r\nContent-Length: 0\r\n\r\n" );
+   auto client = asking( getA + "POST /b?c=d HTTP/1.1\r\nHost: x\r\nContent-Length: 0\r\n\r\n" );
    ASSERT_TRUE( runUntil( [&] { return requests.size() == 2; } ) );
    EXPECT_EQ( requests[0].method, "GET" );
    EXPECT_EQ( requests[0].user, "" );
@@ -77,7 +77,7 @@ TEST_F( HttpServerTest, theConnectionTooManyIsToldSo ) {
    auto two = connected();
    // Of these, one is parted with and the other cut off at once.
    auto three = asking( "POST /a HTTP/1.1\r\nHost: x\r\nContent-Length: 60000\r\n\r\n" );
-   auto four = asking( get );
+   auto four = asking( getA );
    EXPECT_THAT( said( three ), StartsWith( "HTTP/1.1 503 " ) );
    EXPECT_THAT( said( four ), HasSubstr( "has 2 connections already" ) );
    // The one that is still sending does not lose its answer by that.
@@ -85,7 +85,7 @@ TEST_F( HttpServerTest, theConnectionTooManyIsToldSo ) {
    one.close();
    three.close();
    ASSERT_TRUE( runUntil( [&] {
-      auto five = asking( get );
+      auto five = asking( getA );
       std::string text;
       runUntil( [&] { return drained( five, text ) || !text.empty(); } );
       return text.starts_with( "HTTP/1.1 200 " );
@@ -110,7 +110,7 @@ TEST_F( HttpServerTest, whoIsTooSlowIsCutOff ) {
    limits_ = { .idle = milliseconds( 50 ) };
    running.reset();
    running = server();
-   auto idle = asking( get );
+   auto idle = asking( getA );
    answer = said( idle );
    EXPECT_THAT( answer, StartsWith( "HTTP/1.1 200 " ) );
    EXPECT_EQ( answer.find( "HTTP/1.1", 1 ), std::string::npos ) << answer;
@@ -126,17 +126,17 @@ TEST_F( HttpServerTest, whoDoesNotReadIsCutOffAndTakesNoMoreThanHisShare ) {
       return HttpAnswer{ .body = request.method == "POST" ? "" : std::string( 2'000'000, 'x' ) };
    };
    auto const running = server();
-   auto client = asking( get + get );
+   auto client = asking( getA + getA );
    ASSERT_TRUE( runUntil( [&] { return made == 1; } ) );
    // As long as that answer is not read no other is made, not even for the same client.
-   auto other = asking( get );
+   auto other = asking( getA );
    EXPECT_THAT( said( other ), StartsWith( "HTTP/1.1 503 " ) );
    auto const change = asking( "POST /a HTTP/1.1\r\nHost: x\r\n\r\n" );
    EXPECT_TRUE( runUntil( [&] { return made == 2; } ) );
    // The reader is given up: the rest of his answer does not come, and the room is there again.
    ASSERT_TRUE( runUntil( [&] { return givenUp( client ); } ) );
    EXPECT_LT( said( client ).size(), 2'000'000u );
-   auto const next = asking( get );
+   auto const next = asking( getA );
    EXPECT_TRUE( runUntil( [&] { return made == 3; } ) );
 }
 
@@ -155,7 +155,7 @@ TEST_F( HttpServerTest, withoutDescriptorsItSaysSoAndDoesNotSpin ) {
       ASSERT_EQ( all.error(), EMFILE );
       for( auto * const client : { &one, &two } ) {
          client->connect( Protocol::endpoint( path_ ) );
-         boost::asio::write( *client, boost::asio::buffer( get ) );
+         boost::asio::write( *client, boost::asio::buffer( getA ) );
       }
       EXPECT_THAT( said( one ), HasSubstr( "no descriptor left" ) );
       EXPECT_THAT( said( two ), StartsWith( "HTTP/1.1 503 " ) );
@@ -166,7 +166,7 @@ TEST_F( HttpServerTest, withoutDescriptorsItSaysSoAndDoesNotSpin ) {
       }
       EXPECT_LT( handlers, 20 );
       three.connect( Protocol::endpoint( path_ ) );
-      boost::asio::write( three, boost::asio::buffer( get ) );
+      boost::asio::write( three, boost::asio::buffer( getA ) );
       EXPECT_THAT( said( three ), HasSubstr( "no descriptor left" ) );
    }
    auto four = asking( "GET /a HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n" );
@@ -301,7 +301,7 @@ TEST_F( HttpServerTest, aCrowdOfClientsKeepsNoSampleWaiting ) {
       for( auto & client : slow ) {
          static_cast<void>( !::send( client.native_handle(), &request[burst], 1, MSG_NOSIGNAL | MSG_DONTWAIT ) );
       }
-      for( int i = 0; i < 50; ++i ) crowd.push_back( asking( get ) );
+      for( int i = 0; i < 50; ++i ) crowd.push_back( asking( getA ) );
       // The sample becomes due behind all of them.
       while( activityLoop_.clock()->now() < sampler.due() ) continue;
       std::size_t const before = sampler.samples;

@@ -15,7 +15,7 @@ using ::testing::StartsWith;
 std::string const watch = "GET /w HTTP/1.1\r\nHost: x\r\n\r\n";
 
 // The server's end of it: lines that a test adds, for all streams alike, from the beginning.
-class Lines {
+class LineSource {
  public:
    class Stream;
 
@@ -29,9 +29,9 @@ class Lines {
    std::size_t largestAsked = 0;  // bytes
 };
 
-class Lines::Stream final : public HttpStream {
+class LineSource::Stream final : public HttpStream {
  public:
-   explicit Stream( Lines & source ) : source_( source ) { source_.open.insert( this ); }
+   explicit Stream( LineSource & source ) : source_( source ) { source_.open.insert( this ); }
    ~Stream() override { source_.open.erase( this ); }
    std::string next( std::size_t bytes ) override {
       EXPECT_TRUE( Kel::activityLoop().inTurn() );
@@ -49,25 +49,25 @@ class Lines::Stream final : public HttpStream {
    std::function<void()> more_;
 
  private:
-   Lines & source_;
+   LineSource & source_;
    std::size_t place_ = 0;
    bool stopping_ = false;
    bool saidSo_ = false;
 };
 
-void Lines::add( std::string const & text ) {
+void LineSource::add( std::string const & text ) {
    lines.push_back( text );
    tellAll();
 }
 
-void Lines::tellAll() const {
+void LineSource::tellAll() const {
    for( Stream * const stream : open ) stream->more_();
 }
 
 class HttpStreams : public HttpServerTest {
  protected:
    HttpStreams() {
-      handler_ = [this]( HttpRequest const & ) { return httpLines( std::make_shared<Lines::Stream>( lines_ ) ); };
+      handler_ = [this]( HttpRequest const & ) { return httpLines( std::make_shared<LineSource::Stream>( lines_ ) ); };
    }
    // What was read of it so far, with the server's loop running.
    std::string soFar( Protocol::socket & client, std::string const & end ) {
@@ -75,7 +75,7 @@ class HttpStreams : public HttpServerTest {
       EXPECT_TRUE( runUntil( [&] { return drained( client, text ) || text.ends_with( end ); } ) ) << text;
       return text;
    }
-   Lines lines_;
+   LineSource lines_;
 };
 
 TEST_F( HttpStreams, comeInChunksAsTheyComeAbout ) {

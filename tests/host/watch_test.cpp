@@ -15,7 +15,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
-using Lines = std::vector<std::string>;
+using WatchedLines = std::vector<std::string>;
 
 class WatchTest : public ::testing::Test, protected ApiBox {
  protected:
@@ -39,12 +39,12 @@ class WatchTest : public ::testing::Test, protected ApiBox {
       return answer.stream;
    }
    // What it says next, without times: "7 change [\"a\",\"b\"] null".
-   Lines said( HttpStream & stream, std::size_t bytes = 16 * 1024 ) {
+   WatchedLines said( HttpStream & stream, std::size_t bytes = 16 * 1024 ) {
       std::string text;
       loop_.turn( [&] {
          for( std::string piece; !( piece = stream.next( bytes ) ).empty(); ) text += piece;
       } );
-      Lines lines;
+      WatchedLines lines;
       for( std::size_t end = 0; ( end = text.find( '\n' ) ) != std::string::npos; text.erase( 0, end + 1 ) ) {
          auto const line = boost::json::parse( text.substr( 0, end ) ).as_object();
          std::string said = boost::json::serialize( line.at( "seq" ) );
@@ -75,11 +75,12 @@ TEST_F( WatchTest, beginsWithWhatIsThereAndGoesOnAfterWhatWasRead ) {
    } );
    groupDel( "g" );
    EXPECT_EQ( told, 1 );
-   Lines const changes{ "2 change [\"group/status/interface\",\"status\",\"g\"] {\"intf\":{}}",
-                        "3 change [\"group/status/interface\",\"status\",\"g\",\"intf\",\"Ethernet1/1\"] true",
-                        "4 change [\"group/status/interface\",\"status\",\"g\"] null" };
+   WatchedLines const changes{ "2 change [\"group/status/interface\",\"status\",\"g\"] {\"intf\":{}}",
+                               "3 change [\"group/status/interface\",\"status\",\"g\",\"intf\",\"Ethernet1/1\"] true",
+                               "4 change [\"group/status/interface\",\"status\",\"g\"] null" };
    EXPECT_EQ( said( *all ), changes );
-   EXPECT_EQ( said( *watched( "/group/status/interface?after=2" ) ), Lines( changes.begin() + 1, changes.end() ) );
+   EXPECT_EQ( said( *watched( "/group/status/interface?after=2" ) ),
+              WatchedLines( changes.begin() + 1, changes.end() ) );
    EXPECT_THAT( said( *watched( "/group/status/interface?after=4" ) ), IsEmpty() );
    // Of the rest nobody knows what has changed since.
    EXPECT_EQ( statusOf( "?after=4" ), 410u );
@@ -167,8 +168,8 @@ class ChangesTest : public WatchTest {
    struct Model {
       std::unique_ptr<ChangeReader> reader;
       std::string top;  // as JSON
-      Lines expected;
-      Lines read;
+      WatchedLines expected;
+      WatchedLines read;
    };
    void changeIs( std::string const & path, std::string const & value ) {
       for( Model & each : models_ ) {
