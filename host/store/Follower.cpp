@@ -8,7 +8,7 @@ namespace Host {
 
 Follower::Follower( FollowerListener & listener, Kel::Ptr<Kel::Entity> const & entity, std::string path, In in,
                     bool intfNamed )
-   : listener_( listener ), entity_( entity ), path_( std::move( path ) ), in_( in ), intfNamed_( intfNamed ) {
+   : listener_( listener ), entity_( entity ), in_( in ), intfNamed_( intfNamed ), path_( std::move( path ) ) {
    entity_->watcherIs( *this );
    listener_.followed( *this );
    for( auto const & attribute : entity_->kelTypeInfo().attributes() ) {

@@ -4,6 +4,8 @@
 // neither rows nor the store. What an entity that goes took with it is told once, by its own path.
 #pragma once
 
+#include <boost/intrusive/list.hpp>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -29,9 +31,18 @@ class FollowerListener {
    virtual void gone( std::string const & path ) = 0;
 };
 
-class Follower final : public Kel::Watcher {
+// In one of its owner's lists at a time, from which it goes with its end.
+using FollowerHook = boost::intrusive::list_base_hook<boost::intrusive::link_mode<boost::intrusive::auto_unlink>>;
+
+class Follower final : public Kel::Watcher, public FollowerHook {
  public:
-   enum class In { database, dir, record };  // what an entity is in: mounted, a directory of any type, another record
+   // What its owner has noted of it.
+   enum class Noted : uint8_t { nothing, passing, now };
+   enum class In : uint8_t {
+      database,
+      dir,
+      record
+   };  // what an entity is in: mounted, a directory of any type, another record
 
    // `listener` outlives this. `intfNamed`: the key of the entity is an interface.
    Follower( FollowerListener & listener, Kel::Ptr<Kel::Entity> const & entity, std::string path, In in,
@@ -43,6 +54,14 @@ class Follower final : public Kel::Watcher {
    [[nodiscard]] In in() const { return in_; }
    [[nodiscard]] bool intfNamed() const { return intfNamed_; }
 
+   // Where something is noted, it does not tell of attributes that change with every sample: that saves each sample a
+   // dozen calls.
+   [[nodiscard]] Noted noted() const { return noted_; }
+   void notedIs( Noted noted ) {
+      noted_ = noted;
+      entity_->watcherHearsPassingIs( *this, noted == Noted::nothing );
+   }
+
    void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute, std::string const * key ) override;
 
  private:
@@ -51,9 +70,10 @@ class Follower final : public Kel::Watcher {
 
    FollowerListener & listener_;
    Kel::Ptr<Kel::Entity> const entity_;
-   std::string const path_;
+   Noted noted_ = Noted::nothing;
    In const in_;
    bool const intfNamed_;
+   std::string const path_;
    std::map<std::pair<Kel::AttributeInfo const *, std::string>, std::unique_ptr<Follower>> below_;
 };
 

@@ -61,6 +61,8 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
 
  private:
    using Kind = std::pair<uint8_t, uint16_t>;  // and the VLAN id
+   using Followers = boost::intrusive::list<Follower, boost::intrusive::constant_time_size<false>>;
+   using Noted = Follower::Noted;
 
    class Timer final : public Kel::Clock::NotifieeConst {
     public:
@@ -85,6 +87,7 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    void forgotten( Follower & follower ) override;
    void gone( std::string const & path ) override;
 
+   void note( Follower & follower, Noted how );
    [[nodiscard]] bool anythingNoted() const;
    bool commit();
    [[nodiscard]] Store::Changes collect() const;
@@ -94,11 +97,11 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    void succeeded( Store::Changes const & changes );
 
    Parts const parts_;
-   std::unordered_set<std::string> restored_;      // paths of rows whose record is not followed yet
-   std::unordered_map<std::string, Kind> kinds_;   // as they are in the store, by the interface's name
-   std::unordered_set<Follower const *> noted_;    // to be on disk at the end of the turn
-   std::unordered_set<Follower const *> passing_;  // to be on disk with the next transaction
-   std::set<std::string> deleted_;                 // paths
+   std::unordered_set<std::string> restored_;     // paths of rows whose record is not followed yet
+   std::unordered_map<std::string, Kind> kinds_;  // as they are in the store, by the interface's name
+   Followers noted_;                              // to be on disk at the end of the turn
+   Followers passing_;                            // to be on disk with the next transaction
+   std::set<std::string> deleted_;                // paths
    SeriesTurns series_;
    std::string trouble_;
    double pause_ = 0;  // s, before it was tried last
@@ -155,27 +158,30 @@ void Keeper::Impl::followed( Follower & follower ) {
    bool const inStore = restored_.erase( follower.path() ) > 0;
    series_.add( follower, inStore );
    if( inStore || !Records::hasRow( follower.entity(), follower.in() == Follower::In::database ) ) return;
-   noted_.insert( &follower );
+   note( follower, Noted::now );
    due();
 }
 
 void Keeper::Impl::changed( Follower & follower, Kel::AttributeInfo const & attribute ) {
-   if( Records::isPassing( follower.entity(), attribute ) ) {
-      passing_.insert( &follower );
+   if( attribute.passing() ) {
+      note( follower, Noted::passing );
       if( passingDue_.timeMin() == Kel::never ) passingDue_.timeMinIs( Kel::now() + passingSeconds );
       return;
    }
    bool const ofWindow = dynamic_cast<Evidence::Window const *>( &follower.entity() ) != nullptr;
    if( ofWindow && ( attribute.name() == "stageRun" || attribute.name() == "outcome" ) ) series_.windowDue( follower );
-   noted_.insert( &follower );
+   note( follower, Noted::now );
    due();
 }
 
-void Keeper::Impl::forgotten( Follower & follower ) {
-   noted_.erase( &follower );
-   passing_.erase( &follower );
-   series_.remove( follower );
+void Keeper::Impl::note( Follower & follower, Noted how ) {
+   if( follower.noted() >= how ) return;
+   follower.unlink();
+   ( how == Noted::now ? noted_ : passing_ ).push_back( follower );
+   follower.notedIs( how );
 }
+
+void Keeper::Impl::forgotten( Follower & follower ) { series_.remove( follower ); }
 
 void Keeper::Impl::gone( std::string const & path ) {
    deleted_.insert( path );
@@ -217,9 +223,8 @@ Store::Changes Keeper::Impl::collect() const {
    Store::Changes changes;
    changes.deleted.assign( deleted_.begin(), deleted_.end() );
    std::set<std::string> names;
-   for( Follower const * const follower : noted_ ) collectRow( *follower, changes, names );
-   for( Follower const * const follower : passing_ ) {
-      if( !noted_.contains( follower ) ) collectRow( *follower, changes, names );
+   for( Followers const * const all : { &noted_, &passing_ } ) {
+      for( Follower const & follower : *all ) collectRow( follower, changes, names );
    }
    for( Follower const * const follower : series_.due() ) {
       // An empty one says no more than none.
@@ -267,8 +272,9 @@ void Keeper::Impl::failed( std::string const & why ) {
 }
 
 void Keeper::Impl::succeeded( Store::Changes const & changes ) {
-   noted_.clear();
-   passing_.clear();
+   for( Followers * const all : { &noted_, &passing_ } ) {
+      all->clear_and_dispose( []( Follower * follower ) { follower->notedIs( Noted::nothing ); } );
+   }
    deleted_.clear();
    series_.written();
    for( auto const & [name, kind, vlanId] : changes.declared ) kinds_[name] = { kind, vlanId };

@@ -176,17 +176,6 @@ bool inRow( AttributeInfo const & attribute ) {
    return false;
 }
 
-bool isPassing( Kel::Entity const & e, AttributeInfo const & attribute ) {
-   static std::set<std::pair<std::string, std::string>> const passing = {
-      { Maintenance::MonIntfStatus::kelTypeName(), "curRates" },
-      { Maintenance::MonIntfStatus::kelTypeName(), "prevRates" },
-      { Maintenance::MonIntfStatus::kelTypeName(), "lastSampleTime" },
-      { Maintenance::Unit::Status::kelTypeName(), "aggTrafficRate" },
-   };
-   if( attribute.kind() == AttributeInfo::Kind::counter ) return true;
-   return passing.contains( { e.kelTypeInfo().name(), attribute.name() } );
-}
-
 bool hasRow( Kel::Entity const & e, bool mounted ) {
    // One that is in a collection is kept for being there.
    if( !mounted ) return true;

@@ -29,8 +29,6 @@ namespace Host::Records {
 
 // Whether it is part of its entity's row.
 [[nodiscard]] bool inRow( Kel::AttributeInfo const & attribute );
-// Whether it changes with every sample, and need not be on disk at once: counters, rates and their times.
-[[nodiscard]] bool isPassing( Kel::Entity const & e, Kel::AttributeInfo const & attribute );
 // Whether there is anything to keep but what is below it.
 [[nodiscard]] bool hasRow( Kel::Entity const & e, bool mounted );
 

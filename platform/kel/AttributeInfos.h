@@ -35,8 +35,8 @@ inline constexpr bool isSeries<std::vector<T>> = true;
 template<class Self, class T, class Get, class Set>
 class ScalarInfo final : public AttributeInfo {
  public:
-   ScalarInfo( char const * name, Kind kind, Get get, Set set )
-      : AttributeInfo( name, kind, ValueTraits<T>::typeName() ), get_( get ), set_( set ) {}
+   ScalarInfo( char const * name, Kind kind, bool passing, Get get, Set set )
+      : AttributeInfo( name, kind, ValueTraits<T>::typeName(), {}, passing ), get_( get ), set_( set ) {}
 
    Value get( Entity const & e ) const override { return ValueTraits<T>::toValue( get_( self( e ) ) ); }
    void set( Entity & e, Value const & value ) const override {

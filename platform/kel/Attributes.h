@@ -20,8 +20,10 @@
 // and xIteratorConst(), the handlers onX( key ), called after the change, and onXkelImmediate(), called once when a
 // reactor is attached to a collection that already has entries. KEL_REF( Kel::Ptr<T>, x ) holds a reference that is not
 // owned as a child and does not notify. KEL_ATTR_HANDLED( T, x, handleX ) is for a machine that acts on its own
-// attribute: the mutator ends with handleX(). KEL_ATTR_BY and KEL_REF_BY reflect what a class keeps in its own way.
-// KEL_MACHINE stands for KEL_ENTITY where the class writes its own constructors.
+// attribute: the mutator ends with handleX(). KEL_PASSING and KEL_PASSING_NOTIFY are KEL_ATTR and KEL_ATTR_NOTIFY for
+// what changes with every sample, as counters do: watchers may stop their ears to it. KEL_ATTR_BY and KEL_REF_BY
+// reflect what a class keeps in its own way. KEL_MACHINE stands for KEL_ENTITY where the class writes its own
+// constructors.
 //
 // KEL_TYPE( MonIntfStatus ) in one source file gives the type its reflection, once in the program.
 #pragma once
@@ -51,8 +53,9 @@ template<class Self>
 }
 
 template<class Self, class T, class Get, class Set>
-std::unique_ptr<AttributeInfo> scalarInfo( char const * name, AttributeInfo::Kind kind, Get get, Set set ) {
-   return std::make_unique<ScalarInfo<Self, T, Get, Set>>( name, kind, get, set );
+std::unique_ptr<AttributeInfo> scalarInfo( char const * name, AttributeInfo::Kind kind, bool passing, Get get,
+                                           Set set ) {
+   return std::make_unique<ScalarInfo<Self, T, Get, Set>>( name, kind, passing, get, set );
 }
 template<class Self, class Get>
 std::unique_ptr<AttributeInfo> referenceInfo( char const * name, Get get ) {
@@ -122,15 +125,15 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
          type.attributeIs( INFO );                                                                       \
       }
 
-#define KEL_SCALAR_INFO( TYPE, NAME, KIND )                                                              \
-   KEL_DESCRIBE( ( ::Kel::scalarInfo<KelSelf, TYPE>( #NAME, ::Kel::AttributeInfo::Kind::KIND,            \
+#define KEL_SCALAR_INFO( TYPE, NAME, KIND, PASSING )                                                     \
+   KEL_DESCRIBE( ( ::Kel::scalarInfo<KelSelf, TYPE>( #NAME, ::Kel::AttributeInfo::Kind::KIND, PASSING,   \
       []( KelSelf const & e ) -> TYPE const & { return e.NAME##_; },                                     \
       []( KelSelf & e, TYPE const & value ) { e.NAME##Is( value ); } ) ) )
 
-#define KEL_SCALAR( TYPE, NAME, KIND, HANDLER, DELIVER )                                                 \
+#define KEL_SCALAR( TYPE, NAME, KIND, PASSING, HANDLER, DELIVER )                                        \
    KEL_LINK_OPEN( NAME )                                                                                 \
       HANDLER                                                                                            \
-      KEL_SCALAR_INFO( TYPE, NAME, KIND )                                                                \
+      KEL_SCALAR_INFO( TYPE, NAME, KIND, PASSING )                                                       \
    KEL_LINK_CLOSE( NAME )                                                                                \
    [[nodiscard]] TYPE const & NAME() const { return NAME##_; }                                           \
    void NAME##Is( TYPE const & value ) {                                                                 \
@@ -143,24 +146,29 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
    TYPE NAME##_{};                                                                                       \
  public:
 
-#define KEL_ATTR( TYPE, NAME )                                                                           \
-   KEL_SCALAR( TYPE, NAME, scalar, , kelChangedQuietly<KelLink_##NAME>(); )
+#define KEL_QUIET( TYPE, NAME, KIND, PASSING )                                                           \
+   KEL_SCALAR( TYPE, NAME, KIND, PASSING, , ( kelChangedQuietly<KelLink_##NAME, PASSING>() ); )
 
-#define KEL_ATTR_NOTIFY( TYPE, NAME, ON )                                                                \
-   KEL_SCALAR( TYPE, NAME, scalar, virtual void ON() {},                                                 \
-      kelChanged<KelLink_##NAME>( []( KelLink_##NAME & n ) { n.ON(); } ); )
+#define KEL_NOTIFYING( TYPE, NAME, PASSING, ON )                                                         \
+   KEL_SCALAR( TYPE, NAME, scalar, PASSING, virtual void ON() {},                                        \
+      ( kelChanged<KelLink_##NAME, PASSING>( []( KelLink_##NAME & n ) { n.ON(); } ) ); )
+
+#define KEL_ATTR( TYPE, NAME ) KEL_QUIET( TYPE, NAME, scalar, false )
+#define KEL_ATTR_NOTIFY( TYPE, NAME, ON ) KEL_NOTIFYING( TYPE, NAME, false, ON )
+#define KEL_PASSING( TYPE, NAME ) KEL_QUIET( TYPE, NAME, scalar, true )
+#define KEL_PASSING_NOTIFY( TYPE, NAME, ON ) KEL_NOTIFYING( TYPE, NAME, true, ON )
 
 // The change is acted on by the entity itself: HANDLER is one of its own operations. The dispatch covers both lines,
 // because a watcher may drop the entity before its handler has run.
 #define KEL_ATTR_HANDLED( TYPE, NAME, HANDLER )                                                          \
-   KEL_SCALAR( TYPE, NAME, scalar, ,                                                                     \
+   KEL_SCALAR( TYPE, NAME, scalar, false, ,                                                              \
       ::Kel::Dispatch const dispatch;                                                                    \
-      kelChangedQuietly<KelLink_##NAME>();                                                               \
+      ( kelChangedQuietly<KelLink_##NAME, false>() );                                                    \
       HANDLER(); )
 
 // The sum is cast back because narrow types add up as int; a counter wraps like its type.
 #define KEL_COUNTER( TYPE, NAME )                                                                        \
-   KEL_SCALAR( TYPE, NAME, counter, , kelChangedQuietly<KelLink_##NAME>(); )                             \
+   KEL_QUIET( TYPE, NAME, counter, true )                                                                \
    void NAME##Inc( TYPE n ) { NAME##Is( static_cast<TYPE>( NAME##_ + n ) ); }
 
 // Tells nobody, watchers neither: who refers to whom is wiring, which is read when somebody needs it.
@@ -180,7 +188,7 @@ std::unique_ptr<AttributeInfo> childrenInfo( char const * name, char const * key
 // reference with a reader.
 #define KEL_ATTR_BY( TYPE, NAME )                                                                        \
    KEL_LINK_OPEN( NAME )                                                                                 \
-      KEL_DESCRIBE( ( ::Kel::scalarInfo<KelSelf, TYPE>( #NAME, ::Kel::AttributeInfo::Kind::scalar,       \
+      KEL_DESCRIBE( ( ::Kel::scalarInfo<KelSelf, TYPE>( #NAME, ::Kel::AttributeInfo::Kind::scalar, false, \
          []( KelSelf const & e ) { return e.NAME(); },                                                   \
          []( KelSelf & e, TYPE const & value ) { e.NAME##Is( value ); } ) ) )                            \
    KEL_LINK_CLOSE( NAME )

@@ -3,7 +3,9 @@
 // Records, directories and machines are entities. An entity is owned by the references to it (usually one, held by the
 // collection that it is in) and keeps a list of the reactors that watch it. The rule of delivery stands in
 // kel/Notifiee.h. Watchers see every change of every attribute by name, before the reactors do: they are how the store,
-// the API and the simulator follow records without knowing their types.
+// the API and the simulator follow records without knowing their types. One that keeps books, and has noted that an
+// entity changes with every sample, stops its ears to that until it looks again: then such a write asks one word of the
+// entity, which it has at hand, and goes on.
 #pragma once
 
 #include <string>
@@ -20,12 +22,20 @@ class Watcher : public NotifieeBase {
  public:
    // `key` is the text of the changed entry's key, null when the attribute is not keyed.
    virtual void onAttribute( Entity const & e, AttributeInfo const & attribute, std::string const * key ) = 0;
+
+   // Whether it hears of attributes that change with every sample (AttributeInfo::passing()).
+   [[nodiscard]] bool hearsPassing() const { return hearsPassing_; }
+
+ private:
+   friend class Entity;
+
+   bool hearsPassing_ = true;
 };
 
 class Entity : public PtrInterface {
  public:
    ~Entity() override {
-      if( kelHasWatchers() ) [[unlikely]]
+      if( watched_ != 0 ) [[unlikely]]
          kelWatchersForget();
    }
 
@@ -43,6 +53,8 @@ class Entity : public PtrInterface {
 
    void watcherIs( Watcher & w ) const;
    void watcherDel( Watcher & w ) const;
+   // For one that watches this, which hears of everything at first.
+   void watcherHearsPassingIs( Watcher & w, bool hears ) const;
 
    [[nodiscard]] bool hasReactors() const { return !notifiees_.empty(); }
    // Lets go of every reactor without telling them: for records whose readers ended with a simulated process. The
@@ -73,23 +85,23 @@ class Entity : public PtrInterface {
 
    // Tells of a change already made: watchers first, then the reactors. What these drop, this entity included, lives
    // until all have heard.
-   template<class Link, class Handler>
+   template<class Link, bool passing, class Handler>
    void kelChanged( Handler const & handler ) const {
       Dispatch const dispatch;
-      if( kelHasWatchers() ) [[unlikely]]
+      if( watchersHear( passing ) ) [[unlikely]]
          kelTellWatchers( kelAttribute<Link>(), nullptr );
       kelDeliver<Link>( handler );
    }
    // Of an attribute that no reactor hears of. Opens no dispatch: only watchers run, and kelTellWatchers() has its own.
-   template<class Link>
+   template<class Link, bool passing>
    void kelChangedQuietly() const {
-      if( kelHasWatchers() ) [[unlikely]]
+      if( watchersHear( passing ) ) [[unlikely]]
          kelTellWatchers( kelAttribute<Link>(), nullptr );
    }
    template<class Link, class K, class Handler>
    void kelKeyChanged( K const & key, Handler const & handler ) const {
       Dispatch const dispatch;
-      if( kelHasWatchers() ) [[unlikely]] {
+      if( watchersHear( false ) ) [[unlikely]] {
          std::string const text = KeyTraits<K>::toText( key );
          kelTellWatchers( kelAttribute<Link>(), &text );
       }
@@ -97,6 +109,18 @@ class Entity : public PtrInterface {
    }
 
  private:
+   friend struct AllWatchers;
+
+   struct Watchers {
+      NotifieeList list;
+      uint32_t hearPassing = 0;  // how many of them
+   };
+   // In `watched_`, above the number of its watchers.
+   static constexpr uint32_t passingHeard = 1u << 31;
+
+   [[nodiscard]] bool watchersHear( bool passing ) const {
+      return ( watched_ & ( passing ? passingHeard : ~0u ) ) != 0;
+   }
    template<class Link>
    [[nodiscard]] AttributeInfo const & kelAttribute() const {
       // Ranks count from 1, in the order in which the chain described its attributes; 0 is the chain's end.
@@ -104,7 +128,11 @@ class Entity : public PtrInterface {
    }
    void kelTellWatchers( AttributeInfo const & attribute, std::string const * key ) const;
    void kelWatchersForget() const;
+   [[nodiscard]] Watchers & watchers() const;
 
+   // 0: there never was a watcher. Otherwise the number of its watchers, which are kept apart as few entities have any,
+   // and whether one of them hears of passing attributes. It takes room that the word before it leaves.
+   mutable uint32_t watched_ = 0;
    mutable NotifieeList notifiees_;
 };
 

@@ -1,6 +1,6 @@
 // Intrusive reference counting, the base of every entity, machine and reactor.
 //
-// The count lives in the low 29 bits of one word; the upper three bits are the platform's flags. An object is freed
+// The count lives in the low 29 bits of one word; the upper three bits are the platform's, who uses two. An object is freed
 // when its last Ptr goes, or at the end of the dispatch in which that happens (kel/Dispatch.h). Counts are changed with
 // plain increments, or with atomic read-modify-write operations when the host has set enableThreadSafePointers before
 // it made any object; the plug-in honours the choice and never makes it.
@@ -50,10 +50,6 @@ class PtrInterface : public VFPtrInterface {
    // True when neither a switch-off nor zombie state silences this object: one load, used on every delivery.
    [[nodiscard]] bool kelDeliverable() const { return ( word() & ( inactiveFlag | zombieFlag ) ) == 0; }
 
-   // That an entity has a list of watchers, kept apart from it (kel/Entity.h).
-   [[nodiscard]] bool kelHasWatchers() const { return ( word() & watchersFlag ) != 0; }
-   void kelHasWatchersIs( bool has ) const { flagIs( watchersFlag, has ); }
-
    [[gnu::always_inline]] void kelRefInc() const {
       if( enableThreadSafePointers ) [[unlikely]] {
          // Relaxed: a new reference comes from one that is there, so the object cannot go meanwhile.
@@ -78,7 +74,6 @@ class PtrInterface : public VFPtrInterface {
    static constexpr uint32_t dyingCount = 1u << 28;
    static constexpr uint32_t inactiveFlag = 1u << 29;
    static constexpr uint32_t zombieFlag = 1u << 30;
-   static constexpr uint32_t watchersFlag = 1u << 31;
 
    [[nodiscard]] uint32_t word() const { return word_.load( std::memory_order_relaxed ); }
 

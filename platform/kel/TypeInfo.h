@@ -32,13 +32,20 @@ class AttributeInfo {
       children,   // entities by key
    };
 
-   AttributeInfo( char const * name, Kind kind, std::string typeName, std::string keyTypeName = {} )
-      : name_( name ), kind_( kind ), typeName_( std::move( typeName ) ), keyTypeName_( std::move( keyTypeName ) ) {}
+   AttributeInfo( char const * name, Kind kind, std::string typeName, std::string keyTypeName = {},
+                  bool passing = false )
+      : name_( name ),
+        kind_( kind ),
+        passing_( passing ),
+        typeName_( std::move( typeName ) ),
+        keyTypeName_( std::move( keyTypeName ) ) {}
    virtual ~AttributeInfo() = default;
 
    [[nodiscard]] std::string const & name() const { return name_; }
    [[nodiscard]] Kind kind() const { return kind_; }
    [[nodiscard]] bool keyed() const { return kind_ >= Kind::map; }
+   // Whether it changes with every sample: counters, rates and their times.
+   [[nodiscard]] bool passing() const { return passing_; }
    [[nodiscard]] std::string const & typeName() const { return typeName_; }        // of the value or the child
    [[nodiscard]] std::string const & keyTypeName() const { return keyTypeName_; }  // empty when not keyed
 
@@ -70,6 +77,7 @@ class AttributeInfo {
  private:
    std::string name_;
    Kind kind_;
+   bool passing_;
    std::string typeName_;
    std::string keyTypeName_;
 };

@@ -33,10 +33,10 @@ class MonIntfStatus final : public Kel::Entity {
    KEL_ATTR_NOTIFY( Kel::String8, profileName, onProfileName )  // of the profile in force
    KEL_ATTR( double, startTime )                                // s, when monitoring began
    KEL_ATTR_NOTIFY( MonIntfState, state, onState )
-   KEL_ATTR( double, stateTime )                                  // s, when state changed last
-   KEL_ATTR_NOTIFY( Interface::IntfRates, curRates, onCurRates )  // bit/s, latest sample
-   KEL_ATTR( Interface::IntfRates, prevRates )                    // bit/s, the sample before
-   KEL_ATTR( double, lastSampleTime )                             // s
+   KEL_ATTR( double, stateTime )                                     // s, when state changed last
+   KEL_PASSING_NOTIFY( Interface::IntfRates, curRates, onCurRates )  // bit/s, latest sample
+   KEL_PASSING( Interface::IntfRates, prevRates )                    // bit/s, the sample before
+   KEL_PASSING( double, lastSampleTime )                             // s
    KEL_COUNTER( uint32_t, totalSamples )
    KEL_COUNTER( uint32_t, numConsecutiveDrainedSamples )  // in a row below the threshold
    KEL_COUNTER( uint32_t, numSamplesAboveThresholdPreMaint )

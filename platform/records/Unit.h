@@ -51,7 +51,7 @@ class Status final : public Kel::Entity {
    KEL_ATTR( Kel::Name, maintEnterInstanceName )
    KEL_ATTR( Kel::Name, maintExitInstanceName )
    KEL_MAP( bool, Group::GroupKey, group, onGroup )
-   KEL_ATTR_NOTIFY( TrafficRates, aggTrafficRate, onAggTrafficRate )  // sum over the unit's monitored interfaces
+   KEL_PASSING_NOTIFY( TrafficRates, aggTrafficRate, onAggTrafficRate )  // sum over the unit's monitored interfaces
    KEL_SET( Lumo::IntfId, intfsViolatingTrafficThreshold, onIntfsViolatingTrafficThreshold )
    KEL_COUNTER( uint32_t, totalIntfTrafficViolations )  // samples at or above the threshold in maintenance
    KEL_ENTITY_END
