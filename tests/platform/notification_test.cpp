@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "KelSamples.h"
 
@@ -303,6 +304,47 @@ TEST_F( Notification, reachesWatchersFirstAndForEveryAttribute ) {
    record_->moodIs( Mood::busy );
    record_->portIs( 7, true );
    EXPECT_THAT( story_, ElementsAre( "log: quiet", "log: mood", "a: busy", "log: total", "log: port/7" ) );
+}
+
+// One that has noted that a record changes with every sample does not hear so again until it asks, and nobody else hears
+// less for that.
+TEST_F( Notification, ofPassingAttributesSparesWatchersThatStopTheirEars ) {
+   struct Ear final : Kel::Watcher {
+      Ear( char const * n, Record const & r, Story & s ) : name( n ), record( r ), story( s ) {
+         record.watcherIs( *this );
+      }
+      ~Ear() override { record.watcherDel( *this ); }
+      void onAttribute( Kel::Entity const &, Kel::AttributeInfo const & attribute, std::string const * ) override {
+         story.push_back( name + ": " + attribute.name() );
+         if( attribute.passing() && once ) record.watcherHearsPassingIs( *this, false );
+      }
+      std::string const name;
+      Record const & record;
+      Story & story;
+      bool once = false;
+   };
+   auto const samples = [&] {
+      story_.clear();
+      for( int i = 0; i < 2; ++i ) record_->totalInc( 1 );
+      record_->quietIs( record_->total() );
+      record_->portIs( record_->total(), true );
+      return std::exchange( story_, {} );
+   };
+   std::optional<Ear> keeper( std::in_place, "keeper", *record_, story_ );
+   keeper->once = true;
+   EXPECT_THAT( samples(), ElementsAre( "keeper: total", "keeper: quiet", "keeper: port" ) );
+   {
+      Ear const api( "api", *record_, story_ );
+      EXPECT_THAT( samples(), ElementsAre( "api: total", "api: total", "keeper: quiet", "api: quiet", "keeper: port",
+                                           "api: port" ) );
+   }
+   EXPECT_THAT( samples(), ElementsAre( "keeper: quiet", "keeper: port" ) );
+   record_->watcherHearsPassingIs( *keeper, true );
+   EXPECT_THAT( samples(), ElementsAre( "keeper: total", "keeper: quiet", "keeper: port" ) );
+   // What the one leaves that has stopped its ears does not make the next deaf.
+   keeper.reset();
+   Ear const later( "later", *record_, story_ );
+   EXPECT_THAT( samples(), ElementsAre( "later: total", "later: total", "later: quiet", "later: port" ) );
 }
 
 TEST_F( Notification, ofADirectoryHandsOverCompleteRecords ) {
