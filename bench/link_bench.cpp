@@ -93,8 +93,8 @@ class NoHooks final : public Service::Hooks {
 };
 
 // The box's service without a socket.
-struct Box {
-   explicit Box( Service::Config::Config const & config )
+struct LinkedBox {
+   explicit LinkedBox( Service::Config::Config const & config )
       : service( { .database = database,
                    .state = state,
                    .counters = counters,
@@ -145,7 +145,7 @@ void configurationIsRead( benchmark::State & state ) {
 
 void serviceIsMade( benchmark::State & state ) {
    auto const config = Service::Config::parse( configText( state.range() ), "bench" );
-   for( auto _ : state ) Box box( config );
+   for( auto _ : state ) LinkedBox box( config );
    perLink( state );
 }
 
@@ -155,7 +155,7 @@ void heard( benchmark::State & state, Bytes const & before, Bytes const & messag
    for( auto _ : state ) {
       state.PauseTiming();
       {
-         Box box( config );
+         LinkedBox box( config );
          if( !before.empty() ) box.loop.turn( [&] { box.load( before ); } );
          state.ResumeTiming();
          box.loop.turn( [&] {
@@ -191,11 +191,11 @@ void portsCome( benchmark::State & state ) {
    heard( state, {}, bytes, static_cast<std::size_t>( bridge + vlans ) );
 }
 
-#define RATEMON_SIZES ->Arg( 5000 )->Arg( 20000 )->Arg( 100000 )->Unit( benchmark::kMillisecond )
-BENCHMARK( configurationIsRead ) RATEMON_SIZES;
-BENCHMARK( serviceIsMade ) RATEMON_SIZES;
-BENCHMARK( linksCome ) RATEMON_SIZES;
-BENCHMARK( linksGo ) RATEMON_SIZES;
+#define RATEMON_LINK_SIZES ->Arg( 5000 )->Arg( 20000 )->Arg( 100000 )->Unit( benchmark::kMillisecond )
+BENCHMARK( configurationIsRead ) RATEMON_LINK_SIZES;
+BENCHMARK( serviceIsMade ) RATEMON_LINK_SIZES;
+BENCHMARK( linksCome ) RATEMON_LINK_SIZES;
+BENCHMARK( linksGo ) RATEMON_LINK_SIZES;
 BENCHMARK( portsCome )->Arg( 500 )->Arg( 2000 )->Arg( 10000 )->Unit( benchmark::kMillisecond );
 
 }  // namespace

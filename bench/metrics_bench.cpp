@@ -15,29 +15,29 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-class NoHooks final : public Service::Hooks {
+class UnhookedStages final : public Service::Hooks {
    void run( Service::HookRequest const &, Done done ) override { done( "none" ); }
    void giveUp( std::string const & ) override {}
 };
 
-std::string nameOf( int64_t i ) { return "Ethernet" + std::to_string( i ); }
+std::string linkName( int64_t i ) { return "Ethernet" + std::to_string( i ); }
 
-std::string configText( int64_t interfaces ) {
+std::string scrapedConfig( int64_t interfaces ) {
    std::string text =
       "profiles: { p: { threshold: 100kbps } }\ndefault-profile: p\nunits: { fabric: { groups: [all] } }\n"
       "groups:\n  all:\n    interfaces:\n";
-   for( int64_t i = 0; i < interfaces; ++i ) text += "    - " + nameOf( i ) + "\n";
+   for( int64_t i = 0; i < interfaces; ++i ) text += "    - " + linkName( i ) + "\n";
    return text;
 }
 
-struct Box {
-   explicit Box( int64_t interfaces ) {
+struct ScrapedBox {
+   explicit ScrapedBox( int64_t interfaces ) {
       loop.turn( [&] {
-         if( !service.reload( Service::Config::parse( configText( interfaces ), "bench" ) ).empty() ) std::abort();
+         if( !service.reload( Service::Config::parse( scrapedConfig( interfaces ), "bench" ) ).empty() ) std::abort();
          Service::LinkReport report;
          report.up = true;
          for( int64_t i = 0; i < interfaces; ++i ) {
-            auto const intf = Lumo::IntfId::declare( nameOf( i ), Lumo::IntfKind::ethernet );
+            auto const intf = Lumo::IntfId::declare( linkName( i ), Lumo::IntfKind::ethernet );
             links.linkIs( intf, report );
             auto const monitor = state.monIntfStatus->monIntfStatusIs( intf, "p", 1000 );
             monitor->stateIs( Maintenance::MonIntfState::thresholdMonitoring );
@@ -55,7 +55,7 @@ struct Box {
    KelQuill::CounterWriter writer{ state.counterWriterStatus, "" };
    Kel::Ptr<KelQuill::EntityManager> counters{ new KelQuill::EntityManager( writer.table() ) };
    Service::LinkRecords links{ state };
-   NoHooks hooks;
+   UnhookedStages hooks;
    Service::MaintenanceService service{ { database, state, counters, links, hooks, {}, {} },
                                         Service::Config::Config() };
    Host::LiveCounters counted;
@@ -63,7 +63,7 @@ struct Box {
 };
 
 void scrape( benchmark::State & state ) {
-   Box box( state.range( 0 ) );
+   ScrapedBox box( state.range( 0 ) );
    constexpr std::size_t piece = 16 * 1024;  // about as much as a connection takes at a time
    std::chrono::duration<double> longest{};
    std::size_t bytes = 0;

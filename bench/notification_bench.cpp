@@ -154,5 +154,3 @@ BENCHMARK( notify<PlainList> )->Arg( 1 )->Arg( 4 );
 BENCHMARK( notify<Signal> )->Arg( 1 )->Arg( 4 );
 
 }  // namespace
-
-BENCHMARK_MAIN();

@@ -109,18 +109,18 @@ void internNames( benchmark::State & state ) {
    state.SetItemsProcessed( state.iterations() * state.range() );
 }
 
-#define RATEMON_SIZES ->Arg( 1000 )->Arg( 4000 )->Arg( 100'000 )->Unit( benchmark::kMicrosecond )
-BENCHMARK( compareNames<Ports> ) RATEMON_SIZES;
-BENCHMARK( compareNames<Long> ) RATEMON_SIZES;
-BENCHMARK( compareNumbers ) RATEMON_SIZES;
-BENCHMARK( sortNames<Ports> ) RATEMON_SIZES;
-BENCHMARK( sortNames<Long> ) RATEMON_SIZES;
-BENCHMARK( sortNumbers ) RATEMON_SIZES;
-BENCHMARK( findNames<Ports> ) RATEMON_SIZES;
-BENCHMARK( findNames<Long> ) RATEMON_SIZES;
-BENCHMARK( findNumbers ) RATEMON_SIZES;
+#define RATEMON_ORDER_SIZES ->Arg( 1000 )->Arg( 4000 )->Arg( 100'000 )->Unit( benchmark::kMicrosecond )
+BENCHMARK( compareNames<Ports> ) RATEMON_ORDER_SIZES;
+BENCHMARK( compareNames<Long> ) RATEMON_ORDER_SIZES;
+BENCHMARK( compareNumbers ) RATEMON_ORDER_SIZES;
+BENCHMARK( sortNames<Ports> ) RATEMON_ORDER_SIZES;
+BENCHMARK( sortNames<Long> ) RATEMON_ORDER_SIZES;
+BENCHMARK( sortNumbers ) RATEMON_ORDER_SIZES;
+BENCHMARK( findNames<Ports> ) RATEMON_ORDER_SIZES;
+BENCHMARK( findNames<Long> ) RATEMON_ORDER_SIZES;
+BENCHMARK( findNumbers ) RATEMON_ORDER_SIZES;
 
-#define RATEMON_RUNS RATEMON_SIZES->Iterations( 5 )
+#define RATEMON_RUNS RATEMON_ORDER_SIZES->Iterations( 5 )
 BENCHMARK( internNames<Come::inOrder> ) RATEMON_RUNS;
 BENCHMARK( internNames<Come::backwards> ) RATEMON_RUNS;
 BENCHMARK( internNames<Come::atRandom> ) RATEMON_RUNS;

@@ -122,5 +122,3 @@ BENCHMARK( disabledRingLevel );
 BENCHMARK( disabledTraceLevel );
 
 }  // namespace
-
-BENCHMARK_MAIN();

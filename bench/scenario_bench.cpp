@@ -16,7 +16,7 @@ constexpr int intfsPerUnit = 20;
 constexpr int minutesUntilQuiet = 5;
 constexpr int minutes = 60;
 
-std::string unitName( int unit ) { return "unit" + std::to_string( unit ); }
+std::string scenarioUnit( int unit ) { return "unit" + std::to_string( unit ); }
 
 // Ethernet1/1 to Ethernet1/20 are the first unit's.
 std::string intfName( int unit, int port ) {
@@ -24,18 +24,18 @@ std::string intfName( int unit, int port ) {
 }
 
 void writeUnit( std::ostream & to, int unit ) {
-   std::string const group = "intf:" + unitName( unit );
+   std::string const group = "intf:" + scenarioUnit( unit );
    for( int port = 1; port <= intfsPerUnit; ++port ) {
       std::string const intf = intfName( unit, port );
       to << R"({"set": ["interface/status/all","intfStatus",")" << intf << R"("], "to": {"operStatus": 1}})" << '\n'
          << R"({"set": ["maintenance/mapping/member/interface","intfToGroup",")" << intf << R"("], "to": {"group": {")"
          << group << R"(": true}, "profileChangeCause": 2, "selectedProfile": {"2": "watch"}}})" << '\n'
-         << R"({"set": ["group/status/interface","status",")" << unitName( unit ) << R"("], "to": {"intf": {")" << intf
-         << R"(": true}}})" << '\n';
+         << R"({"set": ["group/status/interface","status",")" << scenarioUnit( unit ) << R"("], "to": {"intf": {")"
+         << intf << R"(": true}}})" << '\n';
    }
-   to << R"({"set": ["maintenance/mapping/group","groupToUnit",")" << group << R"("], "to": {"unitName": {")"
-      << unitName( unit ) << R"(": true}}})" << '\n'
-      << R"({"set": ["maintenance/unit/status","status",")" << unitName( unit )
+   to << R"({"set": ["maintenance/mapping/group","groupToUnit",")" << group << R"("], "to": {"scenarioUnit": {")"
+      << scenarioUnit( unit ) << R"(": true}}})" << '\n'
+      << R"({"set": ["maintenance/unit/status","status",")" << scenarioUnit( unit )
       << R"("], "to": {"state": 1, "group": {")" << group << R"(": true}}})" << '\n';
 }
 
@@ -49,8 +49,8 @@ void writeTraffic( std::ostream & to, int unit, long bitsPerSecond ) {
 }
 
 void writeEnter( std::ostream & to, int unit ) {
-   std::string const instance = unitName( unit ) + "#1";
-   to << R"({"set": ["maintenance/unit/status","status",")" << unitName( unit )
+   std::string const instance = scenarioUnit( unit ) + "#1";
+   to << R"({"set": ["maintenance/unit/status","status",")" << scenarioUnit( unit )
       << R"("], "to": {"genId": 1, "maintEnterInstanceName": ")" << instance << R"(", "state": 2}})" << '\n'
       << R"({"set": ["stage/maintEnter/completionstatus","status",")" << instance << R"("], "to": {}})" << '\n'
       << R"({"set": ["stage/maintEnter/progress","progress",")" << instance
@@ -77,7 +77,7 @@ std::string hour() {
 
 bool allDrained( Maintenance::MaintenanceState const & state ) {
    for( int unit = 1; unit <= unitCount; ++unit ) {
-      Kel::Name const instance( unitName( unit ) + "#1" );
+      Kel::Name const instance( scenarioUnit( unit ) + "#1" );
       if( !state.enter.agentStatus->complete( { Kel::String8( "ratemon" ), instance } ) ) return false;
    }
    return true;
@@ -115,5 +115,3 @@ void virtualHour( benchmark::State & state ) {
 BENCHMARK( virtualHour )->Unit( benchmark::kMillisecond );
 
 }  // namespace
-
-BENCHMARK_MAIN();

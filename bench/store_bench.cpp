@@ -25,7 +25,7 @@ constexpr int links = 512;
 constexpr int heldLinks = 200;
 constexpr int cells = 60'000 / links;
 
-struct Box {
+struct StoredBox {
    Kel::Ptr<Dovra::EntityManager> database{ new Dovra::EntityManager };
    Maintenance::MaintenanceState state{ *database };
 };
@@ -44,7 +44,7 @@ Kel::Ptr<Evidence::Window> window( int number ) {
    return made;
 }
 
-void fill( Box & box, int earlier ) {
+void fill( StoredBox & box, int earlier ) {
    auto const windows = Evidence::windowDir( *box.database );
    for( int n = 1; n <= earlier; ++n ) windows->windowIs( window( n ) )->outcomeIs( Evidence::Outcome::completed );
    windows->windowIs( window( earlier + 1 ) );
@@ -90,7 +90,7 @@ class Kept {
       store_.reset();
       box_.reset();
    }
-   Box & box() { return *box_; }
+   StoredBox & box() { return *box_; }
    Kel::ActivityLoop & loop() { return loop_; }
    std::string path() const { return directory_ + "/maintd.db"; }
 
@@ -98,7 +98,7 @@ class Kept {
    using Keeper = Host::Keeper;
    std::string directory_;
    Kel::ActivityLoop loop_{ Kel::Ptr<Kel::Clock>( new Kel::RealClock ) };
-   std::optional<Box> box_;
+   std::optional<StoredBox> box_;
    std::optional<Host::Store> store_;
    std::optional<Keeper> keeper_;
 };

@@ -50,7 +50,7 @@ constexpr auto measured = std::chrono::seconds( 10 );
 
 std::string const socketPath = "/tmp/ratemon-watch-bench-" + std::to_string( ::getpid() );
 
-double residentBytes() {
+double residentNow() {
    malloc_trim( 0 );
    int64_t total = 0, resident = 0;  // pages
    std::ifstream( "/proc/self/statm" ) >> total >> resident;
@@ -85,9 +85,9 @@ class Probe final : public Kel::Clock::NotifieeConst {
    double due_;
 };
 
-class Box {
+class WatchedBox {
  public:
-   Box() {
+   WatchedBox() {
       Maintenance::DefaultPluginLoader().load( RATEMON_PLUGIN_PATH );
       loop_.turn( [&] {
          for( int i = 0; i < intfCount; ++i ) linkIs( "Ethernet" + std::to_string( i ) );
@@ -221,11 +221,11 @@ class Watchers {
 double residentAlone = 0;  // bytes; while nobody has watched yet
 
 void watch( benchmark::State & state ) {
-   static Box & box = *new Box;
+   static WatchedBox & box = *new WatchedBox;
    int64_t const count = state.range( 0 );
    if( residentAlone == 0 ) {
       box.runFor( settling );
-      residentAlone = residentBytes();
+      residentAlone = residentNow();
    }
    Watchers watchers( count );
    box.runFor( settling );
@@ -251,7 +251,7 @@ void watch( benchmark::State & state ) {
       state.counters["MB/s"] = watchers.bytesRead() / seconds * 1e-6;
    }
    if( !watchers.alive() ) return state.SkipWithError( "a watch has ended" );
-   if( count > 0 ) state.counters["bytes/watcher"] = ( residentBytes() - residentAlone ) / static_cast<double>( count );
+   if( count > 0 ) state.counters["bytes/watcher"] = ( residentNow() - residentAlone ) / static_cast<double>( count );
 }
 
 BENCHMARK( watch )->Arg( 0 )->Arg( 1 )->Arg( 50 )->Arg( 0 )->Arg( 50 )->Iterations( 1 )->Unit( benchmark::kSecond );

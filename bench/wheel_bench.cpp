@@ -193,5 +193,3 @@ BENCHMARK( fireAndSet<OnAsio> );
 BENCHMARK( fireAndSet<OnBareWheel> );
 
 }  // namespace
-
-BENCHMARK_MAIN();

@@ -188,7 +188,8 @@ function( ratemon_tests dir )
    endif()
 endfunction()
 
-# ratemon_benches( [LINKS folder...] [EXTERNAL target...] ): every *_bench.cpp of the folder is one benchmark program.
+# ratemon_benches( [LINKS folder...] [EXTERNAL target...] ): every *_bench.cpp of the folder is one benchmark program. In a fast build
+# of everything they are only held against the compiler, together and without optimising: who measures names the programs.
 function( ratemon_benches )
    cmake_parse_arguments( PARSE_ARGV 0 arg "" "" "LINKS;EXTERNAL" )
    file( GLOB benches CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*_bench.cpp" )
@@ -197,7 +198,16 @@ function( ratemon_benches )
       add_executable( ${target} "${bench}" )
       set_target_properties( ${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bench" )
       ratemon_link( ${target} PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} benchmark::benchmark benchmark::benchmark_main )
+      if( RATEMON_FAST_BUILD )
+         set_target_properties( ${target} PROPERTIES EXCLUDE_FROM_ALL ON )
+      endif()
    endforeach()
+   if( RATEMON_FAST_BUILD )
+      add_library( bench_sources OBJECT ${benches} )
+      ratemon_link( bench_sources PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} benchmark::benchmark )
+      target_compile_options( bench_sources PRIVATE -O0 -U_FORTIFY_SOURCE )
+      ratemon_fast_build( bench_sources )
+   endif()
 endfunction()
 
 # ratemon_fuzzer( NAME [SOURCES source...] [LINKS folder...] [EXTERNAL target...] ): NAME_fuzz.cpp as a libFuzzer program.
