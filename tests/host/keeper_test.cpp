@@ -147,7 +147,7 @@ TEST_F( KeeperTest, whateverIsInTheRecordsIsThereAgainAfterAnEndAndAfterACrash )
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
    RandomRecords random( seed );
    begin();
-   for( int life = 0; life < 15; ++life ) {
+   for( int life = 0; life < 8; ++life ) {
       SCOPED_TRACE( "life " + std::to_string( life ) );
       for( int turn = 0; turn < 10; ++turn ) {
          inTurn( [&] {

@@ -58,7 +58,7 @@ class Backlog : public ::testing::Test {
 };
 
 TEST_F( Backlog, ofABurstIsWorkedOffInSlicesEachInterfaceOnce ) {
-   int const count = 100'000;
+   int const count = 20'000;
    world_.start();
    world_.advance( 1 );
    links( 1, count, Interface::IntfOperStatus::down );

@@ -195,8 +195,17 @@ std::string row( std::string const & html, std::string const & name ) {
    std::size_t const from = html.find( "<bdi class=\"n\">" + name + "</bdi>", table );
    if( from == std::string::npos ) return "no row";
    std::string const cells = html.substr( from, html.find( "</tr>", from ) - from );
-   static std::regex const cellEnd( "</t[hd]>" ), tag( "<[^>]*>" );
-   return std::regex_replace( std::regex_replace( cells, cellEnd, "|" ), tag, "" );
+   std::string text;
+   for( std::size_t at = 0; at < cells.size(); ) {
+      std::size_t const tag = cells.find( '<', at );
+      text.append( cells, at, tag - at );
+      if( tag == std::string::npos ) break;
+      std::size_t const end = cells.find( '>', tag );
+      std::string const element = cells.substr( tag, end - tag );
+      if( element == "</th" || element == "</td" ) text += '|';
+      at = end + 1;
+   }
+   return text;
 }
 
 TEST( WindowPage, whatNobodyMeasuredIsNoZero ) {

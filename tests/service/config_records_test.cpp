@@ -335,7 +335,7 @@ class ConfigRecordsLife {
 
 TEST( ConfigRecords, afterAnyChangesAreThoseOfAFreshServiceAndNobodyIsOutInBetween ) {
    unsigned const seed = std::random_device()();
-   for( unsigned life = 0; life < 40; ++life ) {
+   for( unsigned life = 0; life < 15; ++life ) {
       SCOPED_TRACE( "seed " + std::to_string( seed + life ) );
       ConfigRecordsLife records( seed + life );
       for( int i = 0; i < 12 && !testing::Test::HasFailure(); ++i ) records.step();
