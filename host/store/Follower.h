@@ -38,11 +38,8 @@ class Follower final : public Kel::Watcher, public FollowerHook {
  public:
    // What its owner has noted of it.
    enum class Noted : uint8_t { nothing, passing, now };
-   enum class In : uint8_t {
-      database,
-      dir,
-      record
-   };  // what an entity is in: mounted, a directory of any type, another record
+   // What an entity is in: mounted, a directory of any type, another record.
+   enum class In : uint8_t { database, dir, record };
 
    // `listener` outlives this. `intfNamed`: the key of the entity is an interface.
    Follower( FollowerListener & listener, Kel::Ptr<Kel::Entity> const & entity, std::string path, In in,

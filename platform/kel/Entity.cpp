@@ -7,9 +7,9 @@ namespace Kel {
 
 constinit NotifieeList::Delivery * NotifieeList::Delivery::innermost_ = nullptr;
 
-// The watchers of all entities, by their numbers less 1. Few entities are ever watched, so they are kept apart. Handlers
-// may make more for other entities; those that are there stay where they are. Never destroyed: an entity may outlive
-// everything.
+// The watchers of all entities, by their numbers less 1. Few entities are ever watched, so they are kept apart.
+// Handlers may make more for other entities; those that are there stay where they are. Never destroyed: an entity may
+// outlive everything.
 struct AllWatchers {
    std::deque<Entity::Watchers> all;
    std::vector<uint32_t> free;  // numbers

@@ -19,8 +19,8 @@
 
 namespace Evidence {
 
-enum class LinkChange { up, away, madeAgain };                // away: down, gone, or nobody knows
-enum class MonitorChange { touched, began, ended };           // touched: another state or profile
+enum class LinkChange { up, away, madeAgain };       // away: down, gone, or nobody knows
+enum class MonitorChange { touched, began, ended };  // touched: another state or profile
 
 class SourcesListener {
  public:

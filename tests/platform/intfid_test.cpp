@@ -138,8 +138,8 @@ TEST( IntfIdOrder, readsRunsOfDigitsAsNumbers ) {
    }
 }
 
-// The same order by other means: names with all numbers blown up to one width compare as plain text, and then the counts
-// of leading zeros.
+// The same order by other means: names with all numbers blown up to one width compare as plain text, and then the
+// counts of leading zeros.
 std::pair<std::string, std::vector<std::size_t>> blownUp( std::string const & name ) {
    std::pair<std::string, std::vector<std::size_t>> blown;
    for( std::size_t at = 0; at < name.size(); ) {

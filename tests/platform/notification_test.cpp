@@ -306,8 +306,8 @@ TEST_F( Notification, reachesWatchersFirstAndForEveryAttribute ) {
    EXPECT_THAT( story_, ElementsAre( "log: quiet", "log: mood", "a: busy", "log: total", "log: port/7" ) );
 }
 
-// One that has noted that a record changes with every sample does not hear so again until it asks, and nobody else hears
-// less for that.
+// One that has noted that a record changes with every sample does not hear so again until it asks, and nobody else
+// hears less for that.
 TEST_F( Notification, ofPassingAttributesSparesWatchersThatStopTheirEars ) {
    struct Ear final : Kel::Watcher {
       Ear( char const * n, Record const & r, Story & s ) : name( n ), record( r ), story( s ) {
