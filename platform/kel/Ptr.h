@@ -1,9 +1,9 @@
 // Intrusive reference counting, the base of every entity, machine and reactor.
 //
-// The count lives in the low 29 bits of one word; the upper three bits are the platform's, which uses two. An object is
-// freed when its last Ptr goes, or at the end of the dispatch in which that happens (kel/Dispatch.h). Counts are changed
-// with plain increments, or with atomic read-modify-write operations when the host has set enableThreadSafePointers
-// before it made any object; the plug-in honours the choice and never makes it.
+// The count lives in the low 29 bits of one word; the upper three bits are the platform's, which uses two. An object
+// is freed when its last Ptr goes, or at the end of the dispatch in which that happens (kel/Dispatch.h). Counts are
+// changed with plain increments, or with atomic read-modify-write operations when the host has set
+// enableThreadSafePointers before it made any object; the plug-in honours the choice and never makes it.
 //
 // A new object starts with a count of 0 and belongs to the first Ptr that takes it.
 #pragma once
