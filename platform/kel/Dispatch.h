@@ -23,7 +23,7 @@ class Dispatch {
    Dispatch() { ++state_.underWay; }
    Dispatch( Dispatch const & ) = delete;
    Dispatch & operator=( Dispatch const & ) = delete;
-   ~Dispatch() {
+   [[gnu::always_inline]] ~Dispatch() {
       if( --state_.underWay == 0 && state_.dropped > 0 ) [[unlikely]]
          freeDropped();
    }

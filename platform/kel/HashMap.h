@@ -1,7 +1,7 @@
 // An unordered keyed collection whose walks are stable: entries keep the order in which they came, and any entry may be
 // added or removed while any number of walks are under way, also the one a walk stands on.
 //
-// Up to eight entries are found by a linear search; more get a hash index. Keys are cheap to copy (an interned id or a
+// Up to four entries are found by a linear search; more get a hash index. Keys are cheap to copy (an interned id or a
 // counted string): a walk hands out copies, so what it hands out survives the entry. Entries added during a walk are
 // visited by it. Not a store of its own: notification is the business of kel/Collections.h.
 #pragma once
@@ -178,7 +178,7 @@ class HashMap {
    }
 
  private:
-   static constexpr uint32_t linearMax = 8;
+   static constexpr uint32_t linearMax = 4;
 
    [[nodiscard]] std::size_t bucket( K const & key ) const {
       // Fibonacci hashing: strings come well mixed, but interned ids are small consecutive numbers. The product mixes

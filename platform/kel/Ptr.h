@@ -61,7 +61,7 @@ class PtrInterface : public VFPtrInterface {
       }
    }
 
-   void kelRefDec() const {
+   [[gnu::always_inline]] void kelRefDec() const {
       if( dropped() == 0 ) [[unlikely]]
          die();
    }
