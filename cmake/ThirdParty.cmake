@@ -1,6 +1,6 @@
 # The third-party libraries, all from Debian packages (tools/install-packages has the same list). A folder names those it uses
 # under EXTERNAL: Boost::headers, Boost::json, Boost::url, CLI11::CLI11, yaml-cpp, SQLite::SQLite3, PkgConfig::mnl,
-# PkgConfig::systemd, PkgConfig::ncursesw, PkgConfig::prometheus.
+# PkgConfig::ncursesw, PkgConfig::prometheus.
 # platform/ and MaintenancePlugin/ use none.
 
 find_package( PkgConfig REQUIRED )
@@ -10,7 +10,6 @@ find_package( yaml-cpp CONFIG REQUIRED )
 find_package( SQLite3 3.37 REQUIRED )  # tables that are STRICT
 pkg_check_modules( mnl REQUIRED IMPORTED_TARGET libmnl )
 pkg_check_modules( prometheus REQUIRED IMPORTED_TARGET prometheus-cpp-core )  # the registry and the text of it, no server
-pkg_check_modules( systemd REQUIRED IMPORTED_TARGET libsystemd )
 pkg_check_modules( ncursesw REQUIRED IMPORTED_TARGET ncursesw )
 
 if( RATEMON_TESTS AND NOT RATEMON_FUZZ )

@@ -39,7 +39,7 @@ class ServiceManager {
    void tellLine();
 
    AsioLoop & loop_;
-   bool const listens_;                    // whether somebody wants to know
+   std::string const listener_;            // name of the socket of who wants to know; empty: nobody
    std::chrono::microseconds const beat_;  // between two signs of life; 0: none are wanted
    Line line_;
    std::string told_;

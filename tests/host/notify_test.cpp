@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdlib>
 
 #include "ApiBox.h"
@@ -102,6 +103,30 @@ TEST_F( ServiceManagerTest, hearsOfTheLifeOfAnAgent ) {
    runFor( 1.1 );
    EXPECT_EQ( heard(), Messages{} );
    EXPECT_EQ( signsOfLife_, 0 );
+}
+
+TEST_F( ServiceManagerTest, mayListenAtANameThatIsNoFileAndWatchOverAnotherProcess ) {
+   std::string const name = "ratemon-notify-" + std::to_string( getpid() );
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   name.copy( address.sun_path + 1, name.size() );
+   auto const length = static_cast<socklen_t>( offsetof( sockaddr_un, sun_path ) + 1 + name.size() );
+   int const named = socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+   ASSERT_EQ( bind( named, reinterpret_cast<sockaddr *>( &address ), length ), 0 );
+   dup2( named, socket_ );
+   close( named );
+   setenv( "NOTIFY_SOCKET", ( "@" + name ).c_str(), 1 );
+   setenv( "WATCHDOG_PID", "1", 1 );
+   ServiceManager manager( loop_ );
+   manager.ready( [this] { return line(); } );
+   runFor( 0.3 );
+   EXPECT_EQ( heard(), Messages{ "READY=1\nSTATUS=1 unit, none in maintenance" } );
+   EXPECT_EQ( signsOfLife_, 0 );
+   // Where nobody listens, and where nobody can, nobody is harmed.
+   for( std::string const & nowhere : { directory_ / "nobody", std::string( 200, 'x' ) } ) {
+      setenv( "NOTIFY_SOCKET", nowhere.c_str(), 1 );
+      ServiceManager( loop_ ).ready( [this] { return line(); } );
+   }
 }
 
 TEST_F( ServiceManagerTest, isNotThereForAnAgentThatSomebodyStartedByHand ) {
