@@ -20,8 +20,9 @@ using Error = boost::system::error_code;
 
 constexpr std::chrono::seconds betweenLines( 1 );
 
-// The protocol is written by hand, as sd_notify(3) describes it for those who do without its library: a datagram with the
-// text. The library brings six others along, a sixth of what this program takes in memory when there is nothing to do.
+// The protocol is written by hand, as sd_notify(3) describes it for those who do without its library: a datagram with
+// the text. The library brings six others along, a tenth of what this program takes in memory when there is nothing to
+// do.
 //
 // What cannot be sent is lost: maintd does not fail for want of somebody who listens.
 void send( boost::asio::io_context & io, std::string const & socket, std::string const & state ) {
