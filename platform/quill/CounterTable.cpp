@@ -37,8 +37,6 @@ constexpr std::size_t versionAt = 6;
 constexpr std::size_t headerBytes = 64;
 // 64 KiB of rows for each system call.
 constexpr uint32_t rowsPerAllocation = 512;
-// As Brim::MaybeU63::fromWord() reads it.
-constexpr uint64_t noValueBit = uint64_t{ 1 } << 63;
 
 // A writer needs well below a microsecond for a row, unless it loses the processor in the middle. Sleeping adds up to
 // one second, after which a writer that has not come back counts as dead.
@@ -71,7 +69,7 @@ void checkMagic( std::string const & path, char const ( &found )[8] ) {
 
 std::size_t bytesFor( uint32_t capacity ) { return headerBytes + std::size_t{ capacity } * sizeof( Row ); }
 
-uint64_t word( Brim::MaybeU63 value ) { return value.hasValue() ? value.value() : noValueBit; }
+uint64_t word( Brim::MaybeU63 value ) { return value.hasValue() ? value.value() : Row::noValueBit; }
 
 // What `copy` finds in the row while nobody writes it; none when that moment does not come.
 template<class Copy>
@@ -84,14 +82,6 @@ auto consistent( Row const & row, Copy const & copy ) -> std::optional<decltype(
       if( attempt >= spinsMax ) std::this_thread::sleep_for( sleepTime );
    }
    return std::nullopt;
-}
-
-// Single stores may be relaxed and atomic all the same: a reader copies while they happen, finds out by the sequence
-// afterwards, and a plain store would be a data race until then.
-void octetsAre( Row & row, Brim::MaybeU63 in, Brim::MaybeU63 out, double readTime ) {
-   row.inOctets.store( word( in ), std::memory_order_relaxed );
-   row.outOctets.store( word( out ), std::memory_order_relaxed );
-   row.readTime.store( readTime, std::memory_order_relaxed );
 }
 
 using NameWords = std::array<uint64_t, std::size( decltype( Row::name ){} )>;
@@ -123,25 +113,6 @@ struct CounterTable::File {
    File( File const & ) = delete;
    File & operator=( File const & ) = delete;
    ~File() { ::close( fd ); }
-};
-
-// Keeps readers from a row while it lives.
-class CounterTable::Writing {
- public:
-   explicit Writing( Row & row ) : row_( row ), before_( row.sequence.load( std::memory_order_relaxed ) ) {
-      // Plain load and store in place of an increment: a table has one writer.
-      row_.sequence.store( before_ + 1, std::memory_order_relaxed );
-      // No store to the row may be seen before the odd sequence. A releasing store would hold back only those ahead of
-      // it.
-      std::atomic_thread_fence( std::memory_order_release );
-   }
-   Writing( Writing const & ) = delete;
-   Writing & operator=( Writing const & ) = delete;
-   ~Writing() { row_.sequence.store( before_ + 2, std::memory_order_release ); }
-
- private:
-   Row & row_;
-   uint64_t const before_;
 };
 
 CounterTable::CounterTable( std::unique_ptr<File const> file, std::byte * memory, std::size_t bytes )
@@ -267,9 +238,9 @@ void CounterTable::rowIs( uint32_t index, std::string_view name, uint64_t restar
    Row & row = rowsBegin_[index];
    KEL_ASSERT( row.inUse == 0 );
    {
-      Writing const writing( row );
+      Row::Writing const writing( row );
       nameIs( row, name );
-      octetsAre( row, 0, 0, 0 );
+      row.readIs( 0, 0, 0 );
       row.restarts.store( restarts, std::memory_order_relaxed );
       row.inUse.store( 1, std::memory_order_relaxed );
    }
@@ -281,7 +252,7 @@ void CounterTable::rowIs( uint32_t index, std::string_view name, uint64_t restar
 void CounterTable::rowDel( uint32_t index ) {
    KEL_ASSERT( index < rows() );
    {
-      Writing const writing( rowsBegin_[index] );
+      Row::Writing const writing( rowsBegin_[index] );
       // Name and counters stay, so that a reader which still holds the row gets its last counters and no zeros.
       rowsBegin_[index].inUse.store( 0, std::memory_order_relaxed );
    }
@@ -293,8 +264,8 @@ void CounterTable::readIs( uint32_t index, Read const & read, double time ) {
    // The first read of a row that came back compares with nothing: the row was marked when it came.
    bool const marks = read.restarted && row.readTime.load( std::memory_order_relaxed ) != 0;
    uint64_t const restarts = row.restarts.load( std::memory_order_relaxed );
-   Writing const writing( row );
-   octetsAre( row, read.inOctets, read.outOctets, time );
+   Row::Writing const writing( row );
+   row.readIs( word( read.inOctets ), word( read.outOctets ), time );
    if( marks ) row.restarts.store( restarts + 1, std::memory_order_relaxed );
 }
 

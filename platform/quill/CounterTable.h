@@ -36,6 +36,7 @@
 #include <string_view>
 
 #include "brim/MaybeU63.h"
+#include "quill/CounterRow.h"
 
 namespace KelQuill {
 
@@ -47,19 +48,10 @@ class TableError : public std::runtime_error {
 
 class CounterTable {
  public:
-   static constexpr std::size_t nameMax = 63;  // bytes
+   static constexpr std::size_t nameMax = CounterRow::nameMax;  // bytes
    static constexpr uint32_t capacityMax = 1u << 20;
 
-   struct Row {
-      std::atomic<uint64_t> sequence;
-      std::atomic<uint64_t> inUse;
-      std::atomic<uint64_t> inOctets;
-      std::atomic<uint64_t> outOctets;
-      std::atomic<double> readTime;  // s
-      std::atomic<uint64_t> restarts;
-      std::atomic<uint64_t> name[( nameMax + 1 ) / sizeof( uint64_t )];
-      std::byte reserved[16];
-   };
+   using Row = CounterRow;
 
    // What a row said at one moment: what a sample takes of it, and all of it.
    struct Counters {
@@ -126,6 +118,15 @@ class CounterTable {
    // `time` is when it was read, in seconds and above 0. A restart counts where there is an earlier read to compare
    // with.
    void readIs( uint32_t index, Read const & read, double time );
+   // The same for what most reads bring: octets that have grown since another read. False, and nothing written, for any
+   // other: the row was never read, an octet counter is below what it was, or above 2^63 - 1.
+   bool grewTo( uint32_t index, uint64_t inOctets, uint64_t outOctets, double time ) {
+      Row & row = rowsBegin_[index];
+      if( !row.goesOn( inOctets, outOctets ) ) return false;
+      Row::Writing const writing( row );
+      row.readIs( inOctets, outOctets, time );
+      return true;
+   }
 
  private:
    static Counters countersOf( Row const & row ) {
@@ -140,7 +141,6 @@ class CounterTable {
 
    struct Header;
    struct File;
-   class Writing;
 
    CounterTable( std::unique_ptr<File const> file, std::byte * memory, std::size_t bytes );
    static std::unique_ptr<CounterTable> created( std::unique_ptr<File const> file, uint32_t capacity );

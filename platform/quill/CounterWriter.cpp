@@ -15,8 +15,8 @@ void CounterWriter::rowIs( Lumo::IntfId intf ) {
    if( hasRow( intf ) ) return;
    // Given-up rows first, so that a box whose links come and go does not fill the table.
    uint32_t const index = freeRows_.empty() ? table_->rows() : freeRows_.back();
-   auto const former = formerRestarts_.find( intf );
-   table_->rowIs( index, intf.name(), former == formerRestarts_.end() ? 0 : former->second + 1 );
+   auto const former = former_.find( intf );
+   table_->rowIs( index, intf.name(), former == former_.end() ? 0 : former->second.restarts + 1 );
    // Only now: the table may have thrown, and the row would be lost.
    if( !freeRows_.empty() ) freeRows_.pop_back();
    rows_.emplace( intf, index );
@@ -27,7 +27,11 @@ void CounterWriter::rowDel( Lumo::IntfId intf ) {
    auto const found = rows_.find( intf );
    if( found == rows_.end() ) return;
    uint32_t const index = found->second;
-   formerRestarts_[intf] = lastRead( index ).restarts;
+   auto const last = lastRead( index );
+   auto & former = former_[intf];
+   // A row that was never read knows less than the one before it.
+   if( last.readTime != 0 ) former = last;
+   former.restarts = last.restarts;
    table_->rowDel( index );
    freeRows_.push_back( index );
    rows_.erase( found );
@@ -49,6 +53,18 @@ bool CounterWriter::wants( Lumo::IntfId intf, Rows rows ) const {
 std::optional<CounterTable::LastRead> CounterWriter::lastRead( Lumo::IntfId intf ) const {
    auto const found = rows_.find( intf );
    return found == rows_.end() ? std::nullopt : std::optional( lastRead( found->second ) );
+}
+
+CounterTable::Counters CounterWriter::lastCounters( Lumo::IntfId intf ) const {
+   if( auto const last = lastRead( intf ); last && last->readTime != 0 ) return *last;
+   auto const former = former_.find( intf );
+   if( former == former_.end() ) return {};
+   return former->second;
+}
+
+std::optional<uint32_t> CounterWriter::row( Lumo::IntfId intf ) const {
+   auto const found = rows_.find( intf );
+   return found == rows_.end() ? std::nullopt : std::optional( found->second );
 }
 
 CounterTable::LastRead CounterWriter::lastRead( uint32_t index ) const {

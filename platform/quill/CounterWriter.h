@@ -45,10 +45,21 @@ class CounterWriter {
    // What its row says as it stands; none without a row.
    [[nodiscard]] std::optional<CounterTable::LastRead> lastRead( Lumo::IntfId intf ) const;
 
+   // What its counters said when they were read last, also by a row that was given up since; zeros when never.
+   [[nodiscard]] CounterTable::Counters lastCounters( Lumo::IntfId intf ) const;
+
    // For an interface that has a row: its counters were read in this turn, and this is what they said.
    void readIs( Lumo::IntfId intf, CounterTable::Read const & read );
    // Whether a refresh of these rows is to read the interface: it has a row, and that is among them.
    [[nodiscard]] bool wants( Lumo::IntfId intf, Rows rows ) const;
+
+   // For whoever writes all rows at a time, and keeps which is whose. It is another, or none, once the table's
+   // generation has moved.
+   [[nodiscard]] std::optional<uint32_t> row( Lumo::IntfId intf ) const;
+   // As readIs, for octets that have grown since another read; false, and nothing written, for any other.
+   bool grewTo( uint32_t row, uint64_t inOctets, uint64_t outOctets ) {
+      return table_->grewTo( row, inOctets, outOctets, Kel::now() );
+   }
 
  private:
    void handleRow( uint32_t index );
@@ -58,7 +69,8 @@ class CounterWriter {
    Kel::Ptr<WriterStatus> const status_;
    std::unordered_map<Lumo::IntfId, uint32_t> rows_;
    std::vector<uint32_t> freeRows_;
-   std::unordered_map<Lumo::IntfId, uint64_t> formerRestarts_;  // of interfaces whose row was given up
+   // Of interfaces whose row was given up: its restarts, and the last counters that were read.
+   std::unordered_map<Lumo::IntfId, CounterTable::LastRead> former_;
 };
 
 }  // namespace KelQuill

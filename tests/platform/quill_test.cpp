@@ -170,6 +170,30 @@ TEST_F( TableTest, aRowWhoseWriterDiedInTheMiddleOrThatWasNeverReadHasNoCounters
    EXPECT_EQ( statistics( 2 ), ( IntfStatistics{ MaybeU63::none(), MaybeU63::none() } ) );
 }
 
+// What is written without looking anything up is only what can be told from the row.
+TEST_F( TableTest, octetsThatHaveGrownAreWrittenAndOthersLeftAlone ) {
+   auto const table = CounterTable::create( path );
+   table->rowIs( 0, "Ethernet1", 3 );
+   EXPECT_FALSE( table->grewTo( 0, 5, 5, 10 ) ) << "never read";
+   table->readIs( 0, { 100, 200 }, 20 );
+   constexpr uint64_t highest = ( uint64_t{ 1 } << 63 ) - 1;
+   for( auto const & [in, out] : std::vector<std::pair<uint64_t, uint64_t>>{
+           { 99, 300 }, { 300, 199 }, { highest + 1, 300 }, { 300, highest + 1 }, { ~uint64_t{}, ~uint64_t{} } } ) {
+      EXPECT_FALSE( table->grewTo( 0, in, out, 30 ) ) << in << ", " << out;
+      EXPECT_EQ( table->entry( 0 )->counters.inOctets, 100 );
+      EXPECT_EQ( table->entry( 0 )->counters.readTime, 20 );
+   }
+   EXPECT_TRUE( table->grewTo( 0, 100, 200, 30 ) ) << "at rest";
+   EXPECT_TRUE( table->grewTo( 0, highest, highest, 40 ) );
+   auto const last = table->entry( 0 )->counters;
+   EXPECT_EQ( last.inOctets, highest );
+   EXPECT_EQ( last.outOctets, highest );
+   EXPECT_EQ( last.readTime, 40 );
+   EXPECT_EQ( last.restarts, 3u );
+   table->readIs( 0, { MaybeU63::none(), 1 }, 50 );
+   EXPECT_FALSE( table->grewTo( 0, 5, 5, 60 ) ) << "from no value";
+}
+
 TEST_F( TableTest, aNewWriterTakesThePlaceOfTheOldOne ) {
    auto const old = CounterTable::create( path );
    old->rowIs( 0, "old" );
