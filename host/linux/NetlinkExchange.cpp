@@ -2,8 +2,8 @@
 
 namespace Host::Linux {
 
-NetlinkExchange::NetlinkExchange( std::chrono::milliseconds longestWait )
-   : longestWait_( longestWait ), socket_( longestWait ) {}
+NetlinkExchange::NetlinkExchange( std::chrono::milliseconds longestWait, Parts parts )
+   : longestWait_( longestWait ), parts_( parts ), socket_( std::in_place, longestWait, parts ) {}
 
 std::span<std::byte const> NetlinkExchange::receive( char const * doing ) {
    Received const received = socket_->receive( doing );

@@ -15,7 +15,8 @@ namespace Host::Linux {
 class NetlinkExchange {
  public:
    // longestWait: for one part of an answer, above 0. Throws NetlinkError.
-   explicit NetlinkExchange( std::chrono::milliseconds longestWait = std::chrono::seconds( 1 ) );
+   explicit NetlinkExchange( std::chrono::milliseconds longestWait = std::chrono::seconds( 1 ),
+                             Parts parts = Parts::ofAnyLength );
 
    // Sends the request, and calls `visit` with each message of the answer, without allocating. False when things came
    // or went meanwhile, so that the answer may lack some. Throws NetlinkError, also after part of the answer; the next
@@ -28,6 +29,7 @@ class NetlinkExchange {
    [[nodiscard]] std::span<std::byte const> receive( char const * doing );
 
    std::chrono::milliseconds const longestWait_;
+   Parts const parts_;
    // None after a failure, whose late answer must not pass for that of the next.
    std::optional<NetlinkSocket> socket_;
 };
@@ -36,7 +38,7 @@ template<typename Visit>
 bool NetlinkExchange::ask( Request & request, char const * doing, Visit && visit ) {
    bool whole = true;
    try {
-      if( !socket_ ) socket_.emplace( longestWait_ );
+      if( !socket_ ) socket_.emplace( longestWait_, parts_ );
       socket_->send( request.header(), doing );
       bool ended = false;
       while( !ended ) {

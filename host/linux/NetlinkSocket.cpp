@@ -13,7 +13,7 @@ namespace {
 
 // The kernel puts up to 32 KiB of a dump into one datagram when the reader offers as much. Most links need a KiB or
 // two; one with many names or virtual functions can need more than this.
-constexpr std::size_t bufferBytes = 65536;
+constexpr std::size_t bufferBytes = 32768;
 
 mnl_socket * open( std::chrono::milliseconds longestWait ) {
    // A longest wait of 0 cannot be left to SO_RCVTIMEO, where it means for ever (socket(7)).
@@ -24,8 +24,8 @@ mnl_socket * open( std::chrono::milliseconds longestWait ) {
 
 }  // namespace
 
-NetlinkSocket::NetlinkSocket( std::chrono::milliseconds longestWait )
-   : socket_( open( longestWait ) ), buffer_( bufferBytes ) {
+NetlinkSocket::NetlinkSocket( std::chrono::milliseconds longestWait, Parts parts )
+   : socket_( open( longestWait ) ), parts_( parts ), buffer_( bufferBytes ) {
    auto const seconds = std::chrono::duration_cast<std::chrono::seconds>( longestWait );
    timeval const wait{ seconds.count(), std::chrono::microseconds( longestWait - seconds ).count() };
    // The kernel chooses the address (AUTOPID): a process can have its own id as the address of one socket only, and has
@@ -49,7 +49,7 @@ void NetlinkSocket::send( nlmsghdr const & request, char const * doing ) {
 Received NetlinkSocket::receive( char const * doing ) {
    for( ;; ) {
       // How long the next datagram is. A buffer that is too short would cost the rest of it.
-      auto const wanted = recv( fd(), nullptr, 0, MSG_PEEK | MSG_TRUNC );
+      auto const wanted = parts_ == Parts::fit ? 0 : recv( fd(), nullptr, 0, MSG_PEEK | MSG_TRUNC );
       if( wanted > static_cast<ssize_t>( buffer_.size() ) ) buffer_.resize( static_cast<std::size_t>( wanted ) );
       auto const bytes = wanted < 0 ? wanted : mnl_socket_recvfrom( socket_.get(), buffer_.data(), buffer_.size() );
       if( bytes >= 0 ) {

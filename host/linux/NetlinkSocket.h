@@ -68,10 +68,16 @@ struct Received {
    std::span<std::byte const> messages;  // the socket's buffer, valid until its next receive()
 };
 
+// How long a datagram can be that comes.
+enum class Parts {
+   ofAnyLength,
+   fit  // as long as the socket's buffer at most; saves asking for the length of each
+};
+
 class NetlinkSocket {
  public:
    // longestWait: for one receive(); 0 makes a socket that never waits. Throws NetlinkError.
-   explicit NetlinkSocket( std::chrono::milliseconds longestWait );
+   explicit NetlinkSocket( std::chrono::milliseconds longestWait, Parts parts = Parts::ofAnyLength );
 
    [[nodiscard]] int fd() const { return mnl_socket_get_fd( socket_.get() ); }
 
@@ -80,7 +86,7 @@ class NetlinkSocket {
 
    // `doing` is what an error says. Both throw NetlinkError.
    void send( nlmsghdr const & request, char const * doing );
-   // The buffer grows to the message, and stays so.
+   // The buffer grows to the message, and stays so. One that does not fit where it was said to is an error.
    [[nodiscard]] Received receive( char const * doing );
 
  private:
@@ -88,21 +94,20 @@ class NetlinkSocket {
       void operator()( mnl_socket * socket ) const { mnl_socket_close( socket ); }
    };
 
-   std::unique_ptr<mnl_socket, Close> socket_;
+   std::unique_ptr<mnl_socket, Close> const socket_;
+   Parts const parts_;
    std::vector<std::byte> buffer_;
 };
 
 // Ends before the first that is not there as a whole, with the padding that the kernel never leaves out.
 template<typename Visit>
 void forEachMessage( std::span<std::byte const> messages, Visit && visit ) {
-   int bytesLeft = static_cast<int>( messages.size() );
+   std::size_t left = messages.size();
    // Allocated memory, in which the kernel begins each message at a multiple of 4 bytes (NLMSG_ALIGN).
    auto const * message = reinterpret_cast<nlmsghdr const *>( messages.data() );
-   // mnl_nlmsg_ok() takes a length above 2^31 for a negative one, which is below any other.
-   while( mnl_nlmsg_ok( message, bytesLeft ) && message->nlmsg_len <= static_cast<unsigned>( bytesLeft ) &&
-          NLMSG_ALIGN( message->nlmsg_len ) <= static_cast<unsigned>( bytesLeft ) ) {
+   while( NLMSG_OK( message, left ) && NLMSG_ALIGN( message->nlmsg_len ) <= left ) {
       visit( *message );
-      message = mnl_nlmsg_next( message, &bytesLeft );
+      message = NLMSG_NEXT( message, left );
    }
 }
 
