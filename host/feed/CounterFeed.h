@@ -11,9 +11,10 @@
 #pragma once
 
 #include <unordered_map>
-#include <vector>
+#include <utility>
 
 #include "feed/LinkFeed.h"
+#include "feed/ListedLinks.h"
 #include "linux/MonotonicCounter.h"
 #include "linux/StatsReader.h"
 #include "quill/CounterWriter.h"
@@ -34,22 +35,20 @@ class CounterFeed {
    [[nodiscard]] uint64_t reads() const { return stats_.reads(); }
 
  private:
-   struct Row {
-      int index;
-      Linux::Octets octets;
-   };
-
    [[nodiscard]] std::string readAll();
-   void publish( Lumo::IntfId intf, Linux::Octets const & raw );
+   [[nodiscard]] ListedLinks::Link found( int index ) const;
+   [[nodiscard]] bool publish( ListedLinks::Link const & listed, KelQuill::Rows rows );
 
    LinkFeed const & links_;
    KelQuill::CounterWriter & counters_;
    Tell const tell_;
    Linux::StatsReader stats_;
    bool failing_ = false;
-   std::vector<Row> read_;  // of the bulk read under way; a member for its memory
-   // Kept when a link goes: it may come back under its name.
-   std::unordered_map<Lumo::IntfId, Linux::MonotonicCounter> octets_;
+   ListedLinks listed_;  // and read, by the bulk read under way
+   // Those of links and rows, by which the listed links were found.
+   std::pair<uint32_t, uint32_t> generations_;
+   // Of interfaces whose counters have started again, also of those that went: they may come back under their name.
+   std::unordered_map<Lumo::IntfId, Linux::Octets> offsets_;
 };
 
 }  // namespace Host

@@ -56,6 +56,7 @@ void LinkFeed::onLinkGone( Link const & link ) {
    // The other way round than it came. The index first, because a read that still found it would write to a row that
    // is not there, which is a failed assertion.
    interfaces_.erase( link.index );
+   ++generation_;
    links_.linkDel( known.intf );
    rowDel( known.intf );
 }
@@ -113,6 +114,7 @@ void LinkFeed::publish( Link const & link, LinkReport const & report ) {
    // Row before record: whoever hears of the interface finds its counters. The index before both, so that every read
    // from here on fills the row.
    interfaces_.insert_or_assign( link.index, known.intf );
+   ++generation_;
    if( report.kind == IntfKind::ethernet ) rowIs( known.intf );
    links_.linkIs( known.intf, report );
    if( report.kind != IntfKind::ethernet ) rowDel( known.intf );

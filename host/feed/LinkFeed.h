@@ -33,6 +33,8 @@ class LinkFeed final : public Linux::LinkListener {
 
    // By kernel index, the interfaces that exist.
    [[nodiscard]] std::unordered_map<int, Lumo::IntfId> const & interfaces() const { return interfaces_; }
+   // Another whenever these change.
+   [[nodiscard]] uint32_t generation() const { return generation_; }
 
    void onLink( Linux::Link const & link ) override;
    void onLinkGone( Linux::Link const & link ) override;
@@ -73,6 +75,7 @@ class LinkFeed final : public Linux::LinkListener {
    Tell const tell_;
    OnLink const onLink_;
    std::unordered_map<int, Lumo::IntfId> interfaces_;
+   uint32_t generation_ = 0;
    std::unordered_map<int, Known> known_;
    Indices belonging_;               // by master
    Indices above_;                   // VLAN links by the link below

@@ -19,6 +19,9 @@ struct Octets {
    std::uint64_t out = 0;
 
    bool operator==( Octets const & ) const = default;
+   // Modulo 2^64, each.
+   Octets operator+( Octets const & other ) const { return { in + other.in, out + other.out }; }
+   Octets operator-( Octets const & other ) const { return { in - other.in, out - other.out }; }
 };
 
 class MonotonicCounter {
@@ -27,6 +30,14 @@ class MonotonicCounter {
       Octets octets;   // at most 2^63 - 1 each
       bool restarted;  // since the value before
    };
+
+   MonotonicCounter() = default;
+   // One that was at `published`, of which the device's own count lacks `offset`.
+   MonotonicCounter( Octets const & offset, Octets const & published )
+      : offset_( offset ), lastRaw_( published - offset ) {}
+
+   // What has to be added to what the device counts.
+   [[nodiscard]] Octets const & offset() const { return offset_; }
 
    // What to publish for what the device counts now. None, and nothing changed, when that or the sum is above 2^63 - 1.
    std::optional<Value> value( Octets const & raw );

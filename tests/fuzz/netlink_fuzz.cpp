@@ -50,15 +50,12 @@ class Kernel {
 
 // Whether there is something in it for somebody.
 bool says( nlmsghdr const & message ) {
-   bool told = false;
    switch( message.nlmsg_type ) {
       case RTM_NEWLINK: return Linux::parseLink( message ).has_value();
       case RTM_DELLINK: return Linux::parseRemoval( message ).has_value();
       case RTM_NEWVLAN:
       case RTM_DELVLAN: return Linux::parseVlans( message ).has_value();
-      case RTM_NEWSTATS:
-         Linux::parseStats( message, [&]( int, rtnl_link_stats64 const & ) { told = true; } );
-         return told;
+      case RTM_NEWSTATS: return Linux::parseStats( message ).has_value();
       case NLMSG_DONE: return true;
       case NLMSG_ERROR: return Linux::errorOf( message ) != 0;
       default: return false;

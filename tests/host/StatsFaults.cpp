@@ -6,6 +6,8 @@
 #include <linux/rtnetlink.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace Faults {
@@ -38,6 +40,22 @@ void interrupt( void * buffer, ssize_t bytes ) {
       if( message->nlmsg_type != RTM_NEWSTATS ) continue;
       auto const & stats = *static_cast<if_stats_msg const *>( mnl_nlmsg_get_payload( message ) );
       if( static_cast<int>( stats.ifindex ) == statsFaults().passedBy ) message->nlmsg_type = NLMSG_NOOP;
+   }
+}
+
+void count( void * buffer, ssize_t bytes ) {
+   int left = static_cast<int>( bytes );
+   for( auto * message = static_cast<nlmsghdr *>( buffer ); mnl_nlmsg_ok( message, left );
+        message = mnl_nlmsg_next( message, &left ) ) {
+      if( message->nlmsg_type != RTM_NEWSTATS ) continue;
+      auto const & body = *static_cast<if_stats_msg const *>( mnl_nlmsg_get_payload( message ) );
+      auto const * const stats = static_cast<nlattr const *>( mnl_nlmsg_get_payload_offset( message, sizeof body ) );
+      char * const octets =
+         static_cast<char *>( mnl_attr_get_payload( stats ) ) + offsetof( rtnl_link_stats64, rx_bytes );
+      std::uint64_t inAndOut[2];
+      std::memcpy( inAndOut, octets, sizeof inAndOut );
+      statsFaults().counts( static_cast<int>( body.ifindex ), inAndOut[0], inAndOut[1] );
+      std::memcpy( octets, inAndOut, sizeof inAndOut );
    }
 }
 
@@ -84,6 +102,7 @@ extern "C" ssize_t mnl_socket_recvfrom( mnl_socket const * socket, void * buffer
    if( socket != Faults::answer.socket ) return real( socket, buffer, room );
    if( ++Faults::answer.parts == Faults::statsFaults().failingPart ) return Faults::refuse( EIO );
    ssize_t const bytes = real( socket, buffer, room );
+   if( Faults::statsFaults().counts ) Faults::count( buffer, bytes );
    if( Faults::answer.interrupted ) Faults::interrupt( buffer, bytes );
    return bytes;
 }

@@ -2,9 +2,15 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <array>
+#include <deque>
 #include <limits>
 #include <map>
+#include <numeric>
 #include <optional>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,6 +62,64 @@ TEST( MonotonicCounter, goesOnFromWhereItStood ) {
    }
 }
 
+// From the bytes of a message whose attributes have these types and sizes, each byte of them its place.
+std::optional<LinkOctets> parsed( std::vector<std::pair<std::uint16_t, std::size_t>> const & attributes,
+                                  std::size_t bodyBytes = sizeof( if_stats_msg ) ) {
+   alignas( nlmsghdr ) std::array<std::uint8_t, 1024> room{};
+   nlmsghdr & header = *mnl_nlmsg_put_header( room.data() );
+   static_cast<if_stats_msg *>( mnl_nlmsg_put_extra_header( &header, sizeof( if_stats_msg ) ) )->ifindex = 7;
+   header.nlmsg_len = static_cast<std::uint32_t>( NLMSG_HDRLEN + bodyBytes );
+   std::array<std::uint8_t, 256> places;
+   std::iota( places.begin(), places.end(), std::uint8_t{} );
+   for( auto const & [type, bytes] : attributes ) mnl_attr_put( &header, type, bytes, places.data() );
+   return parseStats( header );
+}
+
+TEST( StatsMessage, saysWhatALinkHasCountedOrNothing ) {
+   constexpr Octets found{ 0x1716151413121110, 0x1f1e1d1c1b1a1918 };
+   for( std::size_t bytes : { sizeof( rtnl_link_stats64 ), std::size_t{ 240 }, std::size_t{ 32 } } ) {
+      auto const link = parsed( { { IFLA_STATS_LINK_64, bytes } } );
+      ASSERT_TRUE( link ) << bytes;
+      EXPECT_EQ( link->index, 7 );
+      EXPECT_EQ( link->octets, found ) << bytes;
+   }
+   auto const behind = parsed( { { IFLA_STATS_AF_SPEC, 5 }, { IFLA_STATS_LINK_64, 200 } } );
+   EXPECT_EQ( behind.value().octets, found ) << "behind another attribute";
+   EXPECT_FALSE( parsed( { { IFLA_STATS_LINK_64, 31 } } ) ) << "half a counter";
+   EXPECT_FALSE( parsed( { { IFLA_STATS_LINK_XSTATS, 200 } } ) );
+   EXPECT_FALSE( parsed( {} ) );
+   EXPECT_FALSE( parsed( {}, sizeof( if_stats_msg ) - 4 ) );
+}
+
+// Whatever the lists, each link is the one that its index says; what is listed as before is not looked for.
+TEST( ListedLinks, areFoundAnewOnlyFromWhereAListHasChanged ) {
+   auto const seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937 random( seed );
+   ListedLinks listed;
+   std::vector<int> list, before;
+   for( int round = 0; round < 500; ++round ) {
+      if( !list.empty() && random() % 3 == 0 ) list.erase( list.begin() + static_cast<int>( random() % list.size() ) );
+      if( random() % 3 == 0 ) list.insert( list.begin() + static_cast<int>( random() % ( list.size() + 1 ) ), round );
+      auto const same = static_cast<std::size_t>( std::ranges::mismatch( list, before ).in1 - list.begin() );
+      std::size_t looked = 0;
+      listed.begin();
+      for( int index : list ) {
+         listed.add( index, { static_cast<std::uint64_t>( round ), 0 }, [&]( int i ) {
+            ++looked;
+            return ListedLinks::Link{ i, static_cast<uint32_t>( i ), {}, {} };
+         } );
+      }
+      ASSERT_EQ( listed.links().size(), list.size() );
+      for( std::size_t i = 0; i < list.size(); ++i ) {
+         ASSERT_EQ( listed.links()[i].row, static_cast<uint32_t>( list[i] ) );
+         ASSERT_EQ( listed.links()[i].counted.in, static_cast<std::uint64_t>( round ) );
+      }
+      EXPECT_LE( looked, list.size() - same );
+      before = list;
+   }
+}
+
 class Counters : public PrivateNetwork {
  protected:
    void SetUp() override {
@@ -96,8 +160,8 @@ class Counters : public PrivateNetwork {
 
    std::map<int, Octets> readAll() {
       std::map<int, Octets> rows;
-      reader_->read( [&]( int index, rtnl_link_stats64 const & stats ) {
-         EXPECT_TRUE( rows.emplace( index, Octets{ stats.rx_bytes, stats.tx_bytes } ).second ) << "twice: " << index;
+      reader_->read( [&]( int index, Octets const & octets ) {
+         EXPECT_TRUE( rows.emplace( index, octets ).second ) << "twice: " << index;
       } );
       return rows;
    }
@@ -157,7 +221,7 @@ TEST_F( Counters, ofADeviceMadeAgainGoOn ) {
 TEST_F( Counters, areReadAgainAfterAReadThatFailed ) {
    struct Refused {};
    makeManyLinks();
-   EXPECT_THROW( reader_->read( []( int, rtnl_link_stats64 const & ) { throw Refused(); } ), Refused );
+   EXPECT_THROW( reader_->read( []( int, Octets const & ) { throw Refused(); } ), Refused );
    send( 3, 100 );
    EXPECT_EQ( readAll(), shown() );
 }
@@ -260,6 +324,47 @@ TEST_F( Feed, aLinkThatIsNotToldOfYetHasNoTime ) {
    refreshAt( 1030 );
    EXPECT_EQ( readTime( "late" ), 1030 );
    EXPECT_EQ( row( "late" ).restarts, 1u );
+}
+
+// Every link counts its index as its input, so that a row filled from another link shows.
+TEST_F( Feed, rowsThatChangeHandsAreFilledFromTheirOwnLinks ) {
+   Faults::statsFaults().counts = []( int index, std::uint64_t & in, std::uint64_t & ) {
+      in = static_cast<std::uint64_t>( index );
+   };
+   double time = 1000;
+   auto const expectOwnAfter = [&]( std::string const & lines, std::set<std::string> const & names ) {
+      ip( lines );
+      refreshAt( time += 10, false );  // listed in another order by now, or under another name
+      refreshAt( time += 10 );
+      for( auto const & name : names ) {
+         EXPECT_EQ( row( name ).inOctets, static_cast<std::uint64_t>( indexOf( name ) ) ) << name << " after " << lines;
+         EXPECT_EQ( row( name ).restarts, 0u ) << name << " after " << lines;
+      }
+   };
+   expectOwnAfter( "link add name a1 type veth peer name a2", { "a1", "a2", "v0", "v1" } );
+   expectOwnAfter( "link del a1\nlink add name b1 type veth peer name b2", { "b1", "b2", "v0", "v1" } );
+   expectOwnAfter( "link set b1 name c1\nlink set v1 down\nlink set v1 name c2", { "b2", "c1", "c2", "v0" } );
+   EXPECT_EQ( writer_.table().rows(), 5u );  // they did change hands
+}
+
+TEST_F( Feed, aLinkListedTwiceThatHasStartedAgainCountsAllOfIt ) {
+   std::deque<std::uint64_t> counted;
+   Faults::statsFaults().counts = [&, v0 = indexOf( "v0" )]( int index, std::uint64_t &, std::uint64_t & out ) {
+      if( index != v0 ) return;
+      out = counted.front();
+      counted.pop_front();
+   };
+   auto const sentAfter = [&]( double time, std::deque<std::uint64_t> const & countedByThen ) {
+      counted = countedByThen;
+      Faults::statsFaults().interruptedAnswers = static_cast<int>( counted.size() ) - 1;
+      refreshAt( time );
+      return sent();
+   };
+   EXPECT_EQ( sentAfter( 1010, { 1000 } ), 1000u );
+   EXPECT_EQ( sentAfter( 1020, { 10, 2000 } ), 3000u );
+   EXPECT_EQ( row( "v0" ).restarts, 1u );
+   EXPECT_EQ( sentAfter( 1030, { 2500 } ), 3500u );
+   EXPECT_EQ( row( "v0" ).restarts, 1u );
 }
 
 TEST_F( Feed, aLinkMadeAgainIsMarkedAlsoWhenItHasCountedMoreThanBefore ) {
