@@ -202,7 +202,7 @@ void restore( Dovra::EntityManager const & database, Store::Row const & row ) {
 std::string seriesOf( Kel::Entity const & e ) {
    auto const * const intf = dynamic_cast<Evidence::WindowIntf const *>( &e );
    if( !intf ) return {};
-   Evidence::RateCells const & cells = intf->rates();
+   Evidence::RateCells const cells = intf->rates();
    return { reinterpret_cast<char const *>( cells.data() ), cells.size() * sizeof( Evidence::RateCell ) };
 }
 

@@ -62,27 +62,28 @@ void Recorder::spikeIs( std::string const & rate ) {
 }
 
 bool Recorder::sharesLastCell( double from, double to ) const {
-   auto const & cells = record_->rates();
+   RateSeries const & cells = record_->rateSeries();
    // Across a time without readings nothing is joined: nobody knows what flowed then.
-   return !cells.empty() && cells.back().to == from && to - cells.back().from <= cellSeconds_;
+   return cells.size() > 0 && cells.last().to == from && to - cells.last().from <= cellSeconds_;
 }
 
 void Recorder::ratesAre( double from, double to, Interface::IntfRates const & r ) {
    if( !record_ ) return;
    RateCell const cell{ from,          to,           r.inBitsRate, r.inBitsRate, r.inBitsRate, r.outBitsRate,
                         r.outBitsRate, r.outBitsRate };
-   if( sharesLastCell( from, to ) ) return record_->lastRateIs( joined( record_->rates().back(), cell ) );
-   if( record_->rates().size() >= cells_ ) widen();
+   if( sharesLastCell( from, to ) ) return record_->lastRateIs( joined( record_->rateSeries().last(), cell ) );
+   if( record_->rateSeries().size() >= cells_ ) widen();
    record_->rateIs( cell );
 }
 
 // Neighbours are joined. Where gaps keep too many of them apart, the oldest cells make room for the latest.
 void Recorder::widen() {
    double width = 0;
-   for( RateCell const & cell : record_->rates() ) width = std::max( width, cell.to - cell.from );
+   RateCells const cells = record_->rates();
+   for( RateCell const & cell : cells ) width = std::max( width, cell.to - cell.from );
    cellSeconds_ = 2 * width;
-   std::vector<RateCell> kept;
-   for( RateCell const & cell : record_->rates() ) {
+   RateCells kept;
+   for( RateCell const & cell : cells ) {
       bool const joins = !kept.empty() && kept.back().to == cell.from && cell.to - kept.back().from <= cellSeconds_;
       if( joins ) {
          kept.back() = joined( kept.back(), cell );

@@ -10,6 +10,7 @@
 
 #include "dovra/EntityManager.h"
 #include "evidence/Accounts.h"
+#include "evidence/RateSeries.h"
 #include "kel/Attributes.h"
 #include "kel/Optional.h"
 #include "records/IntfId.h"
@@ -87,22 +88,6 @@ struct ProfileInForce {
    KEL_VALUE_END( ProfileInForce )
 };
 
-// The rates of readings and other samples that fell into one cell of time, bit/s.
-struct RateCell {
-   KEL_VALUE( RateCell, "Evidence::RateCell" )
-   KEL_FIELD( double, from )  // s, that the samples tell of
-   KEL_FIELD( double, to )
-   KEL_FIELD( double, inLow )
-   KEL_FIELD( double, inMean )
-   KEL_FIELD( double, inHigh )
-   KEL_FIELD( double, outLow )
-   KEL_FIELD( double, outMean )
-   KEL_FIELD( double, outHigh )
-   KEL_VALUE_END( RateCell )
-};
-
-using RateCells = std::vector<RateCell>;
-
 // One interface in a window.
 class WindowIntf final : public Kel::Entity {
    KEL_ENTITY( WindowIntf, "Evidence::WindowIntf", Lumo::IntfId, intfId )
@@ -117,14 +102,18 @@ class WindowIntf final : public Kel::Entity {
    KEL_ATTR_BY( RateCells, rates )                       // in the order of time, at most 600
    KEL_ENTITY_END
 
-   [[nodiscard]] RateCells const & rates() const { return rates_; }
+   [[nodiscard]] RateCells rates() const { return rates_.cells(); }
+   [[nodiscard]] RateSeries const & rateSeries() const { return rates_; }
    // Tell nobody, watchers neither: they change with every reading, and are read when somebody wants to see them.
-   void ratesIs( RateCells const & cells ) { rates_ = cells; }
-   void rateIs( RateCell const & cell ) { rates_.push_back( cell ); }
-   void lastRateIs( RateCell const & cell ) { rates_.back() = cell; }
+   void ratesIs( RateCells const & cells ) { rates_.cellsIs( cells ); }
+   void rateIs( RateCell const & cell ) { rates_.add( cell ); }
+   void lastRateIs( RateCell const & cell ) { rates_.lastIs( cell ); }
+   // For the store, without a loss; the latter throws AttributeError for what is none.
+   [[nodiscard]] std::string packedRates() const { return rates_.packed(); }
+   void packedRatesIs( std::string_view text ) { rates_.packedIs( text ); }
 
  private:
-   RateCells rates_;
+   RateSeries rates_;
 };
 
 // One window. Its key is the instance's name: the unit, "#", the generation of its enter.

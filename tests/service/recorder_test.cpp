@@ -11,7 +11,7 @@ namespace {
 class RecorderTest : public ::testing::Test {
  protected:
    void reading( double from, double to, double in, double out ) { recorder_.ratesAre( from, to, { in, out, to } ); }
-   RateCells const & cells() const { return record_->rates(); }
+   RateCells cells() const { return record_->rates(); }
    RateCell cell( uint32_t i ) const { return record_->rates().at( i ); }
 
    Kel::Ptr<WindowIntf> const record_{ new WindowIntf( Lumo::IntfId( "eth0" ) ) };
