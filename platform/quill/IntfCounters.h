@@ -45,12 +45,16 @@ class IntfCounter final : public Kel::Entity {
    }
    // What the row says, and since when, as it stands: nothing is read from the source for it. None when the writer died
    // in the middle of the row.
-   [[nodiscard]] std::optional<KelQuill::CounterTable::LastRead> lastRead() const {
+   [[nodiscard]] std::optional<KelQuill::CounterTable::LastRead> lastRead() const { return lastRead( row_ ); }
+   [[nodiscard]] static std::optional<KelQuill::CounterTable::LastRead> lastRead(
+      KelQuill::CounterTable::Row const & row ) {
       KelQuill::CounterTable::LastRead found;
-      if( KelQuill::CounterTable::readOnce( row_, found ) ) [[likely]]
+      if( KelQuill::CounterTable::readOnce( row, found ) ) [[likely]]
          return found;
-      return KelQuill::CounterTable::read( row_ );
+      return KelQuill::CounterTable::read( row );
    }
+   // Where it reads: the way of those who ask often, and look it up again when the directory's generation moves.
+   [[nodiscard]] KelQuill::CounterTable::Row const & row() const { return row_; }
    [[nodiscard]] bool reads( KelQuill::CounterTable::Row const & row ) const { return &row == &row_; }
 
  private:

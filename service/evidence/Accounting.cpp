@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "kel/FetchAhead.h"
 #include "kel/QuantityText.h"
 #include "state/TurnEndRank.h"
 
@@ -22,18 +23,10 @@ std::string loudText( LoudReading const & loud ) {
 Subject::Subject( Accounting & in, Lumo::IntfId intf )
    : accounting( in ), watched( intf, in.sources(), in.neverWatched(), *this ) {}
 
-// There is nothing to hand on: apply() looks for itself.
-void Subject::onSample() { accounting.touch( *this ); }
-
 // What is told of in a window may be heard by somebody who closes accounts or breaks the run: so copies are iterated
-// over, here and below, and the run is not asked. Most interfaces have one account, and a sample needs no copy of the
-// list then.
+// over, here and below, and the run is not asked.
 void Subject::onReading( Run::Step const & step ) {
-   if( places.size() == 1 ) {
-      noteReading( Kel::Ptr<Place>( places.front() ), step );
-   } else {
-      for( auto const & p : std::vector( places ) ) noteReading( p, step );
-   }
+   for( auto const & p : Kel::Few( places ) ) noteReading( p, step );
    if( step.becameLoud ) handleSpike( step );
 }
 
@@ -45,7 +38,7 @@ void Subject::noteReading( Kel::Ptr<Place> const & p, Run::Step const & step ) {
 
 void Subject::handleSpike( Run::Step const & step ) {
    LoudReading const loud = Run::loudReading( step.rates, step.to );
-   for( auto const & p : std::vector( places ) ) {
+   for( auto const & p : Kel::Few( places ) ) {
       // On the way in traffic is expected; only what comes back is a spike.
       if( accounting.sources().unitState( p->book->record->unitName() ) != State::inMaintenance ) continue;
       p->record->spikesInc( 1 );
@@ -54,26 +47,26 @@ void Subject::handleSpike( Run::Step const & step ) {
    }
 }
 
-void Subject::onBreak() {
-   for( auto const & p : std::vector( places ) ) {
+void Subject::onBreak( Run::Step const & step ) {
+   for( auto const & p : Kel::Few( places ) ) {
       // A unit on its way out ends the monitoring itself, and asks for no proof any more.
       if( !accounting.wantsProof( *p->book ) ) continue;
       p->record->breaksInc( 1 );
-      p->recorder.breakIs( watched.run().lastBreak() );
+      p->recorder.breakIs( breakText( step ) );
    }
 }
 
 void Subject::onIntfEvent( char const * kind, std::string const & text ) {
-   for( auto const & p : std::vector( places ) ) p->recorder.eventIs( kind, text );
+   for( auto const & p : Kel::Few( places ) ) p->recorder.eventIs( kind, text );
 }
 
 Place::Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
               uint32_t cells )
-   : book( in ),
-     subject( of ),
+   : seen( !window || window->seen() ),
      record( new Account( of->watched.intf() ) ),
      recorder( window, cells ),
-     seen( !window || window->seen() ) {
+     book( in ),
+     subject( of ) {
    handleLeftOut();
 }
 
@@ -82,6 +75,15 @@ void Place::handleLeftOut() { leftOut = recorder.record() && recorder.record()->
 void Place::handleSeen() {
    seen = true;
    if( recorder.record() ) recorder.record()->seenIs( true );
+}
+
+void Place::fetchRecords() const {
+   Kel::fetch( *record );
+   if( recorder.record() ) Kel::fetch( recorder.record()->rateSeries() );
+}
+
+void Place::fetchEnds() const {
+   if( recorder.record() ) recorder.record()->rateSeries().fetchEnd();
 }
 
 void Place::noteProfile() {
@@ -121,13 +123,20 @@ Kel::Ptr<Subject> Accounting::find( Lumo::IntfId intf ) const {
 Kel::Ptr<Subject> Accounting::subject( Lumo::IntfId intf ) {
    auto & s = subjects_[intf];
    if( !s ) s = new Subject( *this, intf );
-   sources_.sampleListenerIs( intf, s.get() );
+   sources_.subjectIs( intf, s.get() );
    return s;
 }
 
 void Accounting::touch( Subject & s ) {
    due();
    if( !std::exchange( s.touched, true ) ) touched_.push_back( { &s } );
+}
+
+// The interface itself is not touched: it is far away, and there is nothing to hand on. apply() looks for itself.
+void Accounting::onSample( Subject & s, uint32_t & noted ) {
+   if( std::exchange( noted, walk_ ) == walk_ ) return;
+   due();
+   touched_.push_back( { &s } );
 }
 
 void Accounting::allTouched() {
@@ -206,7 +215,7 @@ void Accounting::unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const
       Kel::Ptr<Place> const p(
          new Place( b, s, window ? window->intf( intf ) : nullptr, Recorder::cellsFor( intfs.size() ) ) );
       b->places.push_back( p );
-      s->places.push_back( p );
+      s->places.add( p );
       ++b->unsettled;
    }
    // Also those that stay, which may be left out from now on; new ones are to know their profile.
@@ -232,7 +241,7 @@ void Accounting::closePlace( Kel::Ptr<Place> const & p ) {
    if( p->judged && p->judgement.verdict == Verdict::loud ) --b.loud;
    if( p->wasLoud && p->judgement.verdict == Verdict::waiting ) --b.wereLoud;
    std::erase( b.places, p );
-   std::erase( p->subject->places, p );
+   p->subject->places.remove( p );
    forgetUnused( *p->subject );
    b.record->accountDel( p->watched().intf() );
 }
@@ -251,7 +260,8 @@ void Accounting::unitDel( Kel::Name const & unit ) {
 void Accounting::forgetUnused( Subject & s ) {
    if( !s.kept || !s.places.empty() || s.watched.monitored() ) return;
    s.kept = false;
-   sources_.sampleListenerIs( s.watched.intf(), nullptr );
+   sources_.subjectIs( s.watched.intf(), nullptr );
+   if( !touched_.empty() ) forgotten_.emplace_back( &s );
    subjects_.erase( s.watched.intf() );
 }
 
@@ -279,34 +289,51 @@ void Accounting::judgeTouched() {
       membersMoved_ = false;
    }
    auto subjects = std::exchange( touched_, {} );
+   ++walk_;
    // All that changed is applied before the first account is judged. Most samples change no verdict: such an interface
    // is done with as soon as its sample is applied, while the caches still hold it, unless a handler touches anything.
-   for( auto & t : subjects ) {
+   Kel::forEachFetched<4>( subjects, [this]( Touched & t ) {
       t.subject->touched = false;
       t.stands = !apply( *t.subject ) && stands( *t.subject );
-   }
-   for( auto const & [s, stands] : subjects ) {
-      if( stands && touched_.empty() && !allTouched_ ) continue;
-      judgeSubject( *s );
-      forgetUnused( *s );
+   } );
+   for( Touched const & t : subjects ) {
+      if( t.stands && touched_.empty() && !allTouched_ ) continue;
+      judgeSubject( *t.subject );
+      forgetUnused( *t.subject );
    }
    for( auto const & b : std::exchange( touchedBooks_, {} ) ) {
       if( b->open ) judgeUnit( *b );
    }
    // Only for its memory, where no handler has needed another.
    subjects.clear();
-   if( touched_.empty() ) touched_.swap( subjects );
+   if( touched_.empty() ) {
+      touched_.swap( subjects );
+      forgotten_.clear();
+   }
+}
+
+// The interface; its account and what its samples are read from; the account's records; what these have elsewhere.
+void Accounting::Touched::fetch( std::size_t step ) const {
+   Place const * const place = step > 0 && !subject->places.empty() ? subject->places.front().get() : nullptr;
+   if( step == 0 ) Kel::fetch( subject, Subject::hotBytes );
+   if( step == 1 ) subject->watched.fetchSources();
+   if( step == 1 && place ) Kel::fetch( *place );
+   if( step == 2 && place ) place->fetchRecords();
+   if( step == 3 && place ) place->fetchEnds();
 }
 
 // True when it was more than a sample.
 bool Accounting::apply( Subject & s ) {
    if( !s.watched.apply() ) return false;
-   for( auto const & p : std::vector( s.places ) ) p->noteProfile();
+   for( auto const & p : Kel::Few( s.places ) ) p->noteProfile();
    return true;
 }
 
 bool Accounting::stands( Subject const & s ) {
    if( !s.watched.monitored() ) return false;
+   // A loud one is loud again.
+   if( s.watched.plainlyLoud() && std::ranges::all_of( s.places, []( auto const & p ) { return p->standsLoud(); } ) )
+      return true;
    double const quietSince = s.watched.run().quietSince().value_or( 0 );
    return std::ranges::all_of( s.places, [&]( auto const & p ) {
       Judgement const now = judgementOf( *p );
@@ -321,10 +348,8 @@ Judgement Accounting::judgementOf( Place const & p ) {
 }
 
 void Accounting::judgeSubject( Subject const & s ) {
-   // Most have just one account. With more, a copy is iterated over: a handler of one may close another. None is freed
-   // meanwhile, as a dispatch is under way.
-   if( s.places.size() == 1 ) return judgePlace( *s.places.front() );
-   for( auto const & p : std::vector( s.places ) ) {
+   // A handler of one may close another.
+   for( auto const & p : Kel::Few( s.places ) ) {
       if( p->open ) judgePlace( *p );
    }
 }

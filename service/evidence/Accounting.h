@@ -33,18 +33,19 @@ struct UnitBook final : Kel::PtrInterface {
 };
 
 // An interface and the accounts that there are of it.
-struct Subject final : Kel::PtrInterface, WatchedListener, SampleListener {
+struct Subject final : Kel::PtrInterface, WatchedListener {
    Subject( Accounting & in, Lumo::IntfId intf );
 
-   void onSample() override;
    void onReading( Run::Step const & step ) override;
-   void onBreak() override;
+   void onBreak( Run::Step const & step ) override;
    void onIntfEvent( char const * kind, std::string const & text ) override;
    void handleSpike( Run::Step const & step );
    static void noteReading( Kel::Ptr<Place> const & place, Run::Step const & step );
 
+   static constexpr std::size_t hotBytes = 320;  // from its beginning: what a sample looks at
+
    Accounting & accounting;
-   std::vector<Kel::Ptr<Place>> places;
+   Kel::Few<Kel::Ptr<Place>> places;
    bool touched = false;
    bool kept = true;
    Watched watched;  // last: it tells its listener
@@ -61,18 +62,26 @@ struct Place final : Kel::PtrInterface {
    void handleSeen();
    // Values of the profile in force, into the account and the window.
    void noteProfile();
+   // From memory, what a sample is written to.
+   void fetchRecords() const;
+   void fetchEnds() const;
+   // In all that is said of it.
+   [[nodiscard]] bool standsLoud() const {
+      return judged && seen && !leftOut && judgement.verdict == Verdict::loud && quietSince == 0;
+   }
 
+   // What a sample looks at comes first.
+   bool leftOut = false;  // of the proof
+   bool seen = false;     // a link of that name, since the request
+   bool judged = false;   // at least once
+   bool open = true;      // the account is still kept
+   bool wasLoud = false;  // and what it is now does not say that this is over
+   Kel::Ptr<Account> const record;
+   double quietSince = 0;  // s; 0: there is no run; as it stands in the record, as does this:
+   Judgement judgement;
+   Recorder recorder;
    Kel::Ptr<UnitBook> const book;
    Kel::Ptr<Subject> const subject;
-   Kel::Ptr<Account> const record;
-   Recorder recorder;
-   Judgement judgement;    // as it stands in the record, as does this:
-   double quietSince = 0;  // s; 0: there is no run
-   bool leftOut = false;   // of the proof
-   bool seen = false;      // a link of that name, since the request
-   bool judged = false;    // at least once
-   bool wasLoud = false;   // and what it is now does not say that this is over
-   bool open = true;       // the account is still kept
 };
 
 class Accounting final : public Kel::TurnEnd, SourcesListener {
@@ -92,9 +101,6 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    [[nodiscard]] Kel::Ptr<UnitBook> book( Kel::Name const & unit ) const;
    [[nodiscard]] Place const * place( Kel::Name const & unit, Lumo::IntfId intf ) const;
    [[nodiscard]] Kel::Ptr<Subject> find( Lumo::IntfId intf ) const;
-   // It is judged at the end of the turn.
-   void touch( Subject & subject );
-
    // It enters or is in maintenance.
    [[nodiscard]] bool wantsProof( UnitBook const & book ) const;
    [[nodiscard]] Sources const & sources() const { return sources_; }
@@ -114,6 +120,7 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
       Accounting & owner_;
    };
 
+   void onSample( Subject & subject, uint32_t & noted ) override;
    void onLink( Lumo::IntfId intf, LinkChange change ) override;
    void onMonitor( Lumo::IntfId intf, MonitorChange change ) override;
    void onEntry( Lumo::IntfId intf ) override;
@@ -123,14 +130,20 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    void onProfiles() override { allTouched(); }
 
    Kel::Ptr<Subject> subject( Lumo::IntfId intf );
+   // It is judged at the end of the turn.
+   void touch( Subject & subject );
    void closePlace( Kel::Ptr<Place> const & place );
    void forgetUnused( Subject & subject );
 
-   // One that was touched. `stands`: all there was to it when the change was applied is in the records already, so it
-   // need not be looked at again unless something happens meanwhile.
+   // One that was touched. `stands`: what is to be said of it stands in its accounts already, so it need not be judged
+   // unless something happens meanwhile.
    struct Touched {
-      Kel::Ptr<Subject> subject;
+      // Not counted: nothing of it is looked at before it is its turn. What is forgotten before the walk is kept below,
+      // and what is forgotten in it lives until the end of the dispatch.
+      Subject * subject;
       bool stands = false;
+
+      void fetch( std::size_t step ) const;
    };
 
    void judgeTouched();
@@ -153,6 +166,8 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    std::unordered_map<Lumo::IntfId, Kel::Ptr<Subject>> subjects_;
    std::unordered_map<Kel::Name, Kel::Ptr<UnitBook>> books_;
    std::vector<Touched> touched_;
+   std::vector<Kel::Ptr<Subject>> forgotten_;  // of which some may be in it
+   uint32_t walk_ = 1;                         // which one the touched are for
    std::vector<Kel::Ptr<UnitBook>> touchedBooks_;
    bool allTouched_ = false;
    bool membersMoved_ = false;

@@ -1,5 +1,7 @@
 #include "evidence/Run.h"
 
+#include <utility>
+
 #include "kel/QuantityText.h"
 
 namespace Evidence {
@@ -9,64 +11,62 @@ LoudReading Run::loudReading( Interface::IntfRates const & rates, double time ) 
    return { time, Direction::out, rates.outBitsRate };
 }
 
-namespace {
-
-std::string trafficText( Interface::IntfRates const & rates ) {
-   LoudReading const peak = Run::loudReading( rates, 0 );
+std::string breakText( Run::Step const & step ) {
+   if( step.cause ) return step.cause;
+   LoudReading const peak = Run::loudReading( step.rates, 0 );
    return std::string( "traffic, " ) + enumName( peak.direction ) + " " + Kel::rateText( peak.bitsRate );
 }
 
-}  // namespace
-
 void Run::firstSampleIs( double time, bool fresh, uint64_t restarts ) {
-   reference_.reset();
-   if( fresh ) reference_ = Reference{ time, restarts };
+   hasReference_ = fresh;
+   referenceTime_ = time;
+   referenceRestarts_ = restarts;
 }
 
 Run::Step Run::sampleIs( Sample const & sample, double threshold ) {
-   auto const before = reference_;
+   bool const measured = hasReference_;
+   double const from = referenceTime_;
+   uint64_t const restarts = referenceRestarts_;
    firstSampleIs( sample.time, sample.fresh, sample.restarts );
    // Nothing was measured: the plug-in's rate is that of counters which stand still because nobody read them.
    if( !sample.fresh ) return breakIs( "its counters could not be read" );
    // What was counted between the last read and the restart is lost, so the rate is too low by what nobody knows.
-   if( before && before->restarts != sample.restarts ) return breakIs( "its counters started again" );
-   if( !before ) return {};
-   Step step{ .reading = true, .from = before->time, .to = sample.time, .rates = sample.rates };
+   if( measured && restarts != sample.restarts ) return breakIs( "its counters started again" );
+   if( !measured ) return {};
    // A rate equal to the threshold is not below it.
    bool const quiet = sample.rates.inBitsRate < threshold && sample.rates.outBitsRate < threshold;
+   Step step{ .loudEnded = quiet && loud_, .reading = true, .from = from, .to = sample.time, .rates = sample.rates };
    if( !quiet ) {
       step.loud = true;
       step.becameLoud = !loud_;
-      // The text only where it is kept: most loud readings break nothing.
-      step.broke = forget().broke;
-      if( step.broke ) lastBreak_ = trafficText( sample.rates );
+      step.broke = std::exchange( hasRun_, false );
+   } else if( !hasRun_ ) {
+      hasRun_ = true;
+      quietSince_ = from;
    }
    loud_ = !quiet;
-   if( quiet && !quietSince_ ) quietSince_ = before->time;
+   hasReading_ = true;
    lastReading_ = sample.time;
    trouble_ = "";
    rates_ = sample.rates;
    return step;
 }
 
-Run::Step Run::forget() {
-   Step step;
-   step.broke = quietSince_.has_value();
-   quietSince_.reset();
-   lastReading_.reset();
+Run::Step Run::forget( char const * cause ) {
+   Step const step{ .broke = hasRun_, .cause = cause, .loudEnded = loud_ };
+   hasRun_ = false;
+   hasReading_ = false;
    loud_ = false;
    return step;
 }
 
 Run::Step Run::breakIs( char const * cause ) {
-   Step const step = forget();
-   if( step.broke ) lastBreak_ = cause;
    trouble_ = cause;
-   return step;
+   return forget( cause );
 }
 
 Run::Step Run::interruptIs( char const * cause ) {
-   reference_.reset();
+   hasReference_ = false;
    return breakIs( cause );
 }
 

@@ -28,9 +28,11 @@ class Run {
    };
    // What one step did to the run.
    struct Step {
-      bool broke = false;    // a run of quiet readings has ended
-      bool reading = false;  // the sample was one; of it the rest:
-      double from = 0;       // s, what it covers
+      bool broke = false;            // a run of quiet readings has ended
+      char const * cause = nullptr;  // of that; null: traffic
+      bool loudEnded = false;        // what was loud is not any more, or nobody knows
+      bool reading = false;          // the sample was one; of it the rest:
+      double from = 0;               // s, what it covers
       double to = 0;
       Interface::IntfRates rates{};
       bool loud = false;
@@ -45,37 +47,41 @@ class Run {
    // One that does not: the link flapped, the monitor ended, members changed.
    Step interruptIs( char const * cause );
 
-   // Why the latest break was one; empty when there was none.
-   [[nodiscard]] std::string const & lastBreak() const { return lastBreak_; }
    // Why there is no reading that counts: what spoilt the latest sample, or came after it. Empty when nothing did.
    [[nodiscard]] char const * trouble() const { return trouble_; }
    [[nodiscard]] bool loud() const { return loud_; }
    // The reading that counts, if there is one: the last of the run, or the loud one.
-   [[nodiscard]] std::optional<double> lastReading() const { return lastReading_; }
+   [[nodiscard]] std::optional<double> lastReading() const {
+      return hasReading_ ? std::optional( lastReading_ ) : std::nullopt;
+   }
    [[nodiscard]] Interface::IntfRates const & rates() const { return rates_; }  // of that reading, bit/s
    // Beginning of what the run of quiet readings covers; none while there is no run.
-   [[nodiscard]] std::optional<double> quietSince() const { return quietSince_; }
+   [[nodiscard]] std::optional<double> quietSince() const {
+      return hasRun_ ? std::optional( quietSince_ ) : std::nullopt;
+   }
    // How much time the run covers, in seconds; 0 while there is none.
-   [[nodiscard]] double quietSeconds() const { return quietSince_ ? *lastReading_ - *quietSince_ : 0; }
+   [[nodiscard]] double quietSeconds() const { return hasRun_ ? lastReading_ - quietSince_ : 0; }
 
    // The busier direction of rates that are not below the threshold.
    [[nodiscard]] static LoudReading loudReading( Interface::IntfRates const & rates, double time );
 
  private:
-   Step forget();
+   Step forget( char const * cause );
 
-   struct Reference {
-      double time;
-      uint64_t restarts;
-   };
-
-   std::optional<Reference> reference_;  // the sample before, when the next one can be measured from it
-   std::optional<double> lastReading_;
-   Interface::IntfRates rates_;
+   // Of what there may be none, that there is one stands apart: it all goes into little more than a cache line.
+   bool hasReference_ = false;
+   bool hasReading_ = false;
+   bool hasRun_ = false;
    bool loud_ = false;
-   std::optional<double> quietSince_;
+   double referenceTime_ = 0;  // of the sample before, when the next one can be measured from it
+   uint64_t referenceRestarts_ = 0;
+   double lastReading_ = 0;
+   double quietSince_ = 0;
+   Interface::IntfRates rates_;
    char const * trouble_ = "";
-   std::string lastBreak_;
 };
+
+// "traffic, out 3 Mbps", or the cause itself.
+[[nodiscard]] std::string breakText( Run::Step const & step );
 
 }  // namespace Evidence

@@ -59,17 +59,18 @@ class Sources::KelMonitor final : public Maintenance::MonIntfStatus::NotifieeCon
    void handleInitialized() { tell( MonitorChange::began ); }
    void handleDel() { tell( MonitorChange::ended ); }
    void onCurRates() override {
-      if( sampleListener_ ) sampleListener_->onSample();
+      if( subject_ ) owner_.listener_.onSample( *subject_, noted_ );
    }
    void onState() override { tell( MonitorChange::touched ); }
    void onProfileName() override { tell( MonitorChange::touched ); }
-   void sampleListenerIs( SampleListener * listener ) { sampleListener_ = listener; }
+   void subjectIs( Subject * subject ) { subject_ = subject; }
 
  private:
    void tell( MonitorChange change ) { owner_.listener_.onMonitor( notifier()->intfId(), change ); }
 
    Sources & owner_;
-   SampleListener * sampleListener_ = nullptr;
+   Subject * subject_ = nullptr;
+   uint32_t noted_ = 0;
 };
 
 class Sources::KelMonitorDir final : public Maintenance::MonIntfStatusDir::NotifieeConst {
@@ -286,8 +287,8 @@ void Sources::causeIs() {
    causeReactor_->notifierIs( cause_ );
 }
 
-void Sources::sampleListenerIs( Lumo::IntfId intf, SampleListener * listener ) {
-   if( auto * const monitor = monitors_.find( intf ) ) monitor->sampleListenerIs( listener );
+void Sources::subjectIs( Lumo::IntfId intf, Subject * subject ) {
+   if( auto * const monitor = monitors_.find( intf ) ) monitor->subjectIs( subject );
 }
 
 std::optional<double> Sources::awaySince( Lumo::IntfId intf ) const {

@@ -22,8 +22,14 @@ namespace Evidence {
 enum class LinkChange { up, away, madeAgain };       // away: down, gone, or nobody knows
 enum class MonitorChange { touched, began, ended };  // touched: another state or profile
 
+// The listener's own of an interface, by which it is told of samples without a look-up.
+struct Subject;
+
 class SourcesListener {
  public:
+   // Its monitor has published one. `noted` stays with the interface's monitor and is the listener's to write: 0 at
+   // first.
+   virtual void onSample( Subject & subject, uint32_t & noted ) = 0;
    virtual void onLink( Lumo::IntfId intf, LinkChange change ) = 0;
    virtual void onMonitor( Lumo::IntfId intf, MonitorChange change ) = 0;
    virtual void onEntry( Lumo::IntfId intf ) = 0;  // of the error-disable cause, came or went
@@ -36,15 +42,6 @@ class SourcesListener {
    ~SourcesListener() = default;
 };
 
-// Of one interface: its monitor has published a sample.
-class SampleListener {
- public:
-   virtual void onSample() = 0;
-
- protected:
-   ~SampleListener() = default;
-};
-
 class Sources {
  public:
    using Counter = Interface::IntfCounterMasquerade::IntfCounter;
@@ -54,9 +51,9 @@ class Sources {
             SourcesListener & listener );
    ~Sources();
 
-   // Who hears of the interface's samples, told without a look-up each time; null for nobody. To be said again when a
-   // monitor began: whoever was named for another one before is not told of its samples.
-   void sampleListenerIs( Lumo::IntfId intf, SampleListener * listener );
+   // With what the listener is told of the interface's samples; null: it is not. To be said again when a monitor began:
+   // whatever was said before was said of another.
+   void subjectIs( Lumo::IntfId intf, Subject * subject );
 
    // Since when the link has been away, in seconds: nothing for one that is up or that nobody has heard of. What was
    // away when this was made counts from then.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace Evidence {
 
@@ -74,24 +75,23 @@ double squaresOfDecay( Points const & points, std::size_t count, Line const & lo
 }  // namespace
 
 void Trend::readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval, bool first ) {
+   // Also where its beginning was told to nobody, because there was no profile then.
+   first = first || count_ == 0;
    auto const peak = static_cast<float>( std::max( rates.inBitsRate, rates.outBitsRate ) );
    if( first ) {
       next_ = 0;
       count_ = 0;
+      latest_ = {};
    }
    if( first || peak < low_ * ( 1 - leastFall ) ) {
       low_ = peak;
       lowSince_ = first ? from : to;
    }
    auto const seconds = static_cast<float>( to - from );
-   bool const fits = count_ > 0 && static_cast<double>( latest().seconds ) + ( to - from ) <=
+   bool const fits = count_ > 0 && static_cast<double>( latest_.seconds ) + ( to - from ) <=
                                       loadInterval / static_cast<double>( most );
-   if( !fits ) {
-      cells_[next_] = {};
-      next_ = ( next_ + 1 ) % most;
-      count_ = static_cast<uint8_t>( std::min<std::size_t>( count_ + 1u, most ) );
-   }
-   Cell & cell = cells_[( next_ + most - 1 ) % most];
+   if( !fits ) keepLatest();
+   Cell & cell = latest_;
    float const whole = cell.seconds + seconds;
    float const weight = whole > 0 ? seconds / whole : 1;
    cell.in += ( static_cast<float>( rates.inBitsRate ) - cell.in ) * weight;
@@ -100,11 +100,21 @@ void Trend::readingIs( double from, double to, Interface::IntfRates const & rate
    cell.to = to;
 }
 
+void Trend::keepLatest() {
+   if( count_ > 0 ) {
+      if( !former_ ) former_ = std::make_unique<std::array<Cell, former>>();
+      ( *former_ )[next_] = std::exchange( latest_, {} );
+      next_ = static_cast<uint8_t>( ( next_ + 1u ) % former );
+   }
+   count_ = static_cast<uint8_t>( std::min<std::size_t>( count_ + 1u, most ) );
+}
+
+void Trend::clear() { *this = Trend(); }
+
 std::size_t Trend::recent( double loadInterval ) const {
    std::size_t count = 0;
    for( ; count < count_; ++count ) {
-      Cell const & cell = cells_[( next_ + 2 * most - 1 - count ) % most];
-      if( count >= enough && cell.to <= latest().to - loadInterval ) break;
+      if( count >= enough && cell( count ).to <= latest_.to - loadInterval ) break;
    }
    return count;
 }
@@ -113,10 +123,9 @@ std::optional<double> Trend::fall( Rate rate, double threshold, std::size_t coun
    constexpr double never = -1;
    Points points{};
    for( std::size_t i = 0; i < count; ++i ) {
-      Cell const & cell = cells_[( next_ + 2 * most - 1 - i ) % most];
+      Cell const & c = cell( i );
       // In the middle of its time, counted from the last reading.
-      points[i] = { cell.to - static_cast<double>( cell.seconds ) / 2 - latest().to,
-                    static_cast<double>( cell.*rate ) };
+      points[i] = { c.to - static_cast<double>( c.seconds ) / 2 - latest_.to, static_cast<double>( c.*rate ) };
    }
    Line const line = fitted( points, count, []( Point const & p ) { return p.y; } );
    Line const decay = fitted( points, count, []( Point const & p ) { return std::log( std::max( p.y, 1.0 ) ); } );
@@ -141,7 +150,7 @@ Pace Trend::pace( double now, double threshold, double loadInterval ) const {
    std::optional<double> left = 0;
    for( Rate const rate : { &Cell::in, &Cell::out } ) {
       // A direction that is quiet has nothing to fall to.
-      if( static_cast<double>( latest().*rate ) < threshold ) continue;
+      if( static_cast<double>( latest_.*rate ) < threshold ) continue;
       loud = true;
       auto const of = fall( rate, threshold, count );
       falling = falling && !( of && *of < 0 );
@@ -150,11 +159,11 @@ Pace Trend::pace( double now, double threshold, double loadInterval ) const {
    }
    // Where the directions take turns each may be below it on average: that says nothing of when both are.
    if( loud && falling ) {
-      double const since = now - latest().to;
+      double const since = now - latest_.to;
       return { Pace::Kind::slow, left ? std::optional( std::max( *left - since, 0.0 ) ) : std::nullopt, 0 };
    }
    // A microsecond is what sums of doubles may lack.
-   if( latest().to - lowSince_ < loadInterval - 1e-6 ) return {};
+   if( latest_.to - lowSince_ < loadInterval - 1e-6 ) return {};
    return { Pace::Kind::stuck, std::nullopt, now - lowSince_ };
 }
 

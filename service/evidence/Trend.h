@@ -7,13 +7,15 @@
 // rises, stays level, or falls by less than a tenth in a load interval is stuck when that has been seen for a whole
 // load interval, and until then nothing is said.
 //
-// Owned by Watched, which tells it of loud readings only. Knows no records and no clock.
+// Owned by Watched, which tells it of loud readings only, and when they end. Knows no records and no clock.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 
+#include "kel/FetchAhead.h"
 #include "records/Interface.h"
 
 namespace Evidence {
@@ -39,6 +41,12 @@ class Trend {
  public:
    // A loud reading that covers the time from `from` to `to`; `first`: the one before was not loud, or does not count.
    void readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval, bool first );
+   // It is not loud any more: nothing of it is kept.
+   void clear();
+   // From memory, where a reading may be kept.
+   void fetch() const {
+      if( former_ ) Kel::fetch( ( *former_ )[next_] );
+   }
    // As of `now`, which is not before the last reading.
    [[nodiscard]] Pace pace( double now, double thresholdBitsRate, double loadInterval ) const;
 
@@ -51,19 +59,26 @@ class Trend {
    };
    using Rate = float Cell::*;
    static constexpr std::size_t most = 8;
+   static constexpr std::size_t former = most - 1;
 
-   [[nodiscard]] Cell const & latest() const { return cells_[( next_ + most - 1 ) % most]; }
+   // Counted back from the latest, which is 0.
+   [[nodiscard]] Cell const & cell( std::size_t back ) const {
+      return back == 0 ? latest_ : ( *former_ )[( next_ + former - back ) % former];
+   }
+   void keepLatest();
    // How many of the latest cells tell of the last load interval.
    [[nodiscard]] std::size_t recent( double loadInterval ) const;
    // Seconds from the last reading until that direction is below the threshold; negative when it does not fall, none
    // when it falls too slowly for an estimate.
    [[nodiscard]] std::optional<double> fall( Rate rate, double threshold, std::size_t count ) const;
 
-   std::array<Cell, most> cells_;
-   uint8_t next_ = 0;
-   uint8_t count_ = 0;
+   // A reading touches no more than this, and the former cells only when one is full.
+   Cell latest_;
    float low_ = 0;        // bit/s, the busier direction when it last fell by a tenth
    double lowSince_ = 0;  // s
+   uint8_t next_ = 0;     // in the former cells
+   uint8_t count_ = 0;    // of all cells
+   std::unique_ptr<std::array<Cell, former>> former_;
 };
 
 }  // namespace Evidence

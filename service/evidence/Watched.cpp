@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "kel/ActivityLoop.h"
+#include "kel/FetchAhead.h"
 
 namespace Evidence {
 
@@ -25,7 +26,7 @@ double stalesAfter( double sampleInterval ) { return 2 * sampleInterval + 1; }
 
 Watched::Watched( Lumo::IntfId intf, Sources const & sources, NeverWatched const & neverWatched,
                   WatchedListener & listener )
-   : intf_( intf ), sources_( sources ), neverWatched_( neverWatched ), listener_( listener ) {
+   : intf_( intf ), listener_( listener ), sources_( sources ), neverWatched_( neverWatched ) {
    // What nobody has watched before counts from now; a link that has been down for longer is known to have been.
    lookUpRecords();
    if( !link_ ) awaySince_ = Kel::now();
@@ -39,8 +40,15 @@ double Watched::sampleInterval() const {
    return passive ? 2 * profile_->sampleInterval() : profile_->sampleInterval();
 }
 
+void Watched::fetchSources() const {
+   if( monitor_ ) Kel::fetch( *monitor_ );
+   for( auto const * const row : counters_ ) Kel::fetch( *row );
+   trend_.fetch();
+}
+
 void Watched::handleLink( LinkChange change ) {
    recordsMoved_ = true;
+   lookAtLink();
    switch( change ) {
       case LinkChange::away: {
          bool const was = awaySince_.has_value();
@@ -86,7 +94,8 @@ void Watched::tellOf( Run::Step const & step ) {
    // Before anybody hears of it.
    if( step.loud && profile_ )
       trend_.readingIs( step.from, step.to, step.rates, profile_->rateMonLoadInterval(), step.becameLoud );
-   if( step.broke ) listener_.onBreak();
+   if( step.loudEnded ) trend_.clear();
+   if( step.broke ) listener_.onBreak( step );
    if( step.reading ) listener_.onReading( step );
 }
 
@@ -94,6 +103,12 @@ void Watched::lookUpRecords() {
    link_ = sources_.link( intf_ );
    monitor_ = sources_.monitor( intf_ );
    profile_ = sources_.profile( intf_ );
+   lookAtLink();
+}
+
+void Watched::lookAtLink() {
+   up_ = link_ && link_->operStatus() == IntfOperStatus::up;
+   down_ = link_ && link_->operStatus() == IntfOperStatus::down;
 }
 
 bool Watched::apply() {
@@ -115,17 +130,18 @@ bool Watched::isPlain() const { return intf_.kind() == Lumo::IntfKind::ethernet 
 void Watched::applyProfile() {
    if( !profile_ ) return;
    double const threshold = profile_->thresholdBitsRate();
-   if( threshold_ && *threshold_ != threshold ) tellOf( run_.breakIs( "its threshold changed" ) );
+   if( judgeable_ && threshold_ != threshold ) tellOf( run_.breakIs( "its threshold changed" ) );
    threshold_ = threshold;
+   judgeable_ = true;
 }
 
 void Watched::applyMembers() {
    if( !std::exchange( membersMoved_, false ) ) return;
-   auto rows = sources_.rowsOf( intf_ );
-   if( rows == rows_ ) return;
+   auto const rows = sources_.rowsOf( intf_ );
+   if( std::ranges::equal( rows, rows_ ) ) return;
    // The first look at an interface changes nothing that anybody relied on.
    bool const first = !countersAt_;
-   rows_ = std::move( rows );
+   rows_.assign( rows.begin(), rows.end() );
    countersAt_.reset();
    lookUpRows();
    if( !first ) interrupt( "its members changed" );
@@ -145,9 +161,8 @@ void Watched::applySample() {
       return run_.firstSampleIs( sampleTime_, fresh, restarts );
    }
    // The plug-in may go on sampling a link that is down; what it counts then is of no link that carries traffic.
-   bool const up = link_ && link_->operStatus() == IntfOperStatus::up;
-   if( !up || !threshold_ ) return run_.firstSampleIs( sampleTime_, false, restarts );
-   tellOf( run_.sampleIs( { sampleTime_, monitor_->curRates(), fresh, restarts }, *threshold_ ) );
+   if( !up_ || !judgeable_ ) return run_.firstSampleIs( sampleTime_, false, restarts );
+   tellOf( run_.sampleIs( { sampleTime_, monitor_->curRates(), fresh, restarts }, threshold_ ) );
 }
 
 void Watched::lookUpRows() {
@@ -156,20 +171,19 @@ void Watched::lookUpRows() {
       return;
    countersAt_ = generation;
    plainKnown_ = false;
-   bool const had = complete();
+   bool const had = complete_;
    counters_.clear();
-   for( Lumo::IntfId const row : rows_ ) counters_.push_back( sources_.counter( row ) );
-   if( had && !complete() ) interrupt( "its counters are gone" );
-}
-
-bool Watched::complete() const {
-   return !counters_.empty() && std::ranges::all_of( counters_, []( auto const & c ) { return c != nullptr; } );
+   for( Lumo::IntfId const row : rows_ ) {
+      if( auto const counter = sources_.counter( row ) ) counters_.add( &counter->row() );
+   }
+   complete_ = !rows_.empty() && counters_.size() == rows_.size();
+   if( had && !complete_ ) interrupt( "its counters are gone" );
 }
 
 bool Watched::freshAt( double time, uint64_t & restarts ) {
-   bool fresh = !rows_.empty();
-   for( auto const & counter : counters_ ) {
-      auto const read = counter ? counter->lastRead() : std::nullopt;
+   bool fresh = complete_;
+   for( auto const * const row : counters_ ) {
+      auto const read = Sources::Counter::lastRead( *row );
       // Exactly in the sample's turn: a later read would hide a restart in between, an earlier one is not of now.
       if( !read || read->readTime != time || !read->inOctets.hasValue() || !read->outOctets.hasValue() ) fresh = false;
       // Of one set of rows each count only grows, so their sum tells whether any did.
@@ -199,15 +213,14 @@ std::string Watched::unwatched() const {
       case MonIntfState::monitoringStopped: return "the rate monitor has stopped sampling it";
    }
    bool const own = Lumo::EthIntfId::isEthIntfId( intf_ );
-   if( own && !complete() ) return "it has no counters";
+   if( own && !complete_ ) return "it has no counters";
    return profile_ ? "" : "its profile is gone";
 }
 
 Judgement Watched::judge( bool seen ) const {
-   bool const down = link_ && link_->operStatus() == IntfOperStatus::down;
-   if( down && entered_ ) return { .verdict = Verdict::held, .settled = true };
+   if( down_ && entered_ ) return { .verdict = Verdict::held, .settled = true };
    if( !link_ && !seen ) return { .verdict = Verdict::missing };
-   if( link_ && !down ) return judgeUp();
+   if( link_ && !down_ ) return judgeUp();
    // Away: passing between down and gone restarts nothing, so both count from the same moment.
    Judgement found{ .verdict = link_ ? Verdict::down : Verdict::gone, .countsFrom = awayFrom() };
    if( !profile_ || !found.countsFrom ) return found;
@@ -231,10 +244,10 @@ Judgement Watched::judgeUp() const {
 }
 
 Pace Watched::pace() const {
-   if( !run_.loud() || !profile_ || !threshold_ ) return {};
+   if( !run_.loud() || !profile_ || !judgeable_ ) return {};
    // What has not been heard of for long may be anywhere.
    if( Kel::now() > *run_.lastReading() + stalesAfter( sampleInterval() ) ) return {};
-   return trend_.pace( Kel::now(), *threshold_, profile_->rateMonLoadInterval() );
+   return trend_.pace( Kel::now(), threshold_, profile_->rateMonLoadInterval() );
 }
 
 double Watched::lacks( Judgement const & judgement ) const {

@@ -14,6 +14,7 @@
 #include "evidence/Run.h"
 #include "evidence/Sources.h"
 #include "evidence/Trend.h"
+#include "kel/Few.h"
 
 namespace Evidence {
 
@@ -21,7 +22,7 @@ namespace Evidence {
 class WatchedListener {
  public:
    virtual void onReading( Run::Step const & step ) = 0;
-   virtual void onBreak() = 0;
+   virtual void onBreak( Run::Step const & step ) = 0;
    virtual void onIntfEvent( char const * kind, std::string const & text ) = 0;
 
  protected:
@@ -58,6 +59,9 @@ class Watched final {
    // How often the monitor samples now, in seconds; 0 while nobody does.
    [[nodiscard]] double sampleInterval() const;
 
+   // From memory, what samples are read from.
+   void fetchSources() const;
+
    void handleLink( LinkChange change );
    void handleMonitor( MonitorChange change );
    void handleEntry();
@@ -67,6 +71,8 @@ class Watched final {
    // was more than a sample.
    bool apply();
 
+   // A sampled Ethernet link of which nobody can judge otherwise, and the reading that counts is loud.
+   [[nodiscard]] bool plainlyLoud() const { return plain_ && up_ && run_.loud(); }
    // `seen`: since the request of whoever has the account.
    [[nodiscard]] Judgement judge( bool seen ) const;
    // Why it is up and nobody samples it; empty when somebody does.
@@ -76,6 +82,7 @@ class Watched final {
 
  private:
    void lookUpRecords();
+   void lookAtLink();
    void applyProfile();
    void applyMembers();
    void applySample();
@@ -84,36 +91,39 @@ class Watched final {
    // Whether all counters were read at `time`, and how often they have started again.
    [[nodiscard]] bool freshAt( double time, uint64_t & restarts );
    void lookUpRows();
-   [[nodiscard]] bool complete() const;  // it is made of some rows, and all have counters
    [[nodiscard]] std::optional<double> awayFrom() const;
    [[nodiscard]] bool isPlain() const;
    [[nodiscard]] Judgement judgeUp() const;
 
    // What a sample needs comes first, and close together: a thousand interfaces are more than the caches hold.
    Lumo::IntfId const intf_;
+   uint32_t samples_ = 0;  // the monitor's count at the sample that was taken in last
+   double sampleTime_ = 0;
    bool recordsMoved_ = true;
    bool membersMoved_ = true;
    bool plain_ = false;  // an Ethernet interface that is up and sampled
    bool plainKnown_ = false;
-   uint32_t samples_ = 0;  // the monitor's count at the sample that was taken in last
-   double sampleTime_ = 0;
+   bool up_ = false;         // as the link's record says
+   bool down_ = false;       // likewise
+   bool judgeable_ = false;  // there is a threshold
+   bool complete_ = false;   // it is made of some rows, and all have counters
+   double threshold_ = 0;    // bit/s, by which the run was judged until now
    // The records that it rests on, null where there is none: a sample costs no look-up.
    Kel::Ptr<Maintenance::MonIntfStatus const> monitor_;
    Kel::Ptr<IntfMaintenanceProfile::Config const> profile_;
-   Kel::Ptr<Interface::IntfStatus const> link_;
-   std::optional<double> threshold_;  // bit/s, by which the run was judged until now
-   Run run_;
-   // The counters that samples are made of: of the rows, null for none.
-   std::vector<Kel::Ptr<Sources::Counter const>> counters_;
+   // The counters that samples are made of, of those rows that have any.
+   Kel::Few<KelQuill::CounterTable::Row const *> counters_;
    std::optional<uint32_t> countersAt_;  // generation at which they were looked up
-   std::vector<Lumo::IntfId> rows_;
-   // The link
+   WatchedListener & listener_;
+   Run run_;
+   Trend trend_;  // of loud readings only
+   // The rest
+   Kel::Ptr<Interface::IntfStatus const> link_;
+   Kel::Few<Lumo::IntfId> rows_;
    std::optional<double> awaySince_;
    bool entered_ = false;  // has our error-disable entry
    Sources const & sources_;
    NeverWatched const & neverWatched_;
-   WatchedListener & listener_;
-   Trend trend_;  // of loud readings only
 };
 
 }  // namespace Evidence
