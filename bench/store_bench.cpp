@@ -1,5 +1,5 @@
-// What the store costs: a start with all that an earlier maintd has kept, and the end of a turn that changed one
-// record.
+// What the store costs: a start with all that an earlier maintd has kept, the end of a turn that changed one record, the
+// writes of samples to records that are followed and to such as are not, and what of them goes to disk now and then.
 //
 // The box has 512 links in one unit, of which 200 are held, and a window under way with as many rates of each as there
 // is room for; besides, so many windows of earlier stays, each as big, as the argument says. `bytes` is the size of the
@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "evidence/Windows.h"
 #include "kel/ActivityLoop.h"
+#include "kel/Assert.h"
 #include "kel/Dir.h"
 #include "links/HeldLinks.h"
 #include "records/Errdisable.h"
@@ -90,6 +92,7 @@ class Kept {
       store_.reset();
       box_.reset();
    }
+   [[nodiscard]] bool keep() { return keeper_->keep(); }
    StoredBox & box() { return *box_; }
    Kel::ActivityLoop & loop() { return loop_; }
    std::string path() const { return directory_ + "/maintd.db"; }
@@ -123,6 +126,69 @@ void endOfATurn( benchmark::State & state ) {
    for( auto _ : state ) kept.loop().turn( [&] { unit->genIdIs( ++generation ); } );
 }
 BENCHMARK( endOfATurn )->Unit( benchmark::kMicrosecond )->UseRealTime();
+
+// A sample writes some of a monitor's numbers, and whoever keeps the record hears of it, or nobody does.
+void sampled( Maintenance::MonIntfStatus & status, double time ) {
+   status.prevRatesIs( status.curRates() );
+   status.curRatesIs( { time * 3, time * 5, time } );
+   status.lastSampleTimeIs( time );
+   status.totalSamplesInc( 1 );
+   status.numConsecutiveDrainedSamplesInc( 1 );
+   status.numSamplesBelowThresholdPreMaintInc( 1 );
+}
+
+// All monitors of a box, so many.
+class Monitors {
+ public:
+   Monitors( Box & box, int64_t count ) {
+      for( int i = 0; i < count; ++i ) all_.push_back( box.state.monIntfStatus->monIntfStatusIs( intf( i ), "p", 1 ) );
+   }
+   // Not inlined, so that a profiler can be told to count in here only.
+   [[gnu::noinline]] void intervalPasses() {
+      time_ += 1;
+      for( auto const & status : all_ ) sampled( *status, time_ );
+   }
+
+ private:
+   std::vector<Kel::Ptr<Maintenance::MonIntfStatus>> all_;
+   double time_ = 0;
+};
+
+benchmark::Counter timePer( benchmark::State const & state ) {
+   return { static_cast<double>( state.iterations() * state.range( 0 ) ),
+            benchmark::Counter::kIsRate | benchmark::Counter::kInvert };
+}
+
+void writes( benchmark::State & state ) {
+   Box box;
+   Monitors monitors( box, state.range( 0 ) );
+   for( auto _ : state ) monitors.intervalPasses();
+   state.counters["time/sample"] = timePer( state );
+}
+BENCHMARK( writes )->Arg( 1000 );
+
+void writesKept( benchmark::State & state ) {
+   Kept kept( 0 );
+   Monitors monitors( kept.box(), state.range( 0 ) );
+   KEL_ASSERT( kept.keep() );
+   for( auto _ : state ) monitors.intervalPasses();
+   state.counters["time/sample"] = timePer( state );
+}
+BENCHMARK( writesKept )->Arg( 1000 );
+
+// All that has passed since the last time, of so many monitors. The synchronous write apart.
+void flush( benchmark::State & state ) {
+   Kept kept( 0 );
+   Monitors monitors( kept.box(), state.range( 0 ) );
+   for( auto _ : state ) {
+      state.PauseTiming();
+      monitors.intervalPasses();
+      state.ResumeTiming();
+      KEL_ASSERT( kept.keep() );
+   }
+   state.counters["time/monitor"] = timePer( state );
+}
+BENCHMARK( flush )->Arg( 1000 )->Arg( 4000 )->Unit( benchmark::kMicrosecond );
 
 // All rates of the window under way, as at the end of a stage.
 void endOfAStage( benchmark::State & state ) {

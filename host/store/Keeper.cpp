@@ -12,6 +12,7 @@
 #include "kel/TurnEnd.h"
 #include "records/IntfId.h"
 #include "state/TurnEndRank.h"
+#include "store/Passing.h"
 #include "store/Records.h"
 #include "store/RowText.h"
 #include "store/SeriesTurns.h"
@@ -49,13 +50,13 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    }
    ~Impl() override {
       series_.allDue();
-      if( anythingNoted() ) commit();
+      if( anythingNoted() ) commit( Take::passingToo );
       top_.clear();
    }
 
    bool keep() {
       if( !trouble_.empty() ) return false;
-      return !anythingNoted() || commit();
+      return !anythingNoted() || commit( Take::passingToo );
    }
    std::string const & trouble() const { return trouble_; }
 
@@ -63,6 +64,8 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    using Kind = std::pair<uint8_t, uint16_t>;  // and the VLAN id
    using Followers = boost::intrusive::list<Follower, boost::intrusive::constant_time_size<false>>;
    using Noted = Follower::Noted;
+   // What a transaction takes along.
+   enum class Take { noted, passingToo };
 
    class Timer final : public Kel::Clock::NotifieeConst {
     public:
@@ -89,19 +92,21 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
 
    void note( Follower & follower, Noted how );
    [[nodiscard]] bool anythingNoted() const;
-   bool commit();
-   [[nodiscard]] Store::Changes collect() const;
-   void collectRow( Follower const & follower, Store::Changes & changes, std::set<std::string> & names ) const;
+   bool commit( Take take );
+   [[nodiscard]] Store::Changes collect( Take take );
+   static void collectRow( Follower const & follower, Store::Changes & changes );
+   static void collectNames( Follower const & follower, std::set<std::string> & names );
    void collectKinds( std::set<std::string> const & names, Store::Changes & changes ) const;
    void failed( std::string const & why );
-   void succeeded( Store::Changes const & changes );
+   void succeeded( Store::Changes const & changes, Take take );
 
    Parts const parts_;
    std::unordered_set<std::string> restored_;     // paths of rows whose record is not followed yet
    std::unordered_map<std::string, Kind> kinds_;  // as they are in the store, by the interface's name
    Followers noted_;                              // to be on disk at the end of the turn
-   Followers passing_;                            // to be on disk with the next transaction
-   std::set<std::string> deleted_;                // paths
+   Followers passing_;                            // to be on disk when it is due
+   Passing numbers_;
+   std::set<std::string> deleted_;  // paths
    SeriesTurns series_;
    std::string trouble_;
    double pause_ = 0;  // s, before it was tried last
@@ -195,60 +200,70 @@ bool Keeper::Impl::anythingNoted() const {
 }
 
 void Keeper::Impl::onTurnEnd() {
-   if( trouble_.empty() ) commit();
+   if( trouble_.empty() ) commit( Take::noted );
 }
 
 void Keeper::Impl::handlePassing() {
    series_.someDue( Kel::now() );
-   if( trouble_.empty() && anythingNoted() ) commit();
+   if( trouble_.empty() && anythingNoted() ) commit( Take::passingToo );
 }
 
 void Keeper::Impl::handleRetry() {
-   if( commit() && parts_.writable ) parts_.writable();
+   if( commit( Take::passingToo ) && parts_.writable ) parts_.writable();
 }
 
-bool Keeper::Impl::commit() {
-   Store::Changes const changes = collect();
+bool Keeper::Impl::commit( Take take ) {
+   Store::Changes const changes = collect( take );
    try {
       parts_.store.commit( changes );
    } catch( StoreError const & error ) {
       failed( error.what() );
       return false;
    }
-   succeeded( changes );
+   succeeded( changes, take );
    return true;
 }
 
-Store::Changes Keeper::Impl::collect() const {
+Store::Changes Keeper::Impl::collect( Take take ) {
    Store::Changes changes;
    changes.deleted.assign( deleted_.begin(), deleted_.end() );
    std::set<std::string> names;
-   for( Followers const * const all : { &noted_, &passing_ } ) {
-      for( Follower const & follower : *all ) collectRow( follower, changes, names );
+   std::vector<Passing::Monitor const *> monitors;
+   for( Follower const & follower : noted_ ) {
+      collectRow( follower, changes );
+      collectNames( follower, names );
+      if( auto const * const monitor = Passing::monitor( follower.entity() ) ) monitors.push_back( monitor );
+   }
+   if( take == Take::passingToo ) {
+      for( Follower const & follower : passing_ ) {
+         auto const * const monitor = Passing::monitor( follower.entity() );
+         monitor ? monitors.push_back( monitor ) : collectRow( follower, changes );
+      }
    }
    for( Follower const * const follower : series_.due() ) {
       // An empty one says no more than none.
       auto bytes = Records::seriesOf( follower->entity() );
       if( !bytes.empty() ) changes.series.push_back( { follower->path(), std::move( bytes ) } );
    }
+   numbers_.add( *parts_.database, monitors, changes );
    collectKinds( names, changes );
    changes.moment = Store::Moment{ parts_.boot, Kel::now(), parts_.clockShift, parts_.wallTime() };
    return changes;
 }
 
-void Keeper::Impl::collectRow( Follower const & follower, Store::Changes & changes,
-                               std::set<std::string> & names ) const {
-   Kel::Entity const & e = follower.entity();
-   auto value = Records::rowValue( e, follower.in() == Follower::In::dir );
+void Keeper::Impl::collectRow( Follower const & follower, Store::Changes & changes ) {
+   auto value = Records::rowValue( follower.entity(), follower.in() == Follower::In::dir );
    changes.written.push_back(
       { follower.path(), RowText::of( Kel::Value( Kel::Value::Content( std::move( value ) ) ) ) } );
+}
+
+// Those of interfaces that its row mentions.
+void Keeper::Impl::collectNames( Follower const & follower, std::set<std::string> & names ) {
+   Kel::Entity const & e = follower.entity();
    if( follower.intfNamed() ) names.insert( e.name() );
    for( auto const & attribute : e.kelTypeInfo().attributes() ) {
       if( !Records::inRow( *attribute ) || attribute->keyTypeName() != "Lumo::IntfId" ) continue;
-      names.merge( [&] {
-         auto const keys = attribute->keys( e );
-         return std::set<std::string>( keys.begin(), keys.end() );
-      }() );
+      for( std::string & key : attribute->keys( e ) ) names.insert( std::move( key ) );
    }
 }
 
@@ -271,10 +286,11 @@ void Keeper::Impl::failed( std::string const & why ) {
    retryDue_.timeMinIs( Kel::now() + pause_ );
 }
 
-void Keeper::Impl::succeeded( Store::Changes const & changes ) {
-   for( Followers * const all : { &noted_, &passing_ } ) {
-      all->clear_and_dispose( []( Follower * follower ) { follower->notedIs( Noted::nothing ); } );
-   }
+void Keeper::Impl::succeeded( Store::Changes const & changes, Take take ) {
+   auto const isWritten = []( Follower * follower ) { follower->notedIs( Noted::nothing ); };
+   noted_.clear_and_dispose( isWritten );
+   if( take == Take::passingToo ) passing_.clear_and_dispose( isWritten );
+   numbers_.written();
    deleted_.clear();
    series_.written();
    for( auto const & [name, kind, vlanId] : changes.declared ) kinds_[name] = { kind, vlanId };

@@ -12,9 +12,8 @@
 #include "kel/Dir.h"
 #include "links/HeldLinks.h"
 #include "records/Errdisable.h"
-#include "records/MonIntfStatus.h"
 #include "records/Names.h"
-#include "records/Unit.h"
+#include "store/Passing.h"
 #include "store/RowText.h"
 
 namespace Host::Records {
@@ -184,9 +183,11 @@ bool hasRow( Kel::Entity const & e, bool mounted ) {
 
 Value::Object rowValue( Kel::Entity const & e, bool inDir ) {
    Value::Object object;
+   bool const passesApart = Passing::monitor( e ) != nullptr;
    if( inDir ) object.emplace_back( typeMember, Value( Value::Content( e.kelTypeInfo().name() ) ) );
    for( auto const & attribute : e.kelTypeInfo().attributes() ) {
-      if( inRow( *attribute ) ) object.emplace_back( attribute->name(), attribute->get( e ) );
+      if( !inRow( *attribute ) || ( passesApart && attribute->passing() ) ) continue;
+      object.emplace_back( attribute->name(), attribute->get( e ) );
    }
    return object;
 }
@@ -207,6 +208,7 @@ std::string seriesOf( Kel::Entity const & e ) {
 }
 
 void restoreSeries( Dovra::EntityManager const & database, std::string const & path, std::string const & bytes ) {
+   if( Passing::isList( path ) ) return Passing::restore( database, bytes );
    Place const place = placeOf( database, path );
    auto * const intf = place.collection ? nullptr : dynamic_cast<Evidence::WindowIntf *>( place.entity.get() );
    if( !intf ) throw AttributeError( "is not of a record with a series" );

@@ -2,8 +2,9 @@
 //
 // Kept are the directories below, each with all that it contains: a row for each entity, with its attributes as JSON.
 // The rates of a window's interface, which tell nobody when they grow, are a series beside its row, in this machine's
-// bytes. References are not kept: whoever made them makes them again. The path of a row is that of the entity in the
-// state database, without the prefix of the first cell:
+// bytes; so are the numbers of monitors that change with every sample (store/Passing.h). References are not kept:
+// whoever made them makes them again. The path of a row is that of the entity in the state database, without the prefix
+// of the first cell:
 //
 //    maintenance/evidence/window / window / fabric#7 / intf / Ethernet1%2f1
 //    mounted path                  attribute and key, down to the entity
@@ -33,7 +34,7 @@ namespace Host::Records {
 [[nodiscard]] bool hasRow( Kel::Entity const & e, bool mounted );
 
 // The attributes that are in the row, in the order of their declaration; in a directory of entities of any type the
-// type's name first.
+// type's name first. Those of a monitor that change with every sample are not among them.
 [[nodiscard]] Kel::Value::Object rowValue( Kel::Entity const & e, bool inDir );
 
 // Makes or fills the record. What contains it must be there, so rows come in the order of their paths. Throws
@@ -42,7 +43,7 @@ void restore( Dovra::EntityManager const & database, Store::Row const & row );
 
 // Of an entity that may have a series; empty when it has none.
 [[nodiscard]] std::string seriesOf( Kel::Entity const & e );
-// By the path of the entity, whose row must have been restored. Throws Kel::AttributeError.
+// By the path of the entity, whose row must have been restored, or a list of monitors. Throws Kel::AttributeError.
 void restoreSeries( Dovra::EntityManager const & database, std::string const & path, std::string const & bytes );
 
 }  // namespace Host::Records

@@ -61,11 +61,12 @@ void SeriesTurns::allDue() {
 void SeriesTurns::someDue( double now ) {
    owed_ += static_cast<double>( growing_.size() ) * std::min( ( now - asked_ ) / period, 1.0 );
    asked_ = now;
+   auto next = growing_.upper_bound( position_ );
    for( ; owed_ >= 1 && !growing_.empty(); --owed_ ) {
-      auto next = growing_.upper_bound( position_ );
       if( next == growing_.end() ) next = growing_.begin();
       due_.insert( next->second );
       position_ = next->first;
+      ++next;
    }
    owed_ -= std::floor( owed_ );
 }

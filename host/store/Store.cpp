@@ -208,7 +208,10 @@ Store::Store( std::string path, Opening opening ) : path_( std::move( path ) ) {
    // What the log holds goes into the file in due course, from here on, and the log does not stay as big as it ever
    // was.
    sqlite3_db_config( db_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr );
-   run( db_.get(), "PRAGMA synchronous = FULL; PRAGMA journal_size_limit = 16777216" );
+   // Nothing in it is secret, so what goes is not overwritten; and it is read once, so few pages are worth memory (KiB).
+   run( db_.get(),
+        "PRAGMA synchronous = FULL; PRAGMA journal_size_limit = 16777216; PRAGMA secure_delete = OFF;"
+        "PRAGMA cache_size = -512" );
    statements_ = std::make_unique<Statements>( db_.get() );
 }
 
@@ -316,6 +319,7 @@ void Store::commit( Changes const & changes ) {
    }
    try {
       write( changes );
+      inLayout_ = true;
    } catch( StoreError const & ) {
       // Some errors have ended the transaction already.
       if( sqlite3_get_autocommit( db_.get() ) == 0 ) sqlite3_exec( db_.get(), "ROLLBACK", nullptr, nullptr, nullptr );
@@ -326,6 +330,7 @@ void Store::commit( Changes const & changes ) {
 void Store::write( Changes const & changes ) {
    Statements & all = *statements_;
    all.begin.run();
+   if( !inLayout_ ) run( db_.get(), ( "PRAGMA user_version = " + std::to_string( StoreFile::layout ) ).c_str() );
    for( std::string const & path : changes.deleted ) {
       all.del.run( path, below( path ), behind( path ) );
       all.delSeries.run( path, below( path ), behind( path ) );

@@ -11,7 +11,7 @@
 //
 // The layout has a number, which is counted up when rows come to mean something else, or lose an attribute. For one
 // that is added it stays: rows of an earlier maintd leave it as a new record has it. An earlier maintd that finds it
-// refuses the row (Keeper.h).
+// refuses the row (Keeper.h). A store in an earlier layout is read, and has the present one once something was written.
 #pragma once
 
 #include <cstdint>
@@ -108,6 +108,7 @@ class Store {
    std::unique_ptr<sqlite3, Close> db_;
    std::unique_ptr<Statements> statements_;  // they go before their database
    std::string damage_;
+   bool inLayout_ = false;  // the present one
 };
 
 }  // namespace Host

@@ -11,7 +11,8 @@
 namespace Host::StoreFile {
 
 constexpr uint32_t applicationId = 0x524d6f6e;  // "RMon"
-constexpr uint32_t layout = 1;
+// 1: rows of monitors have all of their numbers.
+constexpr uint32_t layout = 2;
 
 // Whether there is a file for SQLite to open. Throws StoreError when what is there is no store of ours, or of a newer
 // maintd, or when a log without its file is there.

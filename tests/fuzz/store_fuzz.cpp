@@ -1,6 +1,6 @@
 // A store that is not as maintd has left it. An input that begins as a SQLite database does is the file: it is refused
-// and stays as it is, or it is read. Any other input is rows, each a line of path, tab and value: they are refused, or
-// become records, and these are read back as the same records.
+// and stays as it is, or it is read. Any other input is rows, each a line of path, tab and value, and series, each with
+// "~" before its path: they are refused, or become records, and these are read back as the same records.
 //
 //    TMPDIR=/dev/shm build/fuzz/fuzz/store_fuzz -max_len=32768 WORK_DIR tests/fuzz/corpus/store
 #include <stdlib.h>
@@ -99,7 +99,13 @@ Store::Changes rowsOf( std::string_view text ) {
       rows[std::string( line.substr( 0, tab ) )] = line.substr( std::min( tab + 1, line.size() ) );
    }
    Store::Changes changes;
-   for( auto const & [path, value] : rows ) changes.written.push_back( { path, value } );
+   for( auto const & [path, value] : rows ) {
+      if( path.starts_with( '~' ) ) {
+         changes.series.push_back( { path.substr( 1 ), value } );
+      } else {
+         changes.written.push_back( { path, value } );
+      }
+   }
    return changes;
 }
 
@@ -109,7 +115,9 @@ std::vector<Store::Row> keptAnew( Agent & agent, std::string const & path ) {
    agent.keptIn( store );
    KEL_ASSERT( agent.keeper->keep() );
    agent.keeper.reset();
-   return store.rows();
+   auto all = store.rows();
+   store.eachSeries( [&]( auto const & path, auto const & bytes ) { all.push_back( { path, bytes } ); } );
+   return all;
 }
 
 bool takesRows( std::string_view text ) {

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <map>
 #include <optional>
+#include <random>
 
 #include "RandomRecords.h"
 #include "TempDir.h"
@@ -19,6 +20,7 @@
 #include "records/Errdisable.h"
 #include "records/Names.h"
 #include "state/MaintenanceState.h"
+#include "store/Passing.h"
 #include "store/Records.h"
 #include "store/RowText.h"
 
@@ -204,12 +206,11 @@ TEST_F( KeeperTest, samplesGoToDiskEveryTenSecondsAndChangesAtOnce ) {
    EXPECT_EQ( commits( 60, [] {} ), 1 );
    EXPECT_EQ( commits( 60, [] {} ), 0 );
    EXPECT_EQ( commits( 3, [&] { status->stateTimeIs( Kel::now() ); } ), 3 );
-   // What passes goes along.
+   // What passes goes along with what else changes in its record.
    inTurn( [&] {
       sample();
       status->spikeUnderMaintIs( true );
    } );
-   EXPECT_THAT( row( "maintenance/interface/status/ratemon/monIntfStatus/up1" ), HasSubstr( R"("totalSamples":61)" ) );
    // Nothing that is set to what it is, and nothing that is not kept.
    EXPECT_EQ( commits( 20,
                        [&] {
@@ -218,6 +219,71 @@ TEST_F( KeeperTest, samplesGoToDiskEveryTenSecondsAndChangesAtOnce ) {
                           records_->state.intfStatus->intfStatusIs( up1 );
                        } ),
               0 );
+   EXPECT_THAT( afterCrash(), HasSubstr( " totalSamples=61 " ) );
+}
+
+class MonitorKeeperTest : public KeeperTest {
+ protected:
+   static constexpr int monitors = 10;
+
+   Kel::Ptr<MonIntfStatus> monitor( int i ) {
+      return records_->state.monIntfStatus->monIntfStatusIs( Lumo::IntfId( "up" + std::to_string( i ) ) );
+   }
+   void sample( int i ) {
+      monitor( i )->totalSamplesInc( 1 );
+      monitor( i )->curRatesIs( { Kel::now() / 3, -0.0, Kel::now() } );
+      monitor( i )->lastSampleTimeIs( Kel::now() );
+   }
+   std::size_t bytesOfLists() const {
+      std::size_t all = 0;
+      store_->eachSeries(
+         [&]( auto const & path, auto const & bytes ) { all += Passing::isList( path ) * bytes.size(); } );
+      return all;
+   }
+};
+
+TEST_F( MonitorKeeperTest, theirNumbersAreThereAfterACrashAndTakeNoMoreRoomAsTimeGoesBy ) {
+   begin();
+   inTurn( [&] {
+      for( int i = 0; i < monitors; ++i ) sample( i );
+   } );
+   std::size_t const once = bytesOfLists();
+   std::size_t most = 0;
+   std::minstd_rand random( 1 );
+   for( int round = 0; round < 150; ++round ) {
+      // Some of them, and now and then one that is new under an old name, whose numbers are 0.
+      commits( 11, [&] {
+         if( random() % 20 == 0 ) {
+            records_->state.monIntfStatus->monIntfStatusDel( Lumo::IntfId( "up3" ) );
+            monitor( 3 );
+         }
+         if( random() % 4 == 0 ) sample( static_cast<int>( random() % monitors ) );
+      } );
+      most = std::max( most, bytesOfLists() );
+   }
+   EXPECT_LT( most, 15 * once );
+   EXPECT_GT( most, 2 * once );
+   commits( 11, [] {} );
+   std::string const before = records_->text();
+   EXPECT_EQ( afterCrash(), before );
+}
+
+TEST_F( MonitorKeeperTest, rowsOfAnEarlierLayoutHaveTheNumbersUntilAListHasThem ) {
+   store_.emplace( path_ );
+   Store::Changes changes;
+   for( char const * const name : { "up1", "up2" } ) {
+      changes.written.push_back( { std::string( "maintenance/interface/status/ratemon/monIntfStatus/" ) + name,
+                                   R"({"totalSamples":7,"curRates":{"inBitsRate":5}})" } );
+   }
+   store_->commit( changes );
+   store_.reset();
+   begin();
+   EXPECT_EQ( monitor( 1 )->curRates().inBitsRate, 5 );
+   inTurn( [&] { sample( 2 ); } );
+   commits( 11, [] {} );
+   std::string const before = records_->text();
+   EXPECT_THAT( before, HasSubstr( " totalSamples=8 " ) );
+   EXPECT_EQ( afterCrash(), before );
 }
 
 class WindowKeeperTest : public KeeperTest {
@@ -385,18 +451,31 @@ TEST_F( KeeperTest, aRowThatFitsNoRecordIsNamed ) {
 }
 
 TEST_F( KeeperTest, aSeriesThatFitsNoRecordIsNamed ) {
-   std::pair<char const *, char const *> const cases[] = {
-      { "maintenance/evidence/window/window/w/intf/up1", "ends in the middle of a cell" },
-      { "maintenance/evidence/window/window/w/intf/up2", "not of a record with a series" },
-      { "maintenance/evidence/window/window/w", "not of a record with a series" },
+   using namespace std::string_literals;
+   struct Case {
+      char const * path;
+      std::string bytes;
+      char const * says;
    };
-   for( auto const & [path, says] : cases ) {
+   char const * const list = "maintenance/interface/status/ratemon/passing/000000000000";
+   Case const cases[] = {
+      { "maintenance/evidence/window/window/w/intf/up1", "seven b", "ends in the middle of a cell" },
+      { "maintenance/evidence/window/window/w/intf/up2", "seven b", "not of a record with a series" },
+      { "maintenance/evidence/window/window/w", "seven b", "not of a record with a series" },
+      { list, "", "no list of monitors" },
+      { list, "\2"s, "no list of monitors" },
+      { list, "\1\3\0\0\0up1\x01\0\0\0"s, "in the middle of a monitor" },
+      { list, "\1\xff\0\0\0up1"s, "in the middle of a monitor" },
+      { list, "\1\0\0\0\0\0\0"s, "without a name" },
+      { list, "\1\3\0\0\0up1\0\x20"s, "a number that no monitor has" },
+   };
+   for( auto const & [path, bytes, says] : cases ) {
       fs::remove( path_ );
       Store store( path_ );
       Store::Changes changes;
       changes.written = { { "maintenance/evidence/window/window/w", "{}" },
                           { "maintenance/evidence/window/window/w/intf/up1", "{}" } };
-      changes.series = { { path, "seven b" } };
+      changes.series = { { path, bytes } };
       store.commit( changes );
       Kept const records;
       try {

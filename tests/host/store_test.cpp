@@ -123,9 +123,9 @@ TEST_F( StoreTest, aFileThatIsNoneIsRefusedAndLeftAsItIs ) {
       { "newer",
         [&] {
            fill();
-           sql( "PRAGMA user_version = 2" );
+           sql( "PRAGMA user_version = 3" );
         },
-        Kind::newer, "in layout 2" },
+        Kind::newer, "in layout 3" },
       { "header", [&] { replace( []( auto & c ) { c.resize( 50 ); } ); }, Kind::damaged, "is damaged" },
       { "cut", [&] { replace( []( auto & c ) { c.resize( c.size() / 2 ); } ); }, Kind::damaged, "is damaged" },
       { "page", [&] { replace( []( auto & c ) { c.replace( 8 * 4096, 4096, 4096, 'x' ); } ); }, Kind::damaged,
