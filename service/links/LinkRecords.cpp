@@ -26,11 +26,24 @@ uint16_t vlanIdByName( std::string_view name ) {
 
 }  // namespace
 
+LinkReport LinkRecords::Link::report() const {
+   return { up, kind, reportedVlanId, members ? members->reported : std::vector<std::string>() };
+}
+
+std::vector<IntfId> const & LinkRecords::Link::intfs() const {
+   static std::vector<IntfId> const none;
+   return members ? members->intfs : none;
+}
+
 LinkRecords::Link LinkRecords::linkOf( IntfId intf, LinkReport const & report ) {
-   Link link = { report, {}, {} };
-   std::unordered_set<IntfId> named;
-   for( std::string const & name : report.members ) {
-      if( IntfId const member( name ); named.insert( member ).second ) link.members.push_back( member );
+   Link link{ .up = report.up, .kind = report.kind, .reportedVlanId = report.vlanId };
+   if( !report.members.empty() ) {
+      auto const members = std::make_shared<Members>( Members{ report.members, {} } );
+      std::unordered_set<IntfId> named;
+      for( std::string const & name : report.members ) {
+         if( IntfId const member( name ); named.insert( member ).second ) members->intfs.push_back( member );
+      }
+      link.members = members;
    }
    uint16_t const id = report.vlanId != 0 ? report.vlanId : vlanIdByName( intf.name() );
    bool const isVlan = report.kind == IntfKind::vlan && id >= 1 && id <= 4094;
@@ -41,22 +54,22 @@ LinkRecords::Link LinkRecords::linkOf( IntfId intf, LinkReport const & report ) 
 // What a name says by its form stands as long as the report says the same. A VLAN link without a VLAN is one of the
 // kinds that nobody samples: sampling looks its VLAN up.
 void LinkRecords::declare( IntfId intf, Link const & link ) {
-   IntfKind const kind = link.report.kind == IntfKind::vlan && !link.vlanId ? IntfKind::other : link.report.kind;
+   IntfKind const kind = link.kind == IntfKind::vlan && !link.vlanId ? IntfKind::other : link.kind;
    if( kind == IntfKind::vlan || kind != intf.kind() ) IntfId::declare( intf.name(), kind, link.vlanId.value_or( 0 ) );
 }
 
 void LinkRecords::linkIs( IntfId intf, LinkReport const & report ) {
    auto const present = links_.find( intf );
-   if( present != links_.end() && present->second.report == report ) return;
+   if( present != links_.end() && present->second.report() == report ) return;
    Link const link = linkOf( intf, report );
    std::vector<IntfId> former;
    if( present != links_.end() ) {
       Link const & before = present->second;
-      bool const another = before.report.kind != report.kind || before.vlanId != link.vlanId;
+      bool const another = before.kind != report.kind || before.vlanId != link.vlanId;
       if( another ) {
          remove( intf );
       } else {
-         former = before.members;
+         former = before.intfs();
       }
    }
    declare( intf, link );
@@ -83,7 +96,7 @@ void LinkRecords::linkDel( IntfId intf ) {
 
 std::optional<LinkReport> LinkRecords::link( IntfId intf ) const {
    auto const found = links_.find( intf );
-   return found == links_.end() ? std::nullopt : std::optional( found->second.report );
+   return found == links_.end() ? std::nullopt : std::optional( found->second.report() );
 }
 
 void LinkRecords::tell( IntfId intf ) const {
@@ -96,7 +109,7 @@ void LinkRecords::remove( IntfId intf ) {
    auto const found = links_.extract( intf );
    if( !found ) return;
    Link const & link = found.mapped();
-   for( IntfId const member : link.members ) {
+   for( IntfId const member : link.intfs() ) {
       memberDel( member, intf, link );
       publish( member, link );
    }
@@ -133,7 +146,7 @@ void LinkRecords::membersAre( IntfId intf, Link const & link, std::vector<IntfId
    // Without members, too: that the VLAN is there is something else than that it is not.
    if( link.vlanId ) state_.vlanStatus->vlanStatusIs( *link.vlanId );
    std::unordered_set<IntfId> left( former.begin(), former.end() );
-   for( IntfId const member : link.members ) {
+   for( IntfId const member : link.intfs() ) {
       // One that was reported before makes no new claim.
       if( left.erase( member ) == 0 ) memberIs( member, intf, link );
       publish( member, link );
@@ -148,9 +161,9 @@ void LinkRecords::membersAre( IntfId intf, Link const & link, std::vector<IntfId
 void LinkRecords::memberIs( IntfId member, IntfId intf, Link const & of ) {
    bool const unknown = member.kind() == IntfKind::other && !links_.contains( member ) && !member.empty();
    if( unknown ) IntfId::declare( member.name(), IntfKind::ethernet );
-   if( of.report.kind != IntfKind::portChannel && !of.vlanId ) return;
+   if( of.kind != IntfKind::portChannel && !of.vlanId ) return;
    Membership & membership = memberships_[member];
-   if( of.report.kind == IntfKind::portChannel ) membership.lags.push_back( intf );
+   if( of.kind == IntfKind::portChannel ) membership.lags.push_back( intf );
    if( of.vlanId ) ++membership.vlans[*of.vlanId];
 }
 
@@ -158,7 +171,7 @@ void LinkRecords::memberDel( IntfId member, IntfId intf, Link const & of ) {
    auto const found = memberships_.find( member );
    if( found == memberships_.end() ) return;
    Membership & membership = found->second;
-   if( of.report.kind == IntfKind::portChannel ) std::erase( membership.lags, intf );
+   if( of.kind == IntfKind::portChannel ) std::erase( membership.lags, intf );
    auto const links = of.vlanId ? membership.vlans.find( *of.vlanId ) : membership.vlans.end();
    if( links != membership.vlans.end() && --links->second == 0 ) membership.vlans.erase( links );
    if( membership.lags.empty() && membership.vlans.empty() ) memberships_.erase( found );
@@ -177,7 +190,7 @@ void LinkRecords::goneIs( IntfId member, bool gone ) {
 // Publishing. Each looks at the memberships afresh, so that it does not matter what changed.
 
 void LinkRecords::publish( IntfId member, Link const & of ) {
-   if( of.report.kind == IntfKind::portChannel ) publishLag( member );
+   if( of.kind == IntfKind::portChannel ) publishLag( member );
    if( of.vlanId ) publishVlanMember( member, *of.vlanId );
 }
 
@@ -230,7 +243,7 @@ std::string LinkRecords::neverWatched( IntfId intf ) const {
    auto const found = links_.find( intf );
    if( found == links_.end() ) return {};
    Link const & link = found->second;
-   switch( link.report.kind ) {
+   switch( link.kind ) {
       case IntfKind::ethernet: return {};
       case IntfKind::subIntf: return "it is a sub-interface, and those are not sampled";
       case IntfKind::cpu: return "it is the box's own end, which is not sampled";
@@ -238,9 +251,9 @@ std::string LinkRecords::neverWatched( IntfId intf ) const {
       case IntfKind::portChannel:
       case IntfKind::vlan: break;
    }
-   bool const isLag = link.report.kind == IntfKind::portChannel;
+   bool const isLag = link.kind == IntfKind::portChannel;
    if( !isLag && !link.vlanId ) return "it is a VLAN link whose VLAN id is not between 1 and 4094";
-   for( IntfId const member : link.members ) {
+   for( IntfId const member : link.intfs() ) {
       std::string const trouble = isLag ? lagTrouble( intf, member ) : vlanTrouble( member );
       if( !trouble.empty() ) return "its member " + std::string( member.name() ) + " " + trouble;
    }

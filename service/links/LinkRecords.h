@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -56,10 +57,20 @@ class LinkRecords {
    [[nodiscard]] std::string neverWatched( Lumo::IntfId intf ) const;
 
  private:
+   struct Members {
+      std::vector<std::string> reported;
+      std::vector<Lumo::IntfId> intfs;  // each once
+   };
+   // Most have no members, and no room for them.
    struct Link {
-      LinkReport report;
-      std::vector<Lumo::IntfId> members;  // each once
-      std::optional<uint16_t> vlanId;     // of a VLAN link, where it is one
+      [[nodiscard]] LinkReport report() const;
+      [[nodiscard]] std::vector<Lumo::IntfId> const & intfs() const;
+
+      bool up = false;
+      Lumo::IntfKind kind = Lumo::IntfKind::other;
+      uint16_t reportedVlanId = 0;
+      std::optional<uint16_t> vlanId = {};          // of a VLAN link, where it is one
+      std::shared_ptr<Members const> members = {};  // null for none
    };
    // One interface as a member. A port may be in thousands of VLANs.
    struct Membership {

@@ -94,15 +94,23 @@ void ConfigRecords::configHasChanged() {
 
 void ConfigRecords::collectInterfaces() {
    interfaces_.clear();
-   memberships_.clear();
+   inGroups_.clear();
+   together_.assign( 1, {} );
    groupIntfs_.assign( config_.groups.size(), {} );
    for( std::size_t g = 0; g < config_.groups.size(); ++g ) {
+      std::unordered_map<uint32_t, uint32_t> withThis;  // places in together_, without this group and with it
       for( std::string const & name : config_.groups[g].interfaces ) {
          Lumo::IntfId const intf = named( name );
          groupIntfs_[g].push_back( intf );
-         auto const [member, isNew] = memberships_.try_emplace( intf );
-         member->second.groups.push_back( g );
+         auto const [member, isNew] = inGroups_.try_emplace( intf );
          if( isNew ) interfaces_.push_back( intf );
+         auto const [with, isFirst] = withThis.try_emplace( member->second, static_cast<uint32_t>( together_.size() ) );
+         if( isFirst ) {
+            Places groups = together_[member->second];
+            groups.push_back( g );
+            together_.push_back( std::move( groups ) );
+         }
+         member->second = with->second;
       }
    }
 }
@@ -124,16 +132,13 @@ void ConfigRecords::collectUnits() {
    for( std::size_t u = 0; u < config_.units.size(); ++u ) {
       Config::Unit const & unit = config_.units[u];
       auto & intfs = unitIntfs_[unit.name];
+      std::unordered_set<Lumo::IntfId> collected;
       for( std::string const & groupName : unit.groups ) {
          std::size_t const g = placeOf.at( groupName );  // a configuration that holds names no other
          unitGroups_[u].push_back( g );
          groupUnits_[g].push_back( u );
          for( Lumo::IntfId const intf : groupIntfs_[g] ) {
-            auto & units = memberships_.at( intf ).units;
-            // Units come one after the other, so this one is the last where it is there already.
-            if( !units.empty() && units.back() == unit.name ) continue;
-            units.push_back( unit.name );
-            intfs.push_back( intf );
+            if( collected.insert( intf ).second ) intfs.push_back( intf );
          }
       }
    }
@@ -145,8 +150,17 @@ std::vector<Lumo::IntfId> ConfigRecords::interfacesOf( std::string const & unit 
 }
 
 std::vector<std::string> ConfigRecords::unitsOf( Lumo::IntfId intf ) const {
-   auto const found = memberships_.find( intf );
-   return found == memberships_.end() ? std::vector<std::string>() : found->second.units;
+   std::set<std::size_t> places;
+   for( std::size_t const group : groupsOf( intf ) )
+      places.insert( groupUnits_[group].begin(), groupUnits_[group].end() );
+   std::vector<std::string> units;
+   for( std::size_t const unit : places ) units.push_back( config_.units[unit].name );
+   return units;
+}
+
+ConfigRecords::Places const & ConfigRecords::groupsOf( Lumo::IntfId intf ) const {
+   auto const found = inGroups_.find( intf );
+   return together_[found == inGroups_.end() ? 0 : found->second];
 }
 
 void ConfigRecords::leftOutIs( std::string const & unit, std::set<Lumo::IntfId> const & intfs ) {
@@ -288,7 +302,7 @@ void ConfigRecords::removeMembers( Wanted const & wanted ) {
       for( auto [group, present] : member->groupIterator() ) {
          if( !wanted.has( group, intf ) ) member->groupDel( group );
       }
-      if( !memberships_.contains( intf ) ) state_.intfToGroup->intfToGroupDel( intf );
+      if( !inGroups_.contains( intf ) ) state_.intfToGroup->intfToGroupDel( intf );
    }
 }
 
@@ -339,7 +353,7 @@ Kel::String8 ConfigRecords::selectedProfile( Lumo::IntfId intf, std::vector<bool
       } );
    };
    std::string const * first = nullptr;
-   for( std::size_t const group : memberships_.at( intf ).groups ) {
+   for( std::size_t const group : groupsOf( intf ) ) {
       auto const & profile = config_.groups[group].profile;
       if( !profile ) continue;
       if( precedes( group ) ) return *profile;

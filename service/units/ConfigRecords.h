@@ -59,14 +59,11 @@ class ConfigRecords {
 
    // Places in the configuration, in its order.
    using Places = std::vector<std::size_t>;
-   struct Memberships {
-      Places groups;
-      std::vector<std::string> units;
-   };
 
    void configHasChanged();
    void collectInterfaces();
    void collectUnits();
+   [[nodiscard]] Places const & groupsOf( Lumo::IntfId intf ) const;
    [[nodiscard]] Lumo::IntfId named( std::string const & name ) const;
    void keepLeftOut( std::string const & unit, std::set<Lumo::IntfId> const & intfs );
 
@@ -94,10 +91,12 @@ class ConfigRecords {
 
    // What the configuration says, by what is asked for.
    std::vector<Lumo::IntfId> interfaces_;
-   std::unordered_map<Lumo::IntfId, Memberships> memberships_;
-   std::vector<std::vector<Lumo::IntfId>> groupIntfs_;  // by place of the group
-   std::vector<Places> groupUnits_;                     // by place of the group
-   std::vector<Places> unitGroups_;                     // by place of the unit, in the order of its own list
+   // Most interfaces are in the same groups as others, so these are kept once for all who are.
+   std::vector<Places> together_;                         // first that of no group
+   std::unordered_map<Lumo::IntfId, uint32_t> inGroups_;  // by place in together_
+   std::vector<std::vector<Lumo::IntfId>> groupIntfs_;    // by place of the group
+   std::vector<Places> groupUnits_;                       // by place of the group
+   std::vector<Places> unitGroups_;                       // by place of the unit, in the order of its own list
    std::map<std::string, std::vector<Lumo::IntfId>> unitIntfs_;
 };
 
