@@ -140,7 +140,7 @@ void sampled( Maintenance::MonIntfStatus & status, double time ) {
 // All monitors of a box, so many.
 class Monitors {
  public:
-   Monitors( Box & box, int64_t count ) {
+   Monitors( StoredBox & box, int64_t count ) {
       for( int i = 0; i < count; ++i ) all_.push_back( box.state.monIntfStatus->monIntfStatusIs( intf( i ), "p", 1 ) );
    }
    // Not inlined, so that a profiler can be told to count in here only.
@@ -160,7 +160,7 @@ benchmark::Counter timePer( benchmark::State const & state ) {
 }
 
 void writes( benchmark::State & state ) {
-   Box box;
+   StoredBox box;
    Monitors monitors( box, state.range( 0 ) );
    for( auto _ : state ) monitors.intervalPasses();
    state.counters["time/sample"] = timePer( state );

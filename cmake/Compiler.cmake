@@ -40,6 +40,13 @@ if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
    add_link_options( "LINKER:-z,defs" )
 endif()
 
+# Relocations that only add where a program lies take a bit each, and not 24 bytes that the start reads through.
+include( CheckLinkerFlag )
+check_linker_flag( CXX "LINKER:--fatal-warnings,-z,pack-relative-relocs" RATEMON_PACKS_RELOCATIONS )
+if( RATEMON_PACKS_RELOCATIONS )
+   add_link_options( "LINKER:-z,pack-relative-relocs" )
+endif()
+
 if( RATEMON_HARDEN )
    # A position-independent executable needs the linker told as well as the compiler.
    include( CheckPIESupported )
