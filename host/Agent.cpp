@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "ConfigFile.h"
+#include "Memory.h"
 #include "Warnings.h"
 #include "brisklog/Brisklog.h"
 #include "claims/Boot.h"
@@ -143,16 +144,17 @@ Agent::~Agent() {
    BRISKLOG( 3, "maintd stops" );
 }
 
-void Agent::start( Service::Config::Config const & config ) {
+void Agent::start( Service::Config::Config config ) {
    loop_.turn( [&] {
       keepRecords();
       beginHistory();
       watchLinks();
       controlLinks( config );
-      startService( config );
+      startService( std::move( config ) );
    } );
    startPlugin();
    loop_.turn( [this] { tellWarnings(); } );
+   returnMemory();
 }
 
 // First of all: everybody else is to find the records as they were left.
@@ -221,7 +223,7 @@ void Agent::controlLinks( Service::Config::Config const & config ) {
          } } );
 }
 
-void Agent::startService( Service::Config::Config const & config ) {
+void Agent::startService( Service::Config::Config config ) {
    service_.emplace( Service::MaintenanceService::Host{ .database = box_.database(),
                                                         .state = box_.state(),
                                                         .counters = box_.counters(),
@@ -230,7 +232,7 @@ void Agent::startService( Service::Config::Config const & config ) {
                                                         .events = events_,
                                                         .wallClockOffset = [this] { return wallClockOffset(); },
                                                         .neverShut = neverShut },
-                     config );
+                     std::move( config ) );
    for( auto const & [intf, text] : std::exchange( notes_, {} ) ) service_->noteLink( intf, text );
    recorder_.emplace( Recorder::Parts{ .database = *box_.database(),
                                        .state = box_.state(),
@@ -331,6 +333,7 @@ std::vector<std::string> Agent::reload( std::string const & requestedBy ) {
       recorder_->handleConfig();
       tellWarnings();
    }
+   returnMemory();
    serviceManager_.reloaded();
    return why;
 }

@@ -66,7 +66,7 @@ class Agent {
    // Takes up what an earlier agent left, links first, and starts the plug-in; everything but the API's answers is
    // ready afterwards. Throws what its parts throw: a row of the store fits no record (StoreError), the kernel does not
    // answer, the plug-in cannot be loaded.
-   void start( Service::Config::Config const & config );
+   void start( Service::Config::Config config );
 
    // Serves until SIGTERM or SIGINT; SIGHUP reloads. Streams get a moment to end; a second signal waits for nothing.
    void run();
@@ -78,7 +78,7 @@ class Agent {
    void tellHold( Lumo::IntfId intf, Service::Severity severity, std::string const & text );
    void watchLinks();
    void controlLinks( Service::Config::Config const & config );
-   void startService( Service::Config::Config const & config );
+   void startService( Service::Config::Config config );
    void startPlugin();
    void awaitEnd();
    void stopServing();

@@ -6,9 +6,11 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "Agent.h"
 #include "ConfigFile.h"
+#include "Memory.h"
 #include "Warnings.h"
 #include "claims/Boot.h"
 #include "kel/Exception.h"
@@ -67,20 +69,22 @@ int fail( std::exception const & error, ExitStatus status ) {
    return status;
 }
 
-int serve( Service::Config::Config const & config, Host::Agent::Options const & options ) {
+int serve( Service::Config::Config config, Host::Agent::Options const & options ) {
    // A reader of ours that goes away, and a file that may not grow any more, are errors of that write and no reason to
    // end (signal(7)).
    std::signal( SIGPIPE, SIG_IGN );
    std::signal( SIGXFSZ, SIG_IGN );
+   Host::limitHeap();
    Host::StandardError standardError;
    // Outside the try, so that it is still whole where an exception is caught.
    std::unique_ptr<Host::Agent> agent;
    try {
       agent = std::make_unique<Host::Agent>( options, standardError );
-      agent->start( config );
-      Host::logLine( Service::Severity::notice,
-                     counted( config.units.size(), "unit" ) + ", serving at " + options.socket +
-                        ( options.readSocket.empty() ? "" : " and, for everyone, " ) + options.readSocket );
+      auto const units = counted( config.units.size(), "unit" );
+      agent->start( std::move( config ) );
+      Host::logLine( Service::Severity::notice, units + ", serving at " + options.socket +
+                                                   ( options.readSocket.empty() ? "" : " and, for everyone, " ) +
+                                                   options.readSocket );
       agent->run();
       return stopped;
    } catch( Kel::InternalException const & ) {
@@ -175,7 +179,7 @@ int run( Arguments & arguments ) {
    if( arguments.checkOnly ) return check( arguments.options.configFile, config );
    makeDirectoryOf( arguments.options.socket );
    if( !arguments.options.readSocket.empty() ) makeDirectoryOf( arguments.options.readSocket );
-   return serve( config, arguments.options );
+   return serve( std::move( config ), arguments.options );
 }
 
 }  // namespace

@@ -55,6 +55,17 @@ class Maintd : public Box {
    }
 };
 
+// The start reads and runs through much that is not needed afterwards, also while somebody asks now and then.
+TEST_F( Maintd, keepsLittleOfItsStartInMemory ) {
+   startMaintd( config( "up1" ) );
+   std::map<std::string, long> kibibytes;
+   std::ifstream status( std::filesystem::path( maintdsRoot() ).replace_filename( "status" ) );
+   for( std::string line; std::getline( status, line ); )
+      kibibytes[line.substr( 0, line.find( ':' ) )] = std::atol( line.c_str() + line.find( ':' ) + 1 );
+   ASSERT_GT( kibibytes["VmRSS"], 0 );
+   EXPECT_LT( kibibytes["VmRSS"], kibibytes["VmHWM"] * 3 / 4 );
+}
+
 TEST_F( Maintd, takesAUnitThroughAWholeCycle ) {
    link( "up1", 1 );
    link( "up2", 2 );

@@ -1,0 +1,65 @@
+#include "Memory.h"
+
+#include <malloc.h>
+#include <sys/mman.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+namespace {
+
+struct Mapping {
+   unsigned long from = 0;
+   unsigned long to = 0;
+   bool readOnlyFile = false;
+   bool hasOwnPages = false;  // that no file has, in memory
+};
+
+// By the first line of a mapping in smaps; none for any other line (proc_pid_smaps(5)).
+std::optional<Mapping> mappingOf( std::string const & line ) {
+   Mapping mapping;
+   std::array<char, 5> rights{};
+   if( std::sscanf( line.c_str(), "%lx-%lx %4s", &mapping.from, &mapping.to, rights.data() ) != 3 ) return std::nullopt;
+   mapping.readOnlyFile = rights[0] == 'r' && rights[1] == '-' && rights[3] == 'p' && line.find( " /" ) != line.npos;
+   return mapping;
+}
+
+// Those of files that nobody writes to, and of which nothing was ever written: relocations and breakpoints make pages
+// that no file has, and these may be in memory or swapped out.
+std::vector<Mapping> filePages() {
+   std::vector<Mapping> found;
+   std::ifstream smaps( "/proc/self/smaps" );
+   Mapping present;
+   unsigned long kibibytes = 0;
+   for( std::string line; std::getline( smaps, line ); ) {
+      if( auto const mapping = mappingOf( line ) ) {
+         present = *mapping;
+      } else if( std::sscanf( line.c_str(), "Anonymous: %lu kB", &kibibytes ) == 1 ) {
+         present.hasOwnPages = kibibytes != 0;
+      } else if( std::sscanf( line.c_str(), "Swap: %lu kB", &kibibytes ) == 1 ) {
+         // Comes after the other.
+         if( present.readOnlyFile && !present.hasOwnPages && kibibytes == 0 ) found.push_back( present );
+      }
+   }
+   return found;
+}
+
+}  // namespace
+
+// Otherwise the bound from which they are mapped grows with every large piece that was let go of (mallopt(3)).
+void limitHeap() { mallopt( M_MMAP_THRESHOLD, 128 * 1024 ); }
+
+void returnMemory() {
+   malloc_trim( 0 );
+   for( Mapping const & mapping : filePages() ) {
+      madvise( reinterpret_cast<void *>( mapping.from ), mapping.to - mapping.from, MADV_DONTNEED );
+   }
+}
+
+}  // namespace Host
