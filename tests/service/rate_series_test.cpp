@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -56,7 +57,8 @@ RateCells randomCells( std::size_t count, std::mt19937 & random ) {
 void expectSame( RateCells const & found, RateCells const & wanted ) {
    ASSERT_EQ( found.size(), wanted.size() );
    // Down to the sign of a zero.
-   if( !wanted.empty() ) EXPECT_EQ( std::memcmp( found.data(), wanted.data(), sizeof( RateCell ) * found.size() ), 0 );
+   EXPECT_TRUE( std::equal( found.begin(), found.end(), wanted.begin(),
+                            []( auto const & a, auto const & b ) { return std::memcmp( &a, &b, sizeof a ) == 0; } ) );
 }
 
 TEST( RateSeries, whateverItsCellsTheyAreReadAsTheyWereWritten ) {
