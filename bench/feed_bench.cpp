@@ -1,9 +1,9 @@
 // What a refresh of the counter table costs: from the bytes of the kernel's answer that lists N links to the written
-// rows of all of them. `feed` is the counter feed as the agent has it, with a real socket on which nothing is ever sent:
-// this program stands in for the kernel and hands out the parts of an answer as the kernel would, 32 KiB each. `byHand`
-// is the limit: the same answer, read at fixed places into a table that has nothing but the same rows. `kernelAlone` is
-// the part of all of them that is this program's: making the messages. `feedOfOldKernel` is the feed of a box whose rows
-// lie in another order than that in which the kernel lists the links.
+// rows of all of them. `feed` is the counter feed as the agent has it, with a socket on which nothing is ever sent:
+// this program stands in for the kernel and hands out the parts of an answer as the kernel would, 32 KiB each.
+// `byHand` is the limit: the same answer, read at fixed places into a table that has nothing but the same rows.
+// `kernelAlone` is the part of all of them that is this program's: making the messages. `feedOfOldKernel` is the feed
+// of a box whose rows lie in another order than that in which the kernel lists the links.
 //
 // In the cases named `cold` the caches are emptied between two refreshes, as they are at one refresh a second.
 #include <benchmark/benchmark.h>
