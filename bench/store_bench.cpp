@@ -1,5 +1,6 @@
-// What the store costs: a start with all that an earlier maintd has kept, the end of a turn that changed one record, the
-// writes of samples to records that are followed and to such as are not, and what of them goes to disk now and then.
+// What the store costs: a start with all that an earlier maintd has kept, the end of a turn that changed one record,
+// the writes of samples to records that are followed and to such as are not, and what of them goes to disk now and
+// then.
 //
 // The box has 512 links in one unit, of which 200 are held, and a window under way with as many rates of each as there
 // is room for; besides, so many windows of earlier stays, each as big, as the argument says. `bytes` is the size of the

@@ -3,10 +3,10 @@
 // Owned by the agent. The constructor puts back what an earlier agent kept, before anybody else looks at the database.
 // From then on every change is noted as it is made, and written at the end of the turn in one transaction; keep() does
 // so at once, for whoever is about to do something that must be on record first. What changes with every sample (rates,
-// counters) does not cause a transaction by itself: it goes along with its record's next change, at the latest after ten
-// seconds; nor does the keeper hear of it again until then. The rates of windows are rewritten every five minutes, each
-// interface's at a time of its own, so that no turn writes them all; and all of a window's when one of its stages or the
-// window ends.
+// counters) does not cause a transaction by itself: it goes along with its record's next change, at the latest after
+// ten seconds; nor does the keeper hear of it again until then. The rates of windows are rewritten every five minutes,
+// each interface's at a time of its own, so that no turn writes them all; and all of a window's when one of its stages
+// or the window ends.
 //
 // Where the store cannot be written, nothing is lost but on disk: what is noted stays noted, the reason is told, and it
 // is tried again with a pause that grows to ten seconds. Until then keep() answers false, requests are refused and no

@@ -1,7 +1,7 @@
 // The numbers of monitors that change with every sample, in the store.
 //
-// There are thousands of monitors, and all of their numbers go to disk every ten seconds; so they are not in the rows of
-// their records. They stand beside the rows as lists, each a series below the path of the monitors' directory:
+// There are thousands of monitors, and all of their numbers go to disk every ten seconds; so they are not in the rows
+// of their records. They stand beside the rows as lists, each a series below the path of the monitors' directory:
 //
 //    maintenance/interface/status/ratemon / passing / 000000000042
 //
@@ -10,8 +10,8 @@
 // that is new or another one has its numbers in a list of the transaction with its row; so whoever reads rows first and
 // then the lists in their order has each as it was. What is said of records that have gone since is of no meaning.
 //
-// A list is a byte with the version, then for each monitor: how long its name is (four bytes) and the name, which of the
-// numbers are not 0 (two bytes), and those, in this machine's bytes.
+// A list is a byte with the version, then for each monitor: how long its name is (four bytes) and the name, which of
+// the numbers are not 0 (two bytes), and those, in this machine's bytes.
 //
 // Owned by the keeper.
 #pragma once
