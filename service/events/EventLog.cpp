@@ -1,6 +1,7 @@
 #include "events/EventLog.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "kel/ActivityLoop.h"
@@ -22,6 +23,15 @@ std::string cut( std::string const & text ) {
    std::size_t end = EventLog::textMax;
    while( end > 0 && ( static_cast<unsigned char>( text[end] ) & 0xc0 ) == 0x80 ) --end;
    return text.substr( 0, end ) + " ...";
+}
+
+// The name of an enumerator as a text that all events share, as each that is made takes a hundred bytes.
+template<class E>
+Kel::String8 word( E value ) {
+   static std::map<E, Kel::String8> words;
+   Kel::String8 & kept = words[value];
+   if( kept.empty() ) kept = enumName( value );
+   return kept;
 }
 
 std::function<uint64_t()> countingFromOne() {
@@ -46,8 +56,8 @@ std::string someOf( std::vector<std::string> const & texts, char const * between
 }
 
 std::string const & EventLog::Entry::line() const {
-   if( line_.empty() ) line_ = Kel::toJson( Kel::value( event ) ) + "\n";
-   return line_;
+   if( !line_ ) line_ = std::make_unique<std::string const>( Kel::toJson( Kel::value( event ) ) + "\n" );
+   return *line_;
 }
 
 EventLog::Listener::Listener( EventLog & log, Act act )
@@ -83,8 +93,8 @@ void EventLog::tell( Told const & what ) {
    event.seq = seq;
    event.time = time_;
    event.wallTime = wallTime_;
-   event.kind = enumName( what.kind );
-   event.severity = enumName( what.severity );
+   event.kind = word( what.kind );
+   event.severity = word( what.severity );
    if( !what.unit.empty() ) event.unit = what.unit;
    if( what.generation != 0 ) event.generation = what.generation;
    if( !what.interface.empty() ) event.interface = Kel::String8( what.interface.name() );

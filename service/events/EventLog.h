@@ -39,7 +39,7 @@ class EventLog {
       Event const event;
 
     private:
-      mutable std::string line_;
+      mutable std::unique_ptr<std::string const> line_;  // null: nobody has read it
    };
 
    // Hears of each event from now on, for as long as it lives; which may be until it is called.
