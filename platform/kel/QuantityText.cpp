@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -16,8 +17,9 @@ std::string numberText( double value, int decimals ) {
       std::snprintf( digits.data(), digits.size(), "%.3g", value );
       return digits.data();
    }
-   int const length = std::snprintf( digits.data(), digits.size(), "%.*f", decimals, value );
-   std::string text( digits.data(), static_cast<std::size_t>( std::max( length, 0 ) ) );
+   // Not the formatting of C, which takes several times as long: a thousand interfaces that enter have some thousand of these texts.
+   auto const end = std::to_chars( digits.begin(), digits.end(), value, std::chars_format::fixed, decimals ).ptr;
+   std::string text( digits.begin(), end );
    // The zeros of 100 count.
    if( text.find( '.' ) == std::string::npos ) return text;
    text.erase( text.find_last_not_of( '0' ) + 1 );
