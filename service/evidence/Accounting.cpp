@@ -24,9 +24,14 @@ Subject::Subject( Accounting & in, Lumo::IntfId intf )
    : accounting( in ), watched( intf, in.sources(), in.neverWatched(), *this ) {}
 
 // What is told of in a window may be heard by somebody who closes accounts or breaks the run: so copies are iterated
-// over, here and below, and the run is not asked.
+// over, here and below, and the run is not asked. Most interfaces have one account, and a sample needs no copy of the
+// list then.
 void Subject::onReading( Run::Step const & step ) {
-   for( auto const & p : Kel::Few( places ) ) noteReading( p, step );
+   if( places.size() == 1 ) {
+      noteReading( Kel::Ptr<Place>( places.front() ), step );
+   } else {
+      for( auto const & p : Kel::Few( places ) ) noteReading( p, step );
+   }
    if( step.becameLoud ) handleSpike( step );
 }
 
@@ -252,7 +257,8 @@ void Accounting::unitDel( Kel::Name const & unit ) {
    if( !b ) return;
    books_.erase( unit );
    b->open = false;
-   for( auto const & p : std::vector( b->places ) ) closePlace( p );
+   // All at once: nobody asks the book any more, and to take each out of the list would look at the list each time.
+   for( auto const & p : std::exchange( b->places, {} ) ) closePlace( p );
    // Unless the unit has been entered once more meanwhile.
    if( accounts_->unit( unit ) == b->record ) accounts_->unitDel( unit );
 }

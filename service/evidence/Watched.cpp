@@ -116,8 +116,8 @@ bool Watched::apply() {
    if( moved ) lookUpRecords();
    // The threshold before the sample: the rates are judged by what is in force when they are published.
    applyProfile();
-   applyMembers();
-   lookUpRows();
+   if( std::exchange( membersMoved_, false ) ) applyMembers();
+   if( countersAt_ != sources_.counterGeneration() ) lookUpRows();
    if( moved || !plainKnown_ ) plain_ = isPlain();
    plainKnown_ = true;
    applySample();
@@ -136,7 +136,6 @@ void Watched::applyProfile() {
 }
 
 void Watched::applyMembers() {
-   if( !std::exchange( membersMoved_, false ) ) return;
    auto const rows = sources_.rowsOf( intf_ );
    if( std::ranges::equal( rows, rows_ ) ) return;
    // The first look at an interface changes nothing that anybody relied on.
@@ -166,10 +165,7 @@ void Watched::applySample() {
 }
 
 void Watched::lookUpRows() {
-   uint32_t const generation = sources_.counterGeneration();
-   if( countersAt_ == generation ) [[likely]]
-      return;
-   countersAt_ = generation;
+   countersAt_ = sources_.counterGeneration();
    plainKnown_ = false;
    bool const had = complete_;
    counters_.clear();
