@@ -25,7 +25,9 @@ using Kel::AttributeInfo;
 using Kel::Value;
 namespace Path = Maintenance::Path;
 
-// They are kept as they are in memory.
+// Rates that are packed have one or two of these before them, so that they are never as long as whole cells. Those are
+// what layout 1 has, as they are in memory.
+constexpr char packedMark = 'p';
 static_assert( std::is_trivially_copyable_v<Evidence::RateCell> &&
                sizeof( Evidence::RateCell ) == 8 * sizeof( double ) );
 
@@ -202,9 +204,11 @@ void restore( Dovra::EntityManager const & database, Store::Row const & row ) {
 
 std::string seriesOf( Kel::Entity const & e ) {
    auto const * const intf = dynamic_cast<Evidence::WindowIntf const *>( &e );
-   if( !intf ) return {};
-   Evidence::RateCells const cells = intf->rates();
-   return { reinterpret_cast<char const *>( cells.data() ), cells.size() * sizeof( Evidence::RateCell ) };
+   if( !intf || intf->rateSeries().size() == 0 ) return {};
+   std::string const packed = intf->packedRates();
+   std::string bytes( 1, packedMark );
+   if( ( bytes.size() + packed.size() ) % sizeof( Evidence::RateCell ) == 0 ) bytes += packedMark;
+   return bytes + packed;
 }
 
 void restoreSeries( Dovra::EntityManager const & database, std::string const & path, std::string const & bytes ) {
@@ -213,9 +217,14 @@ void restoreSeries( Dovra::EntityManager const & database, std::string const & p
    auto * const intf = place.collection ? nullptr : dynamic_cast<Evidence::WindowIntf *>( place.entity.get() );
    if( !intf ) throw AttributeError( "is not of a record with a series" );
    constexpr std::size_t size = sizeof( Evidence::RateCell );
+   if( bytes.size() % size != 0 && bytes.front() == packedMark ) {
+      std::string_view packed = bytes;
+      packed.remove_prefix( std::min( packed.find_first_not_of( packedMark ), packed.size() ) );
+      return intf->packedRatesIs( packed );
+   }
    if( bytes.size() % size != 0 ) throw AttributeError( "ends in the middle of a cell" );
    Evidence::RateCells cells( bytes.size() / size );
-   std::memcpy( cells.data(), bytes.data(), bytes.size() );
+   if( !cells.empty() ) std::memcpy( cells.data(), bytes.data(), bytes.size() );
    intf->ratesIs( cells );
 }
 

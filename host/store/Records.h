@@ -1,10 +1,9 @@
 // Which records are kept, and how a record and a row of the store become each other.
 //
 // Kept are the directories below, each with all that it contains: a row for each entity, with its attributes as JSON.
-// The rates of a window's interface, which tell nobody when they grow, are a series beside its row, in this machine's
-// bytes; so are the numbers of monitors that change with every sample (store/Passing.h). References are not kept:
-// whoever made them makes them again. The path of a row is that of the entity in the state database, without the prefix
-// of the first cell:
+// The rates of a window's interface, which tell nobody when they grow, are a series beside its row, packed. So are the
+// numbers of monitors that change with every sample (store/Passing.h). References are not kept: whoever made them makes
+// them again. The path of a row is that of the entity in the state database, without the prefix of the first cell:
 //
 //    maintenance/evidence/window / window / fabric#7 / intf / Ethernet1%2f1
 //    mounted path                  attribute and key, down to the entity

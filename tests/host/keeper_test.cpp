@@ -313,10 +313,15 @@ class WindowKeeperTest : public KeeperTest {
    // Of all interfaces, in their order. How many cells are on disk.
    std::vector<std::size_t> cells() const {
       std::vector<std::size_t> found;
-      std::map<std::string, std::size_t> bytes;
-      store_->eachSeries( [&]( auto const & path, auto const & all ) { bytes[path] = all.size(); } );
+      std::map<std::string, std::size_t> onDisk;
+      store_->eachSeries( [&]( auto const & path, auto const & all ) {
+         if( Passing::isList( path ) ) return;
+         WindowIntf intf( Lumo::IntfId( "any" ) );
+         intf.packedRatesIs( all.substr( all.find_first_not_of( 'p' ) ) );
+         onDisk[path] = intf.rates().size();
+      } );
       for( auto const & intf : intfs_ ) {
-         found.push_back( bytes["maintenance/evidence/window/window/fabric#1/intf/" + intf->name()] / 64 );
+         found.push_back( onDisk["maintenance/evidence/window/window/fabric#1/intf/" + intf->name()] );
       }
       return found;
    }
@@ -450,6 +455,30 @@ TEST_F( KeeperTest, aRowThatFitsNoRecordIsNamed ) {
    }
 }
 
+// Every length of what is packed comes by, also that of whole cells; and cells as an earlier layout has them are read.
+TEST_F( WindowKeeperTest, ratesOfAnyLengthAreThereAgainAndThoseOfAnEarlierLayoutToo ) {
+   begin();
+   window( 100 );
+   for( std::size_t i = 0; i < intfs_.size(); ++i ) {
+      for( std::size_t c = 0; c < i; ++c ) {
+         double const from = static_cast<double>( c );
+         intfs_[i]->rateIs( { from, from + 1, 0, c == 1 ? 1. / 3 : 0, c == 1 ? 0.7 : 0, 0, 0, 0 } );
+      }
+   }
+   std::string const before = records_->text();
+   EXPECT_EQ( afterEnd(), before );
+   EXPECT_THAT( before, HasSubstr( "0x1.6666666666666p-1" ) );
+   Evidence::RateCells const cells = { { 1, 2, 3, 4, 5, 6, 7, 8 }, { 2, 3, 3, 4, 5, 6, 7, 8 } };
+   keeper_.reset();
+   Store::Changes changes;
+   std::string const raw( reinterpret_cast<char const *>( cells.data() ), 2 * sizeof cells[0] );
+   changes.series = { { "maintenance/evidence/window/window/fabric#1/intf/up7", raw } };
+   store_->commit( changes );
+   store_.reset();
+   beginAgain();
+   EXPECT_EQ( window_->intf( Lumo::IntfId( "up7" ) )->rates(), cells );
+}
+
 TEST_F( KeeperTest, aSeriesThatFitsNoRecordIsNamed ) {
    using namespace std::string_literals;
    struct Case {
@@ -460,6 +489,8 @@ TEST_F( KeeperTest, aSeriesThatFitsNoRecordIsNamed ) {
    char const * const list = "maintenance/interface/status/ratemon/passing/000000000000";
    Case const cases[] = {
       { "maintenance/evidence/window/window/w/intf/up1", "seven b", "ends in the middle of a cell" },
+      { "maintenance/evidence/window/window/w/intf/up1", "p", "no series of rates" },
+      { "maintenance/evidence/window/window/w/intf/up1", "pp\2", "no series of rates" },
       { "maintenance/evidence/window/window/w/intf/up2", "seven b", "not of a record with a series" },
       { "maintenance/evidence/window/window/w", "seven b", "not of a record with a series" },
       { list, "", "no list of monitors" },
