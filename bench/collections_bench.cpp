@@ -79,13 +79,11 @@ void walk( benchmark::State & state ) {
    state.SetItemsProcessed( static_cast<int64_t>( state.iterations() ) * entryCount );
 }
 
-void sizes( benchmark::internal::Benchmark * bench ) { bench->Arg( 1 )->Arg( 8 )->Arg( 4096 ); }
+void mapSizes( benchmark::internal::Benchmark * bench ) { bench->Arg( 1 )->Arg( 8 )->Arg( 4096 ); }
 
-BENCHMARK_TEMPLATE( find, Stable )->Apply( sizes );
-BENCHMARK_TEMPLATE( find, Standard )->Apply( sizes );
-BENCHMARK_TEMPLATE( walk, Stable )->Apply( sizes );
-BENCHMARK_TEMPLATE( walk, Standard )->Apply( sizes );
+BENCHMARK_TEMPLATE( find, Stable )->Apply( mapSizes );
+BENCHMARK_TEMPLATE( find, Standard )->Apply( mapSizes );
+BENCHMARK_TEMPLATE( walk, Stable )->Apply( mapSizes );
+BENCHMARK_TEMPLATE( walk, Standard )->Apply( mapSizes );
 
 }  // namespace
-
-BENCHMARK_MAIN();
