@@ -24,18 +24,28 @@ std::string shape( Tone tone ) {
           "\" viewBox=\"0 0 12 12\" aria-hidden=\"true\"><use href=\"#" + name + "\"/></svg>";
 }
 
-std::string header( WindowStory const & story, Moments const & moments ) {
+std::string kindOf( Origin origin ) {
+   return origin == Origin::simulation ? "Simulated maintenance window " : "Maintenance window ";
+}
+
+std::string header( WindowStory const & story, Moments const & moments, Origin origin ) {
    Sentence const head = headline( story );
    std::string lines;
+   if( origin == Origin::simulation ) {
+      lines += element( "li", "",
+                        shape( Tone::warn ) +
+                           "Computed by maintsim: it says what would have become of the unit, and "
+                           "is no record of what did." ) +
+               "\n";
+   }
    for( Sentence const & line : firstLines( story, moments ) ) {
       lines += element( "li", "", shape( line.tone ) + line.html ) + "\n";
    }
-   return element(
-             "header", std::string( "class=\"" ) + toneName( head.tone ) + "\"",
-             element( "p", "class=\"over\"",
-                      "Maintenance window " + nameHtml( story.unit ) + " #" + std::to_string( story.generation ) ) +
-                element( "h1", "", shape( head.tone ) + element( "span", "", head.html ) ) + "\n" +
-                element( "ul", "class=\"first\"", lines ) ) +
+   return element( "header", std::string( "class=\"" ) + toneName( head.tone ) + "\"",
+                   element( "p", "class=\"over\"",
+                            kindOf( origin ) + nameHtml( story.unit ) + " #" + std::to_string( story.generation ) ) +
+                      element( "h1", "", shape( head.tone ) + element( "span", "", head.html ) ) + "\n" +
+                      element( "ul", "class=\"first\"", lines ) ) +
           "\n";
 }
 
@@ -95,12 +105,12 @@ constexpr char const * glossary = R"(<details class="screen"><summary>What the w
 
 }  // namespace
 
-std::string windowPage( Kel::Value const & window ) {
+std::string windowPage( Kel::Value const & window, Origin origin ) {
    WindowStory const story( window );
    Moments const moments( story.wallClockOffset, story.requested );
    std::string const name = story.unit + " #" + std::to_string( story.generation );
    std::string body( pictureShapes() );
-   body += header( story, moments ) + tiles( story );
+   body += header( story, moments, origin ) + tiles( story );
    if( !lanesAreRoomy( story ) ) body += places;
    body += element( "main", "", sections( story, moments ) );
    body += element( "footer", "",
@@ -110,9 +120,9 @@ std::string windowPage( Kel::Value const & window ) {
                                                           moments.full( story.asOf ) + "." ) );
    return "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
           "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
-          "<meta name=\"color-scheme\" content=\"light dark\">\n<title>Maintenance window " +
-          escapedHtml( name ) + "</title>\n<style>" + std::string( windowStyle() ) + "</style></head>\n<body>\n" +
-          body + "\n</body></html>\n";
+          "<meta name=\"color-scheme\" content=\"light dark\">\n<title>" +
+          kindOf( origin ) + escapedHtml( name ) + "</title>\n<style>" + std::string( windowStyle() ) +
+          "</style></head>\n<body>\n" + body + "\n</body></html>\n";
 }
 
 }  // namespace Report

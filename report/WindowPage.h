@@ -12,8 +12,11 @@
 
 namespace Report {
 
+// Whose answer it is. Of a stay that only was computed the page says so before all else, in whatever it is quoted.
+enum class Origin { service, simulation };
+
 // The whole file; the same answer gives the same bytes. Throws Kel::AttributeError for a Value that is no answer about
 // a window.
-[[nodiscard]] std::string windowPage( Kel::Value const & window );
+[[nodiscard]] std::string windowPage( Kel::Value const & window, Origin origin = Origin::service );
 
 }  // namespace Report

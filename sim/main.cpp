@@ -89,7 +89,7 @@ std::string page( Sim::World const & world ) {
    auto const windows = view.windows().windows;
    if( windows.empty() ) throw OutputError( "there is no page: no unit has been in maintenance" );
    auto const window = view.window( windows.front().unit.str(), windows.front().generation );
-   return Report::windowPage( Kel::value( *window ) );
+   return Report::windowPage( Kel::value( *window ), Report::Origin::simulation );
 }
 
 // The lines up to the first that says something, which are read before there is a world: where they are the beginning

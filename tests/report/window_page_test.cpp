@@ -132,6 +132,15 @@ TEST( WindowPage, namesAreTextWhateverTheyAre ) {
    EXPECT_THAT( firstLines( window ), HasSubstr( "öst–北" ) );
 }
 
+TEST( WindowPage, saysOfASimulationThatItIsOne ) {
+   std::string const simulated = Report::windowPage( Kel::value( smooth() ), Report::Origin::simulation );
+   EXPECT_THAT( faults( simulated ), IsEmpty() );
+   EXPECT_THAT( simulated, AllOf( HasSubstr( "<title>Simulated maintenance window fabric" ),
+                                  HasSubstr( "Computed by maintsim: it says what would have become of the unit" ) ) );
+   EXPECT_THAT( page( smooth() ),
+                AllOf( HasSubstr( "<title>Maintenance window fabric" ), Not( HasSubstr( "maintsim" ) ) ) );
+}
+
 TEST( WindowPage, saysWhoWhenAndSinceWhenItWasQuiet ) {
    EXPECT_THAT( firstLines( smooth() ),
                 AllOf( HasSubstr( "Completed, proven quiet" ),
