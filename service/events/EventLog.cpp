@@ -78,7 +78,8 @@ EventLog::EventLog( std::function<uint64_t()> nextNumber, std::function<double()
    : nextNumber_( nextNumber ? std::move( nextNumber ) : countingFromOne() ),
      wallClockOffset_( std::move( wallClockOffset ) ),
      last_( nextNumber_() ),
-     forgotten_( last_ ),
+     // Nothing was ever told before the first number of all: whoever asks from the very beginning misses nothing.
+     forgotten_( last_ == 1 ? 0 : last_ ),
      delivered_( last_ ) {}
 
 void EventLog::tell( Told const & what ) {

@@ -33,6 +33,8 @@ class EventHistory : public ::testing::Test {
 TEST_F( EventHistory, isReadOnFromAnyNumberThatIsKept ) {
    EXPECT_TRUE( log_->has( 42 ) );  // its beginning
    EXPECT_FALSE( log_->has( 41 ) );
+   EXPECT_FALSE( log_->has( 0 ) );
+   EXPECT_TRUE( EventLog().has( 0 ) );  // whose numbers begin with it, so that nothing was told before
    EXPECT_EQ( log_->oldest(), 43U );
    tell( "a" );
    number_ = 100;  // they may jump
