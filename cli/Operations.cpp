@@ -149,11 +149,15 @@ class Following {
    Changes changes_;
 };
 
-void printRequest( Object const & answer, Operation const & operation ) {
+void printRequest( Object const & answer, Operation const & operation, bool dryRun ) {
    std::string const result = text( answer, "result" );
    std::cout << "unit " << text( answer, "unit" ) << " ";
+   auto const remarks = texts( answer, "why" );
    if( result == "already" ) {
-      std::cout << operation.already;
+      std::cout << operation.already
+                << ( remarks.empty() ? ""
+                     : dryRun        ? "; its proof would go on without:"
+                                     : "; its proof goes on without:" );
    } else if( result == "wouldStart" ) {
       std::cout << "would be " << operation.underway << " maintenance; nothing was changed";
    } else {
@@ -161,7 +165,7 @@ void printRequest( Object const & answer, Operation const & operation ) {
    }
    std::cout << std::endl;
    // Each interface that is left out of the proof.
-   for( std::string const & remark : texts( answer, "why" ) ) std::cout << "  " << remark << std::endl;
+   for( std::string const & remark : remarks ) std::cout << "  " << remark << std::endl;
 }
 
 // `asked` is the request with its parameters.
@@ -174,7 +178,7 @@ int run( Client const & client, Options const & options, std::string const & uni
    if( options.json && !options.wait ) {
       printJson( answer );
    } else if( !options.json ) {
-      printRequest( answer.object(), operation );
+      printRequest( answer.object(), operation, options.dryRun );
    }
    // Also for a unit that was on its way already: the caller wants it to have arrived.
    return options.wait ? Following( client, options, unit, operation, patience ).run() : done;

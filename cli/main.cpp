@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -318,6 +319,18 @@ std::size_t terminalColumns() {
    return ::isatty( STDOUT_FILENO ) && ::ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
 }
 
+// The command line, its last word first, as the parser takes it. "help" reads as --help, and "help enter" as "enter
+// --help".
+std::vector<std::string> wordsBackwards( int argc, char ** argv ) {
+   std::vector<std::string> words( argv + std::min( argc, 1 ), argv + argc );
+   if( !words.empty() && words.front() == "help" ) {
+      words.front() = "--help";
+      if( words.size() > 1 ) std::swap( words[0], words[1] );
+   }
+   std::ranges::reverse( words );
+   return words;
+}
+
 int run( int argc, char ** argv ) {
    CLI::App app( "Takes units of this box out of service, with proof that their traffic has gone, and back.",
                  "maintctl" );
@@ -339,7 +352,7 @@ int run( int argc, char ** argv ) {
       declared[sub] = &command;
    }
    try {
-      app.parse( argc, argv );
+      app.parse( wordsBackwards( argc, argv ) );
    } catch( CLI::ParseError const & error ) {
       return Usage::ended( app, error );
    }

@@ -1,5 +1,7 @@
 #include "Warnings.h"
 
+#include <net/if.h>
+
 #include <set>
 
 #include "config/Oddities.h"
@@ -9,6 +11,18 @@
 namespace Host {
 
 namespace {
+
+void addNames( Service::Config::Config const & config, std::vector<std::string> & warnings ) {
+   constexpr std::size_t longest = IFNAMSIZ - 1;  // without the zero at its end
+   std::set<std::string_view> told;
+   for( auto const & group : config.groups ) {
+      for( std::string const & name : group.interfaces ) {
+         if( name.size() <= longest || !told.insert( name ).second ) continue;
+         warnings.push_back( name + ": no link can ever have this name: it has " + std::to_string( name.size() ) +
+                             " bytes, and " + std::to_string( longest ) + " are the most" );
+      }
+   }
+}
 
 void addHooks( std::vector<Service::Config::Stage> const & stages, std::vector<std::string> & warnings ) {
    for( auto const & stage : stages ) {
@@ -48,6 +62,7 @@ std::string neverShut( Lumo::IntfId intf ) {
 
 std::vector<std::string> warningsOf( Service::MaintenanceService const & service, Box & box ) {
    std::vector<std::string> warnings = Service::Config::oddities( service.config() );
+   addNames( service.config(), warnings );
    for( std::string const & warning : service.warnings() ) warnings.push_back( warning );
    addAddresses( service, box, warnings );
    addHooks( service.config().stages.maintEnter, warnings );

@@ -61,6 +61,26 @@ TEST_F( Program, aRefusalIsStatusFourAndALineForEachReason ) {
    EXPECT_EQ( maintctl( { "enter", "fabric", "--dry-run", "--wait" } ).status, 2 );
 }
 
+TEST_F( Program, whatIsLeftOutOfAnEntryUnderWayIsSaid ) {
+   auto const already = [this]( std::vector<Service::Text> const & why, Words const & more ) {
+      Service::RequestAnswer const answer{ "enter", "fabric", "already", 4, why };
+      std::string const asked = why.empty() ? "" : "without=up1";
+      std::string const dry = more.empty() ? "" : "dry-run=1&";
+      daemonAnswers(
+         { { "POST /v1/units/fabric/enter" + ( asked.empty() ? "" : "?" + dry + asked ), { ok( answer ) } } } );
+      Words words{ "enter", "fabric" };
+      if( !why.empty() ) words.insert( words.end(), { "--without", "up1" } );
+      words.insert( words.end(), more.begin(), more.end() );
+      return maintctl( words ).out;
+   };
+   std::string const there = "unit fabric is in or entering maintenance already";
+   std::string const remark = "up1: left out of the proof";
+   EXPECT_EQ( already( {}, {} ), there + "\n" );
+   EXPECT_EQ( already( { remark.c_str() }, {} ), there + "; its proof goes on without:\n  " + remark + "\n" );
+   EXPECT_EQ( already( { remark.c_str() }, { "--dry-run" } ),
+              there + "; its proof would go on without:\n  " + remark + "\n" );
+}
+
 TEST_F( Program, waitingTellsEachChangeOnce ) {
    auto const loud = ok( unit( "entering", "ratemon", "loud", false ) );
    daemonAnswers( { { "POST /v1/units/fabric/enter", { started( "enter" ) } },
@@ -160,11 +180,15 @@ TEST_F( Program, checkConfigAnswersAsMaintdDoes ) {
    EXPECT_EQ( bad.status, 2 );
    EXPECT_THAT( bad.err, StartsWith( path( "bad" ) + ":1:" ) );
    std::ofstream( path( "good" ) ) << "profiles: { p: { threshold: 1kbps } }\ndefault-profile: p\n"
-                                      "groups: { g: { interfaces: [no-such-link] } }\nunits: { u: { groups: [g] } }\n";
+                                      "groups: { g: { interfaces: [no-such-link, fifteen-is-most, sixteen-too-long] } "
+                                      "}\nunits: { u: { groups: [g] } }\n";
    auto const good = maintctl( { "check-config", path( "good" ) } );
    EXPECT_EQ( good.status, 0 );
-   EXPECT_THAT( good.err, StartsWith( "warning: unit u: no-such-link: " ) );
-   EXPECT_EQ( good.out, path( "good" ) + " holds: 1 unit, 1 warning\n" );
+   EXPECT_THAT(
+      good.err,
+      StartsWith( "warning: sixteen-too-long: no link can ever have this name: it has 16 bytes, and 15 are the "
+                  "most\nwarning: unit u: no-such-link: " ) );
+   EXPECT_EQ( good.out, path( "good" ) + " holds: 1 unit, 4 warnings\n" );
 }
 
 // With a program of its name in place of maintd, beside maintctl or in the PATH: what it is called with, its output and
@@ -196,6 +220,17 @@ TEST_F( Program, releaseIsMaintdsOwn ) {
 }
 
 // Each ends with status 2, asks the daemon for nothing, and says in a sentence what is wrong.
+TEST_F( Program, helpIsACommandToo ) {
+   std::pair<Words, Words> const pairs[] = {
+      { { "help" }, { "--help" } }, { { "help", "enter" }, { "enter", "--help" } }, { { "help", "x" }, { "--help" } } };
+   for( auto const & [asked, meant] : pairs ) {
+      auto const help = maintctl( asked );
+      EXPECT_EQ( help.status, 0 );
+      EXPECT_NE( help.out, "" );
+      EXPECT_EQ( help.out, maintctl( meant ).out );
+   }
+}
+
 TEST_F( Program, mistakesAreToldInASentence ) {
    struct {
       Words words;
