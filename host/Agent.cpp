@@ -316,6 +316,7 @@ void Agent::awaitRetry() {
    retry_.async_wait( [this]( boost::system::error_code error ) {
       if( error ) return;
       if( control_->waiting() ) loop_.turn( [this] { control_->retry(); } );
+      returnMemoryOfBursts();
       awaitRetry();
    } );
 }

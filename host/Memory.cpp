@@ -62,4 +62,13 @@ void returnMemory() {
    }
 }
 
+void returnMemoryOfBursts() {
+   constexpr std::size_t much = 1 << 20;  // bytes
+   // What was given back stays free in the heap's own count, so only what has come free beyond that is news.
+   static std::size_t known = 0;
+   std::size_t const free = mallinfo2().fordblks;
+   if( free > known + much ) returnMemory();
+   known = free;
+}
+
 }  // namespace Host

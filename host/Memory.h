@@ -14,4 +14,8 @@ void limitHeap();
 // something great that does not come often.
 void returnMemory();
 
+// The same where much has come free in the heap since this was asked last: a request that concerns thousands of links
+// leaves megabytes behind it. To be asked now and then.
+void returnMemoryOfBursts();
+
 }  // namespace Host
