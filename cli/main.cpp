@@ -319,13 +319,18 @@ std::size_t terminalColumns() {
    return ::isatty( STDOUT_FILENO ) && ::ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
 }
 
-// The command line, its last word first, as the parser takes it. "help" reads as --help, and "help enter" as "enter
-// --help".
+// The command line, its last word first, as the parser takes it. In place of a command "help" reads as --help, and
+// "help enter" as "enter --help".
 std::vector<std::string> wordsBackwards( int argc, char ** argv ) {
    std::vector<std::string> words( argv + std::min( argc, 1 ), argv + argc );
-   if( !words.empty() && words.front() == "help" ) {
-      words.front() = "--help";
-      if( words.size() > 1 ) std::swap( words[0], words[1] );
+   auto command = words.begin();
+   while( command != words.end() && command->starts_with( "-" ) ) {
+      bool const valueFollows = *command == "--socket" && command + 1 != words.end();
+      command += valueFollows ? 2 : 1;
+   }
+   if( command != words.end() && *command == "help" ) {
+      *command = "--help";
+      if( command + 1 != words.end() ) std::iter_swap( command, command + 1 );
    }
    std::ranges::reverse( words );
    return words;

@@ -140,8 +140,9 @@ Replayed replay( std::string const & recording ) {
    scenario.run( all );
    Replayed found{ out.str(), scenario.recording().comparison() };
    // Both stay zero where nothing was decided, and there is no such line.
-   std::sscanf( found.comparison.c_str(), "\nDecided when recorded and when replayed: %u of %u at the same time",
-                &found.same, &found.all );
+   std::size_t const decided = found.comparison.find( "Decided when recorded and when replayed: " );
+   if( decided != std::string::npos )
+      std::sscanf( found.comparison.c_str() + decided, "%*[^:]: %u of %u at the same time", &found.same, &found.all );
    return found;
 }
 
