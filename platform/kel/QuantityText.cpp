@@ -17,7 +17,8 @@ std::string numberText( double value, int decimals ) {
       std::snprintf( digits.data(), digits.size(), "%.3g", value );
       return digits.data();
    }
-   // Not the formatting of C, which takes several times as long: a thousand interfaces that enter have some thousand of these texts.
+   // Not the formatting of C, which takes several times as long: a thousand interfaces that enter have some thousand of
+   // these texts.
    auto const end = std::to_chars( digits.begin(), digits.end(), value, std::chars_format::fixed, decimals ).ptr;
    std::string text( digits.begin(), end );
    // The zeros of 100 count.
