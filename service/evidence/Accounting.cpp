@@ -134,7 +134,10 @@ Kel::Ptr<Subject> Accounting::subject( Lumo::IntfId intf ) {
 
 void Accounting::touch( Subject & s ) {
    due();
-   if( !std::exchange( s.touched, true ) ) touched_.push_back( { &s } );
+   if( std::exchange( s.touched, true ) ) return;
+   touched_.push_back( { &s } );
+   // An account that somebody still holds may be all that keeps a forgotten one, and go before its turn.
+   if( !s.kept ) forgotten_.emplace_back( &s );
 }
 
 // The interface itself is not touched: it is far away, and there is nothing to hand on. apply() looks for itself.
