@@ -17,8 +17,6 @@ namespace Brisklog {
 
 namespace {
 
-constexpr int populateWrite = 23;  // MADV_POPULATE_WRITE, which older headers do not have
-
 constexpr Format outOfTable{ {}, "(message of a format that found no place in the table)" };
 
 [[noreturn]] void failed( int error, std::string const & doing ) {
@@ -34,13 +32,6 @@ std::byte * mapped( int fd, uint64_t bytes ) {
    void * const at = mmap( nullptr, bytes, PROT_READ | PROT_WRITE, flags, fd, 0 );
    if( at == MAP_FAILED ) failed( errno, "mapping " + std::to_string( bytes ) + " bytes" );
    return static_cast<std::byte *>( at );
-}
-
-// The pages that have a byte of these, with those that they share with others.
-std::span<std::byte> pagesOf( std::byte * begin, uint64_t bytes ) {
-   auto const page = static_cast<uintptr_t>( sysconf( _SC_PAGESIZE ) );
-   auto const offset = reinterpret_cast<uintptr_t>( begin ) % page;
-   return { begin - offset, ( offset + bytes + page - 1 ) / page * page };
 }
 
 std::string encoded( Format const & format ) {
@@ -166,7 +157,6 @@ std::unique_ptr<RingFile> RingFile::anonymous( uint64_t ringBytes ) {
 
 RingFile::RingFile( int fd, uint64_t ringBytes, uint64_t boot )
    : ringBytes_( ringBytes ),
-     inFile_( fd >= 0 ),
      base_( mapped( fd, imageBytes() ) ),
      blockEnd_( ringBytes / ringBlocks ),
      ringMask_( ringBytes - 1 ),
@@ -213,21 +203,9 @@ void RingFile::beginBlock() {
       RecordHeader const filler{ static_cast<uint32_t>( blockEnd_ - head_ ), RecordHeader::fillerFormat, 0, 0, 0 };
       std::memcpy( ring_ + ( head_ & ringMask_ ), &filler, fillerBytes );
    }
-   uint64_t const finished = head_ = blockEnd_;
+   head_ = blockEnd_;
    blockEnd_ = next;
    std::atomic_ref( committed_ ).store( head_, std::memory_order_release );
-   if( inFile_ ) pagesAre( finished - ringBytes_ / ringBlocks, finished );
-}
-
-// What a block holds is in the file; while nobody reads it, it need not be in this process's memory as well. The next
-// one is brought in at one go, which costs its messages less than a fault of each page. Where the kernel can do neither
-// (madvise(2); the second since Linux 5.14), pages come as they are needed and stay.
-void RingFile::pagesAre( uint64_t finished, uint64_t begun ) {
-   uint64_t const blockBytes = ringBytes_ / ringBlocks;
-   auto const former = pagesOf( ring_ + ( finished & ringMask_ ), blockBytes );
-   auto const present = pagesOf( ring_ + ( begun & ringMask_ ), blockBytes );
-   static_cast<void>( madvise( former.data(), former.size(), MADV_DONTNEED ) );
-   static_cast<void>( madvise( present.data(), present.size(), populateWrite ) );
 }
 
 }  // namespace Brisklog

@@ -75,10 +75,8 @@ class RingFile {
    [[nodiscard]] uint64_t imageBytes() const { return sizeof( FileHeader ) + formatAreaBytes + ringBytes_; }
    [[nodiscard]] FileHeader & header() const { return *reinterpret_cast<FileHeader *>( base_ ); }
    void beginBlock();
-   void pagesAre( uint64_t finished, uint64_t begun );  // positions at which two blocks begin
 
    uint64_t const ringBytes_;
-   bool const inFile_;
    std::byte * const base_;
 
    // What every message needs.

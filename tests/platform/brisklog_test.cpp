@@ -252,31 +252,6 @@ TEST_F( RingTest, theRingKeepsTheNewestMessagesOverManyLaps ) {
    }
 }
 
-// In KiB, of the mapping of this file.
-long residentKibOf( std::string const & file ) {
-   std::ifstream maps( "/proc/self/smaps" );
-   bool found = false;
-   for( std::string line; std::getline( maps, line ); ) {
-      found = found || line.ends_with( file );
-      if( found && line.starts_with( "Rss:" ) ) return std::stol( line.substr( 4 ) );
-   }
-   return -1;
-}
-
-TEST_F( RingTest, ofAFileOnlyWhatIsBeingWrittenStaysInMemory ) {
-   constexpr std::size_t bytes = 1 << 20;
-   Brisklog::ringIs( Brisklog::RingFile::create( path, bytes ) );
-   // Some 90 bytes each: three laps and a bit.
-   for( uint64_t i = 0; i < 3 * bytes / 90; ++i ) writeAsWriter( i );
-   // A block that is being written and what it shares pages with, the one before, header and table.
-   long const resident = residentKibOf( path );
-   EXPECT_GT( resident, 0 );
-   EXPECT_LT( resident, static_cast<long>( bytes / 1024 / 3 ) );
-   std::vector<Brisklog::Message> const kept = ringMessages();
-   ASSERT_GT( kept.size(), 5000U );
-   for( auto const & message : kept ) EXPECT_EQ( message.text, writersText( message.sequence ) );
-}
-
 TEST_F( RingTest, aKilledProcessLeavesOnlyWholeMessagesUpToTheLast ) {
    for( int round = 0; round < 20; ++round ) {
       int progress[2];
