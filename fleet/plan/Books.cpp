@@ -1,0 +1,99 @@
+#include "plan/Books.h"
+
+#include <charconv>
+#include <utility>
+
+#include "plan/Rows.h"
+
+namespace Fleet {
+
+namespace {
+
+constexpr char const * numberKey = "number";
+constexpr std::string_view slotKeys = "slot/";
+constexpr std::string_view planKeys = "plan/";
+constexpr std::string_view brakeKeys = "brake/";
+
+std::string key( std::string_view in, std::string const & name ) { return std::string( in ) + name; }
+
+uint64_t numberFrom( std::string const & text ) {
+   uint64_t number = 0;
+   auto const read = std::from_chars( text.data(), text.data() + text.size(), number );
+   if( read.ec == std::errc() && read.ptr == text.data() + text.size() ) return number;
+   throw MemoryFault( "a row of the books cannot be read: number is \"" + text + "\"" );
+}
+
+}  // namespace
+
+Books::Books( Memory & memory ) : memory_( memory ) { read(); }
+
+void Books::read() {
+   lastNumber_ = 0;
+   slots_.clear();
+   plans_.clear();
+   brakes_.clear();
+   for( auto const & [at, text] : memory_.rows() ) {
+      std::string const name = at.substr( at.find( '/' ) + 1 );
+      if( at == numberKey ) {
+         lastNumber_ = numberFrom( text );
+      } else if( at.starts_with( slotKeys ) ) {
+         auto const unit = unitNamed( name );
+         if( !unit ) throw MemoryFault( "a row of the books cannot be read: " + at + " is of no unit" );
+         slots_[*unit] = slotFrom( at, text );
+      } else if( at.starts_with( planKeys ) ) {
+         plans_[name] = planFrom( at, text );
+      } else if( at.starts_with( brakeKeys ) ) {
+         brakes_[name] = brakeFrom( at, text );
+      } else {
+         throw MemoryFault( "the books have a row \"" + at + "\" that this release does not know" );
+      }
+   }
+}
+
+Slot const * Books::slot( UnitName const & unit ) const {
+   auto const slot = slots_.find( unit );
+   return slot == slots_.end() ? nullptr : &slot->second;
+}
+
+void Books::slotIs( UnitName const & unit, Slot const & slot ) {
+   slots_[unit] = slot;
+   noted_[key( slotKeys, unit.text() )] = rowOf( slot );
+}
+
+void Books::planIs( Plan const & plan ) {
+   noted_[key( planKeys, plan.id )] = rowOf( plan );
+   plans_[plan.id] = plan;
+}
+
+void Books::brakeIs( std::string const & site, Brake const & brake ) {
+   brakes_[site] = brake;
+   noted_[key( brakeKeys, site )] = rowOf( brake );
+}
+
+void Books::brakeDel( std::string const & site ) {
+   brakes_.erase( site );
+   noted_[key( brakeKeys, site )] = std::nullopt;
+}
+
+uint64_t Books::numberNext() {
+   lastNumberIs( lastNumber_ + 1 );
+   return lastNumber_;
+}
+
+void Books::lastNumberIs( uint64_t number ) {
+   lastNumber_ = number;
+   noted_[numberKey] = std::to_string( number );
+}
+
+void Books::keep() {
+   if( noted_.empty() ) return;
+   Memory::Changes const changes = std::exchange( noted_, {} );
+   try {
+      memory_.commit( changes );
+   } catch( MemoryFault const & ) {
+      read();
+      throw;
+   }
+}
+
+}  // namespace Fleet
