@@ -1,0 +1,177 @@
+// How plans go on: what the evidence says of each member, and what follows from it.
+#include <algorithm>
+
+#include "kel/QuantityText.h"
+#include "plan/Dispatcher.h"
+
+namespace Fleet {
+
+namespace {
+
+std::string because( std::string const & why ) { return why.empty() ? "" : ": " + why; }
+
+// What has become of an order that the box has seen, where it is not what was ordered.
+std::string outcomeFault( UnitStatus const & unit ) {
+   if( unit.state == UnitState::failed ) return "has failed" + because( unit.why );
+   switch( unit.outcome ) {
+      case Outcome::none:
+      case Outcome::begun:
+      case Outcome::carried: return {};
+      case Outcome::expired: return "got its order too late, and did nothing";
+      case Outcome::refused: return "is refused by maintd" + because( unit.why );
+      case Outcome::gaveBack: return "was not quiet by its deadline, and went back to service" + because( unit.why );
+      case Outcome::undone: return "was brought back by somebody else" + because( unit.why );
+   }
+   return {};
+}
+
+}  // namespace
+
+// What is wrong with a unit that has an order; empty where nothing is.
+std::string Dispatcher::faultOf( UnitName const & unit, double now ) const {
+   if( std::string const why = silence( unit.box, now ); !why.empty() ) return "cannot be judged: " + why;
+   UnitStatus const * const status = statusOf( unit );
+   Slot const * const slot = books_.slot( unit );
+   if( !status ) return "is not known to its box";
+   if( !slot ) return "has no order";
+   if( status->acknowledged >= slot->order.number ) return outcomeFault( *status );
+   bool const late = now > slot->order.expires + silentHeartbeats * inventory_.heartbeatSeconds();
+   return late ? "did not take its order within " + Kel::durationText( orderSeconds ) : "";
+}
+
+Dispatcher::Finding Dispatcher::find( Plan const & plan, Member const & member, double now ) const {
+   UnitStatus const * const unit = statusOf( member.unit );
+   Slot const * const slot = books_.slot( member.unit );
+   double const lasted = now - member.since;
+   std::string fault = faultOf( member.unit, now );
+   bool const stayed = plan.request.staySeconds && lasted >= *plan.request.staySeconds;
+   // While somebody works on it a box may well be off, and when it cannot be heard, that is not the box's fault.
+   bool const mayBeOff = ( member.step == Step::drained && !stayed ) || !listening( now );
+   if( mayBeOff && !silence( member.unit.box, now ).empty() ) return {};
+   if( !fault.empty() ) return { false, std::move( fault ) };
+   bool const seen = unit->acknowledged >= slot->order.number;
+   bool const late = lasted > plan.request.deadlineSeconds;
+   std::string const howLong = " after " + Kel::durationText( plan.request.deadlineSeconds ) + because( unit->why );
+   switch( member.step ) {
+      case Step::waiting:
+      case Step::done: return {};
+      case Step::draining:
+         if( seen && unit->state == UnitState::inMaintenance && unit->ready ) return { true, {} };
+         return { false, late ? "is not quiet" + howLong : "" };
+      case Step::drained:
+         if( unit->disturbed ) return { false, "has traffic again" + because( unit->why ) };
+         return { stayed, {} };
+      case Step::returning:
+         if( !slot->open && !standing( member.unit, now ).out ) return { true, {} };
+         return { false, late ? "is not back in service" + howLong : "" };
+   }
+   return {};
+}
+
+std::string Dispatcher::advanceMember( Plan const & plan, Member & member, double now ) {
+   if( member.step == Step::waiting || member.step == Step::done ) return {};
+   Finding finding = find( plan, member, now );
+   if( !finding.over ) return std::move( finding.fault );
+   member.since = now;
+   switch( member.step ) {
+      case Step::waiting:
+      case Step::done: break;
+      case Step::draining: member.step = Step::drained; break;
+      case Step::drained:
+         member.step = Step::returning;
+         order( member.unit, Want::service, plan.id, &plan.request, now );
+         break;
+      case Step::returning: member.step = Step::done; break;
+   }
+   return {};
+}
+
+// Leave to go out, judged over all groups of the unit and noted in one step: whoever is judged next finds it out.
+std::string Dispatcher::grant( Plan const & plan, Member & member, Census & census, double now ) {
+   if( !reachable_ || ( !listening( now ) && !silence( member.unit.box, now ).empty() ) ) return {};
+   // A unit that is out for any other reason is none that this plan can answer for.
+   if( Standing const stands = standing( member.unit, now ); stands.out ) return "is out already, " + stands.why;
+   if( !fullGroup( member.unit, census, now ).empty() ) return {};
+   for( Group const * group : inventory_.groupsOf( member.unit ) ) ++census[group];
+   order( member.unit, Want::maintenance, plan.id, &plan.request, now );
+   member.step = Step::draining;
+   member.since = now;
+   return {};
+}
+
+void Dispatcher::pause( Plan & plan, std::string const & why ) {
+   plan.state = PlanState::paused;
+   plan.why = why;
+   toTell_.push_back( plan.id + " is paused: " + why );
+}
+
+void Dispatcher::advanceWave( Plan & plan, Census & census, double now ) {
+   Wave & wave = plan.waves[plan.wave];
+   // Nothing new goes out while there is a doubt about what is out already.
+   for( bool const granting : { false, true } ) {
+      for( Member & member : wave ) {
+         if( granting != ( member.step == Step::waiting ) ) continue;
+         member.fault = granting ? grant( plan, member, census, now ) : advanceMember( plan, member, now );
+         if( !member.fault.empty() ) return pause( plan, member.unit.text() + " " + member.fault );
+      }
+   }
+   if( std::ranges::all_of( wave, []( Member const & m ) { return m.step == Step::done; } ) ) plan.soakedFrom = now;
+}
+
+void Dispatcher::advanceSoak( Plan & plan, double now ) {
+   for( Member const & member : plan.waves[plan.wave] ) {
+      if( member.leftOut ) continue;
+      if( !listening( now ) && !silence( member.unit.box, now ).empty() ) return;
+      Standing const stands = standing( member.unit, now );
+      if( stands.out ) return pause( plan, member.unit.text() + " is no longer in service: " + stands.why );
+   }
+   if( now - *plan.soakedFrom < plan.request.soakSeconds ) return;
+   if( plan.wave + 1 == plan.waves.size() ) {
+      plan.state = PlanState::finished;
+      toTell_.push_back( plan.id + " is finished" );
+      return;
+   }
+   ++plan.wave;
+   plan.soakedFrom.reset();
+   toTell_.push_back( plan.id + " begins wave " + std::to_string( plan.wave + 1 ) + " of " +
+                      std::to_string( plan.waves.size() ) );
+}
+
+void Dispatcher::advance( Plan & plan, Census & census, double now ) {
+   Plan const before = plan;
+   for( Wave const & wave : plan.waves ) {
+      auto const lost = std::ranges::find_if( wave, [this]( Member const & m ) { return !inventory_.has( m.unit ); } );
+      if( lost == wave.end() || lost->leftOut || lost->step == Step::done ) continue;
+      pause( plan, lost->unit.text() + " is no longer in the inventory" );
+      return books_.planIs( plan );
+   }
+   if( plan.soakedFrom ) {
+      advanceSoak( plan, now );
+   } else {
+      advanceWave( plan, census, now );
+   }
+   if( !( plan == before ) ) books_.planIs( plan );
+}
+
+std::vector<std::string> Dispatcher::waitsFor( Plan const & plan, double now ) const {
+   if( plan.over() ) return {};
+   if( plan.state == PlanState::paused ) return { plan.why };
+   if( !doubt_.empty() ) return { doubt_ };
+   if( plan.soakedFrom ) {
+      double const left = std::max( 0.0, plan.request.soakSeconds - ( now - *plan.soakedFrom ) );
+      return { "soaks for " + Kel::durationText( left ) + " more" };
+   }
+   std::vector<std::string> reasons;
+   Census const census = censusAt( now );
+   for( Member const & member : plan.waves[plan.wave] ) {
+      if( member.step == Step::done ) continue;
+      UnitStatus const * const unit = statusOf( member.unit );
+      std::string why = member.step == Step::waiting ? fullGroup( member.unit, census, now ) : unit ? unit->why : "";
+      if( member.step == Step::waiting && !reachable_ ) why = "the broker cannot be reached";
+      if( member.step == Step::drained && !plan.request.staySeconds ) why = "somebody is to order it back";
+      reasons.push_back( member.unit.text() + " is " + std::string( nameOf( member.step ) ) + because( why ) );
+   }
+   return reasons;
+}
+
+}  // namespace Fleet

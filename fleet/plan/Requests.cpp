@@ -1,0 +1,206 @@
+// What people ask of the dispatcher.
+#include <algorithm>
+
+#include "plan/Dispatcher.h"
+
+namespace Fleet {
+
+namespace {
+
+constexpr char const * siteLabel = "site";
+
+bool isOfSite( Box const & box, std::string const & site ) {
+   auto const its = box.labels.find( siteLabel );
+   return its != box.labels.end() && its->second == site;
+}
+
+bool touchesSite( Inventory const & inventory, Plan const & plan, std::string const & site ) {
+   if( site.empty() ) return true;
+   for( Wave const & wave : plan.waves ) {
+      for( Member const & member : wave ) {
+         Box const * const box = inventory.box( member.unit.box );
+         if( box && isOfSite( *box, site ) ) return true;
+      }
+   }
+   return false;
+}
+
+std::string brakeNamed( std::string const & site ) {
+   return site.empty() ? "the brake of all sites" : "the brake of site " + site;
+}
+
+}  // namespace
+
+std::string Dispatcher::brakeOn( UnitName const & unit ) const {
+   Box const * const box = inventory_.box( unit.box );
+   for( auto const & [site, brake] : books_.brakes() ) {
+      if( site.empty() || ( box && isOfSite( *box, site ) ) ) return brakeNamed( site ) + " is on, by " + brake.by;
+   }
+   return {};
+}
+
+std::string Dispatcher::planMade( PlanRequest const & request, double now ) {
+   if( !doubt_.empty() ) throw Refused( doubt_ );
+   std::vector<UnitName> const units = selected( inventory_, request.select );
+   for( UnitName const & unit : units ) {
+      if( std::string const brake = brakeOn( unit ); !brake.empty() ) throw Refused( brake );
+      for( auto const & [id, plan] : books_.plans() ) {
+         if( plan.over() ) continue;
+         for( Wave const & wave : plan.waves ) {
+            auto const its = std::ranges::find( wave, unit, &Member::unit );
+            if( its == wave.end() || its->step == Step::done ) continue;
+            throw Refused( unit.text() + " is in " + id + ", which is " + std::string( nameOf( plan.state ) ) );
+         }
+      }
+   }
+   Plan plan{ .id = "plan-" + std::to_string( books_.numberNext() ), .request = request, .made = now };
+   for( auto const & wave : layoutOf( inventory_, units, request.waves ).waves ) {
+      Wave & members = plan.waves.emplace_back();
+      for( UnitName const & unit : wave ) members.push_back( { .unit = unit, .since = now } );
+   }
+   books_.planIs( plan );
+   toTell_.push_back( plan.id + " by " + request.by + ": " + std::to_string( units.size() ) + " units in " +
+                      std::to_string( plan.waves.size() ) + " waves" );
+   keep();
+   return plan.id;
+}
+
+Plan Dispatcher::planUnderWay( std::string const & id ) const {
+   auto const plan = books_.plans().find( id );
+   if( plan == books_.plans().end() ) throw Refused( "there is no plan \"" + id + "\"" );
+   if( plan->second.over() ) throw Refused( id + " is " + std::string( nameOf( plan->second.state ) ) );
+   return plan->second;
+}
+
+void Dispatcher::planPaused( std::string const & id, std::string const & by ) {
+   Plan plan = planUnderWay( id );
+   if( plan.state == PlanState::paused ) throw Refused( id + " is paused already: " + plan.why );
+   pause( plan, "asked for by " + by );
+   books_.planIs( plan );
+   keep();
+}
+
+void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> const & without, double now ) {
+   Plan plan = planUnderWay( id );
+   if( plan.state == PlanState::running && without.empty() ) throw Refused( id + " is running already" );
+   if( !doubt_.empty() ) throw Refused( doubt_ );
+   for( UnitName const & unit : without ) {
+      bool const known = std::ranges::any_of( plan.waves, [&]( Wave const & wave ) {
+         return std::ranges::find( wave, unit, &Member::unit ) != wave.end();
+      } );
+      if( !known ) throw Refused( unit.text() + " is not in " + id );
+   }
+   for( Wave & wave : plan.waves ) {
+      for( Member & member : wave ) {
+         if( std::string const brake = brakeOn( member.unit ); !brake.empty() ) throw Refused( brake );
+         member.fault.clear();
+         if( member.step == Step::done ) continue;
+         member.leftOut = std::ranges::find( without, member.unit ) != without.end();
+         member.step = member.leftOut ? Step::done : stepAnew( plan, member, now );
+         // It has all of its time again, less what it has stayed already.
+         if( member.step != Step::drained ) member.since = now;
+      }
+   }
+   plan.state = PlanState::running;
+   plan.why.clear();
+   if( plan.soakedFrom ) plan.soakedFrom = now;
+   books_.planIs( plan );
+   toTell_.push_back( plan.id + " goes on" );
+   keep();
+}
+
+// Where a member is to be taken up again: from the beginning where nothing of its order is left, and with a new order
+// where the old one was not taken.
+Step Dispatcher::stepAnew( Plan const & plan, Member const & member, double now ) {
+   Slot const * const slot = books_.slot( member.unit );
+   if( member.step == Step::waiting || !slot ) return member.step;
+   if( !slot->open && slot->order.want != Want::service ) return Step::waiting;
+   UnitStatus const * const unit = statusOf( member.unit );
+   bool const taken = unit && unit->acknowledged >= slot->order.number && unit->outcome != Outcome::expired &&
+                      unit->outcome != Outcome::refused;
+   if( member.step == Step::returning && slot->open && !taken ) {
+      order( member.unit, Want::service, plan.id, &plan.request, now );
+   }
+   return member.step;
+}
+
+void Dispatcher::planCancelled( std::string const & id, std::string const & by ) {
+   Plan plan = planUnderWay( id );
+   plan.state = PlanState::cancelled;
+   plan.why = "by " + by;
+   books_.planIs( plan );
+   toTell_.push_back( id + " is cancelled by " + by );
+   keep();
+}
+
+void Dispatcher::returned( std::vector<UnitName> const & units, std::string const & by, double now ) {
+   if( !doubt_.empty() ) throw Refused( doubt_ );
+   for( UnitName const & unit : units ) {
+      if( !inventory_.has( unit ) ) throw Refused( "there is no unit \"" + unit.text() + "\"" );
+      Standing const stands = standing( unit, now );
+      if( !stands.out ) throw Refused( unit.text() + " is in service" );
+   }
+   for( UnitName const & unit : units ) {
+      std::string whose;
+      auto const plans = books_.plans();
+      for( auto [id, plan] : plans ) {
+         if( plan.over() ) continue;
+         for( Wave & wave : plan.waves ) {
+            auto const its = std::ranges::find( wave, unit, &Member::unit );
+            if( its == wave.end() || its->step == Step::waiting || its->step == Step::done ) continue;
+            whose = id;
+            bool const wasDrained = its->step == Step::drained || its->step == Step::returning;
+            its->step = Step::returning;
+            its->since = now;
+            // Whoever ends a drain before its time has seen something that the plan has not.
+            if( plan.state == PlanState::running && !wasDrained )
+               pause( plan, unit.text() + " was ordered back by " + by );
+            books_.planIs( plan );
+         }
+      }
+      order( unit, Want::service, whose, nullptr, now );
+   }
+   keep();
+   send( now );
+}
+
+void Dispatcher::braked( std::string const & site, std::string const & by, double now ) {
+   if( auto const on = books_.brakes().find( site ); on != books_.brakes().end() ) {
+      throw Refused( brakeNamed( site ) + " is on already, by " + on->second.by );
+   }
+   auto const & boxes = inventory_.boxes();
+   if( !site.empty() && std::ranges::none_of( boxes, [&]( Box const & box ) { return isOfSite( box, site ); } ) ) {
+      throw Refused( "no box is of site \"" + site + "\"" );
+   }
+   std::string const said = brakeNamed( site ) + " is on, by " + by;
+   books_.brakeIs( site, { by, now } );
+   toTell_.push_back( said );
+   auto const plans = books_.plans();
+   for( auto [id, plan] : plans ) {
+      if( plan.state != PlanState::running || !touchesSite( inventory_, plan, site ) ) continue;
+      pause( plan, said );
+      books_.planIs( plan );
+   }
+   keep();
+}
+
+void Dispatcher::unbraked( std::string const & site ) {
+   if( !books_.brakes().contains( site ) ) throw Refused( brakeNamed( site ) + " is not on" );
+   books_.brakeDel( site );
+   toTell_.push_back( brakeNamed( site ) + " is off" );
+   keep();
+}
+
+void Dispatcher::doubtAccepted( double now ) {
+   if( doubt_.empty() ) throw Refused( "there is no doubt about the books" );
+   uint64_t newest = books_.lastNumber();
+   for( auto const & [unit, number] : unknownNumbers_ ) newest = std::max( newest, number );
+   books_.lastNumberIs( newest );
+   for( auto const & [unit, number] : unknownNumbers_ ) order( unit, Want::nothing, "", nullptr, now );
+   keep();
+   unknownNumbers_.clear();
+   doubt_.clear();
+   send( now );
+}
+
+}  // namespace Fleet
