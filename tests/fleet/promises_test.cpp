@@ -1,0 +1,115 @@
+// The promises of the fleet, held against random plans on a fleet in which everything goes wrong that can.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "VirtualFleet.h"
+
+namespace FleetTest {
+
+namespace {
+
+constexpr char const * fabric = R"(
+boxes:
+  s1a: { labels: { pair: s1, plane: a, site: fra }, units: [ fabric ] }
+  s1b: { labels: { pair: s1, plane: b, site: fra }, units: [ fabric ] }
+  s2a: { labels: { pair: s2, plane: a, site: fra }, units: [ fabric, edge ] }
+  s2b: { labels: { pair: s2, plane: b, site: fra }, units: [ fabric, edge ] }
+  s3a: { labels: { pair: s3, plane: a, site: ams }, units: [ fabric ] }
+  s3b: { labels: { pair: s3, plane: b, site: ams }, units: [ fabric ] }
+  s4a: { labels: { pair: s4, plane: a, site: ams }, units: [ fabric ] }
+  s4b: { labels: { pair: s4, plane: b, site: ams }, units: [ fabric ] }
+budgets:
+  pair:  { out: 1 }
+  plane: { out: 50% }
+  site:  { in-service: 50% }
+heartbeat: 15s
+)";
+
+PlanRequest randomRequest( std::mt19937 & random ) {
+   auto const pick = [&]( auto const & of ) {
+      return of[std::uniform_int_distribution<std::size_t>( 0, of.size() - 1 )( random )];
+   };
+   PlanRequest request{ .by = "test" };
+   request.select.labels = pick( std::vector<Labels>{
+      {}, { { "plane", "a" } }, { { "site", "ams" } }, { { "pair", "s2" } }, { { "pair", "s1" } } } );
+   request.select.unit = pick( std::vector<std::string>{ "", "fabric" } );
+   request.waves = waveSizes( pick( std::vector<std::string>{ "1", "2", "1, 50%", "100%" } ) );
+   request.soakSeconds = pick( std::vector<double>{ 0, 10 } );
+   request.deadlineSeconds = pick( std::vector<double>{ 40, 120 } );
+   request.atDeadline = pick( std::vector<AtDeadline>{ AtDeadline::hold, AtDeadline::giveBack } );
+   request.staySeconds = pick( std::vector<double>{ 0, 30 } );
+   return request;
+}
+
+Trouble randomTrouble( std::mt19937 & random ) {
+   auto const either = [&]( double much ) { return std::bernoulli_distribution( 0.5 )( random ) ? much : 0.0; };
+   return { .lost = either( 0.2 ),
+            .repeated = either( 0.3 ),
+            .mostDelay = 0.2 + either( 20 ),
+            .death = either( 0.05 ),
+            .brokerGone = either( 0.004 ),
+            .boxOff = either( 0.001 ),
+            .noAnswer = either( 0.2 ),
+            .refusal = either( 0.05 ),
+            .rollback = either( 0.01 ),
+            .byHand = either( 0.001 ),
+            .neverQuiet = either( 0.2 ),
+            .skew = either( 60 ) };
+}
+
+// What an operator does with plans that have stopped: sees to traffic and to what was taken out by hand, and goes on.
+void resumeAll( VirtualFleet & fleet ) {
+   if( !fleet.owner() ) return;
+   for( Box const & box : fleet.owner()->inventory().boxes() ) fleet.tidied( box.name );
+   auto const plans = fleet.owner()->books().plans();
+   for( auto const & [id, plan] : plans ) {
+      if( plan.state != PlanState::paused || !fleet.owner() ) continue;
+      EXPECT_NE( plan.why, "" ) << id;
+      fleet.ask( [&, &id = id]( Dispatcher & owner ) { owner.planResumed( id, {}, fleet.now() ); } );
+   }
+}
+
+void oneLife( unsigned seed ) {
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937 random( seed );
+   VirtualFleet fleet( fabric, seed );
+   fleet.trouble = randomTrouble( random );
+   fleet.advance( 20 );
+   for( int round = 0; round < 5; ++round ) {
+      try {
+         static_cast<void>( fleet.plan( randomRequest( random ) ) );
+      } catch( Refused const & ) {
+         // Its units are in another plan that is under way.
+      }
+      fleet.advance( std::uniform_real_distribution<double>( 10, 200 )( random ) );
+      if( std::bernoulli_distribution( 0.5 )( random ) ) resumeAll( fleet );
+   }
+   ASSERT_EQ( fleet.broken, std::vector<std::string>() );
+
+   // Everything is well again, and somebody looks after it: then every plan comes to its end.
+   fleet.trouble = {};
+   for( int hour = 0; hour < 30; ++hour ) {
+      fleet.advance( 120 );
+      resumeAll( fleet );
+   }
+   ASSERT_EQ( fleet.broken, std::vector<std::string>() );
+   ASSERT_TRUE( fleet.owner() );
+   for( auto const & [id, plan] : fleet.owner()->books().plans() ) {
+      EXPECT_EQ( plan.state, PlanState::finished )
+         << id << ": " << testing::PrintToString( fleet.owner()->waitsFor( plan, fleet.now() ) );
+   }
+   for( auto const & [unit, slot] : fleet.owner()->books().slots() ) EXPECT_FALSE( slot.open ) << unit.text();
+}
+
+}  // namespace
+
+TEST( FleetPromises, holdWhateverGoesWrong ) {
+   char const * const first = std::getenv( "FLEET_SEED" );
+   char const * const many = std::getenv( "FLEET_LIVES" );
+   unsigned const begin = first ? static_cast<unsigned>( std::atoi( first ) ) : std::random_device()() % 1'000'000;
+   unsigned const lives = many ? static_cast<unsigned>( std::atoi( many ) ) : 40;
+   for( unsigned seed = begin; seed < begin + lives && !testing::Test::HasFailure(); ++seed ) oneLife( seed );
+}
+
+}  // namespace FleetTest
