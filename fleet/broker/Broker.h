@@ -4,9 +4,9 @@
 //    desired.<box>    what the owner wants of a box; the owner writes, the box reads
 //    status.<box>     what the box says of itself; the box writes, the owner reads
 //
-// Asked for news and never calling back, so whoever drives it does so from his own loop. Nothing is queued while there is
-// no connection: what matters is the newest value, and whoever has it sends it again. It connects by itself, for ever,
-// after a random part of thirty seconds each time, so that ten thousand boxes do not come back in one moment.
+// Asked for news and never calling back, so whoever drives it does so from his own loop. Nothing is queued while there
+// is no connection: what matters is the newest value, and whoever has it sends it again. It connects by itself, for
+// ever, after a random part of thirty seconds each time, so that ten thousand boxes do not come back in one moment.
 #pragma once
 
 #include <string>
@@ -17,7 +17,7 @@ namespace Fleet {
 class Broker {
  public:
    struct Letter {
-      std::string key;   // "status.spine-3a"
+      std::string key;  // "status.spine-3a"
       std::string text;
 
       bool operator==( Letter const & ) const = default;
