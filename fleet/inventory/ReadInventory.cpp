@@ -198,7 +198,7 @@ Inventory readInventory( std::string const & text, std::string const & fileName 
       }
       checkBudgetsHold( draft );
    } catch( YAML::Exception const & fault ) {
-      addProblem( draft.problems, { fault.mark.line + 1, fault.mark.column + 1 }, fault.msg );
+      addSyntaxProblem( draft.problems, fault, text );
    }
    if( !draft.problems.empty() ) throw ConfigError( fileName, std::move( draft.problems ) );
    return Inventory( std::move( draft.boxes ), draft.budgets, draft.heartbeatSeconds );
