@@ -1,8 +1,8 @@
 #include "store/Keeper.h"
 
 #include <algorithm>
+#include <boost/container/flat_map.hpp>
 #include <set>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -62,6 +62,8 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
 
  private:
    using Kind = std::pair<uint8_t, uint16_t>;  // and the VLAN id
+   // In a row, as there is one for each interface, and few come once a box is there.
+   using Kinds = boost::container::flat_map<Lumo::IntfId, Kind>;
    using Followers = boost::intrusive::list<Follower, boost::intrusive::constant_time_size<false>>;
    using Noted = Follower::Noted;
    // What a transaction takes along.
@@ -93,18 +95,18 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    void note( Follower & follower, Noted how );
    [[nodiscard]] bool anythingNoted() const;
    bool commit( Take take );
-   [[nodiscard]] Store::Changes collect( Take take );
-   static void collectRow( Follower const & follower, Store::Changes & changes );
-   static void collectNames( Follower const & follower, std::set<std::string> & names );
-   void collectKinds( std::set<std::string> const & names, Store::Changes & changes ) const;
+   void write( Take take, Store::Transaction & to, Kinds & declared );
+   static void writeRow( Follower const & follower, Store::Transaction & to );
+   void writeKinds( Follower const & follower, Store::Transaction & to, Kinds & declared ) const;
+   void writeKind( std::string const & name, Store::Transaction & to, Kinds & declared ) const;
    void failed( std::string const & why );
-   void succeeded( Store::Changes const & changes, Take take );
+   void succeeded( Kinds declared, Take take );
 
    Parts const parts_;
-   std::unordered_set<std::string> restored_;     // paths of rows whose record is not followed yet
-   std::unordered_map<std::string, Kind> kinds_;  // as they are in the store, by the interface's name
-   Followers noted_;                              // to be on disk at the end of the turn
-   Followers passing_;                            // to be on disk when it is due
+   std::unordered_set<std::string> restored_;  // paths of rows whose record is not followed yet
+   Kinds kinds_;                               // as they are in the store
+   Followers noted_;                           // to be on disk at the end of the turn
+   Followers passing_;                         // to be on disk when it is due
    Passing numbers_;
    std::set<std::string> deleted_;  // paths
    SeriesTurns series_;
@@ -144,8 +146,7 @@ void Keeper::Impl::loadKinds() {
             StoreError::Kind::damaged, parts_.store.path(),
             "is damaged: it says of the interface \"" + name + "\" that it is of kind " + std::to_string( kind ) );
       }
-      Lumo::IntfId::declare( name, static_cast<Lumo::IntfKind>( kind ), vlanId );
-      kinds_[name] = { kind, vlanId };
+      kinds_[Lumo::IntfId::declare( name, static_cast<Lumo::IntfKind>( kind ), vlanId )] = { kind, vlanId };
    }
 }
 
@@ -213,71 +214,65 @@ void Keeper::Impl::handleRetry() {
 }
 
 bool Keeper::Impl::commit( Take take ) {
-   Store::Changes const changes = collect( take );
+   Kinds declared;
    try {
-      parts_.store.commit( changes );
+      parts_.store.transact( [&]( Store::Transaction & to ) { write( take, to, declared ); } );
    } catch( StoreError const & error ) {
       failed( error.what() );
       return false;
    }
-   succeeded( changes, take );
+   succeeded( std::move( declared ), take );
    return true;
 }
 
-Store::Changes Keeper::Impl::collect( Take take ) {
-   Store::Changes changes;
-   changes.deleted.assign( deleted_.begin(), deleted_.end() );
-   std::set<std::string> names;
+void Keeper::Impl::write( Take take, Store::Transaction & to, Kinds & declared ) {
+   // First, as something else may be at such a path by now.
+   for( std::string const & path : deleted_ ) to.del( path );
    std::vector<Passing::Monitor const *> monitors;
    for( Follower const & follower : noted_ ) {
-      collectRow( follower, changes );
-      collectNames( follower, names );
+      writeRow( follower, to );
+      writeKinds( follower, to, declared );
       if( auto const * const monitor = Passing::monitor( follower.entity() ) ) monitors.push_back( monitor );
    }
    if( take == Take::passingToo ) {
       for( Follower const & follower : passing_ ) {
          auto const * const monitor = Passing::monitor( follower.entity() );
-         monitor ? monitors.push_back( monitor ) : collectRow( follower, changes );
+         monitor ? monitors.push_back( monitor ) : writeRow( follower, to );
       }
    }
    for( Follower const * const follower : series_.due() ) {
       // An empty one says no more than none.
-      auto bytes = Records::seriesOf( follower->entity() );
-      if( !bytes.empty() ) changes.series.push_back( { follower->path(), std::move( bytes ) } );
+      std::string const bytes = Records::seriesOf( follower->entity() );
+      if( !bytes.empty() ) to.putSeries( follower->path(), bytes );
    }
-   numbers_.add( *parts_.database, monitors, changes );
-   collectKinds( names, changes );
-   changes.moment = Store::Moment{ parts_.boot, Kel::now(), parts_.clockShift, parts_.wallTime() };
-   return changes;
+   numbers_.write( *parts_.database, monitors, to );
+   to.momentIs( { parts_.boot, Kel::now(), parts_.clockShift, parts_.wallTime() } );
 }
 
-void Keeper::Impl::collectRow( Follower const & follower, Store::Changes & changes ) {
+void Keeper::Impl::writeRow( Follower const & follower, Store::Transaction & to ) {
    auto value = Records::rowValue( follower.entity(), follower.in() == Follower::In::dir );
-   changes.written.push_back(
-      { follower.path(), RowText::of( Kel::Value( Kel::Value::Content( std::move( value ) ) ) ) } );
+   to.put( follower.path(), RowText::of( Kel::Value( Kel::Value::Content( std::move( value ) ) ) ) );
 }
 
-// Those of interfaces that its row mentions.
-void Keeper::Impl::collectNames( Follower const & follower, std::set<std::string> & names ) {
+// Of the interfaces that its row mentions.
+void Keeper::Impl::writeKinds( Follower const & follower, Store::Transaction & to, Kinds & declared ) const {
    Kel::Entity const & e = follower.entity();
-   if( follower.intfNamed() ) names.insert( e.name() );
+   if( follower.intfNamed() ) writeKind( e.name(), to, declared );
    for( auto const & attribute : e.kelTypeInfo().attributes() ) {
       if( !Records::inRow( *attribute ) || attribute->keyTypeName() != "Lumo::IntfId" ) continue;
-      for( std::string & key : attribute->keys( e ) ) names.insert( std::move( key ) );
+      for( std::string const & key : attribute->keys( e ) ) writeKind( key, to, declared );
    }
 }
 
-// Of those that are mentioned and are not in the store as they are now. A sub-interface whose name says what it divides
-// needs none, and would forget that by it.
-void Keeper::Impl::collectKinds( std::set<std::string> const & names, Store::Changes & changes ) const {
-   for( std::string const & name : names ) {
-      auto const intf = Lumo::IntfId::known( name );
-      if( !intf || intf->empty() || intf->baseKind() != intf->kind() ) continue;
-      Kind const kind{ static_cast<uint8_t>( intf->kind() ), vlanIdOf( *intf ) };
-      auto const stored = kinds_.find( name );
-      if( stored != kinds_.end() && stored->second == kind ) continue;
-      changes.declared.push_back( { name, kind.first, kind.second } );
-   }
+// Unless it is in the store as it is now. A sub-interface whose name says what it divides needs none, and would forget
+// that by it.
+void Keeper::Impl::writeKind( std::string const & name, Store::Transaction & to, Kinds & declared ) const {
+   auto const intf = Lumo::IntfId::known( name );
+   if( !intf || intf->empty() || intf->baseKind() != intf->kind() ) return;
+   Kind const kind{ static_cast<uint8_t>( intf->kind() ), vlanIdOf( *intf ) };
+   auto const stored = kinds_.find( *intf );
+   if( stored != kinds_.end() && stored->second == kind ) return;
+   if( declared.emplace( *intf, kind ).second ) to.declare( { name, kind.first, kind.second } );
 }
 
 void Keeper::Impl::failed( std::string const & why ) {
@@ -286,14 +281,18 @@ void Keeper::Impl::failed( std::string const & why ) {
    retryDue_.timeMinIs( Kel::now() + pause_ );
 }
 
-void Keeper::Impl::succeeded( Store::Changes const & changes, Take take ) {
+void Keeper::Impl::succeeded( Kinds declared, Take take ) {
    auto const isWritten = []( Follower * follower ) { follower->notedIs( Noted::nothing ); };
    noted_.clear_and_dispose( isWritten );
    if( take == Take::passingToo ) passing_.clear_and_dispose( isWritten );
    numbers_.written();
    deleted_.clear();
    series_.written();
-   for( auto const & [name, kind, vlanId] : changes.declared ) kinds_[name] = { kind, vlanId };
+   // Where both have an interface, the new one holds.
+   if( !declared.empty() ) {
+      declared.insert( kinds_.begin(), kinds_.end() );
+      kinds_ = std::move( declared );
+   }
    pause_ = 0;
    if( std::exchange( trouble_, "" ).empty() ) return;
    parts_.tell( parts_.store.path() + ": is written again, and all is in it that came meanwhile" );
