@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/container/flat_map.hpp>
+#include <list>
 #include <set>
 #include <unordered_set>
 #include <utility>
@@ -66,6 +67,14 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    using Kinds = boost::container::flat_map<Lumo::IntfId, Kind>;
    using Followers = boost::intrusive::list<Follower, boost::intrusive::constant_time_size<false>>;
    using Noted = Follower::Noted;
+   // A kept directory, and who follows it.
+   struct Top {
+      Top( FollowerListener & listener, std::string path, Kel::Ptr<Kel::Entity> const & entity )
+         : mount{ listener, std::move( path ) }, follower( mount, entity ) {}
+
+      Follower::Mount const mount;
+      Follower follower;
+   };
    // What a transaction takes along.
    enum class Take { noted, passingToo };
 
@@ -114,7 +123,7 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    double pause_ = 0;  // s, before it was tried last
    Timer passingDue_;
    Timer retryDue_;
-   std::vector<std::unique_ptr<Follower>> top_;
+   std::list<Top> top_;
 };
 
 // What was kept
@@ -152,8 +161,7 @@ void Keeper::Impl::loadKinds() {
 
 void Keeper::Impl::follow( std::vector<std::string> const & mounted ) {
    for( std::string const & path : mounted ) {
-      top_.push_back( std::make_unique<Follower>( *this, parts_.database->getEntity( path ), Records::rowPath( path ),
-                                                  Follower::In::database, false ) );
+      top_.emplace_back( *this, Records::rowPath( path ), parts_.database->getEntity( path ) );
    }
    restored_.clear();
 }
@@ -161,7 +169,7 @@ void Keeper::Impl::follow( std::vector<std::string> const & mounted ) {
 // What has changed
 
 void Keeper::Impl::followed( Follower & follower ) {
-   bool const inStore = restored_.erase( follower.path() ) > 0;
+   bool const inStore = !restored_.empty() && restored_.erase( follower.path() ) > 0;
    series_.add( follower, inStore );
    if( inStore || !Records::hasRow( follower.entity(), follower.in() == Follower::In::database ) ) return;
    note( follower, Noted::now );
@@ -182,7 +190,7 @@ void Keeper::Impl::changed( Follower & follower, Kel::AttributeInfo const & attr
 
 void Keeper::Impl::note( Follower & follower, Noted how ) {
    if( follower.noted() >= how ) return;
-   follower.unlink();
+   follower.FollowerHook::unlink();
    ( how == Noted::now ? noted_ : passing_ ).push_back( follower );
    follower.notedIs( how );
 }
