@@ -4,6 +4,7 @@
 #include <boost/container/flat_map.hpp>
 #include <list>
 #include <set>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -63,8 +64,9 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
 
  private:
    using Kind = std::pair<uint8_t, uint16_t>;  // and the VLAN id
-   // In a row, as there is one for each interface, and few come once a box is there.
+   // In a row, as there is one for each interface. Many are added at a time, never one by one.
    using Kinds = boost::container::flat_map<Lumo::IntfId, Kind>;
+   using Declared = std::unordered_map<Lumo::IntfId, Kind>;
    using Followers = boost::intrusive::list<Follower, boost::intrusive::constant_time_size<false>>;
    using Noted = Follower::Noted;
    // A kept directory, and who follows it.
@@ -104,12 +106,12 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    void note( Follower & follower, Noted how );
    [[nodiscard]] bool anythingNoted() const;
    bool commit( Take take );
-   void write( Take take, Store::Transaction & to, Kinds & declared );
+   void write( Take take, Store::Transaction & to, Declared & declared );
    static void writeRow( Follower const & follower, Store::Transaction & to );
-   void writeKinds( Follower const & follower, Store::Transaction & to, Kinds & declared ) const;
-   void writeKind( std::string const & name, Store::Transaction & to, Kinds & declared ) const;
+   void writeKinds( Follower const & follower, Store::Transaction & to, Declared & declared ) const;
+   void writeKind( std::string const & name, Store::Transaction & to, Declared & declared ) const;
    void failed( std::string const & why );
-   void succeeded( Kinds declared, Take take );
+   void succeeded( Declared const & declared, Take take );
 
    Parts const parts_;
    std::unordered_set<std::string> restored_;  // paths of rows whose record is not followed yet
@@ -149,14 +151,16 @@ void Keeper::Impl::load() {
 }
 
 void Keeper::Impl::loadKinds() {
+   Declared declared;
    for( auto const & [name, kind, vlanId] : parts_.store.declared() ) {
       if( name.empty() || !Lumo::enumName( static_cast<Lumo::IntfKind>( kind ) ) ) {
          throw StoreError(
             StoreError::Kind::damaged, parts_.store.path(),
             "is damaged: it says of the interface \"" + name + "\" that it is of kind " + std::to_string( kind ) );
       }
-      kinds_[Lumo::IntfId::declare( name, static_cast<Lumo::IntfKind>( kind ), vlanId )] = { kind, vlanId };
+      declared[Lumo::IntfId::declare( name, static_cast<Lumo::IntfKind>( kind ), vlanId )] = { kind, vlanId };
    }
+   kinds_.insert( declared.begin(), declared.end() );
 }
 
 void Keeper::Impl::follow( std::vector<std::string> const & mounted ) {
@@ -222,18 +226,18 @@ void Keeper::Impl::handleRetry() {
 }
 
 bool Keeper::Impl::commit( Take take ) {
-   Kinds declared;
+   Declared declared;
    try {
       parts_.store.transact( [&]( Store::Transaction & to ) { write( take, to, declared ); } );
    } catch( StoreError const & error ) {
       failed( error.what() );
       return false;
    }
-   succeeded( std::move( declared ), take );
+   succeeded( declared, take );
    return true;
 }
 
-void Keeper::Impl::write( Take take, Store::Transaction & to, Kinds & declared ) {
+void Keeper::Impl::write( Take take, Store::Transaction & to, Declared & declared ) {
    // First, as something else may be at such a path by now.
    for( std::string const & path : deleted_ ) to.del( path );
    std::vector<Passing::Monitor const *> monitors;
@@ -263,7 +267,7 @@ void Keeper::Impl::writeRow( Follower const & follower, Store::Transaction & to 
 }
 
 // Of the interfaces that its row mentions.
-void Keeper::Impl::writeKinds( Follower const & follower, Store::Transaction & to, Kinds & declared ) const {
+void Keeper::Impl::writeKinds( Follower const & follower, Store::Transaction & to, Declared & declared ) const {
    Kel::Entity const & e = follower.entity();
    if( follower.intfNamed() ) writeKind( e.name(), to, declared );
    for( auto const & attribute : e.kelTypeInfo().attributes() ) {
@@ -274,7 +278,7 @@ void Keeper::Impl::writeKinds( Follower const & follower, Store::Transaction & t
 
 // Unless it is in the store as it is now. A sub-interface whose name says what it divides needs none, and would forget
 // that by it.
-void Keeper::Impl::writeKind( std::string const & name, Store::Transaction & to, Kinds & declared ) const {
+void Keeper::Impl::writeKind( std::string const & name, Store::Transaction & to, Declared & declared ) const {
    auto const intf = Lumo::IntfId::known( name );
    if( !intf || intf->empty() || intf->baseKind() != intf->kind() ) return;
    Kind const kind{ static_cast<uint8_t>( intf->kind() ), vlanIdOf( *intf ) };
@@ -289,17 +293,18 @@ void Keeper::Impl::failed( std::string const & why ) {
    retryDue_.timeMinIs( Kel::now() + pause_ );
 }
 
-void Keeper::Impl::succeeded( Kinds declared, Take take ) {
+void Keeper::Impl::succeeded( Declared const & declared, Take take ) {
    auto const isWritten = []( Follower * follower ) { follower->notedIs( Noted::nothing ); };
    noted_.clear_and_dispose( isWritten );
    if( take == Take::passingToo ) passing_.clear_and_dispose( isWritten );
    numbers_.written();
    deleted_.clear();
    series_.written();
-   // Where both have an interface, the new one holds.
    if( !declared.empty() ) {
-      declared.insert( kinds_.begin(), kinds_.end() );
-      kinds_ = std::move( declared );
+      // Where both have an interface, that which was there first stays.
+      Kinds now( declared.begin(), declared.end() );
+      now.insert( boost::container::ordered_unique_range, kinds_.begin(), kinds_.end() );
+      kinds_ = std::move( now );
    }
    pause_ = 0;
    if( std::exchange( trouble_, "" ).empty() ) return;
