@@ -15,7 +15,6 @@
 #include <memory>
 #include <optional>
 
-#include "kel/FetchAhead.h"
 #include "records/Interface.h"
 
 namespace Evidence {
@@ -39,14 +38,10 @@ constexpr char const * enumName( Pace::Kind kind ) {
 
 class Trend {
  public:
-   // A loud reading that covers the time from `from` to `to`; `first`: the one before was not loud, or does not count.
-   void readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval, bool first );
+   // A loud reading that covers the time from `from` to `to`.
+   void readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval );
    // It is not loud any more: nothing of it is kept.
    void clear();
-   // From memory, where a reading may be kept.
-   void fetch() const {
-      if( former_ ) Kel::fetch( ( *former_ )[next_] );
-   }
    // As of `now`, which is not before the last reading.
    [[nodiscard]] Pace pace( double now, double thresholdBitsRate, double loadInterval ) const;
 

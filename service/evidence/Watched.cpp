@@ -43,7 +43,7 @@ double Watched::sampleInterval() const {
 void Watched::fetchSources() const {
    if( monitor_ ) Kel::fetch( *monitor_ );
    for( auto const * const row : counters_ ) Kel::fetch( *row );
-   trend_.fetch();
+   if( settlesSoon() ) Kel::fetch( trend_ );
 }
 
 void Watched::handleLink( LinkChange change ) {
@@ -92,11 +92,27 @@ void Watched::interrupt( char const * cause ) { tellOf( run_.interruptIs( cause 
 
 void Watched::tellOf( Run::Step const & step ) {
    // Before anybody hears of it.
-   if( step.loud && profile_ )
-      trend_.readingIs( step.from, step.to, step.rates, profile_->rateMonLoadInterval(), step.becameLoud );
-   if( step.loudEnded ) trend_.clear();
+   if( step.loudEnded ) {
+      settle();
+      trend_.clear();
+   }
+   if( step.reading ) keep( step );
    if( step.broke ) listener_.onBreak( step );
    if( step.reading ) listener_.onReading( step );
+}
+
+void Watched::keep( Run::Step const & step ) {
+   auto const interval = step.loud && profile_ ? std::optional( profile_->rateMonLoadInterval() ) : std::nullopt;
+   if( interval != trendInterval_ || !readings_.takes( step.from ) ) settle();
+   trendInterval_ = interval;
+   readings_.add( step.from, step.to, step.rates );
+}
+
+void Watched::settle() {
+   readings_.takeAll( [this]( double from, double to, Interface::IntfRates const & rates ) {
+      if( trendInterval_ ) trend_.readingIs( from, to, rates, *trendInterval_ );
+      listener_.onSettled( from, to, rates );
+   } );
 }
 
 void Watched::lookUpRecords() {
@@ -239,10 +255,11 @@ Judgement Watched::judgeUp() const {
    return found;
 }
 
-Pace Watched::pace() const {
+Pace Watched::pace() {
    if( !run_.loud() || !profile_ || !judgeable_ ) return {};
    // What has not been heard of for long may be anywhere.
    if( Kel::now() > *run_.lastReading() + stalesAfter( sampleInterval() ) ) return {};
+   settle();
    return trend_.pace( Kel::now(), threshold_, profile_->rateMonLoadInterval() );
 }
 

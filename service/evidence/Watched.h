@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "evidence/Readings.h"
 #include "evidence/Run.h"
 #include "evidence/Sources.h"
 #include "evidence/Trend.h"
@@ -22,6 +23,8 @@ namespace Evidence {
 class WatchedListener {
  public:
    virtual void onReading( Run::Step const & step ) = 0;
+   // What is settled: each reading once, in order, some time after onReading().
+   virtual void onSettled( double from, double to, Interface::IntfRates const & rates ) = 0;
    virtual void onBreak( Run::Step const & step ) = 0;
    virtual void onIntfEvent( char const * kind, std::string const & text ) = 0;
 
@@ -55,9 +58,14 @@ class Watched final {
    [[nodiscard]] bool linkThere() const { return link_ != nullptr; }
    [[nodiscard]] bool monitored() const { return monitor_ != nullptr; }
    // Of a loud interface: whether it falls. Computed when it is asked for, so that a sample pays nothing for it.
-   [[nodiscard]] Pace pace() const;
+   [[nodiscard]] Pace pace();
    // How often the monitor samples now, in seconds; 0 while nobody does.
    [[nodiscard]] double sampleInterval() const;
+
+   // All readings go into what is made of them.
+   void settle();
+   // The next sample will do so.
+   [[nodiscard]] bool settlesSoon() const { return readings_.nearlyFull(); }
 
    // From memory, what samples are read from.
    void fetchSources() const;
@@ -87,6 +95,7 @@ class Watched final {
    void applyMembers();
    void applySample();
    void tellOf( Run::Step const & step );
+   void keep( Run::Step const & step );
    void interrupt( char const * cause );
    // Whether all counters were read at `time`, and how often they have started again.
    [[nodiscard]] bool freshAt( double time, uint64_t & restarts );
@@ -116,8 +125,11 @@ class Watched final {
    std::optional<uint32_t> countersAt_;  // generation at which they were looked up
    WatchedListener & listener_;
    Run run_;
-   Trend trend_;  // of loud readings only
+   std::optional<uint32_t>
+      trendInterval_;  // s, load interval by which the trend is to take the readings; none: it is not
+   Readings readings_;
    // The rest
+   Trend trend_;  // of loud readings only
    Kel::Ptr<Interface::IntfStatus const> link_;
    Kel::Few<Lumo::IntfId> rows_;
    std::optional<double> awaySince_;
