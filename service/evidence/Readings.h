@@ -45,7 +45,8 @@ class Readings {
       double in;  // bit/s
       double out;
    };
-   // With more of them a window is looked at more seldom, which saves less and less, and an interface takes more memory.
+   // With more of them a window is looked at more seldom, which saves less and less, and an interface takes more
+   // memory.
    static constexpr uint32_t most = 5;
 
    uint32_t count_ = 0;

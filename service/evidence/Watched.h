@@ -125,8 +125,8 @@ class Watched final {
    std::optional<uint32_t> countersAt_;  // generation at which they were looked up
    WatchedListener & listener_;
    Run run_;
-   std::optional<uint32_t>
-      trendInterval_;  // s, load interval by which the trend is to take the readings; none: it is not
+   // s, load interval by which the trend is to take the readings; none: it is not.
+   std::optional<uint32_t> trendInterval_;
    Readings readings_;
    // The rest
    Trend trend_;  // of loud readings only
