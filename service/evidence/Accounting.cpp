@@ -240,14 +240,14 @@ void Accounting::Touched::fetch( std::size_t step ) const {
    Place const * const place = step > 0 && !subject->places.empty() ? subject->places.front().get() : nullptr;
    if( step == 0 ) Kel::fetch( subject, Subject::hotBytes );
    if( step == 1 ) subject->watched.fetchSources();
-   if( step == 1 && place ) Kel::fetch( *place );
+   if( step == 1 && place ) Kel::fetch( place, subject->watched.settlesSoon() ? sizeof( Place ) : Place::hotBytes );
    if( step == 2 && place ) place->fetchRecords();
    if( step == 3 && place ) place->fetchEnds();
 }
 
 // True when it was more than a sample.
 bool Accounting::apply( Subject & s ) {
-   if( !s.watched.apply() ) return false;
+   if( !s.watched.apply( s.accounting.sources_.counterGeneration() ) ) return false;
    for( auto const & p : Kel::Few( s.places ) ) p->noteProfile();
    return true;
 }

@@ -98,7 +98,7 @@ void Place::handleSeen() {
 }
 
 void Place::fetchRecords() const {
-   Kel::fetch( *record );
+   if( watched().run().loud() ) Kel::fetch( record->lastLoud() );
    if( recorder.record() && watched().settlesSoon() ) recorder.record()->fetchRates();
 }
 
