@@ -8,7 +8,7 @@
 
 #include "agent/MaintdOverHttp.h"
 #include "box/BoxAgent.h"
-#include "broker/Keys.h"
+#include "broker/Broker.h"
 #include "kel/ActivityLoop.h"
 #include "log/StandardError.h"
 #include "log/SystemLog.h"

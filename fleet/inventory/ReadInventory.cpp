@@ -54,6 +54,7 @@ void readKeys( Draft & in, Value const & value, std::string_view what, Key<T> co
 void checkKeyName( Draft & in, Position at, std::string const & what, std::string const & name ) {
    auto const fits = []( char c ) { return std::isalnum( static_cast<unsigned char>( c ) ) || c == '-' || c == '_'; };
    if( name.empty() ) return addProblem( in.problems, at, "a " + what + " must not be empty" );
+   if( name == "owner" ) return addProblem( in.problems, at, "'owner' is the name of the fleet's owner in the broker" );
    if( std::ranges::all_of( name, fits ) ) return;
    addProblem( in.problems, at,
                what + " '" + name + "' may only have letters, digits, '-' and '_': it is part of keys in the broker" );

@@ -64,7 +64,7 @@ std::string whyOf( Place const & p ) {
       case Verdict::missing: return "there is no such link";
       case Verdict::unwatched: return w.unwatched();
       case Verdict::waiting: return waitingText( run );
-      case Verdict::loud: return loudWhy( loudText( Run::loudReading( run.rates(), 0 ) ), w.pace(), threshold );
+      case Verdict::loud: return loudWhy( loudText( Run::loudReading( w.rates(), 0 ) ), w.pace(), threshold );
       case Verdict::quiet: return "below " + threshold + " for " + passedText( run.quietSeconds() ) + lacks;
       case Verdict::down:
       case Verdict::gone: {
@@ -150,7 +150,7 @@ Pace Ledger::pace( Kel::Name const & unit, Lumo::IntfId intf ) const {
 std::optional<Interface::IntfRates> Ledger::rates( Lumo::IntfId intf ) const {
    auto const s = accounting_->find( intf );
    if( !s || !s->watched.run().lastReading() ) return std::nullopt;
-   return s->watched.run().rates();
+   return s->watched.rates();
 }
 
 Kel::Ptr<IntfMaintenanceProfile::Config const> Ledger::profile( Lumo::IntfId intf ) const {

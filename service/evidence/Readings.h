@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "kel/FetchAhead.h"
 #include "records/Interface.h"
 
 namespace Evidence {
@@ -25,8 +26,16 @@ class Readings {
    [[nodiscard]] bool nearlyFull() const { return count_ + 1 >= most; }
    void add( double from, double to, Interface::IntfRates const & rates ) {
       if( count_ == 0 ) from_ = from;
-      readings_[count_++] = { to, rates.inBitsRate, rates.outBitsRate };
+      latest_ = count_++;
+      readings_[latest_] = { to, rates.inBitsRate, rates.outBitsRate };
    }
+   // The last one that was added, also when it has been taken.
+   [[nodiscard]] Interface::IntfRates latest() const {
+      auto const [to, in, out] = readings_[latest_];
+      return { in, out, to };
+   }
+   // From memory, where the next one goes.
+   void fetchNext() const { Kel::fetch( readings_[count_ % most] ); }
    // Calls `take` with time from, time to and rates of each. To whoever asks meanwhile there is none here any more.
    template<class Take>
    void takeAll( Take const & take ) {
@@ -45,13 +54,13 @@ class Readings {
       double in;  // bit/s
       double out;
    };
-   // With more of them a window is looked at more seldom, which saves less and less, and an interface takes more
-   // memory.
-   static constexpr uint32_t most = 5;
+   // With more a window is looked at more seldom, which saves less and less, and an interface takes more memory.
+   static constexpr uint32_t most = 4;
 
    uint32_t count_ = 0;
+   uint32_t latest_ = 0;
    double from_ = 0;  // s, where the first begins
-   std::array<Reading, most> readings_;
+   std::array<Reading, most> readings_{};
 };
 
 }  // namespace Evidence

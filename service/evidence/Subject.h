@@ -9,6 +9,7 @@
 #include "evidence/Recorder.h"
 #include "evidence/Watched.h"
 #include "kel/Few.h"
+#include "kel/InBlocks.h"
 
 namespace Evidence {
 
@@ -28,7 +29,7 @@ struct UnitBook final : Kel::PtrInterface {
 };
 
 // An interface and the accounts that there are of it.
-struct Subject final : RateSource, WatchedListener {
+struct alignas( 64 ) Subject final : RateSource, WatchedListener, Kel::InBlocks<Subject> {
    Subject( Accounting & in, Lumo::IntfId intf );
 
    void onReading( Run::Step const & step ) override;
@@ -40,7 +41,7 @@ struct Subject final : RateSource, WatchedListener {
    void placeIs( Kel::Ptr<Place> const & place );
    void placeDel( Kel::Ptr<Place> const & place );
 
-   static constexpr std::size_t hotBytes = 320;  // from its beginning: what a sample looks at
+   static constexpr std::size_t hotBytes = 256;  // from its beginning: what a sample looks at, readings left out
 
    Accounting & accounting;
    // To be changed by the two above only. Readings are settled into the first one's window; any other has them at once.
@@ -51,7 +52,7 @@ struct Subject final : RateSource, WatchedListener {
 };
 
 // One account: the interface as one unit sees it.
-struct Place final : Kel::PtrInterface {
+struct alignas( 64 ) Place final : Kel::PtrInterface, Kel::InBlocks<Place> {
    Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
           uint32_t cells );
 
@@ -62,8 +63,9 @@ struct Place final : Kel::PtrInterface {
    // Values of the profile in force, into the account and the window.
    void noteProfile();
    // From memory, what a sample is written to.
-   void fetchRecords() const;
-   void fetchEnds() const;
+   void fetchRecords( Watched const & watched ) const;
+   void fetchEnds( Watched const & watched ) const;
+   static constexpr std::size_t hotBytes = 64;
    // As it is to ask the interface for its rates.
    void rateSourceIs( RateSource * source ) const {
       if( recorder.record() ) recorder.record()->rateSourceIs( source );
@@ -73,7 +75,7 @@ struct Place final : Kel::PtrInterface {
       return judged && seen && !leftOut && judgement.verdict == Verdict::loud && quietSince == 0;
    }
 
-   // What a sample looks at comes first.
+   // What a sample looks at comes first, in one line.
    bool leftOut = false;  // of the proof
    bool seen = false;     // a link of that name, since the request
    bool judged = false;   // at least once
@@ -82,6 +84,7 @@ struct Place final : Kel::PtrInterface {
    Kel::Ptr<Account> const record;
    double quietSince = 0;  // s; 0: there is no run; as it stands in the record, as does this:
    Judgement judgement;
+   // The rest
    Recorder recorder;
    Kel::Ptr<UnitBook> const book;
    Kel::Ptr<Subject> const subject;

@@ -103,8 +103,6 @@ void Trend::keepLatest() {
    count_ = static_cast<uint8_t>( std::min<std::size_t>( count_ + 1u, most ) );
 }
 
-void Trend::clear() { *this = Trend(); }
-
 std::size_t Trend::recent( double loadInterval ) const {
    std::size_t count = 0;
    for( ; count < count_; ++count ) {

@@ -7,7 +7,7 @@
 // rises, stays level, or falls by less than a tenth in a load interval is stuck when that has been seen for a whole
 // load interval, and until then nothing is said.
 //
-// Owned by Watched, which tells it of loud readings only, and when they end. Knows no records and no clock.
+// Owned by Watched, which tells it of loud readings only, and drops it when they end. Knows no records and no clock.
 #pragma once
 
 #include <array>
@@ -40,8 +40,6 @@ class Trend {
  public:
    // A loud reading that covers the time from `from` to `to`.
    void readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval );
-   // It is not loud any more: nothing of it is kept.
-   void clear();
    // As of `now`, which is not before the last reading.
    [[nodiscard]] Pace pace( double now, double thresholdBitsRate, double loadInterval ) const;
 

@@ -26,7 +26,7 @@ double stalesAfter( double sampleInterval ) { return 2 * sampleInterval + 1; }
 
 Watched::Watched( Lumo::IntfId intf, Sources const & sources, NeverWatched const & neverWatched,
                   WatchedListener & listener )
-   : intf_( intf ), listener_( listener ), sources_( sources ), neverWatched_( neverWatched ) {
+   : listener_( listener ), intf_( intf ), sources_( sources ), neverWatched_( neverWatched ) {
    // What nobody has watched before counts from now; a link that has been down for longer is known to have been.
    lookUpRecords();
    if( !link_ ) awaySince_ = Kel::now();
@@ -41,9 +41,14 @@ double Watched::sampleInterval() const {
 }
 
 void Watched::fetchSources() const {
-   if( monitor_ ) Kel::fetch( *monitor_ );
-   for( auto const * const row : counters_ ) Kel::fetch( *row );
-   if( settlesSoon() ) Kel::fetch( trend_ );
+   if( monitor_ ) {
+      Kel::fetch( monitor_->curRates() );
+      Kel::fetch( monitor_->totalSamples() );
+   }
+   for( auto const * const row : counters_ ) Kel::fetch( row->sequence );
+   if( !settlesSoon() ) return readings_.fetchNext();
+   Kel::fetch( readings_ );
+   Kel::fetch( trend_ );
 }
 
 void Watched::handleLink( LinkChange change ) {
@@ -94,7 +99,7 @@ void Watched::tellOf( Run::Step const & step ) {
    // Before anybody hears of it.
    if( step.loudEnded ) {
       settle();
-      trend_.clear();
+      trend_.reset();
    }
    if( step.reading ) keep( step );
    if( step.broke ) listener_.onBreak( step );
@@ -110,7 +115,8 @@ void Watched::keep( Run::Step const & step ) {
 
 void Watched::settle() {
    readings_.takeAll( [this]( double from, double to, Interface::IntfRates const & rates ) {
-      if( trendInterval_ ) trend_.readingIs( from, to, rates, *trendInterval_ );
+      if( trendInterval_ && !trend_ ) trend_ = std::make_unique<Trend>();
+      if( trendInterval_ ) trend_->readingIs( from, to, rates, *trendInterval_ );
       listener_.onSettled( from, to, rates );
    } );
 }
@@ -127,13 +133,13 @@ void Watched::lookAtLink() {
    down_ = link_ && link_->operStatus() == IntfOperStatus::down;
 }
 
-bool Watched::apply() {
+bool Watched::apply( uint32_t counterGeneration ) {
    bool const moved = std::exchange( recordsMoved_, false );
    if( moved ) lookUpRecords();
    // The threshold before the sample: the rates are judged by what is in force when they are published.
    applyProfile();
    if( std::exchange( membersMoved_, false ) ) applyMembers();
-   if( countersAt_ != sources_.counterGeneration() ) lookUpRows();
+   if( !countersKnown_ || countersAt_ != counterGeneration ) lookUpRows();
    if( moved || !plainKnown_ ) plain_ = isPlain();
    plainKnown_ = true;
    applySample();
@@ -155,9 +161,8 @@ void Watched::applyMembers() {
    auto const rows = sources_.rowsOf( intf_ );
    if( std::ranges::equal( rows, rows_ ) ) return;
    // The first look at an interface changes nothing that anybody relied on.
-   bool const first = !countersAt_;
+   bool const first = !countersKnown_;
    rows_.assign( rows.begin(), rows.end() );
-   countersAt_.reset();
    lookUpRows();
    if( !first ) interrupt( "its members changed" );
 }
@@ -182,6 +187,7 @@ void Watched::applySample() {
 
 void Watched::lookUpRows() {
    countersAt_ = sources_.counterGeneration();
+   countersKnown_ = true;
    plainKnown_ = false;
    bool const had = complete_;
    counters_.clear();
@@ -260,7 +266,7 @@ Pace Watched::pace() {
    // What has not been heard of for long may be anywhere.
    if( Kel::now() > *run_.lastReading() + stalesAfter( sampleInterval() ) ) return {};
    settle();
-   return trend_.pace( Kel::now(), threshold_, profile_->rateMonLoadInterval() );
+   return trend_ ? trend_->pace( Kel::now(), threshold_, profile_->rateMonLoadInterval() ) : Pace();
 }
 
 double Watched::lacks( Judgement const & judgement ) const {

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "evidence/Run.h"
 #include "evidence/Sources.h"
 #include "evidence/Trend.h"
+#include "kel/FetchAhead.h"
 #include "kel/Few.h"
 
 namespace Evidence {
@@ -53,6 +55,8 @@ class Watched final {
 
    [[nodiscard]] Lumo::IntfId intf() const { return intf_; }
    [[nodiscard]] Run const & run() const { return run_; }
+   // Of the reading that counts, if there is one; bit/s.
+   [[nodiscard]] Interface::IntfRates rates() const { return readings_.latest(); }
    // As of the last apply().
    [[nodiscard]] Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile() const { return profile_; }
    [[nodiscard]] bool linkThere() const { return link_ != nullptr; }
@@ -67,8 +71,11 @@ class Watched final {
    // The next sample will do so.
    [[nodiscard]] bool settlesSoon() const { return readings_.nearlyFull(); }
 
-   // From memory, what samples are read from.
+   // From memory, what samples are read from; and where they go together.
    void fetchSources() const;
+   void fetchTrend() const {
+      if( settlesSoon() && trend_ ) Kel::fetch( *trend_ );
+   }
 
    void handleLink( LinkChange change );
    void handleMonitor( MonitorChange change );
@@ -76,8 +83,8 @@ class Watched final {
    void handleMembers() { membersMoved_ = true; }
    void handleProfile() { recordsMoved_ = true; }
    // Takes in what has changed in this turn: records, profile, members, and the sample if there was one. True when it
-   // was more than a sample.
-   bool apply();
+   // was more than a sample. `counterGeneration`: as the sources say it.
+   bool apply( uint32_t counterGeneration );
 
    // A sampled Ethernet link of which nobody can judge otherwise, and the reading that counts is loud.
    [[nodiscard]] bool plainlyLoud() const { return plain_ && up_ && run_.loud(); }
@@ -105,6 +112,7 @@ class Watched final {
    [[nodiscard]] Judgement judgeUp() const;
 
    // What a sample needs comes first, and close together: a thousand interfaces are more than the caches hold.
+   WatchedListener & listener_;
    Lumo::IntfId const intf_;
    uint32_t samples_ = 0;  // the monitor's count at the sample that was taken in last
    double sampleTime_ = 0;
@@ -122,18 +130,18 @@ class Watched final {
    Kel::Ptr<IntfMaintenanceProfile::Config const> profile_;
    // The counters that samples are made of, of those rows that have any.
    Kel::Few<KelQuill::CounterTable::Row const *> counters_;
-   std::optional<uint32_t> countersAt_;  // generation at which they were looked up
-   WatchedListener & listener_;
+   uint32_t countersAt_ = 0;     // generation at which they were looked up
+   bool countersKnown_ = false;  // they were
+   bool entered_ = false;        // has our error-disable entry
    Run run_;
-   // s, load interval by which the trend is to take the readings; none: it is not.
+   // By which load interval the trend is to have the readings, in seconds; none: it is not.
    std::optional<uint32_t> trendInterval_;
    Readings readings_;
    // The rest
-   Trend trend_;  // of loud readings only
+   std::unique_ptr<Trend> trend_;  // null: there are no readings of it
    Kel::Ptr<Interface::IntfStatus const> link_;
    Kel::Few<Lumo::IntfId> rows_;
    std::optional<double> awaySince_;
-   bool entered_ = false;  // has our error-disable entry
    Sources const & sources_;
    NeverWatched const & neverWatched_;
 };
