@@ -30,7 +30,7 @@ export function accessView() {
       return [ h( "b", null, "Read-only: " ), refusal, " ",
                h( "button", { class: "plain", onclick: () => { refusal = ""; changed(); } }, "Try again" ) ];
    }
-   if( !key() ) return [ h( "b", null, "Read-only" ), ": no key was given" ];
+   if( !key() ) return [ h( "b", null, "Read-only" ), ": no key is given yet, a change asks for it" ];
    return [ "Changes by your key ", h( "button", { class: "plain", onclick: () => keyIs( "" ) }, "Forget it" ) ];
 }
 
@@ -63,13 +63,13 @@ function view( asked, state, submit ) {
       state.error && h( "p", { class: "refused", role: "alert" }, shapeOf(), state.error,
                         state.why?.length > 0 && h( "ul", null, state.why.map( ( text ) => h( "li", null, text ) ) ) ),
       h( "p", { class: "buttons" },
-         h( "button", { type: "submit", class: "stop", disabled: state.busy }, asked.verb ),
+         h( "button", { type: "submit", class: asked.kind ?? "stop", disabled: state.busy }, asked.verb ),
          h( "button", { type: "button", onclick: close }, "Leave it" ) ) );
 }
 
 const shapeOf = () => h( "svg", { class: "bad", viewBox: "0 0 12 12", "aria-hidden": "true" }, h( "use", { href: "#v-bad" } ) );
 
-// asked: title, text, verb, path, query [ [ name, value ] ], done (what is said afterwards); and where something is to be chosen,
+// asked: title, text, verb, kind (of its button: stop, or go), path, query [ [ name, value ] ], done (what is said afterwards); and where something is to be chosen,
 // `choose`, `choices` [ { value, text } ] and `choice`, the parameter that the chosen ones are.
 export function change( asked ) {
    const draw = ( state ) => show( dialog, view( asked, state, submit ) );
@@ -93,5 +93,5 @@ export function change( asked ) {
 export const orderBack = ( units, done ) => change( {
    title: units.length === 1 ? `Order ${units[0]} back to service?` : `Order ${units.length} units back to service?`,
    text: "Whoever has sent it out. A plan that still drains it is paused: somebody has seen something that the plan has not.",
-   verb: "Order back", path: "/v1/return", query: units.map( ( unit ) => [ "unit", unit ] ),
+   verb: "Order back", kind: "go", path: "/v1/return", query: units.map( ( unit ) => [ "unit", unit ] ),
    done: done ?? `Ordered back: ${units.join( ", " )}` } );

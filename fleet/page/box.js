@@ -74,10 +74,7 @@ export function boxView( name, detail ) {
       const text = detail.fault ? `${name}: ${detail.fault}` : `${name}: not known yet`;
       return [ h( "header", { class: detail.fault ? "bad" : "plain" }, h( "h1", { tabindex: -1 }, shape( "unknown" ), h( "span", null, text ) ) ) ];
    }
-   const newest = fleet.boxes.get( name );
-   // Both are of the owner; how long ago the box was heard is of its clock.
-   box.silent = box.heard === null || ( newest ? newest.silent && newest.heard === box.heard
-                                               : fleet.now() - box.heard > 3 * fleet.told.heartbeatSeconds );
+   box.silent = box.heard === null || fleet.now() - box.heard > 3 * fleet.told.heartbeatSeconds;
    return [ header( box ), detail.fault && h( "p", { class: "refused" }, `Could not be read again: ${detail.fault}` ),
             ...box.units.map( ( unit ) => unitView( box, unit ) ) ];
 }

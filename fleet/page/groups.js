@@ -6,6 +6,7 @@ import { boxLink, plural, shape, standings, wordOf } from "./words.js";
 const fewBoxes = 40;     // are all shown at once
 const rowsAtFirst = 200;
 
+let labels = [];
 let label = "";
 let grouped = -1;         // the version of the boxes that the groups are of
 let groups = [];
@@ -13,7 +14,8 @@ const wholeOnes = new Set();   // groups of which somebody wants all rows
 const chosen = new Map();      // key -> unfolded or not, where somebody has said so
 const rowsOf = new WeakMap();  // box -> its rows
 
-export function labelsOfBoxes() {
+// Those that budgets are for come first, and of them the ones with the fewest groups.
+function labelsOfBoxes() {
    const counts = new Map();
    for( const box of fleet.boxes.values() ) {
       for( const [ name, value ] of Object.entries( box.labels ) ) {
@@ -21,10 +23,12 @@ export function labelsOfBoxes() {
          counts.get( name ).add( value );
       }
    }
-   return [ ...counts ].sort( ( a, b ) => a[1].size - b[1].size ).map( ( [ name ] ) => name );
+   const budgeted = new Set( fleet.told.groups.map( ( group ) => group.group.slice( 0, group.group.indexOf( ":" ) ) ) );
+   const order = ( [ name, values ] ) => ( budgeted.has( name ) ? 0 : 1e9 ) + values.size;
+   return [ ...counts ].sort( ( a, b ) => order( a ) - order( b ) ).map( ( [ name ] ) => name );
 }
 
-export function labelIs( name ) {
+function labelIs( name ) {
    label = name;
    grouped = -1;
 }
@@ -54,7 +58,7 @@ export const boxTable = ( caption, rows ) => h( "table", { class: "list boxes" }
    h( "tbody", null, rows ) );
 
 function regroup() {
-   const labels = labelsOfBoxes();
+   labels = labelsOfBoxes();
    if( !labels.includes( label ) ) label = labels[0] ?? "";
    const byValue = new Map();
    for( const box of fleet.boxes.values() ) {
@@ -126,7 +130,6 @@ export function groupsView( redraw ) {
    };
    const order = groups.toSorted( ( a, b ) => ( a.worst < 4 ? a.worst : 4 ) - ( b.worst < 4 ? b.worst : 4 ) ||
       full( a ) - full( b ) || Math.sign( b.out ) - Math.sign( a.out ) || a.key.localeCompare( b.key, "en", { numeric: true } ) );
-   const labels = labelsOfBoxes();
    return [
       labels.length > 1 && h( "p", { class: "by" }, h( "label", { for: "by" }, "Group by " ),
          h( "select", { id: "by", onchange: ( event ) => { labelIs( event.target.value ); redraw(); } },

@@ -67,12 +67,17 @@ function tell( text ) {
    [ saidText, saidAt ] = [ text, Date.now() ];
 }
 
+function drawClock() {
+   show( document.getElementById( "clock" ), fleet.live ? `Owner's clock ${clock( fleet.now() )}` : "" );
+}
+
 function draw() {
    if( route.kind === "box" ) detail.newestIs( fleet.boxes.get( route.name ) );
    if( route.kind === "plan" ) detail.newestIs( JSON.stringify( fleet.plan( route.name ) ) );
    show( main, ...content() );
    show( document.getElementById( "access" ), ...accessView() );
    drawLost();
+   drawClock();
    tell( fleet.live ? headline() : "Unknown: no connection" );
    const heading = toFocus && main.querySelector( "h1[tabindex]" );
    if( !heading || !fleet.told ) return;
@@ -96,9 +101,8 @@ function redraw() {
 // Once a second: all that changes by itself.
 function tick() {
    tellTimes( main );
+   drawClock();
    if( !fleet.live ) drawLost();
-   const { told } = fleet;
-   show( document.getElementById( "clock" ), told && fleet.live ? `Owner's clock ${clock( fleet.now() )}` : "" );
    if( fleet.live && headline() !== saidText ) tell( headline() );
 }
 
@@ -158,6 +162,8 @@ function keyed( event ) {
          main.focus();
       } else if( event.key === "ArrowDown" || event.key === "Enter" ) {
          event.preventDefault();
+         // What was just typed may not have been drawn yet.
+         draw();
          step( 1 );
       }
    } else if( typing ) {

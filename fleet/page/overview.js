@@ -5,7 +5,7 @@ import { fleet } from "./fleet.js";
 import { boxRows, boxTable, filtered, groupsView, whyOf } from "./groups.js";
 import { age, boxLink, planLink, planState, plural, shape, standings, wordOf } from "./words.js";
 
-const fewUnits = 30;
+const fewUnits = 15;
 const fewReasons = 4;
 
 let filter = "";
@@ -30,20 +30,24 @@ function planFindings( told ) {
          head: running.length === 1 ? `${plan.plan} is in wave ${plan.wave} of ${plan.waves}`
                                     : `${running.length} plans are under way`,
          text: [ planLink( plan.plan ), ` is in wave ${plan.wave} of ${plan.waves}`,
-                 plan.waitsFor.length ? `; ${plan.waitsFor[0]}` : "" ] } ) ) ];
+                 plan.waitsFor.length ? `: ${plan.waitsFor[0]}` : "",
+                 plan.waitsFor.length > 1 ? `, and ${plural( plan.waitsFor.length - 1, "other" )}` : "" ] } ) ) ];
 }
 
 function boxFindings( out ) {
    const of = ( ...which ) => out.filter( ( one ) => which.includes( one.stands ) );
    const boxesIn = ( found ) => [ ...new Set( found.map( ( one ) => one.box.box ) ) ];
-   const found = [ [ of( standings.failed ), "failed", 3 ], [ of( standings.disturbed ), "in maintenance with traffic back", 3 ],
-                   [ of( standings.silent, standings.neverHeard ), "silent", 4 ],
-                   [ of( standings.unknown ), "in no known state", 4 ] ];
-   return found.filter( ( [ units ] ) => units.length ).map( ( [ units, what, rank ] ) => {
+   const found = [ [ of( standings.failed ), "has failed", "have failed", 3 ],
+                   [ of( standings.disturbed ), "is in maintenance, and has traffic again", "are in maintenance, and have traffic again", 3 ],
+                   [ of( standings.silent, standings.neverHeard ), "is silent", "are silent", 4 ],
+                   [ of( standings.unknown ), "is in no known state", "are in no known state", 4 ] ];
+   return found.filter( ( [ units ] ) => units.length ).map( ( [ units, one, many, rank ] ) => {
       const boxes = boxesIn( units );
-      const are = boxes.length === 1 ? `${boxes[0]} is` : `${plural( boxes.length, "box", "boxes" )} are`;
-      return { tone: "bad", rank, head: `${are} ${what}`, shape: units[0].stands.shape,
-               text: [ ...listed( boxes.map( boxLink ) ), boxes.length === 1 ? ` is ${what}` : ` are ${what}` ] };
+      const head = boxes.length === 1 ? `${boxes[0]} ${one}` : `${plural( boxes.length, "box", "boxes" )} ${many}`;
+      // The sentence of one has its why, as there is room for it.
+      const why = boxes.length === 1 && whyOf( units[0].box, units[0].unit ).replace( /^failed: /, "" );
+      return { tone: "bad", rank, head, shape: units[0].stands.shape,
+               text: [ ...listed( boxes.map( boxLink ) ), ` ${boxes.length === 1 ? one : many}`, why ? `: ${why}` : "" ] };
    } );
 }
 
@@ -61,7 +65,7 @@ function findings( told, out ) {
    }
    for( const brake of told.brakes ) {
       found.push( { tone: "warn", rank: 5, shape: "paused", head: `${capital( brakeName( brake.site ) )} is on`,
-                    text: [ `${capital( brakeName( brake.site ) )} is on, by ${brake.by}, since `, age( brake.since, "for" ) ] } );
+                    text: [ `${capital( brakeName( brake.site ) )} is on, by ${brake.by}, for `, age( brake.since, "for" ) ] } );
    }
    return [ ...found, ...planFindings( told ), ...boxFindings( out ) ].sort( ( a, b ) => a.rank - b.rank );
 }
@@ -85,6 +89,7 @@ function header( told, found ) {
    return h( "header", { class: head.tone },
       h( "p", { class: "over" }, `Fleet of ${plural( told.counts.boxes, "box", "boxes" )}` ),
       h( "h1", { tabindex: -1 }, shape( head.shape ?? head.tone ), h( "span", null, head.head ) ),
+      !fleet.live && few.length > 0 && h( "p", null, "When the owner was last heard:" ),
       h( "ul", { class: "first" }, few.map( ( one ) =>
          h( "li", null, shape( one.shape ?? one.tone, one.tone ), h( "span", null, one.text ) ) ),
          found.length > few.length && h( "li", null, `and ${found.length - few.length} more` ) ) );
@@ -98,9 +103,9 @@ function tiles( told, out ) {
    const failing = out.filter( ( one ) => one.stands === standings.failed || one.stands === standings.disturbed ).length;
    return h( "ul", { class: "tiles" },
       tile( "In service", inService, `of ${plural( units, "unit" )}`, "" ),
-      tile( "Out of service", told.counts.out, "units, silent ones with them", "" ),
+      tile( "Out of service", told.counts.out, "units, those of silent boxes too", "" ),
       tile( "Failing", failing, "units failed, or with traffic back", failing ? "bad" : "" ),
-      tile( "Silent", silent, `of ${plural( boxes, "box", "boxes" )}: nothing is known of them`, silent ? "bad" : "" ) );
+      tile( "Silent", silent, `of ${plural( boxes, "box", "boxes" )}, state unknown`, silent ? "bad" : "" ) );
 }
 
 // A wave each, as far as there is room for them.
@@ -119,8 +124,8 @@ const waits = ( plan ) => plan.waitsFor.length === 0 ? "–" : h( "ul", { class:
 const planRow = ( plan ) => h( "tr", { key: plan.plan },
    h( "th", { scope: "row" }, planLink( plan.plan ), h( "small", null, `by ${plan.by}, `, age( plan.made ) ) ),
    h( "td", null, wordOf( planState( plan.state ) ) ),
-   h( "td", null, `${plan.state === "finished" ? plan.waves : plan.wave} of ${plan.waves}`, waveBar( plan ) ),
-   h( "td", { class: "num" }, `${plan.done} of ${plan.units}` ),
+   h( "td", { "data-label": "Wave" }, `${plan.state === "finished" ? plan.waves : plan.wave} of ${plan.waves}`, waveBar( plan ) ),
+   h( "td", { class: "num", "data-label": "Units done" }, `${plan.done} of ${plan.units}` ),
    h( "td", { class: "why" }, plan.state === "running" || plan.state === "paused" ? waits( plan ) : plan.why || "–" ) );
 
 const planTable = ( caption, plans ) => h( "table", { class: "list plans" },
@@ -135,7 +140,7 @@ function plansSection( told ) {
       .sort( ( a, b ) => planState( a.state ).rank - planState( b.state ).rank );
    return h( "section", { "aria-labelledby": "plans", key: "plans" }, h( "h2", { id: "plans" }, "Plans" ),
       going.length ? planTable( "Plans under way", going ) : h( "p", { class: "soft" }, "No plan is under way." ),
-      over.length > 0 && h( "details", null, h( "summary", { "data-row": true }, `${over.length} that are over` ),
+      over.length > 0 && h( "details", null, h( "summary", { "data-row": true }, over.length === 1 ? "1 plan that is over" : `${over.length} plans that are over` ),
                             planTable( "Plans that are over", over ) ) );
 }
 
@@ -146,7 +151,7 @@ function putBrake() {
              text: "It pauses every plan that has a unit there. What is out stays out, and drains that have begun go on." } );
 }
 
-const release = ( site ) => change( { title: `Release ${brakeName( site )}?`, verb: "Release", path: "/v1/release",
+const release = ( site ) => change( { title: `Release ${brakeName( site )}?`, verb: "Release", kind: "go", path: "/v1/release",
    query: site ? [ [ "site", site ] ] : [], done: `${capital( brakeName( site ) )} is released`,
    text: "No plan goes on by itself: each is to be resumed." } );
 
@@ -162,14 +167,21 @@ function brakesSection( told ) {
          h( "button", { id: "brake", class: "stop", onclick: putBrake, disabled: !mayChange() }, "Brake" ) ) );
 }
 
-const outRow = ( { box, unit, stands } ) => h( "tr", { key: `${box.box}/${unit.unit}`, class: stands.tone === "bad" ? "alert" : null },
-   h( "th", { scope: "row" }, boxLink( box.box ), h( "span", { class: "soft" }, ` ${unit.unit}` ) ),
-   h( "td", null, wordOf( stands ) ),
-   h( "td", { class: "why" }, whyOf( box, unit ) || "–",
-      stands.shape === "unknown" && box.heard !== null && h( "small", null, "heard ", age( box.heard ) ) ) );
+// The plan that stands still for a unit: the sentence why it does begins with the unit's name.
+const stopped = ( name ) => fleet.told.plans.find( ( plan ) => plan.state === "paused" && plan.why.startsWith( `${name} ` ) );
 
-function outSection( out ) {
-   if( !out.length ) return null;
+function outRow( { box, unit, stands, plan } ) {
+   const alert = plan || stands.tone === "bad";
+   return h( "tr", { key: `${box.box}/${unit.unit}`, class: alert ? "alert" : null },
+      h( "th", { scope: "row" }, boxLink( box.box ), h( "span", { class: "soft" }, ` ${unit.unit}` ) ),
+      h( "td", null, wordOf( alert ? { ...stands, tone: "bad" } : stands ) ),
+      h( "td", { class: "why" }, whyOf( box, unit ) || "–", plan && h( "small", null, planLink( plan.plan ), " stands still for it" ) ) );
+}
+
+function outSection( all ) {
+   if( !all.length ) return null;
+   const out = all.map( ( one ) => ( { ...one, plan: stopped( `${one.box.box}/${one.unit.unit}` ) } ) )
+      .sort( ( a, b ) => ( a.plan ? 0 : 1 ) - ( b.plan ? 0 : 1 ) );
    return h( "section", { "aria-labelledby": "out", key: "out" }, h( "h2", { id: "out" }, "Out of service" ),
       boxTable( "Units out of service, the worst first", out.slice( 0, fewUnits ).map( outRow ) ),
       out.length > fewUnits && h( "p", { class: "soft" }, `and ${plural( out.length - fewUnits, "unit" )} more, in the groups below` ) );

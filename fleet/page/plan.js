@@ -21,7 +21,7 @@ function resumeIt( plan ) {
    const choices = left.filter( ( member ) => member.fault || member.step !== "waiting" )
       .sort( ( a, b ) => ( a.fault ? 0 : 1 ) - ( b.fault ? 0 : 1 ) ).slice( 0, 20 )
       .map( ( member ) => ( { value: member.unit, text: `${member.unit}: ${member.fault || member.step}` } ) );
-   change( { title: `Resume ${plan.plan}?`, verb: "Resume", path: pathOf( plan, "resume" ), query: [], choice: "without", choices,
+   change( { title: `Resume ${plan.plan}?`, verb: "Resume", kind: "go", path: pathOf( plan, "resume" ), query: [], choice: "without", choices,
              choose: "Go on without, and leave as it is:", done: `${plan.plan} goes on`,
              text: `It was paused: ${plan.why}. It will pause again for what has not changed.` } );
 }
@@ -61,7 +61,7 @@ function waveWord( plan, number, members ) {
    if( members.some( ( member ) => member.fault ) ) return { word: "stands still", tone: "bad" };
    if( plan.state === "finished" || number < plan.wave ) return { word: "done", tone: "good" };
    if( number > plan.wave ) return { word: plan.state === "cancelled" ? "never begun" : "to come", tone: "plain" };
-   if( plan.state === "running" ) return { word: "under way", tone: "plain", shape: "under" };
+   if( plan.state === "running" ) return { word: "under way", tone: "going", shape: "under" };
    return { word: plan.state, tone: "warn", shape: "paused" };
 }
 

@@ -31,7 +31,7 @@ export const age = ( unixSeconds, as = "ago" ) =>
 export const shape = ( name, tone ) =>
    h( "svg", { class: tone ?? name, viewBox: "0 0 12 12", "aria-hidden": "true" }, h( "use", { href: `#v-${name}` } ) );
 
-// { word, tone: good, stay, plain, warn, bad or unknown, shape } as an element.
+// { word, tone: good, stay, going, plain, warn or bad, shape } as an element.
 export const wordOf = ( state ) =>
    h( "span", { class: `word ${state.tone}` }, shape( state.shape ?? state.tone, state.tone ), h( "span", null, state.word ) );
 
@@ -44,9 +44,9 @@ export const standings = {
    silent: of( "silent", 2, "bad", "unknown" ),
    neverHeard: of( "never heard", 2, "bad", "unknown" ),
    unknown: of( "unknown", 3, "bad", "unknown" ),
-   ordered: of( "ordered", 5, "warn", "under" ),
-   draining: of( "draining", 4, "warn", "under" ),
-   returning: of( "returning", 5, "warn", "under" ),
+   draining: of( "draining", 4, "going", "under" ),
+   ordered: of( "ordered", 5, "going", "under" ),
+   returning: of( "returning", 5, "going", "under" ),
    notProven: of( "in maintenance, not proven", 4, "warn" ),
    maintenance: of( "in maintenance", 6, "stay" ),
    service: of( "in service", 9, "good" ),
@@ -83,7 +83,7 @@ const verdicts = {
 export const verdict = ( word ) => verdicts[word] ?? of( word, 9, "warn", "unknown" );
 
 const plans = {
-   running: of( "running", 1, "plain", "under" ),
+   running: of( "running", 1, "going", "under" ),
    paused: of( "paused", 0, "warn", "paused" ),
    finished: of( "finished", 2, "good" ),
    cancelled: of( "cancelled", 2, "plain" ),
@@ -92,9 +92,9 @@ export const planState = ( word ) => plans[word] ?? of( word, 0, "warn", "unknow
 
 const steps = {
    waiting: of( "waiting", 3, "plain", "under" ),
-   draining: of( "draining", 1, "warn", "under" ),
+   draining: of( "draining", 1, "going", "under" ),
    drained: of( "drained", 2, "stay" ),
-   returning: of( "returning", 1, "warn", "under" ),
+   returning: of( "returning", 1, "going", "under" ),
    done: of( "done", 4, "good" ),
 };
 export function memberState( member ) {
