@@ -48,7 +48,7 @@ async function post( path, query ) {
    const error = body.error ?? `The owner answers ${answer.status}.`;
    if( answer.status === 401 ) keyIs( "" );
    if( answer.status === 403 ) refusal = error;
-   return { error, why: body.why ?? [], over: answer.status === 403 };
+   return { error, why: ( body.why ?? [] ).filter( ( text ) => text !== error ), over: answer.status === 403 };
 }
 
 function view( asked, state, submit ) {

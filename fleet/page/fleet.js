@@ -5,24 +5,22 @@ import { standing, standings } from "./words.js";
 
 class Fleet {
    told = null;          // what "fleet" said last; null: nothing yet
-   boxes = new Map();    // by name: what "boxes" said last of each, with `stands` of its units and its place in the inventory
+   boxes = new Map();    // by name: what "boxes" said last of each, with `stands` of its units
    live = false;         // the stream says how things are now
    lost = "";            // why it is not; empty before the first attempt has failed
-   version = 0;          // grows with every change of the above
-   boxesVersion = 0;     // likewise, of boxes
+   boxesVersion = 0;     // grows with every change of `boxes`
    #now = 0;             // s, Unix time of the owner
    #nowAt = 0;           // ms, of this clock, when that was said
    #spokenAt = 0;        // ms, when it said anything
-   #whole = false;       // the first "boxes" of a connection is of all
+   #begun = false;       // the connection has said which boxes there are
 
-   begin() { this.#whole = true; }
+   begin() { this.#begun = false; }
 
    spoke() { this.#spokenAt = Date.now(); }
 
    lostIs( why ) {
       this.live = false;
       this.lost = why;
-      ++this.version;
    }
 
    // s, Unix time, on the owner's clock
@@ -30,39 +28,30 @@ class Fleet {
    // s since the owner has spoken, or null when it never has.
    quietFor() { return this.#spokenAt ? Math.max( 0, Date.now() - this.#spokenAt ) / 1000 : null; }
 
-   nowIs( now ) {
-      this.#now = now;
-      this.#nowAt = Date.now();
-   }
-
-   // False when it knows of other boxes than these: then all are to be read anew.
    tell( { name, data } ) {
-      if( name !== "fleet" && name !== "boxes" ) return true;
-      this.nowIs( data.now );
-      ++this.version;
+      if( name !== "fleet" && name !== "boxes" ) return;
+      this.#now = data.now;
+      this.#nowAt = Date.now();
       if( name === "fleet" ) {
          const known = this.told?.heartbeatSeconds;
          this.told = data;
          if( known !== data.heartbeatSeconds ) for( const box of this.boxes.values() ) this.#judge( box );
       } else {
-         this.boxesAre( data.boxes, this.#whole );
-         this.#whole = false;
+         this.#boxesAre( data.boxes, data.first || !this.#begun );
+         this.#begun = true;
       }
-      this.live = this.told !== null && !this.#whole;
-      return !this.live || name !== "fleet" || data.counts.boxes === this.boxes.size;
+      this.live = this.told !== null && ( this.#begun || this.told.counts.boxes === 0 );
    }
 
-   boxesAre( boxes, all ) {
-      const before = this.boxes;
-      if( all ) this.boxes = new Map();
+   // Those that have changed; or the first of all, after which what was known before is no more.
+   #boxesAre( boxes, anew ) {
+      if( anew ) this.boxes = new Map();
       for( const box of boxes ) {
          box.at = this.#now;
-         box.place = before.get( box.box )?.place ?? this.boxes.size;
          this.#judge( box );
          this.boxes.set( box.box, box );
       }
       ++this.boxesVersion;
-      ++this.version;
    }
 
    // By the moment at which it was told, as whoever falls silent later is told anew.
@@ -81,12 +70,16 @@ class Fleet {
             if( box.stands[i] !== standings.service ) found.push( { box, unit, stands: box.stands[i] } );
          } );
       }
-      return found.sort( ( a, b ) => a.stands.rank - b.stands.rank || a.box.place - b.box.place );
+      return found.sort( ( a, b ) => a.stands.rank - b.stands.rank || byName( a.box, b.box ) );
    }
 
    plan( id ) { return this.told?.plans.find( ( plan ) => plan.plan === id ); }
    // The values of label "site".
    sites() { return [ ...new Set( [ ...this.boxes.values() ].map( ( box ) => box.labels.site ).filter( Boolean ) ) ].sort(); }
 }
+
+// leaf-9 before leaf-10.
+const names = new Intl.Collator( "en", { numeric: true } );
+export const byName = ( a, b ) => names.compare( a.box, b.box );
 
 export const fleet = new Fleet();

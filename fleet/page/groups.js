@@ -1,6 +1,6 @@
 // Boxes that share the value of a label, counted: unfolded they are many, so each is described anew only when it has changed.
 import { h } from "./dom.js";
-import { fleet } from "./fleet.js";
+import { byName, fleet } from "./fleet.js";
 import { boxLink, plural, shape, standings, wordOf } from "./words.js";
 
 const fewBoxes = 40;     // are all shown at once
@@ -96,7 +96,7 @@ function room( budget ) {
 }
 
 function body( group, redraw ) {
-   const sorted = group.boxes.toSorted( ( a, b ) => a.rank - b.rank || a.place - b.place );
+   const sorted = group.boxes.toSorted( ( a, b ) => a.rank - b.rank || byName( a, b ) );
    const cut = !wholeOnes.has( group.key ) && sorted.length > rowsAtFirst + 50;
    const rows = ( cut ? sorted.slice( 0, rowsAtFirst ) : sorted ).flatMap( boxRows );
    const more = cut && h( "button", { onclick: () => { wholeOnes.add( group.key ); redraw(); } },
@@ -145,5 +145,5 @@ export function filtered( text ) {
                     ...box.units.flatMap( ( unit, i ) => [ unit.unit, unit.why, box.stands[i].word ] ) ].join( " " ).toLowerCase();
       return words.every( ( word ) => all.includes( word ) );
    } );
-   return matches.sort( ( a, b ) => a.rank - b.rank || a.place - b.place );
+   return matches.sort( ( a, b ) => a.rank - b.rank || byName( a, b ) );
 }

@@ -39,7 +39,8 @@ function routed() {
 }
 
 function content() {
-   if( !fleet.told || fleet.boxesVersion === 0 ) {
+   // Once it was told something it is shown, also while it is told anew.
+   if( !fleet.live && !fleet.boxesVersion ) {
       const text = fleet.lost ? "Unknown: no connection to the fleet's owner" : "Asking the fleet's owner…";
       return [ h( "header", { class: fleet.lost ? "bad" : "plain" }, h( "h1", { tabindex: -1 }, text ) ) ];
    }
@@ -106,27 +107,11 @@ function tick() {
    if( fleet.live && headline() !== saidText ) tell( headline() );
 }
 
-async function readAllBoxes() {
-   try {
-      const answer = await fetch( "/v1/boxes", { cache: "no-store" } );
-      if( !answer.ok ) return;
-      const { now, boxes } = await answer.json();
-      fleet.nowIs( now );
-      fleet.boxesAre( boxes, true );
-      redraw();
-   } catch { /* The stream has the same trouble, and says so. */ }
-}
-
-let readAllAt = 0;
 const handlers = {
    begin: () => fleet.begin(),
    said: () => fleet.spoke(),
    event: ( event ) => {
-      const whole = fleet.tell( event );
-      if( !whole && Date.now() - readAllAt > 5000 ) {
-         readAllAt = Date.now();
-         readAllBoxes();
-      }
+      fleet.tell( event );
       redraw();
    },
    lost: ( why ) => {

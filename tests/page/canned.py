@@ -78,8 +78,15 @@ class Owner:
                 "groups": [{"group": name, "budget": f"at most {most} out", "units": count, "mayBeOut": most, "out": gone}
                            for name, (count, gone, most) in sorted(groups.items())]}
 
-    def boxes_view(self, names=None):
-        return {"now": time.time(), "boxes": [self.boxes[name] for name in names or self.boxes]}
+    def boxes_event(self, names, **more):
+        return "boxes", {"now": time.time(), **more, "boxes": [self.boxes[name] for name in names]}
+
+    def all_events(self):
+        """What a stream begins with: all the boxes, in pieces of which the first says that it is."""
+        names = list(self.boxes)
+        size = len(names) // 2 + 1
+        pieces = [names[at:at + size] for at in range(0, len(names), size)]
+        return [("fleet", self.fleet()), *(self.boxes_event(piece, **({} if i else {"first": True})) for i, piece in enumerate(pieces))]
 
     def detail(self, name):
         whole = copy.deepcopy(self.boxes[name])
@@ -88,10 +95,15 @@ class Owner:
         return whole
 
     def tell(self, *names):
+        self.say(*([self.boxes_event(names)] if names else []), ("fleet", self.fleet()))
+
+    def tell_all_anew(self):
+        self.say(*self.all_events())
+
+    def say(self, *events):
         for listener in self.listeners:
-            if names:
-                listener.put(("boxes", self.boxes_view(names)))
-            listener.put(("fleet", self.fleet()))
+            for event in events:
+                listener.put(event)
 
     def end_streams(self):
         for listener in self.listeners:
@@ -136,9 +148,6 @@ class CannedHandler(http.server.BaseHTTPRequestHandler):
             return self.answer(503, {"error": "not now"})
         if path == "/v1/stream":
             return self.stream()
-        known = {"/v1/fleet": self.owner.fleet, "/v1/boxes": self.owner.boxes_view}
-        if path in known:
-            return self.answer(200, known[path]())
         kind, name = path.split("/")[2:4]
         if kind == "boxes" and name in self.owner.boxes:
             return self.answer(200, self.owner.detail(name))
@@ -155,8 +164,8 @@ class CannedHandler(http.server.BaseHTTPRequestHandler):
 
     def stream(self):
         said = queue.Queue()
-        said.put(("fleet", self.owner.fleet()))
-        said.put(("boxes", self.owner.boxes_view()))
+        for event in self.owner.all_events():
+            said.put(event)
         self.owner.listeners.append(said)
         self.send_response(200)
         self.send_header("Content-Type", "text/event-stream")

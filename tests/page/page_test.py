@@ -92,6 +92,12 @@ def every_state_is_a_word_and_nothing_unknown_is_fine(browser):
     assert rows(browser, ".group")["service"] == "in service"
     assert browser.run("return [...document.querySelectorAll('main .word')].every((one) => one.querySelector('svg use'))")
     assert browser.text("h1") == "broken has failed", browser.text("h1")
+    # A box that is no longer in the inventory is not shown as it was.
+    del owner.boxes["broken"]
+    owner.tell_all_anew()
+    browser.sees("back is in maintenance, and has traffic again", "h1")
+    browser.sees("Fleet of 12 boxes", "header")
+    assert len(rows(browser, ".group")) == 12
     owner.reachable = False
     owner.tell()
     browser.sees("The boxes cannot be reached", "h1")
