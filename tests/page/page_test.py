@@ -86,9 +86,9 @@ def every_state_is_a_word_and_nothing_unknown_is_fine(browser):
         box("back", LABELS, {**quiet, "disturbed": True}), box("broken", LABELS, unit("failed")))
     opened(browser, owner)
     assert list(rows(browser).items()) == [
-        ("broken", "failed"), ("back", "traffic is back"), ("silent", "silent"), ("never", "never heard"), ("later", "unknown"),
-        ("later-in", "unknown"), ("down", "unknown"), ("draining", "draining"), ("unproven", "in maintenance, not proven"),
-        ("leaving", "returning"), ("granted", "ordered"), ("maintenance", "in maintenance")], rows(browser)
+        ("broken", "failed"), ("back", "traffic is back"), ("never", "never heard"), ("silent", "silent"), ("down", "unknown"),
+        ("later", "unknown"), ("later-in", "unknown"), ("draining", "draining"), ("unproven", "in maintenance, not proven"),
+        ("granted", "ordered"), ("leaving", "returning"), ("maintenance", "in maintenance")], rows(browser)
     assert rows(browser, ".group")["service"] == "in service"
     assert browser.run("return [...document.querySelectorAll('main .word')].every((one) => one.querySelector('svg use'))")
     assert browser.text("h1") == "broken has failed", browser.text("h1")
