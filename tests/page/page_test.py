@@ -115,6 +115,14 @@ def what_stands_still_comes_first(browser):
     assert "in wave 2 of 4: spine-3b/fabric is not quiet after 30 min: up3: loud" in browser.text("header")
     assert browser.run("return document.title").startswith("plan-7 stands still")
     assert "plan-7 stands still for it" in browser.text("section[aria-labelledby=out]")
+    # Also where something else is wrong, which it says then as well.
+    owner.put(box("spine-4a", LABELS, unit("active", "silent for 60 s", out=True), heard=60))
+    owner.brakes = [{"site": "fra", "by": "bob", "since": time.time() - 200}]
+    owner.tell("spine-4a")
+    browser.sees("spine-4a is silent: silent for 60 s", "header")
+    browser.sees("The brake of site fra is on, by bob, for 3 min", "header")
+    assert browser.text("h1") == "plan-7 stands still"
+    owner.brakes = []
     browser.press("plan-7")
     browser.sees("plan-7 is paused in wave 2 of 4", "h1")
     picture(browser, "plan")
@@ -140,7 +148,14 @@ def a_box_is_found_by_keys_alone(browser):
     browser.type("/", "Escape")
     browser.open(browser.run("return location.href").split("#")[0] + "#/")
     browser.sees("Fleet of 4 boxes")
-    for word, found in {"pair:spine-4": ["spine-4a", "spine-4b"], "DRAINING loud": ["spine-3b"], "nothing-such": []}.items():
+    # Who types faster than is drawn gets what he has typed.
+    assert browser.run("""const filter = document.querySelector('#filter');
+        filter.focus();
+        filter.value = '4b';
+        filter.dispatchEvent(new Event('input'));
+        filter.dispatchEvent(new KeyboardEvent('keydown', { key: 'Enter', bubbles: true }));
+        return document.activeElement.innerText""") == "spine-4b"
+    for word, found in {"pair:spine-4": ["spine-4a", "spine-4b"], "DRAINING loud": ["spine-3b"], "fra 4a": ["spine-4a"], "nothing-such": []}.items():
         browser.type("/", word)
         browser.sees(f"with “{word}”")
         assert list(rows(browser, "main")) == found, word
@@ -172,6 +187,8 @@ def changes_need_a_key(browser):
     browser.run("document.querySelector('#site').value = 'fra'")
     browser.press("Brake")
     browser.press("Put the brake on")
+    browser.type(" ", "Enter")
+    time.sleep(0.2)
     assert not owner.posts(), "it was asked for without a key"
     browser.type("a-wrong-key", "Enter")
     browser.sees("nobody has that key", "dialog")
