@@ -51,3 +51,19 @@ def large(boxes=2000):
     owner.plans = [plan("plan-12", "running", wave=3, waves=9, units=500, done=62, made=time.time() - 8000,
                         waitsFor=[f"{names[i]}/fabric is draining: eth1: loud: in 3.1 Mbps" for i in range(1, 49, 4)])]
     return owner
+
+
+def stopped():
+    """The large one, a little later: traffic does not leave one of its boxes, so the plan stands still."""
+    owner = large()
+    why = "eth1: loud: out 41.8 Mbps, steady, 418 times the threshold of 100 kbps"
+    name = "leaf-0008b"
+    for one in [one for one in owner.boxes.values() if one["units"][0]["state"] == "entering" and one["box"] != name]:
+        owner.put(box(one["box"], one["labels"]))
+    owner.put(box(name, owner.boxes[name]["labels"], unit("entering", f"draining by plan-12: {why}")))
+    del owner.boxes["leaf-0600b"]
+    owner.put(box("leaf-0600b", {"site": "fra", "pair": "leaf-0600", "plane": "b"}))
+    fault = f"{name}/fabric is not quiet after 30 min: {why}"
+    owner.plans = [{**owner.plans[0], "state": "paused", "why": fault, "waitsFor": [fault]},
+                   plan("plan-11", "finished", wave=2, waves=2, done=4, by="bob", made=time.time() - 90000)]
+    return owner
