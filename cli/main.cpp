@@ -13,7 +13,7 @@
 
 #include "Commands.h"
 #include "Events.h"
-#include "Output.h"
+#include "client/Output.h"
 #include "Trace.h"
 #include "tables/Members.h"
 #include "tables/Table.h"
