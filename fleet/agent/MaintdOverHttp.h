@@ -1,8 +1,8 @@
 // The maintd of this box, asked over its unix sockets.
 //
 // A unit that is in service is looked at every few seconds, one that is on its way every second, and seldomer where it
-// has thousands of interfaces: to list them all is work for maintd, which has better to do. After a request it is looked
-// at anew. Waits for each answer, for two seconds at most.
+// has thousands of interfaces: to list them all is work for maintd, which has better to do. After a request it is
+// looked at anew. Waits for each answer, for two seconds at most.
 #pragma once
 
 #include <map>

@@ -72,6 +72,11 @@ void Books::planIs( Plan const & plan ) {
    plans_[plan.id] = plan;
 }
 
+void Books::planDel( std::string const & id ) {
+   noted_[key( planKeys, id )] = std::nullopt;
+   plans_.erase( id );
+}
+
 void Books::brakeIs( std::string const & site, Brake const & brake ) {
    brakes_[site] = brake;
    noted_[key( brakeKeys, site )] = rowOf( brake );

@@ -45,6 +45,7 @@ class Books {
    // Notes it; kept with the next keep().
    void slotIs( UnitName const & unit, Slot const & slot );
    void planIs( Plan const & plan );
+   void planDel( std::string const & id );
    void brakeIs( std::string const & site, Brake const & brake );
    void brakeDel( std::string const & site );
    [[nodiscard]] uint64_t numberNext();

@@ -208,12 +208,11 @@ Store::Store( std::string path, Opening opening ) : path_( std::move( path ) ) {
    // What the log holds goes into the file in due course, from here on, and the log does not stay as big as it ever
    // was.
    sqlite3_db_config( db_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr );
-   // Nothing in it is secret, so what goes is not overwritten; and rows are read once, and written in the order of
-   // their paths, so few pages are worth memory (KiB). A transaction that changes more writes them to the log as it
-   // goes.
+   // Nothing in it is secret, so what goes is not overwritten; and it is read once, so few pages are worth memory
+   // (KiB): as many as a list of some thousand monitors has, since the list that takes its place looks at all of them.
    run( db_.get(),
         "PRAGMA synchronous = FULL; PRAGMA journal_size_limit = 16777216; PRAGMA secure_delete = OFF;"
-        "PRAGMA cache_size = -128" );
+        "PRAGMA cache_size = -512" );
    statements_ = std::make_unique<Statements>( db_.get() );
 }
 

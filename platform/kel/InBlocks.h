@@ -5,7 +5,7 @@
 // counted and freed as any other. Declared alignas( 64 ), with what each look needs first, an object takes as few cache
 // lines as it can, and the processor fetches the next one's by itself. Blocks grow up to 64 objects; all go when the
 // last object has gone. One thread makes and frees. Where an address sanitizer looks on, each object has memory of its
-// own. bench/sample_bench measures what it saves (coldSampleJudged).
+// own. bench/lines counts what it saves (sampleJudged/100).
 #pragma once
 
 #include <algorithm>

@@ -241,8 +241,9 @@ void Accounting::Touched::fetch( std::size_t step ) const {
    if( step == 0 ) Kel::fetch( subject, Subject::hotBytes );
    if( step == 1 ) subject->watched.fetchSources();
    if( step == 1 && place ) Kel::fetch( place, subject->watched.settlesSoon() ? sizeof( Place ) : Place::hotBytes );
-   if( step == 2 && place ) place->fetchRecords();
-   if( step == 3 && place ) place->fetchEnds();
+   if( step == 2 ) subject->watched.fetchTrend();
+   if( step == 2 && place ) place->fetchRecords( subject->watched );
+   if( step == 3 && place ) place->fetchEnds( subject->watched );
 }
 
 // True when it was more than a sample.
@@ -259,15 +260,15 @@ bool Accounting::stands( Subject const & s ) {
       return true;
    double const quietSince = s.watched.run().quietSince().value_or( 0 );
    return std::ranges::all_of( s.places, [&]( auto const & p ) {
-      Judgement const now = judgementOf( *p );
+      Judgement const now = judgementOf( *p, s.watched );
       bool const same = p->judged && p->seen && p->judgement.sameAs( now ) && p->quietSince == quietSince;
       if( same ) alarmBy( now.changes );
       return same;
    } );
 }
 
-Judgement Accounting::judgementOf( Place const & p ) {
-   return p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : p.watched().judge( p.seen );
+Judgement Accounting::judgementOf( Place const & p, Watched const & w ) {
+   return p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : w.judge( p.seen );
 }
 
 void Accounting::judgeSubject( Subject const & s ) {
@@ -280,7 +281,7 @@ void Accounting::judgeSubject( Subject const & s ) {
 void Accounting::judgePlace( Place & p ) {
    Watched const & w = p.watched();
    if( !p.seen && w.linkThere() ) p.handleSeen();
-   Judgement const now = judgementOf( p );
+   Judgement const now = judgementOf( p, w );
    alarmBy( now.changes );
    // Most samples say what the one before has said. A run that has broken meanwhile begins anew.
    double const quietSince = w.run().quietSince().value_or( 0 );

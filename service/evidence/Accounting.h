@@ -81,7 +81,7 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    void judgeTouched();
    static bool apply( Subject & subject );
    [[nodiscard]] bool stands( Subject const & subject );
-   [[nodiscard]] static Judgement judgementOf( Place const & place );
+   [[nodiscard]] static Judgement judgementOf( Place const & place, Watched const & watched );
    void judgeSubject( Subject const & subject );
    void judgePlace( Place & place );
    void tellVerdict( Place const & place ) const;

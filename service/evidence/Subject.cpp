@@ -97,13 +97,13 @@ void Place::handleSeen() {
    if( recorder.record() ) recorder.record()->seenIs( true );
 }
 
-void Place::fetchRecords() const {
-   if( watched().run().loud() ) Kel::fetch( record->lastLoud() );
-   if( recorder.record() && watched().settlesSoon() ) recorder.record()->fetchRates();
+void Place::fetchRecords( Watched const & w ) const {
+   if( w.run().loud() ) Kel::fetch( record->lastLoud() );
+   if( w.settlesSoon() && recorder.record() ) recorder.record()->fetchRates();
 }
 
-void Place::fetchEnds() const {
-   if( recorder.record() && watched().settlesSoon() ) recorder.record()->fetchEndOfRates();
+void Place::fetchEnds( Watched const & w ) const {
+   if( w.settlesSoon() && recorder.record() ) recorder.record()->fetchEndOfRates();
 }
 
 void Place::noteProfile() {

@@ -41,7 +41,7 @@ struct alignas( 64 ) Subject final : RateSource, WatchedListener, Kel::InBlocks<
    void placeIs( Kel::Ptr<Place> const & place );
    void placeDel( Kel::Ptr<Place> const & place );
 
-   static constexpr std::size_t hotBytes = 192;  // from its beginning: what a sample looks at, its reading left out
+   static constexpr std::size_t hotBytes = 256;  // from its beginning: what a sample looks at, readings left out
 
    Accounting & accounting;
    // To be changed by the two above only. Readings are settled into the first one's window; any other has them at once.
@@ -63,8 +63,8 @@ struct alignas( 64 ) Place final : Kel::PtrInterface, Kel::InBlocks<Place> {
    // Values of the profile in force, into the account and the window.
    void noteProfile();
    // From memory, what a sample is written to.
-   void fetchRecords() const;
-   void fetchEnds() const;
+   void fetchRecords( Watched const & watched ) const;
+   void fetchEnds( Watched const & watched ) const;
    static constexpr std::size_t hotBytes = 64;
    // As it is to ask the interface for its rates.
    void rateSourceIs( RateSource * source ) const {

@@ -46,8 +46,9 @@ void Watched::fetchSources() const {
       Kel::fetch( monitor_->totalSamples() );
    }
    for( auto const * const row : counters_ ) Kel::fetch( row->sequence );
-   readings_.fetchNext();
-   if( trend_ && settlesSoon() ) Kel::fetch( *trend_ );
+   if( !settlesSoon() ) return readings_.fetchNext();
+   Kel::fetch( readings_ );
+   Kel::fetch( trend_ );
 }
 
 void Watched::handleLink( LinkChange change ) {

@@ -16,6 +16,7 @@
 #include "evidence/Run.h"
 #include "evidence/Sources.h"
 #include "evidence/Trend.h"
+#include "kel/FetchAhead.h"
 #include "kel/Few.h"
 
 namespace Evidence {
@@ -70,8 +71,11 @@ class Watched final {
    // The next sample will do so.
    [[nodiscard]] bool settlesSoon() const { return readings_.nearlyFull(); }
 
-   // From memory, what samples are read from.
+   // From memory, what samples are read from; and where they go together.
    void fetchSources() const;
+   void fetchTrend() const {
+      if( settlesSoon() && trend_ ) Kel::fetch( *trend_ );
+   }
 
    void handleLink( LinkChange change );
    void handleMonitor( MonitorChange change );

@@ -61,7 +61,10 @@ class WindowIntf final : public Kel::Entity {
    [[nodiscard]] std::string packedRates() const { return rateSeries().packed(); }
    void packedRatesIs( std::string_view text );
    // From memory, what the next rates are written to.
-   void fetchRates() const { Kel::fetch( rates_ ); }
+   void fetchRates() const {
+      Kel::fetch( source_ );
+      Kel::fetch( rates_ );
+   }
    void fetchEndOfRates() const { rates_.fetchEnd(); }
 
    // Asked before anybody reads the rates; null: nobody has any. It takes itself away before it ends.
