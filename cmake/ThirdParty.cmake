@@ -1,6 +1,6 @@
 # The third-party libraries, all from Debian packages (tools/install-packages has the same list). A folder names those it uses
 # under EXTERNAL: Boost::headers, Boost::json, Boost::url, CLI11::CLI11, yaml-cpp, SQLite::SQLite3, PkgConfig::mnl,
-# PkgConfig::ncursesw, PkgConfig::prometheus.
+# PkgConfig::ncursesw, PkgConfig::prometheus, PkgConfig::nats, OpenSSL::Crypto, OpenSSL::SSL.
 # platform/ and MaintenancePlugin/ use none.
 
 find_package( PkgConfig REQUIRED )
@@ -11,6 +11,8 @@ find_package( SQLite3 3.37 REQUIRED )  # tables that are STRICT
 pkg_check_modules( mnl REQUIRED IMPORTED_TARGET libmnl )
 pkg_check_modules( prometheus REQUIRED IMPORTED_TARGET prometheus-cpp-core )  # the registry and the text of it, no server
 pkg_check_modules( ncursesw REQUIRED IMPORTED_TARGET ncursesw )
+pkg_check_modules( nats REQUIRED IMPORTED_TARGET libnats>=3.4 )
+find_package( OpenSSL 3.0 REQUIRED )
 
 if( RATEMON_TESTS AND NOT RATEMON_FUZZ )
    find_package( GTest CONFIG REQUIRED )

@@ -26,7 +26,7 @@ class Broker {
    virtual ~Broker() = default;
 
    [[nodiscard]] virtual bool connected() const = 0;
-   // Why not, a sentence; empty while it is.
+   // Why not, a sentence; while it is, what the broker last refused of it, or empty.
    [[nodiscard]] virtual std::string trouble() const = 0;
    // False when it was not sent. That it was does not mean that it has arrived.
    virtual bool put( std::string const & key, std::string const & text ) = 0;

@@ -1,0 +1,299 @@
+#include "broker/NatsBroker.h"
+
+#include <nats/nats.h>
+
+#include <algorithm>
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <boost/json/value.hpp>
+#include <optional>
+
+#include "keys/NKey.h"
+#include "keys/Subjects.h"
+
+namespace Fleet {
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr int mostPending = 65536;  // letters that wait to be taken: several statuses of ten thousand boxes
+constexpr int mostPendingBytes = 256 * 1024 * 1024;
+constexpr int64_t writeMilliseconds = 2000;   // that a broker which takes nothing holds up its writer
+constexpr int64_t pingMilliseconds = 15'000;  // a broker that does not answer two of them is lost
+constexpr std::chrono::seconds bucketPatience{ 5 };
+constexpr int64_t otherConfiguration = 10058;  // the broker's number for a stream that is there, and another
+
+void held( natsStatus status, char const * what ) {
+   if( status != NATS_OK ) throw BrokerFault( std::string( what ) + ": " + natsStatus_GetText( status ) );
+}
+
+char const * headerOf( natsMsg * letter, char const * name ) {
+   char const * value = nullptr;
+   return natsMsgHeader_Get( letter, name, &value ) == NATS_OK ? value : nullptr;
+}
+
+std::string textOf( natsMsg * letter ) {
+   return { natsMsg_GetData( letter ), static_cast<std::size_t>( natsMsg_GetDataLength( letter ) ) };
+}
+
+// Absent where it is none, as the answer that there is no such key, or the mark of a key that was deleted.
+std::optional<Broker::Letter> letterFrom( natsMsg * message ) {
+   if( headerOf( message, "Status" ) || headerOf( message, "KV-Operation" ) ) return std::nullopt;
+   char const * const original = headerOf( message, "Nats-Subject" );
+   std::string_view const subject = original ? original : natsMsg_GetSubject( message );
+   if( !subject.starts_with( keyPrefix ) ) return std::nullopt;
+   return Broker::Letter{ std::string( subject.substr( keyPrefix.size() ) ), textOf( message ) };
+}
+
+// As key-value buckets are laid out, so that the usual tools can show it. The newest value of a key is all that counts,
+// and whoever wrote it writes it again: it need not outlive the broker.
+std::string bucketConfiguration() {
+   return json::serialize( json::object{ { "name", bucketStream },
+                                         { "subjects", { bucketSubjects } },
+                                         { "retention", "limits" },
+                                         { "max_consumers", -1 },
+                                         { "max_msgs", -1 },
+                                         { "max_bytes", -1 },
+                                         { "max_msg_size", -1 },
+                                         { "max_age", 0 },
+                                         { "max_msgs_per_subject", 1 },
+                                         { "discard", "new" },
+                                         { "storage", "memory" },
+                                         { "num_replicas", 1 },
+                                         { "allow_direct", true },
+                                         { "allow_rollup_hdrs", true },
+                                         { "deny_delete", true } } );
+}
+
+}  // namespace
+
+NatsBroker::NatsBroker( NatsOptions options )
+   : options_( std::move( options ) ),
+     address_( Address::of( options_.url, options_.caFile ) ),
+     natsOptions_( nullptr, natsOptions_Destroy ),
+     connection_( nullptr, natsConnection_Destroy ),
+     news_( nullptr, natsSubscription_Destroy ),
+     answers_( nullptr, natsSubscription_Destroy ),
+     bucket_( nullptr, natsSubscription_Destroy ) {
+   setUpOptions();
+   trouble_ = "not connected to the broker at " + address_.url() + " yet";
+   due_ = randomlyLater();
+}
+
+NatsBroker::~NatsBroker() = default;
+
+void NatsBroker::setUpOptions() {
+   natsOptions * made = nullptr;
+   held( natsOptions_Create( &made ), "preparing a connection" );
+   natsOptions_.reset( made );
+   auto const jitter = std::max<int64_t>( static_cast<int64_t>( options_.reconnectSeconds * 1000 ), 1 );
+   char const * const what = "preparing a connection";
+   held( natsOptions_SetURL( made, address_.url().c_str() ), what );
+   held( natsOptions_SetName( made, isOwner() ? ownerName.data() : options_.box.c_str() ), what );
+   held( natsOptions_SetTimeout( made, attemptSeconds * 1000 ), what );
+   held( natsOptions_SetMaxReconnect( made, -1 ), what );
+   held( natsOptions_SetReconnectWait( made, 0 ), what );
+   held( natsOptions_SetReconnectJitter( made, jitter, jitter ), what );
+   // Others that the broker knows would be tried without waiting.
+   held( natsOptions_SetIgnoreDiscoveredServers( made, true ), what );
+   // Nothing: 0 would be the default, which is much.
+   held( natsOptions_SetReconnectBufSize( made, 1 ), what );
+   // Without a function it would wait here until it is connected.
+   held( natsOptions_SetRetryOnFailedConnect(
+            made, true, []( natsConnection *, void * ) {}, nullptr ),
+         what );
+   held( natsOptions_SetWriteDeadline( made, writeMilliseconds ), what );
+   held( natsOptions_SetPingInterval( made, pingMilliseconds ), what );
+   if( !options_.keyFile.empty() ) {
+      NKey const key = NKey::fromFile( options_.keyFile );
+      held( natsOptions_SetNKeyFromSeed( made, key.publicText().c_str(), options_.keyFile.c_str() ), "using the key" );
+   }
+   if( address_.tls ) setUpTls();
+}
+
+void NatsBroker::setUpTls() {
+   std::string const & name = options_.serverName.empty() ? address_.host : options_.serverName;
+   held( natsOptions_SetSecure( natsOptions_.get(), true ), "using TLS" );
+   held( natsOptions_LoadCATrustedCertificates( natsOptions_.get(), options_.caFile.c_str() ), "reading the CA file" );
+   held( natsOptions_SetExpectedHostname( natsOptions_.get(), name.c_str() ), "using TLS" );
+}
+
+NatsBroker::Clock::time_point NatsBroker::randomlyLater() {
+   std::uniform_real_distribution<double> part( 0, std::max( options_.reconnectSeconds, 0.0 ) );
+   return Clock::now() +
+          std::chrono::duration_cast<Clock::duration>( std::chrono::duration<double>( part( random_ ) ) );
+}
+
+// --- The connection
+
+void NatsBroker::stateIs( State state, std::string const & trouble ) {
+   trouble_ = trouble;
+   if( state == state_ ) return;
+   bool const news = state == State::up || state_ == State::up;
+   state_ = state;
+   if( news ) options_.told( connected() ? "connected to the broker" : "no connection to the broker: " + trouble );
+}
+
+void NatsBroker::look() {
+   if( !connection_ ) {
+      if( Clock::now() >= due_ ) open();
+      return;
+   }
+   natsConnStatus const status = natsConnection_Status( connection_.get() );
+   // libnats gives up where the broker has refused it twice; it may be let in later.
+   if( status == NATS_CONN_STATUS_CLOSED ) return close( lastError() );
+   if( status != NATS_CONN_STATUS_CONNECTED ) return stateIs( State::away, lastError() );
+   uint64_t const before = std::exchange( reconnects_, reconnects() );
+   if( state_ == State::away || before != reconnects_ ) return handleConnected();
+   if( state_ == State::joined && !isOwner() ) stateIs( State::up, "" );
+   if( state_ == State::joined && Clock::now() - bucketAsked_ > bucketPatience ) askForBucket();
+   if( state_ == State::up ) lookForRefusal();
+}
+
+void NatsBroker::open() {
+   natsConnection * made = nullptr;
+   natsStatus const status = natsConnection_Connect( &made, natsOptions_.get() );
+   connection_.reset( made );
+   dropped_ = 0;
+   reconnects_ = 0;
+   if( !made || ( status != NATS_OK && status != NATS_NOT_YET_CONNECTED ) )
+      return close( natsStatus_GetText( status ) );
+   try {
+      news_ = subscribed( subjectOf( isOwner() ? statusKey( "*" ) : desiredKey( options_.box ) ) );
+      answers_ = subscribed( readInboxOf( isOwner() ? std::string( ownerName ) : options_.box ) );
+      if( isOwner() ) bucket_ = subscribed( std::string( bucketInbox ) );
+   } catch( BrokerFault const & fault ) {
+      return close( fault.what() );
+   }
+}
+
+void NatsBroker::close( std::string const & why ) {
+   bucket_.reset();
+   answers_.reset();
+   news_.reset();
+   connection_.reset();
+   due_ = randomlyLater();
+   stateIs( State::away, why );
+}
+
+NatsBroker::Held<natsSubscription> NatsBroker::subscribed( std::string const & subject ) {
+   natsSubscription * made = nullptr;
+   held( natsConnection_SubscribeSync( &made, connection_.get(), subject.c_str() ), "listening to the broker" );
+   Held<natsSubscription> subscription( made, natsSubscription_Destroy );
+   held( natsSubscription_SetPendingLimits( made, mostPending, mostPendingBytes ), "listening to the broker" );
+   return subscription;
+}
+
+void NatsBroker::handleConnected() {
+   stateIs( State::joined, isOwner() ? "the broker has not made the bucket yet" : "just connected to the broker" );
+   if( isOwner() ) askForBucket();
+}
+
+void NatsBroker::askForBucket() {
+   bucketAsked_ = Clock::now();
+   std::string const what = bucketConfiguration();
+   // Lost, it is asked for again.
+   static_cast<void>( natsConnection_PublishRequest( connection_.get(), makeBucketSubject.data(), bucketInbox.data(),
+                                                     what.data(), static_cast<int>( what.size() ) ) );
+}
+
+void NatsBroker::handleBucket( std::string const & answer ) {
+   boost::system::error_code error;
+   json::value const document = json::parse( answer, error );
+   if( error || !document.is_object() ) {
+      return stateIs( State::joined, "the broker answers, but not as JetStream does: it has none, it seems" );
+   }
+   json::value const * const refusal = document.as_object().if_contains( "error" );
+   if( !refusal ) return stateIs( State::up, "" );
+   json::value const * const number = refusal->is_object() ? refusal->as_object().if_contains( "err_code" ) : nullptr;
+   if( number && number->is_int64() && number->as_int64() == otherConfiguration ) {
+      return stateIs( State::joined, "the broker has a stream " + std::string( bucketStream ) +
+                                        " that is configured otherwise: remove that, it holds nothing that is not sent "
+                                        "again" );
+   }
+   stateIs( State::joined, "the broker does not make the bucket: " + json::serialize( *refusal ) );
+}
+
+// What it has not let us do, as to write another's key: it stays connected, and nothing else would show it.
+void NatsBroker::lookForRefusal() {
+   char const * text = nullptr;
+   if( natsConnection_GetLastError( connection_.get(), &text ) != NATS_NOT_PERMITTED ) return;
+   std::string const refusal = std::string( "the broker refuses: " ) + ( text ? text : "" );
+   if( refusal == trouble_ ) return;
+   trouble_ = refusal;
+   options_.told( refusal );
+}
+
+std::string NatsBroker::lastError() const {
+   char const * text = nullptr;
+   natsStatus const status = natsConnection_GetLastError( connection_.get(), &text );
+   std::string const what = status == NATS_OK ? "waiting to connect" : natsStatus_GetText( status );
+   return address_.url() + ": " + what + ( text && *text ? std::string( " (" ) + text + ")" : "" );
+}
+
+uint64_t NatsBroker::reconnects() const {
+   natsStatistics * made = nullptr;
+   held( natsStatistics_Create( &made ), "looking at the connection" );
+   Held<natsStatistics> const statistics( made, natsStatistics_Destroy );
+   held( natsConnection_GetStats( connection_.get(), made ), "looking at the connection" );
+   uint64_t count = 0;
+   held( natsStatistics_GetCounts( made, nullptr, nullptr, nullptr, nullptr, &count ), "looking at the connection" );
+   return count;
+}
+
+// --- Letters
+
+bool NatsBroker::put( std::string const & key, std::string const & text ) {
+   if( !connected() || natsConnection_Status( connection_.get() ) != NATS_CONN_STATUS_CONNECTED ) return false;
+   return natsConnection_Publish( connection_.get(), subjectOf( key ).c_str(), text.data(),
+                                  static_cast<int>( text.size() ) ) == NATS_OK;
+}
+
+void NatsBroker::read( std::string const & key ) {
+   if( !connected() ) return;
+   std::string const inbox = readInboxOf( isOwner() ? std::string( ownerName ) : options_.box );
+   // Lost, it is asked for again by whoever wants it.
+   static_cast<void>(
+      natsConnection_PublishRequest( connection_.get(), readSubjectOf( key ).c_str(), inbox.c_str(), nullptr, 0 ) );
+}
+
+std::vector<Broker::Letter> NatsBroker::arrived() {
+   look();
+   std::vector<Letter> letters;
+   if( !connection_ ) return letters;
+   if( bucket_ ) {
+      while( auto const answer = nextOf( bucket_.get() ) ) {
+         if( state_ == State::joined ) handleBucket( textOf( answer.get() ) );
+      }
+   }
+   takeFrom( news_.get(), letters );
+   takeFrom( answers_.get(), letters );
+   tellDropped();
+   return letters;
+}
+
+// Null when there is none.
+NatsBroker::Held<natsMsg> NatsBroker::nextOf( natsSubscription * from ) {
+   natsMsg * message = nullptr;
+   natsStatus status = natsSubscription_NextMsg( &message, from, 0 );
+   // Said once, in place of a letter.
+   if( status == NATS_SLOW_CONSUMER ) status = natsSubscription_NextMsg( &message, from, 0 );
+   return { status == NATS_OK ? message : nullptr, natsMsg_Destroy };
+}
+
+void NatsBroker::takeFrom( natsSubscription * from, std::vector<Letter> & into ) {
+   while( auto const message = nextOf( from ) ) {
+      if( auto letter = letterFrom( message.get() ) ) into.push_back( std::move( *letter ) );
+   }
+}
+
+void NatsBroker::tellDropped() {
+   int64_t dropped = 0;
+   if( natsSubscription_GetDropped( news_.get(), &dropped ) != NATS_OK || dropped <= dropped_ ) return;
+   options_.told( std::to_string( dropped - dropped_ ) + " letters of the broker were dropped: they came faster than " +
+                  "they were taken, or all at once" );
+   dropped_ = dropped;
+}
+
+}  // namespace Fleet

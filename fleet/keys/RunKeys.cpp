@@ -1,0 +1,57 @@
+#include <iostream>
+
+#include "keys/KeyStore.h"
+
+namespace Fleet {
+
+namespace {
+
+constexpr char const * reread =
+   "Have the broker read its configuration again: systemctl reload nats-server (SIGHUP).\n";
+
+void initAndTell( KeyStore & keys ) {
+   keys.init();
+   std::cout << "The owner's key is in " << keys.seedFile( "owner" ) << ".\nIn the broker's configuration: include \""
+             << keys.authorizationFile() << "\"\nThen add a key for each box: maintfleet keys add BOX...\n";
+}
+
+void addAndTell( KeyStore & keys, std::vector<std::string> const & boxes ) {
+   keys.add( boxes );
+   for( std::string const & box : boxes ) {
+      std::cout << box << ": take " << keys.seedFile( box ) << " there, readable for its agent alone\n";
+   }
+   std::cout << reread;
+}
+
+void revokeAndTell( KeyStore & keys, std::vector<std::string> const & boxes ) {
+   for( std::string const & box : boxes ) {
+      keys.revoke( box );
+      std::cout << box << ": revoked\n";
+   }
+   std::cout << "They are in until then. " << reread;
+}
+
+void run( KeysOptions const & options ) {
+   KeyStore keys( options.directory );
+   switch( options.verb ) {
+      case KeysOptions::Verb::init: return initAndTell( keys );
+      case KeysOptions::Verb::add: return addAndTell( keys, options.boxes );
+      case KeysOptions::Verb::revoke: return revokeAndTell( keys, options.boxes );
+      case KeysOptions::Verb::list:
+         for( auto const & entry : keys.entries() ) std::cout << entry.publicKey << "  " << entry.name << "\n";
+   }
+}
+
+}  // namespace
+
+int runKeys( KeysOptions const & options ) {
+   try {
+      run( options );
+   } catch( KeyFault const & fault ) {
+      std::cerr << "maintfleet: " << fault.what() << "\n";
+      return 1;
+   }
+   return 0;
+}
+
+}  // namespace Fleet

@@ -1,0 +1,48 @@
+// A broker for tests: nats-server on a free port of this machine, with TLS, JetStream and the keys of a KeyStore, all in
+// a directory that goes with it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "broker/NatsBroker.h"
+#include "keys/KeyStore.h"
+
+namespace Fleet {
+
+class RealBroker {
+ public:
+   // With keys for the owner and these boxes; it runs.
+   explicit RealBroker( std::vector<std::string> const & boxes );
+   RealBroker( RealBroker const & ) = delete;
+   RealBroker & operator=( RealBroker const & ) = delete;
+   ~RealBroker();
+
+   void start();
+   void kill();
+   // Has it read its configuration again.
+   void reload() const;
+
+   [[nodiscard]] KeyStore & keys() { return keys_; }
+   [[nodiscard]] std::string log() const;
+   // A connection of a box, or of the owner where it is "", with the key of the one named.
+   [[nodiscard]] NatsOptions optionsOf( std::string const & box, std::string const & keyOf ) const;
+
+ private:
+   [[nodiscard]] std::string path( std::string const & file ) const { return directory_ + "/" + file; }
+   void writeConfiguration() const;
+
+   std::string const directory_;
+   KeyStore keys_;
+   int port_ = 0;
+   pid_t process_ = 0;  // 0: none runs
+};
+
+// Whether it holds within ten seconds; asked for again and again.
+[[nodiscard]] bool soon( std::function<bool()> const & holds );
+
+}  // namespace Fleet

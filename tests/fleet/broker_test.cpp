@@ -1,0 +1,217 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "RealBroker.h"
+#include "keys/NKey.h"
+#include "keys/Subjects.h"
+
+namespace Fleet {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Letter = Broker::Letter;
+
+// An end of the broker, and all that has come to it.
+struct End {
+   explicit End( NatsOptions options ) : broker( std::move( options ) ) {}
+
+   bool up() {
+      take();
+      return broker.connected();
+   }
+   bool has( Letter const & letter ) {
+      take();
+      return std::ranges::find( letters, letter ) != letters.end();
+   }
+   bool troubled( std::string const & part ) {
+      take();
+      return broker.trouble().find( part ) != std::string::npos;
+   }
+   void take() {
+      for( auto & letter : broker.arrived() ) letters.push_back( std::move( letter ) );
+   }
+
+   NatsBroker broker;
+   std::vector<Letter> letters;
+};
+
+struct BrokerStory : testing::Test {
+   [[nodiscard]] End as( std::string const & box, std::string const & keyOf ) {
+      return End( real.optionsOf( box, keyOf ) );
+   }
+   // Everything that an end has sent until now has been taken by the broker.
+   void settle( End & end, std::string const & box ) {
+      ASSERT_TRUE( end.broker.put( statusKey( box ), "last" ) );
+      ASSERT_TRUE( soon( [&] { return owner.has( { statusKey( box ), "last" } ); } ) );
+   }
+
+   RealBroker real{ { "a", "b" } };
+   End owner{ real.optionsOf( "", "owner" ) };
+};
+
+TEST_F( BrokerStory, statusesComeToTheOwnerAndOrdersToTheirBoxAlsoWhenItIsLate ) {
+   End a = as( "a", "a" );
+   ASSERT_TRUE( soon( [&] { return owner.up() && a.up(); } ) ) << owner.broker.trouble() << real.log();
+   EXPECT_EQ( owner.broker.trouble(), "" );
+   ASSERT_TRUE( a.broker.put( "status.a", "well" ) );
+   EXPECT_TRUE( soon( [&] { return owner.has( { "status.a", "well" } ); } ) );
+   ASSERT_TRUE( owner.broker.put( "desired.a", "old" ) );
+   ASSERT_TRUE( owner.broker.put( "desired.a", "for a" ) );
+   ASSERT_TRUE( owner.broker.put( "desired.b", "for b" ) );
+   EXPECT_TRUE( soon( [&] { return a.has( { "desired.a", "for a" } ); } ) );
+
+   End b = as( "b", "b" );
+   ASSERT_TRUE( soon( [&] { return b.up(); } ) );
+   b.broker.read( "desired.b" );
+   EXPECT_TRUE( soon( [&] { return b.has( { "desired.b", "for b" } ); } ) );
+   owner.letters.clear();
+   // One that is not there is no letter.
+   for( char const * key : { "desired.nobody", "desired.a" } ) owner.broker.read( key );
+   EXPECT_TRUE( soon( [&] { return owner.has( { "desired.a", "for a" } ); } ) );
+   EXPECT_THAT( owner.letters, ElementsAre( Letter{ "desired.a", "for a" } ) );
+}
+
+TEST_F( BrokerStory, aBrokerThatWasAwayIsUsedAgainAndGetsNothingOfTheTimeBetween ) {
+   std::vector<std::string> told;
+   NatsOptions options = real.optionsOf( "a", "a" );
+   options.told = [&]( std::string const & text ) { told.push_back( text ); };
+   End a( options );
+   ASSERT_TRUE( soon( [&] { return owner.up() && a.up(); } ) );
+   ASSERT_TRUE( owner.broker.put( "desired.a", "lost" ) );
+
+   real.kill();
+   ASSERT_TRUE( soon( [&] { return !owner.up() && !a.up(); } ) );
+   EXPECT_NE( a.broker.trouble(), "" );
+   EXPECT_FALSE( a.broker.put( "status.a", "said to nobody" ) );
+   real.start();
+   ASSERT_TRUE( soon( [&] { return owner.up() && a.up(); } ) ) << owner.broker.trouble();
+   EXPECT_THAT( told,
+                ElementsAre( "connected to the broker", HasSubstr( "no connection" ), "connected to the broker" ) );
+
+   owner.letters.clear();
+   settle( a, "a" );
+   EXPECT_THAT( owner.letters, ElementsAre( Letter{ "status.a", "last" } ) );
+   // The bucket was made anew.
+   ASSERT_TRUE( owner.broker.put( "desired.a", "new" ) );
+   owner.broker.read( "desired.a" );
+   EXPECT_TRUE( soon( [&] { return owner.has( { "desired.a", "new" } ); } ) );
+}
+
+// Restarted between two looks, as by an operator, it is still seen to have been away.
+TEST_F( BrokerStory, aConnectionMadeAnewBetweenTwoLooksIsSeenAsLost ) {
+   ASSERT_TRUE( soon( [&] { return owner.up(); } ) );
+   std::size_t const before = real.log().find( "Client connection created" );
+   EXPECT_EQ( before, std::string::npos );  // says nothing of it, so the port is asked
+   real.kill();
+   real.start();
+   End a = as( "a", "a" );
+   ASSERT_TRUE( soon( [&] { return a.up(); } ) );
+   std::this_thread::sleep_for( std::chrono::seconds( 1 ) );
+   owner.take();
+   EXPECT_FALSE( owner.broker.connected() );
+   EXPECT_TRUE( soon( [&] { return owner.up(); } ) );
+}
+
+TEST_F( BrokerStory, aKeyIsGoodForItsOwnBoxAlone ) {
+   End a = as( "a", "a" );
+   End b = as( "b", "b" );
+   ASSERT_TRUE( soon( [&] { return owner.up() && a.up() && b.up(); } ) );
+   ASSERT_TRUE( owner.broker.put( "desired.b", "for b" ) );
+   ASSERT_TRUE( soon( [&] { return b.has( { "desired.b", "for b" } ); } ) );
+
+   ASSERT_TRUE( a.broker.put( "status.b", "forged" ) );
+   EXPECT_TRUE( soon( [&] { return a.troubled( "status.b" ); } ) );
+   ASSERT_TRUE( a.broker.put( "desired.b", "forged" ) );
+   EXPECT_TRUE( soon( [&] { return a.troubled( "desired.b" ); } ) );
+   a.broker.read( "desired.b" );
+   EXPECT_TRUE( soon( [&] { return a.troubled( "DIRECT.GET.KV_fleet.$KV.fleet.desired.b" ); } ) );
+   // With its own key in the place of the other, it does not hear what the other hears.
+   End thief = as( "b", "a" );
+   EXPECT_TRUE( soon( [&] { return thief.troubled( "Subscription" ); } ) ) << thief.broker.trouble();
+   ASSERT_TRUE( owner.broker.put( "desired.b", "secret" ) );
+   settle( a, "a" );
+   thief.take();
+   EXPECT_THAT( thief.letters, ElementsAre() );
+   EXPECT_TRUE( soon( [&] { return b.has( { "desired.b", "secret" } ); } ) );
+   EXPECT_THAT( b.letters, ElementsAre( Letter{ "desired.b", "for b" }, Letter{ "desired.b", "secret" } ) );
+   EXPECT_THAT( owner.letters, ElementsAre( Letter{ "status.a", "last" } ) );
+   EXPECT_THAT( real.log(), HasSubstr( "Publish Violation" ) );
+   EXPECT_THAT( real.log(), HasSubstr( "Subscription Violation" ) );
+}
+
+TEST_F( BrokerStory, nobodyGetsInWithoutAKeyThatHolds ) {
+   End a = as( "a", "a" );
+   ASSERT_TRUE( soon( [&] { return owner.up() && a.up(); } ) );
+   std::string const seed = real.keys().seedFile( "a" );
+   std::string const kept = seed + ".kept";
+   ASSERT_EQ( rename( seed.c_str(), kept.c_str() ), 0 );
+   real.keys().revoke( "a" );
+   ASSERT_EQ( rename( kept.c_str(), seed.c_str() ), 0 );
+   real.reload();
+   EXPECT_TRUE( soon( [&] { return !a.up(); } ) );
+   EXPECT_TRUE( soon( [&] { return a.troubled( "Authorization" ); } ) ) << a.broker.trouble();
+   End nobody = as( "b", "" );
+   EXPECT_TRUE( soon( [&] { return nobody.troubled( "Authorization" ); } ) ) << nobody.broker.trouble();
+   EXPECT_FALSE( a.up() || nobody.up() );
+   EXPECT_THAT( real.log(), HasSubstr( "authentication error" ) );
+   // One that is let in again comes back by itself.
+   real.keys().add( { "c" } );
+   ASSERT_EQ( rename( real.keys().seedFile( "c" ).c_str(), seed.c_str() ), 0 );
+   End c = as( "c", "a" );
+   real.reload();
+   EXPECT_TRUE( soon( [&] { return c.up(); } ) ) << c.broker.trouble();
+}
+
+TEST_F( BrokerStory, whatCouldShowAKeyToOthersIsRefused ) {
+   std::string const seed = real.keys().seedFile( "a" );
+   auto const refusalOf = []( NatsOptions const & options ) -> std::string {
+      try {
+         NatsBroker const broker( options );
+      } catch( std::runtime_error const & fault ) {
+         return fault.what();
+      }
+      return "taken";
+   };
+   NatsOptions const good = real.optionsOf( "a", "a" );
+   EXPECT_EQ( refusalOf( good ), "taken" );
+   for( mode_t const mode : { 0640u, 0604u } ) {
+      ASSERT_EQ( chmod( seed.c_str(), mode ), 0 );
+      EXPECT_THAT( refusalOf( good ), HasSubstr( "open to others" ) );
+   }
+   NatsOptions clear = good;
+   clear.keyFile.clear();
+   clear.caFile.clear();
+   EXPECT_THAT( refusalOf( clear ), HasSubstr( "CA file" ) );
+   for( auto const & [url, refused] : { std::pair{ "nats://127.0.0.1", false },
+                                        { "nats://localhost:4", false },
+                                        { "nats://[::1]:4222", false },
+                                        { "nats://10.0.0.1:4222", true },
+                                        { "nats://broker", true },
+                                        { "http://127.0.0.1", true } } ) {
+      clear.url = url;
+      EXPECT_EQ( refusalOf( clear ) != "taken", refused ) << url;
+   }
+   // Another's certificate will not do.
+   NatsOptions other = good;
+   ASSERT_EQ( chmod( seed.c_str(), 0600 ), 0 );
+   other.serverName = "elsewhere";
+   End a( other );
+   EXPECT_TRUE( soon( [&] { return a.troubled( "SSL" ); } ) ) << a.broker.trouble();
+   EXPECT_FALSE( a.up() );
+}
+
+// As the broker's own tools make and take them.
+TEST( FleetKeys, keysAreInTheBrokersForm ) {
+   NKey const key = NKey::made();
+   EXPECT_EQ( key.seedText().substr( 0, 2 ), "SU" );
+   EXPECT_EQ( key.seedText().size(), 58u );
+   EXPECT_EQ( NKey::fromSeed( key.seedText() ).publicText(), key.publicText() );
+   EXPECT_TRUE( isPublicKey( key.publicText() ) );
+   std::string altered = key.publicText();
+   altered[20] = altered[20] == 'A' ? 'B' : 'A';
+   EXPECT_FALSE( isPublicKey( altered ) );
+   EXPECT_THROW( static_cast<void>( NKey::fromSeed( key.publicText() ) ), KeyFault );
+}
+
+}  // namespace Fleet
