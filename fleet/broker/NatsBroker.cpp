@@ -141,7 +141,7 @@ void NatsBroker::look() {
       return;
    }
    natsConnStatus const status = natsConnection_Status( connection_.get() );
-   // libnats gives up where the broker has refused it twice; it may be let in later.
+   // libnats gives up where the broker refuses it, but it may be let in later.
    if( status == NATS_CONN_STATUS_CLOSED ) return close( lastError() );
    if( status != NATS_CONN_STATUS_CONNECTED ) return stateIs( State::away, lastError() );
    uint64_t const before = std::exchange( reconnects_, reconnects() );
@@ -152,13 +152,15 @@ void NatsBroker::look() {
 }
 
 void NatsBroker::open() {
-   natsConnection * made = nullptr;
-   natsStatus const status = natsConnection_Connect( &made, natsOptions_.get() );
-   connection_.reset( made );
    dropped_ = 0;
    reconnects_ = 0;
-   if( !made || ( status != NATS_OK && status != NATS_NOT_YET_CONNECTED ) )
-      return close( natsStatus_GetText( status ) );
+   // Only the first attempt of a connection says why it has failed. If that is because nobody answers, libnats goes on
+   // trying.
+   int status = attempt( false );
+   std::string const why = lastErrorHere();
+   if( status == NATS_NO_SERVER || status == NATS_TIMEOUT ) status = attempt( true );
+   if( !connection_ ) return close( why );
+   if( status != NATS_OK ) stateIs( State::away, why );
    try {
       news_ = subscribed( subjectOf( isOwner() ? statusKey( "*" ) : desiredKey( options_.box ) ) );
       answers_ = subscribed( readInboxOf( isOwner() ? std::string( ownerName ) : options_.box ) );
@@ -166,6 +168,16 @@ void NatsBroker::open() {
    } catch( BrokerFault const & fault ) {
       return close( fault.what() );
    }
+}
+
+int NatsBroker::attempt( bool untilItIsThere ) {
+   // Without a function it would wait here until it is connected.
+   natsConnectionHandler const nothing = []( natsConnection *, void * ) {};
+   natsConnection * made = nullptr;
+   held( natsOptions_SetRetryOnFailedConnect( natsOptions_.get(), untilItIsThere, nothing, nullptr ), "connecting" );
+   natsStatus const status = natsConnection_Connect( &made, natsOptions_.get() );
+   connection_.reset( made );
+   return status;
 }
 
 void NatsBroker::close( std::string const & why ) {
@@ -225,11 +237,22 @@ void NatsBroker::lookForRefusal() {
    options_.told( refusal );
 }
 
+std::string NatsBroker::lastErrorHere() const {
+   natsStatus status = NATS_OK;
+   char const * const text = nats_GetLastError( &status );
+   return address_.url() + ": " + ( text && *text ? text : natsStatus_GetText( status ) );
+}
+
+// What is known already is better than that no attempt has succeeded since.
 std::string NatsBroker::lastError() const {
    char const * text = nullptr;
    natsStatus const status = natsConnection_GetLastError( connection_.get(), &text );
-   std::string const what = status == NATS_OK ? "waiting to connect" : natsStatus_GetText( status );
-   return address_.url() + ": " + what + ( text && *text ? std::string( " (" ) + text + ")" : "" );
+   bool const known = status != NATS_OK && status != NATS_NO_SERVER;
+   if( !known && state_ == State::away && !trouble_.empty() ) return trouble_;
+   return address_.url() + ": " +
+          ( !known          ? "the connection is lost"
+            : text && *text ? text
+                            : natsStatus_GetText( status ) );
 }
 
 uint64_t NatsBroker::reconnects() const {

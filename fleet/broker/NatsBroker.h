@@ -50,7 +50,8 @@ class NatsBroker final : public Broker {
    [[nodiscard]] std::string trouble() const override { return trouble_; }
    bool put( std::string const & key, std::string const & text ) override;
    void read( std::string const & key ) override;
-   // The first attempt to connect is made in here as well, and may take as long as `attemptSeconds`.
+   // A connection that was never there, or was refused, is tried for in here, which may take twice `attemptSeconds`
+   // where the broker's machine does not answer at all; one that was lost comes back by itself.
    [[nodiscard]] std::vector<Letter> arrived() override;
 
    static constexpr int attemptSeconds = 5;
@@ -66,6 +67,8 @@ class NatsBroker final : public Broker {
    void setUpTls();
    void look();
    void open();
+   // libnats's status; there is a connection_ then, or not.
+   [[nodiscard]] int attempt( bool untilItIsThere );
    void close( std::string const & why );
    void stateIs( State state, std::string const & trouble );
    void handleConnected();
@@ -73,7 +76,8 @@ class NatsBroker final : public Broker {
    void handleBucket( std::string const & answer );
    void lookForRefusal();
    [[nodiscard]] uint64_t reconnects() const;
-   [[nodiscard]] std::string lastError() const;
+   [[nodiscard]] std::string lastErrorHere() const;  // of a call of this thread
+   [[nodiscard]] std::string lastError() const;      // of the connection
    [[nodiscard]] Held<__natsSubscription> subscribed( std::string const & subject );
    [[nodiscard]] Held<__natsMsg> nextOf( __natsSubscription * from );
    void takeFrom( __natsSubscription * from, std::vector<Letter> & into );
