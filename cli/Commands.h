@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Client.h"
+#include "client/Client.h"
 
 namespace Cli {
 

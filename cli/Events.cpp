@@ -12,7 +12,7 @@
 #include <iostream>
 
 #include "Commands.h"
-#include "LineStream.h"
+#include "client/LineStream.h"
 #include "tables/Members.h"
 #include "tables/Printable.h"
 

@@ -11,7 +11,7 @@
 #include <iostream>
 
 #include "Commands.h"
-#include "LineStream.h"
+#include "client/LineStream.h"
 #include "kel/QuantityText.h"
 #include "tables/Printable.h"
 

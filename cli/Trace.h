@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "Client.h"
+#include "client/Client.h"
 
 namespace Cli {
 

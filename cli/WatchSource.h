@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "Client.h"
+#include "client/Client.h"
 #include "watch/Live.h"
 
 namespace Cli {

@@ -13,8 +13,8 @@
 
 #include "Commands.h"
 #include "Events.h"
-#include "Output.h"
 #include "Trace.h"
+#include "client/Output.h"
 #include "tables/Members.h"
 #include "tables/Table.h"
 #include "usage/Usage.h"

@@ -64,12 +64,19 @@ function( ratemon_fast_build target )
    endif()
 endfunction()
 
-# ratemon_library( [NAME n] [SHARED|STATIC] [SELDOM] [LINKS folder...] [EXTERNAL target...] )
+# Where memory is laid out by hand, the sanitizers also look for misaligned and null pointers: to do that everywhere makes a third of
+# all code, and takes as much of the time to compile it. A null pointer that is used stops a program anyway.
+function( ratemon_raw_memory target )
+   target_compile_options( ${target} PRIVATE $<$<CONFIG:Asan>:-fsanitize=null,alignment> )
+endfunction()
+
+# ratemon_library( [NAME n] [SHARED|STATIC] [SELDOM] [RAW] [LINKS folder...] [EXTERNAL target...] )
 # The folder as a library, named as the folder unless NAME says otherwise. A folder of headers only becomes an interface library.
 # Platform folders are SHARED, so that a program and the plug-in it loads have one copy of every global.
 # SELDOM: its code runs at the start or when somebody asks, and is to be small rather than fast.
+# RAW: it lays out memory by hand (see above).
 function( ratemon_library )
-   cmake_parse_arguments( PARSE_ARGV 0 arg "SHARED;STATIC;SELDOM" "NAME" "LINKS;EXTERNAL" )
+   cmake_parse_arguments( PARSE_ARGV 0 arg "SHARED;STATIC;SELDOM;RAW" "NAME" "LINKS;EXTERNAL" )
    if( NOT arg_NAME )
       get_filename_component( arg_NAME "${CMAKE_CURRENT_SOURCE_DIR}" NAME )
    endif()
@@ -90,6 +97,9 @@ function( ratemon_library )
       set_target_properties( ${arg_NAME} PROPERTIES OUTPUT_NAME "ratemon-${arg_NAME}" )
       if( arg_SELDOM )
          target_compile_options( ${arg_NAME} PRIVATE $<$<CONFIG:Release>:-Os> )
+      endif()
+      if( arg_RAW )
+         ratemon_raw_memory( ${arg_NAME} )
       endif()
       set( scope PUBLIC )
    endif()
@@ -158,7 +168,7 @@ endfunction()
 
 # One test program, of which ctest runs as many processes as SHARDS says, each with its share of the cases.
 function( ratemon_test_program name )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS" "SOURCES;LINKS;EXTERNAL;PROGRAMS" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS;COST" "SOURCES;LINKS;EXTERNAL;PROGRAMS" )
    add_executable( ${name} ${arg_SOURCES} )
    set_target_properties( ${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests" )
    # What is tested is optimised, the telling of the test need not be: compiling it was half of a release build.
@@ -174,15 +184,20 @@ function( ratemon_test_program name )
       add_test( NAME ${name}/${shard} COMMAND ${name} )
       set_tests_properties( ${name}/${shard} PROPERTIES TIMEOUT ${ratemonTestTimeoutSeconds}
          ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_SHARDS};GTEST_SHARD_INDEX=${index}" )
+      if( arg_COST )
+         set_tests_properties( ${name}/${shard} PROPERTIES COST ${arg_COST} )
+      endif()
    endforeach()
 endfunction()
 
-# ratemon_tests( DIR [SHARDS n] [ALONE name...] [LINKS folder...] [EXTERNAL target...] [PROGRAMS target...] )
+# ratemon_tests( DIR [SHARDS n] [COST seconds] [ALONE name...] [LINKS folder...] [EXTERNAL target...] [PROGRAMS target...] )
 # The sources in DIR are one test program, DIR_test. SHARDS processes of it, two unless said otherwise, share its cases.
+# COST is about what one of them takes where nothing was run before: ctest starts the longest first, so that none is left to run by
+# itself at the end.
 # <name>_test.cpp of ALONE changes what its whole process does, and is a program of its own with those sources of DIR that are no
 # tests. A test reads files of the tree below RATEMON_SOURCE_DIR and reaches PROGRAMS by their paths (see above).
 function( ratemon_tests dir )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS" "ALONE;LINKS;EXTERNAL;PROGRAMS" )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "SHARDS;COST" "ALONE;LINKS;EXTERNAL;PROGRAMS" )
    if( NOT arg_SHARDS )
       set( arg_SHARDS 2 )
    endif()
@@ -196,7 +211,7 @@ function( ratemon_tests dir )
       ratemon_test_program( ${dir}_${name}_test SHARDS 1 SOURCES "${here}/${name}_test.cpp" ${shared} ${same} )
    endforeach()
    if( sources )
-      ratemon_test_program( ${dir}_test SHARDS ${arg_SHARDS} SOURCES ${sources} ${same} )
+      ratemon_test_program( ${dir}_test SHARDS ${arg_SHARDS} COST "${arg_COST}" SOURCES ${sources} ${same} )
    endif()
 endfunction()
 

@@ -2,6 +2,7 @@
 
 #include <malloc.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -50,6 +51,16 @@ std::vector<Mapping> filePages() {
    return found;
 }
 
+// Bytes of files that are in memory (proc_pid_statm(5)); 0 where the system does not say.
+std::size_t residentOfFiles() {
+   std::ifstream statm( "/proc/self/statm" );
+   std::size_t size = 0;
+   std::size_t resident = 0;
+   std::size_t ofFiles = 0;
+   statm >> size >> resident >> ofFiles;
+   return ofFiles * static_cast<std::size_t>( sysconf( _SC_PAGESIZE ) );
+}
+
 }  // namespace
 
 // Otherwise the bound from which they are mapped grows with every large piece that was let go of (mallopt(3)).
@@ -64,11 +75,21 @@ void returnMemory() {
 
 void returnMemoryOfBursts() {
    constexpr std::size_t much = 1 << 20;  // bytes
-   // What was given back stays free in the heap's own count, so only what has come free beyond that is news.
-   static std::size_t known = 0;
+   constexpr int pause = 30;              // times that this is asked
+   // What was given back stays free in the heap's own count, and what of the files is in constant use is soon in memory
+   // again; so only what has come beyond that is news.
+   static std::size_t knownFree = 0;
+   static std::size_t knownOfFiles = 0;
+   static int since = pause;
    std::size_t const free = mallinfo2().fordblks;
-   if( free > known + much ) returnMemory();
-   known = free;
+   std::size_t const ofFiles = residentOfFiles();
+   if( ++since == 1 ) knownOfFiles = ofFiles;
+   // For the files alone not often: somebody may ask for something great every minute, and has them read in each time.
+   if( free > knownFree + much || ( ofFiles > knownOfFiles + much && since > pause ) ) {
+      returnMemory();
+      since = 0;
+   }
+   knownFree = free;
 }
 
 }  // namespace Host

@@ -14,8 +14,9 @@ void limitHeap();
 // something great that does not come often.
 void returnMemory();
 
-// The same where much has come free in the heap since this was asked last: a request that concerns thousands of links
-// leaves megabytes behind it. To be asked now and then.
+// The same where much has come free in the heap since this was asked last, or much of program and libraries has come
+// into memory since it was given back: a request that concerns thousands of links leaves megabytes of either behind it.
+// To be asked every ten seconds.
 void returnMemoryOfBursts();
 
 }  // namespace Host

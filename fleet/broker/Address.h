@@ -18,8 +18,9 @@ struct Address {
    uint16_t port = 4222;
    bool tls = false;
 
-   // Of "nats://HOST[:PORT]" or "tls://HOST[:PORT]". `caFile`, empty where there is none, is what the broker's certificate
-   // must descend from; with it there is always TLS. Throws BrokerFault, also where a key would be shown to a network.
+   // Of "nats://HOST[:PORT]" or "tls://HOST[:PORT]". `caFile`, empty where there is none, is what the broker's
+   // certificate must descend from; with it there is always TLS. Throws BrokerFault, also where a key would be shown to
+   // a network.
    [[nodiscard]] static Address of( std::string const & url, std::string const & caFile );
    // As libnats takes it.
    [[nodiscard]] std::string url() const;

@@ -54,6 +54,7 @@ void readKeys( Draft & in, Value const & value, std::string_view what, Key<T> co
 void checkKeyName( Draft & in, Position at, std::string const & what, std::string const & name ) {
    auto const fits = []( char c ) { return std::isalnum( static_cast<unsigned char>( c ) ) || c == '-' || c == '_'; };
    if( name.empty() ) return addProblem( in.problems, at, "a " + what + " must not be empty" );
+   if( name == "owner" ) return addProblem( in.problems, at, "'owner' is the name of the fleet's owner in the broker" );
    if( std::ranges::all_of( name, fits ) ) return;
    addProblem( in.problems, at,
                what + " '" + name + "' may only have letters, digits, '-' and '_': it is part of keys in the broker" );
@@ -198,7 +199,7 @@ Inventory readInventory( std::string const & text, std::string const & fileName 
       }
       checkBudgetsHold( draft );
    } catch( YAML::Exception const & fault ) {
-      addProblem( draft.problems, { fault.mark.line + 1, fault.mark.column + 1 }, fault.msg );
+      addSyntaxProblem( draft.problems, fault, text );
    }
    if( !draft.problems.empty() ) throw ConfigError( fileName, std::move( draft.problems ) );
    return Inventory( std::move( draft.boxes ), draft.budgets, draft.heartbeatSeconds );

@@ -1,9 +1,9 @@
-// How a fleet's keys are named in the broker: what boxes and owner send to and listen to there, and so what each of them
-// is allowed to.
+// How a fleet's keys are named in the broker: what boxes and owner send to and listen to there, and so what each of
+// them is allowed to.
 //
 // A key "status.spine-3a" is the subject "$KV.fleet.status.spine-3a" of the stream KV_fleet, which is how key-value
-// buckets lie in JetStream. Whoever reads a key directly says where the answer is to go: each has one subject of its own
-// for that, named exactly, so that nobody needs leave to listen to more.
+// buckets lie in JetStream. Whoever reads a key directly says where the answer is to go: each has one subject of its
+// own for that, named exactly, so that nobody needs leave to listen to more.
 #pragma once
 
 #include <string>

@@ -84,7 +84,8 @@ std::string Dispatcher::silence( std::string const & box, double now ) const {
    Heard const * const its = heard( box );
    if( !its ) return "not heard of yet";
    double const since = now - its->at;
-   if( since > silentHeartbeats * inventory_.heartbeatSeconds() ) return "silent for " + Kel::durationText( since );
+   if( since > silentHeartbeats * inventory_.heartbeatSeconds() )
+      return "silent for " + Kel::durationText( std::floor( since ) );
    return its->status.trouble;
 }
 

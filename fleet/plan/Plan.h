@@ -31,9 +31,9 @@ struct WaveSize {
 // Which units: of the boxes that are named, or of all when none is, those boxes with all of the labels, and of them the
 // units of that name, or all.
 struct Selection {
-   std::vector<std::string> boxes;
-   Labels labels;
-   std::string unit;
+   std::vector<std::string> boxes = {};
+   Labels labels = {};
+   std::string unit = {};
 
    bool operator==( Selection const & ) const = default;
 };

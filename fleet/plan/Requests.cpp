@@ -116,11 +116,11 @@ Step Dispatcher::stepAnew( Plan const & plan, Member const & member, double now 
    if( member.step == Step::waiting || !slot ) return member.step;
    if( !slot->open && slot->order.want != Want::service ) return Step::waiting;
    UnitStatus const * const unit = statusOf( member.unit );
-   bool const taken = unit && unit->acknowledged >= slot->order.number && unit->outcome != Outcome::expired &&
-                      unit->outcome != Outcome::refused;
-   if( member.step == Step::returning && slot->open && !taken ) {
-      order( member.unit, Want::service, plan.id, &plan.request, now );
-   }
+   bool const seen = unit && unit->acknowledged >= slot->order.number;
+   bool const refused = seen && ( unit->outcome == Outcome::expired || unit->outcome == Outcome::refused );
+   if( !slot->open || ( seen ? !refused : now <= slot->order.expires ) ) return member.step;
+   // The unit counts as out all the while, so this needs no other leave.
+   order( member.unit, slot->order.want, plan.id, &plan.request, now );
    return member.step;
 }
 

@@ -74,8 +74,8 @@ std::string EventStream::next( std::size_t bytes ) {
    std::string lines;
    EventLog::Entry const * entry = log_->next( at_ );
    for( ; entry && lines.size() < bytes; entry = log_->next( at_ ) ) {
-      at_ = entry->event.seq;
-      if( !wanted_ || wanted_( entry->event ) ) lines += entry->line();
+      at_ = entry->seq();
+      if( !wanted_ || wanted_( entry->event() ) ) lines += entry->line();
    }
    if( stopping_ && !entry ) return lines + lastLine( "stopping" );
    waiting_ = lines.empty();

@@ -8,10 +8,10 @@ using KelQuill::Rows;
 
 ListedLinks::Link CounterFeed::found( int index ) const {
    ListedLinks::Link link{ index, ListedLinks::noRow, {}, {} };
-   auto const known = links_.interfaces().find( index );
-   if( known == links_.interfaces().end() ) return link;  // new, and its notice not read yet
-   link.row = counters_.row( known->second ).value_or( ListedLinks::noRow );
-   if( auto const offset = offsets_.find( known->second ); offset != offsets_.end() ) link.offset = offset->second;
+   Lumo::IntfId const intf = links_.interface( index );
+   if( intf.empty() ) return link;  // new, and its notice not read yet
+   link.row = counters_.row( intf ).value_or( ListedLinks::noRow );
+   if( auto const offset = offsets_.find( intf ); offset != offsets_.end() ) link.offset = offset->second;
    return link;
 }
 
@@ -52,7 +52,7 @@ void CounterFeed::refresh( Rows rows ) {
 // Whether its counters have started again.
 bool CounterFeed::publish( ListedLinks::Link const & listed, Rows rows ) {
    // By name and not by index: a device that is made again has another index, and must go on under its name.
-   Lumo::IntfId const intf = links_.interfaces().at( listed.index );
+   Lumo::IntfId const intf = links_.interface( listed.index );
    if( !counters_.wants( intf, rows ) ) return false;
    auto const offset = offsets_.find( intf );
    auto const last = counters_.lastCounters( intf );

@@ -33,12 +33,17 @@ int rankOf( IntfKind kind ) { return kind == IntfKind::vlan ? 2 : kind == IntfKi
 LinkFeed::LinkFeed( Service::LinkRecords & links, KelQuill::CounterWriter & counters, Tell tell, OnLink onLink )
    : links_( links ), counters_( counters ), tell_( std::move( tell ) ), onLink_( std::move( onLink ) ) {}
 
+Lumo::IntfId LinkFeed::interface( int index ) const {
+   auto const found = known_.find( index );
+   return found == known_.end() || !found->second.published ? Lumo::IntfId() : found->second.intf;
+}
+
 void LinkFeed::onLink( Link const & link ) {
    bool const isNew = !known_.contains( link.index );
    Known & known = known_[link.index];
    known.intf = Lumo::IntfId( link.name );
-   Place place{ link.master, isVlan( link ) ? link.parent : 0, link.kind, link.vlanId, link.vlanAware };
-   if( isNew || known.place != place ) placeIs( link.index, known.place, std::move( place ) );
+   Place const place{ link.master, isVlan( link ) ? link.parent : 0, kept( link.kind ), link.vlanId, link.vlanAware };
+   if( isNew || known.place != place ) placeIs( link.index, known.place, place );
    if( onLink_ ) onLink_( known.intf );
    bool const up = link.oper == Linux::Oper::up;
    if( !known.published || known.report.up == up ) return;
@@ -50,13 +55,12 @@ void LinkFeed::onLinkGone( Link const & link ) {
    auto const gone = known_.extract( link.index );
    if( !gone ) return;
    Known & known = gone.mapped();
+   // The other way round than it came. That the index is not known any more comes first, because a read that still
+   // found it would write to a row that is not there, which is a failed assertion.
+   if( known.published ) ++generation_;
    placeIs( link.index, known.place, {} );
    if( onLink_ ) onLink_( known.intf );
    if( !known.published ) return;
-   // The other way round than it came. The index first, because a read that still found it would write to a row that
-   // is not there, which is a failed assertion.
-   interfaces_.erase( link.index );
-   ++generation_;
    links_.linkDel( known.intf );
    rowDel( known.intf );
 }
@@ -66,8 +70,8 @@ void LinkFeed::onVlans( int port ) {
    if( known != known_.end() ) touch( known->second.place.master );
 }
 
-void LinkFeed::placeIs( int index, Place & present, Place place ) {
-   Place const before = std::exchange( present, std::move( place ) );
+void LinkFeed::placeIs( int index, Place & present, Place const & place ) {
+   Place const before = std::exchange( present, place );
    remove( belonging_, before.master, index );
    remove( above_, before.below, index );
    if( present.master ) belonging_[present.master].insert( index );
@@ -109,11 +113,10 @@ std::vector<Link const *> LinkFeed::stale( LinkTable const & table ) const {
 void LinkFeed::publish( Link const & link, LinkReport const & report ) {
    Known & known = known_.at( link.index );
    if( known.published && known.report == report ) return;
-   known.published = true;
-   known.report = report;
    // Row before record: whoever hears of the interface finds its counters. The index before both, so that every read
    // from here on fills the row.
-   interfaces_.insert_or_assign( link.index, known.intf );
+   known.published = true;
+   known.report = report;
    ++generation_;
    if( report.kind == IntfKind::ethernet ) rowIs( known.intf );
    links_.linkIs( known.intf, report );

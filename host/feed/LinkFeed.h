@@ -12,6 +12,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -31,9 +32,9 @@ class LinkFeed final : public Linux::LinkListener {
    // Both outlive this.
    LinkFeed( Service::LinkRecords & links, KelQuill::CounterWriter & counters, Tell tell, OnLink onLink = {} );
 
-   // By kernel index, the interfaces that exist.
-   [[nodiscard]] std::unordered_map<int, Lumo::IntfId> const & interfaces() const { return interfaces_; }
-   // Another whenever these change.
+   // The interface with that kernel index; empty where there is none.
+   [[nodiscard]] Lumo::IntfId interface( int index ) const;
+   // Another whenever one of these is.
    [[nodiscard]] uint32_t generation() const { return generation_; }
 
    void onLink( Linux::Link const & link ) override;
@@ -45,8 +46,8 @@ class LinkFeed final : public Linux::LinkListener {
    // Where a link stands among the others, and what of it they look at.
    struct Place {
       int master = 0;
-      int below = 0;  // of a VLAN link
-      std::string kind;
+      int below = 0;          // of a VLAN link
+      std::string_view kind;  // one of kinds_
       int vlanId = 0;
       bool vlanAware = false;
 
@@ -54,13 +55,14 @@ class LinkFeed final : public Linux::LinkListener {
    };
    struct Known {
       Lumo::IntfId intf;
-      Place place;
       bool published = false;
+      Place place;
       Service::LinkReport report;  // as published
    };
    using Indices = std::unordered_map<int, std::set<int>>;
 
-   void placeIs( int index, Place & present, Place place );
+   [[nodiscard]] std::string_view kept( std::string const & kind ) { return *kinds_.insert( kind ).first; }
+   void placeIs( int index, Place & present, Place const & place );
    void touch( int index );
    [[nodiscard]] std::vector<Linux::Link const *> stale( Linux::LinkTable const & table ) const;
    void publish( Linux::Link const & link, Service::LinkReport const & report );
@@ -74,8 +76,8 @@ class LinkFeed final : public Linux::LinkListener {
    KelQuill::CounterWriter & counters_;
    Tell const tell_;
    OnLink const onLink_;
-   std::unordered_map<int, Lumo::IntfId> interfaces_;
    uint32_t generation_ = 0;
+   std::set<std::string, std::less<>> kinds_;  // all there ever were: the kernel has some dozen
    std::unordered_map<int, Known> known_;
    Indices belonging_;               // by master
    Indices above_;                   // VLAN links by the link below

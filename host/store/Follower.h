@@ -2,14 +2,19 @@
 //
 // One for each entity of a kept directory, nested as they are; the keeper owns those of the mounted directories. Knows
 // neither rows nor the store. What an entity that goes took with it is told once, by its own path.
+//
+// There are two for each interface of a unit in maintenance, so they are small: a follower is itself a node of the set
+// that it is in, by its entity's name, and its path is put together whenever somebody asks for it.
 #pragma once
 
 #include <boost/intrusive/list.hpp>
+#include <boost/intrusive/set.hpp>
+#include <cstddef>
 #include <cstdint>
-#include <map>
+#include <functional>
 #include <memory>
 #include <string>
-#include <utility>
+#include <string_view>
 
 #include "kel/Entity.h"
 
@@ -21,7 +26,7 @@ class FollowerListener {
  public:
    virtual ~FollowerListener() = default;
 
-   // An entity is followed from now on; it may be there since long, or new.
+   // An entity is followed from now on; it may be there since long, or new. Nothing below it is yet.
    virtual void followed( Follower & follower ) = 0;
    // An attribute that its row shows is another. `key` as in Kel::Watcher.
    virtual void changed( Follower & follower, Kel::AttributeInfo const & attribute ) = 0;
@@ -33,23 +38,33 @@ class FollowerListener {
 
 // In one of its owner's lists at a time, from which it goes with its end.
 using FollowerHook = boost::intrusive::list_base_hook<boost::intrusive::link_mode<boost::intrusive::auto_unlink>>;
+// In the set of the follower above it, which owns it.
+using BelowHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
 
-class Follower final : public Kel::Watcher, public FollowerHook {
+class Follower final : public Kel::Watcher, public FollowerHook, public BelowHook {
  public:
    // What its owner has noted of it.
    enum class Noted : uint8_t { nothing, passing, now };
    // What an entity is in: mounted, a directory of any type, another record.
    enum class In : uint8_t { database, dir, record };
 
-   // `listener` outlives this. `intfNamed`: the key of the entity is an interface.
-   Follower( FollowerListener & listener, Kel::Ptr<Kel::Entity> const & entity, std::string path, In in,
-             bool intfNamed );
+   // A kept directory, which outlives all that follow what is in it.
+   struct Mount {
+      FollowerListener & listener;
+      std::string path;
+   };
+
+   // Of what is mounted there.
+   Follower( Mount const & mount, Kel::Ptr<Kel::Entity> const & entity );
+   // Of what is in an attribute of the entity that `above` follows, which takes it.
+   Follower( Follower const & above, Kel::AttributeInfo const & attribute, Kel::Ptr<Kel::Entity> const & entity );
    ~Follower() override;
 
    [[nodiscard]] Kel::Entity & entity() const { return *entity_; }
-   [[nodiscard]] std::string const & path() const { return path_; }
+   [[nodiscard]] std::string path() const;
    [[nodiscard]] In in() const { return in_; }
-   [[nodiscard]] bool intfNamed() const { return intfNamed_; }
+   // Whether the key of the entity is an interface.
+   [[nodiscard]] bool intfNamed() const;
 
    // Where something is noted, it does not tell of attributes that change with every sample: that saves each sample a
    // dozen calls.
@@ -58,20 +73,33 @@ class Follower final : public Kel::Watcher, public FollowerHook {
       noted_ = noted;
       entity_->watcherHearsPassingIs( *this, noted == Noted::nothing );
    }
+   // In a row of some followers that its owner keeps, from 1 on; 0: it is not in it.
+   [[nodiscard]] uint32_t place() const { return place_; }
+   void placeIs( uint32_t place ) { place_ = place; }
+
+   // Those of what is in its entity. In the order of their names, from the first whose name comes after that; until
+   // `visit` says false, and while none comes or goes.
+   using Visit = std::function<bool( Follower & )>;
+   void eachBelow( std::string_view after, Visit const & visit ) const;
+   [[nodiscard]] std::size_t countBelow() const;
 
    void onAttribute( Kel::Entity const & e, Kel::AttributeInfo const & attribute, std::string const * key ) override;
 
  private:
+   class Below;
+
+   void begin();
    void followChild( Kel::AttributeInfo const & attribute, std::string const & key );
    [[nodiscard]] std::string childPath( Kel::AttributeInfo const & attribute, std::string const & key ) const;
 
-   FollowerListener & listener_;
+   Mount const & mount_;
    Kel::Ptr<Kel::Entity> const entity_;
+   Follower const * const above_ = nullptr;                // none for what is mounted
+   Kel::AttributeInfo const * const attribute_ = nullptr;  // of the entity above
+   uint32_t place_ = 0;
    Noted noted_ = Noted::nothing;
-   In const in_;
-   bool const intfNamed_;
-   std::string const path_;
-   std::map<std::pair<Kel::AttributeInfo const *, std::string>, std::unique_ptr<Follower>> below_;
+   In const in_ = In::database;
+   std::unique_ptr<Below> below_;  // null: nothing was ever in it
 };
 
 }  // namespace Host

@@ -1,6 +1,8 @@
 #include "store/Keeper.h"
 
 #include <algorithm>
+#include <boost/container/flat_map.hpp>
+#include <list>
 #include <set>
 #include <unordered_map>
 #include <unordered_set>
@@ -62,8 +64,19 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
 
  private:
    using Kind = std::pair<uint8_t, uint16_t>;  // and the VLAN id
+   // In a row, as there is one for each interface. Many are added at a time, never one by one.
+   using Kinds = boost::container::flat_map<Lumo::IntfId, Kind>;
+   using Declared = std::unordered_map<Lumo::IntfId, Kind>;
    using Followers = boost::intrusive::list<Follower, boost::intrusive::constant_time_size<false>>;
    using Noted = Follower::Noted;
+   // A kept directory, and who follows it.
+   struct Top {
+      Top( FollowerListener & listener, std::string path, Kel::Ptr<Kel::Entity> const & entity )
+         : mount{ listener, std::move( path ) }, follower( mount, entity ) {}
+
+      Follower::Mount const mount;
+      Follower follower;
+   };
    // What a transaction takes along.
    enum class Take { noted, passingToo };
 
@@ -93,18 +106,18 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    void note( Follower & follower, Noted how );
    [[nodiscard]] bool anythingNoted() const;
    bool commit( Take take );
-   [[nodiscard]] Store::Changes collect( Take take );
-   static void collectRow( Follower const & follower, Store::Changes & changes );
-   static void collectNames( Follower const & follower, std::set<std::string> & names );
-   void collectKinds( std::set<std::string> const & names, Store::Changes & changes ) const;
+   void write( Take take, Store::Transaction & to, Declared & declared );
+   static void writeRow( Follower const & follower, Store::Transaction & to );
+   void writeKinds( Follower const & follower, Store::Transaction & to, Declared & declared ) const;
+   void writeKind( std::string const & name, Store::Transaction & to, Declared & declared ) const;
    void failed( std::string const & why );
-   void succeeded( Store::Changes const & changes, Take take );
+   void succeeded( Declared const & declared, Take take );
 
    Parts const parts_;
-   std::unordered_set<std::string> restored_;     // paths of rows whose record is not followed yet
-   std::unordered_map<std::string, Kind> kinds_;  // as they are in the store, by the interface's name
-   Followers noted_;                              // to be on disk at the end of the turn
-   Followers passing_;                            // to be on disk when it is due
+   std::unordered_set<std::string> restored_;  // paths of rows whose record is not followed yet
+   Kinds kinds_;                               // as they are in the store
+   Followers noted_;                           // to be on disk at the end of the turn
+   Followers passing_;                         // to be on disk when it is due
    Passing numbers_;
    std::set<std::string> deleted_;  // paths
    SeriesTurns series_;
@@ -112,7 +125,7 @@ class Keeper::Impl final : public Kel::TurnEnd, public FollowerListener {
    double pause_ = 0;  // s, before it was tried last
    Timer passingDue_;
    Timer retryDue_;
-   std::vector<std::unique_ptr<Follower>> top_;
+   std::list<Top> top_;
 };
 
 // What was kept
@@ -138,21 +151,21 @@ void Keeper::Impl::load() {
 }
 
 void Keeper::Impl::loadKinds() {
+   Declared declared;
    for( auto const & [name, kind, vlanId] : parts_.store.declared() ) {
       if( name.empty() || !Lumo::enumName( static_cast<Lumo::IntfKind>( kind ) ) ) {
          throw StoreError(
             StoreError::Kind::damaged, parts_.store.path(),
             "is damaged: it says of the interface \"" + name + "\" that it is of kind " + std::to_string( kind ) );
       }
-      Lumo::IntfId::declare( name, static_cast<Lumo::IntfKind>( kind ), vlanId );
-      kinds_[name] = { kind, vlanId };
+      declared[Lumo::IntfId::declare( name, static_cast<Lumo::IntfKind>( kind ), vlanId )] = { kind, vlanId };
    }
+   kinds_.insert( declared.begin(), declared.end() );
 }
 
 void Keeper::Impl::follow( std::vector<std::string> const & mounted ) {
    for( std::string const & path : mounted ) {
-      top_.push_back( std::make_unique<Follower>( *this, parts_.database->getEntity( path ), Records::rowPath( path ),
-                                                  Follower::In::database, false ) );
+      top_.emplace_back( *this, Records::rowPath( path ), parts_.database->getEntity( path ) );
    }
    restored_.clear();
 }
@@ -160,7 +173,7 @@ void Keeper::Impl::follow( std::vector<std::string> const & mounted ) {
 // What has changed
 
 void Keeper::Impl::followed( Follower & follower ) {
-   bool const inStore = restored_.erase( follower.path() ) > 0;
+   bool const inStore = !restored_.empty() && restored_.erase( follower.path() ) > 0;
    series_.add( follower, inStore );
    if( inStore || !Records::hasRow( follower.entity(), follower.in() == Follower::In::database ) ) return;
    note( follower, Noted::now );
@@ -181,7 +194,7 @@ void Keeper::Impl::changed( Follower & follower, Kel::AttributeInfo const & attr
 
 void Keeper::Impl::note( Follower & follower, Noted how ) {
    if( follower.noted() >= how ) return;
-   follower.unlink();
+   follower.FollowerHook::unlink();
    ( how == Noted::now ? noted_ : passing_ ).push_back( follower );
    follower.notedIs( how );
 }
@@ -213,71 +226,65 @@ void Keeper::Impl::handleRetry() {
 }
 
 bool Keeper::Impl::commit( Take take ) {
-   Store::Changes const changes = collect( take );
+   Declared declared;
    try {
-      parts_.store.commit( changes );
+      parts_.store.transact( [&]( Store::Transaction & to ) { write( take, to, declared ); } );
    } catch( StoreError const & error ) {
       failed( error.what() );
       return false;
    }
-   succeeded( changes, take );
+   succeeded( declared, take );
    return true;
 }
 
-Store::Changes Keeper::Impl::collect( Take take ) {
-   Store::Changes changes;
-   changes.deleted.assign( deleted_.begin(), deleted_.end() );
-   std::set<std::string> names;
+void Keeper::Impl::write( Take take, Store::Transaction & to, Declared & declared ) {
+   // First, as something else may be at such a path by now.
+   for( std::string const & path : deleted_ ) to.del( path );
    std::vector<Passing::Monitor const *> monitors;
    for( Follower const & follower : noted_ ) {
-      collectRow( follower, changes );
-      collectNames( follower, names );
+      writeRow( follower, to );
+      writeKinds( follower, to, declared );
       if( auto const * const monitor = Passing::monitor( follower.entity() ) ) monitors.push_back( monitor );
    }
    if( take == Take::passingToo ) {
       for( Follower const & follower : passing_ ) {
          auto const * const monitor = Passing::monitor( follower.entity() );
-         monitor ? monitors.push_back( monitor ) : collectRow( follower, changes );
+         monitor ? monitors.push_back( monitor ) : writeRow( follower, to );
       }
    }
    for( Follower const * const follower : series_.due() ) {
       // An empty one says no more than none.
-      auto bytes = Records::seriesOf( follower->entity() );
-      if( !bytes.empty() ) changes.series.push_back( { follower->path(), std::move( bytes ) } );
+      std::string const bytes = Records::seriesOf( follower->entity() );
+      if( !bytes.empty() ) to.putSeries( follower->path(), bytes );
    }
-   numbers_.add( *parts_.database, monitors, changes );
-   collectKinds( names, changes );
-   changes.moment = Store::Moment{ parts_.boot, Kel::now(), parts_.clockShift, parts_.wallTime() };
-   return changes;
+   numbers_.write( *parts_.database, monitors, to );
+   to.momentIs( { parts_.boot, Kel::now(), parts_.clockShift, parts_.wallTime() } );
 }
 
-void Keeper::Impl::collectRow( Follower const & follower, Store::Changes & changes ) {
+void Keeper::Impl::writeRow( Follower const & follower, Store::Transaction & to ) {
    auto value = Records::rowValue( follower.entity(), follower.in() == Follower::In::dir );
-   changes.written.push_back(
-      { follower.path(), RowText::of( Kel::Value( Kel::Value::Content( std::move( value ) ) ) ) } );
+   to.put( follower.path(), RowText::of( Kel::Value( Kel::Value::Content( std::move( value ) ) ) ) );
 }
 
-// Those of interfaces that its row mentions.
-void Keeper::Impl::collectNames( Follower const & follower, std::set<std::string> & names ) {
+// Of the interfaces that its row mentions.
+void Keeper::Impl::writeKinds( Follower const & follower, Store::Transaction & to, Declared & declared ) const {
    Kel::Entity const & e = follower.entity();
-   if( follower.intfNamed() ) names.insert( e.name() );
+   if( follower.intfNamed() ) writeKind( e.name(), to, declared );
    for( auto const & attribute : e.kelTypeInfo().attributes() ) {
       if( !Records::inRow( *attribute ) || attribute->keyTypeName() != "Lumo::IntfId" ) continue;
-      for( std::string & key : attribute->keys( e ) ) names.insert( std::move( key ) );
+      for( std::string const & key : attribute->keys( e ) ) writeKind( key, to, declared );
    }
 }
 
-// Of those that are mentioned and are not in the store as they are now. A sub-interface whose name says what it divides
-// needs none, and would forget that by it.
-void Keeper::Impl::collectKinds( std::set<std::string> const & names, Store::Changes & changes ) const {
-   for( std::string const & name : names ) {
-      auto const intf = Lumo::IntfId::known( name );
-      if( !intf || intf->empty() || intf->baseKind() != intf->kind() ) continue;
-      Kind const kind{ static_cast<uint8_t>( intf->kind() ), vlanIdOf( *intf ) };
-      auto const stored = kinds_.find( name );
-      if( stored != kinds_.end() && stored->second == kind ) continue;
-      changes.declared.push_back( { name, kind.first, kind.second } );
-   }
+// Unless it is in the store as it is now. A sub-interface whose name says what it divides needs none, and would forget
+// that by it.
+void Keeper::Impl::writeKind( std::string const & name, Store::Transaction & to, Declared & declared ) const {
+   auto const intf = Lumo::IntfId::known( name );
+   if( !intf || intf->empty() || intf->baseKind() != intf->kind() ) return;
+   Kind const kind{ static_cast<uint8_t>( intf->kind() ), vlanIdOf( *intf ) };
+   auto const stored = kinds_.find( *intf );
+   if( stored != kinds_.end() && stored->second == kind ) return;
+   if( declared.emplace( *intf, kind ).second ) to.declare( { name, kind.first, kind.second } );
 }
 
 void Keeper::Impl::failed( std::string const & why ) {
@@ -286,14 +293,19 @@ void Keeper::Impl::failed( std::string const & why ) {
    retryDue_.timeMinIs( Kel::now() + pause_ );
 }
 
-void Keeper::Impl::succeeded( Store::Changes const & changes, Take take ) {
+void Keeper::Impl::succeeded( Declared const & declared, Take take ) {
    auto const isWritten = []( Follower * follower ) { follower->notedIs( Noted::nothing ); };
    noted_.clear_and_dispose( isWritten );
    if( take == Take::passingToo ) passing_.clear_and_dispose( isWritten );
    numbers_.written();
    deleted_.clear();
    series_.written();
-   for( auto const & [name, kind, vlanId] : changes.declared ) kinds_[name] = { kind, vlanId };
+   if( !declared.empty() ) {
+      // Where both have an interface, that which was there first stays.
+      Kinds now( declared.begin(), declared.end() );
+      now.insert( boost::container::ordered_unique_range, kinds_.begin(), kinds_.end() );
+      kinds_ = std::move( now );
+   }
    pause_ = 0;
    if( std::exchange( trouble_, "" ).empty() ) return;
    parts_.tell( parts_.store.path() + ": is written again, and all is in it that came meanwhile" );

@@ -160,8 +160,8 @@ void Passing::restore( Dovra::EntityManager const & database, std::string_view l
    }
 }
 
-void Passing::add( Dovra::EntityManager const & database, std::vector<Monitor const *> const & monitors,
-                   Store::Changes & changes ) {
+void Passing::write( Dovra::EntityManager const & database, std::vector<Monitor const *> const & monitors,
+                     Store::Transaction & to ) {
    added_ = inStore_;
    if( monitors.empty() ) return;
    auto const directory = monitorsIn( database );
@@ -170,14 +170,14 @@ void Passing::add( Dovra::EntityManager const & database, std::vector<Monitor co
       !inStore_.known || monitors.size() >= all || inStore_.monitors + monitors.size() > timesAll * all + monitorsMore;
    std::string list( 1, version );
    if( whole ) {
-      changes.deleted.push_back( top() );
+      to.del( top() );
       for( auto [intf, one] : directory->monIntfStatusIteratorConst() ) append( list, *one );
       added_ = { 0, all, true };
    } else {
       for( Monitor const * const one : monitors ) append( list, *one );
       added_.monitors += monitors.size();
    }
-   changes.series.push_back( { pathOf( added_.next++ ), std::move( list ) } );
+   to.putSeries( pathOf( added_.next++ ), list );
 }
 
 }  // namespace Host

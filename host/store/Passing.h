@@ -39,10 +39,10 @@ class Passing {
    // Throws Kel::AttributeError for bytes that are no list; some of the monitors may have their numbers then.
    static void restore( Dovra::EntityManager const & database, std::string_view list );
 
-   // What is to be written so that the store has the numbers of these, too.
-   void add( Dovra::EntityManager const & database, std::vector<Monitor const *> const & monitors,
-             Store::Changes & changes );
-   // What was added last is on disk.
+   // Writes what the store has to have so that the numbers of these are in it, too.
+   void write( Dovra::EntityManager const & database, std::vector<Monitor const *> const & monitors,
+               Store::Transaction & to );
+   // The transaction that had what was written last is on disk.
    void written() { inStore_ = added_; }
 
  private:

@@ -15,67 +15,81 @@ bool underWay( Follower const & window ) {
 
 }  // namespace
 
-void SeriesTurns::add( Follower const & follower, bool inStore ) {
-   if( dynamic_cast<Evidence::Window const *>( &follower.entity() ) ) windows_[follower.path()] = &follower;
-   if( !dynamic_cast<Evidence::WindowIntf const *>( &follower.entity() ) ) return;
-   if( !inStore ) due_.insert( &follower );
-   auto const * const window = windowOf( follower );
-   if( window && underWay( *window ) ) growing_[follower.path()] = &follower;
+void SeriesTurns::add( Follower & follower, bool inStore ) {
+   Kel::Entity const & e = follower.entity();
+   if( dynamic_cast<Evidence::Window const *>( &e ) && underWay( follower ) ) growing_[e.name()] = &follower;
+   if( dynamic_cast<Evidence::WindowIntf const *>( &e ) && !inStore ) isDue( follower );
 }
 
-void SeriesTurns::remove( Follower const & follower ) {
-   for( ByPath * const all : { &windows_, &growing_ } ) {
-      auto const found = all->find( follower.path() );
-      if( found != all->end() && found->second == &follower ) all->erase( found );
+void SeriesTurns::remove( Follower & follower ) {
+   if( follower.place() != 0 ) {
+      // The last takes its place.
+      due_.back()->placeIs( follower.place() );
+      due_[follower.place() - 1] = due_.back();
+      due_.pop_back();
+      follower.placeIs( 0 );
    }
-   due_.erase( &follower );
+   if( !dynamic_cast<Evidence::Window const *>( &follower.entity() ) ) return;
+   auto const found = growing_.find( follower.entity().name() );
+   if( found != growing_.end() && found->second == &follower ) growing_.erase( found );
    ended_.erase( &follower );
 }
 
-// By its path: that of the window, the collection, and the interface, none of which has a slash in a path.
-Follower const * SeriesTurns::windowOf( Follower const & intf ) const {
-   std::string_view path = intf.path();
-   for( int i = 0; i < 2; ++i ) path = path.substr( 0, path.rfind( '/' ) );
-   auto const found = windows_.find( path );
-   return found == windows_.end() ? nullptr : found->second;
+void SeriesTurns::isDue( Follower & intf ) {
+   if( intf.place() != 0 ) return;
+   due_.push_back( &intf );
+   intf.placeIs( static_cast<uint32_t>( due_.size() ) );
 }
 
-std::vector<Follower const *> SeriesTurns::growingIn( Follower const & window ) const {
-   std::string const top = window.path() + "/";
-   std::vector<Follower const *> found;
-   for( auto i = growing_.lower_bound( top ); i != growing_.end() && i->first.starts_with( top ); ++i ) {
-      found.push_back( i->second );
-   }
-   return found;
+void SeriesTurns::allOfIsDue( Follower const & window ) {
+   window.eachBelow( "", [this]( Follower & intf ) {
+      isDue( intf );
+      return true;
+   } );
 }
 
 void SeriesTurns::windowDue( Follower const & window ) {
-   for( Follower const * const intf : growingIn( window ) ) due_.insert( intf );
+   auto const found = growing_.find( window.entity().name() );
+   if( found != growing_.end() && found->second == &window ) allOfIsDue( window );
    if( !underWay( window ) ) ended_.insert( &window );
 }
 
 void SeriesTurns::allDue() {
-   for( auto const & [path, intf] : growing_ ) due_.insert( intf );
+   for( auto const & [name, window] : growing_ ) allOfIsDue( *window );
 }
 
 void SeriesTurns::someDue( double now ) {
-   owed_ += static_cast<double>( growing_.size() ) * std::min( ( now - asked_ ) / period, 1.0 );
+   std::size_t all = 0;
+   for( auto const & [name, window] : growing_ ) all += window->countBelow();
+   owed_ += static_cast<double>( all ) * std::min( ( now - asked_ ) / period, 1.0 );
    asked_ = now;
-   auto next = growing_.upper_bound( position_ );
-   for( ; owed_ >= 1 && !growing_.empty(); --owed_ ) {
-      if( next == growing_.end() ) next = growing_.begin();
-      due_.insert( next->second );
-      position_ = next->first;
-      ++next;
+   double const turns = std::floor( owed_ );
+   owed_ -= turns;
+   if( all > 0 ) turnsAre( static_cast<std::size_t>( turns ) );
+}
+
+// There are interfaces. They go on behind the one that was last, which may be gone, as may be its window.
+void SeriesTurns::turnsAre( std::size_t turns ) {
+   for( auto at = growing_.lower_bound( window_ ); turns > 0; ++at ) {
+      if( at == growing_.end() ) at = growing_.begin();
+      if( at->first != window_ ) intf_.clear();
+      window_ = at->first;
+      at->second->eachBelow( intf_, [&]( Follower & intf ) {
+         isDue( intf );
+         intf_ = intf.entity().name();
+         return --turns > 0;
+      } );
+      // All had their turns; where it is the only window, they begin anew.
+      if( turns > 0 ) intf_.clear();
    }
-   owed_ -= std::floor( owed_ );
 }
 
 void SeriesTurns::written() {
-   due_.clear();
-   for( Follower const * const window : std::exchange( ended_, {} ) ) {
-      for( Follower const * const intf : growingIn( *window ) ) growing_.erase( intf->path() );
-   }
+   for( Follower * const intf : due_ ) intf->placeIs( 0 );
+   // With their memory: thousands may have been due, as when a unit enters.
+   std::vector<Follower *>().swap( due_ );
+   for( Follower const * const window : ended_ ) growing_.erase( window->entity().name() );
+   ended_.clear();
 }
 
 }  // namespace Host

@@ -5,9 +5,10 @@
 // Owned by the keeper.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <set>
-#include <string_view>
+#include <string>
 #include <vector>
 
 #include "store/Follower.h"
@@ -21,31 +22,30 @@ class SeriesTurns {
    explicit SeriesTurns( double now ) : asked_( now ) {}
 
    // A window, or an interface of one that was added before. What is not in the store yet is due at once.
-   void add( Follower const & follower, bool inStore );
-   void remove( Follower const & follower );
+   void add( Follower & follower, bool inStore );
+   void remove( Follower & follower );
 
    // All of the window's: a stage of it may have ended. For the last time if the window has.
    void windowDue( Follower const & window );
    void allDue();
    void someDue( double now );
 
-   [[nodiscard]] std::set<Follower const *> const & due() const { return due_; }
+   [[nodiscard]] std::vector<Follower *> const & due() const { return due_; }
    // What was due is on disk.
    void written();
 
  private:
-   using ByPath = std::map<std::string_view, Follower const *>;
+   void isDue( Follower & intf );
+   void allOfIsDue( Follower const & window );
+   void turnsAre( std::size_t turns );
 
-   [[nodiscard]] Follower const * windowOf( Follower const & intf ) const;
-   [[nodiscard]] std::vector<Follower const *> growingIn( Follower const & window ) const;
-
-   ByPath windows_;
-   ByPath growing_;
-   std::set<Follower const *> due_;
-   std::set<Follower const *> ended_;
-   std::string position_;  // the path of the one that had its turn last
-   double asked_;          // s
-   double owed_ = 0;       // turns, less than one
+   std::map<std::string, Follower const *> growing_;  // windows by their names; those below them have turns
+   std::vector<Follower *> due_;                      // each knows its place
+   std::set<Follower const *> ended_;                 // windows
+   std::string window_;                               // of whose interfaces one had its turn last
+   std::string intf_;                                 // that
+   double asked_;                                     // s
+   double owed_ = 0;                                  // turns, less than one
 };
 
 }  // namespace Host

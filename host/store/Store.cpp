@@ -209,7 +209,7 @@ Store::Store( std::string path, Opening opening ) : path_( std::move( path ) ) {
    // was.
    sqlite3_db_config( db_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr );
    // Nothing in it is secret, so what goes is not overwritten; and it is read once, so few pages are worth memory
-   // (KiB).
+   // (KiB): as many as a list of some thousand monitors has, since the list that takes its place looks at all of them.
    run( db_.get(),
         "PRAGMA synchronous = FULL; PRAGMA journal_size_limit = 16777216; PRAGMA secure_delete = OFF;"
         "PRAGMA cache_size = -512" );
@@ -311,6 +311,16 @@ Store::Moment Store::moment() const {
 }
 
 void Store::commit( Changes const & changes ) {
+   transact( [&]( Transaction & to ) {
+      for( std::string const & path : changes.deleted ) to.del( path );
+      for( Row const & row : changes.written ) to.put( row.path, row.value );
+      for( Row const & row : changes.series ) to.putSeries( row.path, row.value );
+      for( Declared const & declared : changes.declared ) to.declare( declared );
+      if( changes.moment ) to.momentIs( *changes.moment );
+   } );
+}
+
+void Store::transact( std::function<void( Transaction & )> const & write ) {
    if( !damage_.empty() ) throw StoreError( Kind::damaged, path_, "is damaged, and not written any more" );
    int moved = 0;
    // Otherwise it would be written on, and nobody would find it again.
@@ -319,28 +329,36 @@ void Store::commit( Changes const & changes ) {
       throw StoreError( Kind::unwritable, path_, "cannot be written: it was moved or deleted while maintd runs" );
    }
    try {
-      write( changes );
+      statements_->begin.run();
+      if( !inLayout_ ) run( db_.get(), ( "PRAGMA user_version = " + std::to_string( StoreFile::layout ) ).c_str() );
+      Transaction transaction( *statements_ );
+      write( transaction );
+      statements_->commit.run();
       inLayout_ = true;
-   } catch( StoreError const & ) {
+   } catch( ... ) {
       // Some errors have ended the transaction already.
       if( sqlite3_get_autocommit( db_.get() ) == 0 ) sqlite3_exec( db_.get(), "ROLLBACK", nullptr, nullptr, nullptr );
       throw;
    }
 }
 
-void Store::write( Changes const & changes ) {
-   Statements & all = *statements_;
-   all.begin.run();
-   if( !inLayout_ ) run( db_.get(), ( "PRAGMA user_version = " + std::to_string( StoreFile::layout ) ).c_str() );
-   for( std::string const & path : changes.deleted ) {
-      all.del.run( path, below( path ), behind( path ) );
-      all.delSeries.run( path, below( path ), behind( path ) );
-   }
-   for( Row const & row : changes.written ) all.put.run( row.path, row.value );
-   for( Row const & row : changes.series ) all.putSeries.run( row.path, Statement::Bytes{ row.value } );
-   for( Declared const & d : changes.declared ) all.declare.run( d.name, int{ d.kind }, int{ d.vlanId } );
-   if( auto const & m = changes.moment ) all.moment.run( m->boot, m->now, m->shift, m->wallTime );
-   all.commit.run();
+void Store::Transaction::del( std::string const & path ) {
+   all_.del.run( path, below( path ), behind( path ) );
+   all_.delSeries.run( path, below( path ), behind( path ) );
+}
+
+void Store::Transaction::put( std::string const & path, std::string const & value ) { all_.put.run( path, value ); }
+
+void Store::Transaction::putSeries( std::string const & path, std::string_view bytes ) {
+   all_.putSeries.run( path, Statement::Bytes{ bytes } );
+}
+
+void Store::Transaction::declare( Declared const & declared ) {
+   all_.declare.run( declared.name, int{ declared.kind }, int{ declared.vlanId } );
+}
+
+void Store::Transaction::momentIs( Moment const & moment ) {
+   all_.moment.run( moment.boot, moment.now, moment.shift, moment.wallTime );
 }
 
 }  // namespace Host

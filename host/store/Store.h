@@ -2,9 +2,9 @@
 //
 // Knows texts, not records: a row has a path in the state database, and its value as JSON. Series of numbers, of which
 // there are many more than of all else, are bytes of their own, beside the rows. Owned by the agent, or by
-// the release of links, which reads it while no agent runs. Write-ahead log, synchronous commits: what commit() has
-// returned from is there after a loss of power. Nobody but the one who made the lock of the network namespace opens it,
-// and while it is open SQLite's own lock keeps everybody else out.
+// the release of links, which reads it while no agent runs. Write-ahead log, synchronous commits: what commit() or
+// transact() has returned from is there after a loss of power. Nobody but the one who made the lock of the network
+// namespace opens it, and while it is open SQLite's own lock keeps everybody else out.
 //
 // A file that is no store, is another program's, is damaged, or was written by a newer maintd is never changed: opening
 // it throws, and the error says what to do. So is one that is reached by a symbolic link.
@@ -92,6 +92,11 @@ class Store {
    // Throws StoreError, after which another may be tried.
    void commit( Changes const & changes );
 
+   class Transaction;
+   // The same for what `write` writes, which is never in memory as a whole: the rows of thousands of interfaces that
+   // enter at once are made one by one. Whatever `write` throws comes out of here, and the store stays as it was.
+   void transact( std::function<void( Transaction & )> const & write );
+
  private:
    class Statement;
    struct Statements;
@@ -102,13 +107,27 @@ class Store {
    void make() const;
    void open();
    void check();
-   void write( Changes const & changes );
 
    std::string const path_;
    std::unique_ptr<sqlite3, Close> db_;
    std::unique_ptr<Statements> statements_;  // they go before their database
    std::string damage_;
    bool inLayout_ = false;  // the present one
+};
+
+// What transact() hands out, for as long as it runs. Each throws StoreError.
+class Store::Transaction {
+ public:
+   explicit Transaction( Statements & statements ) : all_( statements ) {}
+
+   void del( std::string const & path );  // with all that is below it, series too
+   void put( std::string const & path, std::string const & value );
+   void putSeries( std::string const & path, std::string_view bytes );
+   void declare( Declared const & declared );
+   void momentIs( Moment const & moment );
+
+ private:
+   Statements & all_;
 };
 
 }  // namespace Host

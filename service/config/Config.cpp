@@ -256,14 +256,6 @@ constexpr std::array fileFields = {
             { { std::string( rateMonStage ), {}, std::nullopt, OnTimeout::hold } } };
 }
 
-// YAML takes no tab in an indent, and the library blames something else for it.
-bool tabIndents( std::string const & text, int where ) {
-   size_t const stop = std::min( text.size(), static_cast<size_t>( std::max( where, 0 ) ) );
-   size_t const newline = stop == 0 ? std::string::npos : text.rfind( '\n', stop - 1 );
-   size_t const begin = newline == std::string::npos ? 0 : newline + 1;
-   return text.substr( begin, text.find_first_not_of( " \t", begin ) - begin ).find( '\t' ) != std::string::npos;
-}
-
 void readFile( Reading & in, std::string const & text ) {
    // Before the file is read: only a list that it gives is replaced.
    in.config.stages = defaultStages();
@@ -271,14 +263,14 @@ void readFile( Reading & in, std::string const & text ) {
       Value const document = documentOf( text, in.problems );
       readMapping( in, document, Mapping<Config>{ "the file", fileFields }, in.config );
    } catch( YAML::Exception const & error ) {
-      // The library counts from 0, and has no place for some errors.
-      bool const placed = !error.mark.is_null();
-      addProblem( in, placed ? Position{ error.mark.line + 1, error.mark.column + 1 } : Position{},
-                  "this is not YAML: " + error.msg +
-                     ( placed && tabIndents( text, error.mark.pos )
-                          ? "; this line is indented by a tab, where only blanks may stand"
-                          : "" ) );
+      addSyntaxProblem( in.problems, error, text );
    }
+}
+
+// Found in the order of the tables; told in the order in which a person goes through the file.
+[[nodiscard]] std::vector<Problem> inOrder( std::vector<Problem> problems ) {
+   std::ranges::stable_sort( problems, {}, []( Problem const & p ) { return std::tie( p.line, p.column ); } );
+   return problems;
 }
 
 [[nodiscard]] std::string joined( std::string const & fileName, std::vector<Problem> const & problems ) {
@@ -294,15 +286,12 @@ void readFile( Reading & in, std::string const & text ) {
 }  // namespace
 
 ConfigError::ConfigError( std::string const & fileName, std::vector<Problem> problems )
-   : std::runtime_error( joined( fileName, problems ) ), problems_( std::move( problems ) ) {}
+   : std::runtime_error( joined( fileName, inOrder( problems ) ) ), problems_( inOrder( std::move( problems ) ) ) {}
 
 Config parse( std::string_view text, std::string const & fileName ) {
    Reading in;
    readFile( in, std::string( text ) );
    if( in.problems.empty() ) return std::move( in.config );
-
-   // Found in the order of the tables; told in the order in which a person goes through the file.
-   std::ranges::stable_sort( in.problems, {}, []( Problem const & p ) { return std::tie( p.line, p.column ); } );
    throw ConfigError( fileName, std::move( in.problems ) );
 }
 

@@ -66,6 +66,14 @@ void refuseRepeatedKeys( std::vector<Entry> const & entries, Problems & problems
    }
 }
 
+// YAML takes no tab in an indent, and the library blames something else for it.
+bool tabIndents( std::string const & text, int where ) {
+   size_t const stop = std::min( text.size(), static_cast<size_t>( std::max( where, 0 ) ) );
+   size_t const newline = stop == 0 ? std::string::npos : text.rfind( '\n', stop - 1 );
+   size_t const begin = newline == std::string::npos ? 0 : newline + 1;
+   return text.substr( begin, text.find_first_not_of( " \t", begin ) - begin ).find( '\t' ) != std::string::npos;
+}
+
 }  // namespace
 
 // The cast, because char may be signed and the bytes of UTF-8 would be negative then.
@@ -86,6 +94,16 @@ Value documentOf( std::string const & text, Problems & problems ) {
    bool const isMore = parser.HandleNextDocument( starts ) && parser.HandleNextDocument( starts );
    if( isMore ) addProblem( problems, starts.last(), "the document has ended before this; a file holds only one" );
    return document;
+}
+
+void addSyntaxProblem( Problems & problems, YAML::Exception const & fault, std::string const & text ) {
+   // The library counts from 0, and has no place for some errors.
+   bool const placed = !fault.mark.is_null();
+   addProblem( problems, placed ? Position{ fault.mark.line + 1, fault.mark.column + 1 } : Position{},
+               "this is not YAML: " + fault.msg +
+                  ( placed && tabIndents( text, fault.mark.pos )
+                       ? "; this line is indented by a tab, where only blanks may stand"
+                       : "" ) );
 }
 
 std::optional<std::vector<Entry>> entriesOf( Value const & value, Problems & problems ) {

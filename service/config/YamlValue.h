@@ -50,6 +50,9 @@ struct Entry {
 // place where the text stops being YAML.
 [[nodiscard]] Value documentOf( std::string const & text, Problems & problems );
 
+// Where and why the text, of which documentOf() threw, is no YAML.
+void addSyntaxProblem( Problems & problems, YAML::Exception const & fault, std::string const & text );
+
 // The entries of a mapping in file order; a key given twice is a problem, and both entries are returned.
 [[nodiscard]] std::optional<std::vector<Entry>> entriesOf( Value const & value, Problems & problems );
 

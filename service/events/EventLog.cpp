@@ -12,10 +12,10 @@ namespace Service {
 
 namespace {
 
-// What an event takes besides its text, which it has twice when its line has been made.
+// What an event takes at most besides its text, which it has twice when its line has been made.
 constexpr std::size_t overhead = 512;
 
-std::size_t bytesOf( Event const & event ) { return overhead + 2 * event.text.view().size(); }
+std::size_t bytesOf( EventLog::Entry const & entry ) { return overhead + 2 * entry.text().view().size(); }
 
 // Without the beginning of a character whose rest is cut off: in UTF-8 the others of its bytes are 10xxxxxx.
 std::string cut( std::string const & text ) {
@@ -55,8 +55,33 @@ std::string someOf( std::vector<std::string> const & texts, char const * between
    return all + between + "and " + std::to_string( texts.size() - shown ) + " more";
 }
 
+EventLog::Entry::Entry( Told const & what, Kel::String8 text, uint64_t seq, double time, double wallTime )
+   : seq_( seq ),
+     time_( time ),
+     wallTime_( wallTime ),
+     unit_( what.unit ),
+     text_( std::move( text ) ),
+     generation_( what.generation ),
+     interface_( what.interface ),
+     kind_( what.kind ),
+     severity_( what.severity ) {}
+
+Event EventLog::Entry::event() const {
+   Event event;
+   event.seq = seq_;
+   event.time = time_;
+   event.wallTime = wallTime_;
+   event.kind = word( kind_ );
+   event.severity = word( severity_ );
+   if( !unit_.empty() ) event.unit = unit_;
+   if( generation_ != 0 ) event.generation = generation_;
+   if( !interface_.empty() ) event.interface = Kel::String8( interface_.name() );
+   event.text = text_;
+   return event;
+}
+
 std::string const & EventLog::Entry::line() const {
-   if( !line_ ) line_ = std::make_unique<std::string const>( Kel::toJson( Kel::value( event ) ) + "\n" );
+   if( !line_ ) line_ = std::make_unique<std::string const>( Kel::toJson( Kel::value( event() ) ) + "\n" );
    return *line_;
 }
 
@@ -90,28 +115,26 @@ void EventLog::tell( Told const & what ) {
       time_ = Kel::now();
       wallTime_ = wallClockOffset_ ? time_ + wallClockOffset_() : time_;
    }
-   Event event;
-   event.seq = seq;
-   event.time = time_;
-   event.wallTime = wallTime_;
-   event.kind = word( what.kind );
-   event.severity = word( what.severity );
-   if( !what.unit.empty() ) event.unit = what.unit;
-   if( what.generation != 0 ) event.generation = what.generation;
-   if( !what.interface.empty() ) event.interface = Kel::String8( what.interface.name() );
-   event.text = Kel::String8( cut( what.text ) );
-   keep( event );
+   keep( Entry( what, sharedText( what ), seq, time_, wallTime_ ) );
    deliver();
 }
 
-void EventLog::keep( Event const & event ) {
-   last_ = event.seq;
-   entries_.emplace_back( event );
-   bytes_ += bytesOf( event );
+// Interfaces of a unit have the same to tell one after the other, others are told between them.
+Kel::String8 EventLog::sharedText( Told const & what ) {
+   Kel::String8 & latest = texts_[what.kind];
+   std::string const text = cut( what.text );
+   if( latest.view() != text ) latest = Kel::String8( text );
+   return latest;
+}
+
+void EventLog::keep( Entry entry ) {
+   last_ = entry.seq();
+   bytes_ += bytesOf( entry );
+   entries_.push_back( std::move( entry ) );
    // The latest stays, whatever it takes.
    while( entries_.size() > eventsMax || ( bytes_ > bytesMax && entries_.size() > 1 ) ) {
-      forgotten_ = entries_.front().event.seq;
-      bytes_ -= bytesOf( entries_.front().event );
+      forgotten_ = entries_.front().seq();
+      bytes_ -= bytesOf( entries_.front() );
       entries_.pop_front();
    }
 }
@@ -122,9 +145,8 @@ void EventLog::deliver() {
    if( delivering_ ) return;
    delivering_ = true;
    while( Entry const * const entry = next( delivered_ ) ) {
-      delivered_ = entry->event.seq;
-      // A copy, as the history goes on meanwhile.
-      deliver( Event( entry->event ) );
+      delivered_ = entry->seq();
+      deliver( entry->event() );
    }
    std::erase( listeners_, nullptr );
    delivering_ = false;
@@ -140,8 +162,7 @@ void EventLog::deliver( Event const & event ) {
 }
 
 EventLog::Entry const * EventLog::next( uint64_t after ) const {
-   auto const found =
-      std::ranges::upper_bound( entries_, after, {}, []( Entry const & entry ) { return entry.event.seq; } );
+   auto const found = std::ranges::upper_bound( entries_, after, {}, &Entry::seq );
    return found == entries_.end() ? nullptr : &*found;
 }
 

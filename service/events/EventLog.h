@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,16 +30,29 @@ class EventLog {
    static constexpr std::size_t bytesMax = 8 * 1024 * 1024;  // of their texts and lines
    static constexpr std::size_t textMax = 4096;              // bytes; what is longer is cut
 
-   // An event as it is kept.
+   // An event as it is kept. When a unit enters, each of thousands of interfaces has some, so it has no text of its own
+   // but the one that is told, which most of them share.
    class Entry {
     public:
-      explicit Entry( Event const & what ) : event( what ) {}
+      Entry( Told const & what, Kel::String8 text, uint64_t seq, double time, double wallTime );
+
+      [[nodiscard]] uint64_t seq() const { return seq_; }
+      [[nodiscard]] Kel::String8 const & text() const { return text_; }
+      // Made for whoever asks.
+      [[nodiscard]] Event event() const;
       // As JSON, with the line's end. Made when somebody reads it first, and the same for all who do.
       [[nodiscard]] std::string const & line() const;
 
-      Event const event;
-
     private:
+      uint64_t seq_;
+      double time_;
+      double wallTime_;
+      Kel::String8 unit_;
+      Kel::String8 text_;
+      uint32_t generation_;
+      Lumo::IntfId interface_;
+      EventKind kind_;
+      Severity severity_;
       mutable std::unique_ptr<std::string const> line_;  // null: nobody has read it
    };
 
@@ -72,7 +86,7 @@ class EventLog {
    // The number of the latest event, or after which the first will come.
    [[nodiscard]] uint64_t last() const { return last_; }
    // Of the oldest that is kept. Whoever goes on after the number before it misses none that is.
-   [[nodiscard]] uint64_t oldest() const { return entries_.empty() ? last_ + 1 : entries_.front().event.seq; }
+   [[nodiscard]] uint64_t oldest() const { return entries_.empty() ? last_ + 1 : entries_.front().seq(); }
    // Whether all that was told after that number is here. Not so of one that is yet to come, either: it is of another
    // history.
    [[nodiscard]] bool has( uint64_t after ) const { return after >= forgotten_ && after <= last_; }
@@ -80,7 +94,8 @@ class EventLog {
    [[nodiscard]] Entry const * next( uint64_t after ) const;
 
  private:
-   void keep( Event const & event );
+   void keep( Entry entry );
+   [[nodiscard]] Kel::String8 sharedText( Told const & what );
    void deliver();
    void deliver( Event const & event );
 
@@ -89,6 +104,7 @@ class EventLog {
    double time_ = -1;  // s, of the latest event, as is this
    double wallTime_ = 0;
    std::deque<Entry> entries_;
+   std::map<EventKind, Kel::String8> texts_;  // the latest of each kind
    std::size_t bytes_ = 0;
    uint64_t last_;
    uint64_t forgotten_;  // all after this number is kept

@@ -13,94 +13,6 @@ using Maintenance::Unit::State;
 using Service::EventKind;
 using Service::Severity;
 
-std::string loudText( LoudReading const & loud ) {
-   std::string text = enumName( loud.direction );
-   return text.append( " " ).append( Kel::rateText( loud.bitsRate ) );
-}
-
-// One interface
-
-Subject::Subject( Accounting & in, Lumo::IntfId intf )
-   : accounting( in ), watched( intf, in.sources(), in.neverWatched(), *this ) {}
-
-// What is told of in a window may be heard by somebody who closes accounts or breaks the run: so copies are iterated
-// over, here and below, and the run is not asked. Most interfaces have one account, and a sample needs no copy of the
-// list then.
-void Subject::onReading( Run::Step const & step ) {
-   if( places.size() == 1 ) {
-      noteReading( Kel::Ptr<Place>( places.front() ), step );
-   } else {
-      for( auto const & p : Kel::Few( places ) ) noteReading( p, step );
-   }
-   if( step.becameLoud ) handleSpike( step );
-}
-
-void Subject::noteReading( Kel::Ptr<Place> const & p, Run::Step const & step ) {
-   if( !p->open ) return;
-   p->recorder.ratesAre( step.from, step.to, step.rates );
-   if( step.loud ) p->record->lastLoudIs( Run::loudReading( step.rates, step.to ) );
-}
-
-void Subject::handleSpike( Run::Step const & step ) {
-   LoudReading const loud = Run::loudReading( step.rates, step.to );
-   for( auto const & p : Kel::Few( places ) ) {
-      // On the way in traffic is expected; only what comes back is a spike.
-      if( accounting.sources().unitState( p->book->record->unitName() ) != State::inMaintenance ) continue;
-      p->record->spikesInc( 1 );
-      p->recorder.spikeIs( loudText( loud ) );
-      accounting.tell( *p, { .kind = EventKind::spike, .text = loudText( loud ), .severity = Severity::warning } );
-   }
-}
-
-void Subject::onBreak( Run::Step const & step ) {
-   for( auto const & p : Kel::Few( places ) ) {
-      // A unit on its way out ends the monitoring itself, and asks for no proof any more.
-      if( !accounting.wantsProof( *p->book ) ) continue;
-      p->record->breaksInc( 1 );
-      p->recorder.breakIs( breakText( step ) );
-   }
-}
-
-void Subject::onIntfEvent( char const * kind, std::string const & text ) {
-   for( auto const & p : Kel::Few( places ) ) p->recorder.eventIs( kind, text );
-}
-
-Place::Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
-              uint32_t cells )
-   : seen( !window || window->seen() ),
-     record( new Account( of->watched.intf() ) ),
-     recorder( window, cells ),
-     book( in ),
-     subject( of ) {
-   handleLeftOut();
-}
-
-void Place::handleLeftOut() { leftOut = recorder.record() && recorder.record()->leftOut(); }
-
-void Place::handleSeen() {
-   seen = true;
-   if( recorder.record() ) recorder.record()->seenIs( true );
-}
-
-void Place::fetchRecords() const {
-   Kel::fetch( *record );
-   if( recorder.record() ) Kel::fetch( recorder.record()->rateSeries() );
-}
-
-void Place::fetchEnds() const {
-   if( recorder.record() ) recorder.record()->rateSeries().fetchEnd();
-}
-
-void Place::noteProfile() {
-   auto const & prof = watched().profile();
-   if( !prof ) return;
-   Kel::String8 const name = subject->accounting.sources().profileName( *prof );
-   record->profileNameIs( name );
-   if( !recorder.record() ) return;
-   recorder.record()->profileIs( { name, prof->thresholdBitsRate(), prof->sampleInterval(),
-                                   static_cast<double>( prof->rateMonLoadInterval() ), prof->shutdown() } );
-}
-
 // What happens
 
 Accounting::Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance::MaintenanceState const & state,
@@ -116,7 +28,9 @@ Accounting::Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance:
 
 Accounting::~Accounting() {
    // Each refers to the other.
-   for( auto const & [intf, s] : subjects_ ) s->places.clear();
+   for( auto const & [intf, s] : subjects_ ) {
+      for( auto const & p : Kel::Few( s->places ) ) s->placeDel( p );
+   }
    for( auto const & [unit, b] : books_ ) b->places.clear();
 }
 
@@ -223,7 +137,7 @@ void Accounting::unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const
       Kel::Ptr<Place> const p(
          new Place( b, s, window ? window->intf( intf ) : nullptr, Recorder::cellsFor( intfs.size() ) ) );
       b->places.push_back( p );
-      s->places.add( p );
+      s->placeIs( p );
       ++b->unsettled;
    }
    // Also those that stay, which may be left out from now on; new ones are to know their profile.
@@ -249,7 +163,7 @@ void Accounting::closePlace( Kel::Ptr<Place> const & p ) {
    if( p->judged && p->judgement.verdict == Verdict::loud ) --b.loud;
    if( p->wasLoud && p->judgement.verdict == Verdict::waiting ) --b.wereLoud;
    std::erase( b.places, p );
-   p->subject->places.remove( p );
+   p->subject->placeDel( p );
    forgetUnused( *p->subject );
    b.record->accountDel( p->watched().intf() );
 }
@@ -326,14 +240,15 @@ void Accounting::Touched::fetch( std::size_t step ) const {
    Place const * const place = step > 0 && !subject->places.empty() ? subject->places.front().get() : nullptr;
    if( step == 0 ) Kel::fetch( subject, Subject::hotBytes );
    if( step == 1 ) subject->watched.fetchSources();
-   if( step == 1 && place ) Kel::fetch( *place );
-   if( step == 2 && place ) place->fetchRecords();
-   if( step == 3 && place ) place->fetchEnds();
+   if( step == 1 && place ) Kel::fetch( place, subject->watched.settlesSoon() ? sizeof( Place ) : Place::hotBytes );
+   if( step == 2 ) subject->watched.fetchTrend();
+   if( step == 2 && place ) place->fetchRecords( subject->watched );
+   if( step == 3 && place ) place->fetchEnds( subject->watched );
 }
 
 // True when it was more than a sample.
 bool Accounting::apply( Subject & s ) {
-   if( !s.watched.apply() ) return false;
+   if( !s.watched.apply( s.accounting.sources_.counterGeneration() ) ) return false;
    for( auto const & p : Kel::Few( s.places ) ) p->noteProfile();
    return true;
 }
@@ -345,15 +260,15 @@ bool Accounting::stands( Subject const & s ) {
       return true;
    double const quietSince = s.watched.run().quietSince().value_or( 0 );
    return std::ranges::all_of( s.places, [&]( auto const & p ) {
-      Judgement const now = judgementOf( *p );
+      Judgement const now = judgementOf( *p, s.watched );
       bool const same = p->judged && p->seen && p->judgement.sameAs( now ) && p->quietSince == quietSince;
       if( same ) alarmBy( now.changes );
       return same;
    } );
 }
 
-Judgement Accounting::judgementOf( Place const & p ) {
-   return p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : p.watched().judge( p.seen );
+Judgement Accounting::judgementOf( Place const & p, Watched const & w ) {
+   return p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : w.judge( p.seen );
 }
 
 void Accounting::judgeSubject( Subject const & s ) {
@@ -366,7 +281,7 @@ void Accounting::judgeSubject( Subject const & s ) {
 void Accounting::judgePlace( Place & p ) {
    Watched const & w = p.watched();
    if( !p.seen && w.linkThere() ) p.handleSeen();
-   Judgement const now = judgementOf( p );
+   Judgement const now = judgementOf( p, w );
    alarmBy( now.changes );
    // Most samples say what the one before has said. A run that has broken meanwhile begins anew.
    double const quietSince = w.run().quietSince().value_or( 0 );

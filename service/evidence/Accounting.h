@@ -11,78 +11,10 @@
 #include <vector>
 
 #include "evidence/Ledger.h"
-#include "evidence/Recorder.h"
-#include "evidence/Watched.h"
+#include "evidence/Subject.h"
 #include "kel/ActivityLoop.h"
 
 namespace Evidence {
-
-class Accounting;
-struct Place;
-
-// The accounts of one unit, and how many of them stand in the way.
-struct UnitBook final : Kel::PtrInterface {
-   explicit UnitBook( Kel::Name const & unit ) : record( new UnitAccounts( unit ) ) {}
-
-   Kel::Ptr<UnitAccounts> const record;
-   std::vector<Kel::Ptr<Place>> places;
-   std::size_t unsettled = 0;
-   std::size_t loud = 0;
-   std::size_t wereLoud = 0;  // and are waiting now
-   bool open = true;
-};
-
-// An interface and the accounts that there are of it.
-struct Subject final : Kel::PtrInterface, WatchedListener {
-   Subject( Accounting & in, Lumo::IntfId intf );
-
-   void onReading( Run::Step const & step ) override;
-   void onBreak( Run::Step const & step ) override;
-   void onIntfEvent( char const * kind, std::string const & text ) override;
-   void handleSpike( Run::Step const & step );
-   static void noteReading( Kel::Ptr<Place> const & place, Run::Step const & step );
-
-   static constexpr std::size_t hotBytes = 320;  // from its beginning: what a sample looks at
-
-   Accounting & accounting;
-   Kel::Few<Kel::Ptr<Place>> places;
-   bool touched = false;
-   bool kept = true;
-   Watched watched;  // last: it tells its listener
-};
-
-// One account: the interface as one unit sees it.
-struct Place final : Kel::PtrInterface {
-   Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
-          uint32_t cells );
-
-   [[nodiscard]] Watched const & watched() const { return subject->watched; }
-   // As the window says, or is to say.
-   void handleLeftOut();
-   void handleSeen();
-   // Values of the profile in force, into the account and the window.
-   void noteProfile();
-   // From memory, what a sample is written to.
-   void fetchRecords() const;
-   void fetchEnds() const;
-   // In all that is said of it.
-   [[nodiscard]] bool standsLoud() const {
-      return judged && seen && !leftOut && judgement.verdict == Verdict::loud && quietSince == 0;
-   }
-
-   // What a sample looks at comes first.
-   bool leftOut = false;  // of the proof
-   bool seen = false;     // a link of that name, since the request
-   bool judged = false;   // at least once
-   bool open = true;      // the account is still kept
-   bool wasLoud = false;  // and what it is now does not say that this is over
-   Kel::Ptr<Account> const record;
-   double quietSince = 0;  // s; 0: there is no run; as it stands in the record, as does this:
-   Judgement judgement;
-   Recorder recorder;
-   Kel::Ptr<UnitBook> const book;
-   Kel::Ptr<Subject> const subject;
-};
 
 class Accounting final : public Kel::TurnEnd, SourcesListener {
  public:
@@ -149,7 +81,7 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    void judgeTouched();
    static bool apply( Subject & subject );
    [[nodiscard]] bool stands( Subject const & subject );
-   [[nodiscard]] static Judgement judgementOf( Place const & place );
+   [[nodiscard]] static Judgement judgementOf( Place const & place, Watched const & watched );
    void judgeSubject( Subject const & subject );
    void judgePlace( Place & place );
    void tellVerdict( Place const & place ) const;

@@ -7,6 +7,7 @@
 
 #include "dovra/EntityManager.h"
 #include "kel/Attributes.h"
+#include "kel/InBlocks.h"
 #include "records/IntfId.h"
 
 namespace Evidence {
@@ -63,17 +64,30 @@ struct LoudReading {
 
 // One interface in one unit, without what changes with every reading: that is asked of the ledger. Times are seconds on
 // the loop's clock; 0 stands for never.
-class Account final : public Kel::Entity {
+//
+// Of a loud one `lastLoud` is written at each sample: it stands first, in one line with whether anybody is to be told.
+class alignas( 64 ) Account final : public Kel::Entity, public Kel::InBlocks<Account> {
    KEL_ENTITY( Account, "Evidence::Account", Lumo::IntfId, intfId )
+ private:
+   LoudReading lastLoud_;
+
+ public:
    KEL_ATTR_NOTIFY( Verdict, verdict, onVerdict )
    KEL_ATTR( double, since )  // when the verdict was reached; down and gone: from when they count
    KEL_ATTR_NOTIFY( bool, settled, onSettled )
    KEL_ATTR( double, quietSince )         // beginning of the time that the run of quiet readings covers
-   KEL_ATTR( LoudReading, lastLoud )      // since the request; kept when it is long quiet again
+   KEL_ATTR_BY( LoudReading, lastLoud )   // since the request; kept when it is long quiet again
    KEL_COUNTER( uint32_t, breaks )        // of runs of quiet readings, since the request
    KEL_COUNTER( uint32_t, spikes )        // times that it became loud in maintenance
    KEL_ATTR( Kel::String8, profileName )  // of the profile in force, by which it is judged
    KEL_ENTITY_END
+
+   [[nodiscard]] LoudReading const & lastLoud() const { return lastLoud_; }
+   void lastLoudIs( LoudReading const & loud ) {
+      if( lastLoud_ == loud ) return;
+      lastLoud_ = loud;
+      kelChangedQuietly<KelLink_lastLoud, false>();
+   }
 };
 
 // One unit. Ready: every account is settled at the same moment. Disturbed: in maintenance, and traffic is back.

@@ -55,7 +55,7 @@ std::string loudWhy( std::string const & rate, Pace const & pace, std::string co
 }  // namespace
 
 std::string whyOf( Place const & p ) {
-   Watched const & w = p.watched();
+   Watched & w = p.subject->watched;
    Run const & run = w.run();
    auto const & prof = w.profile();
    std::string const threshold = prof ? rateText( prof->thresholdBitsRate() ) : "its threshold";
@@ -64,7 +64,7 @@ std::string whyOf( Place const & p ) {
       case Verdict::missing: return "there is no such link";
       case Verdict::unwatched: return w.unwatched();
       case Verdict::waiting: return waitingText( run );
-      case Verdict::loud: return loudWhy( loudText( Run::loudReading( run.rates(), 0 ) ), w.pace(), threshold );
+      case Verdict::loud: return loudWhy( loudText( Run::loudReading( w.rates(), 0 ) ), w.pace(), threshold );
       case Verdict::quiet: return "below " + threshold + " for " + passedText( run.quietSeconds() ) + lacks;
       case Verdict::down:
       case Verdict::gone: {
@@ -144,13 +144,13 @@ std::optional<double> Ledger::stillNeeded( Kel::Name const & unit, Lumo::IntfId 
 
 Pace Ledger::pace( Kel::Name const & unit, Lumo::IntfId intf ) const {
    Place const * const p = accounting_->place( unit, intf );
-   return p && p->judgement.verdict == Verdict::loud ? p->watched().pace() : Pace();
+   return p && p->judgement.verdict == Verdict::loud ? p->subject->watched.pace() : Pace();
 }
 
 std::optional<Interface::IntfRates> Ledger::rates( Lumo::IntfId intf ) const {
    auto const s = accounting_->find( intf );
    if( !s || !s->watched.run().lastReading() ) return std::nullopt;
-   return s->watched.run().rates();
+   return s->watched.rates();
 }
 
 Kel::Ptr<IntfMaintenanceProfile::Config const> Ledger::profile( Lumo::IntfId intf ) const {

@@ -15,6 +15,7 @@
 
 #include "kel/FetchAhead.h"
 #include "kel/Fields.h"
+#include "kel/Ptr.h"
 
 namespace Evidence {
 
@@ -61,6 +62,13 @@ class RateSeries {
    uint32_t count_ = 0;
    double before_ = 0;                  // s, where the cell before the last ends
    std::vector<unsigned char> former_;  // packed
+};
+
+// Who may have rates for the record of an interface that do not stand in it yet.
+class RateSource : public Kel::PtrInterface {
+ public:
+   // They are written now.
+   virtual void settle() = 0;
 };
 
 }  // namespace Evidence

@@ -61,8 +61,7 @@ void Recorder::spikeIs( std::string const & rate ) {
    eventIs( "spike", rate );
 }
 
-bool Recorder::sharesLastCell( double from, double to ) const {
-   RateSeries const & cells = record_->rateSeries();
+bool Recorder::sharesLastCell( RateSeries const & cells, double from, double to ) const {
    // Across a time without readings nothing is joined: nobody knows what flowed then.
    return cells.size() > 0 && cells.last().to == from && to - cells.last().from <= cellSeconds_;
 }
@@ -71,8 +70,9 @@ void Recorder::ratesAre( double from, double to, Interface::IntfRates const & r 
    if( !record_ ) return;
    RateCell const cell{ from,          to,           r.inBitsRate, r.inBitsRate, r.inBitsRate, r.outBitsRate,
                         r.outBitsRate, r.outBitsRate };
-   if( sharesLastCell( from, to ) ) return record_->lastRateIs( joined( record_->rateSeries().last(), cell ) );
-   if( record_->rateSeries().size() >= cells_ ) widen();
+   RateSeries const & cells = record_->rateSeries();
+   if( sharesLastCell( cells, from, to ) ) return record_->lastRateIs( joined( cells.last(), cell ) );
+   if( cells.size() >= cells_ ) widen();
    record_->rateIs( cell );
 }
 

@@ -30,7 +30,7 @@ class Recorder {
    void ratesAre( double from, double to, Interface::IntfRates const & rates );
 
  private:
-   [[nodiscard]] bool sharesLastCell( double from, double to ) const;
+   [[nodiscard]] bool sharesLastCell( RateSeries const & cells, double from, double to ) const;
    void widen();
 
    Kel::Ptr<WindowIntf> const record_;

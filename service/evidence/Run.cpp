@@ -48,7 +48,6 @@ Run::Step Run::sampleIs( Sample const & sample, double threshold ) {
    hasReading_ = true;
    lastReading_ = sample.time;
    trouble_ = "";
-   rates_ = sample.rates;
    return step;
 }
 

@@ -54,7 +54,6 @@ class Run {
    [[nodiscard]] std::optional<double> lastReading() const {
       return hasReading_ ? std::optional( lastReading_ ) : std::nullopt;
    }
-   [[nodiscard]] Interface::IntfRates const & rates() const { return rates_; }  // of that reading, bit/s
    // Beginning of what the run of quiet readings covers; none while there is no run.
    [[nodiscard]] std::optional<double> quietSince() const {
       return hasRun_ ? std::optional( quietSince_ ) : std::nullopt;
@@ -77,7 +76,6 @@ class Run {
    uint64_t referenceRestarts_ = 0;
    double lastReading_ = 0;
    double quietSince_ = 0;
-   Interface::IntfRates rates_;
    char const * trouble_ = "";
 };
 

@@ -1,6 +1,7 @@
 #include "evidence/Sources.h"
 
 #include "kel/ActivityLoop.h"
+#include "kel/InBlocks.h"
 #include "records/Names.h"
 
 namespace Evidence {
@@ -53,7 +54,8 @@ class Sources::KelLinkDir final : public Interface::AllIntfStatusDir::NotifieeCo
    Sources & owner_;
 };
 
-class Sources::KelMonitor final : public Maintenance::MonIntfStatus::NotifieeConst {
+// Each hears of each sample.
+class Sources::KelMonitor final : public Maintenance::MonIntfStatus::NotifieeConst, public Kel::InBlocks<KelMonitor> {
  public:
    explicit KelMonitor( Sources & owner ) : owner_( owner ) {}
    void handleInitialized() { tell( MonitorChange::began ); }
@@ -342,6 +344,8 @@ Maintenance::Unit::State Sources::unitState( Kel::Name const & unit ) const {
 }
 
 void Sources::lagIs( Lumo::IntfId member, Lumo::IntfId lag ) {
+   // Most links are members of none, and take no place here.
+   if( lag.empty() && !lagOf_.contains( member ) ) return;
    Lumo::IntfId & present = lagOf_[member];
    if( present == lag ) return;
    if( !present.empty() ) lagMembers_[present].erase( member );

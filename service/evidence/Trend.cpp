@@ -74,15 +74,9 @@ double squaresOfDecay( Points const & points, std::size_t count, Line const & lo
 
 }  // namespace
 
-void Trend::readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval, bool first ) {
-   // Also where its beginning was told to nobody, because there was no profile then.
-   first = first || count_ == 0;
+void Trend::readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval ) {
+   bool const first = count_ == 0;
    auto const peak = static_cast<float>( std::max( rates.inBitsRate, rates.outBitsRate ) );
-   if( first ) {
-      next_ = 0;
-      count_ = 0;
-      latest_ = {};
-   }
    if( first || peak < low_ * ( 1 - leastFall ) ) {
       low_ = peak;
       lowSince_ = first ? from : to;
@@ -108,8 +102,6 @@ void Trend::keepLatest() {
    }
    count_ = static_cast<uint8_t>( std::min<std::size_t>( count_ + 1u, most ) );
 }
-
-void Trend::clear() { *this = Trend(); }
 
 std::size_t Trend::recent( double loadInterval ) const {
    std::size_t count = 0;

@@ -7,7 +7,7 @@
 // rises, stays level, or falls by less than a tenth in a load interval is stuck when that has been seen for a whole
 // load interval, and until then nothing is said.
 //
-// Owned by Watched, which tells it of loud readings only, and when they end. Knows no records and no clock.
+// Owned by Watched, which tells it of loud readings only, and drops it when they end. Knows no records and no clock.
 #pragma once
 
 #include <array>
@@ -15,7 +15,6 @@
 #include <memory>
 #include <optional>
 
-#include "kel/FetchAhead.h"
 #include "records/Interface.h"
 
 namespace Evidence {
@@ -39,14 +38,8 @@ constexpr char const * enumName( Pace::Kind kind ) {
 
 class Trend {
  public:
-   // A loud reading that covers the time from `from` to `to`; `first`: the one before was not loud, or does not count.
-   void readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval, bool first );
-   // It is not loud any more: nothing of it is kept.
-   void clear();
-   // From memory, where a reading may be kept.
-   void fetch() const {
-      if( former_ ) Kel::fetch( ( *former_ )[next_] );
-   }
+   // A loud reading that covers the time from `from` to `to`.
+   void readingIs( double from, double to, Interface::IntfRates const & rates, double loadInterval );
    // As of `now`, which is not before the last reading.
    [[nodiscard]] Pace pace( double now, double thresholdBitsRate, double loadInterval ) const;
 

@@ -26,7 +26,7 @@ double stalesAfter( double sampleInterval ) { return 2 * sampleInterval + 1; }
 
 Watched::Watched( Lumo::IntfId intf, Sources const & sources, NeverWatched const & neverWatched,
                   WatchedListener & listener )
-   : intf_( intf ), listener_( listener ), sources_( sources ), neverWatched_( neverWatched ) {
+   : listener_( listener ), intf_( intf ), sources_( sources ), neverWatched_( neverWatched ) {
    // What nobody has watched before counts from now; a link that has been down for longer is known to have been.
    lookUpRecords();
    if( !link_ ) awaySince_ = Kel::now();
@@ -41,9 +41,14 @@ double Watched::sampleInterval() const {
 }
 
 void Watched::fetchSources() const {
-   if( monitor_ ) Kel::fetch( *monitor_ );
-   for( auto const * const row : counters_ ) Kel::fetch( *row );
-   trend_.fetch();
+   if( monitor_ ) {
+      Kel::fetch( monitor_->curRates() );
+      Kel::fetch( monitor_->totalSamples() );
+   }
+   for( auto const * const row : counters_ ) Kel::fetch( row->sequence );
+   if( !settlesSoon() ) return readings_.fetchNext();
+   Kel::fetch( readings_ );
+   Kel::fetch( trend_ );
 }
 
 void Watched::handleLink( LinkChange change ) {
@@ -92,11 +97,28 @@ void Watched::interrupt( char const * cause ) { tellOf( run_.interruptIs( cause 
 
 void Watched::tellOf( Run::Step const & step ) {
    // Before anybody hears of it.
-   if( step.loud && profile_ )
-      trend_.readingIs( step.from, step.to, step.rates, profile_->rateMonLoadInterval(), step.becameLoud );
-   if( step.loudEnded ) trend_.clear();
+   if( step.loudEnded ) {
+      settle();
+      trend_.reset();
+   }
+   if( step.reading ) keep( step );
    if( step.broke ) listener_.onBreak( step );
    if( step.reading ) listener_.onReading( step );
+}
+
+void Watched::keep( Run::Step const & step ) {
+   auto const interval = step.loud && profile_ ? std::optional( profile_->rateMonLoadInterval() ) : std::nullopt;
+   if( interval != trendInterval_ || !readings_.takes( step.from ) ) settle();
+   trendInterval_ = interval;
+   readings_.add( step.from, step.to, step.rates );
+}
+
+void Watched::settle() {
+   readings_.takeAll( [this]( double from, double to, Interface::IntfRates const & rates ) {
+      if( trendInterval_ && !trend_ ) trend_ = std::make_unique<Trend>();
+      if( trendInterval_ ) trend_->readingIs( from, to, rates, *trendInterval_ );
+      listener_.onSettled( from, to, rates );
+   } );
 }
 
 void Watched::lookUpRecords() {
@@ -111,13 +133,13 @@ void Watched::lookAtLink() {
    down_ = link_ && link_->operStatus() == IntfOperStatus::down;
 }
 
-bool Watched::apply() {
+bool Watched::apply( uint32_t counterGeneration ) {
    bool const moved = std::exchange( recordsMoved_, false );
    if( moved ) lookUpRecords();
    // The threshold before the sample: the rates are judged by what is in force when they are published.
    applyProfile();
    if( std::exchange( membersMoved_, false ) ) applyMembers();
-   if( countersAt_ != sources_.counterGeneration() ) lookUpRows();
+   if( !countersKnown_ || countersAt_ != counterGeneration ) lookUpRows();
    if( moved || !plainKnown_ ) plain_ = isPlain();
    plainKnown_ = true;
    applySample();
@@ -139,9 +161,8 @@ void Watched::applyMembers() {
    auto const rows = sources_.rowsOf( intf_ );
    if( std::ranges::equal( rows, rows_ ) ) return;
    // The first look at an interface changes nothing that anybody relied on.
-   bool const first = !countersAt_;
+   bool const first = !countersKnown_;
    rows_.assign( rows.begin(), rows.end() );
-   countersAt_.reset();
    lookUpRows();
    if( !first ) interrupt( "its members changed" );
 }
@@ -166,6 +187,7 @@ void Watched::applySample() {
 
 void Watched::lookUpRows() {
    countersAt_ = sources_.counterGeneration();
+   countersKnown_ = true;
    plainKnown_ = false;
    bool const had = complete_;
    counters_.clear();
@@ -239,11 +261,12 @@ Judgement Watched::judgeUp() const {
    return found;
 }
 
-Pace Watched::pace() const {
+Pace Watched::pace() {
    if( !run_.loud() || !profile_ || !judgeable_ ) return {};
    // What has not been heard of for long may be anywhere.
    if( Kel::now() > *run_.lastReading() + stalesAfter( sampleInterval() ) ) return {};
-   return trend_.pace( Kel::now(), threshold_, profile_->rateMonLoadInterval() );
+   settle();
+   return trend_ ? trend_->pace( Kel::now(), threshold_, profile_->rateMonLoadInterval() ) : Pace();
 }
 
 double Watched::lacks( Judgement const & judgement ) const {

@@ -7,13 +7,16 @@
 
 #include <functional>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "evidence/Readings.h"
 #include "evidence/Run.h"
 #include "evidence/Sources.h"
 #include "evidence/Trend.h"
+#include "kel/FetchAhead.h"
 #include "kel/Few.h"
 
 namespace Evidence {
@@ -22,6 +25,8 @@ namespace Evidence {
 class WatchedListener {
  public:
    virtual void onReading( Run::Step const & step ) = 0;
+   // What is settled: each reading once, in order, some time after onReading().
+   virtual void onSettled( double from, double to, Interface::IntfRates const & rates ) = 0;
    virtual void onBreak( Run::Step const & step ) = 0;
    virtual void onIntfEvent( char const * kind, std::string const & text ) = 0;
 
@@ -50,17 +55,27 @@ class Watched final {
 
    [[nodiscard]] Lumo::IntfId intf() const { return intf_; }
    [[nodiscard]] Run const & run() const { return run_; }
+   // Of the reading that counts, if there is one; bit/s.
+   [[nodiscard]] Interface::IntfRates rates() const { return readings_.latest(); }
    // As of the last apply().
    [[nodiscard]] Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile() const { return profile_; }
    [[nodiscard]] bool linkThere() const { return link_ != nullptr; }
    [[nodiscard]] bool monitored() const { return monitor_ != nullptr; }
    // Of a loud interface: whether it falls. Computed when it is asked for, so that a sample pays nothing for it.
-   [[nodiscard]] Pace pace() const;
+   [[nodiscard]] Pace pace();
    // How often the monitor samples now, in seconds; 0 while nobody does.
    [[nodiscard]] double sampleInterval() const;
 
-   // From memory, what samples are read from.
+   // All readings go into what is made of them.
+   void settle();
+   // The next sample will do so.
+   [[nodiscard]] bool settlesSoon() const { return readings_.nearlyFull(); }
+
+   // From memory, what samples are read from; and where they go together.
    void fetchSources() const;
+   void fetchTrend() const {
+      if( settlesSoon() && trend_ ) Kel::fetch( *trend_ );
+   }
 
    void handleLink( LinkChange change );
    void handleMonitor( MonitorChange change );
@@ -68,8 +83,8 @@ class Watched final {
    void handleMembers() { membersMoved_ = true; }
    void handleProfile() { recordsMoved_ = true; }
    // Takes in what has changed in this turn: records, profile, members, and the sample if there was one. True when it
-   // was more than a sample.
-   bool apply();
+   // was more than a sample. `counterGeneration`: as the sources say it.
+   bool apply( uint32_t counterGeneration );
 
    // A sampled Ethernet link of which nobody can judge otherwise, and the reading that counts is loud.
    [[nodiscard]] bool plainlyLoud() const { return plain_ && up_ && run_.loud(); }
@@ -87,6 +102,7 @@ class Watched final {
    void applyMembers();
    void applySample();
    void tellOf( Run::Step const & step );
+   void keep( Run::Step const & step );
    void interrupt( char const * cause );
    // Whether all counters were read at `time`, and how often they have started again.
    [[nodiscard]] bool freshAt( double time, uint64_t & restarts );
@@ -96,6 +112,7 @@ class Watched final {
    [[nodiscard]] Judgement judgeUp() const;
 
    // What a sample needs comes first, and close together: a thousand interfaces are more than the caches hold.
+   WatchedListener & listener_;
    Lumo::IntfId const intf_;
    uint32_t samples_ = 0;  // the monitor's count at the sample that was taken in last
    double sampleTime_ = 0;
@@ -113,15 +130,18 @@ class Watched final {
    Kel::Ptr<IntfMaintenanceProfile::Config const> profile_;
    // The counters that samples are made of, of those rows that have any.
    Kel::Few<KelQuill::CounterTable::Row const *> counters_;
-   std::optional<uint32_t> countersAt_;  // generation at which they were looked up
-   WatchedListener & listener_;
+   uint32_t countersAt_ = 0;     // generation at which they were looked up
+   bool countersKnown_ = false;  // they were
+   bool entered_ = false;        // has our error-disable entry
    Run run_;
-   Trend trend_;  // of loud readings only
+   // By which load interval the trend is to have the readings, in seconds; none: it is not.
+   std::optional<uint32_t> trendInterval_;
+   Readings readings_;
    // The rest
+   std::unique_ptr<Trend> trend_;  // null: there are no readings of it
    Kel::Ptr<Interface::IntfStatus const> link_;
    Kel::Few<Lumo::IntfId> rows_;
    std::optional<double> awaySince_;
-   bool entered_ = false;  // has our error-disable entry
    Sources const & sources_;
    NeverWatched const & neverWatched_;
 };

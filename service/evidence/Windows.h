@@ -9,8 +9,7 @@
 #pragma once
 
 #include "dovra/EntityManager.h"
-#include "evidence/Accounts.h"
-#include "evidence/RateSeries.h"
+#include "evidence/WindowIntf.h"
 #include "kel/Attributes.h"
 #include "kel/Optional.h"
 #include "records/IntfId.h"
@@ -66,54 +65,6 @@ struct StageRun {
    KEL_FIELD( StageResult, result )
    KEL_FIELD( Kel::String8, why )  // its hook has failed; empty: it has not
    KEL_VALUE_END( StageRun )
-};
-
-// Something that happened to an interface, in words: "break", "spike", "link", "shutdown", "verdict".
-struct IntfEvent {
-   KEL_VALUE( IntfEvent, "Evidence::IntfEvent" )
-   KEL_FIELD( double, time )
-   KEL_FIELD( Kel::String8, kind )
-   KEL_FIELD( Kel::String8, text )
-   KEL_VALUE_END( IntfEvent )
-};
-
-// The profile in force for an interface: of the request at first, and as reloads and selections have changed it since.
-struct ProfileInForce {
-   KEL_VALUE( ProfileInForce, "Evidence::ProfileInForce" )
-   KEL_FIELD( Kel::String8, profile )
-   KEL_FIELD( double, thresholdBitsRate )      // bit/s
-   KEL_FIELD( double, sampleIntervalSeconds )  //
-   KEL_FIELD( double, loadIntervalSeconds )    //
-   KEL_FIELD( bool, shutdown )                 //
-   KEL_VALUE_END( ProfileInForce )
-};
-
-// One interface in a window.
-class WindowIntf final : public Kel::Entity {
-   KEL_ENTITY( WindowIntf, "Evidence::WindowIntf", Lumo::IntfId, intfId )
-   KEL_ATTR( bool, leftOut )  // of the proof
-   KEL_ATTR( bool, seen )     // a link of that name, at some time since the request
-   KEL_ATTR( ProfileInForce, profile )
-   KEL_COUNTER( uint32_t, breaks )
-   KEL_COUNTER( uint32_t, spikes )
-   KEL_COUNTER( uint32_t, totalEvents )                  // all there were; the first and the last of them are kept
-   KEL_MAP( IntfEvent, uint32_t, event, onEvent )        // by number
-   KEL_MAP( Verdict, uint32_t, verdictAt, onVerdictAt )  // at the end of the stage with that number
-   KEL_ATTR_BY( RateCells, rates )                       // in the order of time, at most 600
-   KEL_ENTITY_END
-
-   [[nodiscard]] RateCells rates() const { return rates_.cells(); }
-   [[nodiscard]] RateSeries const & rateSeries() const { return rates_; }
-   // Tell nobody, watchers neither: they change with every reading, and are read when somebody wants to see them.
-   void ratesIs( RateCells const & cells ) { rates_.cellsIs( cells ); }
-   void rateIs( RateCell const & cell ) { rates_.add( cell ); }
-   void lastRateIs( RateCell const & cell ) { rates_.lastIs( cell ); }
-   // For the store, without a loss; the latter throws AttributeError for what is none.
-   [[nodiscard]] std::string packedRates() const { return rates_.packed(); }
-   void packedRatesIs( std::string_view text ) { rates_.packedIs( text ); }
-
- private:
-   RateSeries rates_;
 };
 
 // One window. Its key is the instance's name: the unit, "#", the generation of its enter.

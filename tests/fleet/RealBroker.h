@@ -1,5 +1,5 @@
-// A broker for tests: nats-server on a free port of this machine, with TLS, JetStream and the keys of a KeyStore, all in
-// a directory that goes with it.
+// A broker for tests: nats-server on a free port of this machine, with TLS, JetStream and the keys of a KeyStore, all
+// in a directory that goes with it.
 #pragma once
 
 #include <sys/types.h>

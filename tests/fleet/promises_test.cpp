@@ -108,7 +108,7 @@ TEST( FleetPromises, holdWhateverGoesWrong ) {
    char const * const first = std::getenv( "FLEET_SEED" );
    char const * const many = std::getenv( "FLEET_LIVES" );
    unsigned const begin = first ? static_cast<unsigned>( std::atoi( first ) ) : std::random_device()() % 1'000'000;
-   unsigned const lives = many ? static_cast<unsigned>( std::atoi( many ) ) : 40;
+   unsigned const lives = many ? static_cast<unsigned>( std::atoi( many ) ) : 12;
    for( unsigned seed = begin; seed < begin + lives && !testing::Test::HasFailure(); ++seed ) oneLife( seed );
 }
 

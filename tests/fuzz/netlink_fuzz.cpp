@@ -5,6 +5,7 @@
 #include <linux/rtnetlink.h>
 
 #include <cstring>
+#include <set>
 #include <vector>
 
 #include "Targets.h"
@@ -32,11 +33,11 @@ class Kernel {
    }
 
  private:
-   void check() const {
-      KEL_ASSERT( feed_.interfaces().size() == table_.links().size() );
-      for( auto const & [index, intf] : feed_.interfaces() ) {
+   void check() {
+      for( auto const & [index, link] : table_.links() ) seen_.insert( index );
+      for( int const index : seen_ ) {
          auto const * const link = table_.link( index );
-         KEL_ASSERT( link && link->index == index && intf == Lumo::IntfId( link->name ) );
+         KEL_ASSERT( feed_.interface( index ) == ( link ? Lumo::IntfId( link->name ) : Lumo::IntfId() ) );
       }
    }
 
@@ -46,6 +47,7 @@ class Kernel {
    Service::LinkRecords records_{ state_ };
    LinkFeed feed_{ records_, writer_, {} };
    LinkTable table_{ feed_ };
+   std::set<int> seen_;  // indices
 };
 
 // Whether there is something in it for somebody.

@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <random>
+#include <span>
 
 #include "RandomRecords.h"
 #include "TempDir.h"
@@ -27,6 +28,7 @@
 namespace Host {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -345,6 +347,24 @@ TEST_F( WindowKeeperTest, theRatesOfEachInterfaceGoToDiskOnceInFiveMinutesAndNot
    auto const before = cells();
    inTurn( [&] { intfs_[0]->seenIs( true ); } );
    EXPECT_EQ( cells(), before );
+}
+
+TEST_F( WindowKeeperTest, turnsGoOnWhereInterfacesAndWindowsComeAndGo ) {
+   begin();
+   window( 20 );
+   auto const windows = Evidence::windowDir( *records_->database );
+   inTurn( [&] { windows->windowIs( new Window( "edge#1" ) )->intfIs( Lumo::IntfId( "up0" ) ); } );
+   commits( 151, [&] { sample(); } );
+   // In the middle of the turns, and while all of them are due.
+   inTurn( [&] {
+      window_->stageRunIs( 0, { "ratemon", Maintenance::Unit::MaintenanceOp::enter } );
+      for( auto const & intf : std::span( intfs_ ).subspan( 5, 10 ) ) window_->intfDel( intf->intfId() );
+      windows->windowDel( "edge#1" );
+   } );
+   intfs_.erase( intfs_.begin() + 5, intfs_.begin() + 15 );
+   EXPECT_THAT( cells(), Each( 151u ) );
+   commits( 301, [&] { sample(); } );
+   EXPECT_GT( std::ranges::min( cells() ), 151u );
 }
 
 TEST_F( WindowKeeperTest, allRatesGoToDiskWithTheEndOfAStageOfTheWindowAndOfTheAgent ) {

@@ -254,6 +254,13 @@ TEST_F( StoreTest, aCommitThatFailsHalfWayIsUndone ) {
    Store::Changes changes{ {}, { { "a", "1" } }, {}, Store::Moment{ "boot", std::nan( "" ), 0, 0 } };
    EXPECT_THROW( store.commit( changes ), StoreError );
    EXPECT_THAT( store.rows(), IsEmpty() );
+   // So is one that its own writer gives up, whatever that throws.
+   auto const givenUp = [&]( Store::Transaction & to ) {
+      to.put( "a", "1" );
+      throw std::out_of_range( "row" );
+   };
+   EXPECT_THROW( store.transact( givenUp ), std::out_of_range );
+   EXPECT_THAT( store.rows(), IsEmpty() );
    changes.moment->now = 1;
    store.commit( changes );
    EXPECT_THAT( store.rows(), SizeIs( 1 ) );

@@ -20,8 +20,8 @@ class EventHistory : public ::testing::Test {
    // What follows a number.
    std::vector<std::string> after( uint64_t number ) const {
       std::vector<std::string> texts;
-      for( auto const * entry = log_->next( number ); entry; entry = log_->next( entry->event.seq ) )
-         texts.push_back( std::to_string( entry->event.seq ) + " " + entry->event.text.str() );
+      for( auto const * entry = log_->next( number ); entry; entry = log_->next( entry->seq() ) )
+         texts.push_back( std::to_string( entry->seq() ) + " " + entry->event().text.str() );
       return texts;
    }
 
@@ -68,7 +68,7 @@ TEST_F( EventHistory, isBounded ) {
    EXPECT_LT( kept.size(), 1000U );
    EXPECT_GT( kept.size(), 900U );
    EXPECT_TRUE( kept.back().ends_with( umlauts + " ..." ) );
-   EXPECT_LE( log_->next( log_->last() - 1 )->event.text.view().size(), EventLog::textMax + 4 );
+   EXPECT_LE( log_->next( log_->last() - 1 )->event().text.view().size(), EventLog::textMax + 4 );
 }
 
 // Each hears all in the order of their numbers, also of what another tells in answer.

@@ -1,4 +1,4 @@
-// The HTTP API of maintd over its unix socket, as a client sees it: one request, one answer, JSON or text.
+// The HTTP API of a daemon over its unix socket, as a client sees it: one request, one answer, JSON or text.
 //
 // Opens a connection per request; never retries. No request takes longer than its time, and no answer more memory than
 // its size, whoever it is that listens there: a daemon that is stopped, one that sends for ever, or something else.
@@ -12,15 +12,15 @@
 #include <stdexcept>
 #include <string>
 
-#include "Target.h"
+#include "client/Target.h"
 #include "tables/Shape.h"
 
 namespace Cli {
 
 using Clock = std::chrono::steady_clock;
 
-// Nobody at the socket gives an answer that can be used: maintd does not run, may not be reached by this user, does not
-// answer in time, or is no maintd.
+// Nobody at the socket gives an answer that can be used: the daemon does not run, may not be reached by this user, does
+// not answer in time, or is another.
 class NotReached : public std::runtime_error {
  public:
    explicit NotReached( std::string const & what, std::string advice = "" )
@@ -50,6 +50,13 @@ struct Answer {
    [[nodiscard]] std::string error() const;
 };
 
+// Who is asked, for people.
+struct Daemon {
+   std::string name = "maintd";
+   // A sentence for when it does not run.
+   std::string startIt = "Start it with: maintd --config FILE   (systemctl start maintd where it is a service)";
+};
+
 class LineStream;
 
 class Client {
@@ -57,8 +64,8 @@ class Client {
    // One socket for everything.
    explicit Client( std::string socketPath ) : Client( socketPath, socketPath ) {}
    // One for what changes something, and one for what only reads.
-   Client( std::string controlPath, std::string readPath )
-      : controlPath_( std::move( controlPath ) ), readPath_( std::move( readPath ) ) {}
+   Client( std::string controlPath, std::string readPath, Daemon daemon = {} )
+      : controlPath_( std::move( controlPath ) ), readPath_( std::move( readPath ) ), daemon_( std::move( daemon ) ) {}
 
    [[nodiscard]] std::string const & controlPath() const { return controlPath_; }
    [[nodiscard]] std::string const & readPath() const { return readPath_; }
@@ -70,12 +77,13 @@ class Client {
    [[nodiscard]] Answer post( Target const & target, Shape const & asked ) const;
    // Of any size that a box may need, only as it came. JSON has been seen to be JSON.
    [[nodiscard]] Answer getLarge( Target const & target, std::string_view mediaType ) const;
-   // An answer that goes on (LineStream.h).
+   // An answer of maintd that goes on (LineStream.h).
    [[nodiscard]] LineStream lines( Target const & target ) const;
 
  private:
    std::string controlPath_;
    std::string readPath_;
+   Daemon daemon_;
    std::optional<Clock::time_point> deadline_;
 };
 

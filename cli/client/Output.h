@@ -1,5 +1,5 @@
-// Standard output and standard error as maintctl writes them: nothing reaches either of them but what is fit for a
-// terminal (tables/Printable.h), whoever has chosen it.
+// Standard output and standard error as a program for people writes them: nothing reaches either of them but what is
+// fit for a terminal (tables/Printable.h), whoever has chosen it.
 //
 // Put in place of a stream's own buffer for as long as it lives; so all that is printed has to go through std::cout and
 // std::cerr, and nothing through stdio. Where a write fails the stream goes bad, and what was not written is dropped.

@@ -1,4 +1,4 @@
-#include "Client.h"
+#include "client/Client.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/beast/core/basic_stream.hpp>
@@ -8,8 +8,8 @@
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/parse.hpp>
 
-#include "LineStream.h"
-#include "Reach.h"
+#include "client/LineStream.h"
+#include "client/Reach.h"
 #include "tables/Members.h"
 
 namespace Cli {
@@ -28,7 +28,7 @@ struct Limits {
    std::size_t mebibytes;
 };
 constexpr Limits ordinary{ std::chrono::seconds( 10 ), std::chrono::seconds( 10 ), 16 };
-// maintd writes a dump in one go, but reading it is a matter of megabytes.
+// A dump is written in one go, but reading it is a matter of megabytes.
 constexpr Limits large{ std::chrono::seconds( 10 ), std::chrono::seconds( 120 ), 256 };
 
 // One request and its answer on a connection of its own.
@@ -37,11 +37,12 @@ class Exchange {
    using Request = http::request<http::empty_body>;
    using Response = http::response<http::string_body>;
 
-   Exchange( std::string const & path, Limits const & limits, std::optional<Clock::time_point> deadline )
+   Exchange( std::string const & path, Daemon const & daemon, Limits const & limits,
+             std::optional<Clock::time_point> deadline )
       : limits_( limits ),
         end_( Clock::now() + limits.whole ),
         deadline_( deadline ),
-        stream_( connected( io_, path, bounded( end_ ) ) ) {}
+        stream_( connected( io_, path, bounded( end_ ), daemon ) ) {}
 
    // Throws boost::system::system_error.
    Response answerTo( Request const & request ) {
@@ -173,32 +174,33 @@ std::string mayStillHappen( http::verb method ) {
    return method == http::verb::post ? "; it may have been carried out, or may still be" : "";
 }
 
-Answer exchange( std::string const & path, http::verb method, Target const & target, Asked const & asked,
-                 Limits const & limits, std::optional<Clock::time_point> deadline ) {
+Answer exchange( std::string const & path, Daemon const & daemon, http::verb method, Target const & target,
+                 Asked const & asked, Limits const & limits, std::optional<Clock::time_point> deadline ) {
    auto const passed = [&] { return deadline && Clock::now() >= *deadline; };
    std::string const what = std::string( http::to_string( method ) ) + " " + target.text();
    Exchange::Request request( method, target.text(), 11 );
    // Required of every request (RFC 9112, section 3.2), though nobody looks at it on a unix socket.
-   request.set( http::field::host, "maintd" );
-   // So that maintd does not keep the connection for a request that will not come.
+   request.set( http::field::host, daemon.name );
+   // So that the daemon does not keep the connection for a request that will not come.
    request.set( http::field::connection, "close" );
    request.prepare_payload();
    std::optional<Exchange::Response> response;
    try {
-      response = Exchange( path, limits, deadline ).answerTo( request );
+      response = Exchange( path, daemon, limits, deadline ).answerTo( request );
    } catch( boost::system::system_error const & error ) {
       std::string const text = what + mayStillHappen( method );
-      if( passed() ) throw DeadlinePassed( "maintd has not answered in time: " + text );
-      throw NotReached( "maintd at " + path + " did not answer: " + why( error.code(), limits ) + ": " + text );
+      if( passed() ) throw DeadlinePassed( daemon.name + " has not answered in time: " + text );
+      throw NotReached( daemon.name + " at " + path + " did not answer: " + why( error.code(), limits ) + ": " + text );
    } catch( NotReached const & ) {
       // Not even connected, so nothing was sent.
-      if( passed() ) throw DeadlinePassed( "maintd has not taken the connection in time: " + what );
+      if( passed() ) throw DeadlinePassed( daemon.name + " has not taken the connection in time: " + what );
       throw;
    }
    Answer answer{ response->result_int(), std::move( response->body() ), {} };
    std::string const fault = readFault( answer, *response, asked );
    if( fault.empty() ) return answer;
-   throw NotReached( "what answers at " + path + " is no maintd, or one of another version: " + what + ": " + fault );
+   throw NotReached( "what answers at " + path + " is no " + daemon.name + ", or one of another version: " + what +
+                     ": " + fault );
 }
 
 }  // namespace
@@ -212,15 +214,15 @@ Client Client::until( std::optional<Clock::time_point> deadline ) const {
 }
 
 Answer Client::get( Target const & target, Shape const & asked ) const {
-   return exchange( readPath_, http::verb::get, target, { .shape = &asked }, ordinary, deadline_ );
+   return exchange( readPath_, daemon_, http::verb::get, target, { .shape = &asked }, ordinary, deadline_ );
 }
 
 Answer Client::post( Target const & target, Shape const & asked ) const {
-   return exchange( controlPath_, http::verb::post, target, { .shape = &asked }, ordinary, deadline_ );
+   return exchange( controlPath_, daemon_, http::verb::post, target, { .shape = &asked }, ordinary, deadline_ );
 }
 
 Answer Client::getLarge( Target const & target, std::string_view mediaType ) const {
-   return exchange( readPath_, http::verb::get, target, { .mediaType = mediaType }, large, deadline_ );
+   return exchange( readPath_, daemon_, http::verb::get, target, { .mediaType = mediaType }, large, deadline_ );
 }
 
 LineStream Client::lines( Target const & target ) const {

@@ -1,4 +1,4 @@
-#include "LineStream.h"
+#include "client/LineStream.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "Reach.h"
+#include "client/Reach.h"
 
 namespace Cli {
 

@@ -1,4 +1,4 @@
-#include "Reach.h"
+#include "client/Reach.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -17,8 +17,6 @@ namespace Cli {
 namespace asio = boost::asio;
 
 namespace {
-
-constexpr char const * startIt = "Start it with: maintd --config FILE   (systemctl start maintd where it is a service)";
 
 std::string userName( uid_t id ) {
    passwd const * const entry = ::getpwuid( id );
@@ -61,21 +59,22 @@ bool isSocket( std::string const & path ) {
    return ::stat( path.c_str(), &found ) == 0 && S_ISSOCK( found.st_mode );
 }
 
-NotReached why( std::string const & path, int error ) {
+NotReached why( std::string const & path, Daemon const & daemon, int error ) {
    switch( error ) {
       case EACCES: return denied( path );
-      case ENOENT: return NotReached( "maintd is not running: there is no socket at " + path, startIt );
+      case ENOENT: return NotReached( daemon.name + " is not running: there is no socket at " + path, daemon.startIt );
       case ECONNREFUSED:
          // Refused as well when the file is no socket at all.
          if( !isSocket( path ) ) return NotReached( path + " is no socket" );
-         return NotReached( "maintd is not running: nobody listens at " + path + " any more", startIt );
-      case EAGAIN: return NotReached( "maintd at " + path + " takes no connection: it is stopped, or too busy" );
-      case EPROTOTYPE: return NotReached( path + " is a socket of another kind than maintd's" );
-      default: return NotReached( "maintd is not reached at " + path + ": " + std::strerror( error ) );
+         return NotReached( daemon.name + " is not running: nobody listens at " + path + " any more", daemon.startIt );
+      case EAGAIN:
+         return NotReached( daemon.name + " at " + path + " takes no connection: it is stopped, or too busy" );
+      case EPROTOTYPE: return NotReached( path + " is a socket of another kind than " + daemon.name + "'s" );
+      default: return NotReached( daemon.name + " is not reached at " + path + ": " + std::strerror( error ) );
    }
 }
 
-// Limits how long connect(2) may wait for room among the connections that maintd has not taken yet.
+// Limits how long connect(2) may wait for room among the connections that the daemon has not taken yet.
 void waitAtMost( int fd, Clock::duration left ) {
    using namespace std::chrono;
    // All zero would be for ever (socket(7)).
@@ -86,7 +85,7 @@ void waitAtMost( int fd, Clock::duration left ) {
 
 }  // namespace
 
-Socket connected( asio::io_context & io, std::string const & path, Clock::time_point end ) {
+Socket connected( asio::io_context & io, std::string const & path, Clock::time_point end, Daemon const & daemon ) {
    constexpr std::size_t longest = sizeof( sockaddr_un::sun_path ) - 1;
    if( path.empty() ) throw NotReached( "the socket's path is empty" );
    if( path.size() > longest ) {
@@ -105,7 +104,7 @@ Socket connected( asio::io_context & io, std::string const & path, Clock::time_p
                  : errno;
       // Interrupted when this program was stopped and goes on (signal(7)).
    } while( error == EINTR );
-   if( error != 0 ) throw why( path, error );
+   if( error != 0 ) throw why( path, daemon, error );
    return socket;
 }
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "Client.h"
+#include "client/Client.h"
 
 namespace Cli {
 

@@ -1,4 +1,4 @@
-#include "Output.h"
+#include "client/Output.h"
 
 #include <fcntl.h>
 #include <poll.h>

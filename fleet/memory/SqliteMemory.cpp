@@ -1,0 +1,141 @@
+#include "memory/SqliteMemory.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace Fleet {
+
+namespace {
+
+// "RMfl", so that `file` and we know it from other databases.
+constexpr int applicationId = 0x524d666c;
+constexpr int layout = 1;
+
+// With the mode that it is to have before anything is in it: SQLite gives its log the same.
+void make( std::string const & path ) {
+   int const fd = ::open( path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR );
+   if( fd < 0 ) throw MemoryFault( path + " cannot be opened: " + std::strerror( errno ) );
+   ::close( fd );
+}
+
+}  // namespace
+
+void SqliteMemory::Close::operator()( sqlite3 * db ) const { sqlite3_close_v2( db ); }
+
+class SqliteMemory::Statement {
+ public:
+   Statement( SqliteMemory const & memory, char const * sql ) : memory_( memory ) {
+      if( sqlite3_prepare_v2( memory.db_.get(), sql, -1, &statement_, nullptr ) != SQLITE_OK ) memory.fail( "be read" );
+   }
+   Statement( Statement const & ) = delete;
+   Statement & operator=( Statement const & ) = delete;
+   ~Statement() { sqlite3_finalize( statement_ ); }
+
+   // Counted from 1; the text must stay until step().
+   void bind( int place, std::string const & text ) {
+      sqlite3_bind_text64( statement_, place, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8 );
+   }
+   // True while there is a row.
+   [[nodiscard]] bool step( char const * doing ) {
+      int const result = sqlite3_step( statement_ );
+      if( result != SQLITE_ROW && result != SQLITE_DONE ) memory_.fail( doing );
+      return result == SQLITE_ROW;
+   }
+   void again() { sqlite3_reset( statement_ ); }
+   [[nodiscard]] std::string text( int column ) const {
+      auto const * const bytes = reinterpret_cast<char const *>( sqlite3_column_text( statement_, column ) );
+      return { bytes ? bytes : "", static_cast<std::size_t>( sqlite3_column_bytes( statement_, column ) ) };
+   }
+   [[nodiscard]] int number( int column ) const { return sqlite3_column_int( statement_, column ); }
+
+ private:
+   SqliteMemory const & memory_;
+   sqlite3_stmt * statement_ = nullptr;
+};
+
+void SqliteMemory::fail( std::string const & what ) const {
+   throw MemoryFault( path_ + " cannot " + what + ": " + sqlite3_errmsg( db_.get() ) );
+}
+
+void SqliteMemory::run( char const * sql ) const {
+   if( sqlite3_exec( db_.get(), sql, nullptr, nullptr, nullptr ) != SQLITE_OK ) fail( "be written" );
+}
+
+int SqliteMemory::number( char const * pragma ) const {
+   Statement statement( *this, pragma );
+   return statement.step( "be read" ) ? statement.number( 0 ) : 0;
+}
+
+SqliteMemory::SqliteMemory( std::string path ) : path_( std::move( path ) ) {
+   make( path_ );
+   sqlite3 * db = nullptr;
+   int const opened = sqlite3_open_v2( path_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr );
+   db_.reset( db );
+   if( opened != SQLITE_OK ) fail( "be opened" );
+   // The lock first, before anything is read that another may be about to change.
+   run( "PRAGMA locking_mode = EXCLUSIVE" );
+   if( sqlite3_exec( db, "BEGIN EXCLUSIVE; COMMIT", nullptr, nullptr, nullptr ) == SQLITE_BUSY ) {
+      throw MemoryFault( path_ + " is in use by another process" );
+   }
+   check();
+   run( "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL" );
+}
+
+SqliteMemory::~SqliteMemory() = default;
+
+// Is it ours, whole, and of a layout that is known? An empty one becomes so.
+void SqliteMemory::check() const {
+   int const id = number( "PRAGMA application_id" );
+   int const found = number( "PRAGMA user_version" );
+   if( id == 0 && found == 0 && number( "SELECT count(*) FROM sqlite_schema" ) == 0 ) {
+      std::string const sql =
+         "BEGIN; CREATE TABLE row( key TEXT PRIMARY KEY, value TEXT NOT NULL ) STRICT, WITHOUT ROWID;"
+         "PRAGMA application_id = " +
+         std::to_string( applicationId ) + "; PRAGMA user_version = " + std::to_string( layout ) + "; COMMIT";
+      return run( sql.c_str() );
+   }
+   if( id != applicationId ) throw MemoryFault( path_ + " is another program's" );
+   if( found > layout ) throw MemoryFault( path_ + " was written by a newer release" );
+   Statement whole( *this, "PRAGMA quick_check( 1 )" );
+   if( !whole.step( "be read" ) || whole.text( 0 ) != "ok" )
+      throw MemoryFault( path_ + " is damaged: " + whole.text( 0 ) );
+}
+
+Memory::Rows SqliteMemory::rows() const {
+   Rows rows;
+   Statement statement( *this, "SELECT key, value FROM row" );
+   while( statement.step( "be read" ) ) rows[statement.text( 0 )] = statement.text( 1 );
+   return rows;
+}
+
+void SqliteMemory::commit( Changes const & changes ) {
+   run( "BEGIN IMMEDIATE" );
+   try {
+      write( changes );
+      run( "COMMIT" );
+   } catch( MemoryFault const & ) {
+      // Where the failure has ended the transaction already there is nothing to roll back.
+      sqlite3_exec( db_.get(), "ROLLBACK", nullptr, nullptr, nullptr );
+      throw;
+   }
+}
+
+void SqliteMemory::write( Changes const & changes ) const {
+   Statement put( *this, "INSERT INTO row VALUES( ?1, ?2 ) ON CONFLICT( key ) DO UPDATE SET value = ?2" );
+   Statement drop( *this, "DELETE FROM row WHERE key = ?1" );
+   for( auto const & [key, value] : changes ) {
+      Statement & statement = value ? put : drop;
+      statement.bind( 1, key );
+      if( value ) statement.bind( 2, *value );
+      static_cast<void>( statement.step( "be written" ) );
+      statement.again();
+   }
+}
+
+}  // namespace Fleet

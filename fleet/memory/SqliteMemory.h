@@ -1,0 +1,42 @@
+// A memory in a SQLite file.
+//
+// Write-ahead log, synchronous commits: what commit() has returned from is there after a loss of power. Locked for as
+// long as it is open, so that an owner, or an agent, has no second beside it. The file is made with mode 0600; one that
+// is another program's, damaged, or of a newer release is refused and never changed.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "memory/Memory.h"
+
+struct sqlite3;
+
+namespace Fleet {
+
+class SqliteMemory final : public Memory {
+ public:
+   // Opens or makes the file, not its directory. Throws MemoryFault.
+   explicit SqliteMemory( std::string path );
+   ~SqliteMemory() override;
+
+   [[nodiscard]] Rows rows() const override;
+   void commit( Changes const & changes ) override;
+
+ private:
+   struct Close {
+      void operator()( sqlite3 * db ) const;
+   };
+   class Statement;
+
+   [[noreturn]] void fail( std::string const & what ) const;
+   void run( char const * sql ) const;
+   [[nodiscard]] int number( char const * pragma ) const;
+   void check() const;
+   void write( Changes const & changes ) const;
+
+   std::string const path_;
+   std::unique_ptr<sqlite3, Close> db_;
+};
+
+}  // namespace Fleet
