@@ -37,9 +37,9 @@ std::string textOf( natsMsg * letter ) {
    return { natsMsg_GetData( letter ), static_cast<std::size_t>( natsMsg_GetDataLength( letter ) ) };
 }
 
-// Absent where it is none, as the answer that there is no such key, or the mark of a key that was deleted.
+// Absent where it is none: the answer that there is no such key names none, and a key that was deleted is marked.
 std::optional<Broker::Letter> letterFrom( natsMsg * message ) {
-   if( headerOf( message, "Status" ) || headerOf( message, "KV-Operation" ) ) return std::nullopt;
+   if( headerOf( message, "KV-Operation" ) ) return std::nullopt;
    char const * const original = headerOf( message, "Nats-Subject" );
    std::string_view const subject = original ? original : natsMsg_GetSubject( message );
    if( !subject.starts_with( keyPrefix ) ) return std::nullopt;
