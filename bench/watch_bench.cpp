@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "api/Api.h"
-#include "api/HttpServer.h"
+#include "http/HttpServer.h"
 #include "kel/ActivityLoop.h"
 #include "loop/AsioLoop.h"
 #include "maintenance/MaintenanceService.h"

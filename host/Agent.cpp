@@ -14,7 +14,7 @@
 #include "brisklog/Brisklog.h"
 #include "claims/Boot.h"
 #include "log/SystemLog.h"
-#include "notify/StatusLine.h"
+#include "statusline/StatusLine.h"
 #include "plugin/Loader.h"
 
 namespace Host {

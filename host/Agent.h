@@ -23,7 +23,7 @@
 
 #include "Box.h"
 #include "api/Api.h"
-#include "api/HttpServer.h"
+#include "http/HttpServer.h"
 #include "claims/NamespaceLock.h"
 #include "control/KernelLinks.h"
 #include "control/LinkGuard.h"

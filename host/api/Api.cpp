@@ -109,25 +109,7 @@ struct Api::Route {
    std::string_view method;
    std::vector<std::string_view> path;
    HttpAnswer ( *answer )( Api &, Asked const & );
-
-   // What stands in the open components, none where the path does not lead there.
-   [[nodiscard]] std::optional<Path> names( Path const & asked ) const;
 };
-
-std::optional<Path> Api::Route::names( Path const & asked ) const {
-   Path names;
-   bool const rest = path.back() == "**";
-   if( rest ? asked.size() < path.size() : asked.size() != path.size() ) return std::nullopt;
-   for( std::size_t i = 0; i < asked.size(); ++i ) {
-      std::string_view const expected = path[std::min( i, path.size() - 1 )];
-      if( expected.starts_with( '*' ) ) {
-         names.push_back( asked[i] );
-      } else if( expected != asked[i] ) {
-         return std::nullopt;
-      }
-   }
-   return names;
-}
 
 std::span<Api::Route const> Api::routes() {
    using A = Asked const;
@@ -198,7 +180,7 @@ HttpAnswer Api::answer( HttpRequest const & request ) {
    bool const versioned = !path.empty() && path[0] == "v1";
    Path const below( path.begin() + ( versioned ? 1 : 0 ), path.end() );
    for( Route const & route : versioned ? routes() : routesBeside() ) {
-      auto const names = route.names( below );
+      auto const names = Target::openIn( route.path, below );
       if( !names ) continue;
       if( route.method == request.method ) return route.answer( *this, { request, target->parameters, *names } );
       allowed += route.method == "GET" ? "GET, HEAD, " : std::string( route.method ) + ", ";

@@ -24,8 +24,8 @@
 #include <string>
 #include <vector>
 
-#include "api/Http.h"
-#include "api/Target.h"
+#include "http/Http.h"
+#include "http/Target.h"
 #include "dovra/EntityManager.h"
 #include "maintenance/MaintenanceService.h"
 #include "plugin/PluginContext.h"

@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
-#include "api/Http.h"
-#include "api/HttpStream.h"
-#include "api/Target.h"
+#include "http/Http.h"
+#include "http/HttpStream.h"
+#include "http/Target.h"
 #include "events/EventLog.h"
 #include "maintenance/MaintenanceService.h"
 

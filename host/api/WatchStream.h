@@ -1,8 +1,8 @@
 // GET /v1/watch and /v1/watch/{path}: what is there, and then each change of it, a line each.
 #pragma once
 
-#include "api/Http.h"
-#include "api/Target.h"
+#include "http/Http.h"
+#include "http/Target.h"
 #include "streams/ChangeHistory.h"
 
 namespace Host {

@@ -15,6 +15,8 @@ using Service::Severity;
 
 namespace {
 
+char const * logName = "maintd";
+
 void trace( Severity severity, std::string const & text ) {
    switch( severity ) {
       case Severity::error: BRISKLOG( 0, "{}", text ); return;
@@ -26,6 +28,8 @@ void trace( Severity severity, std::string const & text ) {
 
 }  // namespace
 
+void logNameIs( char const * name ) { logName = name; }
+
 bool isJournalStream( int fd, char const * named ) {
    struct stat status = {};
    if( !named || ::fstat( fd, &status ) != 0 ) return false;
@@ -33,7 +37,7 @@ bool isJournalStream( int fd, char const * named ) {
 }
 
 std::string logLineText( Severity severity, std::string const & text, bool journal ) {
-   std::string head = "maintd: ";
+   std::string head = std::string( logName ) + ": ";
    if( severity <= Severity::warning ) head += std::string( enumName( severity ) ) + ": ";
    if( journal ) head = "<" + std::to_string( static_cast<int>( severity ) ) + ">";
    return head + Kel::printable( text ) + "\n";

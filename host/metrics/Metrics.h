@@ -10,7 +10,7 @@
 #include <functional>
 #include <memory>
 
-#include "api/Http.h"
+#include "http/Http.h"
 #include "metrics/LiveCounters.h"
 #include "metrics/Snapshot.h"
 

@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "api/HttpStream.h"
+#include "http/HttpStream.h"
 #include "record/Journal.h"
 
 namespace Host {

@@ -5,7 +5,7 @@
 #include <regex>
 
 #include "ApiBox.h"
-#include "api/RequestReader.h"
+#include "http/RequestReader.h"
 #include "kel/Assert.h"
 
 namespace Host {

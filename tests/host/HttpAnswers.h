@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "api/Http.h"
+#include "http/Http.h"
 
 namespace Host {
 

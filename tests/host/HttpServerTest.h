@@ -6,12 +6,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/write.hpp>
 #include <filesystem>
 #include <memory>
 #include <string>
 
-#include "api/HttpServer.h"
+#include "http/HttpServer.h"
 
 namespace Host {
 

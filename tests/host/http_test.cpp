@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "HttpAnswers.h"
-#include "api/RequestReader.h"
+#include "http/RequestReader.h"
 
 namespace Host {
 namespace {

@@ -12,7 +12,7 @@
 #include "TempDir.h"
 #include "loop/ShiftedClock.h"
 #include "notify/ServiceManager.h"
-#include "notify/StatusLine.h"
+#include "statusline/StatusLine.h"
 
 namespace Host {
 namespace {

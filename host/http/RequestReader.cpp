@@ -1,9 +1,9 @@
-#include "api/RequestReader.h"
+#include "http/RequestReader.h"
 
 #include <algorithm>
 #include <cctype>
 
-#include "api/Target.h"
+#include "http/Target.h"
 
 namespace Host {
 
@@ -117,6 +117,8 @@ void RequestReader::checkHead() {
    keepAlive_ = head.keep_alive();
    takesChunks_ = head.version() >= 11;
    request_ = { headOnly_ ? "GET" : std::string( head.method_string() ), "", "" };
+   auto const authorization = head[http::field::authorization];
+   request_.authorization.assign( authorization.data(), authorization.size() );
    if( head.method() == http::verb::unknown || head.method() == http::verb::connect ) {
       refuse( 501, "there is no method " + request_.method + " here" );
       return;

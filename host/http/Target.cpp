@@ -1,5 +1,6 @@
-#include "api/Target.h"
+#include "http/Target.h"
 
+#include <algorithm>
 #include <boost/url.hpp>
 
 namespace Host {
@@ -20,6 +21,21 @@ std::optional<Target> Target::parse( std::string_view text ) {
       target.parameters.emplace_back( parameter.key, parameter.value );
    }
    return target;
+}
+
+std::optional<Target::Path> Target::openIn( std::span<std::string_view const> route, Path const & path ) {
+   Path open;
+   bool const rest = !route.empty() && route.back() == "**";
+   if( rest ? path.size() < route.size() : path.size() != route.size() ) return std::nullopt;
+   for( std::size_t i = 0; i < path.size(); ++i ) {
+      std::string_view const expected = route[std::min( i, route.size() - 1 )];
+      if( expected.starts_with( '*' ) ) {
+         open.push_back( path[i] );
+      } else if( expected != path[i] ) {
+         return std::nullopt;
+      }
+   }
+   return open;
 }
 
 std::optional<std::string> pathAndQuery( std::string_view method, std::string_view target ) {

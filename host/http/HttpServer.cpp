@@ -1,4 +1,4 @@
-#include "api/HttpServer.h"
+#include "http/HttpServer.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -22,8 +22,8 @@ constexpr int refusedWithReserve = 64;
 
 int newReserve() { return ::open( "/dev/null", O_RDONLY | O_CLOEXEC ); }
 
-HttpAnswer tooMany( std::size_t connections ) {
-   return httpError( 503, "maintd has " + std::to_string( connections ) + " connections already; try again" );
+HttpAnswer tooMany( std::string const & program, std::size_t connections ) {
+   return httpError( 503, program + " has " + std::to_string( connections ) + " connections already; try again" );
 }
 
 // Says so without waiting for anything, and reads what the client has sent so far, as otherwise it might lose the
@@ -38,8 +38,11 @@ void cutOff( int socket, HttpAnswer const & answer ) {
 }  // namespace
 
 HttpServer::HttpServer( AsioLoop & loop, Place place, HttpHandler handler, Limits const & limits )
-   : listening_( loop.io(), std::move( place.path ), place.mode ),
-     shared_( new Shared{ loop, std::move( handler ), limits, std::move( place.changesAt ) } ),
+   : listening_( place.address.empty()
+                    ? ListeningSocket( loop.io(), std::move( place.path ), place.mode, place.program )
+                    : ListeningSocket( loop.io(), place.address ) ),
+     shared_(
+        new Shared{ loop, std::move( handler ), limits, std::move( place.changesAt ), std::move( place.program ) } ),
      pause_( loop.io() ),
      reserve_( newReserve() ) {
    accept();
@@ -83,9 +86,9 @@ void HttpServer::take( Socket socket ) {
       std::make_shared<HttpConnection>( std::move( socket ), shared_, &Shared::served )->serve();
    } else if( shared_->refused < limits.refusals ) {
       std::make_shared<HttpConnection>( std::move( socket ), shared_, &Shared::refused )
-         ->refuse( tooMany( limits.connections ) );
+         ->refuse( tooMany( shared_->program, limits.connections ) );
    } else {
-      cutOff( socket.native_handle(), tooMany( limits.connections ) );
+      cutOff( socket.native_handle(), tooMany( shared_->program, limits.connections ) );
    }
 }
 
@@ -103,7 +106,7 @@ void HttpServer::onTrouble( boost::system::error_code error ) {
 
 void HttpServer::refuseWithReserve() {
    if( reserve_ >= 0 ) ::close( std::exchange( reserve_, -1 ) );
-   auto const answer = httpError( 503, "maintd has no descriptor left for a connection; try again" );
+   auto const answer = httpError( 503, shared_->program + " has no descriptor left for a connection; try again" );
    for( int i = 0; i < refusedWithReserve; ++i ) {
       int const socket = ::accept4( listening_.acceptor().native_handle(), nullptr, nullptr, SOCK_CLOEXEC );
       if( socket < 0 ) break;

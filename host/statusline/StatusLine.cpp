@@ -1,4 +1,4 @@
-#include "notify/StatusLine.h"
+#include "statusline/StatusLine.h"
 
 namespace Host {
 

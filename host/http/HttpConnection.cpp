@@ -1,12 +1,15 @@
-#include "api/HttpConnection.h"
+#include "http/HttpConnection.h"
 
 #include <pwd.h>
 #include <sys/socket.h>
 
 #include <array>
+#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/write.hpp>
+#include <cstring>
+#include <sstream>
 
-#include "api/Guarded.h"
+#include "http/Guarded.h"
 #include "log/SystemLog.h"
 
 namespace Host {
@@ -33,9 +36,28 @@ Peer peerOf( HttpConnection::Socket & socket ) {
    return { entry ? entry->pw_name : uid, uid };
 }
 
+// Whence a connection over TCP comes, "192.0.2.7:40112"; empty on a unix socket.
+std::string addressOf( HttpConnection::Socket & socket ) {
+   boost::system::error_code error;
+   auto const end = socket.remote_endpoint( error );
+   if( error || end.protocol().family() == AF_UNIX ) return {};
+   asio::ip::tcp::endpoint address;
+   if( end.size() > address.capacity() ) return {};
+   std::memcpy( address.data(), end.data(), end.size() );
+   address.resize( end.size() );
+   std::ostringstream text;
+   text << address;
+   return std::move( text ).str();
+}
+
+std::string whoAsked( Peer const & peer, HttpRequest const & request, HttpAnswer const & answer ) {
+   if( request.address.empty() ) return peer.name + " (uid " + peer.uid + ")";
+   return answer.by.empty() ? request.address : answer.by + " (" + request.address + ")";
+}
+
 void tellChange( Peer const & peer, HttpRequest const & request, HttpAnswer const & answer ) {
    // An event tells what came of it; this, which request that was.
-   std::string const text = peer.name + " (uid " + peer.uid + "): " + request.method + " " + request.target + ": " +
+   std::string const text = whoAsked( peer, request, answer ) + ": " + request.method + " " + request.target + ": " +
                             std::to_string( answer.status ) + ( answer.outcome.empty() ? "" : ", " ) + answer.outcome;
    logLine( Service::Severity::info, text );
 }
@@ -138,13 +160,14 @@ void HttpConnection::answer() {
                    reader_.keepAlive() );
    // Only where something changes: the user's name may come from a directory on the network, and a client that
    // follows an entry asks several times a second.
-   Peer const peer = changes ? peerOf( socket_ ) : Peer{ "", "" };
+   if( changes ) request.address = addressOf( socket_ );
+   Peer const peer = changes && request.address.empty() ? peerOf( socket_ ) : Peer{ "", "" };
    request.user = peer.name;
    HttpAnswer answer = answered( request );
    if( changes ) tellChange( peer, request, answer );
    if( answer.stream && shared_->streams >= shared_->limits.streams )
       // Parted with: those who cannot watch are not to keep others from asking.
-      return send( httpError( 503, "maintd serves " + std::to_string( shared_->streams ) +
+      return send( httpError( 503, shared_->program + " serves " + std::to_string( shared_->streams ) +
                                       " streams already; try again when one has ended" ),
                    false );
    send( std::move( answer ), reader_.keepAlive() );

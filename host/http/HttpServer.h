@@ -1,7 +1,7 @@
-// HTTP/1.1 over a unix socket: takes connections, each of which reads requests, hands them to the one handler, and
+// HTTP/1.1 over a unix socket or TCP: takes connections, each of which reads requests, hands them to the one handler, and
 // writes the answers.
 //
-// Owned by the agent, driven by the agent's loop; the handler runs inside a turn of the activity loop. No client can
+// Owned by the program, driven by its loop; the handler runs inside a turn of the activity loop. No client can
 // end the agent or make it swell: a handler that throws costs its request a status 500, a connection too many gets a
 // 503, and a descriptor is kept back so that this can be said when no other is left. Then, and where the kernel has no
 // memory, connections are taken with pauses that grow. What a connection may take stands in HttpConnection::Limits; the
@@ -21,8 +21,8 @@
 #include <memory>
 #include <string>
 
-#include "api/HttpConnection.h"
-#include "api/ListeningSocket.h"
+#include "http/HttpConnection.h"
+#include "http/ListeningSocket.h"
 #include "loop/AsioLoop.h"
 
 namespace Host {
@@ -33,10 +33,13 @@ class HttpServer {
    struct Place {
       std::string path;
       mode_t mode = 0660;
-      std::string changesAt = {};  // the path at which changes are taken; empty: this one
+      std::string changesAt = {};      // the path at which changes are taken; empty: this one
+      std::string program = "maintd";  // who serves, for people
+      // TCP in place of a path: an address of this machine and a port, "127.0.0.1:8080" or "[::1]:8080".
+      std::string address = {};
    };
 
-   // Throws std::runtime_error when the path is in use, or is not ours to replace, or cannot be bound.
+   // Throws std::runtime_error when the path or address is in use, or is not ours to replace, or cannot be bound.
    HttpServer( AsioLoop & loop, Place place, HttpHandler handler ) : HttpServer( loop, place, handler, Limits() ) {}
    HttpServer( AsioLoop & loop, Place place, HttpHandler handler, Limits const & limits );
    HttpServer( HttpServer const & ) = delete;

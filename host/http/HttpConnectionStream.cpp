@@ -7,8 +7,8 @@
 #include <boost/asio/write.hpp>
 #include <charconv>
 
-#include "api/Guarded.h"
-#include "api/HttpConnection.h"
+#include "http/Guarded.h"
+#include "http/HttpConnection.h"
 #include "log/SystemLog.h"
 
 namespace Host {

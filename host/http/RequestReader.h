@@ -18,7 +18,7 @@
 #include <string_view>
 #include <utility>
 
-#include "api/Http.h"
+#include "http/Http.h"
 
 namespace Host {
 

@@ -1,19 +1,23 @@
-// A request to maintd's API and its answer, as the HTTP server and those who answer see them.
+// A request to an API and its answer, as the HTTP server and those who answer see them.
 #pragma once
 
 #include <ctime>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "api/HttpStream.h"
+#include "http/HttpStream.h"
 
 namespace Host {
 
 struct HttpRequest {
-   std::string method;  // a HEAD comes as GET: whoever answers need not know
-   std::string target;  // path and query, still percent-encoded; "*" for OPTIONS only
-   std::string user;    // who asks, by name, or by number where there is none; empty for a GET
+   std::string method;        // a HEAD comes as GET: whoever answers need not know
+   std::string target;        // path and query, still percent-encoded; "*" for OPTIONS only
+   std::string user;          // who asks, by name, or by number where there is none; empty for a GET, and over TCP
+   std::string address = {};  // over TCP: whence he asks, "192.0.2.7:40112"; empty on a unix socket
+   std::string authorization = {};  // the field of that name, as it came
 };
 
 struct HttpAnswer {
@@ -25,6 +29,10 @@ struct HttpAnswer {
    std::function<void( HttpAnswer & )> afterTurn = {};
    // What came of a change, for the log; one line, of which nothing is a client's own words unescaped.
    std::string outcome = {};
+   // Who has asked for the change, where the handler knows better than the connection; for the log.
+   std::string by = {};
+   // Further fields of the head.
+   std::vector<std::pair<char const *, std::string>> fields = {};
    // What follows behind the body, piece by piece; null: nothing does, and the body is all.
    std::shared_ptr<HttpStream> stream = {};
 };

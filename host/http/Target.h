@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,6 +22,9 @@ struct Target {
 
    // Of a target that begins with a slash; none where it is malformed.
    [[nodiscard]] static std::optional<Target> parse( std::string_view text );
+   // What stands in the open components of a route, none where the path does not lead there: a component "*" is open,
+   // and "**" at the end stands for one or more.
+   [[nodiscard]] static std::optional<Path> openIn( std::span<std::string_view const> route, Path const & path );
 };
 
 // Path and query of the target of a request line (RFC 9112, section 3.2): of "http://HOST/v1/units" what follows the

@@ -1,10 +1,13 @@
-#include "api/ListeningSocket.h"
+#include "http/ListeningSocket.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <cerrno>
+#include <charconv>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
@@ -12,7 +15,7 @@
 namespace Host {
 
 namespace asio = boost::asio;
-using Protocol = ListeningSocket::Protocol;
+using Protocol = asio::local::stream_protocol;
 
 namespace {
 
@@ -52,14 +55,16 @@ boost::system::error_code probed( asio::io_context & io, Protocol::endpoint cons
 }
 
 // A path that exists cannot be bound (unix(7)).
-void removeDeadSocket( asio::io_context & io, std::string const & path, Protocol::endpoint const & endpoint ) {
+void removeDeadSocket( asio::io_context & io, std::string const & path, Protocol::endpoint const & endpoint,
+                       std::string const & program ) {
    auto const file = fileAt( path );
    if( !file ) return;
    if( !S_ISSOCK( file->st_mode ) )
       fail( path,
             std::string( "there is " ) + kindOf( *file ) + ", which is left alone; remove it or name another path" );
    auto const error = probed( io, endpoint );
-   if( !error || error == asio::error::try_again ) throw std::runtime_error( "another maintd answers at " + path );
+   if( !error || error == asio::error::try_again )
+      throw std::runtime_error( "another " + program + " answers at " + path );
    if( error != asio::error::connection_refused )
       fail( path, "there is a socket, which may be in use: " + error.message() );
    // Another agent may have been as quick to find that nobody listens, and have made its own by now.
@@ -81,10 +86,11 @@ class ModeMask {
    mode_t const before_;
 };
 
-Protocol::acceptor listening( asio::io_context & io, std::string const & path, mode_t mode ) {
+Protocol::acceptor listening( asio::io_context & io, std::string const & path, mode_t mode,
+                              std::string const & program ) {
    try {
       Protocol::endpoint const endpoint( path );
-      removeDeadSocket( io, path, endpoint );
+      removeDeadSocket( io, path, endpoint, program );
       ModeMask const mask( mode );
       return { io, endpoint };
    } catch( boost::system::system_error const & error ) {
@@ -92,10 +98,38 @@ Protocol::acceptor listening( asio::io_context & io, std::string const & path, m
    }
 }
 
+asio::ip::tcp::endpoint endpointOf( std::string const & address ) {
+   std::size_t const colon = address.rfind( ':' );
+   std::string host = address.substr( 0, colon );
+   if( host.starts_with( '[' ) && host.ends_with( ']' ) ) host = host.substr( 1, host.size() - 2 );
+   uint16_t port = 0;
+   char const * const end = address.data() + address.size();
+   auto const read = std::from_chars( address.data() + std::min( colon, address.size() - 1 ) + 1, end, port );
+   boost::system::error_code error;
+   auto const ip = asio::ip::make_address( host, error );
+   if( colon == std::string::npos || read.ec != std::errc() || read.ptr != end || error )
+      fail( address, "that is no address with a port, as 127.0.0.1:8080 or [::1]:8080" );
+   return { ip, port };
+}
+
+asio::ip::tcp::acceptor listeningAt( asio::io_context & io, std::string const & address ) {
+   auto const endpoint = endpointOf( address );
+   try {
+      return { io, endpoint };
+   } catch( boost::system::system_error const & error ) {
+      fail( address, error.code().message() );
+   }
+}
+
 }  // namespace
 
-ListeningSocket::ListeningSocket( asio::io_context & io, std::string path, mode_t mode )
-   : path_( std::move( path ) ), acceptor_( listening( io, path_, mode ) ) {
+ListeningSocket::ListeningSocket( asio::io_context & io, std::string const & address )
+   : acceptor_( listeningAt( io, address ) ) {
+   acceptor_.non_blocking( true );
+}
+
+ListeningSocket::ListeningSocket( asio::io_context & io, std::string path, mode_t mode, std::string const & program )
+   : path_( std::move( path ) ), acceptor_( listening( io, path_, mode, program ) ) {
    acceptor_.non_blocking( true );
    if( auto const file = fileAt( path_ ) ) {
       device_ = file->st_dev;
@@ -105,7 +139,7 @@ ListeningSocket::ListeningSocket( asio::io_context & io, std::string path, mode_
 
 ListeningSocket::~ListeningSocket() {
    struct stat file {};
-   if( ::lstat( path_.c_str(), &file ) != 0 ) return;
+   if( path_.empty() || ::lstat( path_.c_str(), &file ) != 0 ) return;
    // Bound as long as this lives, the file keeps its number even after it was removed: no other can have it.
    if( file.st_dev == device_ && file.st_ino == inode_ ) ::unlink( path_.c_str() );
 }

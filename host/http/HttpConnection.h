@@ -13,7 +13,7 @@
 // that still writes lose the answer.
 #pragma once
 
-#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <deque>
@@ -22,7 +22,7 @@
 #include <set>
 #include <string>
 
-#include "api/RequestReader.h"
+#include "http/RequestReader.h"
 #include "loop/AsioLoop.h"
 
 namespace Host {
@@ -45,6 +45,7 @@ class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
       HttpHandler const handler;
       Limits const limits;
       std::string const changesAt;  // the socket that takes changes, where this one does not; else empty
+      std::string const program;    // who serves, for people
       std::size_t served = 0;
       std::size_t refused = 0;
       std::size_t streams = 0;
@@ -55,7 +56,7 @@ class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
       // a timer is due. A crowd that is told of the same change takes its time from nobody else.
       std::deque<std::weak_ptr<HttpConnection>> due = {};
    };
-   using Socket = boost::asio::local::stream_protocol::socket;
+   using Socket = boost::asio::generic::stream_protocol::socket;  // unix or TCP
 
    // `count` of the shared ones counts this connection.
    HttpConnection( Socket socket, std::shared_ptr<Shared> shared, std::size_t Shared::*count );

@@ -1,4 +1,4 @@
-#include "api/Http.h"
+#include "http/Http.h"
 
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/message.hpp>
@@ -38,6 +38,7 @@ std::string httpHead( HttpAnswer const & answer, bool keepAlive, std::time_t now
    message.set( http::field::date, dateText( now ) );
    if( !answer.allow.empty() ) message.set( http::field::allow, answer.allow );
    if( !answer.body.empty() || answer.stream ) message.set( http::field::content_type, answer.contentType );
+   for( auto const & [name, text] : answer.fields ) message.set( name, text );
    if( !answer.stream ) {
       message.content_length( answer.body.size() );
    } else if( chunks ) {
