@@ -1,5 +1,5 @@
-// maintfleet: a fleet of boxes taken out of service in waves, within budgets. One program for the owner of the fleet, for
-// the agent beside each maintd, and for people.
+// maintfleet: a fleet of boxes taken out of service in waves, within budgets. One program for the owner of the fleet,
+// for the agent beside each maintd, and for people.
 #include <sys/ioctl.h>
 #include <unistd.h>
 
