@@ -42,6 +42,9 @@ std::string Dispatcher::faultOf( UnitName const & unit, double now ) const {
 Dispatcher::Finding Dispatcher::find( Plan const & plan, Member const & member, double now ) const {
    UnitStatus const * const unit = statusOf( member.unit );
    Slot const * const slot = books_.slot( member.unit );
+   // It is in service, which is all that was wanted, whatever has become of the order: somebody may have seen to it.
+   bool const back = slot && !slot->open && !standing( member.unit, now ).out;
+   if( member.step == Step::returning && back ) return { true, {} };
    double const lasted = now - member.since;
    std::string fault = faultOf( member.unit, now );
    bool const stayed = plan.request.staySeconds && lasted >= *plan.request.staySeconds;
@@ -61,9 +64,7 @@ Dispatcher::Finding Dispatcher::find( Plan const & plan, Member const & member, 
       case Step::drained:
          if( unit->disturbed ) return { false, "has traffic again" + because( unit->why ) };
          return { stayed, {} };
-      case Step::returning:
-         if( !slot->open && !standing( member.unit, now ).out ) return { true, {} };
-         return { false, late ? "is not back in service" + howLong : "" };
+      case Step::returning: return { false, late ? "is not back in service" + howLong : "" };
    }
    return {};
 }
