@@ -12,9 +12,9 @@
 
 # --- Programs and libraries
 
-set( ratemonPrograms maintd maintctl maintsim )
+set( ratemonPrograms maintd maintctl maintsim maintfleet )
 set( ratemonLibraries )
-foreach( top platform report service host cli sim )
+foreach( top platform report service host cli sim fleet )
    ratemon_folders( folders ${top} )
    foreach( folder IN LISTS folders )
       get_target_property( type ${folder} TYPE )
@@ -25,7 +25,7 @@ foreach( top platform report service host cli sim )
 endforeach()
 set_target_properties( ${ratemonPrograms} PROPERTIES INSTALL_RPATH "$ORIGIN/../${RATEMON_LIBRARY_DIR}" )
 set_target_properties( RateMonPlugin ${ratemonLibraries} PROPERTIES INSTALL_RPATH "$ORIGIN" )
-install( TARGETS maintctl maintsim RUNTIME DESTINATION bin )
+install( TARGETS maintctl maintsim maintfleet RUNTIME DESTINATION bin )
 install( TARGETS maintd RUNTIME DESTINATION sbin )
 # No NAMELINK would be made, as they have no version: a program and its libraries come and go together.
 install( TARGETS RateMonPlugin ${ratemonLibraries} LIBRARY DESTINATION "${RATEMON_LIBRARY_DIR}" )
@@ -43,7 +43,7 @@ function( ratemon_compressed source name variable )
    set( ${variable} "${plain}.gz" PARENT_SCOPE )
 endfunction()
 
-foreach( page maintctl.1 maintsim.1 maintd.conf.5 maintd.8 )
+foreach( page maintctl.1 maintsim.1 maintd.conf.5 maintd.8 maintfleet.8 )
    ratemon_compressed( "packaging/man/${page}.in" "${page}" compressed )
    string( REGEX MATCH ".$" section "${page}" )
    install( FILES "${compressed}" DESTINATION "share/man/man${section}" )

@@ -28,26 +28,33 @@ uint64_t numberFrom( std::string const & text ) {
 Books::Books( Memory & memory ) : memory_( memory ) { read(); }
 
 void Books::read() {
-   lastNumber_ = 0;
-   slots_.clear();
-   plans_.clear();
-   brakes_.clear();
+   // Where it cannot be read nothing is forgotten: a unit that has leave to be out would count as in service.
+   unread_ = true;
+   uint64_t lastNumber = 0;
+   std::map<UnitName, Slot> slots;
+   std::map<std::string, Plan> plans;
+   std::map<std::string, Brake> brakes;
    for( auto const & [at, text] : memory_.rows() ) {
       std::string const name = at.substr( at.find( '/' ) + 1 );
       if( at == numberKey ) {
-         lastNumber_ = numberFrom( text );
+         lastNumber = numberFrom( text );
       } else if( at.starts_with( slotKeys ) ) {
          auto const unit = unitNamed( name );
          if( !unit ) throw MemoryFault( "a row of the books cannot be read: " + at + " is of no unit" );
-         slots_[*unit] = slotFrom( at, text );
+         slots[*unit] = slotFrom( at, text );
       } else if( at.starts_with( planKeys ) ) {
-         plans_[name] = planFrom( at, text );
+         plans[name] = planFrom( at, text );
       } else if( at.starts_with( brakeKeys ) ) {
-         brakes_[name] = brakeFrom( at, text );
+         brakes[name] = brakeFrom( at, text );
       } else {
          throw MemoryFault( "the books have a row \"" + at + "\" that this release does not know" );
       }
    }
+   lastNumber_ = lastNumber;
+   slots_ = std::move( slots );
+   plans_ = std::move( plans );
+   brakes_ = std::move( brakes );
+   unread_ = false;
 }
 
 Slot const * Books::slot( UnitName const & unit ) const {
@@ -63,6 +70,11 @@ void Books::slotIs( UnitName const & unit, Slot const & slot ) {
 void Books::planIs( Plan const & plan ) {
    noted_[key( planKeys, plan.id )] = rowOf( plan );
    plans_[plan.id] = plan;
+}
+
+void Books::planDel( std::string const & id ) {
+   noted_[key( planKeys, id )] = std::nullopt;
+   plans_.erase( id );
 }
 
 void Books::brakeIs( std::string const & site, Brake const & brake ) {
@@ -86,6 +98,11 @@ void Books::lastNumberIs( uint64_t number ) {
 }
 
 void Books::keep() {
+   if( unread_ ) {
+      noted_.clear();
+      read();
+      throw MemoryFault( "what could not be kept was taken back only now" );
+   }
    if( noted_.empty() ) return;
    Memory::Changes const changes = std::exchange( noted_, {} );
    try {

@@ -45,6 +45,7 @@ class Books {
    // Notes it; kept with the next keep().
    void slotIs( UnitName const & unit, Slot const & slot );
    void planIs( Plan const & plan );
+   void planDel( std::string const & id );
    void brakeIs( std::string const & site, Brake const & brake );
    void brakeDel( std::string const & site );
    [[nodiscard]] uint64_t numberNext();
@@ -52,13 +53,14 @@ class Books {
    void lastNumberIs( uint64_t number );
 
    // All that was noted, in one transaction; nothing where nothing was. Throws MemoryFault, after which what was noted
-   // is gone.
+   // is gone; where even that cannot be read anew, it goes with the next keep(), which throws, too.
    void keep();
 
  private:
    void read();
 
    Memory & memory_;
+   bool unread_ = true;  // what is here is not all on disk, and could not be read anew
    uint64_t lastNumber_ = 0;
    std::map<UnitName, Slot> slots_;
    std::map<std::string, Plan> plans_;

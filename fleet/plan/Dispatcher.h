@@ -133,6 +133,7 @@ class Dispatcher {
    [[nodiscard]] Finding find( Plan const & plan, Member const & member, double now ) const;
    [[nodiscard]] std::string faultOf( UnitName const & unit, double now ) const;
    [[nodiscard]] Step stepAnew( Plan const & plan, Member const & member, double now );
+   void forgetOldPlans();
    void pause( Plan & plan, std::string const & why );
    void keep();
    void send( double now );

@@ -8,6 +8,7 @@ namespace Fleet {
 namespace {
 
 constexpr char const * siteLabel = "site";
+constexpr std::size_t plansKept = 100;  // that are over: each names all of its units
 
 bool isOfSite( Box const & box, std::string const & site ) {
    auto const its = box.labels.find( siteLabel );
@@ -59,10 +60,23 @@ std::string Dispatcher::planMade( PlanRequest const & request, double now ) {
       for( UnitName const & unit : wave ) members.push_back( { .unit = unit, .since = now } );
    }
    books_.planIs( plan );
+   forgetOldPlans();
    toTell_.push_back( plan.id + " by " + request.by + ": " + std::to_string( units.size() ) + " units in " +
                       std::to_string( plan.waves.size() ) + " waves" );
    keep();
    return plan.id;
+}
+
+// The oldest of those that are over make room.
+void Dispatcher::forgetOldPlans() {
+   std::vector<std::pair<double, std::string>> over;
+   for( auto const & [id, plan] : books_.plans() ) {
+      if( plan.over() ) over.emplace_back( plan.made, id );
+   }
+   if( over.size() <= plansKept ) return;
+   std::ranges::sort( over );
+   over.resize( over.size() - plansKept );
+   for( auto const & [made, id] : over ) books_.planDel( id );
 }
 
 Plan Dispatcher::planUnderWay( std::string const & id ) const {

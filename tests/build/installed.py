@@ -14,11 +14,11 @@ import tempfile
 import time
 
 SOURCE, BUILD = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
-PROGRAMS = {"maintctl": "bin", "maintsim": "bin", "maintd": "sbin"}
-PAGES = {"maintctl": 1, "maintsim": 1, "maintd.conf": 5, "maintd": 8}
+PROGRAMS = {"maintctl": "bin", "maintsim": "bin", "maintfleet": "bin", "maintd": "sbin"}
+PAGES = {"maintctl": 1, "maintsim": 1, "maintd.conf": 5, "maintd": 8, "maintfleet": 8}
 # What may lie where, below the prefix.
 EXPECTED = re.compile(
-    r"(bin/(maintctl|maintsim)|sbin/maintd"
+    r"(bin/(maintctl|maintsim|maintfleet)|sbin/maintd"
     r"|lib/[^/]+/ratemon/(RateMonPlugin|libratemon-[a-z]+)\.so"
     r"|lib/ratemon/hooks/frr[a-z-]*(\.bash)?"
     r"|lib/(systemd/system/maintd\.service|sysusers\.d/ratemon\.conf|tmpfiles\.d/ratemon\.conf)"

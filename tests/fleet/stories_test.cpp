@@ -192,6 +192,23 @@ TEST_F( FleetStory, anOrderThatComesTooLateIsNotCarriedOutAndItsSlotIsGivenBack 
    EXPECT_EQ( stateOf( plan ), "finished" ) << waits( plan );
 }
 
+TEST_F( FleetStory, plansThatAreOverAreForgottenOneDayAndThoseUnderWayAreNot ) {
+   PlanRequest drain = of( { .boxes = { "s2a" } }, "1" );
+   drain.staySeconds.reset();
+   std::string const stays = fleet.plan( drain );
+   std::string last;
+   for( int i = 0; i < 110; ++i ) {
+      fleet.advance( 0.5 );
+      last = fleet.plan( of( { .boxes = { "s1a" } }, "1" ) );
+      fleet.ask( [&]( Dispatcher & owner ) { owner.planCancelled( last, "ada" ); } );
+   }
+   fleet.kill();
+   fleet.advance( 30 );
+   EXPECT_EQ( fleet.owner()->books().plans().size(), 102u );
+   EXPECT_TRUE( fleet.owner()->books().plans().contains( last ) );
+   EXPECT_FALSE( fleet.planOf( stays ).over() );
+}
+
 TEST( Waves, takeNoMoreOfAGroupThanMayBeOutAndSayWhomTheyPutOff ) {
    Inventory const inventory = readInventory( pairs, "fleet.yaml" );
    auto const units = selected( inventory, {} );
