@@ -199,6 +199,13 @@ TEST_F( BrokerStory, whatCouldShowAKeyToOthersIsRefused ) {
    EXPECT_FALSE( a.up() );
 }
 
+TEST( BrokerWithoutStore, isToldOfAndNotUsed ) {
+   RealBroker real( { "a" }, false );
+   End owner( real.optionsOf( "", "owner" ) );
+   EXPECT_TRUE( soon( [&] { return owner.troubled( "no JetStream" ); } ) ) << owner.broker.trouble();
+   EXPECT_FALSE( owner.up() );
+}
+
 // As the broker's own tools make and take them.
 TEST( FleetKeys, keysAreInTheBrokersForm ) {
    NKey const key = NKey::made();
