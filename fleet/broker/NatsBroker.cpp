@@ -219,7 +219,7 @@ void NatsBroker::handleBucket( std::string const & answer ) {
    boost::system::error_code error;
    json::value const document = json::parse( answer, error );
    if( error || !document.is_object() ) {
-      return stateIs( State::joined, "the broker answers, but not as JetStream does: it has none, it seems" );
+      return stateIs( State::joined, "the broker's answer cannot be read: " + answer );
    }
    json::value const * const refusal = document.as_object().if_contains( "error" );
    if( !refusal ) return stateIs( State::up, "" );
@@ -303,11 +303,15 @@ std::vector<Broker::Letter> NatsBroker::arrived() {
 
 // Null when there is none.
 NatsBroker::Held<natsMsg> NatsBroker::nextOf( natsSubscription * from ) {
-   natsMsg * message = nullptr;
-   natsStatus status = natsSubscription_NextMsg( &message, from, 0 );
-   // Said once, in place of a letter.
-   if( status == NATS_SLOW_CONSUMER ) status = natsSubscription_NextMsg( &message, from, 0 );
-   return { status == NATS_OK ? message : nullptr, natsMsg_Destroy };
+   while( true ) {
+      natsMsg * message = nullptr;
+      natsStatus const status = natsSubscription_NextMsg( &message, from, 0 );
+      // Said once each, in place of a letter.
+      bool const nobodyAnswers = status == NATS_NO_RESPONDERS;
+      if( nobodyAnswers && from == bucket_.get() ) stateIs( State::joined, "the broker has no JetStream" );
+      if( nobodyAnswers || status == NATS_SLOW_CONSUMER ) continue;
+      return { status == NATS_OK ? message : nullptr, natsMsg_Destroy };
+   }
 }
 
 void NatsBroker::takeFrom( natsSubscription * from, std::vector<Letter> & into ) {
