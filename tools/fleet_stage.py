@@ -200,6 +200,7 @@ include "./keys/authorization.conf"
         self.controller = self.spawn(
             "controller", self.program("maintfleet"), "controller", "--inventory", self.path("inventory.yaml"), "--state",
             self.path("owner"), "--socket", self.path("fleet.sock"), *self.broker_options("owner"))
+        until(lambda: self.fleet() and self.fleet()["reachable"], 15, "the controller has the broker")
 
     def kill_controller(self):
         self.controller.kill()
@@ -222,10 +223,13 @@ include "./keys/authorization.conf"
             raise AssertionError(f"maintfleet {' '.join(arguments)} ended with {status}: {errors}")
         return answer
 
+    def fleet(self):
+        """As the controller sees it; none where it does not answer."""
+        return self.ask("status")[1]
+
     def in_service(self):
-        """How many units are, as the controller sees it."""
-        status, answer, _ = self.ask("status")
-        return answer["counts"]["inService"] if status == 0 else -1
+        """How many units are."""
+        return self.asked("status")["counts"]["inService"]
 
 
 def until(holds, seconds, what):
