@@ -1,5 +1,5 @@
-// maintfleet: a fleet of boxes taken out of service in waves, within budgets. One program for the owner of the fleet, for
-// the agent beside each maintd, and for people.
+// maintfleet: a fleet of boxes taken out of service in waves, within budgets. One program for the owner of the fleet,
+// for the agent beside each maintd, and for people.
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -22,6 +22,7 @@
 #include "keys/KeyStore.h"
 #include "log/SystemLog.h"
 #include "orders/Orders.h"
+#include "simulate/Simulate.h"
 #include "tables/Table.h"
 #include "usage/Usage.h"
 
@@ -34,6 +35,7 @@ struct Arguments {
    Fleet::ControllerOptions controller;
    Fleet::AgentOptions agent;
    Fleet::KeysOptions keys;
+   Fleet::SimulateOptions simulate;
    std::vector<std::string> names;
    std::vector<std::string> without;
    std::string name;
@@ -65,6 +67,13 @@ std::string thisHost() {
 }
 
 void span( CLI::App & command, char const * name, std::optional<double> & seconds, char const * what ) {
+   command
+      .add_option_function<std::string>(
+         name, [&seconds, name]( std::string const & text ) { seconds = Usage::seconds( name, text ); }, what )
+      ->type_name( "TIME" );
+}
+
+void spanOf( CLI::App & command, char const * name, double & seconds, char const * what ) {
    command
       .add_option_function<std::string>(
          name, [&seconds, name]( std::string const & text ) { seconds = Usage::seconds( name, text ); }, what )
@@ -145,13 +154,9 @@ void broker( CLI::App & command, Fleet::NatsOptions & broker ) {
    command.add_option( "--ca", broker.caFile, "certificates that the broker's must descend from" );
    command.add_option( "--broker-name", broker.serverName,
                        "name that the broker's certificate must have (default: its host)" );
-   command
-      .add_option_function<std::string>(
-         "--reconnect",
-         [&broker]( std::string const & text ) { broker.reconnectSeconds = Usage::seconds( "--reconnect", text ); },
-         "a random part of this is waited before each attempt to connect, so that a fleet does not come back in one "
-         "moment (default: 30s)" )
-      ->type_name( "TIME" );
+   spanOf( command, "--reconnect", broker.reconnectSeconds,
+           "a random part of this is waited before each attempt to connect, so that a fleet does not come back in one "
+           "moment (default: 30s)" );
 }
 
 void controlling( CLI::App & command, Arguments & a ) {
@@ -185,12 +190,7 @@ void serving( CLI::App & command, Arguments & a ) {
    command.add_option( "--control-socket", options.controlSocket, "maintd's socket that takes changes" )
       ->capture_default_str();
    command.add_option( "--read-socket", options.readSocket, "maintd's socket for everyone" )->capture_default_str();
-   command
-      .add_option_function<std::string>(
-         "--heartbeat",
-         [&options]( std::string const & text ) { options.heartbeatSeconds = Usage::seconds( "--heartbeat", text ); },
-         "as the inventory has it (default: 15s)" )
-      ->type_name( "TIME" );
+   spanOf( command, "--heartbeat", options.heartbeatSeconds, "as the inventory has it (default: 15s)" );
    broker( command, options.broker );
 }
 
@@ -204,6 +204,40 @@ void keyKeeping( CLI::App & command, Arguments & a ) {
    command.add_option( "BOX", a.keys.boxes, "of add and revoke: the boxes" )->check( nameFault );
    command.add_option( "--dir", a.keys.directory, "the directory of the keys" )->required()->check( pathFault );
    command.parse_complete_callback( [&a] { a.keys.verb = keyVerbs.at( a.name ); } );
+}
+
+void simulating( CLI::App & command, Arguments & a ) {
+   Fleet::SimulateOptions & options = a.simulate;
+   command
+      .add_option_function<std::string>(
+         "--boxes",
+         [&options]( std::string const & text ) { options.boxes = Usage::wholeNumber( "--boxes", text, 1, 100'000 ); },
+         "so many, box-1 and so on, each with a unit fabric (default: 10)" )
+      ->type_name( "NUMBER" );
+   command.add_option( "--inventory", options.inventoryFile, "the boxes of this one, in place of --boxes" )
+      ->check( pathFault )
+      ->excludes( "--boxes" );
+   command.add_option( "--broker", options.url, "the broker, nats://HOST:PORT or tls://HOST:PORT" )
+      ->capture_default_str();
+   command.add_option( "--ca", options.caFile, "certificates that the broker's must descend from" );
+   command.add_option( "--broker-name", options.serverName,
+                       "name that the broker's certificate must have (default: its host)" );
+   command.add_option( "--dir", options.keysDirectory, "the boxes' keys for the broker (maintfleet keys)" );
+   command.add_option( "--script", options.scriptFile, "what goes wrong, and when" );
+   spanOf( command, "--heartbeat", options.heartbeatSeconds,
+           "of each box; with --inventory as that has it (default: 15s)" );
+   spanOf( command, "--reconnect", options.reconnectSeconds,
+           "a random part of this is waited before each attempt to connect (default: 30s)" );
+   spanOf( command, "--for", options.seconds, "end by itself after this time (default: when interrupted)" );
+   spanOf( command, "--report", options.reportSeconds, "from one line to the next (default: 5s)" );
+   command
+      .add_option_function<std::string>(
+         "--seed",
+         [&options]( std::string const & text ) {
+            options.seed = Usage::wholeNumber( "--seed", text, 0, 4'294'967'295 );
+         },
+         "of all that is random (default: 1)" )
+      ->type_name( "NUMBER" );
 }
 
 void inventoryFile( CLI::App & command, Arguments & a ) {
@@ -268,6 +302,10 @@ Verb const verbs[] = {
      "make and revoke the keys of owner and boxes for the broker",
      []( auto & a ) { return Fleet::runKeys( a.keys ); },
      { keyKeeping } },
+   { "simulate",
+     "be a fleet that there is not, before a broker that there is",
+     []( auto & a ) { return Fleet::runSimulation( a.simulate ); },
+     { simulating } },
    { "controller",
      "serve as the owner of the fleet",
      []( auto & a ) { return Fleet::runController( a.controller ); },

@@ -9,10 +9,10 @@
 //         /v1/return?unit=BOX/UNIT            or box=BOX: those of its units that are out
 //         /v1/brake?site=SITE, /v1/release?site=SITE, /v1/accept
 //
-// Who changes something over TCP shows an operator's key and is known by its name; on the unix socket the file's mode is
-// the leave, and the peer's user name goes on record. An error is { "error": text } with status 400 (malformed), 401 (no
-// operator's key), 403 (over the network nothing is changed here), 404, 405, 409 (refused, with "why": each reason) or
-// 503 (it cannot be kept on disk). Requests come from the HTTP server, one at a time, inside a turn.
+// Who changes something over TCP shows an operator's key and is known by its name; on the unix socket the file's mode
+// is the leave, and the peer's user name goes on record. An error is { "error": text } with status 400 (malformed), 401
+// (no operator's key), 403 (over the network nothing is changed here), 404, 405, 409 (refused, with "why": each reason)
+// or 503 (it cannot be kept on disk). Requests come from the HTTP server, one at a time, inside a turn.
 #pragma once
 
 #include <functional>

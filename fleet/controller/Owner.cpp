@@ -44,9 +44,6 @@ void Owner::turn() {
    readClock();
    for( Broker::Letter const & letter : parts_.broker.arrived() ) take( letter );
    bool const connected = parts_.broker.connected();
-   if( connected != connected_ )
-      parts_.log( connected ? Severity::notice : Severity::warning,
-                  connected ? "the broker is reached" : "the broker is not reached: " + parts_.broker.trouble() );
    connected_ = connected;
    if( !connected ) asked_ = false;
    dispatcher_.reachableIs( connected && found(), now_ );

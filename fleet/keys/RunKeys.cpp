@@ -11,8 +11,10 @@ constexpr char const * reread =
 
 void initAndTell( KeyStore & keys ) {
    keys.init();
-   std::cout << "The owner's key is in " << keys.seedFile( "owner" ) << ".\nIn the broker's configuration: include \""
-             << keys.authorizationFile() << "\"\nThen add a key for each box: maintfleet keys add BOX...\n";
+   std::cout << "The owner's key is in " << keys.seedFile( "owner" )
+             << ".\nnats-server.conf is to have a line that includes " << keys.authorizationFile()
+             << ",\nby its path from there, as it takes no absolute one: include "
+             << "\"./fleet/authorization.conf\"\nThen add a key for each box: maintfleet keys add BOX...\n";
 }
 
 void addAndTell( KeyStore & keys, std::vector<std::string> const & boxes ) {

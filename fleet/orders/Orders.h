@@ -46,7 +46,7 @@ enum class AtDeadline : uint8_t {
 struct Order {
    uint64_t number = 0;  // larger than that of every earlier order of the fleet
    Want want = Want::service;
-   std::string plan;            // whose order it is, for people
+   std::string plan = {};       // whose order it is, for people
    double expires = 0;          // s, Unix time: one that was not begun by then is never begun
    double deadlineSeconds = 0;  // of a drain, from its begin; 0: it may take as long as it needs
    AtDeadline atDeadline = AtDeadline::hold;
@@ -56,8 +56,8 @@ struct Order {
 
 // All that is wanted of a box: the newest order of each of its units that ever had one.
 struct Desired {
-   std::string box;
-   std::map<std::string, Order> orders;  // by unit
+   std::string box = {};
+   std::map<std::string, Order> orders = {};  // by unit
 
    bool operator==( Desired const & ) const = default;
 };
@@ -78,10 +78,10 @@ enum class Outcome : uint8_t {
 
 // How much of a unit is proven quiet, and what it waits for.
 struct Interface {
-   std::string name;
-   std::string verdict;             // one of maintd's
-   std::optional<double> bitsRate;  // bit/s, of the direction that carries more; absent: not known
-   std::string why;                 // what it lacks; empty where nothing
+   std::string name = {};
+   std::string verdict = {};             // one of maintd's
+   std::optional<double> bitsRate = {};  // bit/s, of the direction that carries more; absent: not known
+   std::string why = {};                 // what it lacks; empty where nothing
 
    bool operator==( Interface const & ) const = default;
 };
@@ -92,25 +92,25 @@ struct UnitStatus {
    bool disturbed = false;     // it is in maintenance, and traffic is back
    uint64_t acknowledged = 0;  // number of the newest order that the box has seen; 0: none
    Outcome outcome = Outcome::none;
-   std::string why;       // what it waits for or what has gone wrong, a sentence; empty where neither
+   std::string why = {};  // what it waits for or what has gone wrong, a sentence; empty where neither
    double since = 0;      // s, Unix time, when it came into its state
    uint32_t settled = 0;  // interfaces that no longer stand in the way
    uint32_t interfaces = 0;
-   std::vector<Interface> unsettled;  // those that do, the loudest first, at most `interfacesTold`
+   std::vector<Interface> unsettled = {};  // those that do, the loudest first, at most `interfacesTold`
 
    bool operator==( UnitStatus const & ) const = default;
    static constexpr std::size_t interfacesTold = 32;
 };
 
 struct Status {
-   std::string box;
+   std::string box = {};
    // Which one is newer does not depend on when it arrives, nor on any clock.
    uint64_t life = 0;      // how often the agent has started
    uint64_t sequence = 0;  // within it
    double time = 0;        // s, Unix time, on the box's clock
    double heartbeatSeconds = 0;
-   std::string trouble;  // why nothing is known of its units, as that maintd does not answer; empty where it is
-   std::map<std::string, UnitStatus> units;
+   std::string trouble = {};  // why nothing is known of its units, as that maintd does not answer; empty where it is
+   std::map<std::string, UnitStatus> units = {};
 
    [[nodiscard]] bool newerThan( Status const & other ) const {
       return life != other.life ? life > other.life : sequence > other.sequence;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <iostream>
 
 #include "VirtualFleet.h"
 
@@ -70,7 +71,8 @@ void resumeAll( VirtualFleet & fleet ) {
    }
 }
 
-void oneLife( unsigned seed ) {
+// Adds to how many plans there were.
+void oneLife( unsigned seed, std::size_t & plans ) {
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
    std::mt19937 random( seed );
    VirtualFleet fleet( fabric, seed );
@@ -95,6 +97,7 @@ void oneLife( unsigned seed ) {
    }
    ASSERT_EQ( fleet.broken, std::vector<std::string>() );
    ASSERT_TRUE( fleet.owner() );
+   plans += fleet.owner()->books().plans().size();
    for( auto const & [id, plan] : fleet.owner()->books().plans() ) {
       EXPECT_EQ( plan.state, PlanState::finished )
          << id << ": " << testing::PrintToString( fleet.owner()->waitsFor( plan, fleet.now() ) );
@@ -109,7 +112,10 @@ TEST( FleetPromises, holdWhateverGoesWrong ) {
    char const * const many = std::getenv( "FLEET_LIVES" );
    unsigned const begin = first ? static_cast<unsigned>( std::atoi( first ) ) : std::random_device()() % 1'000'000;
    unsigned const lives = many ? static_cast<unsigned>( std::atoi( many ) ) : 12;
-   for( unsigned seed = begin; seed < begin + lives && !testing::Test::HasFailure(); ++seed ) oneLife( seed );
+   std::size_t plans = 0;
+   for( unsigned seed = begin; seed < begin + lives && !testing::Test::HasFailure(); ++seed ) oneLife( seed, plans );
+   std::cout << plans << " plans in " << lives << " lives from seed " << begin << "\n";
+   EXPECT_GT( plans, 0u );
 }
 
 }  // namespace FleetTest
