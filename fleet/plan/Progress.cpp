@@ -159,7 +159,10 @@ std::vector<std::string> Dispatcher::waitsFor( Plan const & plan, double now ) c
    if( plan.state == PlanState::paused ) return { plan.why };
    if( !doubt_.empty() ) return { doubt_ };
    if( plan.soakedFrom ) {
-      double const left = std::max( 0.0, plan.request.soakSeconds - ( now - *plan.soakedFrom ) );
+      // Whoever asks may be a little behind, and is to hear of no soak that nobody asked for.
+      double const left =
+         std::clamp( plan.request.soakSeconds - ( now - *plan.soakedFrom ), 0.0, plan.request.soakSeconds );
+      if( left == 0 ) return { "all of the wave are back in service" };
       return { "soaks for " + Kel::durationText( left ) + " more" };
    }
    std::vector<std::string> reasons;
