@@ -12,9 +12,9 @@
 
 # --- Programs and libraries
 
-set( ratemonPrograms maintd maintctl maintsim )
+set( ratemonPrograms maintd maintctl maintsim maintfleet )
 set( ratemonLibraries )
-foreach( top platform report service host cli sim )
+foreach( top platform report service host cli sim fleet )
    ratemon_folders( folders ${top} )
    foreach( folder IN LISTS folders )
       get_target_property( type ${folder} TYPE )
@@ -25,7 +25,7 @@ foreach( top platform report service host cli sim )
 endforeach()
 set_target_properties( ${ratemonPrograms} PROPERTIES INSTALL_RPATH "$ORIGIN/../${RATEMON_LIBRARY_DIR}" )
 set_target_properties( RateMonPlugin ${ratemonLibraries} PROPERTIES INSTALL_RPATH "$ORIGIN" )
-install( TARGETS maintctl maintsim RUNTIME DESTINATION bin )
+install( TARGETS maintctl maintsim maintfleet RUNTIME DESTINATION bin )
 install( TARGETS maintd RUNTIME DESTINATION sbin )
 # No NAMELINK would be made, as they have no version: a program and its libraries come and go together.
 install( TARGETS RateMonPlugin ${ratemonLibraries} LIBRARY DESTINATION "${RATEMON_LIBRARY_DIR}" )
@@ -43,7 +43,7 @@ function( ratemon_compressed source name variable )
    set( ${variable} "${plain}.gz" PARENT_SCOPE )
 endfunction()
 
-foreach( page maintctl.1 maintsim.1 maintd.conf.5 maintd.8 )
+foreach( page maintctl.1 maintsim.1 maintd.conf.5 maintd.8 maintfleet.8 )
    ratemon_compressed( "packaging/man/${page}.in" "${page}" compressed )
    string( REGEX MATCH ".$" section "${page}" )
    install( FILES "${compressed}" DESTINATION "share/man/man${section}" )
@@ -56,7 +56,7 @@ install( DIRECTORY examples/ DESTINATION share/doc/ratemon/examples PATTERN "*.e
 install( FILES packaging/completion/maintctl.bash DESTINATION share/bash-completion/completions RENAME maintctl )
 install( FILES packaging/completion/_maintctl DESTINATION share/zsh/vendor-completions )
 
-# --- The service
+# --- The services
 
 install( FILES packaging/systemd/ratemon.sysusers DESTINATION lib/sysusers.d RENAME ratemon.conf )
 install( FILES packaging/systemd/ratemon.tmpfiles DESTINATION lib/tmpfiles.d RENAME ratemon.conf )
@@ -67,9 +67,14 @@ install( CODE "
    if( prefix STREQUAL \"/usr\" )
       set( etc /etc )
    endif()
-   configure_file( \"${CMAKE_SOURCE_DIR}/packaging/systemd/maintd.service.in\" \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" @ONLY )
-   file( INSTALL \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" DESTINATION \"\${prefix}/lib/systemd/system\" )
-   file( INSTALL \"${CMAKE_SOURCE_DIR}/packaging/maintd.yaml\" DESTINATION \"\${etc}/ratemon\" )
+   foreach( service maintd maintfleet-agent maintfleet-controller )
+      set( made \"${CMAKE_BINARY_DIR}/packaging/\${service}.service\" )
+      configure_file( \"${CMAKE_SOURCE_DIR}/packaging/systemd/\${service}.service.in\" \"\${made}\" @ONLY )
+      file( INSTALL \"\${made}\" DESTINATION \"\${prefix}/lib/systemd/system\" )
+   endforeach()
+   foreach( file maintd.yaml maintfleet-agent.conf maintfleet-controller.conf )
+      file( INSTALL \"${CMAKE_SOURCE_DIR}/packaging/\${file}\" DESTINATION \"\${etc}/ratemon\" )
+   endforeach()
 " )
 
 # --- The package
@@ -96,7 +101,7 @@ set( CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON )
 set( CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_BINARY_DIR}/lib" )
 set( CPACK_DEBIAN_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers | systemd-sysusers" )
 set( CPACK_DEBIAN_PACKAGE_RECOMMENDS "systemd" )
-set( CPACK_DEBIAN_PACKAGE_SUGGESTS "frr, bash-completion" )
+set( CPACK_DEBIAN_PACKAGE_SUGGESTS "frr, bash-completion, nats-server" )
 set( CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON )
 set( CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_SOURCE_DIR}/packaging/debian/conffiles" )
 foreach( script postinst prerm postrm )

@@ -180,7 +180,7 @@ Answer exchange( std::string const & path, Daemon const & daemon, http::verb met
    std::string const what = std::string( http::to_string( method ) ) + " " + target.text();
    Exchange::Request request( method, target.text(), 11 );
    // Required of every request (RFC 9112, section 3.2), though nobody looks at it on a unix socket.
-   request.set( http::field::host, daemon.name );
+   request.set( http::field::host, "localhost" );
    // So that the daemon does not keep the connection for a request that will not come.
    request.set( http::field::connection, "close" );
    request.prepare_payload();

@@ -37,9 +37,9 @@ std::string textOf( natsMsg * letter ) {
    return { natsMsg_GetData( letter ), static_cast<std::size_t>( natsMsg_GetDataLength( letter ) ) };
 }
 
-// Absent where it is none, as the answer that there is no such key, or the mark of a key that was deleted.
+// Absent where it is none: the answer that there is no such key names none, and a key that was deleted is marked.
 std::optional<Broker::Letter> letterFrom( natsMsg * message ) {
-   if( headerOf( message, "Status" ) || headerOf( message, "KV-Operation" ) ) return std::nullopt;
+   if( headerOf( message, "KV-Operation" ) ) return std::nullopt;
    char const * const original = headerOf( message, "Nats-Subject" );
    std::string_view const subject = original ? original : natsMsg_GetSubject( message );
    if( !subject.starts_with( keyPrefix ) ) return std::nullopt;
@@ -87,7 +87,7 @@ void NatsBroker::setUpOptions() {
    natsOptions * made = nullptr;
    held( natsOptions_Create( &made ), "preparing a connection" );
    natsOptions_.reset( made );
-   auto const jitter = std::max<int64_t>( static_cast<int64_t>( options_.reconnectSeconds * 1000 ), 1 );
+   auto const jitter = std::max<int64_t>( static_cast<int64_t>( reconnectSeconds() * 1000 ), 1 );
    char const * const what = "preparing a connection";
    held( natsOptions_SetURL( made, address_.url().c_str() ), what );
    held( natsOptions_SetName( made, isOwner() ? ownerName.data() : options_.box.c_str() ), what );
@@ -119,8 +119,13 @@ void NatsBroker::setUpTls() {
    held( natsOptions_SetExpectedHostname( natsOptions_.get(), name.c_str() ), "using TLS" );
 }
 
+double NatsBroker::reconnectSeconds() const {
+   double const asked = std::max( options_.reconnectSeconds, 0.0 );
+   return isOwner() ? std::min( asked, ownerReconnectSeconds ) : asked;
+}
+
 NatsBroker::Clock::time_point NatsBroker::randomlyLater() {
-   std::uniform_real_distribution<double> part( 0, std::max( options_.reconnectSeconds, 0.0 ) );
+   std::uniform_real_distribution<double> part( 0, reconnectSeconds() );
    return Clock::now() +
           std::chrono::duration_cast<Clock::duration>( std::chrono::duration<double>( part( random_ ) ) );
 }
@@ -214,7 +219,7 @@ void NatsBroker::handleBucket( std::string const & answer ) {
    boost::system::error_code error;
    json::value const document = json::parse( answer, error );
    if( error || !document.is_object() ) {
-      return stateIs( State::joined, "the broker answers, but not as JetStream does: it has none, it seems" );
+      return stateIs( State::joined, "the broker's answer cannot be read: " + answer );
    }
    json::value const * const refusal = document.as_object().if_contains( "error" );
    if( !refusal ) return stateIs( State::up, "" );
@@ -298,11 +303,15 @@ std::vector<Broker::Letter> NatsBroker::arrived() {
 
 // Null when there is none.
 NatsBroker::Held<natsMsg> NatsBroker::nextOf( natsSubscription * from ) {
-   natsMsg * message = nullptr;
-   natsStatus status = natsSubscription_NextMsg( &message, from, 0 );
-   // Said once, in place of a letter.
-   if( status == NATS_SLOW_CONSUMER ) status = natsSubscription_NextMsg( &message, from, 0 );
-   return { status == NATS_OK ? message : nullptr, natsMsg_Destroy };
+   while( true ) {
+      natsMsg * message = nullptr;
+      natsStatus const status = natsSubscription_NextMsg( &message, from, 0 );
+      // Said once each, in place of a letter.
+      bool const nobodyAnswers = status == NATS_NO_RESPONDERS;
+      if( nobodyAnswers && from == bucket_.get() ) stateIs( State::joined, "the broker has no JetStream" );
+      if( nobodyAnswers || status == NATS_SLOW_CONSUMER ) continue;
+      return { status == NATS_OK ? message : nullptr, natsMsg_Destroy };
+   }
 }
 
 void NatsBroker::takeFrom( natsSubscription * from, std::vector<Letter> & into ) {

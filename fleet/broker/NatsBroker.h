@@ -36,7 +36,7 @@ struct NatsOptions {
    std::string keyFile;                        // seed of its key, readable for its owner only; empty: it has none
    std::string caFile;                         // empty: no TLS, to this machine only
    std::string serverName;                     // that the broker's certificate must have; empty: the host of the URL
-   double reconnectSeconds = 30;               // it waits a random part of them before each attempt, also the first
+   double reconnectSeconds = 30;               // it waits a random part of them before each attempt; the owner of less
    std::function<void( std::string const & )> told = []( std::string const & ) {};  // for a log; called in arrived()
 };
 
@@ -55,6 +55,8 @@ class NatsBroker final : public Broker {
    [[nodiscard]] std::vector<Letter> arrived() override;
 
    static constexpr int attemptSeconds = 5;
+   // There is only one, and it is to be there, with the bucket, when the boxes are.
+   static constexpr double ownerReconnectSeconds = 3;
 
  private:
    enum class State : uint8_t { away, joined, up };
@@ -82,6 +84,7 @@ class NatsBroker final : public Broker {
    [[nodiscard]] Held<__natsMsg> nextOf( __natsSubscription * from );
    void takeFrom( __natsSubscription * from, std::vector<Letter> & into );
    void tellDropped();
+   [[nodiscard]] double reconnectSeconds() const;
    [[nodiscard]] Clock::time_point randomlyLater();
 
    NatsOptions const options_;

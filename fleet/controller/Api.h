@@ -9,10 +9,10 @@
 //         /v1/return?unit=BOX/UNIT            or box=BOX: those of its units that are out
 //         /v1/brake?site=SITE, /v1/release?site=SITE, /v1/accept
 //
-// Who changes something over TCP shows an operator's key and is known by its name; on the unix socket the file's mode is
-// the leave, and the peer's user name goes on record. An error is { "error": text } with status 400 (malformed), 401 (no
-// operator's key), 403 (over the network nothing is changed here), 404, 405, 409 (refused, with "why": each reason) or
-// 503 (it cannot be kept on disk). Requests come from the HTTP server, one at a time, inside a turn.
+// Who changes something over TCP shows an operator's key and is known by its name; on the unix socket the file's mode
+// is the leave, and the peer's user name goes on record. An error is { "error": text } with status 400 (malformed), 401
+// (no operator's key), 403 (over the network nothing is changed here), 404, 405, 409 (refused, with "why": each reason)
+// or 503 (it cannot be kept on disk). Requests come from the HTTP server, one at a time, inside a turn.
 #pragma once
 
 #include <functional>
@@ -37,7 +37,6 @@ class Api {
       std::function<Surroundings()> surroundings;
       std::function<void()> changed = {};  // what was asked for is kept: see what follows from it
       std::function<std::shared_ptr<Host::HttpStream>()> stream = {};
-      std::function<std::optional<Host::HttpAnswer>( std::string_view path )> page = {};  // none: there is no such file
       std::optional<Keys> keys = {};  // without, nothing is changed over TCP
       std::string socket = {};        // that takes changes from whoever may open it
    };

@@ -78,7 +78,6 @@ class Controller {
                 .surroundings = [this] { return owner_.surroundings(); },
                 .changed = [this] { owner_.decide(); },
                 .stream = [this] { return feed_.stream(); },
-                .page = {},
                 .keys = std::move( keys ),
                 .socket = options.socket } ),
         server_( loop_, { .path = options.socket, .program = programName },

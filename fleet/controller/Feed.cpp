@@ -113,7 +113,7 @@ void Feed::refresh() {
    Survey const survey = surveyOf( parts_.dispatcher, refreshedAt_ );
    for( Survey::BoxLook const & look : survey.boxes ) refreshBox( look );
    json::object fleet = fleetView( parts_.dispatcher, survey, parts_.surroundings() );
-   fleet.erase( "now" );
+   fleet.stable_erase( "now" );
    std::string text = json::serialize( fleet );
    if( text == fleet_ ) return;
    fleet_ = std::move( text );
@@ -129,7 +129,7 @@ void Feed::refreshBox( Survey::BoxLook const & look ) {
    told.silent = look.silent;
    told.units = look.units;
    json::object view = boxView( look );
-   view.erase( "heard" );
+   view.stable_erase( "heard" );
    std::string text = json::serialize( view );
    if( text == told.text ) return;
    told.text = std::move( text );

@@ -15,6 +15,7 @@ constexpr std::string_view statusKeys = "status.";
 constexpr std::string_view desiredKeys = "desired.";
 // A turn; more at a time would be answered by more than is taken in at a time.
 constexpr std::size_t askedATurn = 500;
+constexpr double lineSeconds = 5;
 
 }  // namespace
 
@@ -43,9 +44,6 @@ void Owner::turn() {
    readClock();
    for( Broker::Letter const & letter : parts_.broker.arrived() ) take( letter );
    bool const connected = parts_.broker.connected();
-   if( connected != connected_ )
-      parts_.log( connected ? Severity::notice : Severity::warning,
-                  connected ? "the broker is reached" : "the broker is not reached: " + parts_.broker.trouble() );
    connected_ = connected;
    if( !connected ) asked_ = false;
    dispatcher_.reachableIs( connected && found(), now_ );
@@ -138,18 +136,19 @@ Surroundings Owner::surroundings() const {
    return now;
 }
 
-std::string Owner::line() const {
+std::string const & Owner::line() {
+   if( !line_.empty() && now_ < lineAt_ + lineSeconds ) return line_;
+   lineAt_ = now_;
    Survey const survey = surveyOf( dispatcher_, now_ );
-   std::string text =
-      std::to_string( survey.units ) + " units, " + std::to_string( survey.units - survey.inService ) + " out";
+   line_ = std::to_string( survey.units ) + " units, " + std::to_string( survey.units - survey.inService ) + " out";
    for( auto const & [id, plan] : dispatcher_.books().plans() ) {
-      if( !plan.over() ) text += "; " + id + " " + std::string( nameOf( plan.state ) );
+      if( !plan.over() ) line_ += "; " + id + " " + std::string( nameOf( plan.state ) );
    }
    Surroundings const now = surroundings();
    for( std::string const & what : { dispatcher_.doubt(), now.trouble, now.broker } ) {
-      if( !what.empty() ) return what + "; " + text;
+      if( !what.empty() ) line_.insert( 0, what + "; " );
    }
-   return text;
+   return line_;
 }
 
 }  // namespace Fleet

@@ -45,7 +45,8 @@ class Owner final : private Dispatcher::Outlet {
    [[nodiscard]] Dispatcher const & dispatcher() const { return dispatcher_; }
    [[nodiscard]] Surroundings surroundings() const;
    // For the service manager: "40 units, 2 out; plan-7 paused".
-   [[nodiscard]] std::string line() const;
+   // Made anew every few seconds: it takes a look at every unit.
+   [[nodiscard]] std::string const & line();
 
    static constexpr double sayAgainSeconds = 60;
    static constexpr double foundSeconds = 2;  // for the broker's answers, from the last question on
@@ -75,6 +76,8 @@ class Owner final : private Dispatcher::Outlet {
    std::deque<std::string> toAsk_;  // boxes
    double askedAt_ = 0;             // s, Unix time, the last of them
    bool connected_ = false;
+   std::string line_;
+   double lineAt_ = 0;  // s, Unix time
 };
 
 }  // namespace Fleet

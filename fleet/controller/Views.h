@@ -16,8 +16,8 @@ namespace Fleet {
 struct Surroundings {
    bool reachable = false;   // boxes, by the broker
    std::string broker = {};  // why it is not connected; empty while it is
-   std::string trouble =
-      {};  // why nothing is decided, as that nothing can be kept on disk; empty where nothing is wrong
+   // Why nothing is decided, as that nothing can be kept on disk; empty where nothing is wrong.
+   std::string trouble = {};
 };
 
 // "GET /v1/fleet". Of plans that are over only the newest.

@@ -99,7 +99,8 @@ void KeyStore::make( std::string const & name ) {
 
 void KeyStore::init() {
    std::error_code error;
-   if( fs::create_directories( directory_, error ) ) fs::permissions( directory_, fs::perms::owner_all, error );
+   // Open to the broker, which reads one file of it; the seeds are closed one by one.
+   fs::create_directories( directory_, error );
    if( error ) throw KeyFault( directory_ + " cannot be made: " + error.message() );
    if( has( std::string( ownerName ) ) ) throw KeyFault( directory_ + " has an owner's key already" );
    make( std::string( ownerName ) );

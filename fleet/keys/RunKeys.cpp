@@ -9,10 +9,12 @@ namespace {
 constexpr char const * reread =
    "Have the broker read its configuration again: systemctl reload nats-server (SIGHUP).\n";
 
-void initAndTell( KeyStore & keys ) {
+void initAndTell( KeyStore & keys, std::string const & directory ) {
    keys.init();
-   std::cout << "The owner's key is in " << keys.seedFile( "owner" ) << ".\nIn the broker's configuration: include \""
-             << keys.authorizationFile() << "\"\nThen add a key for each box: maintfleet keys add BOX...\n";
+   std::cout << "The owner's key is in " << keys.seedFile( "owner" )
+             << ".\nnats-server.conf is to have a line that includes " << keys.authorizationFile()
+             << ",\nby its path from there, as it takes no absolute one: include \"./fleet/authorization.conf\"\n"
+             << "Then make a key for each box: maintfleet keys add --dir " << directory << " BOX...\n";
 }
 
 void addAndTell( KeyStore & keys, std::vector<std::string> const & boxes ) {
@@ -33,8 +35,10 @@ void revokeAndTell( KeyStore & keys, std::vector<std::string> const & boxes ) {
 
 void run( KeysOptions const & options ) {
    KeyStore keys( options.directory );
+   bool const ofBoxes = options.verb == KeysOptions::Verb::add || options.verb == KeysOptions::Verb::revoke;
+   if( ofBoxes && options.boxes.empty() ) throw KeyFault( "which boxes? Name at least one" );
    switch( options.verb ) {
-      case KeysOptions::Verb::init: return initAndTell( keys );
+      case KeysOptions::Verb::init: return initAndTell( keys, options.directory );
       case KeysOptions::Verb::add: return addAndTell( keys, options.boxes );
       case KeysOptions::Verb::revoke: return revokeAndTell( keys, options.boxes );
       case KeysOptions::Verb::list:

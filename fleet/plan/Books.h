@@ -49,18 +49,21 @@ class Books {
    void brakeIs( std::string const & site, Brake const & brake );
    void brakeDel( std::string const & site );
    [[nodiscard]] uint64_t numberNext();
+   [[nodiscard]] uint64_t planNumberNext();
    // From here on numbers are larger than that.
    void lastNumberIs( uint64_t number );
 
    // All that was noted, in one transaction; nothing where nothing was. Throws MemoryFault, after which what was noted
-   // is gone.
+   // is gone; where even that cannot be read anew, it goes with the next keep(), which throws, too.
    void keep();
 
  private:
    void read();
 
    Memory & memory_;
+   bool unread_ = true;  // what is here is not all on disk, and could not be read anew
    uint64_t lastNumber_ = 0;
+   uint64_t lastPlan_ = 0;
    std::map<UnitName, Slot> slots_;
    std::map<std::string, Plan> plans_;
    std::map<std::string, Brake> brakes_;

@@ -58,7 +58,7 @@ void LightConnection::dial() {
    state_ = State::dialing;
    timer_.expires_after( attemptPatience );
    timer_.async_wait( guarded( [this]( Failure const & failure ) {
-      if( !failure ) lost( "the broker takes too long" );
+      if( !failure && !connected() ) lost( "the broker takes too long" );
    } ) );
    line_->socket.async_connect( network_.broker, guarded( [this]( Failure const & failure ) {
                                    if( failure ) return lost( failure.message() );
@@ -168,7 +168,7 @@ void LightConnection::introduce( std::string const & nonce ) {
 }
 
 void LightConnection::handleLetter( ProtocolReader::Message const & letter ) {
-   if( letter.headers.starts_with( "NATS/1.0 " ) || !headerOf( letter, "KV-Operation" ).empty() ) return;
+   if( !headerOf( letter, "KV-Operation" ).empty() ) return;
    std::string_view const original = headerOf( letter, "Nats-Subject" );
    std::string_view const subject = original.empty() ? std::string_view( letter.subject ) : original;
    if( !subject.starts_with( keyPrefix ) ) return;

@@ -27,7 +27,8 @@ void MadeUpMaintd::advance( Its & its ) const {
 }
 
 UnitStatus MadeUpMaintd::statusOf( Its const & its ) const {
-   UnitStatus status{ .state = its.state, .since = its.since, .interfaces = interfacesOfUnit, .unsettled = {} };
+   UnitStatus status{
+      .state = its.state, .why = {}, .since = its.since, .interfaces = interfacesOfUnit, .unsettled = {} };
    bool const out = its.state == UnitState::inMaintenance;
    status.ready = out && !faults_.trafficStays;
    status.disturbed = out && faults_.trafficStays;

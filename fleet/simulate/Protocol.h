@@ -1,5 +1,5 @@
-// The text that a client and the broker speak (https://docs.nats.io/reference/reference-protocols/nats-protocol), as far
-// as a box needs it. No network: bytes come in, messages come out.
+// The text that a client and the broker speak, as far as a box needs it
+// (https://docs.nats.io/reference/reference-protocols/nats-protocol). No network: bytes come in, messages come out.
 #pragma once
 
 #include <cstdint>

@@ -9,10 +9,10 @@
 #include <memory>
 #include <string>
 
+#include "events/EventLog.h"
 #include "http/Http.h"
 #include "http/HttpStream.h"
 #include "http/Target.h"
-#include "events/EventLog.h"
 #include "maintenance/MaintenanceService.h"
 
 namespace Host {

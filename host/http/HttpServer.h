@@ -1,5 +1,5 @@
-// HTTP/1.1 over a unix socket or TCP: takes connections, each of which reads requests, hands them to the one handler, and
-// writes the answers.
+// HTTP/1.1 over a unix socket or TCP: takes connections, each of which reads requests, hands them to the one handler,
+// and writes the answers.
 //
 // Owned by the program, driven by its loop; the handler runs inside a turn of the activity loop. No client can
 // end the agent or make it swell: a handler that throws costs its request a status 500, a connection too many gets a

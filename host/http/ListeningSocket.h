@@ -1,4 +1,5 @@
-// The API's socket: a file, made without taking anything from anybody and removed only as long as it is ours, or a port.
+// The API's socket: a file, made without taking anything from anybody and removed only as long as it is ours, or a
+// port.
 //
 // Owned by the HTTP server. A path at which there is anything but a socket is left alone, a symbolic link too, and so
 // is a socket at which somebody listens. Only the socket file of a process that died is replaced.

@@ -1,4 +1,5 @@
-// All that a daemon says while it serves: a line each to the system log, by way of standard error, and to the ring trace.
+// All that a daemon says while it serves: a line each to the system log, by way of standard error, and to the ring
+// trace.
 //
 // Where standard error is a stream of the journal, each line begins with its severity in angle brackets, which the
 // journal takes off again (sd-daemon(3)); anywhere else with the name of the program, and the severity in words where

@@ -1,0 +1,266 @@
+#include "cli/Tables.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "tables/Table.h"
+#include "tables/Words.h"
+
+namespace Fleet {
+
+using Cli::Clocks;
+using Cli::Kind;
+using Cli::list;
+using Cli::Needed;
+using Cli::number;
+using Cli::object;
+using Cli::Object;
+using Cli::text;
+
+namespace {
+
+// As many names as somebody reads.
+constexpr std::size_t mostTold = 10;
+
+std::string of( double some, double all ) {
+   return std::to_string( static_cast<long>( some ) ) + " of " + std::to_string( static_cast<long>( all ) );
+}
+
+std::string waveCell( Object const & row, char const *, Clocks const & ) {
+   return of( number( row, "wave" ).value_or( 0 ), number( row, "waves" ).value_or( 0 ) );
+}
+
+std::string doneCell( Object const & row, char const *, Clocks const & ) {
+   return of( number( row, "done" ).value_or( 0 ), number( row, "units" ).value_or( 0 ) );
+}
+
+double outCount( Object const & group ) { return static_cast<double>( list( group, "out" ).size() ); }
+
+std::string outCell( Object const & row, char const *, Clocks const & ) {
+   return of( outCount( row ), number( row, "units" ).value_or( 0 ) );
+}
+
+// "s1a/fabric (draining by plan-3)", each.
+std::string whoCell( Object const & row, char const * member, Clocks const & ) {
+   std::vector<std::string> who;
+   for( auto const & unit : list( row, member ) )
+      who.push_back( text( object( unit ), "unit" ) + " (" + text( object( unit ), "why" ) + ")" );
+   return who.empty() ? "-" : Cli::listed( who, mostTold );
+}
+
+std::string wouldCell( Object const & row, char const *, Clocks const & ) {
+   return of( number( row, "wouldBeOut" ).value_or( 0 ), number( row, "units" ).value_or( 0 ) );
+}
+
+std::string heardCell( Object const & row, char const * member, Clocks const & clocks ) {
+   return number( row, member ) ? Cli::agoCell( row, member, clocks ) : "never";
+}
+
+std::string settledCell( Object const & row, char const *, Clocks const & ) {
+   return of( number( row, "settled" ).value_or( 0 ), number( row, "interfaces" ).value_or( 0 ) );
+}
+
+constexpr Cli::Column planColumns[] = { { "PLAN", "plan", Cli::plainCell }, { "STATE", "state", Cli::plainCell },
+                                        { "WAVE", "wave", waveCell },       { "DONE", "done", doneCell },
+                                        { "BY", "by", Cli::plainCell },     { "MADE", "made", Cli::clockCell },
+                                        { "WHY", "why", Cli::plainCell } };
+constexpr Cli::Column fullColumns[] = { { "GROUP", "group", Cli::plainCell },
+                                        { "BUDGET", "budget", Cli::plainCell },
+                                        { "OUT", "out", outCell },
+                                        { "WHO", "out", whoCell } };
+constexpr Cli::Column silentColumns[] = { { "BOX", "box", Cli::plainCell }, { "HEARD", "heard", heardCell } };
+constexpr Cli::Column brakeColumns[] = {
+   { "SITE", "site", Cli::plainCell }, { "BY", "by", Cli::plainCell }, { "SINCE", "since", Cli::clockCell } };
+constexpr Cli::Column memberColumns[] = {
+   { "WAVE", "wave", Cli::plainCell }, { "UNIT", "unit", Cli::plainCell },      { "STEP", "step", Cli::plainCell },
+   { "SINCE", "since", Cli::agoCell }, { "LEFT OUT", "leftOut", Cli::yesCell }, { "FAULT", "fault", Cli::plainCell } };
+constexpr Cli::Column unitColumns[] = { { "UNIT", "unit", Cli::plainCell }, { "STATE", "state", Cli::wordCell },
+                                        { "OUT", "out", Cli::yesCell },     { "QUIET", "settled", settledCell },
+                                        { "READY", "ready", Cli::yesCell }, { "WHY", "why", Cli::plainCell } };
+constexpr Cli::Column unsettledColumns[] = { { "INTERFACE", "interface", Cli::plainCell },
+                                             { "VERDICT", "verdict", Cli::wordCell },
+                                             { "RATE", "bitsRate", Cli::rateCell },
+                                             { "WHY", "why", Cli::plainCell } };
+constexpr Cli::Column roomColumns[] = { { "GROUP", "group", Cli::plainCell },
+                                        { "BUDGET", "budget", Cli::plainCell },
+                                        { "WOULD BE OUT", "wouldBeOut", wouldCell },
+                                        { "ENOUGH", "enough", Cli::yesNoCell },
+                                        { "OUT NOW", "who", whoCell } };
+
+// Of the fleet's own times, which are Unix time.
+Clocks clocksAt( double now ) { return { now, 0.0 }; }
+
+// With a heading, and nothing at all where there are no rows.
+void printSection( std::ostream & out, char const * heading, Cli::Columns columns,
+                   std::vector<Object const *> const & rows, double now ) {
+   if( rows.empty() ) return;
+   out << "\n" << heading << "\n";
+   Cli::printTable( out, columns, rows, clocksAt( now ), "  " );
+}
+
+template<class Wanted>
+std::vector<Object const *> rowsOf( Object const & answer, char const * member, Wanted const & wanted ) {
+   std::vector<Object const *> rows;
+   for( auto const & row : list( answer, member ) ) {
+      if( wanted( object( row ) ) ) rows.push_back( &object( row ) );
+   }
+   return rows;
+}
+
+bool isUnderWay( Object const & plan ) {
+   std::string const state = text( plan, "state" );
+   return state == "running" || state == "paused";
+}
+
+std::vector<std::string> waitedFor( Object const & fleet ) {
+   std::vector<std::string> lines;
+   for( char const * trouble : { "doubt", "broker" } ) {
+      if( std::string const why = text( fleet, trouble ); !why.empty() )
+         lines.push_back( ( trouble == std::string( "broker" ) ? "the broker: " : "" ) + why );
+   }
+   for( Object const * plan : rowsOf( fleet, "plans", isUnderWay ) ) {
+      bool const paused = text( *plan, "state" ) == "paused";
+      for( std::string const & why : Cli::texts( *plan, "waitsFor" ) )
+         lines.push_back( text( *plan, "plan" ) + ( paused ? " for a person to go on: " : ": " ) + why );
+   }
+   return lines;
+}
+
+void printCounts( std::ostream & out, Object const & fleet ) {
+   Object const & counts = object( fleet.at( "counts" ) );
+   auto const count = [&]( char const * name ) {
+      return static_cast<std::size_t>( number( counts, name ).value_or( 0 ) );
+   };
+   out << Cli::counted( count( "units" ), "unit" ) << " of " << count( "boxes" )
+       << ( count( "boxes" ) == 1 ? " box" : " boxes" ) << ": " << count( "inService" ) << " in service, "
+       << count( "out" ) << " out; " << count( "silent" ) << " silent\n";
+}
+
+}  // namespace
+
+void printFleet( std::ostream & out, Object const & fleet, Object const * boxes ) {
+   double const now = number( fleet, "now" ).value_or( 0 );
+   auto const waits = waitedFor( fleet );
+   if( waits.empty() ) {
+      out << "waits for nothing\n";
+   } else {
+      out << "waits for\n";
+      for( std::string const & line : waits ) out << "  " << line << "\n";
+   }
+   out << "\n";
+   printCounts( out, fleet );
+   auto const any = []( Object const & ) { return true; };
+   printSection( out, "brakes that are on", brakeColumns, rowsOf( fleet, "brakes", any ), now );
+   printSection( out, "plans", planColumns, rowsOf( fleet, "plans", any ), now );
+   printSection(
+      out, "groups that are full", fullColumns,
+      rowsOf( fleet, "groups",
+              []( Object const & group ) { return outCount( group ) >= number( group, "mayBeOut" ).value_or( 0 ); } ),
+      now );
+   if( !boxes ) return;
+   double const limit = 3 * number( fleet, "heartbeatSeconds" ).value_or( 0 );
+   printSection( out, "boxes that are silent", silentColumns,
+                 rowsOf( *boxes, "boxes",
+                         [&]( Object const & box ) {
+                            auto const heard = number( box, "heard" );
+                            return !heard || now - *heard > limit;
+                         } ),
+                 now );
+}
+
+void printPlan( std::ostream & out, Object const & plan, double now ) {
+   for( std::string const & why : Cli::texts( plan, "waitsFor" ) ) out << "waits for: " << why << "\n";
+   Cli::printTable( out, planColumns, std::vector<Object const *>{ &plan }, clocksAt( now ) );
+   Object const & asked = object( plan.at( "request" ) );
+   auto const span = [&]( char const * member ) {
+      auto const seconds = number( asked, member );
+      return seconds ? Cli::spanText( *seconds ) : std::string( "until ordered back" );
+   };
+   out << "waves " << text( asked, "waves" ) << "; soak " << span( "soakSeconds" ) << "; deadline "
+       << span( "deadlineSeconds" ) << ", then " << text( asked, "atDeadline" ) << "; stay " << span( "staySeconds" )
+       << "\n\n";
+   std::vector<Object> rows;
+   std::size_t wave = 0;
+   for( auto const & members : list( plan, "members" ) ) {
+      ++wave;
+      if( !members.is_array() ) throw Cli::WrongAnswer( "members has a wave that is no list" );
+      for( auto const & member : members.get_array() ) rows.emplace_back( object( member ) )["wave"] = wave;
+   }
+   std::vector<Object const *> shown;
+   std::ranges::transform( rows, std::back_inserter( shown ), []( Object const & row ) { return &row; } );
+   Cli::printTable( out, memberColumns, shown, clocksAt( now ) );
+}
+
+void printBox( std::ostream & out, Object const & box, double now ) {
+   out << text( box, "box" ) << ", heard " << heardCell( box, "heard", clocksAt( now ) );
+   for( auto const & label : object( box.at( "labels" ) ) )
+      out << "; " << std::string( label.key() ) << ": " << text( object( box.at( "labels" ) ), label.key_c_str() );
+   out << "\n";
+   if( std::string const trouble = text( box, "trouble" ); !trouble.empty() ) out << trouble << "\n";
+   Cli::printTable( out, unitColumns, list( box, "units" ), clocksAt( now ) );
+   for( auto const & unit : list( box, "units" ) ) {
+      auto const loud = rowsOf( object( unit ), "unsettled", []( Object const & ) { return true; } );
+      printSection( out, ( text( object( unit ), "unit" ) + " waits for" ).c_str(), unsettledColumns, loud, now );
+   }
+}
+
+void printCanStop( std::ostream & out, Object const & answer ) {
+   out << ( Cli::yes( answer, "canStop" ) ? "yes" : "no" ) << "\n";
+   for( std::string const & why : Cli::texts( answer, "why" ) ) out << "  " << why << "\n";
+   auto const rows = rowsOf( answer, "groups", []( Object const & ) { return true; } );
+   if( rows.empty() ) out << "  no budget holds for it\n";
+   printSection( out, "groups", roomColumns, rows, 0 );
+}
+
+void printLayout( std::ostream & out, Object const & answer ) {
+   std::string const id = text( answer, "plan" );
+   out << ( id.empty() ? "nothing was changed; the waves would be" : id + " has these waves" ) << "\n";
+   std::size_t number = 0;
+   for( auto const & wave : list( answer, "waves" ) ) {
+      std::vector<std::string> units;
+      if( !wave.is_array() ) throw Cli::WrongAnswer( "waves has one that is no list" );
+      for( auto const & unit : wave.get_array() ) units.emplace_back( unit.is_string() ? unit.get_string() : "?" );
+      out << "  " << ++number << ": " << Cli::listed( units, units.size() ) << "\n";
+   }
+   for( std::string const & reason : Cli::texts( answer, "reasons" ) ) out << reason << "\n";
+}
+
+namespace {
+
+constexpr Needed planMembers[] = { { "plan", Kind::text },     { "state", Kind::text },   { "wave", Kind::number },
+                                   { "waves", Kind::number },  { "units", Kind::number }, { "done", Kind::number },
+                                   { "waitsFor", Kind::texts } };
+constexpr Cli::Shape planRowShape{ planMembers };
+constexpr Needed wholePlanMembers[] = { { "plan", Kind::text },
+                                        { "state", Kind::text },
+                                        { "waitsFor", Kind::texts },
+                                        { "request", Kind::object },
+                                        { "members", Kind::list } };
+constexpr Needed groupMembers[] = { { "group", Kind::text },
+                                    { "budget", Kind::text },
+                                    { "units", Kind::number },
+                                    { "mayBeOut", Kind::number },
+                                    { "out", Kind::list } };
+constexpr Cli::Shape groupShape{ groupMembers };
+constexpr Needed fleetMembers[] = { { "now", Kind::number },
+                                    { "heartbeatSeconds", Kind::number },
+                                    { "counts", Kind::object },
+                                    { "groups", Kind::list, &groupShape },
+                                    { "plans", Kind::list, &planRowShape } };
+constexpr Needed boxMembers[] = { { "box", Kind::text }, { "labels", Kind::object }, { "units", Kind::list } };
+constexpr Cli::Shape boxRowShape{ boxMembers };
+constexpr Needed boxesMembers[] = { { "now", Kind::number }, { "boxes", Kind::list, &boxRowShape } };
+constexpr Needed canStopMembers[] = { { "canStop", Kind::flag }, { "groups", Kind::list }, { "why", Kind::texts } };
+constexpr Needed layoutMembers[] = { { "waves", Kind::list }, { "reasons", Kind::texts } };
+
+}  // namespace
+
+constinit Cli::Shape const fleetShape{ fleetMembers };
+constinit Cli::Shape const boxesShape{ boxesMembers };
+constinit Cli::Shape const boxShape{ boxMembers };
+constinit Cli::Shape const planShape{ wholePlanMembers };
+constinit Cli::Shape const canStopShape{ canStopMembers };
+constinit Cli::Shape const layoutShape{ layoutMembers };
+constinit Cli::Shape const anyShape{};
+
+}  // namespace Fleet

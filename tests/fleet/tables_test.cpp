@@ -1,0 +1,101 @@
+// What people read of the owner's answers, made of real ones.
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+#include "Desk.h"
+#include "cli/Tables.h"
+
+namespace FleetTest {
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+constexpr char const * tableFleet = R"(
+boxes:
+  s1a: { labels: { pair: s1 }, units: [ fabric ] }
+  s1b: { labels: { pair: s1 }, units: [ fabric ] }
+  s2a: { labels: { pair: s2 }, units: [ fabric ] }
+budgets: { pair: { out: 1 } }
+heartbeat: 15s
+)";
+
+class FleetTables : public ::testing::Test {
+ protected:
+   FleetTables() {
+      desk.says( "s1a" );
+      desk.says( "s1b" );
+      desk.advance( 5 );
+   }
+   // The answer, which must have the shape that the program asks for.
+   boost::json::object answer( std::string const & target, Cli::Shape const & shape, char const * method = "GET" ) {
+      auto const given = method == std::string( "GET" ) ? desk.get( target ) : desk.post( target );
+      EXPECT_EQ( given.status, 200u ) << given.text;
+      EXPECT_EQ( Cli::shapeFault( given.body, shape ), "" ) << target;
+      return given.body.as_object();
+   }
+   template<class Print>
+   static std::string text( Print const & print ) {
+      std::ostringstream out;
+      print( out );
+      return out.str();
+   }
+   std::string status() {
+      auto const boxes = answer( "/v1/boxes", boxesShape );
+      return text( [&]( auto & out ) { printFleet( out, answer( "/v1/fleet", fleetShape ), &boxes ); } );
+   }
+
+   Desk desk{ tableFleet };
+};
+
+}  // namespace
+
+TEST_F( FleetTables, statusSaysFirstWhatIsWaitedFor ) {
+   EXPECT_THAT( status(),
+                AllOf( StartsWith( "waits for nothing\n\n3 units of 3 boxes: 2 in service, 1 out; 1 silent\n" ),
+                       HasSubstr( "pair: s2  at most 1 out  1 of 1  s2a/fabric (not heard of yet)\n" ),
+                       HasSubstr( "boxes that are silent\n  BOX  HEARD\n  s2a  never\n" ), Not( HasSubstr( "plans" ) ),
+                       Not( HasSubstr( "pair: s1" ) ) ) );
+   std::string const id = desk.post( "/v1/plans?label=pair:s1&stay=0s" ).told( "/plan" );
+   desk.obeys( "s1a", UnitState::entering );
+   desk.says( "s1a", UnitState::entering, "Ethernet1 has 3 Mbps" );
+   desk.advance( 5 );
+   EXPECT_THAT( status(),
+                AllOf( StartsWith( "waits for\n  " + id + ": s1a/fabric is draining: Ethernet1 has 3 Mbps\n" ),
+                       HasSubstr( id + "  running  1 of 2  0 of 2  eve" ),
+                       HasSubstr( "pair: s1  at most 1 out  1 of 2  s1a/fabric (draining by " + id + ")" ) ) );
+   desk.post( "/v1/brake" );
+   desk.brokerIs( false );
+   desk.advance( 1 );
+   EXPECT_THAT( status(), AllOf( StartsWith( "waits for\n  the broker: nobody answers\n  " + id +
+                                             " for a person to go on: the brake of all sites is on, by eve\n" ),
+                                 HasSubstr( "brakes that are on" ) ) );
+}
+
+TEST_F( FleetTables, aPlanABoxAndAQuestionAreToldWithTheirReasons ) {
+   auto const dry = answer( "/v1/plans?label=pair:s1&waves=2&dry-run=1", layoutShape, "POST" );
+   EXPECT_THAT( text( [&]( auto & out ) { printLayout( out, dry ); } ),
+                AllOf( StartsWith( "nothing was changed; the waves would be\n  1: s1a/fabric\n  2: s1b/fabric\n" ),
+                       HasSubstr( "s1b/fabric is put off to a later wave than 1: pair: s1 has at most 1 out" ) ) );
+   std::string const id = desk.post( "/v1/plans?box=s1a&soak=90s" ).told( "/plan" );
+   desk.obeys( "s1a", UnitState::entering );
+   desk.advance( 5 );
+   auto const plan = answer( "/v1/plans/" + id, planShape );
+   double const now = desk.owner().now();
+   EXPECT_THAT( text( [&]( auto & out ) { printPlan( out, plan, now ); } ),
+                AllOf( HasSubstr( "waves 1; soak 90 s; deadline 30 min, then hold; stay until ordered back\n" ),
+                       HasSubstr( "1     s1a/fabric  draining  5 s ago" ) ) );
+   auto const box = answer( "/v1/boxes/s1a", boxShape );
+   EXPECT_THAT( text( [&]( auto & out ) { printBox( out, box, now ); } ),
+                AllOf( StartsWith( "s1a, heard 0 s ago; pair: s1\n" ), HasSubstr( "fabric  entering  yes  0 of 0" ) ) );
+   auto const stop = answer( "/v1/can-stop?box=s1b", canStopShape );
+   EXPECT_THAT( text( [&]( auto & out ) { printCanStop( out, stop ); } ),
+                AllOf( StartsWith( "no\n  pair: s1 would have 2 of 2 out, and has at most 1 out\n" ),
+                       HasSubstr( "pair: s1  at most 1 out  2 of 2        no      s1a/fabric (draining by " ) ) );
+}
+
+}  // namespace FleetTest
