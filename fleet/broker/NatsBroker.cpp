@@ -105,11 +105,14 @@ void NatsBroker::setUpOptions() {
          what );
    held( natsOptions_SetWriteDeadline( made, writeMilliseconds ), what );
    held( natsOptions_SetPingInterval( made, pingMilliseconds ), what );
-   if( !options_.keyFile.empty() ) {
-      NKey const key = NKey::fromFile( options_.keyFile );
-      held( natsOptions_SetNKeyFromSeed( made, key.publicText().c_str(), options_.keyFile.c_str() ), "using the key" );
-   }
+   if( !options_.keyFile.empty() ) setUpKey();
    if( address_.tls ) setUpTls();
+}
+
+void NatsBroker::setUpKey() {
+   NKey const key = NKey::fromFile( options_.keyFile );
+   held( natsOptions_SetNKeyFromSeed( natsOptions_.get(), key.publicText().c_str(), options_.keyFile.c_str() ),
+         "using the key" );
 }
 
 void NatsBroker::setUpTls() {
@@ -203,7 +206,8 @@ NatsBroker::Held<natsSubscription> NatsBroker::subscribed( std::string const & s
 }
 
 void NatsBroker::handleConnected() {
-   stateIs( State::joined, isOwner() ? "the broker has not made the bucket yet" : "just connected to the broker" );
+   stateIs( State::joined, isOwner() ? "the broker has not made the bucket yet, for which it needs JetStream"
+                                     : "just connected to the broker" );
    if( isOwner() ) askForBucket();
 }
 

@@ -66,6 +66,7 @@ class NatsBroker final : public Broker {
 
    [[nodiscard]] bool isOwner() const { return options_.box.empty(); }
    void setUpOptions();
+   void setUpKey();
    void setUpTls();
    void look();
    void open();

@@ -79,9 +79,27 @@ std::string userOf( KeyStore::Entry const & entry ) {
       publishes = { subjectOf( statusKey( entry.name ) ), readSubjectOf( desiredKey( entry.name ) ) };
       hears.push_back( subjectOf( desiredKey( entry.name ) ) );
    }
-   return "      # " + entry.name + "\n      { nkey: " + entry.publicKey +
+   return "         # " + entry.name + "\n         { nkey: " + entry.publicKey +
           ", permissions: {\n         publish: { allow: " + listOf( publishes ) +
           " }\n         subscribe: { allow: " + listOf( hears ) + " } } }\n";
+}
+
+// The broker does not look at where a reader wants the answer, and sends it there with rights of its own. So boxes are in
+// an account of their own, where the bucket is not: what they could reach like that are each other's subjects, with a
+// letter that is not for them.
+std::string accountsOf( std::string const & owner, std::string const & boxes ) {
+   std::string const reads = '"' + readSubjectOf( desiredKey( "*" ) ) + '"';
+   std::string const orders = '"' + subjectOf( desiredKey( "*" ) ) + '"';
+   std::string const statuses = '"' + subjectOf( statusKey( "*" ) ) + '"';
+   return "# Made by maintfleet keys, which writes it anew with each key that is added or revoked.\n"
+          "authorization {\n   timeout: 20\n}\naccounts {\n   FLEET {\n      jetstream: enabled\n"
+          "      exports: [ { service: " +
+          reads + ", accounts: [BOXES] }, { stream: " + orders + ", accounts: [BOXES] } ]\n" +
+          "      imports: [ { stream: { account: BOXES, subject: " + statuses + " } } ]\n      users: [\n" + owner +
+          "      ]\n   }\n   BOXES {\n      exports: [ { stream: " + statuses + ", accounts: [FLEET] } ]\n" +
+          "      imports: [ { service: { account: FLEET, subject: " + reads +
+          " } }, { stream: { account: FLEET, subject: " + orders + " } } ]\n      users: [\n" + boxes +
+          "      ]\n   }\n}\n";
 }
 
 }  // namespace
@@ -146,14 +164,10 @@ std::vector<KeyStore::Entry> KeyStore::entries() const {
 }
 
 void KeyStore::writeAuthorization() const {
-   std::string users;
-   for( Entry const & entry : entries() ) users += userOf( entry );
-   // So many boxes that come back in one moment take turns at the broker's processor.
-   writeFile( authorizationFile(),
-              "# Made by maintfleet keys, which writes it anew with each key that is added or revoked.\n"
-              "authorization {\n   timeout: 20\n   users: [\n" +
-                 users + "   ]\n}\n",
-              publicMode );
+   std::string owner;
+   std::string boxes;
+   for( Entry const & entry : entries() ) ( entry.name == ownerName ? owner : boxes ) += userOf( entry );
+   writeFile( authorizationFile(), accountsOf( owner, boxes ), publicMode );
 }
 
 }  // namespace Fleet

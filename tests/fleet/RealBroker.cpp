@@ -50,7 +50,7 @@ bool soon( std::function<bool()> const & holds ) {
    return true;
 }
 
-RealBroker::RealBroker( std::vector<std::string> const & boxes, bool jetStream )
+RealBroker::RealBroker( std::vector<std::string> const & boxes )
    : directory_( madeDirectory() ), keys_( directory_ ), port_( freePort() ) {
    keys_.init();
    keys_.add( boxes );
@@ -59,7 +59,7 @@ RealBroker::RealBroker( std::vector<std::string> const & boxes, bool jetStream )
       ( " -subj /CN=broker -addext subjectAltName=DNS:broker -keyout " + path( "tls.key" ) ) + " -out " +
       path( "tls.pem" ) + " 2>/dev/null";
    EXPECT_EQ( std::system( certificate.c_str() ), 0 );
-   writeConfiguration( jetStream );
+   writeConfiguration();
    start();
 }
 
@@ -68,12 +68,11 @@ RealBroker::~RealBroker() {
    std::filesystem::remove_all( directory_ );
 }
 
-void RealBroker::writeConfiguration( bool jetStream ) const {
-   std::ofstream( path( "nats.conf" ) ) << "listen: \"127.0.0.1:" << port_ << "\"\n"
-                                        << ( jetStream ? "jetstream { store_dir: \"" + path( "jetstream" ) + "\" }\n"
-                                                       : "" )
-                                        << "tls { cert_file: \"" << path( "tls.pem" ) << "\", key_file: \""
-                                        << path( "tls.key" ) << "\" }\ninclude \"./authorization.conf\"\n";
+void RealBroker::writeConfiguration() const {
+   std::ofstream( path( "nats.conf" ) ) << "listen: \"127.0.0.1:" << port_ << "\"\njetstream { store_dir: \""
+                                        << path( "jetstream" ) << "\" }\ntls { cert_file: \"" << path( "tls.pem" )
+                                        << "\", key_file: \"" << path( "tls.key" )
+                                        << "\" }\ninclude \"./authorization.conf\"\n";
 }
 
 void RealBroker::start() {

@@ -17,7 +17,7 @@ namespace Fleet {
 class RealBroker {
  public:
    // With keys for the owner and these boxes; it runs.
-   explicit RealBroker( std::vector<std::string> const & boxes, bool jetStream = true );
+   explicit RealBroker( std::vector<std::string> const & boxes );
    RealBroker( RealBroker const & ) = delete;
    RealBroker & operator=( RealBroker const & ) = delete;
    ~RealBroker();
@@ -34,7 +34,7 @@ class RealBroker {
 
  private:
    [[nodiscard]] std::string path( std::string const & file ) const { return directory_ + "/" + file; }
-   void writeConfiguration( bool jetStream ) const;
+   void writeConfiguration() const;
 
    std::string const directory_;
    KeyStore keys_;

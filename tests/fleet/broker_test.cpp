@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nats/nats.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -140,6 +141,33 @@ TEST_F( BrokerStory, aKeyIsGoodForItsOwnBoxAlone ) {
    EXPECT_THAT( real.log(), HasSubstr( "Subscription Violation" ) );
 }
 
+// The broker sends an answer wherever the reader says, as the broker itself: also to where the bucket is removed.
+TEST_F( BrokerStory, anAnswerToABoxReachesNothingOfTheBucket ) {
+   End a = as( "a", "a" );
+   ASSERT_TRUE( soon( [&] { return owner.up() && a.up(); } ) );
+   ASSERT_TRUE( owner.broker.put( "desired.b", "for b" ) );
+   NatsOptions const with = real.optionsOf( "a", "a" );
+   natsOptions * options = nullptr;
+   natsConnection * forger = nullptr;
+   std::string const publicKey = NKey::fromFile( with.keyFile ).publicText();
+   ASSERT_EQ( natsOptions_Create( &options ), NATS_OK );
+   ASSERT_EQ( natsOptions_SetURL( options, with.url.c_str() ), NATS_OK );
+   ASSERT_EQ( natsOptions_LoadCATrustedCertificates( options, with.caFile.c_str() ), NATS_OK );
+   ASSERT_EQ( natsOptions_SetExpectedHostname( options, "broker" ), NATS_OK );
+   ASSERT_EQ( natsOptions_SetNKeyFromSeed( options, publicKey.c_str(), with.keyFile.c_str() ), NATS_OK );
+   ASSERT_EQ( natsConnection_Connect( &forger, options ), NATS_OK );
+   // There are none for it, so the answer is empty, which is how the bucket is removed.
+   ASSERT_EQ( natsConnection_PublishRequest( forger, readSubjectOf( "desired.a" ).c_str(),
+                                             "$JS.API.STREAM.DELETE.KV_fleet", nullptr, 0 ),
+              NATS_OK );
+   ASSERT_EQ( natsConnection_Flush( forger ), NATS_OK );
+   natsConnection_Destroy( forger );
+   natsOptions_Destroy( options );
+   settle( a, "a" );
+   owner.broker.read( "desired.b" );
+   EXPECT_TRUE( soon( [&] { return owner.has( { "desired.b", "for b" } ); } ) );
+}
+
 TEST_F( BrokerStory, nobodyGetsInWithoutAKeyThatHolds ) {
    End a = as( "a", "a" );
    ASSERT_TRUE( soon( [&] { return owner.up() && a.up(); } ) );
@@ -206,13 +234,6 @@ TEST_F( BrokerStory, whatCouldShowAKeyToOthersIsRefused ) {
    End a( other );
    EXPECT_TRUE( soon( [&] { return a.troubled( "SSL" ); } ) ) << a.broker.trouble();
    EXPECT_FALSE( a.up() );
-}
-
-TEST( BrokerWithoutStore, isToldOfAndNotUsed ) {
-   RealBroker real( { "a" }, false );
-   End owner( real.optionsOf( "", "owner" ) );
-   EXPECT_TRUE( soon( [&] { return owner.troubled( "no JetStream" ); } ) ) << owner.broker.trouble();
-   EXPECT_FALSE( owner.up() );
 }
 
 // As the broker's own tools make and take them.

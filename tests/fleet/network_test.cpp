@@ -1,4 +1,5 @@
-// The owner's API over TCP, where there is no user: what a client shows instead decides, and it is on record who it was.
+// The owner's API over TCP, where there is no user: what a client shows instead decides, and it is on record who it
+// was.
 #include <gmock/gmock.h>
 
 #include <boost/asio/ip/tcp.hpp>
