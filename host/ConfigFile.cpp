@@ -1,11 +1,11 @@
 #include "ConfigFile.h"
 
-#include "config/FileText.h"
+#include "files/FileText.h"
 
 namespace Host {
 
 Service::Config::Config readConfig( std::string const & file ) {
-   return Service::Config::parse( Service::Config::fileText( file ), file );
+   return Service::Config::parse( fileText( file ), file );
 }
 
 }  // namespace Host

@@ -8,10 +8,10 @@
 #include <filesystem>
 #include <iostream>
 
-#include "config/FileText.h"
 #include "controller/Api.h"
 #include "controller/Feed.h"
 #include "controller/Owner.h"
+#include "files/FileText.h"
 #include "http/HttpServer.h"
 #include "kel/ActivityLoop.h"
 #include "log/StandardError.h"
@@ -39,7 +39,7 @@ double unixNow() {
    return std::chrono::duration<double>( std::chrono::system_clock::now().time_since_epoch() ).count();
 }
 
-Inventory inventoryIn( std::string const & file ) { return readInventory( Service::Config::fileText( file ), file ); }
+Inventory inventoryIn( std::string const & file ) { return readInventory( Host::fileText( file ), file ); }
 
 std::optional<Keys> keysIn( std::string const & file ) {
    if( file.empty() ) return std::nullopt;

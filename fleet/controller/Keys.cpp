@@ -8,7 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "config/FileText.h"
+#include "files/FileText.h"
 
 namespace Fleet {
 
@@ -26,7 +26,7 @@ std::string digestOf( std::string_view key ) {
 
 Keys Keys::inFile( std::string const & path ) {
    struct stat file {};
-   std::string const text = Service::Config::fileText( path );
+   std::string const text = Host::fileText( path );
    if( ::stat( path.c_str(), &file ) == 0 && ( file.st_mode & S_IRWXO ) != 0 )
       throw std::runtime_error( path + ": everybody may read or write these keys; chmod o= is needed" );
    return Keys( text, path );

@@ -1,4 +1,4 @@
-#include "config/FileText.h"
+#include "files/FileText.h"
 
 #include <array>
 #include <cerrno>
@@ -7,7 +7,7 @@
 #include <memory>
 #include <stdexcept>
 
-namespace Service::Config {
+namespace Host {
 
 std::string fileText( std::string const & path ) {
    auto const check = [&]( bool good ) {
@@ -26,4 +26,4 @@ std::string fileText( std::string const & path ) {
    return text;
 }
 
-}  // namespace Service::Config
+}  // namespace Host

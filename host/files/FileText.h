@@ -3,9 +3,9 @@
 
 #include <string>
 
-namespace Service::Config {
+namespace Host {
 
 // Throws std::runtime_error, which names the file and why it cannot be read.
 [[nodiscard]] std::string fileText( std::string const & path );
 
-}  // namespace Service::Config
+}  // namespace Host
