@@ -164,7 +164,7 @@ void heard( benchmark::State & state, Bytes const & before, Bytes const & messag
             box.table.settle();
          } );
          state.PauseTiming();
-         if( box.feed.interfaces().size() != linksAfter ) state.SkipWithError( "not the links that should be there" );
+         if( box.table.links().size() != linksAfter ) state.SkipWithError( "not the links that should be there" );
       }
       state.ResumeTiming();
    }

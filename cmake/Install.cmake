@@ -56,7 +56,7 @@ install( DIRECTORY examples/ DESTINATION share/doc/ratemon/examples PATTERN "*.e
 install( FILES packaging/completion/maintctl.bash DESTINATION share/bash-completion/completions RENAME maintctl )
 install( FILES packaging/completion/_maintctl DESTINATION share/zsh/vendor-completions )
 
-# --- The service
+# --- The services
 
 install( FILES packaging/systemd/ratemon.sysusers DESTINATION lib/sysusers.d RENAME ratemon.conf )
 install( FILES packaging/systemd/ratemon.tmpfiles DESTINATION lib/tmpfiles.d RENAME ratemon.conf )
@@ -67,9 +67,14 @@ install( CODE "
    if( prefix STREQUAL \"/usr\" )
       set( etc /etc )
    endif()
-   configure_file( \"${CMAKE_SOURCE_DIR}/packaging/systemd/maintd.service.in\" \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" @ONLY )
-   file( INSTALL \"${CMAKE_BINARY_DIR}/packaging/maintd.service\" DESTINATION \"\${prefix}/lib/systemd/system\" )
-   file( INSTALL \"${CMAKE_SOURCE_DIR}/packaging/maintd.yaml\" DESTINATION \"\${etc}/ratemon\" )
+   foreach( service maintd maintfleet-agent maintfleet-controller )
+      set( made \"${CMAKE_BINARY_DIR}/packaging/\${service}.service\" )
+      configure_file( \"${CMAKE_SOURCE_DIR}/packaging/systemd/\${service}.service.in\" \"\${made}\" @ONLY )
+      file( INSTALL \"\${made}\" DESTINATION \"\${prefix}/lib/systemd/system\" )
+   endforeach()
+   foreach( file maintd.yaml maintfleet-agent.conf maintfleet-controller.conf )
+      file( INSTALL \"${CMAKE_SOURCE_DIR}/packaging/\${file}\" DESTINATION \"\${etc}/ratemon\" )
+   endforeach()
 " )
 
 # --- The package
@@ -96,7 +101,7 @@ set( CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON )
 set( CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_BINARY_DIR}/lib" )
 set( CPACK_DEBIAN_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers | systemd-sysusers" )
 set( CPACK_DEBIAN_PACKAGE_RECOMMENDS "systemd" )
-set( CPACK_DEBIAN_PACKAGE_SUGGESTS "frr, bash-completion" )
+set( CPACK_DEBIAN_PACKAGE_SUGGESTS "frr, bash-completion, nats-server" )
 set( CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON )
 set( CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_SOURCE_DIR}/packaging/debian/conffiles" )
 foreach( script postinst prerm postrm )

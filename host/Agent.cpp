@@ -14,8 +14,8 @@
 #include "brisklog/Brisklog.h"
 #include "claims/Boot.h"
 #include "log/SystemLog.h"
-#include "statusline/StatusLine.h"
 #include "plugin/Loader.h"
+#include "statusline/StatusLine.h"
 
 namespace Host {
 

@@ -5,6 +5,7 @@
 #include "controller/FleetMetrics.h"
 #include "kel/NearMiss.h"
 #include "memory/Memory.h"
+#include "page/Page.h"
 
 namespace Fleet {
 
@@ -33,6 +34,17 @@ HttpAnswer streamAnswer( std::shared_ptr<Host::HttpStream> stream ) {
             .contentType = "text/event-stream",
             .fields = { { "Cache-Control", "no-store" } },
             .stream = std::move( stream ) };
+}
+
+// A file of the page. Asked for anew each time, so that page and program are of one release.
+HttpAnswer pageAnswer( std::string const & path ) {
+   auto const file = pageFile( path );
+   if( !file ) return httpError( 404, "there is nothing at " + path );
+   return { .body = std::string( file->bytes ),
+            .contentType = file->contentType,
+            .fields = { { "Content-Security-Policy", std::string( pageFramePolicy ) },
+                        { "X-Content-Type-Options", "nosniff" },
+                        { "Cache-Control", "no-cache" } } };
 }
 
 }  // namespace
@@ -84,10 +96,7 @@ HttpAnswer Api::answer( HttpRequest const & request ) {
       return metricsAnswer( parts_.dispatcher, surveyOf( parts_.dispatcher, parts_.now() ), parts_.surroundings() );
    std::string path = "/";
    for( std::string const & component : target->path ) path += ( path == "/" ? "" : "/" ) + component;
-   if( parts_.page ) {
-      if( auto file = parts_.page( path ) ) return std::move( *file );
-   }
-   return httpError( 404, "there is nothing at " + path );
+   return pageAnswer( path );
 }
 
 HttpAnswer Api::routed( HttpRequest const & request, Target const & target ) {

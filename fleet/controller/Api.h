@@ -37,7 +37,6 @@ class Api {
       std::function<Surroundings()> surroundings;
       std::function<void()> changed = {};  // what was asked for is kept: see what follows from it
       std::function<std::shared_ptr<Host::HttpStream>()> stream = {};
-      std::function<std::optional<Host::HttpAnswer>( std::string_view path )> page = {};  // none: there is no such file
       std::optional<Keys> keys = {};  // without, nothing is changed over TCP
       std::string socket = {};        // that takes changes from whoever may open it
    };

@@ -46,13 +46,6 @@ std::optional<Keys> keysIn( std::string const & file ) {
    return Keys::inFile( file );
 }
 
-std::optional<Host::HttpAnswer> pageAt( std::string_view path ) {
-   if( path != "/" ) return std::nullopt;
-   return Host::HttpAnswer{ .status = 200,
-                            .body = "This is the controller of a fleet. Its API begins at /v1/fleet.\n",
-                            .contentType = "text/plain; charset=utf-8" };
-}
-
 void tellOddities( Inventory const & inventory ) {
    for( std::string const & oddity : odditiesOf( inventory ) ) Host::logLine( Severity::warning, oddity );
 }
@@ -85,7 +78,6 @@ class Controller {
                 .surroundings = [this] { return owner_.surroundings(); },
                 .changed = [this] { owner_.decide(); },
                 .stream = [this] { return feed_.stream(); },
-                .page = pageAt,
                 .keys = std::move( keys ),
                 .socket = options.socket } ),
         server_( loop_, { .path = options.socket, .program = programName },

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,15 +17,24 @@ namespace {
 // "RMfl", so that `file` and we know it from other databases.
 constexpr int applicationId = 0x524d666c;
 constexpr int layout = 1;
+constexpr int patienceMilliseconds = 2000;
 
 // With the mode that it is to have before anything is in it: SQLite gives its log the same.
-void make( std::string const & path ) {
+int opened( std::string const & path ) {
    int const fd = ::open( path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR );
    if( fd < 0 ) throw MemoryFault( path + " cannot be opened: " + std::strerror( errno ) );
-   ::close( fd );
+   return fd;
 }
 
 }  // namespace
+
+SqliteMemory::Claim::Claim( std::string const & path ) : fd_( opened( path ) ) {
+   if( ::flock( fd_, LOCK_EX | LOCK_NB ) == 0 ) return;
+   ::close( fd_ );
+   throw MemoryFault( path + " is in use by another process" );
+}
+
+SqliteMemory::Claim::~Claim() { ::close( fd_ ); }
 
 void SqliteMemory::Close::operator()( sqlite3 * db ) const { sqlite3_close_v2( db ); }
 
@@ -72,17 +82,13 @@ int SqliteMemory::number( char const * pragma ) const {
    return statement.step( "be read" ) ? statement.number( 0 ) : 0;
 }
 
-SqliteMemory::SqliteMemory( std::string path ) : path_( std::move( path ) ) {
-   make( path_ );
+SqliteMemory::SqliteMemory( std::string path ) : path_( std::move( path ) ), claim_( path_ ) {
    sqlite3 * db = nullptr;
-   int const opened = sqlite3_open_v2( path_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr );
+   int const result = sqlite3_open_v2( path_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr );
    db_.reset( db );
-   if( opened != SQLITE_OK ) fail( "be opened" );
-   // The lock first, before anything is read that another may be about to change.
-   run( "PRAGMA locking_mode = EXCLUSIVE" );
-   if( sqlite3_exec( db, "BEGIN EXCLUSIVE; COMMIT", nullptr, nullptr, nullptr ) == SQLITE_BUSY ) {
-      throw MemoryFault( path_ + " is in use by another process" );
-   }
+   if( result != SQLITE_OK ) fail( "be opened" );
+   // A backup may be reading.
+   sqlite3_busy_timeout( db, patienceMilliseconds );
    check();
    run( "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL" );
 }

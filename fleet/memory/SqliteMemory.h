@@ -1,8 +1,9 @@
 // A memory in a SQLite file.
 //
-// Write-ahead log, synchronous commits: what commit() has returned from is there after a loss of power. Locked for as
-// long as it is open, so that an owner, or an agent, has no second beside it. The file is made with mode 0600; one that
-// is another program's, damaged, or of a newer release is refused and never changed.
+// Write-ahead log, synchronous commits: what commit() has returned from is there after a loss of power. Claimed for as
+// long as it is open (flock(2)), so that an owner, or an agent, has no second beside it; whoever only reads it, as a
+// backup does, may. The file is made with mode 0600; one that is another program's, damaged, or of a newer release is
+// refused and never changed.
 #pragma once
 
 #include <memory>
@@ -28,6 +29,17 @@ class SqliteMemory final : public Memory {
       void operator()( sqlite3 * db ) const;
    };
    class Statement;
+   // A descriptor of the file. To close one gives up SQLite's own locks (fcntl(2)), so it goes after the database.
+   class Claim {
+    public:
+      explicit Claim( std::string const & path );
+      ~Claim();
+      Claim( Claim const & ) = delete;
+      Claim & operator=( Claim const & ) = delete;
+
+    private:
+      int const fd_;
+   };
 
    [[noreturn]] void fail( std::string const & what ) const;
    void run( char const * sql ) const;
@@ -36,6 +48,7 @@ class SqliteMemory final : public Memory {
    void write( Changes const & changes ) const;
 
    std::string const path_;
+   Claim const claim_;
    std::unique_ptr<sqlite3, Close> db_;
 };
 

@@ -55,11 +55,13 @@ function boxFindings( out ) {
 function findings( told, out ) {
    const found = [];
    if( told.doubt ) {
-      found.push( { tone: "bad", rank: 0, head: "Nothing is ordered", text: [ capital( told.doubt ) ] } );
+      found.push( { tone: "bad", rank: 0, head: "The fleet's owner is in doubt", text: [ capital( told.doubt ),
+         told.doubt.includes( "older than the fleet" ) &&
+            ". Nothing is ordered until somebody has looked and says so: maintfleet accept" ].filter( Boolean ) } );
    }
    if( !told.reachable ) {
       found.push( { tone: "bad", rank: 1, head: "The boxes cannot be reached", shape: "unknown",
-                    text: [ `The broker cannot be reached, so nothing is granted: ${told.broker || "no reason is known"}` ] } );
+                    text: [ `Nothing is granted; the broker: ${told.broker || "no reason is known"}` ] } );
    } else if( told.broker ) {
       found.push( { tone: "warn", rank: 6, head: "The broker refuses something", text: [ `The broker: ${told.broker}` ] } );
    }

@@ -10,17 +10,18 @@ namespace Fleet {
 namespace {
 
 constexpr char const * numberKey = "number";
+constexpr char const * planNumberKey = "plan-number";
 constexpr std::string_view slotKeys = "slot/";
 constexpr std::string_view planKeys = "plan/";
 constexpr std::string_view brakeKeys = "brake/";
 
 std::string key( std::string_view in, std::string const & name ) { return std::string( in ) + name; }
 
-uint64_t numberFrom( std::string const & text ) {
+uint64_t numberFrom( std::string const & at, std::string const & text ) {
    uint64_t number = 0;
    auto const read = std::from_chars( text.data(), text.data() + text.size(), number );
    if( read.ec == std::errc() && read.ptr == text.data() + text.size() ) return number;
-   throw MemoryFault( "a row of the books cannot be read: number is \"" + text + "\"" );
+   throw MemoryFault( "a row of the books cannot be read: " + at + " is \"" + text + "\"" );
 }
 
 }  // namespace
@@ -31,13 +32,16 @@ void Books::read() {
    // Where it cannot be read nothing is forgotten: a unit that has leave to be out would count as in service.
    unread_ = true;
    uint64_t lastNumber = 0;
+   uint64_t lastPlan = 0;
    std::map<UnitName, Slot> slots;
    std::map<std::string, Plan> plans;
    std::map<std::string, Brake> brakes;
    for( auto const & [at, text] : memory_.rows() ) {
       std::string const name = at.substr( at.find( '/' ) + 1 );
       if( at == numberKey ) {
-         lastNumber = numberFrom( text );
+         lastNumber = numberFrom( at, text );
+      } else if( at == planNumberKey ) {
+         lastPlan = numberFrom( at, text );
       } else if( at.starts_with( slotKeys ) ) {
          auto const unit = unitNamed( name );
          if( !unit ) throw MemoryFault( "a row of the books cannot be read: " + at + " is of no unit" );
@@ -51,6 +55,7 @@ void Books::read() {
       }
    }
    lastNumber_ = lastNumber;
+   lastPlan_ = lastPlan;
    slots_ = std::move( slots );
    plans_ = std::move( plans );
    brakes_ = std::move( brakes );
@@ -90,6 +95,11 @@ void Books::brakeDel( std::string const & site ) {
 uint64_t Books::numberNext() {
    lastNumberIs( lastNumber_ + 1 );
    return lastNumber_;
+}
+
+uint64_t Books::planNumberNext() {
+   noted_[planNumberKey] = std::to_string( ++lastPlan_ );
+   return lastPlan_;
 }
 
 void Books::lastNumberIs( uint64_t number ) {

@@ -49,6 +49,7 @@ class Books {
    void brakeIs( std::string const & site, Brake const & brake );
    void brakeDel( std::string const & site );
    [[nodiscard]] uint64_t numberNext();
+   [[nodiscard]] uint64_t planNumberNext();
    // From here on numbers are larger than that.
    void lastNumberIs( uint64_t number );
 
@@ -62,6 +63,7 @@ class Books {
    Memory & memory_;
    bool unread_ = true;  // what is here is not all on disk, and could not be read anew
    uint64_t lastNumber_ = 0;
+   uint64_t lastPlan_ = 0;
    std::map<UnitName, Slot> slots_;
    std::map<std::string, Plan> plans_;
    std::map<std::string, Brake> brakes_;

@@ -42,6 +42,9 @@ std::string Dispatcher::faultOf( UnitName const & unit, double now ) const {
 Dispatcher::Finding Dispatcher::find( Plan const & plan, Member const & member, double now ) const {
    UnitStatus const * const unit = statusOf( member.unit );
    Slot const * const slot = books_.slot( member.unit );
+   // It is in service, which is all that was wanted, whatever has become of the order: somebody may have seen to it.
+   bool const back = slot && !slot->open && !standing( member.unit, now ).out;
+   if( member.step == Step::returning && back ) return { true, {} };
    double const lasted = now - member.since;
    std::string fault = faultOf( member.unit, now );
    bool const stayed = plan.request.staySeconds && lasted >= *plan.request.staySeconds;
@@ -61,9 +64,7 @@ Dispatcher::Finding Dispatcher::find( Plan const & plan, Member const & member, 
       case Step::drained:
          if( unit->disturbed ) return { false, "has traffic again" + because( unit->why ) };
          return { stayed, {} };
-      case Step::returning:
-         if( !slot->open && !standing( member.unit, now ).out ) return { true, {} };
-         return { false, late ? "is not back in service" + howLong : "" };
+      case Step::returning: return { false, late ? "is not back in service" + howLong : "" };
    }
    return {};
 }
@@ -158,7 +159,10 @@ std::vector<std::string> Dispatcher::waitsFor( Plan const & plan, double now ) c
    if( plan.state == PlanState::paused ) return { plan.why };
    if( !doubt_.empty() ) return { doubt_ };
    if( plan.soakedFrom ) {
-      double const left = std::max( 0.0, plan.request.soakSeconds - ( now - *plan.soakedFrom ) );
+      // Whoever asks may be a little behind, and is to hear of no soak that nobody asked for.
+      double const left =
+         std::clamp( plan.request.soakSeconds - ( now - *plan.soakedFrom ), 0.0, plan.request.soakSeconds );
+      if( left == 0 ) return { "all of the wave are back in service" };
       return { "soaks for " + Kel::durationText( left ) + " more" };
    }
    std::vector<std::string> reasons;

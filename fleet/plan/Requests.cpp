@@ -26,6 +26,10 @@ bool touchesSite( Inventory const & inventory, Plan const & plan, std::string co
    return false;
 }
 
+std::string counted( std::size_t count, char const * what ) {
+   return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
+}
+
 std::string brakeNamed( std::string const & site ) {
    return site.empty() ? "the brake of all sites" : "the brake of site " + site;
 }
@@ -54,15 +58,15 @@ std::string Dispatcher::planMade( PlanRequest const & request, double now ) {
          }
       }
    }
-   Plan plan{ .id = "plan-" + std::to_string( books_.numberNext() ), .request = request, .made = now };
+   Plan plan{ .id = "plan-" + std::to_string( books_.planNumberNext() ), .request = request, .made = now };
    for( auto const & wave : layoutOf( inventory_, units, request.waves ).waves ) {
       Wave & members = plan.waves.emplace_back();
       for( UnitName const & unit : wave ) members.push_back( { .unit = unit, .since = now } );
    }
    books_.planIs( plan );
    forgetOldPlans();
-   toTell_.push_back( plan.id + " by " + request.by + ": " + std::to_string( units.size() ) + " units in " +
-                      std::to_string( plan.waves.size() ) + " waves" );
+   toTell_.push_back( plan.id + " by " + request.by + ": " + counted( units.size(), "unit" ) + " in " +
+                      counted( plan.waves.size(), "wave" ) );
    keep();
    return plan.id;
 }

@@ -24,9 +24,9 @@
 #include <string>
 #include <vector>
 
+#include "dovra/EntityManager.h"
 #include "http/Http.h"
 #include "http/Target.h"
-#include "dovra/EntityManager.h"
 #include "maintenance/MaintenanceService.h"
 #include "plugin/PluginContext.h"
 #include "streams/ChangeHistory.h"

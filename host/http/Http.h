@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,7 +24,7 @@ struct HttpRequest {
 struct HttpAnswer {
    unsigned status = 200;
    std::string body;
-   char const * contentType = "application/json";
+   std::string_view contentType = "application/json";  // for as long as the program runs
    std::string allow = {};  // which methods the target has, comma-separated; for status 405 and OPTIONS
    // Called when the turn of the request is over, and with it whatever follows at its end; may change the answer.
    std::function<void( HttpAnswer & )> afterTurn = {};

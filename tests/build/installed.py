@@ -21,11 +21,11 @@ EXPECTED = re.compile(
     r"(bin/(maintctl|maintsim|maintfleet)|sbin/maintd"
     r"|lib/[^/]+/ratemon/(RateMonPlugin|libratemon-[a-z]+)\.so"
     r"|lib/ratemon/hooks/frr[a-z-]*(\.bash)?"
-    r"|lib/(systemd/system/maintd\.service|sysusers\.d/ratemon\.conf|tmpfiles\.d/ratemon\.conf)"
+    r"|lib/(systemd/system/(maintd|maintfleet-(agent|controller))\.service|sysusers\.d/ratemon\.conf|tmpfiles\.d/ratemon\.conf)"
     r"|share/man/man\d/maint[a-z.]+\.\d\.gz"
     r"|share/(bash-completion/completions/maintctl|zsh/vendor-completions/_maintctl)"
     r"|share/doc/ratemon/(README\.md|copyright|changelog\.Debian\.gz|(docs|examples)/.+)"
-    r"|etc/ratemon/maintd\.yaml)")
+    r"|etc/ratemon/(maintd\.yaml|maintfleet-(agent|controller)\.conf))")
 CONFIG = """profiles: { quick: { threshold: 100kbps } }
 default-profile: quick
 groups: { g: { interfaces: [lo1, lo2] } }
@@ -51,9 +51,13 @@ def check_files(prefix):
         holds(EXPECTED.fullmatch(file), f"{file} is installed, and belongs nowhere")
     for kind in ("RateMonPlugin", "libratemon-kel", "maintd.service", "maintd.yaml", "frr-graceful-shutdown", "maintd.conf.5.gz"):
         holds(any(kind in file for file in found), f"{kind} is not installed")
-    start = re.search("ExecStart=(.*) --config (.*)", (prefix / "lib/systemd/system/maintd.service").read_text())
-    for file in start.groups():
-        holds(pathlib.Path(file).is_relative_to(prefix) and os.path.exists(file), f"the service names {file}, which is not installed")
+    # The inventory is the operator's.
+    for service in ("maintd", "maintfleet-agent", "maintfleet-controller"):
+        unit = (prefix / f"lib/systemd/system/{service}.service").read_text()
+        named = re.findall(r"^(?:ExecStart|EnvironmentFile)=(\S+)|--config (\S+)|--inventory (\S+)", unit, re.MULTILINE)
+        for file in ("".join(groups) for groups in named):
+            there = os.path.exists(file) or file.endswith("/fleet.yaml")
+            holds(pathlib.Path(file).is_relative_to(prefix) and there, f"{service}.service names {file}, which is not installed")
     for file in prefix.rglob("*.so"):
         holds("$ORIGIN" in output("readelf", "-d", str(file)), f"{file.name} does not look beside itself for libraries")
 

@@ -20,7 +20,6 @@ Desk::Desk( std::string const & inventory, Memory::Rows rows )
              .surroundings = [this] { return owner_.surroundings(); },
              .changed = [this] { owner_.decide(); },
              .stream = [this] { return feed_.stream(); },
-             .page = {},
              .keys = {},
              .socket = "/run/fleet.sock" } ) {}
 

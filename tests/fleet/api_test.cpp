@@ -59,6 +59,9 @@ TEST_F( FleetDesk, toldIsHowManyAreOutWhoAndWhatIsWaitedFor ) {
    EXPECT_EQ( plan.told( "/members/0/0/step" ), "drained" );
    EXPECT_EQ( desk.get( "/v1/plans/plan-99" ).status, 404u );
    EXPECT_EQ( desk.get( "/v1/plans" ).told( "/plans/0/plan" ), id );
+   EXPECT_THAT( desk.get( "/" ).text, HasSubstr( "<!DOCTYPE html>" ) );
+   EXPECT_EQ( desk.get( "/main.js" ).status, 200u );
+   EXPECT_EQ( desk.get( "/none.js" ).status, 404u );
    EXPECT_THAT( desk.get( "/metrics" ).text,
                 AllOf( HasSubstr( "maintfleet_units{state=\"inMaintenance\"} 1\n" ),
                        HasSubstr( "maintfleet_group_out{group=\"pair: s1\"} 1\n" ),

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -38,6 +39,15 @@ TEST_F( SqliteMemoryTest, whatWasKeptIsThereInTheNextLifeAndNobodyElseReadsIt ) 
       memory.commit( { { "a", "1" }, { "b", "2" }, { "c", std::string( "with\0nul and '", 14 ) } } );
       memory.commit( { { "a", std::nullopt }, { "b", "3" }, { "never there", std::nullopt } } );
       EXPECT_EQ( fault(), path + " is in use by another process" );
+      // A backup is taken while it is open, and more is kept afterwards.
+      sqlite3 * reader = nullptr;
+      ASSERT_EQ( sqlite3_open_v2( path.c_str(), &reader, SQLITE_OPEN_READONLY, nullptr ), SQLITE_OK );
+      EXPECT_EQ( sqlite3_exec( reader, "SELECT * FROM row", nullptr, nullptr, nullptr ), SQLITE_OK )
+         << sqlite3_errmsg( reader );
+      sqlite3_close( reader );
+      EXPECT_EQ( fault(), path + " is in use by another process" );
+      memory.commit( { { "d", "4" } } );
+      memory.commit( { { "d", std::nullopt } } );
    }
    Rows const rows = Fleet::SqliteMemory( path ).rows();
    EXPECT_EQ( rows, ( Rows{ { "b", "3" }, { "c", std::string( "with\0nul and '", 14 ) } } ) );

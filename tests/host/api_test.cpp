@@ -220,7 +220,7 @@ TEST_F( ApiTest, theDumpIsTheDumpersText ) {
    context_.dumpPluginInfoIs( &dumper );
    auto const answer = ask( "GET", "/v1/dump" );
    EXPECT_EQ( answer.status, 200u );
-   EXPECT_STREQ( answer.contentType, "text/plain" );
+   EXPECT_EQ( answer.contentType, "text/plain" );
    EXPECT_TRUE( answer.body == dumper.text );
    // A dumper writes to a descriptor.
    AllDescriptors const all;

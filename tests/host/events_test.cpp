@@ -27,7 +27,7 @@ class EventsApi : public ApiBox, public ::testing::Test {
    std::shared_ptr<HttpStream> stream( std::string const & query = "" ) {
       HttpAnswer const answer = ask( "GET", "/v1/events" + query );
       EXPECT_EQ( answer.status, 200U ) << answer.body;
-      EXPECT_STREQ( answer.contentType, streamType );
+      EXPECT_EQ( answer.contentType, streamType );
       EXPECT_EQ( answer.body, "" );
       if( answer.stream ) answer.stream->onMore( [this] { ++more_; } );
       return answer.stream;

@@ -1,0 +1,92 @@
+// The owner's API over TCP, where there is no user: what a client shows instead decides, and it is on record who it
+// was.
+#include <gmock/gmock.h>
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
+#include <sstream>
+
+#include "Desk.h"
+#include "http/HttpServer.h"
+
+namespace FleetTest {
+
+namespace {
+
+namespace asio = boost::asio;
+using Tcp = asio::ip::tcp;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class FleetNetwork : public ::testing::Test {
+ protected:
+   // A port that was free a moment ago.
+   static std::string freeAddress() {
+      asio::io_context io;
+      std::ostringstream text;
+      text << Tcp::acceptor( io, { asio::ip::address_v4::loopback(), 0 } ).local_endpoint();
+      return std::move( text ).str();
+   }
+   void serve( std::string const & address ) {
+      server_.emplace( loop_, Host::HttpServer::Place{ .path = "", .program = "maintfleet", .address = address },
+                       [this]( Host::HttpRequest const & request ) { return desk.api().answer( request ); } );
+      port_ = static_cast<uint16_t>( std::stoi( address.substr( address.find( ':' ) + 1 ) ) );
+   }
+   // The whole answer to a request that ends its connection; `client_` is whence it came.
+   std::string answer( std::string const & method, std::string const & target, std::string const & fields ) {
+      Tcp::socket client( loop_.io() );
+      client.connect( { asio::ip::address_v4::loopback(), port_ } );
+      std::ostringstream own;
+      own << client.local_endpoint();
+      client_ = std::move( own ).str();
+      asio::write( client, asio::buffer( method + " " + target + " HTTP/1.1\r\nHost: fleet\r\nConnection: close\r\n" +
+                                         fields + "\r\n" ) );
+      std::string text;
+      bool ended = false;
+      asio::async_read( client, asio::dynamic_buffer( text ), [&]( auto const &, std::size_t ) { ended = true; } );
+      while( !ended && loop_.io().run_one_for( std::chrono::seconds( 10 ) ) > 0 ) {
+      }
+      EXPECT_TRUE( ended );
+      return text;
+   }
+
+   Kel::ActivityLoop activityLoop_{ Kel::Ptr<Kel::Clock>( new Kel::RealClock ) };
+   Host::AsioLoop loop_{ activityLoop_ };
+   Desk desk{ "boxes: { s1a: { units: [ fabric ] } }" };
+   std::string client_;
+
+ private:
+   std::optional<Host::HttpServer> server_;
+   uint16_t port_ = 0;
+};
+
+}  // namespace
+
+TEST_F( FleetNetwork, aChangeIsOnRecordWithItsOperatorOrElseWhenceItCame ) {
+   serve( freeAddress() );
+   desk.api().keysIs( Keys( "alice 0123456789abcdef", "keys" ) );
+   EXPECT_THAT( answer( "GET", "/v1/fleet", "" ), StartsWith( "HTTP/1.1 200 OK\r\n" ) );
+   ::testing::internal::CaptureStderr();
+   EXPECT_THAT( answer( "POST", "/v1/brake", "Authorization: Bearer 0123456789abcdeg\r\n" ),
+                AllOf( StartsWith( "HTTP/1.1 401 " ), HasSubstr( "\r\nWWW-Authenticate: Bearer\r\n" ) ) );
+   EXPECT_THAT( ::testing::internal::GetCapturedStderr(), HasSubstr( " " + client_ + ": POST /v1/brake: 401, " ) );
+   ::testing::internal::CaptureStderr();
+   EXPECT_THAT( answer( "POST", "/v1/brake", "Authorization: Bearer 0123456789abcdef\r\n" ),
+                StartsWith( "HTTP/1.1 200 OK\r\n" ) );
+   EXPECT_THAT( ::testing::internal::GetCapturedStderr(),
+                HasSubstr( "alice (" + client_ + "): POST /v1/brake: 200, brake on" ) );
+   EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/brakes/0/by" ), "alice" );
+}
+
+TEST_F( FleetNetwork, listensOnlyAtAnAddressOfItsOwnWithAPort ) {
+   for( char const * wrong :
+        { "localhost:80", "127.0.0.1", "127.0.0.1:", "127.0.0.1:70000", "[::1]:1x", "192.0.2.1:80" } )
+      EXPECT_THROW( serve( wrong ), std::runtime_error ) << wrong;
+   std::string const address = freeAddress();
+   serve( address );
+   EXPECT_THROW( Host::HttpServer( loop_, { .path = "", .address = address }, {} ), std::runtime_error );
+}
+
+}  // namespace FleetTest
