@@ -85,8 +85,8 @@ std::string userOf( KeyStore::Entry const & entry ) {
 }
 
 // The broker does not look at where a reader wants the answer, and sends it there with rights of its own. So boxes are
-// in an account of their own, where the bucket is not: what they could reach like that are each other's subjects, with a
-// letter that is not for them.
+// in an account of their own, where the bucket is not: what they could reach like that are each other's subjects, with
+// a letter that is not for them.
 std::string accountsOf( std::string const & owner, std::string const & boxes ) {
    std::string const reads = '"' + readSubjectOf( desiredKey( "*" ) ) + '"';
    std::string const orders = '"' + subjectOf( desiredKey( "*" ) ) + '"';
