@@ -69,8 +69,9 @@ function view( asked, state, submit ) {
 
 const shapeOf = () => h( "svg", { class: "bad", viewBox: "0 0 12 12", "aria-hidden": "true" }, h( "use", { href: "#v-bad" } ) );
 
-// asked: title, text, verb, kind (of its button: stop, or go), path, query [ [ name, value ] ], done (what is said afterwards); and where something is to be chosen,
-// `choose`, `choices` [ { value, text } ] and `choice`, the parameter that the chosen ones are.
+// asked: title, text, verb, kind (of its button: stop, or go), path, query [ [ name, value ] ], done (what is said
+// afterwards); and where something is to be chosen, `choose`, `choices` [ { value, text } ] and `choice`, the parameter
+// that the chosen ones are.
 export function change( asked ) {
    const draw = ( state ) => show( dialog, view( asked, state, submit ) );
    async function submit( event ) {

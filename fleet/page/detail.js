@@ -1,5 +1,5 @@
-// What is told of one box, or of one plan, on request: read again when the stream says that it has changed, and every few
-// seconds, as rates and steps change in between.
+// What is told of one box, or of one plan, on request: read again when the stream says that it has changed, and every
+// few seconds, as rates and steps change in between.
 import { fleet } from "./fleet.js";
 
 const againAfter = 3000;  // ms

@@ -1,14 +1,14 @@
 // The document as it should be, and the few changes that make it so.
 //
-// A view describes all that it shows; patch() touches what differs from the last description, so that focus, selection and
-// scrolling stay as they are. A description that is the very object of before is passed over with all below it. Text gets in
-// as text: nothing that comes from the network is ever read as markup.
+// A view describes all that it shows; patch() touches what differs from the last description, so that focus, selection
+// and scrolling stay as they are. A description that is the very object of before is passed over with all below it.
+// Text gets in as text: nothing that comes from the network is ever read as markup.
 
 const svgTags = new Set( [ "svg", "use", "rect" ] );
 const shown = new WeakMap();  // node -> the description that it was made after
 
-// `key` among the attributes tells children of one parent apart that come and go. Attributes that are null, undefined or
-// false are not there; "on..." are handlers. Children that are null, undefined or false are none.
+// `key` among the attributes tells children of one parent apart that come and go. Attributes that are null, undefined
+// or false are not there; "on..." are handlers. Children that are null, undefined or false are none.
 export function h( tag, attributes, ...children ) {
    const { key, ...rest } = attributes ?? {};
    const kept = children.flat( 2 ).filter( ( child ) => child !== null && child !== undefined && child !== false );

@@ -1,4 +1,5 @@
-// Boxes that share the value of a label, counted: unfolded they are many, so each is described anew only when it has changed.
+// Boxes that share the value of a label, counted: unfolded they are many, so each is described anew only when it has
+// changed.
 import { h } from "./dom.js";
 import { byName, fleet } from "./fleet.js";
 import { boxLink, plural, shape, standings, wordOf } from "./words.js";

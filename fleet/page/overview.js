@@ -112,7 +112,7 @@ function tiles( told, out ) {
 
 // A wave each, as far as there is room for them.
 function waveBar( plan ) {
-   if( plan.waves > 40 ) return null;
+   if( plan.waves > 16 ) return null;
    const over = plan.state === "finished";
    return h( "span", { class: "wavebar", "aria-hidden": "true" }, Array.from( { length: plan.waves }, ( _, i ) =>
       h( "i", { class: over || i + 1 < plan.wave ? "done" : i + 1 === plan.wave ? `now ${plan.state}` : "" } ) ) );

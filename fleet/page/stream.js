@@ -1,7 +1,7 @@
 // The owner's stream of events, for ever: a connection that ends is made again.
 //
-// It is read by fetch(), as an EventSource keeps to itself the comment lines by which a connection of a fleet at rest is told
-// from one that is dead. One that has said nothing for so long that three of them are missing counts as lost.
+// It is read by fetch(), as an EventSource keeps to itself the comment lines by which a connection of a fleet at rest
+// is told from one that is dead. One that has said nothing for so long that three of them are missing counts as lost.
 
 const speaksEvery = Number( document.querySelector( "meta[name=stream-speaks-every]" ).content ) * 1000;  // ms
 const firstPause = 1000;                                                                               // ms
