@@ -5,8 +5,9 @@
 //    authorization.conf    made of those; nats-server.conf includes it
 //
 // A box may read what is wanted of it and write its own status; the owner may write what is wanted of all and read all
-// statuses. Nobody may do anything else, and nobody gets in without a key. The broker knows of a change when it has
-// read its configuration again, and then ends the connections of keys that are gone.
+// statuses. Nobody may do anything else, and nobody gets in without a key. Boxes are in an account of their own, in
+// which there is no bucket. The broker knows of a change when it has read its configuration again, and then ends the
+// connections of keys that are gone.
 #pragma once
 
 #include <string>
