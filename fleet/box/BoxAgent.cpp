@@ -111,6 +111,8 @@ std::optional<Status> BoxAgent::turn( double now ) {
    if( seen_.trouble.empty() ) {
       auto const works = works_;
       for( auto const & [unit, work] : works ) {
+         // maintd was asked for one unit, and has not answered since: nothing is known of the others, either.
+         if( !seen_.trouble.empty() ) break;
          auto const its = seen_.units.find( unit );
          advance( unit, work, its == seen_.units.end() ? nullptr : &its->second, now );
       }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <utility>
 
 namespace FleetTest {
 
@@ -136,6 +137,34 @@ TEST( BoxAgent, carriesOutAnOrderOnceWheneverItDies ) {
       deaths += box.memory.died();
    }
    EXPECT_GT( deaths, 50 );
+}
+
+// Between two orders that came together it was away for one look.
+TEST( BoxAgent, aMaintdThatIsAwayForAMomentLosesNoOrder ) {
+   class Flickering final : public Maintd {
+    public:
+      Units units( double ) override {
+         if( std::exchange( away, false ) ) return { .trouble = "maintd: no answer", .units = {} };
+         return all;
+      }
+      Reply enter( std::string const & unit ) override {
+         away = true;
+         ++all.units[unit].generation;
+         all.units[unit].status.state = UnitState::entering;
+         return { Reply::Kind::agreed, "" };
+      }
+      Reply exit( std::string const & ) override { return { Reply::Kind::agreed, "" }; }
+      Units all{ .trouble = {}, .units = { { "a", {} }, { "b", {} } } };
+      bool away = false;
+   } maintd;
+   for( auto & [name, unit] : maintd.all.units ) unit.status.state = UnitState::active;
+   OneDeath memory( 1000, true );
+   BoxAgent agent( "s1", memory, maintd, 15, 1000 );
+   agent.connectedIs( true );
+   Order const order{ .number = 7, .want = Want::maintenance, .expires = 2000 };
+   agent.desiredIs( { "s1", { { "a", order }, { "b", order } } } );
+   for( double now = 1000; now < 1005; ++now ) static_cast<void>( agent.turn( now ) );
+   for( auto const & [name, unit] : maintd.all.units ) EXPECT_EQ( unit.status.state, UnitState::entering ) << name;
 }
 
 TEST( BoxAgent, givesBackAtItsDeadlineAndLeavesAloneWhoTakesItOutLater ) {
