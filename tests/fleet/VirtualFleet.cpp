@@ -12,9 +12,10 @@ constexpr double rejoinSeconds = 30;  // at most, until an agent has found the b
 }  // namespace
 
 void MortalMemory::commit( Changes const & changes ) {
-   bool const dies = random && std::bernoulli_distribution( deadly )( *random );
+   bool const told = writesLeft_-- == 0;
+   bool const dies = told || ( random && std::bernoulli_distribution( deadly )( *random ) );
    // Half of the deaths are before the disk has it, and half after.
-   if( dies && std::bernoulli_distribution( 0.5 )( *random ) ) throw Death();
+   if( dies && ( told ? before_ : std::bernoulli_distribution( 0.5 )( *random ) ) ) throw Death();
    for( auto const & [key, row] : changes ) {
       if( row ) {
          rows_[key] = *row;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <deque>
+#include <limits>
 #include <map>
 #include <memory>
 #include <random>
@@ -35,9 +36,17 @@ class MortalMemory final : public Memory {
    // From now on a write kills with this probability.
    double deadly = 0;
    std::mt19937 * random = nullptr;
+   // Or the write that so many others come before kills, once.
+   void deathIs( int writes, bool before ) {
+      writesLeft_ = writes;
+      before_ = before;
+   }
+   [[nodiscard]] bool died() const { return writesLeft_ < 0; }
 
  private:
    Rows rows_;
+   int writesLeft_ = std::numeric_limits<int>::max();
+   bool before_ = false;
 };
 
 // What may go wrong, as probabilities a second or a message.

@@ -209,6 +209,38 @@ TEST_F( FleetStory, plansThatAreOverAreForgottenOneDayAndThoseUnderWayAreNot ) {
    EXPECT_FALSE( fleet.planOf( stays ).over() );
 }
 
+// Each of its writes in turn, once before the disk has it and once after.
+TEST( FleetOwner, goesOnWithoutASecondActionWheneverItDies ) {
+   int deaths = 0;
+   for( int write = 0; write < 16; ++write ) {
+      for( bool const before : { true, false } ) {
+         SCOPED_TRACE( "write " + std::to_string( write ) + ( before ? " before" : " after" ) );
+         VirtualFleet fleet( pairs, 7 );
+         fleet.advance( 20 );
+         fleet.ownersMemory().deathIs( write, before );
+         PlanRequest const request{ .by = "ada",
+                                    .select = { .labels = { { "site", "fra" } } },
+                                    .waves = waveSizes( "1" ),
+                                    .soakSeconds = 3,
+                                    .deadlineSeconds = 60,
+                                    .staySeconds = 5 };
+         // Whoever asked and got no answer asks again when there is no plan.
+         for( int tries = 0; tries < 2; ++tries ) {
+            if( fleet.owner() && fleet.owner()->books().plans().empty() ) static_cast<void>( fleet.plan( request ) );
+            fleet.advance( 60 );
+         }
+         fleet.advance( 200 );
+         ASSERT_TRUE( fleet.owner() );
+         ASSERT_EQ( fleet.owner()->books().plans().size(), 1u );
+         EXPECT_EQ( fleet.owner()->books().plans().begin()->second.state, PlanState::finished );
+         for( char const * box : { "s1a", "s1b" } ) EXPECT_EQ( fleet.drainsOf( { box, "fabric" } ), 1 ) << box;
+         EXPECT_EQ( fleet.broken, std::vector<std::string>() );
+         deaths += fleet.ownersMemory().died();
+      }
+   }
+   EXPECT_GT( deaths, 20 );
+}
+
 TEST( Waves, takeNoMoreOfAGroupThanMayBeOutAndSayWhomTheyPutOff ) {
    Inventory const inventory = readInventory( pairs, "fleet.yaml" );
    auto const units = selected( inventory, {} );
