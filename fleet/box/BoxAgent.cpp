@@ -54,29 +54,20 @@ BoxAgent::BoxAgent( std::string box, Memory & memory, Maintd & maintd, double he
 }
 
 std::string BoxAgent::rowOf( Work const & work ) {
-   return json::serialize( json::object{ { "number", work.order.number },
-                                         { "want", nameOf( work.order.want ) },
-                                         { "plan", work.order.plan },
-                                         { "expires", work.order.expires },
-                                         { "deadlineSeconds", work.order.deadlineSeconds },
-                                         { "atDeadline", nameOf( work.order.atDeadline ) },
-                                         { "outcome", nameOf( work.outcome ) },
-                                         { "why", work.why },
-                                         { "generationBefore", work.generationBefore },
-                                         { "begun", work.begun },
-                                         { "proven", work.proven } } );
+   json::object row = orderValue( work.order );
+   row["outcome"] = nameOf( work.outcome );
+   row["why"] = work.why;
+   row["generationBefore"] = work.generationBefore;
+   row["begun"] = work.begun;
+   row["proven"] = work.proven;
+   return json::serialize( row );
 }
 
 BoxAgent::Work BoxAgent::workFrom( std::string const & key, std::string const & row ) {
    try {
       json::value const document = documentIn( row, key );
       Object const in = objectIn( document, key );
-      return { .order = { .number = in.whole( "number" ),
-                          .want = in.word<Want>( "want" ),
-                          .plan = in.text( "plan" ),
-                          .expires = in.number( "expires" ),
-                          .deadlineSeconds = in.number( "deadlineSeconds" ),
-                          .atDeadline = in.word<AtDeadline>( "atDeadline" ) },
+      return { .order = orderFrom( in ),
                .outcome = in.word<Outcome>( "outcome" ),
                .why = in.text( "why" ),
                .generationBefore = in.whole( "generationBefore" ),

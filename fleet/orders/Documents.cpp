@@ -7,9 +7,7 @@ namespace Fleet {
 
 namespace json = boost::json;
 
-namespace {
-
-json::object valueOf( Order const & order ) {
+json::object orderValue( Order const & order ) {
    return { { "number", order.number },
             { "want", nameOf( order.want ) },
             { "plan", order.plan },
@@ -26,6 +24,8 @@ Order orderFrom( Object const & in ) {
             .deadlineSeconds = in.number( "deadlineSeconds" ),
             .atDeadline = in.word<AtDeadline>( "atDeadline" ) };
 }
+
+namespace {
 
 json::object valueOf( Interface const & intf ) {
    return { { "name", intf.name },
@@ -77,7 +77,7 @@ UnitStatus unitFrom( Object const & in ) {
 
 std::string textOf( Desired const & desired ) {
    json::object orders;
-   for( auto const & [unit, order] : desired.orders ) orders[unit] = valueOf( order );
+   for( auto const & [unit, order] : desired.orders ) orders[unit] = orderValue( order );
    return json::serialize( json::object{ { "box", desired.box }, { "orders", std::move( orders ) } } );
 }
 

@@ -38,4 +38,8 @@ struct Object {
 [[nodiscard]] boost::json::value documentIn( std::string_view text, std::string const & at );
 [[nodiscard]] Object objectIn( boost::json::value const & document, std::string at );
 
+// An order as it stands in every document and row that has one.
+[[nodiscard]] boost::json::object orderValue( Order const & order );
+[[nodiscard]] Order orderFrom( Object const & in );
+
 }  // namespace Fleet

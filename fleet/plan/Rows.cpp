@@ -115,14 +115,10 @@ T read( std::string const & key, std::string_view text, T ( *from )( Object cons
 }  // namespace
 
 std::string rowOf( Slot const & slot ) {
-   return json::serialize( json::object{ { "number", slot.order.number },
-                                         { "want", nameOf( slot.order.want ) },
-                                         { "plan", slot.order.plan },
-                                         { "expires", slot.order.expires },
-                                         { "deadlineSeconds", slot.order.deadlineSeconds },
-                                         { "atDeadline", nameOf( slot.order.atDeadline ) },
-                                         { "issued", slot.issued },
-                                         { "open", slot.open } } );
+   json::object row = orderValue( slot.order );
+   row["issued"] = slot.issued;
+   row["open"] = slot.open;
+   return json::serialize( row );
 }
 
 std::string rowOf( Plan const & plan ) {
@@ -144,14 +140,7 @@ std::string rowOf( Brake const & brake ) {
 
 Slot slotFrom( std::string const & key, std::string_view text ) {
    return read<Slot>( key, text, []( Object const & in ) {
-      return Slot{ .order = { .number = in.whole( "number" ),
-                              .want = in.word<Want>( "want" ),
-                              .plan = in.text( "plan" ),
-                              .expires = in.number( "expires" ),
-                              .deadlineSeconds = in.number( "deadlineSeconds" ),
-                              .atDeadline = in.word<AtDeadline>( "atDeadline" ) },
-                   .issued = in.number( "issued" ),
-                   .open = in.flag( "open" ) };
+      return Slot{ orderFrom( in ), in.number( "issued" ), in.flag( "open" ) };
    } );
 }
 
