@@ -36,7 +36,7 @@ UnitStatus MadeUpMaintd::statusOf( Its const & its ) const {
    status.settled = loud ? interfacesOfUnit - 1 : status.ready ? interfacesOfUnit : 0;
    if( loud ) {
       status.why = "Ethernet1 carries traffic";
-      status.unsettled.push_back( { "Ethernet1", "busy", strayBitsRate, status.why } );
+      status.unsettled.push_back( { "Ethernet1", "loud", strayBitsRate, status.why } );
    }
    return status;
 }
