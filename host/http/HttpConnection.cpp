@@ -36,13 +36,17 @@ Peer peerOf( HttpConnection::Socket & socket ) {
    return { entry ? entry->pw_name : uid, uid };
 }
 
-// Whence a connection over TCP comes, "192.0.2.7:40112"; empty on a unix socket.
+// Whence a connection over TCP comes, "192.0.2.7:40112"; empty on a unix socket, and only there: who may change
+// something hangs on it. So it is our own end that tells which it is, as the other may have gone by now.
 std::string addressOf( HttpConnection::Socket & socket ) {
    boost::system::error_code error;
+   auto const own = socket.local_endpoint( error );
+   if( !error && own.protocol().family() == AF_UNIX ) return {};
+   std::string const gone = "somebody who has gone";
    auto const end = socket.remote_endpoint( error );
-   if( error || end.protocol().family() == AF_UNIX ) return {};
+   if( error ) return gone;
    asio::ip::tcp::endpoint address;
-   if( end.size() > address.capacity() ) return {};
+   if( end.size() > address.capacity() ) return gone;
    std::memcpy( address.data(), end.data(), end.size() );
    address.resize( end.size() );
    std::ostringstream text;

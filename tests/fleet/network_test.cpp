@@ -52,6 +52,8 @@ class FleetNetwork : public ::testing::Test {
       return text;
    }
 
+   [[nodiscard]] uint16_t port() const { return port_; }
+
    Kel::ActivityLoop activityLoop_{ Kel::Ptr<Kel::Clock>( new Kel::RealClock ) };
    Host::AsioLoop loop_{ activityLoop_ };
    Desk desk{ "boxes: { s1a: { units: [ fabric ] } }" };
@@ -78,6 +80,25 @@ TEST_F( FleetNetwork, aChangeIsOnRecordWithItsOperatorOrElseWhenceItCame ) {
    EXPECT_THAT( ::testing::internal::GetCapturedStderr(),
                 HasSubstr( "alice (" + client_ + "): POST /v1/brake: 200, brake on" ) );
    EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/brakes/0/by" ), "alice" );
+}
+
+// A connection that is reset has no other end to be asked for any more, and what it sent before is read all the same.
+TEST_F( FleetNetwork, whoIsGoneWhenHisRequestIsReadNeedsAKeyAsWell ) {
+   serve( freeAddress() );
+   desk.api().keysIs( Keys( "alice 0123456789abcdef", "keys" ) );
+   ::testing::internal::CaptureStderr();
+   {
+      Tcp::socket client( loop_.io() );
+      client.connect( { asio::ip::address_v4::loopback(), port() } );
+      client.set_option( asio::socket_base::linger( true, 0 ) );
+      asio::write( client, asio::buffer( std::string( "POST /v1/brake HTTP/1.1\r\nHost: fleet\r\n\r\n" ) ) );
+      // To be destroyed only would end it properly.
+      client.close();
+   }
+   while( loop_.io().run_one_for( std::chrono::milliseconds( 300 ) ) > 0 ) {
+   }
+   EXPECT_THAT( ::testing::internal::GetCapturedStderr(), HasSubstr( "POST /v1/brake: 401, " ) );
+   EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/brakes" ), "[]" );
 }
 
 TEST_F( FleetNetwork, listensOnlyAtAnAddressOfItsOwnWithAPort ) {
