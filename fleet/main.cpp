@@ -275,7 +275,7 @@ Verb const verbs[] = {
      []( auto & a ) { return Fleet::askCanStop( a.verb, a.names, a.unit ); },
      { boxesOrUnits, onlyUnit, asking } },
    { "pause",
-     "have a plan order nothing more for now",
+     "have a plan order nothing more, until it is resumed",
      []( auto & a ) { return Fleet::askPlanChange( a.verb, a.name, "pause" ); },
      { plan, asking } },
    { "resume",

@@ -58,8 +58,10 @@ std::string Dispatcher::planMade( PlanRequest const & request, double now ) {
          }
       }
    }
+   // Refused or not is known before anything is noted.
+   Layout const layout = layoutOf( inventory_, units, request.waves );
    Plan plan{ .id = "plan-" + std::to_string( books_.planNumberNext() ), .request = request, .made = now };
-   for( auto const & wave : layoutOf( inventory_, units, request.waves ).waves ) {
+   for( auto const & wave : layout.waves ) {
       Wave & members = plan.waves.emplace_back();
       for( UnitName const & unit : wave ) members.push_back( { .unit = unit, .since = now } );
    }
@@ -108,9 +110,14 @@ void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> cons
       } );
       if( !known ) throw Refused( unit.text() + " is not in " + id );
    }
+   // Of all of them first: to take a member up again may give an order.
+   for( Wave const & wave : plan.waves ) {
+      for( Member const & member : wave ) {
+         if( std::string const brake = brakeOn( member.unit ); !brake.empty() ) throw Refused( brake );
+      }
+   }
    for( Wave & wave : plan.waves ) {
       for( Member & member : wave ) {
-         if( std::string const brake = brakeOn( member.unit ); !brake.empty() ) throw Refused( brake );
          member.fault.clear();
          if( member.step == Step::done ) continue;
          member.leftOut = std::ranges::find( without, member.unit ) != without.end();

@@ -192,6 +192,19 @@ TEST_F( FleetStory, anOrderThatComesTooLateIsNotCarriedOutAndItsSlotIsGivenBack 
    EXPECT_EQ( stateOf( plan ), "finished" ) << waits( plan );
 }
 
+TEST_F( FleetStory, aRefusedResumeOrdersNothing ) {
+   fleet.trouble.lost = 1;
+   std::string const plan = fleet.plan( of( { .boxes = { "s1a", "s2a" } }, "2" ) );
+   fleet.advance( 200 );
+   ASSERT_EQ( fleet.planOf( plan ).state, PlanState::paused );
+   uint64_t const number = fleet.owner()->books().lastNumber();
+   fleet.ask( [&]( Dispatcher & owner ) { owner.braked( "ams", "bob", fleet.now() ); } );
+   EXPECT_EQ( refusal( [&]( Dispatcher & owner ) { owner.planResumed( plan, {}, fleet.now() ); } ),
+              "the brake of site ams is on, by bob" );
+   fleet.advance( 5 );
+   EXPECT_EQ( fleet.owner()->books().lastNumber(), number );
+}
+
 TEST_F( FleetStory, plansThatAreOverAreForgottenOneDayAndThoseUnderWayAreNot ) {
    PlanRequest drain = of( { .boxes = { "s2a" } }, "1" );
    drain.staySeconds.reset();
