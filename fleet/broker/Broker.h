@@ -3,6 +3,7 @@
 //
 //    desired.<box>    what the owner wants of a box; the owner writes, the box reads
 //    status.<box>     what the box says of itself; the box writes, the owner reads
+//    owner            who owns the fleet; the owner writes, and hears whether another does
 //
 // Asked for news and never calling back, so whoever drives it does so from his own loop. Nothing is queued while there
 // is no connection: what matters is the newest value, and whoever has it sends it again. It connects by itself, for

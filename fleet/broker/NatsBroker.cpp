@@ -75,7 +75,8 @@ NatsBroker::NatsBroker( NatsOptions options )
      connection_( nullptr, natsConnection_Destroy ),
      news_( nullptr, natsSubscription_Destroy ),
      answers_( nullptr, natsSubscription_Destroy ),
-     bucket_( nullptr, natsSubscription_Destroy ) {
+     bucket_( nullptr, natsSubscription_Destroy ),
+     owners_( nullptr, natsSubscription_Destroy ) {
    setUpOptions();
    trouble_ = "not connected to the broker at " + address_.url() + " yet";
    due_ = randomlyLater();
@@ -172,7 +173,9 @@ void NatsBroker::open() {
    try {
       news_ = subscribed( subjectOf( isOwner() ? statusKey( "*" ) : desiredKey( options_.box ) ) );
       answers_ = subscribed( readInboxOf( isOwner() ? std::string( ownerName ) : options_.box ) );
-      if( isOwner() ) bucket_ = subscribed( std::string( bucketInbox ) );
+      if( !isOwner() ) return;
+      bucket_ = subscribed( std::string( bucketInbox ) );
+      owners_ = subscribed( subjectOf( std::string( ownerKey ) ) );
    } catch( BrokerFault const & fault ) {
       return close( fault.what() );
    }
@@ -189,6 +192,7 @@ int NatsBroker::attempt( bool untilItIsThere ) {
 }
 
 void NatsBroker::close( std::string const & why ) {
+   owners_.reset();
    bucket_.reset();
    answers_.reset();
    news_.reset();
@@ -299,6 +303,8 @@ std::vector<Broker::Letter> NatsBroker::arrived() {
          if( state_ == State::joined ) handleBucket( textOf( answer.get() ) );
       }
    }
+   // The word of another owner before all that might be ordered next.
+   if( owners_ ) takeFrom( owners_.get(), letters );
    takeFrom( news_.get(), letters );
    takeFrom( answers_.get(), letters );
    tellDropped();

@@ -103,6 +103,7 @@ class NatsBroker final : public Broker {
    Held<__natsSubscription> news_;
    Held<__natsSubscription> answers_;  // to reads
    Held<__natsSubscription> bucket_;   // the owner's
+   Held<__natsSubscription> owners_;   // likewise: what owners say of themselves
 };
 
 }  // namespace Fleet

@@ -1,5 +1,8 @@
 #include "controller/Controller.h"
 
+#include <unistd.h>
+
+#include <boost/asio/ip/host_name.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
@@ -39,6 +42,9 @@ double unixNow() {
    return std::chrono::duration<double>( std::chrono::system_clock::now().time_since_epoch() ).count();
 }
 
+// "ctl-1, process 4711"
+std::string whereWeAre() { return boost::asio::ip::host_name() + ", process " + std::to_string( getpid() ); }
+
 Inventory inventoryIn( std::string const & file ) { return readInventory( Host::fileText( file ), file ); }
 
 std::optional<Keys> keysIn( std::string const & file ) {
@@ -71,7 +77,7 @@ class Controller {
         timer_( loop_.io() ),
         parting_( loop_.io() ),
         broker_( telling( options.broker ) ),
-        owner_( std::move( inventory ), { memory, broker_, unixNow, Host::logLine } ),
+        owner_( std::move( inventory ), { memory, broker_, unixNow, Host::logLine, whereWeAre() } ),
         feed_( { owner_.dispatcher(), [this] { return owner_.now(); }, [this] { return owner_.surroundings(); } } ),
         api_( { .dispatcher = owner_.dispatcher(),
                 .now = [this] { return owner_.now(); },

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::string_view statusKeys = "status.";
 constexpr std::string_view desiredKeys = "desired.";
+constexpr std::string_view ownerKey = "owner";
 // A turn; more at a time would be answered by more than is taken in at a time.
 constexpr std::size_t askedATurn = 500;
 constexpr double lineSeconds = 5;
@@ -22,13 +23,15 @@ constexpr double lineSeconds = 5;
 Owner::Owner( Inventory inventory, Parts parts )
    : parts_( std::move( parts ) ),
      now_( std::floor( parts_.wallTime() ) ),
-     dispatcher_( std::move( inventory ), parts_.memory, *this ) {}
+     dispatcher_( std::move( inventory ), parts_.memory, *this ),
+     rivals_( parts_.where ) {}
 
 void Owner::inventoryIs( Inventory inventory ) { dispatcher_.inventoryIs( std::move( inventory ) ); }
 
 // In whole seconds, which is as exact as it need be, and what people read has no fractions.
 void Owner::readClock() {
    double const wall = std::floor( parts_.wallTime() );
+   if( wall >= now_ + awaySeconds ) rivals_.listenAnew();
    if( wall >= now_ ) {
       if( !clockTrouble_.empty() ) parts_.log( Severity::notice, "the clock is where it was: time goes on" );
       clockTrouble_.clear();
@@ -42,12 +45,36 @@ void Owner::readClock() {
 
 void Owner::turn() {
    readClock();
+   rivals_.turn();
    for( Broker::Letter const & letter : parts_.broker.arrived() ) take( letter );
-   bool const connected = parts_.broker.connected();
+   connectedIs( parts_.broker.connected() );
+   lookForRivals();
+   dispatcher_.reachableIs( connected_ && found() && rivals_.listened(), now_ );
+   dispatcher_.holdIs( hold() );
+   decide();
+}
+
+void Owner::connectedIs( bool connected ) {
+   if( connected && !connected_ ) rivals_.listenAnew();
    connected_ = connected;
    if( !connected ) asked_ = false;
-   dispatcher_.reachableIs( connected && found(), now_ );
-   decide();
+   if( connected && rivals_.due() ) static_cast<void>( parts_.broker.put( std::string( ownerKey ), rivals_.saying() ) );
+}
+
+void Owner::lookForRivals() {
+   std::string const & other = rivals_.other();
+   if( other == rival_ ) return;
+   rival_ = other;
+   if( rival_.empty() ) return parts_.log( Severity::notice, "no other owner of the fleet is heard any more" );
+   parts_.log( Severity::error, hold() );
+}
+
+std::string Owner::hold() const {
+   if( !rival_.empty() ) {
+      return "another owner of this fleet is running (" + rival_ +
+             "): neither orders anything until one of them is stopped";
+   }
+   return found_ ? "" : "what was ordered before the start is not known yet, as the broker has not told it";
 }
 
 bool Owner::found() {
@@ -92,6 +119,8 @@ void Owner::take( Broker::Letter const & letter ) {
       takeStatus( letter.key.substr( statusKeys.size() ), letter.text );
    } else if( key.starts_with( desiredKeys ) ) {
       takeDesired( letter.key.substr( desiredKeys.size() ), letter.text );
+   } else if( key == ownerKey ) {
+      rivals_.heard( letter.text );
    }
 }
 
@@ -128,9 +157,10 @@ void Owner::complain( std::string const & box, std::string const & what ) {
 }
 
 Surroundings Owner::surroundings() const {
-   Surroundings now{ .reachable = connected_ && found_ };
+   Surroundings now{ .reachable = connected_ && found_ && rivals_.listened() };
    if( !connected_ ) now.broker = parts_.broker.trouble();
-   if( connected_ && !found_ ) now.broker = "it is asked for what was ordered before";
+   if( connected_ && !now.reachable )
+      now.broker = "it is asked what was ordered before, and whether there is another owner";
    now.trouble = memoryTrouble_;
    if( now.trouble.empty() ) now.trouble = clockTrouble_;
    return now;

@@ -4,8 +4,9 @@
 //    broker --statuses, checked--> Dispatcher --orders, kept--> broker
 //
 // Before it reaches for any box it reads what the broker has of an earlier life: its own first orders would replace it,
-// and with it the proof that the books are older than the fleet. What cannot be kept is not decided, told, and tried
-// again; nothing is sent meanwhile. Its time never goes back: where the clock does, it stands still.
+// and with it the proof that the books are older than the fleet. It also listens whether another owner is there. What
+// cannot be kept is not decided, told, and tried again; nothing is sent meanwhile. Its time never goes back: where the
+// clock does, it stands still.
 //
 // Driven by whoever has the loop, with turn(); never waits.
 #pragma once
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "broker/Broker.h"
+#include "controller/Rivals.h"
 #include "controller/Views.h"
 #include "events/Events.h"
 #include "plan/Dispatcher.h"
@@ -29,6 +31,7 @@ class Owner final : private Dispatcher::Outlet {
       Broker & broker;
       std::function<double()> wallTime;  // s, Unix time
       std::function<void( Service::Severity, std::string const & )> log;
+      std::string where = {};  // this owner's machine and process, for people who find that there are two
    };
 
    // Throws MemoryFault.
@@ -50,15 +53,20 @@ class Owner final : private Dispatcher::Outlet {
 
    static constexpr double sayAgainSeconds = 60;
    static constexpr double foundSeconds = 2;  // for the broker's answers, from the last question on
+   static constexpr double awaySeconds = 3;   // a turn that comes so much later may have missed what others said
 
  private:
    void desiredIs( Desired const & desired ) override;
    void told( std::string const & text ) override { parts_.log( Service::Severity::notice, text ); }
 
    void readClock();
+   void connectedIs( bool connected );
+   void lookForRivals();
    void take( Broker::Letter const & letter );
    void takeStatus( std::string const & box, std::string const & text );
    void takeDesired( std::string const & box, std::string const & text );
+   // Why nothing may be ordered yet, or no more.
+   [[nodiscard]] std::string hold() const;
    // Asks the broker for what it has of an earlier life; true when that has been told.
    [[nodiscard]] bool found();
    // Of a box at most once a minute.
@@ -71,6 +79,8 @@ class Owner final : private Dispatcher::Outlet {
    double memoryToldAt_ = 0;                     // s, Unix time
    std::map<std::string, double> complainedAt_;  // likewise, by box
    Dispatcher dispatcher_;
+   Rivals rivals_;
+   std::string rival_;   // as of this turn
    bool asked_ = false;  // the broker for desired orders, as long as it is connected
    bool found_ = false;
    std::deque<std::string> toAsk_;  // boxes

@@ -73,8 +73,9 @@ std::string userOf( KeyStore::Entry const & entry ) {
    std::vector<std::string> publishes;
    std::vector<std::string> hears{ readInboxOf( entry.name ) };
    if( entry.name == ownerName ) {
-      publishes = { subjectOf( desiredKey( "*" ) ), readSubjectOf( ">" ), std::string( makeBucketSubject ) };
-      hears.insert( hears.end(), { subjectOf( statusKey( "*" ) ), std::string( bucketInbox ) } );
+      std::string const owners = subjectOf( std::string( ownerKey ) );
+      publishes = { subjectOf( desiredKey( "*" ) ), owners, readSubjectOf( ">" ), std::string( makeBucketSubject ) };
+      hears.insert( hears.end(), { subjectOf( statusKey( "*" ) ), owners, std::string( bucketInbox ) } );
    } else {
       publishes = { subjectOf( statusKey( entry.name ) ), readSubjectOf( desiredKey( entry.name ) ) };
       hears.push_back( subjectOf( desiredKey( entry.name ) ) );

@@ -22,6 +22,8 @@ constexpr std::string_view makeBucketSubject = "$JS.API.STREAM.CREATE.KV_fleet";
 [[nodiscard]] inline std::string desiredKey( std::string const & box ) { return "desired." + box; }
 [[nodiscard]] inline std::string statusKey( std::string const & box ) { return "status." + box; }
 
+constexpr std::string_view ownerKey = "owner";
+
 [[nodiscard]] inline std::string subjectOf( std::string const & key ) { return std::string( keyPrefix ) + key; }
 // The newest value of a key is asked for here.
 [[nodiscard]] inline std::string readSubjectOf( std::string const & key ) {

@@ -51,10 +51,10 @@ void Dispatcher::noteSeen( UnitName const & unit, uint64_t number, std::string c
    if( number <= known ) return;
    uint64_t & seen = unknownNumbers_[unit];
    seen = std::max( seen, number );
-   if( !doubt_.empty() ) return;
-   doubt_ = unit.text() + " " + where + " order " + std::to_string( number ) + ", and the newest in the books is " +
-            std::to_string( known ) + ": the books are older than the fleet, as a restored backup is";
-   outlet_.told( doubt_ + "; nothing is ordered until somebody accepts that" );
+   if( !oldBooks_.empty() ) return;
+   oldBooks_ = unit.text() + " " + where + " order " + std::to_string( number ) + ", and the newest in the books is " +
+               std::to_string( known ) + ": the books are older than the fleet, as a restored backup is";
+   outlet_.told( oldBooks_ + "; nothing is ordered until somebody accepts that" );
 }
 
 void Dispatcher::reachableIs( bool reachable, double now ) {
@@ -220,7 +220,7 @@ void Dispatcher::keep() {
 }
 
 void Dispatcher::turn( double now ) {
-   if( doubt_.empty() ) {
+   if( doubt().empty() ) {
       closeSlots( now );
       std::vector<Plan> plans;
       for( auto const & [id, plan] : books_.plans() ) {
@@ -237,7 +237,7 @@ void Dispatcher::turn( double now ) {
 
 // What was not acknowledged goes out again: the broker may have been away, or have lost it.
 void Dispatcher::send( double now ) {
-   if( !reachable_ || !doubt_.empty() ) return;
+   if( !reachable_ || !doubt().empty() ) return;
    std::map<std::string, Desired> wanted;
    for( auto const & [unit, slot] : books_.slots() ) {
       UnitStatus const * const status = statusOf( unit );

@@ -62,6 +62,8 @@ class Dispatcher {
    bool statusIs( Status const & status, double now );
    // What the broker has of an earlier life, as it is found there.
    void desiredFound( Desired const & desired );
+   // Why nothing may be ordered now, whatever the books say, as that another owner is there; empty when it may.
+   void holdIs( std::string const & why ) { hold_ = why; }
    // Whether boxes can be reached at all: nothing is granted while they cannot.
    void reachableIs( bool reachable, double now );
    // Decides all that time and statuses have brought about. Once a second, and after a request. Throws MemoryFault;
@@ -90,7 +92,7 @@ class Dispatcher {
    // What a plan waits for, a sentence each; empty when it is over.
    [[nodiscard]] std::vector<std::string> waitsFor( Plan const & plan, double now ) const;
    // Why nothing is ordered at all; empty when nothing speaks against it.
-   [[nodiscard]] std::string const & doubt() const { return doubt_; }
+   [[nodiscard]] std::string const & doubt() const { return hold_.empty() ? oldBooks_ : hold_; }
 
    [[nodiscard]] Inventory const & inventory() const { return inventory_; }
    [[nodiscard]] Books const & books() const { return books_; }
@@ -148,7 +150,8 @@ class Dispatcher {
    std::map<UnitName, uint64_t> unknownNumbers_;  // that boxes have seen and the books have not
    bool reachable_ = false;
    double reachableSince_ = 0;  // s, Unix time
-   std::string doubt_;
+   std::string hold_;
+   std::string oldBooks_;  // by what it is known that the books are older than the fleet; empty when they are not
    std::vector<std::string> toTell_;  // of what is being decided; told when that is kept
 };
 

@@ -157,7 +157,7 @@ void Dispatcher::advance( Plan & plan, Census & census, double now ) {
 std::vector<std::string> Dispatcher::waitsFor( Plan const & plan, double now ) const {
    if( plan.over() ) return {};
    if( plan.state == PlanState::paused ) return { plan.why };
-   if( !doubt_.empty() ) return { doubt_ };
+   if( !doubt().empty() ) return { doubt() };
    if( plan.soakedFrom ) {
       // Whoever asks may be a little behind, and is to hear of no soak that nobody asked for.
       double const left =

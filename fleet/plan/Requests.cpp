@@ -45,7 +45,7 @@ std::string Dispatcher::brakeOn( UnitName const & unit ) const {
 }
 
 std::string Dispatcher::planMade( PlanRequest const & request, double now ) {
-   if( !doubt_.empty() ) throw Refused( doubt_ );
+   if( !doubt().empty() ) throw Refused( doubt() );
    std::vector<UnitName> const units = selected( inventory_, request.select );
    for( UnitName const & unit : units ) {
       if( std::string const brake = brakeOn( unit ); !brake.empty() ) throw Refused( brake );
@@ -103,7 +103,7 @@ void Dispatcher::planPaused( std::string const & id, std::string const & by ) {
 void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> const & without, double now ) {
    Plan plan = planUnderWay( id );
    if( plan.state == PlanState::running && without.empty() ) throw Refused( id + " is running already" );
-   if( !doubt_.empty() ) throw Refused( doubt_ );
+   if( !doubt().empty() ) throw Refused( doubt() );
    for( UnitName const & unit : without ) {
       bool const known = std::ranges::any_of( plan.waves, [&]( Wave const & wave ) {
          return std::ranges::find( wave, unit, &Member::unit ) != wave.end();
@@ -159,7 +159,7 @@ void Dispatcher::planCancelled( std::string const & id, std::string const & by )
 }
 
 void Dispatcher::returned( std::vector<UnitName> const & units, std::string const & by, double now ) {
-   if( !doubt_.empty() ) throw Refused( doubt_ );
+   if( !doubt().empty() ) throw Refused( doubt() );
    for( UnitName const & unit : units ) {
       if( !inventory_.has( unit ) ) throw Refused( "there is no unit \"" + unit.text() + "\"" );
       Standing const stands = standing( unit, now );
@@ -217,14 +217,15 @@ void Dispatcher::unbraked( std::string const & site ) {
 }
 
 void Dispatcher::doubtAccepted( double now ) {
-   if( doubt_.empty() ) throw Refused( "there is no doubt about the books" );
+   if( !hold_.empty() ) throw Refused( hold_ );
+   if( oldBooks_.empty() ) throw Refused( "there is no doubt about the books" );
    uint64_t newest = books_.lastNumber();
    for( auto const & [unit, number] : unknownNumbers_ ) newest = std::max( newest, number );
    books_.lastNumberIs( newest );
    for( auto const & [unit, number] : unknownNumbers_ ) order( unit, Want::nothing, "", nullptr, now );
    keep();
    unknownNumbers_.clear();
-   doubt_.clear();
+   oldBooks_.clear();
    send( now );
 }
 

@@ -75,6 +75,8 @@ class Desk {
       [[nodiscard]] std::string trouble() const override { return there ? "" : "nobody answers"; }
       bool put( std::string const & key, std::string const & text ) override {
          if( !there ) return false;
+         // It hears what it says itself, as from the real one.
+         if( key == "owner" ) return letters.push_back( { key, text } ), true;
          values[key] = text;
          ++sent;
          return true;

@@ -169,6 +169,7 @@ TEST_F( FleetDesk, aStatusUnderAnothersKeyIsDroppedAndSaidOnceAMinute ) {
 
 TEST_F( FleetDesk, whatCannotBeKeptIsNotOrderedAndIsTriedAgain ) {
    desk.diskIs( false );
+   desk.advance( 1 );
    std::size_t const before = desk.sent();
    EXPECT_EQ( desk.post( "/v1/plans?box=s1a" ).status, 503u );
    desk.diskIs( true );
@@ -219,6 +220,7 @@ TEST( FleetOwner, asksTheBrokerForItsEarlierLifeBeforeItOrdersAnything ) {
    desk.advance( 2 );
    EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/broker" ), "nobody answers" );
    EXPECT_TRUE( desk.asked().empty() );
+   EXPECT_THAT( desk.post( "/v1/plans?box=s1a" ).text, HasSubstr( "what was ordered before the start is not known" ) );
    // An order of books that were lost.
    Desired lost{ "s1a", {} };
    lost.orders["fabric"] = { .number = 7, .want = Want::maintenance, .plan = "plan-6" };
@@ -234,6 +236,52 @@ TEST( FleetOwner, asksTheBrokerForItsEarlierLifeBeforeItOrdersAnything ) {
    EXPECT_EQ( desk.sent(), 0u );
    EXPECT_EQ( desk.post( "/v1/accept" ).status, 200u );
    EXPECT_THAT( desk.sentTo( "s1a" ), HasSubstr( R"("number":8)" ) );
+}
+
+TEST( FleetOwner, listensForAnotherEachTimeThatItHasConnectedBeforeItOrders ) {
+   Desk desk( deskFleet );
+   auto const reachable = [&] { return desk.get( "/v1/fleet" ).told( "/reachable" ); };
+   desk.advance( 6 );
+   EXPECT_EQ( reachable(), "true" );
+   EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/doubt" ), "" ) << "it is no rival of its own";
+   desk.brokerIs( false );
+   desk.advance( 1 );
+   desk.brokerIs( true );
+   desk.advance( 3.5 );
+   EXPECT_EQ( reachable(), "false" );
+   desk.advance( 1 );
+   EXPECT_EQ( reachable(), "true" );
+   // As when the machine was asleep.
+   desk.clockBack( -60 );
+   desk.owner().turn();
+   EXPECT_EQ( reachable(), "false" );
+}
+
+TEST_F( FleetDesk, anotherOwnerStopsAllOrdersUntilItHasGone ) {
+   desk.advance( 10 );
+   std::string const id = desk.post( "/v1/plans?box=s1a&stay=1m" ).told( "/plan" );
+   desk.obeys( "s1a", UnitState::inMaintenance );
+   desk.advance( 55 );
+   std::size_t const before = desk.sent();
+   // The stay is over meanwhile.
+   for( int i = 0; i < 20; ++i ) {
+      // One that cannot be read may be one of another release.
+      desk.arrives( "owner", i < 10 ? R"({"owner":"ctl-2, process 7","mark":"its"})" : "{}" );
+      desk.advance( 1 );
+   }
+   EXPECT_EQ( desk.sent(), before );
+   EXPECT_EQ( desk.logged( "another owner of this fleet is running (ctl-2, process 7)" ), 1u );
+   for( char const * change : { "/v1/return?box=s1a", "/v1/plans?box=s1b", "/v1/accept" } ) {
+      Desk::Answer const answer = desk.post( change );
+      EXPECT_EQ( answer.status, 409u ) << change;
+      EXPECT_THAT( answer.text, HasSubstr( "another owner" ) ) << change;
+   }
+   EXPECT_THAT( desk.get( "/v1/fleet" ).told( "/doubt" ), HasSubstr( "which says nothing that can be read" ) );
+   desk.advance( 9 );
+   EXPECT_EQ( desk.sent(), before );
+   desk.advance( 2 );
+   EXPECT_EQ( desk.logged( "no other owner" ), 1u );
+   EXPECT_THAT( desk.sentTo( "s1a" ), HasSubstr( R"("want":"service")" ) );
 }
 
 TEST_F( FleetDesk, aStreamTellsAllAtFirstAndThenOnlyWhatHasChanged ) {

@@ -101,6 +101,13 @@ TEST_F( BrokerStory, aBrokerThatWasAwayIsUsedAgainAndGetsNothingOfTheTimeBetween
    EXPECT_TRUE( soon( [&] { return owner.has( { "desired.a", "new" } ); } ) );
 }
 
+TEST_F( BrokerStory, twoOwnersHearEachOther ) {
+   End other = as( "", "owner" );
+   ASSERT_TRUE( soon( [&] { return owner.up() && other.up(); } ) );
+   ASSERT_TRUE( other.broker.put( "owner", "the other" ) );
+   EXPECT_TRUE( soon( [&] { return owner.has( { "owner", "the other" } ); } ) ) << other.broker.trouble();
+}
+
 // Restarted between two looks, as by an operator, it is still seen to have been away.
 TEST_F( BrokerStory, aConnectionMadeAnewBetweenTwoLooksIsSeenAsLost ) {
    ASSERT_TRUE( soon( [&] { return owner.up(); } ) );
@@ -125,6 +132,8 @@ TEST_F( BrokerStory, aKeyIsGoodForItsOwnBoxAlone ) {
    EXPECT_TRUE( soon( [&] { return a.troubled( "status.b" ); } ) );
    ASSERT_TRUE( a.broker.put( "desired.b", "forged" ) );
    EXPECT_TRUE( soon( [&] { return a.troubled( "desired.b" ); } ) );
+   ASSERT_TRUE( a.broker.put( "owner", "I am" ) );
+   EXPECT_TRUE( soon( [&] { return a.troubled( "$KV.fleet.owner" ); } ) );
    a.broker.read( "desired.b" );
    EXPECT_TRUE( soon( [&] { return a.troubled( "DIRECT.GET.KV_fleet.$KV.fleet.desired.b" ); } ) );
    // With its own key in the place of the other, it does not hear what the other hears.
