@@ -334,20 +334,38 @@ class Picture {
 std::string_view pictureShapes() {
    // Marks have their middle at 0,0. What a verdict's shape looks like is a 12 pixel square.
    return R"shapes(<svg width="0" height="0" style="position:absolute" aria-hidden="true"><defs>
-<pattern id="hatch" width="8" height="8" patternUnits="userSpaceOnUse"><rect width="8" height="8" fill="var(--card)"/><path d="M-2,2l4,-4M0,8l8,-8M6,10l4,-4" stroke="var(--soft)" stroke-opacity=".4"/></pattern>
+<pattern id="hatch" width="8" height="8" patternUnits="userSpaceOnUse">
+ <rect width="8" height="8" fill="var(--card)"/>
+ <path d="M-2,2l4,-4M0,8l8,-8M6,10l4,-4" stroke="var(--soft)" stroke-opacity=".4"/></pattern>
 <g id="m-spike"><path d="M-6.5,-6H6.5L0,7z" fill="var(--bad)" stroke="var(--paper)" stroke-width="1.5"/></g>
 <g id="m-break"><path d="M0,-6.5L6.5,0L0,6.5L-6.5,0z" fill="var(--paper)" stroke="var(--ink)" stroke-width="1.8"/></g>
-<g id="m-link"><circle r="5" fill="var(--paper)" stroke="var(--ink)" stroke-width="1.8"/><path d="M-5,0H5" stroke="var(--ink)" stroke-width="1.8"/></g>
-<g id="m-shutdown"><rect x="-5.5" y="-5.5" width="11" height="11" fill="var(--ink)" stroke="var(--paper)" stroke-width="1.5"/></g>
-<g id="m-deadline"><path d="M-5,-7H5L-5,7H5z" fill="var(--paper)" stroke="var(--warn)" stroke-width="2" stroke-linejoin="round"/></g>
+<g id="m-link">
+ <circle r="5" fill="var(--paper)" stroke="var(--ink)" stroke-width="1.8"/>
+ <path d="M-5,0H5" stroke="var(--ink)" stroke-width="1.8"/></g>
+<g id="m-shutdown">
+ <rect x="-5.5" y="-5.5" width="11" height="11" fill="var(--ink)" stroke="var(--paper)" stroke-width="1.5"/></g>
+<g id="m-deadline">
+ <path d="M-5,-7H5L-5,7H5z" fill="var(--paper)" stroke="var(--warn)" stroke-width="2" stroke-linejoin="round"/></g>
 <g id="m-verdict"><path d="M-5,0H5M1,-4L5,0L1,4" fill="none" stroke="var(--soft)" stroke-width="1.8"/></g>
-<symbol id="v-good" viewBox="0 0 12 12"><circle cx="6" cy="6" r="6" fill="currentColor"/><path d="M3,6.3L5.2,8.5L9.2,3.8" fill="none" stroke="var(--paper)" stroke-width="1.7"/></symbol>
-<symbol id="v-down" viewBox="0 0 12 12"><rect x=".5" y=".5" width="11" height="11" rx="2" fill="currentColor"/><path d="M3,6.3L5.2,8.5L9.2,3.8" fill="none" stroke="var(--paper)" stroke-width="1.7"/></symbol>
-<symbol id="v-warn" viewBox="0 0 12 12"><path d="M6,.3L12,11.5H0z" fill="currentColor"/><path d="M6,4.2V7.6M6,8.7V10.3" stroke="var(--paper)" stroke-width="1.5"/></symbol>
-<symbol id="v-bad" viewBox="0 0 12 12"><path d="M3.5,0H8.5L12,3.5V8.5L8.5,12H3.5L0,8.5V3.5z" fill="currentColor"/><path d="M3.5,3.5L8.5,8.5M8.5,3.5L3.5,8.5" stroke="var(--paper)" stroke-width="1.7"/></symbol>
-<symbol id="v-plain" viewBox="0 0 12 12"><circle cx="6" cy="6" r="5.2" fill="none" stroke="currentColor" stroke-width="1.5"/><path d="M6,5.3V9.2M6,2.7V4.2" stroke="currentColor" stroke-width="1.5"/></symbol>
+<symbol id="v-good" viewBox="0 0 12 12">
+ <circle cx="6" cy="6" r="6" fill="currentColor"/>
+ <path d="M3,6.3L5.2,8.5L9.2,3.8" fill="none" stroke="var(--paper)" stroke-width="1.7"/></symbol>
+<symbol id="v-down" viewBox="0 0 12 12">
+ <rect x=".5" y=".5" width="11" height="11" rx="2" fill="currentColor"/>
+ <path d="M3,6.3L5.2,8.5L9.2,3.8" fill="none" stroke="var(--paper)" stroke-width="1.7"/></symbol>
+<symbol id="v-warn" viewBox="0 0 12 12">
+ <path d="M6,.3L12,11.5H0z" fill="currentColor"/>
+ <path d="M6,4.2V7.6M6,8.7V10.3" stroke="var(--paper)" stroke-width="1.5"/></symbol>
+<symbol id="v-bad" viewBox="0 0 12 12">
+ <path d="M3.5,0H8.5L12,3.5V8.5L8.5,12H3.5L0,8.5V3.5z" fill="currentColor"/>
+ <path d="M3.5,3.5L8.5,8.5M8.5,3.5L3.5,8.5" stroke="var(--paper)" stroke-width="1.7"/></symbol>
+<symbol id="v-plain" viewBox="0 0 12 12">
+ <circle cx="6" cy="6" r="5.2" fill="none" stroke="currentColor" stroke-width="1.5"/>
+ <path d="M6,5.3V9.2M6,2.7V4.2" stroke="currentColor" stroke-width="1.5"/></symbol>
 <symbol id="v-none" viewBox="0 0 12 12"><path d="M1,6H11" stroke="currentColor" stroke-width="2"/></symbol>
-<symbol id="v-under" viewBox="0 0 12 12"><circle cx="6" cy="6" r="5.2" fill="none" stroke="currentColor" stroke-width="1.5"/><path d="M6,2.8V6L8.4,7.6" fill="none" stroke="currentColor" stroke-width="1.5"/></symbol>
+<symbol id="v-under" viewBox="0 0 12 12">
+ <circle cx="6" cy="6" r="5.2" fill="none" stroke="currentColor" stroke-width="1.5"/>
+ <path d="M6,2.8V6L8.4,7.6" fill="none" stroke="currentColor" stroke-width="1.5"/></symbol>
 </defs></svg>
 )shapes";
 }

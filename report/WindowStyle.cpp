@@ -4,11 +4,12 @@ namespace Report {
 // paper stays white whatever the screen looks like. Below 640 pixels (a sheet of A4 has about 700) rows become blocks.
 std::string_view windowStyle() {
    return R"(
-:root{--ink:#17212b;--soft:#4d5b69;--paper:#fff;--card:#f3f6f9;--panel:#fbfcfd;--line:#cfd8e0;--in:#0a5f9e;--out:#b84a08;
---good:#0a6848;--warn:#8a5200;--bad:#a3162a;--goodTint:#e3f4ec;--warnTint:#fdf1da;--badTint:#fce6e6;--plainTint:#eaf0f6}
-@media screen and (prefers-color-scheme:dark){:root{--ink:#e6ecf2;--soft:#a9b6c3;--paper:#0f151b;--card:#19222b;--panel:#141c24;
---line:#34414d;--in:#63b3f3;--out:#ff9d57;--good:#52c99b;--warn:#eab54f;--bad:#ff8089;--goodTint:#11291f;--warnTint:#2e2410;
---badTint:#331a1d;--plainTint:#1b2732}}
+:root{--ink:#17212b;--soft:#4d5b69;--paper:#fff;--card:#f3f6f9;--panel:#fbfcfd;--line:#cfd8e0;--in:#0a5f9e;
+--out:#b84a08;--good:#0a6848;--warn:#8a5200;--bad:#a3162a;--goodTint:#e3f4ec;--warnTint:#fdf1da;--badTint:#fce6e6;
+--plainTint:#eaf0f6}
+@media screen and (prefers-color-scheme:dark){:root{--ink:#e6ecf2;--soft:#a9b6c3;--paper:#0f151b;--card:#19222b;
+--panel:#141c24;--line:#34414d;--in:#63b3f3;--out:#ff9d57;--good:#52c99b;--warn:#eab54f;--bad:#ff8089;
+--goodTint:#11291f;--warnTint:#2e2410;--badTint:#331a1d;--plainTint:#1b2732}}
 *{box-sizing:border-box}
 html{background:var(--paper);color-scheme:light dark}
 body{margin:0 auto;max-width:1240px;padding:20px 24px 40px;background:var(--paper);color:var(--ink);
@@ -52,7 +53,8 @@ table{border-collapse:collapse;width:100%}
 .word{display:inline-block;white-space:nowrap}
 .t{white-space:nowrap}
 .word svg{width:11px;height:11px;margin-right:5px;vertical-align:-.5px}
-.word.bad{color:var(--bad);font-weight:650}.word.warn{color:var(--warn);font-weight:600}.word.good svg{color:var(--good)}
+.word.bad{color:var(--bad);font-weight:650}.word.warn{color:var(--warn);font-weight:600}
+.word.good svg{color:var(--good)}
 .mark{width:16px;height:16px;margin-right:5px;vertical-align:-3px;overflow:visible}
 main{display:flex;flex-direction:column}
 nav{margin:14px 0 0;color:var(--soft);font-size:14px}
@@ -62,8 +64,8 @@ figure{margin:0}
 .lanes col.names{width:168px}
 .lanes.low col.names{width:210px}
 .lanes th,.lanes td{padding:0;text-align:left;font-weight:400;vertical-align:middle}
-.lanes thead th{position:sticky;top:0;z-index:1;background:var(--paper);padding-top:4px;font-size:13px;color:var(--soft);
-vertical-align:top}
+.lanes thead th{position:sticky;top:0;z-index:1;background:var(--paper);padding-top:4px;font-size:13px;
+color:var(--soft);vertical-align:top}
 .lanes tbody th{padding-right:10px;line-height:1.25}
 .lanes tbody td{padding:3px 0}
 .lanes th .n{font-weight:600;display:block}
@@ -90,15 +92,16 @@ svg .halo{paint-order:stroke;stroke:var(--panel);stroke-width:3px;stroke-linejoi
 .full{fill:currentColor;fill-opacity:.75}
 .mean{fill:none;stroke:currentColor;stroke-width:1.7;vector-effect:non-scaling-stroke}
 .stages{position:relative;height:24px}
-.stage{position:absolute;top:0;height:24px;padding:2px 0 0 6px;overflow:hidden;white-space:nowrap;text-overflow:ellipsis;
-background:var(--plainTint);border:1px solid var(--line);color:var(--ink);font-size:12.5px}
+.stage{position:absolute;top:0;height:24px;padding:2px 0 0 6px;overflow:hidden;white-space:nowrap;
+text-overflow:ellipsis;background:var(--plainTint);border:1px solid var(--line);color:var(--ink);font-size:12.5px}
 .stage:empty{padding:0}
 .stage.late{background:var(--warnTint);border-color:var(--warn)}
 .stage.stay{background:var(--goodTint);border-color:var(--good)}
 .deadline{position:absolute;top:2px;margin-left:-8px}
 .deadline .mark{margin:0}
 .narrow{display:none}
-.legend{display:flex;flex-wrap:wrap;gap:4px 20px;margin:8px 0 0;padding:0;list-style:none;font-size:13px;color:var(--soft)}
+.legend{display:flex;flex-wrap:wrap;gap:4px 20px;margin:8px 0 0;padding:0;list-style:none;
+font-size:13px;color:var(--soft)}
 .legend li{display:flex;align-items:center;gap:6px}
 .legend svg{flex:none;overflow:visible}
 details{margin:8px 0}

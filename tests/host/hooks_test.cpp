@@ -127,7 +127,7 @@ TEST_F( Programs, seeNothingOfOursButWhatTheyAreTold ) {
 env | sort | grep -v -e ^_= -e ^PWD= -e ^SHLVL=
 ls /proc/self/fd | tr '\n' ' '; echo
 read -r line || echo "no input"
-grep -e CapInh -e CapPrm -e CapEff -e CapAmb -e NoNewPrivs -e SigIgn -e SigBlk /proc/self/status | tr -s '\t\n' ' '; echo
+grep -e 'Cap[IPEA]' -e NoNewPrivs -e SigIgn -e SigBlk /proc/self/status | tr -s '\t\n' ' '; echo
 read -r -a fields < /proc/$$/stat; (( fields[4] == $$ )) && echo "a group of its own"
 )" );
    EXPECT_EQ( run( { hook, "enter", "$HOME; *" } ), "done" );

@@ -41,7 +41,8 @@ class Boundaries : public ::testing::Test {
       say(
          R"({"config": {"profiles": {"p": {"threshold": "100kbps", "sample-interval": ")" + box.sample +
          R"(", "load-interval": ")" + box.load + "\"" + box.more +
-         R"(}}, "default-profile": "p", "groups": {"g": {"interfaces": ["eth0"]}}, "units": {"u": {"groups": ["g"]}}, "stages": {"maintEnter": [{"name": "ratemon"}, {"name": "verify")" +
+         R"(}}, "default-profile": "p", "groups": {"g": {"interfaces": ["eth0"]}}, "units": {"u": {"groups": ["g"]}}, )"
+         R"("stages": {"maintEnter": [{"name": "ratemon"}, {"name": "verify")" +
          box.verify + R"(}], "maintExit": [{"name": "ratemon"}]}}})" );
    }
    void link( std::string const & state ) { say( R"({"link": {"eth0": )" + state + "}}" ); }

@@ -31,7 +31,8 @@ std::string const otherProfile =
 
 constexpr char const * links =
    R"({"link": {"eth0": "up", "eth1": "up", "eth2": "up", "eth3": "up", "eth4": "up", "other": "up",
- "bond0": {"kind": "port-channel", "members": ["eth1", "eth2"]}, "v20": {"kind": "vlan", "vlan": 20, "members": ["eth4"]}}})";
+ "bond0": {"kind": "port-channel", "members": ["eth1", "eth2"]}, )"
+   R"("v20": {"kind": "vlan", "vlan": 20, "members": ["eth4"]}}})";
 
 }  // namespace
 

@@ -68,18 +68,18 @@ TEST_F( WindowViewTest, saysAllThatTheRecordKeeps ) {
    eth->eventIs( 1, { .time = 160, .kind = "break", .text = "the link went down" } );
    eth->verdictAtIs( 1, Evidence::Verdict::leftOut );
    eth->rateIs( { 100, 105, 1, 2, 3, 4, 5, 6 } );
-   EXPECT_EQ(
-      json( windowAnswer( *kept, 400 ) ),
-      R"({"unit": "fabric", "generation": 3, "exitGeneration": 4, "requestedBy": "alice", )"
-      R"("exitRequestedBy": "bob", "wallClockOffset": 1e+09, "asOf": 400, "requested": 100, "entered": 200, )"
-      R"("exitRequested": 300, "ended": 310, "outcome": "rolled back", "stages": [{"number": 1, )"
-      R"("stage": "verify", "operation": "enter", "began": 150, "ended": 200, "deadlinePassed": 180, )"
-      R"("result": "timed out", "why": "not over after 30 s"}], "interfaces": [{"interface": "eth0", "leftOut": true, "seen": true, )"
-      R"("profile": {"profile": "uplink", "thresholdBitsRate": 1e+06, "sampleIntervalSeconds": 5, )"
-      R"("loadIntervalSeconds": 30, "shutdown": true}, "breaks": 2, "spikes": 1, "totalEvents": 7, )"
-      R"("events": [{"time": 160, "kind": "break", "text": "the link went down"}], "verdicts": )"
-      R"([{"stageNumber": 1, "verdict": "left out"}], "rates": [{"from": 100, "to": 105, "inLow": 1, )"
-      R"("inMean": 2, "inHigh": 3, "outLow": 4, "outMean": 5, "outHigh": 6}]}]})" );
+   EXPECT_EQ( json( windowAnswer( *kept, 400 ) ),
+              R"({"unit": "fabric", "generation": 3, "exitGeneration": 4, "requestedBy": "alice", )"
+              R"("exitRequestedBy": "bob", "wallClockOffset": 1e+09, "asOf": 400, "requested": 100, "entered": 200, )"
+              R"("exitRequested": 300, "ended": 310, "outcome": "rolled back", "stages": [{"number": 1, )"
+              R"("stage": "verify", "operation": "enter", "began": 150, "ended": 200, "deadlinePassed": 180, )"
+              R"("result": "timed out", "why": "not over after 30 s"}], )"
+              R"("interfaces": [{"interface": "eth0", "leftOut": true, "seen": true, )"
+              R"("profile": {"profile": "uplink", "thresholdBitsRate": 1e+06, "sampleIntervalSeconds": 5, )"
+              R"("loadIntervalSeconds": 30, "shutdown": true}, "breaks": 2, "spikes": 1, "totalEvents": 7, )"
+              R"("events": [{"time": 160, "kind": "break", "text": "the link went down"}], "verdicts": )"
+              R"([{"stageNumber": 1, "verdict": "left out"}], "rates": [{"from": 100, "to": 105, "inLow": 1, )"
+              R"("inMean": 2, "inHigh": 3, "outLow": 4, "outMean": 5, "outHigh": 6}]}]})" );
 }
 
 // The store gives entries back in an order of its own.
