@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -365,29 +364,9 @@ int run( int argc, char ** argv ) {
    return runCommand( *declared.at( app.get_subcommands().front() ), arguments );
 }
 
-int outputFailed( int error ) {
-   // The reader has gone, as a pager that was left, or there was none from the start: nobody wants to know.
-   if( error == EPIPE || error == EBADF ) return Cli::failed;
-   return Cli::complain( std::string( "what was to be printed cannot be written: " ) + std::strerror( error ) );
-}
-
 }  // namespace
 
 int main( int argc, char ** argv ) {
-   Cli::keepStandardDescriptors();
-   // A reader that has gone shows when something is written.
-   std::signal( SIGPIPE, SIG_IGN );
-   Cli::Output const errors( std::cerr, STDERR_FILENO );
-   Cli::Output const output( std::cout, STDOUT_FILENO );
-   // Otherwise a failed write is only noted in the stream. Of standard error there is nowhere to tell.
-   std::cout.exceptions( std::ios::badbit );
-   try {
-      int const status = run( argc, argv );
-      std::cout.flush();
-      return status;
-   } catch( std::exception const & error ) {
-      // It would be thrown again by what is said about it: standard error has it written first.
-      std::cout.exceptions( std::ios::goodbit );
-      return output.failure() != 0 ? outputFailed( output.failure() ) : Cli::complain( error.what() );
-   }
+   return Cli::runPrinting( [&] { return run( argc, argv ); },
+                            []( std::string const & fault ) { return Cli::complain( fault ); } );
 }

@@ -349,22 +349,10 @@ int run( int argc, char ** argv ) {
 }  // namespace
 
 int main( int argc, char ** argv ) {
-   Cli::keepStandardDescriptors();
-   // A reader that has gone shows when something is written.
-   std::signal( SIGPIPE, SIG_IGN );
    Host::logNameIs( "maintfleet" );
-   Cli::Output const errors( std::cerr, STDERR_FILENO );
-   Cli::Output const output( std::cout, STDOUT_FILENO );
-   std::cout.exceptions( std::ios::badbit );
-   try {
-      int const status = run( argc, argv );
-      std::cout.flush();
-      return status;
-   } catch( std::exception const & error ) {
-      // It would be thrown again by what is said about it: standard error has it written first.
-      std::cout.exceptions( std::ios::goodbit );
-      bool const nobodyReads = output.failure() == EPIPE || output.failure() == EBADF;
-      if( !nobodyReads ) std::cerr << "maintfleet: " << error.what() << "\n";
-      return Fleet::verbFailed;
-   }
+   return Cli::runPrinting( [&] { return run( argc, argv ); },
+                            []( std::string const & fault ) {
+                               std::cerr << "maintfleet: " << fault << "\n";
+                               return Fleet::verbFailed;
+                            } );
 }

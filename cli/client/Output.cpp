@@ -6,6 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
 #include <utility>
 
 #include "tables/Printable.h"
@@ -24,6 +28,14 @@ std::size_t pieceOf( std::string_view text ) {
    std::size_t length = outputPieceBytes;
    while( length > outputPieceBytes - 3 && ( static_cast<unsigned char>( text[length] ) & 0xc0 ) == 0x80 ) --length;
    return length;
+}
+
+void keepStandardDescriptors() {
+   for( int const fd : { STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO } ) {
+      // The lowest free number is given (open(2)), which is this one. For reading only, so that a write fails and is
+      // not taken for done.
+      if( ::fcntl( fd, F_GETFD ) < 0 && ::open( "/dev/null", O_RDONLY ) < 0 ) return;
+   }
 }
 
 }  // namespace
@@ -73,11 +85,26 @@ bool Output::write() {
    return true;
 }
 
-void keepStandardDescriptors() {
-   for( int const fd : { STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO } ) {
-      // The lowest free number is given (open(2)), which is this one. For reading only, so that a write fails and is
-      // not taken for done.
-      if( ::fcntl( fd, F_GETFD ) < 0 && ::open( "/dev/null", O_RDONLY ) < 0 ) return;
+int runPrinting( std::function<int()> const & program, std::function<int( std::string const & )> const & complain ) {
+   keepStandardDescriptors();
+   // A reader that has gone shows when something is written.
+   std::signal( SIGPIPE, SIG_IGN );
+   Output const errors( std::cerr, STDERR_FILENO );
+   Output const output( std::cout, STDOUT_FILENO );
+   // Otherwise a failed write is only noted in the stream. Of standard error there is nowhere to tell.
+   std::cout.exceptions( std::ios::badbit );
+   try {
+      int const status = program();
+      std::cout.flush();
+      return status;
+   } catch( std::exception const & fault ) {
+      // It would be thrown again by what is said about it: standard error has it written first.
+      std::cout.exceptions( std::ios::goodbit );
+      int const error = output.failure();
+      if( error == 0 ) return complain( fault.what() );
+      // The reader has gone, or there was none from the start: nobody wants to know.
+      if( error == EPIPE || error == EBADF ) return EXIT_FAILURE;
+      return complain( std::string( "what was to be printed cannot be written: " ) + std::strerror( error ) );
    }
 }
 

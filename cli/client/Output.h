@@ -5,6 +5,7 @@
 // std::cerr, and nothing through stdio. Where a write fails the stream goes bad, and what was not written is dropped.
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <streambuf>
 #include <string>
@@ -38,8 +39,12 @@ class Output final : public std::streambuf {
    int failure_ = 0;
 };
 
-// Descriptors 0 to 2, where the caller has closed one, lead nowhere from now on. Otherwise the next file or socket that
-// is opened would get its number, and what is printed would go there.
-void keepStandardDescriptors();
+// Runs the whole of a program that prints, with both streams in place, and returns its exit status. Where it throws, or
+// what it printed cannot be written, that is what `complain` returns, who is given a sentence; where only nobody reads
+// any more, as when a pager was left, it is 1, and nothing is said.
+//
+// Descriptors 0 to 2, where the caller has closed one, lead nowhere from then on. Otherwise the next file or socket
+// that is opened would get its number, and what is printed would go there.
+int runPrinting( std::function<int()> const & program, std::function<int( std::string const & )> const & complain );
 
 }  // namespace Cli
