@@ -32,9 +32,13 @@ void Dispatcher::inventoryIs( Inventory inventory ) { inventory_ = std::move( in
 bool Dispatcher::statusIs( Status const & status, double now ) {
    if( !inventory_.box( status.box ) ) return false;
    auto const [heard, first] = heard_.try_emplace( status.box );
-   if( !first && !status.newerThan( heard->second.status ) ) return false;
-   heard->second = { status, now };
-   for( auto const & [unit, its] : status.units ) noteSeen( { status.box, unit }, its.acknowledged, "has seen" );
+   Heard & its = heard->second;
+   if( !first && status.life < its.status.life && now - its.lifeAt > lateSeconds ) its.otherAt = now;
+   if( !first && !status.newerThan( its.status ) ) return false;
+   if( first || status.life != its.status.life ) its.lifeAt = now;
+   its.status = status;
+   its.at = now;
+   for( auto const & [unit, told] : status.units ) noteSeen( { status.box, unit }, told.acknowledged, "has seen" );
    return true;
 }
 
@@ -83,9 +87,10 @@ UnitStatus const * Dispatcher::statusOf( UnitName const & unit ) const {
 std::string Dispatcher::silence( std::string const & box, double now ) const {
    Heard const * const its = heard( box );
    if( !its ) return "not heard of yet";
+   double const limit = silentHeartbeats * inventory_.heartbeatSeconds();
+   if( its->otherAt && now - *its->otherAt <= limit ) return "two machines say that they are " + box;
    double const since = now - its->at;
-   if( since > silentHeartbeats * inventory_.heartbeatSeconds() )
-      return "silent for " + Kel::durationText( std::floor( since ) );
+   if( since > limit ) return "silent for " + Kel::durationText( std::floor( since ) );
    return its->status.trouble;
 }
 

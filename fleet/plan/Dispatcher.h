@@ -52,13 +52,15 @@ class Dispatcher {
 
    static constexpr double orderSeconds = 120;  // an order that no box has begun by then is never begun
    static constexpr int silentHeartbeats = 3;
+   static constexpr double lateSeconds = 60;  // what comes from an agent that has gone is no later than that
 
    // Orders of an earlier life go out again with the first turn. Throws MemoryFault.
    Dispatcher( Inventory inventory, Memory & memory, Outlet & outlet );
 
    // Throws nothing: units that are no longer in it keep their slots, and plans that have them stop.
    void inventoryIs( Inventory inventory );
-   // Of the inventory's boxes only; older ones than the last change nothing. True when it was taken.
+   // Of the inventory's boxes only; older ones than the last change nothing. True when it was taken. One of an earlier
+   // life, long after a later one, is from a second machine that says that it is this box: then neither is believed.
    bool statusIs( Status const & status, double now );
    // What the broker has of an earlier life, as it is found there.
    void desiredFound( Desired const & desired );
@@ -97,8 +99,10 @@ class Dispatcher {
    [[nodiscard]] Inventory const & inventory() const { return inventory_; }
    [[nodiscard]] Books const & books() const { return books_; }
    struct Heard {
-      Status status;
-      double at = 0;  // s, Unix time
+      Status status = {};
+      double at = 0;                    // s, Unix time
+      double lifeAt = 0;                // likewise, the first of this life of its agent
+      std::optional<double> otherAt{};  // likewise, the last of another agent by its name
    };
    [[nodiscard]] Heard const * heard( std::string const & box ) const;  // null: never, in this life
 

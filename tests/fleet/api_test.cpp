@@ -167,6 +167,30 @@ TEST_F( FleetDesk, aStatusUnderAnothersKeyIsDroppedAndSaidOnceAMinute ) {
    EXPECT_EQ( desk.logged( "a forged status" ), 2u );
 }
 
+// As when the image of a box was copied with its key.
+TEST_F( FleetDesk, aBoxThatTwoMachinesSayTheyAreIsInServiceForNobody ) {
+   Status copy;
+   copy.box = "s1a";
+   copy.life = 2;
+   copy.units["fabric"].state = UnitState::active;
+   auto const standing = [&] { return desk.get( "/v1/boxes/s1a" ).told( "/units/0/why" ); };
+   auto const pass = [&]( int seconds ) {
+      for( int i = 0; i < seconds; i += 10 ) {
+         ++copy.sequence;
+         desk.arrives( "status.s1a", textOf( copy ) );
+         desk.advance( 10 );
+      }
+   };
+   pass( 60 );
+   EXPECT_EQ( standing(), "" ) << "what is late may be of a life that is over";
+   pass( 20 );
+   EXPECT_EQ( standing(), "two machines say that they are s1a" );
+   EXPECT_EQ( desk.get( "/v1/can-stop?box=s1b" ).told( "/canStop" ), "false" );
+   // The copy is turned off. Which of the two is meant to be it, only a person knows.
+   desk.advance( 120 );
+   EXPECT_EQ( standing(), "two machines say that they are s1a" );
+}
+
 TEST_F( FleetDesk, whatCannotBeKeptIsNotOrderedAndIsTriedAgain ) {
    desk.diskIs( false );
    desk.advance( 1 );
