@@ -4,10 +4,12 @@
 import { h, show } from "./dom.js";
 
 const keyName = "maintfleet.key";
+const patience = 20000;  // ms
 const dialog = document.getElementById( "ask" );
 const said = document.getElementById( "said" );
 
 let refusal = "";         // the owner's words where it takes no changes at all
+let asking = null;        // what the dialog is about; null while it is closed
 let changed = () => {};   // somebody may change something now, or may not any more, or something was changed
 
 export function changedIs( handler ) { changed = handler; }
@@ -39,7 +41,7 @@ async function post( path, query ) {
    let answer;
    try {
       answer = await fetch( `${path}?${new URLSearchParams( query )}`, { method: "POST", cache: "no-store",
-                            headers: { Authorization: `Bearer ${key()}` } } );
+                            signal: AbortSignal.timeout( patience ), headers: { Authorization: `Bearer ${key()}` } } );
    } catch {
       return { error: "There was no answer: whether it was done shows on this page once there is a connection again." };
    }
@@ -51,8 +53,15 @@ async function post( path, query ) {
    return { error, why: ( body.why ?? [] ).filter( ( text ) => text !== error ), over: answer.status === 403 };
 }
 
+function leave() {
+   asking = null;
+   dialog.close();
+}
+
+// Left by Esc.
+dialog.addEventListener( "close", () => { if( !dialog.open ) asking = null; } );
+
 function view( asked, state, submit ) {
-   const close = () => dialog.close();
    return h( "form", { onsubmit: submit },
       h( "h2", { id: "ask-title" }, asked.title ), h( "p", null, asked.text ),
       asked.choices?.length > 0 && h( "fieldset", null, h( "legend", null, asked.choose ), asked.choices.map( ( choice ) =>
@@ -64,7 +73,7 @@ function view( asked, state, submit ) {
                         state.why?.length > 0 && h( "ul", null, state.why.map( ( text ) => h( "li", null, text ) ) ) ),
       h( "p", { class: "buttons" },
          h( "button", { type: "submit", class: asked.kind ?? "stop", disabled: state.busy }, asked.verb ),
-         h( "button", { type: "button", onclick: close }, "Leave it" ) ) );
+         h( "button", { type: "button", onclick: leave }, "Leave it" ) ) );
 }
 
 const shapeOf = () => h( "svg", { class: "bad", viewBox: "0 0 12 12", "aria-hidden": "true" }, h( "use", { href: "#v-bad" } ) );
@@ -77,16 +86,24 @@ export function change( asked ) {
    async function submit( event ) {
       event.preventDefault();
       const given = dialog.querySelector( "#key" )?.value.trim();
+      // It could not be sent, and that would look as if nobody had answered.
+      if( given && !/^[\x21-\x7e]+$/.test( given ) ) return draw( { error: "No key has such a character in it." } );
       if( given ) keyIs( given );
       if( !key() ) return;
       const chosen = [ ...dialog.querySelectorAll( "[name=choice]:checked" ) ].map( ( box ) => [ asked.choice, box.value ] );
       draw( { busy: true } );
       const answer = await post( asked.path, [ ...asked.query, ...chosen ] );
-      if( answer.ok || answer.over ) dialog.close();
-      else draw( answer );
+      // Who has left it may be asking for something else by now.
+      if( asking === asked ) {
+         if( answer.ok || answer.over ) leave();
+         else draw( answer );
+      }
       say( answer.ok ? asked.done : answer.error );
       changed();
    }
+   // Made anew: what was ticked or typed before was left, and is not meant here.
+   show( dialog );
+   asking = asked;
    draw( {} );
    if( !dialog.open ) dialog.showModal();
 }

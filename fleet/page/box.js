@@ -25,7 +25,8 @@ const interfaceRow = ( one ) => h( "tr", { key: one.interface, class: one.verdic
    h( "td", { class: "num" }, rate( one.bitsRate ) ), h( "td", { class: "why" }, one.why || "–" ) );
 
 function interfacesView( unit, known ) {
-   if( !known ) return h( "p", { class: "soft" }, "Nothing is known of its interfaces now." );
+   // None of none would read as if nothing were in the way.
+   if( !known || unit.interfaces === 0 ) return h( "p", { class: "soft" }, "Nothing is known of its interfaces now." );
    if( unit.state === "active" ) return h( "p", { class: "soft" }, `${plural( unit.interfaces, "interface" )}, in service.` );
    const standing = unit.interfaces - unit.settled;
    return [

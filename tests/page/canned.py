@@ -39,7 +39,7 @@ class Owner:
         self.budgets = {}                    # label -> how many of each of its groups may be out
         self.reachable, self.doubt, self.brakes = reachable, "", []
         self.asked = []                      # (method, path, parameters, Authorization)
-        self.post_answer = (200, {})
+        self.post_answer, self.post_seconds = (200, {}), 0
         self.answering = self.speaking = True
         self.listeners = []
         owner = self
@@ -136,6 +136,7 @@ class CannedHandler(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         self.note()
+        time.sleep(self.owner.post_seconds)
         if self.headers.get("Authorization") != f"Bearer {KEY}" and self.owner.post_answer[0] == 200:
             return self.answer(401, {"error": "nobody has that key"})
         return self.answer(*self.owner.post_answer)

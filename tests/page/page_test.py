@@ -178,6 +178,10 @@ def a_box_shows_its_interfaces_as_they_are_now(browser):
     assert browser.run("return window.kept === document.querySelector('main tbody tr')")
     opened(browser, owner, "#/box/none")
     browser.sees('there is no boxes "none"')
+    opened(browser, owner.put(box("lost", LABELS, unit("unknown", "not known to its box", settled=0, interfaces=0))), "#/box/lost")
+    browser.sees("lost: unknown", "h1")
+    browser.sees("Nothing is known of its interfaces now.")
+    assert "in the way" not in browser.text()
 
 
 @test
@@ -190,6 +194,10 @@ def changes_need_a_key(browser):
     browser.type(" ", "Enter")
     time.sleep(0.2)
     assert not owner.posts(), "it was asked for without a key"
+    browser.type("kéy", "Enter")
+    browser.sees("No key has such a character in it", "dialog")
+    assert not owner.posts()
+    browser.run("document.querySelector('#key').select()")
     browser.type("a-wrong-key", "Enter")
     browser.sees("nobody has that key", "dialog")
     browser.run("document.querySelector('#key').focus()")
@@ -220,10 +228,27 @@ def a_plan_is_paused_resumed_cancelled_and_its_units_ordered_back(browser):
     whole = owner.whole_plans["plan-7"]
     opened(browser, owner, "#/plan/plan-7")
     browser.run("sessionStorage.setItem('maintfleet.key', arguments[0])", KEY)
+    ticked = "return document.querySelector('dialog [name=choice]').checked"
+    for _ in range(2):
+        browser.press("Resume", "header")
+        assert not browser.run(ticked), "it is still ticked from the time before, which was left"
+        browser.run("document.querySelector('dialog [name=choice]').click()")
+        browser.press("Leave it")
     browser.press("Resume", "header")
     browser.run("document.querySelector('dialog [name=choice]').click()")
     browser.press("Resume", "dialog")
     browser.until("it is done", "return !document.querySelector('dialog').open")
+    # What comes of a change that somebody has left is not shown in place of what he asks for now.
+    owner.post_seconds, owner.post_answer = 0.5, (409, {"error": "too late"})
+    browser.press("Cancel", "header")
+    browser.press("Cancel the plan", "dialog")
+    browser.press("Leave it")
+    browser.press("Resume", "header")
+    browser.sees("too late", "#said")
+    assert browser.text("dialog h2") == "Resume plan-7?", browser.text("dialog")
+    browser.press("Leave it")
+    owner.post_seconds, owner.post_answer = 0, (200, {})
+    owner.asked.remove(owner.posts()[-1])
     whole["members"][1][0].update(step="drained", fault="")
     whole["state"] = owner.plans[0]["state"] = "running"
     owner.tell()
