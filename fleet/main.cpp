@@ -40,7 +40,6 @@ struct Arguments {
    std::vector<std::string> without;
    std::string name;
    std::string unit;
-   bool all = false;
    bool off = false;
 };
 
@@ -104,7 +103,7 @@ void planning( CLI::App & command, Arguments & a ) {
    command
       .add_option( "--label", a.plan.labels, "only boxes with this label, as plane:b; may be given more than once" )
       ->allow_extra_args( false );
-   command.add_flag( "--all", a.all, "all boxes of the fleet" );
+   command.add_flag( "--all", a.plan.all, "all boxes of the fleet" );
    command.add_option(
       "--waves", a.plan.waves,
       "sizes of the waves in units or shares, as \"1, 5, 10%\"; the last again until all have had their "
@@ -247,7 +246,7 @@ void inventoryFile( CLI::App & command, Arguments & a ) {
 // All of the fleet is meant only where somebody says so.
 int makePlan( Arguments & a ) {
    bool const some = !a.plan.boxes.empty() || !a.plan.labels.empty() || !a.plan.unit.empty();
-   if( some == a.all ) {
+   if( some == a.plan.all ) {
       std::cerr << "maintfleet: plan takes boxes, --label or --unit, or --all\n";
       return 2;
    }

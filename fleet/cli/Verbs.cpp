@@ -86,6 +86,7 @@ Target planTarget( PlanOptions const & plan ) {
       if( seconds ) target.parameter( name, spanOf( *seconds ) );
    };
    text( "unit", plan.unit );
+   if( plan.all ) target.parameter( "all", "1" );
    text( "waves", plan.waves );
    span( "soak", plan.soakSeconds );
    span( "deadline", plan.deadlineSeconds );

@@ -21,6 +21,7 @@ struct PlanOptions {
    std::vector<std::string> boxes;
    std::vector<std::string> labels;  // "plane:b"
    std::string unit;                 // empty: all of a box
+   bool all = false;                 // of the fleet, where nothing of these is named
    std::string waves;                // "1,5,10%"; empty: one by one
    std::optional<double> soakSeconds;
    std::optional<double> deadlineSeconds;

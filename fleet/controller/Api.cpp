@@ -29,6 +29,12 @@ HttpAnswer refusedAnswer( std::string const & why ) {
    return answer;
 }
 
+// Without its parameters another thing would be done: with all boxes in place of one, and in earnest.
+HttpAnswer bodyAnswer() {
+   return httpError( 400,
+                     "the parameters of a change stand in its target, as /v1/brake?site=fra, and a body is not read" );
+}
+
 HttpAnswer streamAnswer( std::shared_ptr<Host::HttpStream> stream ) {
    return { .body = {},
             .contentType = "text/event-stream",
@@ -113,7 +119,9 @@ HttpAnswer Api::routed( HttpRequest const & request, Target const & target ) {
       if( request.method == "POST" ) {
          if( auto away = turnedAway( request, by ) ) return std::move( *away );
       }
-      HttpAnswer answer = carriedOut( route, { target.parameters, *names, by } );
+      HttpAnswer answer = request.method == "POST" && request.hasBody
+                             ? bodyAnswer()
+                             : carriedOut( route, { target.parameters, *names, by } );
       answer.by = by;
       return answer;
    }

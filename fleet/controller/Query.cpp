@@ -61,6 +61,7 @@ PlanQuery planQuery( Parameters const & given, std::string const & by ) {
    PlanQuery query;
    PlanRequest & request = query.request;
    request.by = by;
+   bool all = false;
    for( auto const & [name, text] : given ) {
       if( name == "box" ) {
          request.select.boxes.push_back( textIn( name, text ) );
@@ -78,12 +79,17 @@ PlanQuery planQuery( Parameters const & given, std::string const & by ) {
          request.atDeadline = atDeadlineIn( text );
       } else if( name == "stay" ) {
          request.staySeconds = secondsIn( name, text );
+      } else if( name == "all" ) {
+         all = flagIn( name, text );
       } else if( name == "dry-run" ) {
          query.dryRun = flagIn( name, text );
       } else {
-         unknownParameter( name, "box, label, unit, waves, soak, deadline, at-deadline, stay and dry-run" );
+         unknownParameter( name, "box, label, unit, all, waves, soak, deadline, at-deadline, stay and dry-run" );
       }
    }
+   // All of the fleet is meant only where somebody says so.
+   if( all == ( request.select != Selection() ) )
+      throw BadQuery( "which units? It takes box, label or unit, as often as needed, or all=1" );
    if( request.deadlineSeconds == 0 ) throw BadQuery( "a deadline of nothing cannot be kept" );
    return query;
 }

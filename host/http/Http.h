@@ -19,6 +19,7 @@ struct HttpRequest {
    std::string user;          // who asks, by name, or by number where there is none; empty for a GET, and over TCP
    std::string address = {};  // over TCP: whence he asks, "192.0.2.7:40112"; empty on a unix socket
    std::string authorization = {};  // the field of that name, as it came
+   bool hasBody = false;            // of which nobody keeps a byte
 };
 
 struct HttpAnswer {

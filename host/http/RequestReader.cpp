@@ -118,6 +118,7 @@ void RequestReader::checkHead() {
    takesChunks_ = head.version() >= 11;
    request_ = { headOnly_ ? "GET" : std::string( head.method_string() ), "", "" };
    auto const authorization = head[http::field::authorization];
+   request_.hasBody = parser_->chunked() || parser_->content_length().value_or( 0 ) > 0;
    request_.authorization.assign( authorization.data(), authorization.size() );
    if( head.method() == http::verb::unknown || head.method() == http::verb::connect ) {
       refuse( 501, "there is no method " + request_.method + " here" );

@@ -84,8 +84,8 @@ TEST_F( FleetDesk, aPlanIsMadeAsWrittenAndNotAtAllWhereAWordOfItIsWrong ) {
    auto const dry = desk.post( "/v1/plans?label=site:fra&waves=2&dry-run=1" );
    EXPECT_EQ( dry.told( "/plan" ) + dry.told( "/waves" ), R"(null[["s1a/fabric"],["s1b/fabric"]])" );
    EXPECT_THAT( dry.told( "/reasons/0" ), HasSubstr( "s1b/fabric is put off" ) );
-   for( char const * wrong : { "lable=site:fra", "label=site", "waves=0", "soak=1x", "deadline=0s", "at-deadline=go",
-                               "dry-run=yes", "box=", "stay=-1s" } ) {
+   for( char const * wrong : { "", "dry-run=1", "all=1&box=s1a", "lable=site:fra", "label=site", "waves=0", "soak=1x",
+                               "deadline=0s", "at-deadline=go", "dry-run=yes", "box=", "stay=-1s" } ) {
       EXPECT_EQ( desk.post( std::string( "/v1/plans?" ) + wrong ).status, 400u ) << wrong;
    }
    EXPECT_EQ( desk.get( "/v1/plans" ).told( "/plans" ), "[]" );

@@ -80,6 +80,13 @@ TEST_F( FleetNetwork, aChangeIsOnRecordWithItsOperatorOrElseWhenceItCame ) {
    EXPECT_THAT( ::testing::internal::GetCapturedStderr(),
                 HasSubstr( "alice (" + client_ + "): POST /v1/brake: 200, brake on" ) );
    EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/brakes/0/by" ), "alice" );
+   // Whoever sends parameters as a form would have braked all sites.
+   for( char const * body : { "Content-Length: 8\r\n\r\nsite=fra", "Transfer-Encoding: chunked\r\n\r\n0\r\n" } ) {
+      EXPECT_THAT( answer( "POST", "/v1/brake", "Authorization: Bearer 0123456789abcdef\r\n" + std::string( body ) ),
+                   AllOf( StartsWith( "HTTP/1.1 400 " ), HasSubstr( "stand in its target" ) ) );
+   }
+   EXPECT_THAT( answer( "POST", "/v1/release", "Authorization: Bearer 0123456789abcdef\r\nContent-Length: 0\r\n" ),
+                StartsWith( "HTTP/1.1 200 OK\r\n" ) );
 }
 
 // A connection that is reset has no other end to be asked for any more, and what it sent before is read all the same.
