@@ -37,9 +37,8 @@ class Feed::Stream final : public Host::HttpStream {
          text += eventText( "fleet", withMember( now(), feed_.fleet_ ) );
       }
       text += boxes( bytes );
-      bool const quiet = feed_.parts_.now() >= toldAt_ + commentSeconds;
-      if( text.empty() && quiet ) text = ": nothing new\n\n";
-      if( !text.empty() ) toldAt_ = feed_.parts_.now();
+      if( text.empty() && quiet() ) text = ": nothing new\n\n";
+      if( !text.empty() ) toldAt_ = feed_.refreshes_;
       waiting_ = text.empty();
       return text;
    }
@@ -48,13 +47,14 @@ class Feed::Stream final : public Host::HttpStream {
 
    void handleRefresh() {
       bool const news = fleet_ != feed_.fleetVersion_ || place_ != feed_.version_ || inventory_ != feed_.inventory_;
-      bool const quiet = feed_.parts_.now() >= toldAt_ + commentSeconds;
-      if( !waiting_ || !( news || quiet ) ) return;
+      if( !waiting_ || !( news || quiet() ) ) return;
       waiting_ = false;
       if( more_ ) more_();
    }
 
  private:
+   // A refresh is a second.
+   [[nodiscard]] bool quiet() const { return feed_.refreshes_ >= toldAt_ + commentSeconds; }
    [[nodiscard]] std::string now() const { return "\"now\":" + timeText( feed_.parts_.now() ); }
 
    std::string boxes( std::size_t bytes ) {
@@ -75,7 +75,7 @@ class Feed::Stream final : public Host::HttpStream {
    uint64_t fleet_ = 0;      // version that it was told
    uint64_t place_ = 0;      // all changes of boxes up to this one
    uint64_t inventory_ = 0;  // that those are of; 0: of none yet
-   double toldAt_ = 0;       // s, Unix time
+   uint64_t toldAt_ = 0;     // refresh, when it was told anything
    bool waiting_ = false;
    std::function<void()> more_;
 };
@@ -95,7 +95,9 @@ std::shared_ptr<Host::HttpStream> Feed::stream() {
 }
 
 void Feed::handleTurn() {
-   if( streams_.empty() || parts_.now() < refreshedAt_ + 1 ) return;
+   ++turns_;
+   bool const early = parts_.now() < refreshedAt_ + 1 && turns_ < standingTurns;
+   if( streams_.empty() || early ) return;
    refresh();
    for( Stream * stream : streams_ ) stream->handleRefresh();
 }
@@ -110,6 +112,8 @@ void Feed::handleInventory() {
 void Feed::refresh() {
    if( inventory_ == 0 ) inventory_ = 1;
    refreshedAt_ = parts_.now();
+   ++refreshes_;
+   turns_ = 0;
    Survey const survey = surveyOf( parts_.dispatcher, refreshedAt_ );
    for( Survey::BoxLook const & look : survey.boxes ) refreshBox( look );
    json::object fleet = fleetView( parts_.dispatcher, survey, parts_.surroundings() );

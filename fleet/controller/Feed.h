@@ -34,13 +34,17 @@ class Feed {
    explicit Feed( Parts parts ) : parts_( std::move( parts ) ) {}
 
    [[nodiscard]] std::shared_ptr<Host::HttpStream> stream();
-   // Once a turn.
+   // Once a turn, twice a second.
    void handleTurn();
    void handleInventory();
 
-   static constexpr double commentSeconds = 15;
+   static constexpr uint64_t commentSeconds = 15;
 
  private:
+   // The owner's time stands still where his clock has gone back. That is to be told, too, and who listens is not to take
+   // the connection for dead: after so many turns there is something to look at even so.
+   static constexpr unsigned standingTurns = 4;
+
    class Stream;
 
    // What was told of a box last.
@@ -61,6 +65,8 @@ class Feed {
 
    Parts const parts_;
    double refreshedAt_ = 0;  // s, Unix time
+   unsigned turns_ = 0;      // since then
+   uint64_t refreshes_ = 0;  // so far
    uint64_t version_ = 0;    // of the latest change of a box
    uint64_t inventory_ = 0;  // how often it has changed
    std::string fleet_;       // JSON, but for the time

@@ -330,6 +330,19 @@ TEST_F( FleetDesk, aStreamTellsAllAtFirstAndThenOnlyWhatHasChanged ) {
    EXPECT_EQ( stream->next( 10'000 ), "" );
    desk.owner().inventoryIs( readInventory( "boxes: { s2a: { units: [ fabric ] } }", "fleet.yaml" ) );
    desk.feed().handleInventory();
+   // Whose clock goes back says so, and that he is there, while his time stands still.
+   desk.clockBack( 100 );
+   desk.advance( 5 );
+   EXPECT_THAT( stream->next( 10'000 ), HasSubstr( "the clock went back by 9" ) );
+   while( !stream->next( 10'000 ).empty() ) {
+   }
+   int const wokenBefore = woken;
+   desk.advance( 40 );
+   EXPECT_GT( woken, wokenBefore );
+   EXPECT_NE( stream->next( 10'000 ), "" );
+   desk.advance( 100 );
+   while( !stream->next( 10'000 ).empty() ) {
+   }
    desk.advance( 2 );
    EXPECT_THAT( stream->next( 10'000 ), AllOf( HasSubstr( "\"first\":true" ), Not( HasSubstr( "s1b" ) ) ) );
 }
