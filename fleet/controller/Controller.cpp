@@ -105,7 +105,7 @@ class Controller {
       awaitHangUp();
       awaitTurn();
       loop_.turn( [this] { owner_.turn(); } );
-      manager_.ready( [this] { return owner_.line(); } );
+      manager_.ready( [this] { return reloadTrouble_ + owner_.line(); } );
       loop_.run();
    }
 
@@ -157,9 +157,12 @@ class Controller {
          owner_.inventoryIs( std::move( inventory ) );
          api_.keysIs( std::move( keys ) );
          feed_.handleInventory();
+         reloadTrouble_.clear();
          Host::logLine( Severity::notice, "read again: " + options_.inventoryFile );
       } catch( std::runtime_error const & fault ) {
-         Host::logLine( Severity::error, std::string( "not read again, and all is as before: " ) + fault.what() );
+         std::string const text = std::string( "not read again, and all is as before: " ) + fault.what();
+         reloadTrouble_ = text + "; ";
+         Host::logLine( Severity::error, text );
       }
    }
 
@@ -172,6 +175,7 @@ class Controller {
    asio::signal_set hangUps_;  // from the start, as one that came earlier would end the process
    asio::steady_timer timer_;
    asio::steady_timer parting_;
+   std::string reloadTrouble_;  // with what parts it from what follows; empty when all was read
    NatsBroker broker_;
    Owner owner_;
    Feed feed_;
@@ -186,7 +190,7 @@ int serveFleet( ControllerOptions const & options, Inventory inventory, std::opt
    std::filesystem::create_directories( options.stateDirectory );
    SqliteMemory memory( options.stateDirectory + "/owner.db" );
    std::string const boxes = std::to_string( inventory.boxes().size() );
-   bool const changes = keys.has_value();
+   bool const changes = keys && !keys->empty();
    Controller controller( options, std::move( inventory ), std::move( keys ), memory, standardError );
    Host::logLine( Severity::notice, boxes + " boxes, serving at " + options.socket +
                                        ( options.listen.empty() ? "" : " and, over the network, " + options.listen ) +

@@ -41,8 +41,8 @@ class Feed {
    static constexpr uint64_t commentSeconds = 15;
 
  private:
-   // The owner's time stands still where his clock has gone back. That is to be told, too, and who listens is not to take
-   // the connection for dead: after so many turns there is something to look at even so.
+   // The owner's time stands still where his clock has gone back. That is to be told, too, and who listens is not to
+   // take the connection for dead: after so many turns there is something to look at even so.
    static constexpr unsigned standingTurns = 4;
 
    class Stream;

@@ -50,7 +50,6 @@ Keys::Keys( std::string_view text, std::string const & fileName ) {
          throw std::runtime_error( at + "a key has " + std::to_string( leastBytes ) + " characters or more" );
       keys_.push_back( { name, digestOf( key ) } );
    }
-   if( keys_.empty() ) throw std::runtime_error( fileName + ": there is no key in it" );
 }
 
 std::optional<std::string> Keys::ownerOf( std::string_view authorization ) const {

@@ -1,6 +1,7 @@
 // The keys with which operators change something over the network: a file with a line for each, "alice KEY".
 //
-// Blank lines and lines that begin with '#' are passed over. Not written into any log.
+// Blank lines and lines that begin with '#' are passed over. Not written into any log. A file without any key holds, and
+// lets nobody in: whoever takes the last line out wants just that.
 #pragma once
 
 #include <optional>
@@ -20,6 +21,7 @@ class Keys {
    // The same of its text.
    Keys( std::string_view text, std::string const & fileName );
 
+   [[nodiscard]] bool empty() const { return keys_.empty(); }
    // Whose key the field "Authorization: Bearer KEY" has; absent: nobody's. Takes as long whatever is wrong with it.
    [[nodiscard]] std::optional<std::string> ownerOf( std::string_view authorization ) const;
 

@@ -141,7 +141,9 @@ TEST_F( FleetDesk, overTheNetworkOnlyAnOperatorsKeyChangesAnything ) {
    EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/brakes" ), "[]" );
    EXPECT_EQ( desk.overNet( "POST", "/v1/brake", "bearer 0123456789abcdef" ).by, "alice" );
    EXPECT_EQ( desk.get( "/v1/fleet" ).told( "/brakes/0/by" ), "alice" );
-   for( char const * bad : { "", "alice", "alice short", "alice 0123456789abcdef more" } ) {
+   desk.api().keysIs( Keys( "# nobody any more\n", "keys" ) );
+   EXPECT_EQ( desk.overNet( "POST", "/v1/brake", "Bearer 0123456789abcdef" ).status, 401u );
+   for( char const * bad : { "alice", "alice short", "alice 0123456789abcdef more" } ) {
       EXPECT_THROW( Keys( bad, "keys" ), std::runtime_error ) << bad;
    }
 }
@@ -328,8 +330,6 @@ TEST_F( FleetDesk, aStreamTellsAllAtFirstAndThenOnlyWhatHasChanged ) {
    EXPECT_EQ( woken, 2 );
    EXPECT_THAT( stream->next( 10'000 ), AllOf( HasSubstr( "busy" ), HasSubstr( "s1b" ), Not( HasSubstr( "s1a" ) ) ) );
    EXPECT_EQ( stream->next( 10'000 ), "" );
-   desk.owner().inventoryIs( readInventory( "boxes: { s2a: { units: [ fabric ] } }", "fleet.yaml" ) );
-   desk.feed().handleInventory();
    // Whose clock goes back says so, and that he is there, while his time stands still.
    desk.clockBack( 100 );
    desk.advance( 5 );
@@ -343,6 +343,8 @@ TEST_F( FleetDesk, aStreamTellsAllAtFirstAndThenOnlyWhatHasChanged ) {
    desk.advance( 100 );
    while( !stream->next( 10'000 ).empty() ) {
    }
+   desk.owner().inventoryIs( readInventory( "boxes: { s2a: { units: [ fabric ] } }", "fleet.yaml" ) );
+   desk.feed().handleInventory();
    desk.advance( 2 );
    EXPECT_THAT( stream->next( 10'000 ), AllOf( HasSubstr( "\"first\":true" ), Not( HasSubstr( "s1b" ) ) ) );
 }
