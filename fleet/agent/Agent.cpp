@@ -136,11 +136,20 @@ int runAgent( AgentOptions const & options ) {
    std::signal( SIGPIPE, SIG_IGN );
    Host::StandardError standardError;
    AgentOptions given = options;
+   try {
+      NatsBroker const holds( options.broker );
+   } catch( std::runtime_error const & fault ) {
+      Host::logLine( Severity::error, fault.what() );
+      return 2;
+   }
    given.broker.told = []( std::string const & text ) { Host::logLine( Severity::notice, text ); };
    try {
       return serve( given );
    } catch( Kel::InternalException const & ) {
       std::terminate();
+   } catch( MemoryDamaged const & fault ) {
+      Host::logLine( Severity::error, fault.what() );
+      return 3;
    } catch( std::exception const & fault ) {
       Host::logLine( Severity::error, fault.what() );
       return 1;

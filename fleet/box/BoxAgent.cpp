@@ -24,7 +24,7 @@ uint64_t lifeFrom( std::string const & row ) {
    uint64_t life = 0;
    auto const read = std::from_chars( row.data(), row.data() + row.size(), life );
    if( read.ec == std::errc() && read.ptr == row.data() + row.size() ) return life;
-   throw MemoryFault( "the agent's memory cannot be read: life is \"" + row + "\"" );
+   throw MemoryDamaged( "the agent's memory cannot be read: life is \"" + row + "\"" );
 }
 
 bool isOn( Maintd::Unit const & unit ) { return unit.status.state == UnitState::active; }

@@ -209,6 +209,8 @@ int runController( ControllerOptions const & options ) {
    try {
       inventory = inventoryIn( options.inventoryFile );
       keys = keysIn( options.keyFile );
+      // Made and dropped: whether address, key and certificates hold is known before anything is opened.
+      NatsBroker const holds( options.broker );
    } catch( std::runtime_error const & fault ) {
       // Names the file itself, in each of its lines.
       std::cerr << fault.what() << "\n";
@@ -222,6 +224,9 @@ int runController( ControllerOptions const & options ) {
       std::terminate();
    } catch( Kel::RangeError const & ) {
       std::terminate();
+   } catch( MemoryDamaged const & fault ) {
+      Host::logLine( Severity::error, fault.what() );
+      return 3;
    } catch( std::exception const & fault ) {
       Host::logLine( Severity::error, fault.what() );
       return 1;

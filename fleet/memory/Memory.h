@@ -17,6 +17,12 @@ class MemoryFault : public std::runtime_error {
    using std::runtime_error::runtime_error;
 };
 
+// What is there is not what was kept, and trying again changes nothing about that: somebody has to look at it first.
+class MemoryDamaged : public MemoryFault {
+ public:
+   using MemoryFault::MemoryFault;
+};
+
 class Memory {
  public:
    using Rows = std::map<std::string, std::string>;

@@ -70,7 +70,10 @@ class SqliteMemory::Statement {
 };
 
 void SqliteMemory::fail( std::string const & what ) const {
-   throw MemoryFault( path_ + " cannot " + what + ": " + sqlite3_errmsg( db_.get() ) );
+   std::string const text = path_ + " cannot " + what + ": " + sqlite3_errmsg( db_.get() );
+   int const reason = sqlite3_errcode( db_.get() );
+   if( reason == SQLITE_NOTADB || reason == SQLITE_CORRUPT ) throw MemoryDamaged( text );
+   throw MemoryFault( text );
 }
 
 void SqliteMemory::run( char const * sql ) const {
@@ -106,11 +109,11 @@ void SqliteMemory::check() const {
          std::to_string( applicationId ) + "; PRAGMA user_version = " + std::to_string( layout ) + "; COMMIT";
       return run( sql.c_str() );
    }
-   if( id != applicationId ) throw MemoryFault( path_ + " is another program's" );
-   if( found > layout ) throw MemoryFault( path_ + " was written by a newer release" );
+   if( id != applicationId ) throw MemoryDamaged( path_ + " is another program's" );
+   if( found > layout ) throw MemoryDamaged( path_ + " was written by a newer release" );
    Statement whole( *this, "PRAGMA quick_check( 1 )" );
    if( !whole.step( "be read" ) || whole.text( 0 ) != "ok" )
-      throw MemoryFault( path_ + " is damaged: " + whole.text( 0 ) );
+      throw MemoryDamaged( path_ + " is damaged: " + whole.text( 0 ) );
 }
 
 Memory::Rows SqliteMemory::rows() const {

@@ -21,7 +21,7 @@ uint64_t numberFrom( std::string const & at, std::string const & text ) {
    uint64_t number = 0;
    auto const read = std::from_chars( text.data(), text.data() + text.size(), number );
    if( read.ec == std::errc() && read.ptr == text.data() + text.size() ) return number;
-   throw MemoryFault( "a row of the books cannot be read: " + at + " is \"" + text + "\"" );
+   throw MemoryDamaged( "a row of the books cannot be read: " + at + " is \"" + text + "\"" );
 }
 
 }  // namespace
@@ -44,14 +44,14 @@ void Books::read() {
          lastPlan = numberFrom( at, text );
       } else if( at.starts_with( slotKeys ) ) {
          auto const unit = unitNamed( name );
-         if( !unit ) throw MemoryFault( "a row of the books cannot be read: " + at + " is of no unit" );
+         if( !unit ) throw MemoryDamaged( "a row of the books cannot be read: " + at + " is of no unit" );
          slots[*unit] = slotFrom( at, text );
       } else if( at.starts_with( planKeys ) ) {
          plans[name] = planFrom( at, text );
       } else if( at.starts_with( brakeKeys ) ) {
          brakes[name] = brakeFrom( at, text );
       } else {
-         throw MemoryFault( "the books have a row \"" + at + "\" that this release does not know" );
+         throw MemoryDamaged( "the books have a row \"" + at + "\" that this release does not know" );
       }
    }
    lastNumber_ = lastNumber;

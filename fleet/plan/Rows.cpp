@@ -108,7 +108,7 @@ T read( std::string const & key, std::string_view text, T ( *from )( Object cons
       json::value const document = documentIn( text, key );
       return from( objectIn( document, key ) );
    } catch( BadDocument const & fault ) {
-      throw MemoryFault( std::string( "a row of the books cannot be read: " ) + fault.what() );
+      throw MemoryDamaged( std::string( "a row of the books cannot be read: " ) + fault.what() );
    }
 }
 
