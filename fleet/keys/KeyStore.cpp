@@ -139,10 +139,14 @@ void KeyStore::add( std::vector<std::string> const & boxes ) {
    writeAuthorization();
 }
 
-void KeyStore::revoke( std::string const & box ) {
-   if( !canBeBox( box ) || !has( box ) ) throw KeyFault( "box \"" + box + "\" has no key" );
-   for( std::string const & file : { path( box + std::string( publicEnding ) ), seedFile( box ) } ) {
-      if( unlink( file.c_str() ) != 0 && errno != ENOENT ) failOn( file, "removed" );
+void KeyStore::revoke( std::vector<std::string> const & boxes ) {
+   for( std::string const & box : boxes ) {
+      if( !canBeBox( box ) || !has( box ) ) throw KeyFault( "box \"" + box + "\" has no key; nothing is revoked" );
+   }
+   for( std::string const & box : boxes ) {
+      for( std::string const & file : { path( box + std::string( publicEnding ) ), seedFile( box ) } ) {
+         if( unlink( file.c_str() ) != 0 && errno != ENOENT ) failOn( file, "removed" );
+      }
    }
    writeAuthorization();
 }

@@ -31,8 +31,8 @@ class KeyStore {
    void init();
    // Of a box that has a key already, or cannot be called so, is an error, and then none of them is added.
    void add( std::vector<std::string> const & boxes );
-   // Its seed goes, too, where it still is here.
-   void revoke( std::string const & box );
+   // Where one of them has no key none is revoked. Their seeds go, too, where they still are here.
+   void revoke( std::vector<std::string> const & boxes );
    // By name, but for the owner's, which is the first.
    [[nodiscard]] std::vector<Entry> entries() const;
 

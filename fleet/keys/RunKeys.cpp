@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <iostream>
 
 #include "keys/KeyStore.h"
@@ -13,7 +14,8 @@ void initAndTell( KeyStore & keys, std::string const & directory ) {
    keys.init();
    std::cout << "The owner's key is in " << keys.seedFile( "owner" )
              << ".\nnats-server.conf is to have a line that includes " << keys.authorizationFile()
-             << ",\nby its path from there, as it takes no absolute one: include \"./fleet/authorization.conf\"\n"
+             << ",\nby its path from there, as it takes no absolute one. In /etc/nats-server.conf: include \"./"
+             << std::filesystem::absolute( keys.authorizationFile() ).lexically_relative( "/etc" ).string() << "\"\n"
              << "Then make a key for each box: maintfleet keys add --dir " << directory << " BOX...\n";
 }
 
@@ -26,10 +28,8 @@ void addAndTell( KeyStore & keys, std::vector<std::string> const & boxes ) {
 }
 
 void revokeAndTell( KeyStore & keys, std::vector<std::string> const & boxes ) {
-   for( std::string const & box : boxes ) {
-      keys.revoke( box );
-      std::cout << box << ": revoked\n";
-   }
+   keys.revoke( boxes );
+   for( std::string const & box : boxes ) std::cout << box << ": revoked\n";
    std::cout << "They are in until then. " << reread;
 }
 

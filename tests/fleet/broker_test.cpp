@@ -184,7 +184,9 @@ TEST_F( BrokerStory, nobodyGetsInWithoutAKeyThatHolds ) {
    std::string const publicPart = seed.substr( 0, seed.size() - 2 ) + "pub";
    std::filesystem::copy( seed, seed + ".kept" );
    std::filesystem::copy( publicPart, publicPart + ".kept" );
-   real.keys().revoke( "a" );
+   EXPECT_THROW( real.keys().revoke( { "a", "nosuch" } ), KeyFault );
+   EXPECT_EQ( real.keys().entries()[1].name, "a" ) << "revoked, and nobody was told to reload the broker";
+   real.keys().revoke( { "a" } );
    // Who has it keeps it.
    std::filesystem::rename( seed + ".kept", seed );
    real.reload();
