@@ -116,7 +116,8 @@ std::vector<std::string> waitedFor( Object const & fleet ) {
    std::vector<std::string> lines;
    for( char const * trouble : { "doubt", "broker" } ) {
       if( std::string const why = text( fleet, trouble ); !why.empty() )
-         lines.push_back( ( trouble == std::string( "broker" ) ? "the broker: " : "" ) + why );
+         lines.push_back(
+            ( trouble == std::string( "doubt" ) || why.starts_with( "the broker" ) ? "" : "the broker: " ) + why );
    }
    for( Object const * plan : rowsOf( fleet, "plans", isUnderWay ) ) {
       bool const paused = text( *plan, "state" ) == "paused";

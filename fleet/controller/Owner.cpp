@@ -158,8 +158,9 @@ void Owner::complain( std::string const & box, std::string const & what ) {
 
 Surroundings Owner::surroundings() const {
    Surroundings now{ .reachable = connected_ && found_ && rivals_.listened() };
-   if( !connected_ ) now.broker = parts_.broker.trouble();
-   if( connected_ && !now.reachable )
+   // Also where it is connected: what the broker refuses shows nowhere else.
+   now.broker = parts_.broker.trouble();
+   if( connected_ && !now.reachable && now.broker.empty() )
       now.broker = "it is asked what was ordered before, and whether there is another owner";
    now.trouble = memoryTrouble_;
    if( now.trouble.empty() ) now.trouble = clockTrouble_;

@@ -63,7 +63,7 @@ function findings( told, out ) {
       found.push( { tone: "bad", rank: 1, head: "The boxes cannot be reached", shape: "unknown",
                     text: [ `Nothing is granted; the broker: ${told.broker || "no reason is known"}` ] } );
    } else if( told.broker ) {
-      found.push( { tone: "warn", rank: 6, head: "The broker refuses something", text: [ `The broker: ${told.broker}` ] } );
+      found.push( { tone: "warn", rank: 6, head: "The broker refuses something", text: [ capital( told.broker ) ] } );
    }
    for( const brake of told.brakes ) {
       found.push( { tone: "warn", rank: 5, shape: "paused", head: `${capital( brakeName( brake.site ) )} is on`,

@@ -49,6 +49,7 @@ class Desk {
    void clockBack( double seconds ) { wall_ -= seconds; }
 
    void brokerIs( bool there ) { broker_.there = there; }
+   void brokerRefuses( std::string const & what ) { broker_.refusal = what; }
    void diskIs( bool good, bool readable = true ) {
       memory_.good = good;
       memory_.readable = readable;
@@ -66,13 +67,14 @@ class Desk {
  private:
    struct DeskBroker final : Broker {
       bool there = true;
+      std::string refusal;
       std::size_t sent = 0;
       std::map<std::string, std::string> values;
       std::vector<std::string> asked;
       std::vector<Letter> letters;
 
       [[nodiscard]] bool connected() const override { return there; }
-      [[nodiscard]] std::string trouble() const override { return there ? "" : "nobody answers"; }
+      [[nodiscard]] std::string trouble() const override { return there ? refusal : "nobody answers"; }
       bool put( std::string const & key, std::string const & text ) override {
          if( !there ) return false;
          // It hears what it says itself, as from the real one.

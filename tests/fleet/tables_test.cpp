@@ -69,6 +69,8 @@ TEST_F( FleetTables, statusSaysFirstWhatIsWaitedFor ) {
                        HasSubstr( id + "  running  1 of 2  0 of 2  eve" ),
                        HasSubstr( "pair: s1  at most 1 out  1 of 2  s1a/fabric (draining by " + id + ")" ) ) );
    desk.post( "/v1/brake" );
+   desk.brokerRefuses( "the broker refuses: Permissions Violation" );
+   EXPECT_THAT( status(), StartsWith( "waits for\n  the broker refuses: Permissions Violation\n" ) );
    desk.brokerIs( false );
    desk.advance( 1 );
    EXPECT_THAT( status(), AllOf( StartsWith( "waits for\n  the broker: nobody answers\n  " + id +
