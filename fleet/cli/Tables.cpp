@@ -19,8 +19,9 @@ using Cli::text;
 
 namespace {
 
-// As many names as somebody reads.
+// As many names, and as many units, as somebody reads.
 constexpr std::size_t mostTold = 10;
+constexpr std::size_t mostUnitsTold = 40;
 
 std::string of( double some, double all ) {
    return std::to_string( static_cast<long>( some ) ) + " of " + std::to_string( static_cast<long>( all ) );
@@ -56,8 +57,10 @@ std::string heardCell( Object const & row, char const * member, Clocks const & c
    return number( row, member ) ? Cli::agoCell( row, member, clocks ) : "never";
 }
 
+// None of none would read as if nothing were in the way.
 std::string settledCell( Object const & row, char const *, Clocks const & ) {
-   return of( number( row, "settled" ).value_or( 0 ), number( row, "interfaces" ).value_or( 0 ) );
+   double const all = number( row, "interfaces" ).value_or( 0 );
+   return all > 0 ? of( number( row, "settled" ).value_or( 0 ), all ) : "-";
 }
 
 constexpr Cli::Column planColumns[] = { { "PLAN", "plan", Cli::plainCell }, { "STATE", "state", Cli::plainCell },
@@ -77,6 +80,8 @@ constexpr Cli::Column memberColumns[] = {
 constexpr Cli::Column unitColumns[] = { { "UNIT", "unit", Cli::plainCell }, { "STATE", "state", Cli::wordCell },
                                         { "OUT", "out", Cli::yesCell },     { "QUIET", "settled", settledCell },
                                         { "READY", "ready", Cli::yesCell }, { "WHY", "why", Cli::plainCell } };
+constexpr Cli::Column outColumns[] = {
+   { "UNIT", "unit", Cli::plainCell }, { "STATE", "state", Cli::wordCell }, { "WHY", "why", Cli::plainCell } };
 constexpr Cli::Column unsettledColumns[] = { { "INTERFACE", "interface", Cli::plainCell },
                                              { "VERDICT", "verdict", Cli::wordCell },
                                              { "RATE", "bitsRate", Cli::rateCell },
@@ -105,6 +110,46 @@ std::vector<Object const *> rowsOf( Object const & answer, char const * member, 
       if( wanted( object( row ) ) ) rows.push_back( &object( row ) );
    }
    return rows;
+}
+
+// The units of a box, each with its box's name before its own where it is one of a fleet's. Of a silent box it is not
+// known how they are: somebody might pull a cable for what it said last.
+std::vector<Object> unitsOf( Object const & box, std::string const & before ) {
+   std::vector<Object> units;
+   for( auto const & unit : list( box, "units" ) ) {
+      Object & row = units.emplace_back( object( unit ) );
+      row["unit"] = before + text( row, "unit" );
+      if( !Cli::yes( box, "silent" ) ) continue;
+      std::string const last = text( row, "state" );
+      row["why"] = text( row, "why" ) + ( last == "unknown" ? "" : "; it was " + Cli::word( last ) );
+      row["state"] = "unknown";
+      row["ready"] = false;
+      row["interfaces"] = 0;
+   }
+   return units;
+}
+
+std::vector<Object const *> shownOf( std::vector<Object> const & rows ) {
+   std::vector<Object const *> shown;
+   std::ranges::transform( rows, std::back_inserter( shown ), []( Object const & row ) { return &row; } );
+   return shown;
+}
+
+// Those of boxes that are heard, what has gone wrong first: silent boxes have a list of their own.
+void printUnitsOut( std::ostream & out, Object const & boxes, double now ) {
+   std::vector<Object> units;
+   for( Object const * box :
+        rowsOf( boxes, "boxes", []( Object const & each ) { return !Cli::yes( each, "silent" ); } ) )
+      std::ranges::copy_if( unitsOf( *box, text( *box, "box" ) + "/" ), std::back_inserter( units ),
+                            []( Object const & unit ) { return Cli::yes( unit, "out" ); } );
+   auto const wrong = []( Object const & unit ) {
+      return text( unit, "state" ) == "failed" || Cli::yes( unit, "disturbed" );
+   };
+   std::stable_partition( units.begin(), units.end(), wrong );
+   std::size_t const all = units.size();
+   units.resize( std::min( all, mostUnitsTold ) );
+   printSection( out, "units that are out", outColumns, shownOf( units ), now );
+   if( all > units.size() ) out << "  and " << all - units.size() << " more\n";
 }
 
 bool isUnderWay( Object const & plan ) {
@@ -153,20 +198,15 @@ void printFleet( std::ostream & out, Object const & fleet, Object const * boxes 
    auto const any = []( Object const & ) { return true; };
    printSection( out, "brakes that are on", brakeColumns, rowsOf( fleet, "brakes", any ), now );
    printSection( out, "plans", planColumns, rowsOf( fleet, "plans", any ), now );
+   if( boxes ) printUnitsOut( out, *boxes, now );
    printSection(
       out, "groups that are full", fullColumns,
       rowsOf( fleet, "groups",
               []( Object const & group ) { return outCount( group ) >= number( group, "mayBeOut" ).value_or( 0 ); } ),
       now );
    if( !boxes ) return;
-   double const limit = 3 * number( fleet, "heartbeatSeconds" ).value_or( 0 );
    printSection( out, "boxes that are silent", silentColumns,
-                 rowsOf( *boxes, "boxes",
-                         [&]( Object const & box ) {
-                            auto const heard = number( box, "heard" );
-                            return !heard || now - *heard > limit;
-                         } ),
-                 now );
+                 rowsOf( *boxes, "boxes", []( Object const & box ) { return Cli::yes( box, "silent" ); } ), now );
 }
 
 void printPlan( std::ostream & out, Object const & plan, double now ) {
@@ -187,9 +227,7 @@ void printPlan( std::ostream & out, Object const & plan, double now ) {
       if( !members.is_array() ) throw Cli::WrongAnswer( "members has a wave that is no list" );
       for( auto const & member : members.get_array() ) rows.emplace_back( object( member ) )["wave"] = wave;
    }
-   std::vector<Object const *> shown;
-   std::ranges::transform( rows, std::back_inserter( shown ), []( Object const & row ) { return &row; } );
-   Cli::printTable( out, memberColumns, shown, clocksAt( now ) );
+   Cli::printTable( out, memberColumns, shownOf( rows ), clocksAt( now ) );
 }
 
 void printBox( std::ostream & out, Object const & box, double now ) {
@@ -198,7 +236,9 @@ void printBox( std::ostream & out, Object const & box, double now ) {
       out << "; " << std::string( label.key() ) << ": " << text( object( box.at( "labels" ) ), label.key_c_str() );
    out << "\n";
    if( std::string const trouble = text( box, "trouble" ); !trouble.empty() ) out << trouble << "\n";
-   Cli::printTable( out, unitColumns, list( box, "units" ), clocksAt( now ) );
+   auto const units = unitsOf( box, "" );
+   Cli::printTable( out, unitColumns, shownOf( units ), clocksAt( now ) );
+   if( Cli::yes( box, "silent" ) ) return;
    for( auto const & unit : list( box, "units" ) ) {
       auto const loud = rowsOf( object( unit ), "unsettled", []( Object const & ) { return true; } );
       printSection( out, ( text( object( unit ), "unit" ) + " waits for" ).c_str(), unsettledColumns, loud, now );
@@ -248,7 +288,8 @@ constexpr Needed fleetMembers[] = { { "now", Kind::number },
                                     { "counts", Kind::object },
                                     { "groups", Kind::list, &groupShape },
                                     { "plans", Kind::list, &planRowShape } };
-constexpr Needed boxMembers[] = { { "box", Kind::text }, { "labels", Kind::object }, { "units", Kind::list } };
+constexpr Needed boxMembers[] = {
+   { "box", Kind::text }, { "silent", Kind::flag }, { "labels", Kind::object }, { "units", Kind::list } };
 constexpr Cli::Shape boxRowShape{ boxMembers };
 constexpr Needed boxesMembers[] = { { "now", Kind::number }, { "boxes", Kind::list, &boxRowShape } };
 constexpr Needed canStopMembers[] = { { "canStop", Kind::flag }, { "groups", Kind::list }, { "why", Kind::texts } };

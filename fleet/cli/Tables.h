@@ -11,7 +11,7 @@
 
 namespace Fleet {
 
-// `boxes`: the answer to GET /v1/boxes; null where nobody is silent, and it was not asked for.
+// `boxes`: the answer to GET /v1/boxes; null where nothing is out, and it was not asked for.
 void printFleet( std::ostream & out, Cli::Object const & fleet, Cli::Object const * boxes );
 void printPlan( std::ostream & out, Cli::Object const & plan, double now );
 void printBox( std::ostream & out, Cli::Object const & box, double now );

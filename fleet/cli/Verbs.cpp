@@ -108,13 +108,14 @@ int statusOfFleet( Client const & client, VerbOptions const & options ) {
    Answer const fleet = client.get( { "fleet" }, fleetShape );
    if( !fleet.ok() || options.json ) return shown( fleet, options, []( auto &, auto & ) {} );
    Object const * const counts = ::Cli::inner( fleet.object(), "counts" );
-   bool const silent = ::Cli::number( *counts, "silent" ).value_or( 0 ) > 0;
-   // Of ten thousand boxes that is a long list, for nothing where all are heard.
+   // Of ten thousand boxes that is a long list, for nothing where all are in service.
    std::optional<Answer> boxes;
-   if( silent ) boxes = client.get( { "boxes" }, boxesShape );
-   return shown( fleet, options, [&]( std::ostream & out, Object const & answer ) {
-      printFleet( out, answer, boxes && boxes->ok() ? &boxes->object() : nullptr );
+   if( ::Cli::number( *counts, "out" ).value_or( 0 ) > 0 ) boxes = client.get( { "boxes" }, boxesShape );
+   bool const known = !boxes || boxes->ok();
+   int const status = shown( fleet, options, [&]( std::ostream & out, Object const & answer ) {
+      printFleet( out, answer, boxes && known ? &boxes->object() : nullptr );
    } );
+   return known ? status : complainOf( *boxes );
 }
 
 }  // namespace

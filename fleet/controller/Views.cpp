@@ -103,6 +103,7 @@ json::object viewOf( Survey::BoxLook const & look, More const & more ) {
    return { { "box", look.box->name },
             { "labels", std::move( labels ) },
             { "heard", look.heard ? numberView( look.heard->at ) : json::value() },
+            { "silent", look.silent },
             { "trouble", look.heard ? look.heard->status.trouble : "" },
             { "units", std::move( units ) } };
 }

@@ -55,6 +55,8 @@ void Desk::says( std::string const & box, UnitState state, std::string const & w
       its.state = state;
       its.ready = state == UnitState::inMaintenance;
       its.why = why;
+      its.interfaces = 4;
+      its.settled = its.ready ? 4 : 0;
    }
    arrives( "status." + box, textOf( status ) );
 }

@@ -43,6 +43,8 @@ class Desk {
    void says( std::string const & box, UnitState state = UnitState::active, std::string const & why = "" );
    // What has been wanted of a unit last, seen and carried out by its box.
    void obeys( std::string const & box, UnitState state );
+   // From now on.
+   void hushes( std::string const & box ) { statuses_.erase( box ); }
    void arrives( std::string const & key, std::string const & text ) { broker_.letters.push_back( { key, text } ); }
    // All boxes say what they said last, every ten seconds.
    void advance( double seconds );

@@ -78,6 +78,25 @@ TEST_F( FleetTables, statusSaysFirstWhatIsWaitedFor ) {
                                  HasSubstr( "brakes that are on" ) ) );
 }
 
+TEST_F( FleetTables, nothingThatHasGoneWrongAndNobodyThatIsSilentLooksAsIfItWereFine ) {
+   desk.says( "s1a", UnitState::failed, "hook 2 of 3 ended with 1" );
+   desk.says( "s2a", UnitState::entering );
+   desk.advance( 5 );
+   EXPECT_THAT( status(), HasSubstr( "units that are out\n  UNIT        STATE     WHY\n"
+                                     "  s1a/fabric  failed    failed: hook 2 of 3 ended with 1\n"
+                                     "  s2a/fabric  entering  draining\n\n" ) );
+   auto const box = [&] { return answer( "/v1/boxes/s1b", boxShape ); };
+   desk.says( "s1b", UnitState::inMaintenance );
+   desk.advance( 5 );
+   EXPECT_THAT( text( [&]( auto & out ) { printBox( out, box(), desk.owner().now() ); } ),
+                HasSubstr( "fabric  in maintenance  yes  4 of 4  yes    in maintenance\n" ) );
+   desk.hushes( "s1b" );
+   desk.advance( 60 );
+   EXPECT_THAT( text( [&]( auto & out ) { printBox( out, box(), desk.owner().now() ); } ),
+                HasSubstr( "fabric  unknown  yes  -      -      silent for 46 s; it was in maintenance\n" ) );
+   EXPECT_THAT( status(), AllOf( Not( HasSubstr( "  s1b/fabric  " ) ), HasSubstr( "\n  s1b  " ) ) );
+}
+
 TEST_F( FleetTables, aPlanABoxAndAQuestionAreToldWithTheirReasons ) {
    auto const dry = answer( "/v1/plans?label=pair:s1&waves=2&dry-run=1", layoutShape, "POST" );
    EXPECT_THAT( text( [&]( auto & out ) { printLayout( out, dry ); } ),
@@ -93,7 +112,7 @@ TEST_F( FleetTables, aPlanABoxAndAQuestionAreToldWithTheirReasons ) {
                        HasSubstr( "1     s1a/fabric  draining  5 s ago" ) ) );
    auto const box = answer( "/v1/boxes/s1a", boxShape );
    EXPECT_THAT( text( [&]( auto & out ) { printBox( out, box, now ); } ),
-                AllOf( StartsWith( "s1a, heard 0 s ago; pair: s1\n" ), HasSubstr( "fabric  entering  yes  0 of 0" ) ) );
+                AllOf( StartsWith( "s1a, heard 0 s ago; pair: s1\n" ), HasSubstr( "fabric  entering  yes  0 of 4" ) ) );
    auto const stop = answer( "/v1/can-stop?box=s1b", canStopShape );
    EXPECT_THAT( text( [&]( auto & out ) { printCanStop( out, stop ); } ),
                 AllOf( StartsWith( "no\n  pair: s1 would have 2 of 2 out, and has at most 1 out\n" ),
