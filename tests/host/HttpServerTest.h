@@ -23,7 +23,7 @@ class HttpServerTest : public ::testing::Test {
    HttpServerTest() {
       std::filesystem::remove_all( directory_ );
       std::filesystem::create_directory( directory_ );
-      limits_.idle = limits_.request = limits_.answer = limits_.parting = std::chrono::milliseconds( 5000 );
+      limits_.idle = limits_.request = limits_.answer = limits_.parting = std::chrono::seconds( 60 );
    }
    ~HttpServerTest() override { std::filesystem::remove_all( directory_ ); }
 
@@ -44,10 +44,10 @@ class HttpServerTest : public ::testing::Test {
       boost::asio::write( client, boost::asio::buffer( text ) );
       return client;
    }
-   // Lets the loop run until `done`, for ten seconds at most.
+   // Lets the loop run until `done`, for half a minute at most.
    template<class Done>
    bool runUntil( Done const & done ) {
-      auto const end = std::chrono::steady_clock::now() + std::chrono::seconds( 10 );
+      auto const end = std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
       while( !done() ) {
          if( std::chrono::steady_clock::now() > end ) return false;
          loop_.io().run_one_for( std::chrono::milliseconds( 10 ) );

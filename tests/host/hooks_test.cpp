@@ -29,6 +29,7 @@ using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 class Programs : public ::testing::Test {
  protected:
@@ -96,6 +97,11 @@ class Programs : public ::testing::Test {
       return found;
    }
    [[nodiscard]] bool exists( std::string const & name ) const { return fs::exists( path( name ) ); }
+   [[nodiscard]] std::string contents( std::string const & name ) const {
+      std::stringstream text;
+      text << std::ifstream( path( name ) ).rdbuf();
+      return text.str();
+   }
 
    Kel::ActivityLoop activity_;
    AsioLoop loop_;
@@ -212,12 +218,13 @@ TEST_F( Programs, leaveNothingRunningHoweverTheyForkAway ) {
 
 TEST_F( Programs, thatAreGivenUpEndPolitelyOrNot ) {
    auto const daemon = script( "trap '' TERM; echo $$ > " + path( "on" ) + "; while :; do sleep 0.05; done", "daemon" );
-   start( { script( "trap 'touch " + path( "said" ) + "; exit' TERM; setsid -f " + daemon +
-                    "; while :; do sleep 0.05; done" ) } );
-   ASSERT_TRUE( await( [this] { return exists( "on" ); } ) );
+   // It waits in the shell itself, which has a word in its ear at once: there are two seconds for that, however slow the
+   // machine is.
+   start( { script( "trap ': > " + path( "said" ) + "; exit' TERM; setsid -f " + daemon + "; sleep 100 & wait" ) } );
+   ASSERT_TRUE( await( [this] { return !contents( "on" ).empty(); } ) );
    auto const began = steady_clock::now();
    giveUp( "fabric" );
-   EXPECT_LT( steady_clock::now() - began, milliseconds( 1000 ) ) << "nobody waits for it";
+   EXPECT_THAT( left(), Not( IsEmpty() ) ) << "nobody waits for it";
    EXPECT_TRUE( await( [this] { return exists( "said" ); } ) );
    // The unit's next waits until the daemon has gone, and no longer.
    start( { script( "! kill -0 $( cat " + path( "on" ) + " )", "next" ) } );
@@ -235,8 +242,9 @@ TEST_F( Programs, endWithTheAgent ) {
    ASSERT_TRUE( await( [this] { return exists( "on1" ) && exists( "on2" ); } ) );
    auto const began = steady_clock::now();
    hooks_.reset();
-   EXPECT_LT( steady_clock::now() - began, milliseconds( 4500 ) );
-   EXPECT_THAT( left(), IsEmpty() );
+   EXPECT_LT( steady_clock::now() - began, milliseconds( 30'000 ) ) << "one sleeps for 100 s";
+   // The agent goes three seconds later at the latest, and the kernel may take longer than that.
+   EXPECT_TRUE( await( [this] { return left().empty(); } ) );
    pass( milliseconds( 50 ) );
    EXPECT_TRUE( over_.empty() ) << "nobody is there to be told";
 }
@@ -252,35 +260,35 @@ TEST_F( Programs, endWithAnAgentThatIsKilled ) {
    }
    waitpid( agent, nullptr, 0 );
    ASSERT_TRUE( exists( "on" ) );
-   EXPECT_FALSE( left().empty() );
    EXPECT_TRUE( await( [this] { return left().empty(); } ) );
 }
 
 TEST_F( Programs, thatFloodNeitherFillTheLogNorHoldUpTheLoop ) {
    start( { script( "exec yes" ) } );
-   milliseconds longest( 0 );
-   auto last = steady_clock::now();
+   // Of the processor: the time of the day also passes while others have it.
+   auto const used = [] {
+      timespec time{};
+      clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &time );
+      return static_cast<double>( time.tv_sec ) + 1e-9 * static_cast<double>( time.tv_nsec );
+   };
+   double longest = 0;  // s
+   double last = used();
    boost::asio::steady_timer tick( loop_.io() );
    std::function<void()> const again = [&] {
       tick.expires_after( milliseconds( 1 ) );
       tick.async_wait( [&]( auto error ) {
          if( error ) return;
-         longest = std::max( longest, std::chrono::duration_cast<milliseconds>( steady_clock::now() - last ) );
-         last = steady_clock::now();
+         longest = std::max( longest, used() - last );
+         last = used();
          again();
       } );
    };
    again();
-   timespec before{};
-   timespec after{};
    ASSERT_TRUE( await( [this] { return !lines_.empty() && lines_.back() == "the rest of its output is dropped"; } ) );
-   clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &before );
+   double const before = used();
    pass( milliseconds( 500 ) );
-   clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &after );
-   double const busy = static_cast<double>( after.tv_sec - before.tv_sec ) +
-                       1e-9 * static_cast<double>( after.tv_nsec - before.tv_nsec );
-   EXPECT_LT( busy, 0.25 ) << "s of 0.5";
-   EXPECT_LT( longest, milliseconds( 500 ) );
+   EXPECT_LT( used() - before, 0.25 ) << "s of 0.5";
+   EXPECT_LT( longest, 0.5 );
    EXPECT_EQ( lines_.size(), 32 * 1024 + 1u );
    EXPECT_EQ( lines_.back(), "the rest of its output is dropped" );
    tick.cancel();

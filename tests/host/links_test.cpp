@@ -91,11 +91,11 @@ class Links : public PrivateNetwork, public LinkListener, public TroubleListener
       reports_.clear();
    }
 
-   // Does this, and returns everything reported until the last report reads `last`; at most 5 s.
+   // Does this, and returns everything reported until the last report reads `last`; at most 20 s.
    std::vector<std::string> reportsAfter( std::string const & lines, std::string const & last ) {
       reports_.clear();
       if( !lines.empty() ) ip( lines );
-      auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds( 5 );
+      auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
       while( ( reports_.empty() || reports_.back() != last ) && std::chrono::steady_clock::now() < deadline ) {
          pollfd readable{ monitor_->fd(), POLLIN, 0 };
          if( poll( &readable, 1, 100 ) > 0 ) monitor_->handleReadable();

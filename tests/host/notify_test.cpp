@@ -39,8 +39,19 @@ class ServiceManagerTest : public ::testing::Test {
    void runFor( double seconds ) {
       boost::asio::steady_timer end( loop_.io(), std::chrono::milliseconds( static_cast<int>( seconds * 1000 ) ) );
       end.async_wait( [&]( auto ) { loop_.stop(); } );
+      boost::asio::steady_timer tick( loop_.io() );
+      countTicks( tick );
       loop_.io().restart();
       loop_.run();
+   }
+   // As signs of life are to be: the next one 0.1 s after the one before. On a machine that has no time there are fewer.
+   void countTicks( boost::asio::steady_timer & tick ) {
+      tick.expires_after( std::chrono::milliseconds( 100 ) );
+      tick.async_wait( [&]( auto error ) {
+         if( error ) return;
+         ++ticks_;
+         countTicks( tick );
+      } );
    }
 
    // All that came since it was asked last, but for the signs of life, which are counted.
@@ -62,6 +73,7 @@ class ServiceManagerTest : public ::testing::Test {
    TempDir const directory_;
    int const socket_ = socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
    int signsOfLife_ = 0;
+   int ticks_ = 0;
    std::string line_ = "1 unit, none in maintenance";
    int linesMade_ = 0;
    Kel::Ptr<Kel::Clock> const clock_{ new ShiftedClock( 0 ) };
@@ -89,7 +101,8 @@ TEST_F( ServiceManagerTest, hearsOfTheLifeOfAnAgent ) {
    runFor( 1.1 );
    EXPECT_EQ( heard(), Messages{ "STATUS=fabric 99/100 quiet" } );
    EXPECT_EQ( linesMade_, 2 );
-   EXPECT_GE( signsOfLife_, 8 );  // one each 0.1 s
+   EXPECT_GE( signsOfLife_, ticks_ - 1 );
+   EXPECT_GE( signsOfLife_, 2 );  // one of them at once
    manager.reloading();
    manager.reloaded();
    auto const reload = heard();

@@ -7,6 +7,7 @@ namespace Host {
 namespace {
 
 using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -75,6 +76,22 @@ class HttpStreams : public HttpServerTest {
       EXPECT_TRUE( runUntil( [&] { return drained( client, text ) || text.ends_with( end ); } ) ) << text;
       return text;
    }
+   // Reads a piece each 20 ms until the end, and returns the longest time between two: where the machine has other things
+   // to do it may be as long as that of someone who has stopped reading.
+   milliseconds readSlowly( Protocol::socket & client, std::string & text ) {
+      milliseconds longest( 0 );
+      auto last = steady_clock::now();
+      EXPECT_TRUE( runUntil( [&] {
+         loop_.io().run_for( milliseconds( 10 ) );
+         longest = std::max( longest, std::chrono::duration_cast<milliseconds>( steady_clock::now() - last ) );
+         last = steady_clock::now();
+         char piece[30'000];
+         boost::system::error_code error;
+         text.append( piece, client.read_some( boost::asio::buffer( piece ), error ) );
+         return error && error != boost::asio::error::would_block;
+      } ) );
+      return longest;
+   }
    LineSource lines_;
 };
 
@@ -130,16 +147,13 @@ TEST_F( HttpStreams, ofWhoDoesNotReadAreNotAskedForMoreAndCutOff ) {
    EXPECT_THAT( rest, Not( EndsWith( "0\r\n\r\n" ) ) );
 
    // Whoever reads a little now and then takes long, and gets all.
-   auto slow = asking( watch );
    lines_.over = true;
    std::string text;
-   ASSERT_TRUE( runUntil( [&] {
-      loop_.io().run_for( milliseconds( 10 ) );
-      char piece[30'000];
-      boost::system::error_code error;
-      text.append( piece, slow.read_some( boost::asio::buffer( piece ), error ) );
-      return error == boost::asio::error::eof;
-   } ) );
+   for( int attempt = 0; attempt < 10; ++attempt ) {
+      auto slow = asking( watch );
+      text.clear();
+      if( readSlowly( slow, text ) < limits_.answer / 2 ) break;
+   }
    EXPECT_GT( text.size(), 1'000'000u );
    EXPECT_THAT( text, EndsWith( "0\r\n\r\n" ) );
 }

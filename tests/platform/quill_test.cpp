@@ -104,21 +104,21 @@ bool whole( std::optional<CounterTable::Entry> const & entry ) {
           row.readTime == static_cast<double>( octets );
 }
 
-// Does `work` again and again and interrupts it at whatever instruction with `meanwhile`, 3000 times.
+// Does `work` again and again and interrupts it at whatever instruction with `meanwhile`, 3000 times: each time anew when
+// the last one is over, so that it goes on in between however long that takes.
 void interrupted( std::function<void()> const & work, std::function<void()> const & meanwhile ) {
    static std::function<void()> const * handler;
    static volatile sig_atomic_t left;
+   static itimerval const soon{ .it_interval = {}, .it_value = { .tv_sec = 0, .tv_usec = 30 } };
    handler = &meanwhile;
    left = 3000;
    auto const former = ::signal( SIGALRM, []( int ) {
       ( *handler )();
       left = left - 1;
+      if( left > 0 ) ::setitimer( ITIMER_REAL, &soon, nullptr );
    } );
-   itimerval timer{ { 0, 30 }, { 0, 30 } };
-   ::setitimer( ITIMER_REAL, &timer, nullptr );
+   ::setitimer( ITIMER_REAL, &soon, nullptr );
    while( left > 0 ) work();
-   timer = {};
-   ::setitimer( ITIMER_REAL, &timer, nullptr );
    ::signal( SIGALRM, former );
 }
 
