@@ -118,7 +118,7 @@ COMP_LINE=${COMP_LINE// : /:}; COMP_CWORD=$(( ${#COMP_WORDS[@]} - 1 )); _maintct
 ZSH = r"""zmodload zsh/zpty
 zpty shell zsh -f -i
 drain() { local text; while zpty -r -t shell text; do seen+=$text; done; sleep 0.1; }
-wait_for() { local i; for i in {1..100}; do drain; [[ $seen == *$1* ]] && return; done; }
+wait_for() { local i; for i in {1..300}; do drain; [[ $seen == *$1* ]] && return; done; }
 zpty -w shell "PS1=; fpath=( $1 \$fpath ); autoload -Uz compinit; compinit -u -D; path=( $2 \$path ); setopt no_list_ambiguous; echo prepa''red"
 wait_for prepared
 seen=''
@@ -131,20 +131,25 @@ def check_completion(prefix, socket, units):
     bash, zsh = prefix / "share/bash-completion/completions/maintctl", prefix / "share/zsh/vendor-completions"
     maintctl = str(prefix / "bin/maintctl")
 
-    def completed(*words):
-        return output("bash", "-c", BASH, "bash", str(bash), "maintctl", maintctl, "--socket", socket, *words).split()
+    def completes(what, words, wanted):
+        # The shell waits for two seconds and does without then: on a busy machine it is asked again.
+        for _ in range(5):
+            found = output("bash", "-c", BASH, "bash", str(bash), "maintctl", maintctl, "--socket", socket, *words).split()
+            if found == wanted:
+                return
+        holds(False, f"bash completes {what}: {found}")
 
-    holds(completed("enter", "") == units, f"bash completes units: {completed('enter', '')}")
-    holds(completed("en") == ["enter"], f"bash completes en: {completed('en')}")
-    holds(completed("enter", "--dr") == ["--dry-run"], f"bash completes --dr: {completed('enter', '--dr')}")
+    completes("units", ("enter", ""), units)
+    completes("en", ("en",), ["enter"])
+    completes("--dr", ("enter", "--dr"), ["--dry-run"])
     if not units:
         return
-    holds(completed("enter", "fa") == ["fabric"], f"bash completes fa: {completed('enter', 'fa')}")
-    holds(completed("explain", "lo") == ["lo1", "lo2"], f"bash completes lo: {completed('explain', 'lo')}")
-    holds(completed("enter", "fabric", "--without", "lo1") == ["lo1"], "bash does not complete an interface of a unit")
+    completes("fa", ("enter", "fa"), ["fabric"])
+    completes("lo", ("explain", "lo"), ["lo1", "lo2"])
+    completes("an interface of a unit", ("enter", "fabric", "--without", "lo1"), ["lo1"])
     # Readline gives what stands before and behind a colon as words of their own, and wants only what is behind it.
-    holds(completed("enter", "pod", ":", "") == ["7"], f"bash completes pod: {completed('enter', 'pod', ':', '')}")
-    holds(completed("enter", "pod", ":", "7", "--without", "lo1") == ["lo1"], "bash does not complete an interface of pod:7")
+    completes("pod:", ("enter", "pod", ":", ""), ["7"])
+    completes("an interface of pod:7", ("enter", "pod", ":", "7", "--without", "lo1"), ["lo1"])
     said = output("zsh", "-f", "-c", ZSH, "zsh", str(zsh), str(prefix / "bin"), f"maintctl --socket {socket} enter rack", "rack-12")
     holds("rack-12" in said, f"zsh completes rack: {said!r}")
 
@@ -153,7 +158,9 @@ def check_live(prefix, directory):
     socket, config = str(directory / "control.sock"), directory / "maintd.yaml"
     config.write_text(CONFIG)
     check_completion(prefix, socket, [])  # nobody answers, and nobody complains
-    maintd = subprocess.Popen((prefix / "sbin/maintd", "--config", config, "--socket", socket, "--state", directory / "state"),
+    # In a network namespace of its own: a maintd of the machine, or of another test, has that of everyone.
+    alone = ("unshare", "--user", "--map-root-user", "--net")
+    maintd = subprocess.Popen((*alone, prefix / "sbin/maintd", "--config", config, "--socket", socket, "--state", directory / "state"),
                               stderr=subprocess.DEVNULL)
     try:
         for _ in range(200):
