@@ -120,6 +120,7 @@ class Dispatcher {
    // Whether boxes that are silent may be so because nobody could hear them.
    [[nodiscard]] bool listening( double now ) const;
    [[nodiscard]] std::string brakeOn( UnitName const & unit ) const;
+   [[nodiscard]] std::vector<std::string> brakesOn( Plan const & plan ) const;
    [[nodiscard]] Plan planUnderWay( std::string const & id ) const;
    [[nodiscard]] Census censusAt( double now ) const;
    [[nodiscard]] std::vector<UnitName> outOf( Group const & group, double now ) const;

@@ -156,7 +156,14 @@ void Dispatcher::advance( Plan & plan, Census & census, double now ) {
 
 std::vector<std::string> Dispatcher::waitsFor( Plan const & plan, double now ) const {
    if( plan.over() ) return {};
-   if( plan.state == PlanState::paused ) return { plan.why };
+   if( plan.state == PlanState::paused ) {
+      // Whatever it was paused for, it cannot be resumed while a brake is on.
+      std::vector<std::string> reasons{ plan.why };
+      for( std::string & brake : brakesOn( plan ) ) {
+         if( brake != plan.why ) reasons.push_back( std::move( brake ) );
+      }
+      return reasons;
+   }
    if( !doubt().empty() ) return { doubt() };
    if( plan.soakedFrom ) {
       // Whoever asks may be a little behind, and is to hear of no soak that nobody asked for.

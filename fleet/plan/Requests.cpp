@@ -34,14 +34,26 @@ std::string brakeNamed( std::string const & site ) {
    return site.empty() ? "the brake of all sites" : "the brake of site " + site;
 }
 
+std::string brakeSaid( std::string const & site, Brake const & brake ) {
+   return brakeNamed( site ) + " is on, by " + brake.by;
+}
+
 }  // namespace
 
 std::string Dispatcher::brakeOn( UnitName const & unit ) const {
    Box const * const box = inventory_.box( unit.box );
    for( auto const & [site, brake] : books_.brakes() ) {
-      if( site.empty() || ( box && isOfSite( *box, site ) ) ) return brakeNamed( site ) + " is on, by " + brake.by;
+      if( site.empty() || ( box && isOfSite( *box, site ) ) ) return brakeSaid( site, brake );
    }
    return {};
+}
+
+std::vector<std::string> Dispatcher::brakesOn( Plan const & plan ) const {
+   std::vector<std::string> on;
+   for( auto const & [site, brake] : books_.brakes() ) {
+      if( touchesSite( inventory_, plan, site ) ) on.push_back( brakeSaid( site, brake ) );
+   }
+   return on;
 }
 
 std::string Dispatcher::planMade( PlanRequest const & request, double now ) {
@@ -110,12 +122,8 @@ void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> cons
       } );
       if( !known ) throw Refused( unit.text() + " is not in " + id );
    }
-   // Of all of them first: to take a member up again may give an order.
-   for( Wave const & wave : plan.waves ) {
-      for( Member const & member : wave ) {
-         if( std::string const brake = brakeOn( member.unit ); !brake.empty() ) throw Refused( brake );
-      }
-   }
+   // Before any member is taken up again, which may give an order.
+   if( auto const on = brakesOn( plan ); !on.empty() ) throw Refused( on.front() );
    for( Wave & wave : plan.waves ) {
       for( Member & member : wave ) {
          member.fault.clear();
@@ -197,8 +205,9 @@ void Dispatcher::braked( std::string const & site, std::string const & by, doubl
    if( !site.empty() && std::ranges::none_of( boxes, [&]( Box const & box ) { return isOfSite( box, site ); } ) ) {
       throw Refused( "no box is of site \"" + site + "\"" );
    }
-   std::string const said = brakeNamed( site ) + " is on, by " + by;
-   books_.brakeIs( site, { by, now } );
+   Brake const brake{ by, now };
+   std::string const said = brakeSaid( site, brake );
+   books_.brakeIs( site, brake );
    toTell_.push_back( said );
    auto const plans = books_.plans();
    for( auto [id, plan] : plans ) {
@@ -210,8 +219,17 @@ void Dispatcher::braked( std::string const & site, std::string const & by, doubl
 }
 
 void Dispatcher::unbraked( std::string const & site ) {
-   if( !books_.brakes().contains( site ) ) throw Refused( brakeNamed( site ) + " is not on" );
+   auto const on = books_.brakes().find( site );
+   if( on == books_.brakes().end() ) throw Refused( brakeNamed( site ) + " is not on" );
+   std::string const said = brakeSaid( site, on->second );
    books_.brakeDel( site );
+   // Whoever asks what such a plan waits for is not to look for a brake that is on no longer.
+   auto const plans = books_.plans();
+   for( auto [id, plan] : plans ) {
+      if( plan.state != PlanState::paused || plan.why != said ) continue;
+      plan.why = brakeNamed( site ) + " was on, and is released";
+      books_.planIs( plan );
+   }
    toTell_.push_back( brakeNamed( site ) + " is off" );
    keep();
 }

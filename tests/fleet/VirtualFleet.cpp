@@ -279,6 +279,32 @@ std::string VirtualFleet::plan( PlanRequest const & request ) {
 
 Plan const & VirtualFleet::planOf( std::string const & id ) const { return owner_->books().plans().at( id ); }
 
+void VirtualFleet::brakeIs( std::string const & site, bool on ) {
+   if( !on ) brakes_.erase( site );
+   // Whoever gets no answer asks again.
+   do {
+      ask( [&]( Dispatcher & owner ) {
+         // What was ordered up to now was ordered without it, also by one who has died since.
+         judgeBraked();
+         bool const was = owner.books().brakes().contains( site );
+         if( on && !was ) owner.braked( site, "bob", now_ );
+         if( !on && was ) owner.unbraked( site );
+      } );
+   } while( !owner_ );
+   if( on ) brakes_.insert( site );
+}
+
+bool VirtualFleet::isBraked( Plan const & plan ) const {
+   for( Wave const & wave : plan.waves ) {
+      for( Member const & member : wave ) {
+         auto const & labels = known_.box( member.unit.box )->labels;
+         auto const site = labels.find( "site" );
+         if( brakes_.contains( "" ) || ( site != labels.end() && brakes_.contains( site->second ) ) ) return true;
+      }
+   }
+   return false;
+}
+
 void VirtualFleet::kill() {
    owner_.reset();
    ownerBack_ = now_ + upTo( 20 );
@@ -330,6 +356,17 @@ void VirtualFleet::judge() {
       broken.push_back( group.name + " has " + group.budget.text() + ", and out are" + who );
    }
    judgeClosed();
+   judgeBraked();
+}
+
+void VirtualFleet::judgeBraked() {
+   if( !owner_ ) return;
+   for( auto const & [unit, slot] : owner_->books().slots() ) {
+      if( slot.order.number <= newest_ || slot.order.plan.empty() || !isBraked( planOf( slot.order.plan ) ) ) continue;
+      broken.push_back( slot.order.plan + " orders " + unit.text() + " to " + std::string( nameOf( slot.order.want ) ) +
+                        " under a brake" );
+   }
+   newest_ = owner_->books().lastNumber();
 }
 
 // A slot that has just been closed: its unit is in service, and its box will do nothing more for the order.

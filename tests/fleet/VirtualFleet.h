@@ -2,9 +2,9 @@
 // that loses, repeats, reorders and delays what it is given. Owner and agents can die at any write to their memory, and
 // start again with what was kept.
 //
-// It holds the three promises against what really is the case, at every step: no group has more units out than its
-// budget allows, no order is carried out twice, and a unit that counts as back in service is in service. What does not
-// hold is in `broken`, in words.
+// It holds the promises against what really is the case, at every step: no group has more units out than its budget
+// allows, no order is carried out twice, a unit that counts as back in service is in service, and no plan orders
+// anything while a brake is on for one of its units. What does not hold is in `broken`, in words.
 #pragma once
 
 #include <deque>
@@ -82,6 +82,10 @@ class VirtualFleet final : public Dispatcher::Outlet {
    void ask( std::function<void( Dispatcher & )> const & what );
    [[nodiscard]] std::string plan( PlanRequest const & request );  // its id; empty when the owner died of it
    [[nodiscard]] Plan const & planOf( std::string const & id ) const;
+   // Puts a brake on, or releases it, where that is not so already.
+   void brakeIs( std::string const & site, bool on );
+   // Has a unit of a site of which it was said that its brake is on.
+   [[nodiscard]] bool isBraked( Plan const & plan ) const;
 
    // By hand, on the box.
    void trafficLeaves( std::string const & box );
@@ -126,6 +130,7 @@ class VirtualFleet final : public Dispatcher::Outlet {
    void post( Letter letter );
    void judge();
    void judgeClosed();
+   void judgeBraked();
 
    std::mt19937 random_;
    std::string const inventory_;
@@ -139,8 +144,10 @@ class VirtualFleet final : public Dispatcher::Outlet {
    std::map<std::string, std::string> desired_;  // as the broker has it
    bool broker_ = true;
    double brokerBack_ = 0;
-   double ownerReaches_ = 0;  // the broker, from then on
-   std::set<UnitName> open_;  // slots, at the last step
+   double ownerReaches_ = 0;       // the broker, from then on
+   std::set<UnitName> open_;       // slots, at the last step
+   std::set<std::string> brakes_;  // sites of which the owner has said that their brake is on
+   uint64_t newest_ = 0;           // order that was judged
 };
 
 }  // namespace FleetTest

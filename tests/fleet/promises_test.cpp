@@ -1,6 +1,7 @@
 // The promises of the fleet, held against random plans on a fleet in which everything goes wrong that can.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
@@ -59,16 +60,40 @@ Trouble randomTrouble( std::mt19937 & random ) {
             .skew = either( 60 ) };
 }
 
+// Under a brake a plan stands still, says which brake, and is not to be resumed.
+void expectHeld( VirtualFleet & fleet, Plan const & plan ) {
+   EXPECT_EQ( plan.state, PlanState::paused ) << plan.id;
+   auto const says = fleet.owner()->waitsFor( plan, fleet.now() );
+   EXPECT_TRUE( std::ranges::any_of( says,
+                                     []( std::string const & text ) {
+                                        return text.starts_with( "the brake of " ) &&
+                                               text.ends_with( " is on, by bob" );
+                                     } ) )
+      << plan.id << ": " << testing::PrintToString( says );
+   EXPECT_THROW( fleet.ask( [&]( Dispatcher & owner ) { owner.planResumed( plan.id, {}, fleet.now() ); } ), Refused )
+      << plan.id;
+}
+
 // What an operator does with plans that have stopped: sees to traffic and to what was taken out by hand, and goes on.
 void resumeAll( VirtualFleet & fleet ) {
    if( !fleet.owner() ) return;
    for( Box const & box : fleet.owner()->inventory().boxes() ) fleet.tidied( box.name );
    auto const plans = fleet.owner()->books().plans();
    for( auto const & [id, plan] : plans ) {
+      if( !plan.over() && fleet.owner() && fleet.isBraked( plan ) ) {
+         expectHeld( fleet, plan );
+         continue;
+      }
       if( plan.state != PlanState::paused || !fleet.owner() ) continue;
       EXPECT_NE( plan.why, "" ) << id;
       fleet.ask( [&, &id = id]( Dispatcher & owner ) { owner.planResumed( id, {}, fleet.now() ); } );
    }
+}
+
+void brakeOrRelease( VirtualFleet & fleet, std::mt19937 & random ) {
+   char const * const sites[] = { "", "fra", "ams" };
+   char const * const site = sites[std::uniform_int_distribution<std::size_t>( 0, 2 )( random )];
+   fleet.brakeIs( site, std::bernoulli_distribution( 0.4 )( random ) );
 }
 
 // Adds to how many plans there were.
@@ -82,15 +107,19 @@ void oneLife( unsigned seed, std::size_t & plans ) {
       try {
          static_cast<void>( fleet.plan( randomRequest( random ) ) );
       } catch( Refused const & ) {
-         // Its units are in another plan that is under way.
+         // Its units are in another plan that is under way, or a brake is on.
       }
-      fleet.advance( std::uniform_real_distribution<double>( 10, 200 )( random ) );
+      fleet.advance( std::uniform_real_distribution<double>( 0, 60 )( random ) );
+      brakeOrRelease( fleet, random );
+      fleet.advance( std::uniform_real_distribution<double>( 10, 140 )( random ) );
       if( std::bernoulli_distribution( 0.5 )( random ) ) resumeAll( fleet );
    }
    ASSERT_EQ( fleet.broken, std::vector<std::string>() );
 
    // Everything is well again, and somebody looks after it: then every plan comes to its end.
    fleet.trouble = {};
+   fleet.advance( 60 );
+   for( char const * const site : { "", "fra", "ams" } ) fleet.brakeIs( site, false );
    for( int hour = 0; hour < 30; ++hour ) {
       fleet.advance( 120 );
       resumeAll( fleet );

@@ -121,9 +121,14 @@ TEST_F( FleetStory, oneBrakeStopsEveryPlanOfASiteAndGoingOnIsAPersonsDecision ) 
                  static_cast<void>( owner.planMade( of( { .boxes = { "s1b" } }, "1" ), fleet.now() ) );
               } ),
               "the brake of site fra is on, by bob" );
-   fleet.ask( [&]( Dispatcher & owner ) { owner.unbraked( "fra" ); } );
+   fleet.ask( [&]( Dispatcher & owner ) { owner.braked( "", "eve", fleet.now() ); } );
+   EXPECT_EQ( waits( fra ), "the brake of site fra is on, by bob; the brake of all sites is on, by eve" );
+   for( char const * const site : { "", "fra" } ) {
+      fleet.ask( [&]( Dispatcher & owner ) { owner.unbraked( site ); } );
+   }
    fleet.advance( 60 );
-   EXPECT_EQ( fleet.planOf( fra ).state, PlanState::paused );
+   EXPECT_EQ( stateOf( fra ), "paused: the brake of site fra was on, and is released" );
+   EXPECT_EQ( waits( fra ), "the brake of site fra was on, and is released" );
    resume( fra );
    fleet.advance( 200 );
    EXPECT_EQ( stateOf( fra ), "finished" );
