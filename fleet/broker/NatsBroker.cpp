@@ -92,7 +92,6 @@ void NatsBroker::setUpOptions() {
    char const * const what = "preparing a connection";
    held( natsOptions_SetURL( made, address_.url().c_str() ), what );
    held( natsOptions_SetName( made, isOwner() ? ownerName.data() : options_.box.c_str() ), what );
-   held( natsOptions_SetTimeout( made, attemptSeconds * 1000 ), what );
    held( natsOptions_SetMaxReconnect( made, -1 ), what );
    held( natsOptions_SetReconnectWait( made, 0 ), what );
    held( natsOptions_SetReconnectJitter( made, jitter, jitter ), what );
@@ -146,7 +145,7 @@ void NatsBroker::stateIs( State state, std::string const & trouble ) {
 
 void NatsBroker::look() {
    if( !connection_ ) {
-      if( Clock::now() >= due_ ) open();
+      if( Clock::now() >= due_ && ( !reach_ || reach_->answered() ) ) open();
       return;
    }
    natsConnStatus const status = natsConnection_Status( connection_.get() );
@@ -163,11 +162,13 @@ void NatsBroker::look() {
 void NatsBroker::open() {
    dropped_ = 0;
    reconnects_ = 0;
-   // Only the first attempt of a connection says why it has failed. If that is because nobody answers, libnats goes on
-   // trying.
-   int status = attempt( false );
+   // Only the first attempt of a connection says why it has failed. If that is because the broker's machine refuses,
+   // which takes no time, libnats goes on trying.
+   int status = attempt( false, reach_ ? attemptMilliseconds : firstMilliseconds );
    std::string const why = lastErrorHere();
-   if( status == NATS_NO_SERVER || status == NATS_TIMEOUT ) status = attempt( true );
+   reach_.reset();
+   if( status == NATS_TIMEOUT ) reach_.emplace( address_ );
+   if( status == NATS_NO_SERVER ) status = attempt( true, attemptMilliseconds );
    if( !connection_ ) return close( why );
    if( status != NATS_OK ) stateIs( State::away, why );
    try {
@@ -181,10 +182,11 @@ void NatsBroker::open() {
    }
 }
 
-int NatsBroker::attempt( bool untilItIsThere ) {
+int NatsBroker::attempt( bool untilItIsThere, int milliseconds ) {
    // Without a function it would wait here until it is connected.
    natsConnectionHandler const nothing = []( natsConnection *, void * ) {};
    natsConnection * made = nullptr;
+   held( natsOptions_SetTimeout( natsOptions_.get(), milliseconds ), "connecting" );
    held( natsOptions_SetRetryOnFailedConnect( natsOptions_.get(), untilItIsThere, nothing, nullptr ), "connecting" );
    natsStatus const status = natsConnection_Connect( &made, natsOptions_.get() );
    connection_.reset( made );

@@ -16,12 +16,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "broker/Address.h"
 #include "broker/Broker.h"
+#include "broker/Reach.h"
 
 struct __natsConnection;
 struct __natsMsg;
@@ -50,11 +52,14 @@ class NatsBroker final : public Broker {
    [[nodiscard]] std::string trouble() const override { return trouble_; }
    bool put( std::string const & key, std::string const & text ) override;
    void read( std::string const & key ) override;
-   // A connection that was never there, or was refused, is tried for in here, which may take twice `attemptSeconds`
-   // where the broker's machine does not answer at all; one that was lost comes back by itself.
+   // A connection that was never there, or was refused, is tried for in here. That takes `firstMilliseconds` where the
+   // broker does not answer at all, once: from then on it is tried only when it has answered. One that was lost comes
+   // back by itself.
    [[nodiscard]] std::vector<Letter> arrived() override;
 
-   static constexpr int attemptSeconds = 5;
+   static constexpr int firstMilliseconds = 1000;
+   // TLS with a broker that thousands want at once takes its time.
+   static constexpr int attemptMilliseconds = 5000;
    // There is only one, and it is to be there, with the bucket, when the boxes are.
    static constexpr double ownerReconnectSeconds = 3;
 
@@ -71,7 +76,7 @@ class NatsBroker final : public Broker {
    void look();
    void open();
    // libnats's status; there is a connection_ then, or not.
-   [[nodiscard]] int attempt( bool untilItIsThere );
+   [[nodiscard]] int attempt( bool untilItIsThere, int milliseconds );
    void close( std::string const & why );
    void stateIs( State state, std::string const & trouble );
    void handleConnected();
@@ -95,6 +100,7 @@ class NatsBroker final : public Broker {
    State state_ = State::away;
    std::string trouble_;
    Clock::time_point due_;          // of the next attempt, while there is no connection_
+   std::optional<Reach> reach_;     // nobody has answered: when somebody does, it is tried
    Clock::time_point bucketAsked_;  // while joined
    uint64_t reconnects_ = 0;        // as of the last look
    int64_t dropped_ = 0;            // letters, as of the last look

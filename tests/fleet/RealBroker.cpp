@@ -92,6 +92,8 @@ void RealBroker::kill() {
    process_ = 0;
 }
 
+void RealBroker::answers( bool does ) const { ::kill( process_, does ? SIGCONT : SIGSTOP ); }
+
 void RealBroker::reload() const { ::kill( process_, SIGHUP ); }
 
 std::string RealBroker::log() const {

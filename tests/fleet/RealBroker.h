@@ -24,6 +24,8 @@ class RealBroker {
 
    void start();
    void kill();
+   // Where not it stands still: it takes connections, and says nothing.
+   void answers( bool does ) const;
    // Has it read its configuration again.
    void reload() const;
 

@@ -121,6 +121,29 @@ TEST_F( BrokerStory, aConnectionMadeAnewBetweenTwoLooksIsSeenAsLost ) {
    EXPECT_TRUE( soon( [&] { return owner.up(); } ) );
 }
 
+// Stopped, it says nothing, as a machine that is off: whoever looks for it has other things to do.
+TEST_F( BrokerStory, aBrokerThatDoesNotAnswerHoldsUpNobodyForLong ) {
+   using Clock = std::chrono::steady_clock;
+   ASSERT_TRUE( soon( [&] { return owner.up(); } ) );
+   real.answers( false );
+   End a = as( "a", "a" );
+   double longest = 0;
+   double held = 0;
+   for( auto const end = Clock::now() + std::chrono::seconds( 8 ); Clock::now() < end; ) {
+      auto const begin = Clock::now();
+      EXPECT_FALSE( a.up() );
+      double const lasted = std::chrono::duration<double>( Clock::now() - begin ).count();
+      longest = std::max( longest, lasted );
+      held += lasted;
+      std::this_thread::sleep_for( std::chrono::milliseconds( 20 ) );
+   }
+   EXPECT_LT( longest, 2 );
+   EXPECT_LT( held, 3 ) << "in eight seconds";
+   EXPECT_THAT( a.broker.trouble(), HasSubstr( "Timeout" ) );
+   real.answers( true );
+   EXPECT_TRUE( soon( [&] { return a.up(); } ) ) << a.broker.trouble();
+}
+
 TEST_F( BrokerStory, aKeyIsGoodForItsOwnBoxAlone ) {
    End a = as( "a", "a" );
    End b = as( "b", "b" );
