@@ -15,9 +15,8 @@ struct AgentOptions {
    double heartbeatSeconds = 15;  // as the owner's inventory has it
 };
 
-// Serves until SIGTERM or SIGINT, which change nothing on the box. Returns the program's exit status.
-// The program's exit status: 2 where the options, or the files that they name, do not hold; 3 where what must not be
-// forgotten is damaged; 1 where something else has failed, which may be another time.
+// Serves until SIGTERM or SIGINT, which change nothing on the box. Returns the program's exit status, as the owner's
+// does (controller/Controller.h).
 [[nodiscard]] int runAgent( AgentOptions const & options );
 
 }  // namespace Fleet

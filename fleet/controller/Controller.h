@@ -17,9 +17,8 @@ struct ControllerOptions {
 };
 
 // Serves until SIGTERM or SIGINT, which change nothing in the fleet; SIGHUP reads inventory and keys again. Returns the
-// program's exit status: 0, 1, or 2 where a file does not hold.
-// The program's exit status: 2 where the options, or the files that they name, do not hold; 3 where what must not be
-// forgotten is damaged; 1 where something else has failed, which may be another time.
+// program's exit status: 2 where the options, or the files that they name, do not hold; 3 where what must not be
+// forgotten is damaged; 1 where something else has failed, which may not another time.
 [[nodiscard]] int runController( ControllerOptions const & options );
 
 // Whether the inventory holds, and what is odd about it. The exit status: 0, or 2 where it does not.
