@@ -1,7 +1,7 @@
 // The keys with which operators change something over the network: a file with a line for each, "alice KEY".
 //
-// Blank lines and lines that begin with '#' are passed over. Not written into any log. A file without any key holds, and
-// lets nobody in: whoever takes the last line out wants just that.
+// Blank lines and lines that begin with '#' are passed over. Not written into any log. A file without any key holds,
+// and lets nobody in: whoever takes the last line out wants just that.
 #pragma once
 
 #include <optional>

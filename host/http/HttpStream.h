@@ -21,8 +21,8 @@ class HttpStream {
  public:
    virtual ~HttpStream() = default;
 
-   // What comes next, not much more than `bytes` of it; empty when there is nothing now. Whole lines, at least one: only
-   // one that is much longer than that may be cut, and goes on with the next call. In a turn.
+   // What comes next, not much more than `bytes` of it; empty when there is nothing now. Whole lines, at least one:
+   // only one that is much longer than that may be cut, and goes on with the next call. In a turn.
    [[nodiscard]] virtual std::string next( std::size_t bytes ) = 0;
    // Whether nothing will come any more; asked after next().
    [[nodiscard]] virtual bool ended() const = 0;

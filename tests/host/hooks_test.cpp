@@ -218,8 +218,8 @@ TEST_F( Programs, leaveNothingRunningHoweverTheyForkAway ) {
 
 TEST_F( Programs, thatAreGivenUpEndPolitelyOrNot ) {
    auto const daemon = script( "trap '' TERM; echo $$ > " + path( "on" ) + "; while :; do sleep 0.05; done", "daemon" );
-   // It waits in the shell itself, which has a word in its ear at once: there are two seconds for that, however slow the
-   // machine is.
+   // It waits in the shell itself, which has a word in its ear at once: there are two seconds for that, however slow
+   // the machine is.
    start( { script( "trap ': > " + path( "said" ) + "; exit' TERM; setsid -f " + daemon + "; sleep 100 & wait" ) } );
    ASSERT_TRUE( await( [this] { return !contents( "on" ).empty(); } ) );
    auto const began = steady_clock::now();

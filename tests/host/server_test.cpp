@@ -131,7 +131,8 @@ TEST_F( HttpServerTest, whoDoesNotReadIsCutOffAndTakesNoMoreThanHisShare ) {
    EXPECT_THAT( said( other ), StartsWith( "HTTP/1.1 503 " ) );
    auto const change = asking( "POST /a HTTP/1.1\r\nHost: x\r\n\r\n" );
    EXPECT_TRUE( runUntil( [&] { return made == 2; } ) );
-   // Where there is less time the reader is given up: the rest of his answer does not come, and the room is there again.
+   // Where there is less time the reader is given up: the rest of his answer does not come, and the room is there
+   // again.
    limits_.answer = milliseconds( 100 );
    running.reset();
    running = server();

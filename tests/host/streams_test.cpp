@@ -76,8 +76,8 @@ class HttpStreams : public HttpServerTest {
       EXPECT_TRUE( runUntil( [&] { return drained( client, text ) || text.ends_with( end ); } ) ) << text;
       return text;
    }
-   // Reads a piece each 20 ms until the end, and returns the longest time between two: where the machine has other things
-   // to do it may be as long as that of someone who has stopped reading.
+   // Reads a piece each 20 ms until the end, and returns the longest time between two: where the machine has other
+   // things to do it may be as long as that of someone who has stopped reading.
    milliseconds readSlowly( Protocol::socket & client, std::string & text ) {
       milliseconds longest( 0 );
       auto last = steady_clock::now();

@@ -104,8 +104,8 @@ bool whole( std::optional<CounterTable::Entry> const & entry ) {
           row.readTime == static_cast<double>( octets );
 }
 
-// Does `work` again and again and interrupts it at whatever instruction with `meanwhile`, 3000 times: each time anew when
-// the last one is over, so that it goes on in between however long that takes.
+// Does `work` again and again and interrupts it at whatever instruction with `meanwhile`, 3000 times: each time anew
+// when the last one is over, so that it goes on in between however long that takes.
 void interrupted( std::function<void()> const & work, std::function<void()> const & meanwhile ) {
    static std::function<void()> const * handler;
    static volatile sig_atomic_t left;
