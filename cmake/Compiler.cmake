@@ -29,6 +29,10 @@ add_compile_options( -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror )
 if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
    # g++ 12 sees overlaps in std::string and uninitialised reads in std::variant where there are none, more so under sanitizers.
    add_compile_options( -Wno-restrict -Wno-maybe-uninitialized )
+   # It looks for memory to free from the first 128 MB on, and finds next to none: a fifteenth of its time. In KB.
+   if( RATEMON_FAST_BUILD )
+      add_compile_options( --param=ggc-min-heapsize=1000000 )
+   endif()
 endif()
 
 # Assertion messages and log lines name files as they stand in the tree, not where it was built.
@@ -40,11 +44,14 @@ if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
    add_link_options( "LINKER:-z,defs" )
 endif()
 
-# Relocations that only add where a program lies take a bit each, and not 24 bytes that the start reads through.
-include( CheckLinkerFlag )
-check_linker_flag( CXX "LINKER:--fatal-warnings,-z,pack-relative-relocs" RATEMON_PACKS_RELOCATIONS )
-if( RATEMON_PACKS_RELOCATIONS )
-   add_link_options( "LINKER:-z,pack-relative-relocs" )
+# Relocations that only add where a program lies take a bit each, and not 24 bytes that the start reads through. (lld knows them
+# by another name, and where it is used nobody looks at the start.)
+if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
+   include( CheckLinkerFlag )
+   check_linker_flag( CXX "LINKER:--fatal-warnings,-z,pack-relative-relocs" RATEMON_PACKS_RELOCATIONS )
+   if( RATEMON_PACKS_RELOCATIONS )
+      add_link_options( "LINKER:-z,pack-relative-relocs" )
+   endif()
 endif()
 
 if( RATEMON_HARDEN )
