@@ -7,6 +7,8 @@
 # For one process with its share of a folder's cases, under sanitizers, on a machine that has other things to do as well.
 set( ratemonTestTimeoutSeconds 400 )
 
+include( Precompiled )
+
 # ratemon_add_if_present( DIR... ): adds those folders that have a CMakeLists.txt.
 function( ratemon_add_if_present )
    foreach( dir IN LISTS ARGN )
@@ -53,6 +55,8 @@ endfunction()
 #
 # All sources of a folder are compiled as one: most of the work is in the headers and templates that they have in common. Names are
 # unique in a folder, also those without linkage.
+#
+# Headers of others are parsed once for all (Precompiled.cmake).
 function( ratemon_fast_build target )
    if( NOT RATEMON_FAST_BUILD )
       return()
@@ -62,6 +66,7 @@ function( ratemon_fast_build target )
       # It takes sources that are compiled together for headers, in which a name without linkage is a mistake.
       target_compile_options( ${target} PRIVATE -Wno-subobject-linkage )
    endif()
+   ratemon_precompiled( ${target} )
 endfunction()
 
 # Where memory is laid out by hand, the sanitizers also look for misaligned and null pointers: to do that everywhere makes a third of
@@ -216,7 +221,8 @@ function( ratemon_tests dir )
 endfunction()
 
 # ratemon_benches( [LINKS folder...] [EXTERNAL target...] ): every *_bench.cpp of the folder is one benchmark program. In a fast build
-# of everything they are only held against the compiler, together and without optimising: who measures names the programs.
+# of everything they are left out, for whoever measures names them; that of clang, which is the faster, holds their sources against
+# the compiler, together and without making code of them.
 function( ratemon_benches )
    cmake_parse_arguments( PARSE_ARGV 0 arg "" "" "LINKS;EXTERNAL" )
    file( GLOB benches CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*_bench.cpp" )
@@ -229,10 +235,10 @@ function( ratemon_benches )
          set_target_properties( ${target} PROPERTIES EXCLUDE_FROM_ALL ON )
       endif()
    endforeach()
-   if( RATEMON_FAST_BUILD )
+   if( RATEMON_FAST_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" )
       add_library( bench_sources OBJECT ${benches} )
       ratemon_link( bench_sources PRIVATE LINKS ${arg_LINKS} EXTERNAL ${arg_EXTERNAL} benchmark::benchmark )
-      target_compile_options( bench_sources PRIVATE -O0 -U_FORTIFY_SOURCE )
+      target_compile_options( bench_sources PRIVATE -emit-ast )
       ratemon_fast_build( bench_sources )
    endif()
 endfunction()
