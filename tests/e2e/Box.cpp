@@ -65,6 +65,7 @@ Box::Box() {
 Box::~Box() {
    for( pid_t const sender : senders_ ) stop( sender );
    if( maintd_ != 0 ) stop( maintd_ );
+   if( maintctl_ != 0 ) stop( maintctl_ );
    if( HasFailure() ) std::cerr << "maintd wrote:\n" << contents( path( "maintd.log" ) ) << "\n";
    std::filesystem::remove_all( directory_ );
 }
@@ -152,10 +153,21 @@ Result Box::run( std::vector<std::string> const & command ) const {
    return { status, contents( path( "run.out" ) ), contents( path( "run.err" ) ) };
 }
 
-Result Box::maintctl( std::vector<std::string> const & arguments ) const {
+std::vector<std::string> Box::maintctlCommand( std::vector<std::string> const & arguments ) const {
    std::vector<std::string> command{ RATEMON_MAINTCTL_PATH, "--socket", path( "maintd.sock" ) };
    command.insert( command.end(), arguments.begin(), arguments.end() );
-   return run( command );
+   return command;
+}
+
+Result Box::maintctl( std::vector<std::string> const & arguments ) const { return run( maintctlCommand( arguments ) ); }
+
+void Box::beginMaintctl( std::vector<std::string> const & arguments ) {
+   maintctl_ = spawn( maintctlCommand( arguments ), path( "begun.out" ), path( "begun.err" ) );
+}
+
+Result Box::maintctlEnds() {
+   int const status = exitStatus( std::exchange( maintctl_, 0 ) );
+   return { status, contents( path( "begun.out" ) ), contents( path( "begun.err" ) ) };
 }
 
 namespace {

@@ -59,6 +59,9 @@ class Box : public PrivateNetwork {
 
    [[nodiscard]] Result run( std::vector<std::string> const & command ) const;
    [[nodiscard]] Result maintctl( std::vector<std::string> const & arguments ) const;
+   // The same beside what else the test does; one at a time.
+   void beginMaintctl( std::vector<std::string> const & arguments );
+   [[nodiscard]] Result maintctlEnds();
    // One interface as `maintctl interfaces --json` shows it.
    [[nodiscard]] boost::json::object shown( std::string const & interface ) const;
    // One unit as `maintctl status UNIT --json` shows it, and the account of one of its interfaces in there.
@@ -73,7 +76,7 @@ class Box : public PrivateNetwork {
    [[nodiscard]] static std::string contents( std::string const & path );
 
    // Waits until it holds; false when it does not in time.
-   [[nodiscard]] static bool eventually( std::function<bool()> const & holds, double seconds = 20 );
+   [[nodiscard]] static bool eventually( std::function<bool()> const & holds, double seconds = 40 );
    // What the kernel has counted as sent on a link.
    [[nodiscard]] static double sentBytes( std::string const & link );
    [[nodiscard]] static bool adminUp( std::string const & link );
@@ -82,12 +85,14 @@ class Box : public PrivateNetwork {
    [[nodiscard]] static boost::json::object linkOf( std::string const & link );
 
  private:
+   [[nodiscard]] std::vector<std::string> maintctlCommand( std::vector<std::string> const & arguments ) const;
    void spawnMaintd( std::string const & config, std::vector<std::string> const & more, Faults const & faults );
    [[nodiscard]] pid_t spawn( std::vector<std::string> const & command, std::string const & out,
                               std::string const & err ) const;
 
    std::string directory_;
    pid_t maintd_ = 0;
+   pid_t maintctl_ = 0;  // the one that was begun
    std::vector<pid_t> senders_;
 };
 

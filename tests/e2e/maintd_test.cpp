@@ -76,22 +76,23 @@ TEST_F( Maintd, takesAUnitThroughAWholeCycle ) {
    EXPECT_THAT( entered.out, HasSubstr( "\"result\": \"started\", \"generation\": 1" ) );
    ASSERT_TRUE( eventually( [&] { return shown( "up1" ).at( "totalSamples" ).to_number<int>() >= 2; } ) );
 
-   // What was published over some samples is what the kernel counted over the same time.
-   Sample const first = sampleAfter( "up1", {} );
-   Sample last = first;
-   double published = 0;  // bits
-   for( int samples = 0; samples < 4; ++samples ) {
+   // What was published is what the kernel counted over the same time. Of a machine with other things to do nobody knows
+   // what it sends in a second, and a sample may pass before it is seen.
+   Sample last = sampleAfter( "up1", {} );
+   for( int samples = 0; samples < 4; ) {
       Sample const next = sampleAfter( "up1", last );
-      ASSERT_EQ( next.number, last.number + 1 );
-      EXPECT_NEAR( next.outBitsRate, 4e6, 0.1 * 4e6 );
-      published += next.outBitsRate * ( next.time - last.time );
+      if( next.number == last.number + 1 ) {
+         double const published = next.outBitsRate * ( next.time - last.time );  // bits
+         EXPECT_GT( published, 0 );
+         EXPECT_GE( published, ( next.sentAtLeast - last.sentAtMost ) * 8 - 1 );
+         EXPECT_LE( published, ( next.sentAtMost - last.sentAtLeast ) * 8 + 1 );
+         ++samples;
+      }
       last = next;
    }
-   EXPECT_GE( published, ( last.sentAtLeast - first.sentAtMost ) * 8 - 1 );
-   EXPECT_LE( published, ( last.sentAtMost - first.sentAtLeast ) * 8 + 1 );
    EXPECT_LT( shown( "up1" ).at( "inBitsRate" ).to_number<double>(), 100e3 );
 
-   EXPECT_TRUE( account( "fabric", "up2" ).at( "settled" ).as_bool() );
+   EXPECT_TRUE( eventually( [&] { return account( "fabric", "up2" ).at( "settled" ).as_bool(); } ) );
    EXPECT_FALSE( account( "fabric", "up1" ).at( "settled" ).as_bool() );
    EXPECT_THAT( maintctl( { "status" } ).out, HasSubstr( "to fall below 100 kbps" ) );
    auto const again = maintctl( { "enter", "fabric" } );
@@ -100,9 +101,9 @@ TEST_F( Maintd, takesAUnitThroughAWholeCycle ) {
    EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "1s" } ).status, 3 );
 
    stop( sender );
-   EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "60s" } ).status, 0 );
    EXPECT_EQ( state( "fabric" ), "inMaintenance" );
-   EXPECT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "60s" } ).status, 0 );
    EXPECT_EQ( state( "fabric" ), "active" );
    EXPECT_EQ( maintctl( { "get", "maintenance/interface/status/ratemon/monIntfStatus" } ).out, "{}\n" );
    EXPECT_EQ( stopMaintd( SIGTERM ), 0 );
@@ -113,18 +114,20 @@ TEST_F( Maintd, takesAUnitThroughAWholeCycle ) {
 TEST_F( Maintd, readsTheKernelOnlyWhileAUnitIsInMaintenance ) {
    link( "up1", 1 );
    startMaintd( config( "up1", "0s" ), { "--counter-table", path( "counters" ) } );
+   std::string before;
+   auto const changed = [&] { return contents( path( "counters" ) ) != before; };
    auto const stands = [&] {
-      std::string const before = contents( path( "counters" ) );
+      before = contents( path( "counters" ) );
       double const sent = sentBytes( "up1" );
       // At 4 Mbps longer than two ticks of the wheel: a sample asked for between two comes after the second.
       EXPECT_TRUE( eventually( [&] { return sentBytes( "up1" ) > sent + 1.2e6; } ) );
-      return contents( path( "counters" ) ) == before;
+      return !changed();
    };
    pid_t const sender = send( "up1", 1, 4e6 );
    EXPECT_TRUE( stands() );
    ASSERT_EQ( maintctl( { "enter", "fabric" } ).status, 0 );
-   EXPECT_FALSE( stands() );
-   ASSERT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_TRUE( eventually( changed ) );
+   ASSERT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "60s" } ).status, 0 );
    EXPECT_TRUE( stands() );
    stop( sender );
 }
@@ -168,11 +171,11 @@ TEST_F( Maintd, takesALinkThatIsDownThroughMaintenance ) {
    link( "up1", 1 );
    ip( "link set up1 down" );
    startMaintd( config( "up1", "2s" ) );
-   EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "60s" } ).status, 0 );
    EXPECT_EQ( text( account( "fabric", "up1" ), "verdict" ), "down" );
    EXPECT_EQ( maintctl( { "ready", "fabric" } ).status, 0 );
    EXPECT_EQ( shown( "up1" ).at( "outBitsRate" ), nullptr );
-   EXPECT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "20s" } ).status, 0 );
+   EXPECT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "60s" } ).status, 0 );
    EXPECT_EQ( stopMaintd( SIGINT ), 0 );
 }
 

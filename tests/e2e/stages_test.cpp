@@ -40,16 +40,18 @@ class Stages : public Box {
       } );
    }
    [[nodiscard]] std::string reported() const { return maintctl( { "report", "fabric" } ).out; }
-   // Entering at full traffic, with the rate monitor's own stage done: that does not wait for a link that flaps.
+   // Entering at full traffic, with the rate monitor's own stage done: that does not wait for a link that flaps. Somebody
+   // waits for the end of it all the while.
    void enterWithTraffic() {
-      ASSERT_EQ( maintctl( { "enter", "fabric" } ).status, 0 );
+      beginMaintctl( { "enter", "fabric", "--wait", "--timeout", "60s" } );
+      ASSERT_TRUE( eventually( [&] { return state( "fabric" ) == "entering"; } ) );
       ASSERT_TRUE( eventually( [&] { return text( account( "fabric", "up1" ), "verdict" ) == "loud"; } ) );
       ip( "link set farup1 down" );
       ASSERT_TRUE( eventually( [&] { return text( shown( "up1" ), "operStatus" ) == "down"; } ) );
       ip( "link set farup1 up" );
       ASSERT_TRUE( logSays( "stage: verify: begins" ) );
    }
-   void exit() const { ASSERT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "10s" } ).status, 0 ); }
+   void exit() const { ASSERT_EQ( maintctl( { "exit", "fabric", "--wait", "--timeout", "60s" } ).status, 0 ); }
    void reload( std::string const & config ) const {
       file( "maintd.yaml", config );
       ASSERT_EQ( maintctl( { "reload" } ).status, 0 );
@@ -61,7 +63,7 @@ class Stages : public Box {
 
 TEST_F( Stages, aChangedThresholdHasToBeProvenAndABadFileChangesNothing ) {
    startMaintd( stagesConfig( "100kbps" ) );
-   ASSERT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } ).status, 0 );
+   ASSERT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "60s" } ).status, 0 );
    auto const shownNow = [&]( char const * member ) {
       return account( "fabric", "up1" ).at( member ).to_number<double>();
    };
@@ -101,7 +103,7 @@ TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
    EXPECT_EQ( state( "fabric" ), "entering" );
    EXPECT_EQ( maintctl( { "ready", "fabric" } ).status, 1 );
    stop( sender );
-   EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } ).status, 0 );
+   EXPECT_EQ( maintctlEnds().status, 0 );
    EXPECT_EQ( maintctl( { "ready", "fabric" } ).status, 0 );
    EXPECT_THAT( reported(), ContainsRegex( "verify +enter .* done +20[0-9-]+ [0-9:]+" ) );
    exit();
@@ -110,7 +112,7 @@ TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
    reload( stagesConfig( "100kbps", "rollback" ) );
    sender = send( "up1", 1, 4e6 );
    enterWithTraffic();
-   auto const rolledBack = maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } );
+   auto const rolledBack = maintctlEnds();
    EXPECT_EQ( rolledBack.status, 1 );
    EXPECT_THAT( rolledBack.err, HasSubstr( "stage verify: timed out" ) );
    EXPECT_TRUE( eventually( [&] { return state( "fabric" ) == "active"; } ) );
@@ -118,7 +120,7 @@ TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
 
    reload( stagesConfig( "100kbps", "continue" ) );
    enterWithTraffic();
-   auto const unproven = maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } );
+   auto const unproven = maintctlEnds();
    EXPECT_EQ( unproven.status, 0 );
    EXPECT_THAT( unproven.err, HasSubstr( "UNPROVEN: stage verify: timed out" ) );
    EXPECT_EQ( state( "fabric" ), "inMaintenance" );
@@ -131,7 +133,7 @@ TEST_F( Stages, aProofThatTakesTooLongHoldsRollsBackOrGoesOnUnproven ) {
 TEST_F( Stages, aStayIsKeptAsAPageForTheChangeTicket ) {
    startMaintd( stagesConfig( "100kbps" ) );
    EXPECT_EQ( maintctl( { "report", "fabric" } ).status, 1 );
-   ASSERT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "10s" } ).status, 0 );
+   ASSERT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", "60s" } ).status, 0 );
    exit();
    auto const written = maintctl( { "report", "fabric", "--html", path( "window.html" ) } );
    EXPECT_EQ( written.status, 0 );
