@@ -36,6 +36,7 @@ class Browser:
             session = self.call("POST", "/session", {"capabilities": {"alwaysMatch": {
                 "browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}}})
             self.base += f"/session/{session['sessionId']}"
+            self.tool("Performance.enable", timeDomain="threadTicks")
         except BaseException:
             self.close()
             raise
@@ -63,7 +64,7 @@ class Browser:
         data = None if method in ("GET", "DELETE") else json.dumps(body or {}).encode()
         request = urllib.request.Request(self.base + path, data, {"Content-Type": "application/json"}, method=method)
         try:
-            with urllib.request.urlopen(request, timeout=30) as answer:
+            with urllib.request.urlopen(request, timeout=90) as answer:
                 return json.load(answer)["value"]
         except urllib.error.HTTPError as fault:
             raise AssertionError(f"{method} {path}: {json.load(fault)['value']['message']}") from None
@@ -86,7 +87,7 @@ class Browser:
     def text(self, where="main"):
         return self.run("return document.querySelector(arguments[0])?.innerText ?? null", where)
 
-    def until(self, what, script, *arguments, seconds=5):
+    def until(self, what, script, *arguments, seconds=30):
         """Waits until the script returns something true, and returns that."""
         end = time.monotonic() + seconds
         while not (found := self.run(script, *arguments)):
@@ -95,7 +96,7 @@ class Browser:
             time.sleep(0.03)
         return found
 
-    def sees(self, text, where="body", seconds=5):
+    def sees(self, text, where="body", seconds=30):
         return self.until(f"{where} says {text!r}",
                           "return document.querySelector(arguments[1])?.innerText.includes(arguments[0])", text, where,
                           seconds=seconds)
@@ -108,13 +109,20 @@ class Browser:
             found?.click();
             return found !== undefined""", name, where)
 
+    def tool(self, command, **parameters):
+        """Of those that developers have."""
+        return self.call("POST", "/goog/cdp/execute", {"cmd": command, "params": parameters})
+
     def scheme(self, name):
-        self.call("POST", "/goog/cdp/execute", {"cmd": "Emulation.setEmulatedMedia", "params": {
-            "features": [{"name": "prefers-color-scheme", "value": name}]}})
+        self.tool("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": name}])
 
     def size(self, width, height):
-        self.call("POST", "/goog/cdp/execute", {"cmd": "Emulation.setDeviceMetricsOverride", "params": {
-            "width": width, "height": height, "deviceScaleFactor": 1, "mobile": False}})
+        self.tool("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=False)
+
+    def processor(self):
+        """s of the processor's time that the page's own thread has taken: since it was opened, or earlier."""
+        metrics = self.tool("Performance.getMetrics")["metrics"]
+        return next(one["value"] for one in metrics if one["name"] == "TaskDuration")
 
     def picture(self, file):
         with open(file, "wb") as out:

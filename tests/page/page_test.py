@@ -59,12 +59,13 @@ def opened(browser, owner, path="#/"):
     return owner
 
 
-def quickest(action):
-    """s, of three times: the machine has other things to do as well."""
+def quickest(browser, action, prepare=lambda: None):
+    """s of the processor's time, of three times: the machine has other things to do as well."""
     def once(attempt):
-        began = time.monotonic()
+        prepare()
+        before = browser.processor()
         action(attempt)
-        return time.monotonic() - began
+        return browser.processor() - before
     return min(once(attempt) for attempt in range(3))
 
 
@@ -174,7 +175,7 @@ def a_box_shows_its_interfaces_as_they_are_now(browser):
     browser.run("window.kept = document.querySelector('main tbody tr')")
     owner.details[("spine-3b", "fabric")]["unsettled"][0].update(bitsRate=90.4e3, verdict="quiet", why="30 s of 30 s")
     owner.tell("spine-3b")
-    browser.until("the event changes the interface", cells.replace("return", "return '90.4 kbps' === ") + "[2]", seconds=2)
+    browser.until("the event changes the interface", cells.replace("return", "return '90.4 kbps' === ") + "[2]")
     assert browser.run("return window.kept === document.querySelector('main tbody tr')")
     opened(browser, owner, "#/box/none")
     browser.sees('there is no boxes "none"')
@@ -280,7 +281,7 @@ def a_lost_connection_is_said_and_comes_back(browser):
         if why == "503":
             # It does not wait for its next attempt where the network says that it is back.
             browser.run("window.dispatchEvent(new Event('online'))")
-        browser.until("it comes back", "return document.querySelector('#lost').hidden && !document.body.matches('.stale')", seconds=8)
+        browser.until("it comes back", "return document.querySelector('#lost').hidden && !document.body.matches('.stale')")
         assert browser.text("h1") == "plan-7 stands still"
 
 
@@ -333,7 +334,7 @@ def it_can_be_read_in_the_dark_and_by_ear(browser):
 @test
 def two_thousand_boxes_at_once(browser):
     owner = stories.large()
-    first = quickest(lambda attempt: opened(browser, owner))
+    first = quickest(browser, lambda attempt: opened(browser, owner), lambda: browser.open("about:blank"))
     browser.run("[...document.querySelectorAll('.group')].find((one) => one.innerText.startsWith('site: fra')).firstChild.click()")
     browser.press("Show all 500 boxes")
     browser.until("all rows", "return document.querySelectorAll('.group tbody tr').length === 500")
@@ -362,11 +363,11 @@ def two_thousand_boxes_at_once(browser):
         browser.until("every row is another one", """return [...document.querySelectorAll('.group tbody tr')].every((row) =>
             row.querySelector('.word').innerText.trim() === 'draining' && row.innerText.trim().endsWith(`, ${arguments[0]}`))""", attempt)
 
-    changed = quickest(change_all)
+    changed = quickest(browser, change_all)
     browser.sees("2,000\nunits, those of silent boxes too", ".tiles")
     time.sleep(0.2)
     print(f"   first view {first:.2f} s; 2,000 changed, 500 of them in view: {changed:.2f} s, longest task {browser.run('return longest'):.0f} ms")
-    assert first < 1 and changed < 1, (first, changed)
+    assert 0.01 < first < 0.7 and 0.01 < changed < 0.7, (first, changed)
 
 
 def main(names):
