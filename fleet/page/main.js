@@ -72,14 +72,41 @@ function drawClock() {
    show( document.getElementById( "clock" ), fleet.live ? `Owner's clock ${clock( fleet.now() )}` : "" );
 }
 
+// A page that was left open is older than the program once that was upgraded: better nothing than what was so before.
+function notUnderstood( fault ) {
+   return [ h( "header", { class: "bad" }, h( "h1", { tabindex: -1 }, "What the fleet's owner says is not understood" ),
+      h( "p", null, `Load this page anew; where that does not help: maintfleet status. (${fault.message})` ) ) ];
+}
+
+let understands = true;  // what was drawn last
+function contentOrFault() {
+   try {
+      const views = content();
+      understands = true;
+      return views;
+   } catch( fault ) {
+      understands = false;
+      return notUnderstood( fault );
+   }
+}
+
+function title() {
+   if( !fleet.live ) return "Unknown: no connection";
+   try {
+      return understands ? headline() : "Unknown: not understood";
+   } catch {
+      return "Unknown: not understood";
+   }
+}
+
 function draw() {
    if( route.kind === "box" ) detail.newestIs( fleet.boxes.get( route.name ) );
    if( route.kind === "plan" ) detail.newestIs( JSON.stringify( fleet.plan( route.name ) ) );
-   show( main, ...content() );
+   show( main, ...contentOrFault() );
    show( document.getElementById( "access" ), ...accessView() );
    drawLost();
    drawClock();
-   tell( fleet.live ? headline() : "Unknown: no connection" );
+   tell( title() );
    const heading = toFocus && main.querySelector( "h1[tabindex]" );
    if( !heading || !fleet.told ) return;
    toFocus = false;
@@ -104,7 +131,8 @@ function tick() {
    tellTimes( main );
    drawClock();
    if( !fleet.live ) drawLost();
-   if( fleet.live && headline() !== saidText ) tell( headline() );
+   // Also where no frame is drawn, as nobody looks.
+   if( title() !== saidText ) tell( title() );
 }
 
 const handlers = {

@@ -286,6 +286,18 @@ def a_lost_connection_is_said_and_comes_back(browser):
 
 
 @test
+def what_it_does_not_understand_is_not_shown_as_it_was(browser):
+    owner = opened(browser, stories.night())
+    plans, owner.plans = owner.plans, [{"plan": "plan-8", "state": "of a later release"}]
+    owner.tell()
+    browser.sees("What the fleet's owner says is not understood", "h1")
+    browser.until("the title says so", "return document.title.startsWith('Unknown: not understood')")
+    owner.plans = plans
+    owner.tell()
+    browser.sees("plan-7 stands still", "h1")
+
+
+@test
 def names_from_the_network_stay_text(browser):
     evil = "<img src=x onerror='window.caught=1'>"
     owner = Owner().put(box(evil, {"site": evil, evil: "x"}, unit("entering", evil, name=evil), trouble=evil))
