@@ -74,7 +74,7 @@ BoxAgent::Work BoxAgent::workFrom( std::string const & key, std::string const & 
                .begun = in.number( "begun" ),
                .proven = in.flag( "proven" ) };
    } catch( BadDocument const & fault ) {
-      throw MemoryFault( std::string( "the agent's memory cannot be read: " ) + fault.what() );
+      throw MemoryDamaged( std::string( "the agent's memory cannot be read: " ) + fault.what() );
    }
 }
 

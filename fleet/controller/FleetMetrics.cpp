@@ -48,6 +48,16 @@ MetricFamily unitsByState( Survey const & survey ) {
    return family;
 }
 
+// Of boxes that are heard: whoever works at one of these has to be told.
+double unitsDisturbed( Survey const & survey ) {
+   double count = 0;
+   for( Survey::BoxLook const & look : survey.boxes ) {
+      if( !look.heard || look.silent ) continue;
+      for( auto const & [unit, status] : look.heard->status.units ) count += status.disturbed;
+   }
+   return count;
+}
+
 MetricFamily groupsOut( Survey const & survey, Inventory const & inventory ) {
    MetricFamily family = gauge( "maintfleet_group_out", "units of the group that count as out of service" );
    for( Group const & group : inventory.groups() ) {
@@ -81,6 +91,7 @@ Host::HttpAnswer metricsAnswer( Dispatcher const & dispatcher, Survey const & su
       unitsByState( survey ),
       single( "maintfleet_units_out", "units that count as out of service",
               static_cast<double>( survey.units - survey.inService ) ),
+      single( "maintfleet_units_disturbed", "units in maintenance that have traffic again", unitsDisturbed( survey ) ),
       single( "maintfleet_boxes_silent", "boxes that were not heard for three heartbeats",
               static_cast<double>( survey.silentBoxes ) ),
       single( "maintfleet_brakes", "brakes that are on", static_cast<double>( dispatcher.books().brakes().size() ) ),

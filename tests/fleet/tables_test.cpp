@@ -79,12 +79,19 @@ TEST_F( FleetTables, statusSaysFirstWhatIsWaitedFor ) {
 }
 
 TEST_F( FleetTables, nothingThatHasGoneWrongAndNobodyThatIsSilentLooksAsIfItWereFine ) {
-   desk.says( "s1a", UnitState::failed, "hook 2 of 3 ended with 1" );
-   desk.says( "s2a", UnitState::entering );
+   desk.says( "s1a", UnitState::entering );
+   desk.says( "s2a", UnitState::failed, "hook 2 of 3 ended with 1" );
    desk.advance( 5 );
    EXPECT_THAT( status(), HasSubstr( "units that are out\n  UNIT        STATE     WHY\n"
-                                     "  s1a/fabric  failed    failed: hook 2 of 3 ended with 1\n"
-                                     "  s2a/fabric  entering  draining\n\n" ) );
+                                     "  s2a/fabric  failed    failed: hook 2 of 3 ended with 1\n"
+                                     "  s1a/fabric  entering  draining\n\n" ) );
+   EXPECT_THAT( desk.get( "/metrics" ).text, HasSubstr( "maintfleet_units_disturbed 0\n" ) );
+   Status loud{ .box = "s2a", .life = 1, .sequence = 1000 };
+   loud.units["fabric"] = { .state = UnitState::inMaintenance, .disturbed = true };
+   desk.arrives( "status.s2a", textOf( loud ) );
+   desk.owner().turn();
+   EXPECT_THAT( status(), HasSubstr( "\n  s2a/fabric  in maintenance  in maintenance, and traffic is back\n  s1a" ) );
+   EXPECT_THAT( desk.get( "/metrics" ).text, HasSubstr( "maintfleet_units_disturbed 1\n" ) );
    auto const box = [&] { return answer( "/v1/boxes/s1b", boxShape ); };
    desk.says( "s1b", UnitState::inMaintenance );
    desk.advance( 5 );
