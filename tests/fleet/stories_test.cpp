@@ -227,6 +227,48 @@ TEST_F( FleetStory, plansThatAreOverAreForgottenOneDayAndThoseUnderWayAreNot ) {
    EXPECT_FALSE( fleet.planOf( stays ).over() );
 }
 
+// What a box says of a drain that it was ordered to begin, where nobody else says anything.
+TEST( FleetSlots, areFreedByProofThatNothingOfTheOrderIsToComeAndByNothingLess ) {
+   struct Said {
+      Outcome outcome;
+      bool frees;
+      UnitState state = UnitState::active;
+      std::string trouble = "";
+      uint64_t acknowledged = 1;
+   };
+   UnitName const unit{ "s1a", "fabric" };
+   for( Said const & said : { Said{ Outcome::expired, true },
+                              { Outcome::refused, true },
+                              { Outcome::gaveBack, true },
+                              { Outcome::undone, true },
+                              { Outcome::none, false },
+                              { Outcome::begun, false },
+                              { Outcome::carried, false },
+                              { Outcome::undone, false, UnitState::leaving },
+                              { Outcome::expired, false, UnitState::active, "maintd does not answer" },
+                              { Outcome::expired, false, UnitState::active, "", 0 } } ) {
+      SCOPED_TRACE( std::string( nameOf( said.outcome ) ) + " " + std::string( nameOf( said.state ) ) + said.trouble );
+      VirtualFleet fleet( pairs, 7 );
+      fleet.advance( 20 );
+      fleet.trouble.lost = 1;
+      static_cast<void>( fleet.plan( { .by = "ada", .select = { .boxes = { "s1a" } } } ) );
+      fleet.advance( 3 );
+      ASSERT_EQ( fleet.owner()->books().slot( unit )->order.number, 1u );
+      UnitStatus const status{
+         .state = said.state, .acknowledged = said.acknowledged, .outcome = said.outcome, .unsettled = {} };
+      ASSERT_TRUE( fleet.owner()->statusIs( { .box = "s1a",
+                                              .life = fleet.owner()->heard( "s1a" )->status.life + 1,
+                                              .time = fleet.now(),
+                                              .heartbeatSeconds = 15,
+                                              .trouble = said.trouble,
+                                              .units = { { "fabric", status } } },
+                                            fleet.now() ) );
+      fleet.advance( 1 );
+      EXPECT_EQ( fleet.owner()->books().slot( unit )->open, !said.frees );
+      EXPECT_EQ( fleet.owner()->standing( unit, fleet.now() ).out, !said.frees );
+   }
+}
+
 // Each of its writes in turn, once before the disk has it and once after.
 TEST( FleetOwner, goesOnWithoutASecondActionWheneverItDies ) {
    int deaths = 0;
