@@ -21,10 +21,9 @@ Accounting::Accounting( Kel::Ptr<UnitAccountsDir> const & accounts, Maintenance:
    : TurnEnd( Maintenance::accountsJudged ),
      accounts_( accounts ),
      state_( state ),
-     neverWatched_( std::move( neverWatched ) ),
      events_( events ),
      alarm_( *this ),
-     sources_( state, counters, *this ) {}
+     sources_( state, counters, std::move( neverWatched ), *this ) {}
 
 Accounting::~Accounting() {
    // Each refers to the other.
@@ -48,10 +47,12 @@ Kel::Ptr<Subject> Accounting::subject( Lumo::IntfId intf ) {
 
 void Accounting::touch( Subject & s ) {
    due();
-   if( std::exchange( s.touched, true ) ) return;
+   Watched::Marks & marks = s.marks();
+   if( marks.touched ) return;
+   marks.touched = true;
    touched_.push_back( { &s } );
    // An account that somebody still holds may be all that keeps a forgotten one, and go before its turn.
-   if( !s.kept ) forgotten_.emplace_back( &s );
+   if( !marks.kept ) forgotten_.emplace_back( &s );
 }
 
 // The interface itself is not touched: it is far away, and there is nothing to hand on. apply() looks for itself.
@@ -69,7 +70,7 @@ void Accounting::allTouched() {
 void Accounting::onLink( Lumo::IntfId intf, LinkChange change ) {
    auto const s = find( intf );
    if( !s ) return;
-   s->watched.handleLink( change );
+   s->handleLink( change );
    touch( *s );
 }
 
@@ -77,21 +78,21 @@ void Accounting::onMonitor( Lumo::IntfId intf, MonitorChange change ) {
    // From its beginning on, also while no unit has an account of it: the next that enters profits from its run.
    auto const s = change == MonitorChange::began ? subject( intf ) : find( intf );
    if( !s ) return;
-   s->watched.handleMonitor( change );
+   s->handleMonitor( change );
    touch( *s );
 }
 
 void Accounting::onEntry( Lumo::IntfId intf ) {
    auto const s = find( intf );
    if( !s ) return;
-   s->watched.handleEntry();
+   s->handleEntry();
    touch( *s );
 }
 
 void Accounting::onIntf( Lumo::IntfId intf ) {
    auto const s = find( intf );
    if( !s ) return;
-   s->watched.handleProfile();
+   s->handleProfile();
    touch( *s );
 }
 
@@ -143,7 +144,7 @@ void Accounting::unitIs( Kel::Name const & unit, std::vector<Lumo::IntfId> const
    // Also those that stay, which may be left out from now on; new ones are to know their profile.
    for( auto const & p : b->places ) {
       p->handleLeftOut();
-      p->subject->watched.handleProfile();
+      p->subject->handleProfile();
       touch( *p->subject );
    }
    touchedBooks_.push_back( b );
@@ -181,11 +182,11 @@ void Accounting::unitDel( Kel::Name const & unit ) {
 }
 
 void Accounting::forgetUnused( Subject & s ) {
-   if( !s.kept || !s.places.empty() || s.watched.monitored() ) return;
-   s.kept = false;
-   sources_.subjectIs( s.watched.intf(), nullptr );
+   if( !s.marks().kept || !s.places.empty() || s.monitored() ) return;
+   s.marks().kept = false;
+   sources_.subjectIs( s.intf(), nullptr );
    if( !touched_.empty() ) forgotten_.emplace_back( &s );
-   subjects_.erase( s.watched.intf() );
+   subjects_.erase( s.intf() );
 }
 
 // Judging
@@ -205,8 +206,8 @@ void Accounting::judge( UnitBook & b ) {
 void Accounting::judgeTouched() {
    if( std::exchange( allTouched_, false ) ) {
       for( auto const & [intf, s] : subjects_ ) {
-         s->watched.handleProfile();
-         if( membersMoved_ ) s->watched.handleMembers();
+         s->handleProfile();
+         if( membersMoved_ ) s->handleMembers();
          touch( *s );
       }
       membersMoved_ = false;
@@ -215,8 +216,8 @@ void Accounting::judgeTouched() {
    ++walk_;
    // All that changed is applied before the first account is judged. Most samples change no verdict: such an interface
    // is done with as soon as its sample is applied, while the caches still hold it, unless a handler touches anything.
-   Kel::forEachFetched<4>( subjects, [this]( Touched & t ) {
-      t.subject->touched = false;
+   Kel::forEachFetched<5>( subjects, [this]( Touched & t ) {
+      t.subject->marks().touched = false;
       t.stands = !apply( *t.subject ) && stands( *t.subject );
    } );
    for( Touched const & t : subjects ) {
@@ -235,40 +236,47 @@ void Accounting::judgeTouched() {
    }
 }
 
-// The interface; its account and what its samples are read from; the account's records; what these have elsewhere.
+// What a sample is read from and, where it is loud, written to; every so many samples, what readings are settled into.
 void Accounting::Touched::fetch( std::size_t step ) const {
-   Place const * const place = step > 0 && !subject->places.empty() ? subject->places.front().get() : nullptr;
-   if( step == 0 ) Kel::fetch( subject, Subject::hotBytes );
-   if( step == 1 ) subject->watched.fetchSources();
-   if( step == 1 && place ) Kel::fetch( place, subject->watched.settlesSoon() ? sizeof( Place ) : Place::hotBytes );
-   if( step == 2 ) subject->watched.fetchTrend();
-   if( step == 2 && place ) place->fetchRecords( subject->watched );
-   if( step == 3 && place ) place->fetchEnds( subject->watched );
+   if( step == 0 ) return Kel::fetch( subject, Subject::hotBytes );
+   if( step == 1 ) subject->fetchSources();
+   if( subject->run().loud() ) subject->fetchLoud( step );
+   if( subject->settlesSoon() ) subject->fetchSettled( step );
 }
 
 // True when it was more than a sample.
 bool Accounting::apply( Subject & s ) {
-   if( !s.watched.apply( s.accounting.sources_.counterGeneration() ) ) return false;
+   if( !s.Watched::apply( sources_.counterGeneration() ) ) return false;
    for( auto const & p : Kel::Few( s.places ) ) p->noteProfile();
    return true;
 }
 
-bool Accounting::stands( Subject const & s ) {
-   if( !s.watched.monitored() ) return false;
+bool Accounting::stands( Subject & s ) {
+   if( !s.monitored() ) return false;
+   Watched::Said & said = s.marks().said;
    // A loud one is loud again.
-   if( s.watched.plainlyLoud() && std::ranges::all_of( s.places, []( auto const & p ) { return p->standsLoud(); } ) )
-      return true;
-   double const quietSince = s.watched.run().quietSince().value_or( 0 );
-   return std::ranges::all_of( s.places, [&]( auto const & p ) {
-      Judgement const now = judgementOf( *p, s.watched );
-      bool const same = p->judged && p->seen && p->judgement.sameAs( now ) && p->quietSince == quietSince;
-      if( same ) alarmBy( now.changes );
-      return same;
-   } );
+   if( said == Watched::Said::loud && s.plainlyLoud() ) return true;
+   if( said == Watched::Said::quiet || said == Watched::Said::settled ) {
+      auto const quiet = s.plainlyQuiet();
+      if( quiet && quiet->settled == ( said == Watched::Said::settled ) ) {
+         if( quiet->stale < alarm_.timeMin() ) alarmBy( Watched::changesAfter( quiet->stale ) );
+         return true;
+      }
+   }
+   said = Watched::Said::other;
+   double const quietSince = s.run().quietSince().value_or( 0 );
+   for( auto const & p : s.places ) {
+      Outlook const now = outlookOf( *p, s );
+      bool const same = p->judged && p->seen && p->judgement == now.judgement && p->quietSince == quietSince;
+      if( !same ) return false;
+      alarmBy( now.changes );
+   }
+   s.saidIs();
+   return true;
 }
 
-Judgement Accounting::judgementOf( Place const & p, Watched const & w ) {
-   return p.leftOut ? Judgement{ .verdict = Verdict::leftOut, .settled = true } : w.judge( p.seen );
+Outlook Accounting::outlookOf( Place const & p, Watched const & w ) {
+   return p.leftOut ? Outlook{ { .verdict = Verdict::leftOut, .settled = true } } : w.judge( p.seen );
 }
 
 void Accounting::judgeSubject( Subject const & s ) {
@@ -281,15 +289,11 @@ void Accounting::judgeSubject( Subject const & s ) {
 void Accounting::judgePlace( Place & p ) {
    Watched const & w = p.watched();
    if( !p.seen && w.linkThere() ) p.handleSeen();
-   Judgement const now = judgementOf( p, w );
-   alarmBy( now.changes );
+   auto const [now, changes] = outlookOf( p, w );
+   alarmBy( changes );
    // Most samples say what the one before has said. A run that has broken meanwhile begins anew.
    double const quietSince = w.run().quietSince().value_or( 0 );
-   bool const same = p.judged && p.judgement.sameAs( now ) && p.quietSince == quietSince;
-   if( same ) {
-      p.judgement = now;
-      return;
-   }
+   if( p.judged && p.judgement == now && p.quietSince == quietSince ) return;
    p.quietSince = quietSince;
    bool const begins = !p.judged || p.judgement.verdict != now.verdict;
    // How it begins every view says, and on its way out nobody asks any more.
@@ -319,6 +323,7 @@ void Accounting::count( Place & p, Judgement const & now ) {
    Judgement const & former = p.judgement;
    UnitBook & b = *p.book;
    bool const first = !std::exchange( p.judged, true );
+   p.subject->marks().said = Watched::Said::other;
    bool const wasLoud = now.verdict == Verdict::loud || ( p.wasLoud && now.verdict == Verdict::waiting );
    auto const moved = []( std::size_t & number, bool was, bool is ) { number = number + is - was; };
    moved( b.unsettled, first || !former.settled, !now.settled );

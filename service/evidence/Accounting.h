@@ -36,7 +36,6 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    // It enters or is in maintenance.
    [[nodiscard]] bool wantsProof( UnitBook const & book ) const;
    [[nodiscard]] Sources const & sources() const { return sources_; }
-   [[nodiscard]] Ledger::NeverWatched const & neverWatched() const { return neverWatched_; }
    // Of an interface as one unit sees it.
    void tell( Place const & place, Service::Told what ) const;
 
@@ -79,9 +78,9 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    };
 
    void judgeTouched();
-   static bool apply( Subject & subject );
-   [[nodiscard]] bool stands( Subject const & subject );
-   [[nodiscard]] static Judgement judgementOf( Place const & place, Watched const & watched );
+   bool apply( Subject & subject );
+   [[nodiscard]] bool stands( Subject & subject );
+   [[nodiscard]] static Outlook outlookOf( Place const & place, Watched const & watched );
    void judgeSubject( Subject const & subject );
    void judgePlace( Place & place );
    void tellVerdict( Place const & place ) const;
@@ -93,7 +92,6 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
 
    Kel::Ptr<UnitAccountsDir> const accounts_;
    Maintenance::MaintenanceState const & state_;
-   Ledger::NeverWatched const neverWatched_;
    Service::EventLog & events_;
    std::unordered_map<Lumo::IntfId, Kel::Ptr<Subject>> subjects_;
    std::unordered_map<Kel::Name, Kel::Ptr<UnitBook>> books_;

@@ -55,7 +55,7 @@ std::string loudWhy( std::string const & rate, Pace const & pace, std::string co
 }  // namespace
 
 std::string whyOf( Place const & p ) {
-   Watched & w = p.subject->watched;
+   Watched & w = *p.subject;
    Run const & run = w.run();
    auto const & prof = w.profile();
    std::string const threshold = prof ? rateText( prof->thresholdBitsRate() ) : "its threshold";
@@ -144,13 +144,13 @@ std::optional<double> Ledger::stillNeeded( Kel::Name const & unit, Lumo::IntfId 
 
 Pace Ledger::pace( Kel::Name const & unit, Lumo::IntfId intf ) const {
    Place const * const p = accounting_->place( unit, intf );
-   return p && p->judgement.verdict == Verdict::loud ? p->subject->watched.pace() : Pace();
+   return p && p->judgement.verdict == Verdict::loud ? p->subject->pace() : Pace();
 }
 
 std::optional<Interface::IntfRates> Ledger::rates( Lumo::IntfId intf ) const {
    auto const s = accounting_->find( intf );
-   if( !s || !s->watched.run().lastReading() ) return std::nullopt;
-   return s->watched.rates();
+   if( !s || !s->run().lastReading() ) return std::nullopt;
+   return s->rates();
 }
 
 Kel::Ptr<IntfMaintenanceProfile::Config const> Ledger::profile( Lumo::IntfId intf ) const {

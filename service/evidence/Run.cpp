@@ -18,16 +18,22 @@ std::string breakText( Run::Step const & step ) {
 }
 
 void Run::firstSampleIs( double time, bool fresh, uint64_t restarts ) {
-   hasReference_ = fresh;
-   referenceTime_ = time;
-   referenceRestarts_ = restarts;
+   referenceIs( { time, {}, fresh, restarts } );
+   hasReading_ = false;
+   hasRun_ = false;
+}
+
+void Run::referenceIs( Sample const & sample ) {
+   hasReference_ = sample.fresh;
+   referenceTime_ = sample.time;
+   referenceRestarts_ = sample.restarts;
 }
 
 Run::Step Run::sampleIs( Sample const & sample, double threshold ) {
    bool const measured = hasReference_;
    double const from = referenceTime_;
    uint64_t const restarts = referenceRestarts_;
-   firstSampleIs( sample.time, sample.fresh, sample.restarts );
+   referenceIs( sample );
    // Nothing was measured: the plug-in's rate is that of counters which stand still because nobody read them.
    if( !sample.fresh ) return breakIs( "its counters could not be read" );
    // What was counted between the last read and the restart is lost, so the rate is too low by what nobody knows.
@@ -46,7 +52,6 @@ Run::Step Run::sampleIs( Sample const & sample, double threshold ) {
    }
    loud_ = !quiet;
    hasReading_ = true;
-   lastReading_ = sample.time;
    trouble_ = "";
    return step;
 }

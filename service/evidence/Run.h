@@ -39,7 +39,7 @@ class Run {
       bool becameLoud = false;
    };
 
-   // The first sample of a monitor, which makes no rate: the next is measured from it.
+   // One that makes no rate, like the first of a monitor: what is known begins with the next, measured from it.
    void firstSampleIs( double time, bool fresh, uint64_t restarts );
    Step sampleIs( Sample const & sample, double thresholdBitsRate );
    // A break between two samples that leaves their difference a measurement: the threshold changed.
@@ -52,29 +52,30 @@ class Run {
    [[nodiscard]] bool loud() const { return loud_; }
    // The reading that counts, if there is one: the last of the run, or the loud one.
    [[nodiscard]] std::optional<double> lastReading() const {
-      return hasReading_ ? std::optional( lastReading_ ) : std::nullopt;
+      return hasReading_ ? std::optional( referenceTime_ ) : std::nullopt;
    }
    // Beginning of what the run of quiet readings covers; none while there is no run.
    [[nodiscard]] std::optional<double> quietSince() const {
       return hasRun_ ? std::optional( quietSince_ ) : std::nullopt;
    }
    // How much time the run covers, in seconds; 0 while there is none.
-   [[nodiscard]] double quietSeconds() const { return hasRun_ ? lastReading_ - quietSince_ : 0; }
+   [[nodiscard]] double quietSeconds() const { return hasRun_ ? referenceTime_ - quietSince_ : 0; }
 
    // The busier direction of rates that are not below the threshold.
    [[nodiscard]] static LoudReading loudReading( Interface::IntfRates const & rates, double time );
 
  private:
+   void referenceIs( Sample const & sample );
    Step forget( char const * cause );
 
-   // Of what there may be none, that there is one stands apart: it all goes into little more than a cache line.
+   // Of what there may be none, that there is one stands apart: it all goes into less than a cache line.
    bool hasReference_ = false;
    bool hasReading_ = false;
    bool hasRun_ = false;
    bool loud_ = false;
-   double referenceTime_ = 0;  // of the sample before, when the next one can be measured from it
+   // Of the latest sample, when the next one can be measured from it; where that is a reading, it is the last one.
+   double referenceTime_ = 0;
    uint64_t referenceRestarts_ = 0;
-   double lastReading_ = 0;
    double quietSince_ = 0;
    char const * trouble_ = "";
 };

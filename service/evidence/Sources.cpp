@@ -255,8 +255,9 @@ class Sources::KelCounters final : public Interface::IntfCounterMasquerade::AllE
 };
 
 Sources::Sources( Maintenance::MaintenanceState const & state, Kel::Ptr<KelQuill::EntityManager> const & counters,
-                  SourcesListener & listener )
+                  NeverWatched neverWatched, SourcesListener & listener )
    : state_( state ),
+     neverWatched_( std::move( neverWatched ) ),
      listener_( listener ),
      counters_( new Interface::EthIntfCounterReaderSm( counters, state.counterWriterStatus ) ),
      links_( *this ),

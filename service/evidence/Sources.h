@@ -5,6 +5,7 @@
 // the listener notes it and does nothing more. Answers what stands there now.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -46,15 +47,19 @@ class Sources {
  public:
    using Counter = Interface::IntfCounterMasquerade::IntfCounter;
 
+   // Why an interface can never be watched; empty when it can, or when nothing is known that forbids it.
+   using NeverWatched = std::function<std::string( Lumo::IntfId )>;
+
    // All outlive this.
    Sources( Maintenance::MaintenanceState const & state, Kel::Ptr<KelQuill::EntityManager> const & counters,
-            SourcesListener & listener );
+            NeverWatched neverWatched, SourcesListener & listener );
    ~Sources();
 
    // With what the listener is told of the interface's samples; null: it is not. To be said again when a monitor began:
    // whatever was said before was said of another.
    void subjectIs( Lumo::IntfId intf, Subject * subject );
 
+   [[nodiscard]] std::string neverWatched( Lumo::IntfId intf ) const { return neverWatched_( intf ); }
    // Since when the link has been away, in seconds: nothing for one that is up or that nobody has heard of. What was
    // away when this was made counts from then.
    [[nodiscard]] std::optional<double> awaySince( Lumo::IntfId intf ) const;
@@ -102,6 +107,7 @@ class Sources {
    void addRows( Lumo::IntfId intf, std::set<Lumo::IntfId> & rows ) const;
 
    Maintenance::MaintenanceState const & state_;
+   NeverWatched const neverWatched_;
    SourcesListener & listener_;
    Kel::Ptr<Interface::EthIntfCounterReaderSm> const counters_;
    std::unordered_map<Lumo::IntfId, Lumo::IntfId> lagOf_;

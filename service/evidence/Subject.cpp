@@ -1,5 +1,7 @@
 #include "evidence/Subject.h"
 
+#include <algorithm>
+
 #include "evidence/Accounting.h"
 #include "kel/FetchAhead.h"
 #include "kel/QuantityText.h"
@@ -17,24 +19,23 @@ std::string loudText( LoudReading const & loud ) {
 
 // One interface
 
-Subject::Subject( Accounting & in, Lumo::IntfId intf )
-   : accounting( in ), watched( intf, in.sources(), in.neverWatched(), *this ) {}
+Subject::Subject( Accounting & in, Lumo::IntfId intf ) : Watched( intf, in.sources() ), accounting( in ) {}
 
 // What is told of in a window may be heard by somebody who closes accounts or breaks the run: so copies are iterated
 // over, here and below, and the run is not asked. Most interfaces have one account, and a sample needs no copy of the
 // list then.
 void Subject::onReading( Run::Step const & step ) {
-   auto const noteLoud = [&]( Place const & p ) {
-      if( step.loud ) p.record->lastLoudIs( Run::loudReading( step.rates, step.to ) );
+   auto const noteLoud = [&]( Account & account ) {
+      if( step.loud ) account.lastLoudIs( Run::loudReading( step.rates, step.to ) );
    };
-   if( places.size() == 1 ) {
-      noteLoud( *Kel::Ptr<Place>( places.front() ) );
+   if( onlyAccount ) {
+      noteLoud( *Kel::Ptr<Account>( onlyAccount ) );
    } else {
       Kel::Few const all( places );
       for( auto const & p : all ) {
          if( !p->open ) continue;
          if( p != all.front() ) p->recorder.ratesAre( step.from, step.to, step.rates );
-         noteLoud( *p );
+         noteLoud( *p->record );
       }
    }
    if( step.becameLoud ) handleSpike( step );
@@ -47,6 +48,7 @@ void Subject::onSettled( double from, double to, Interface::IntfRates const & ra
 void Subject::placeIs( Kel::Ptr<Place> const & p ) {
    settle();
    places.add( p );
+   handlePlaces();
    p->rateSourceIs( this );
 }
 
@@ -54,6 +56,42 @@ void Subject::placeDel( Kel::Ptr<Place> const & p ) {
    settle();
    p->rateSourceIs( nullptr );
    places.remove( p );
+   handlePlaces();
+}
+
+void Subject::handlePlaces() {
+   onlyAccount = places.size() == 1 ? places.front()->record : nullptr;
+   readingsToldIs( places.size() > 1 );
+   marks().said = Said::other;
+}
+
+void Subject::saidIs() {
+   auto const allSay = [this]( Verdict v ) {
+      return std::ranges::all_of( places, [v]( auto const & p ) { return p->judgement.verdict == v; } );
+   };
+   if( places.empty() ) return;
+   if( plainlyLoud() && allSay( Verdict::loud ) ) marks().said = Said::loud;
+   auto const quiet = plainlyQuiet();
+   if( quiet && allSay( Verdict::quiet ) ) marks().said = quiet->settled ? Said::settled : Said::quiet;
+}
+
+void Subject::fetchLoud( std::size_t step ) const {
+   if( step == 1 ) Kel::fetch( onlyAccount );
+   if( step == 2 && onlyAccount ) Kel::fetch( onlyAccount->lastLoud() );
+}
+
+// Its readings and the list of places; the place and the trend; the window's interface; the end of its rates.
+void Subject::fetchSettled( std::size_t step ) const {
+   if( step == 1 ) {
+      fetchReadings();
+      return Kel::fetch( places );
+   }
+   if( step == 2 ) fetchTrend();
+   if( places.empty() ) return;
+   Recorder const & recorder = places.front()->recorder;
+   if( step == 2 ) return Kel::fetch( recorder );
+   if( !recorder.record() ) return;
+   step == 3 ? recorder.record()->fetchRates() : recorder.record()->fetchEndOfRates();
 }
 
 void Subject::handleSpike( Run::Step const & step ) {
@@ -68,6 +106,7 @@ void Subject::handleSpike( Run::Step const & step ) {
 }
 
 void Subject::onBreak( Run::Step const & step ) {
+   marks().said = Said::other;
    for( auto const & p : Kel::Few( places ) ) {
       // A unit on its way out ends the monitoring itself, and asks for no proof any more.
       if( !accounting.wantsProof( *p->book ) ) continue;
@@ -83,27 +122,21 @@ void Subject::onIntfEvent( char const * kind, std::string const & text ) {
 Place::Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
               uint32_t cells )
    : seen( !window || window->seen() ),
-     record( new Account( of->watched.intf() ) ),
      recorder( window, cells ),
+     record( new Account( of->intf() ) ),
      book( in ),
      subject( of ) {
    handleLeftOut();
 }
 
-void Place::handleLeftOut() { leftOut = recorder.record() && recorder.record()->leftOut(); }
+void Place::handleLeftOut() {
+   leftOut = recorder.record() && recorder.record()->leftOut();
+   subject->marks().said = Watched::Said::other;
+}
 
 void Place::handleSeen() {
    seen = true;
    if( recorder.record() ) recorder.record()->seenIs( true );
-}
-
-void Place::fetchRecords( Watched const & w ) const {
-   if( w.run().loud() ) Kel::fetch( record->lastLoud() );
-   if( w.settlesSoon() && recorder.record() ) recorder.record()->fetchRates();
-}
-
-void Place::fetchEnds( Watched const & w ) const {
-   if( w.settlesSoon() && recorder.record() ) recorder.record()->fetchEndOfRates();
 }
 
 void Place::noteProfile() {

@@ -29,7 +29,7 @@ struct UnitBook final : Kel::PtrInterface {
 };
 
 // An interface and the accounts that there are of it.
-struct alignas( 64 ) Subject final : RateSource, WatchedListener, Kel::InBlocks<Subject> {
+struct alignas( 64 ) Subject final : Watched, Kel::InBlocks<Subject> {
    Subject( Accounting & in, Lumo::IntfId intf );
 
    void onReading( Run::Step const & step ) override;
@@ -37,55 +37,50 @@ struct alignas( 64 ) Subject final : RateSource, WatchedListener, Kel::InBlocks<
    void onBreak( Run::Step const & step ) override;
    void onIntfEvent( char const * kind, std::string const & text ) override;
    void handleSpike( Run::Step const & step );
-   void settle() override { watched.settle(); }
    void placeIs( Kel::Ptr<Place> const & place );
    void placeDel( Kel::Ptr<Place> const & place );
+   // All its accounts have been found to say what is so; which Said that is.
+   void saidIs();
 
-   static constexpr std::size_t hotBytes = 256;  // from its beginning: what a sample looks at, readings left out
+   static constexpr std::size_t hotBytes = 128;  // from its beginning: what a sample looks at, readings left out
+   // From memory, what is written to: steps 1 and 2 of a loud sample, 1 to 4 of one that settles.
+   void fetchLoud( std::size_t step ) const;
+   void fetchSettled( std::size_t step ) const;
 
    Accounting & accounting;
    // To be changed by the two above only. Readings are settled into the first one's window; any other has them at once.
    Kel::Few<Kel::Ptr<Place>> places;
-   bool touched = false;
-   bool kept = true;
-   Watched watched;  // last: it tells its listener
+   Kel::Ptr<Account> onlyAccount;  // of the only place; null where there is none, or another
+
+ private:
+   void handlePlaces();
 };
 
 // One account: the interface as one unit sees it.
-struct alignas( 64 ) Place final : Kel::PtrInterface, Kel::InBlocks<Place> {
+struct Place final : Kel::PtrInterface, Kel::InBlocks<Place> {
    Place( Kel::Ptr<UnitBook> const & in, Kel::Ptr<Subject> const & of, Kel::Ptr<WindowIntf> const & window,
           uint32_t cells );
 
-   [[nodiscard]] Watched const & watched() const { return subject->watched; }
+   [[nodiscard]] Watched const & watched() const { return *subject; }
    // As the window says, or is to say.
    void handleLeftOut();
    void handleSeen();
    // Values of the profile in force, into the account and the window.
    void noteProfile();
-   // From memory, what a sample is written to.
-   void fetchRecords( Watched const & watched ) const;
-   void fetchEnds( Watched const & watched ) const;
-   static constexpr std::size_t hotBytes = 64;
    // As it is to ask the interface for its rates.
    void rateSourceIs( RateSource * source ) const {
       if( recorder.record() ) recorder.record()->rateSourceIs( source );
    }
-   // In all that is said of it.
-   [[nodiscard]] bool standsLoud() const {
-      return judged && seen && !leftOut && judgement.verdict == Verdict::loud && quietSince == 0;
-   }
 
-   // What a sample looks at comes first, in one line.
-   bool leftOut = false;  // of the proof
-   bool seen = false;     // a link of that name, since the request
-   bool judged = false;   // at least once
-   bool open = true;      // the account is still kept
-   bool wasLoud = false;  // and what it is now does not say that this is over
+   bool leftOut : 1 = false;  // of the proof
+   bool wasLoud : 1 = false;  // and what it is now does not say that this is over
+   bool seen = false;         // a link of that name, since the request
+   bool judged = false;       // at least once
+   bool open = true;          // the account is still kept
+   Recorder recorder;         // early: what is settled goes here
    Kel::Ptr<Account> const record;
    double quietSince = 0;  // s; 0: there is no run; as it stands in the record, as does this:
    Judgement judgement;
-   // The rest
-   Recorder recorder;
    Kel::Ptr<UnitBook> const book;
    Kel::Ptr<Subject> const subject;
 };

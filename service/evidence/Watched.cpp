@@ -19,18 +19,19 @@ constexpr double rounding = 0.5e-6;
 
 bool fills( double span, double interval ) { return span >= interval - rounding; }
 
+// The kind of readings that no trend is made of; of others it is the load interval of theirs, in seconds.
+constexpr uint32_t noTrend = std::numeric_limits<uint32_t>::max();
+
 // A reading that is older no longer says what is now. Two samples may be lost without harm, and the wheel may be late.
 double stalesAfter( double sampleInterval ) { return 2 * sampleInterval + 1; }
 
 }  // namespace
 
-Watched::Watched( Lumo::IntfId intf, Sources const & sources, NeverWatched const & neverWatched,
-                  WatchedListener & listener )
-   : listener_( listener ), intf_( intf ), sources_( sources ), neverWatched_( neverWatched ) {
+Watched::Watched( Lumo::IntfId intf, Sources const & sources ) : sources_( sources ), intf_( intf ) {
    // What nobody has watched before counts from now; a link that has been down for longer is known to have been.
    lookUpRecords();
    if( !link_ ) awaySince_ = Kel::now();
-   if( auto const since = sources_.awaySince( intf ) ) awaySince_ = since;
+   if( auto const since = sources_.awaySince( intf ) ) awaySince_ = *since;
    entered_ = sources_.entered( intf );
 }
 
@@ -41,14 +42,12 @@ double Watched::sampleInterval() const {
 }
 
 void Watched::fetchSources() const {
+   readings_.fetchNext();
    if( monitor_ ) {
       Kel::fetch( monitor_->curRates() );
       Kel::fetch( monitor_->totalSamples() );
    }
    for( auto const * const row : counters_ ) Kel::fetch( row->sequence );
-   if( !settlesSoon() ) return readings_.fetchNext();
-   Kel::fetch( readings_ );
-   Kel::fetch( trend_ );
 }
 
 void Watched::handleLink( LinkChange change ) {
@@ -56,19 +55,18 @@ void Watched::handleLink( LinkChange change ) {
    lookAtLink();
    switch( change ) {
       case LinkChange::away: {
-         bool const was = awaySince_.has_value();
-         if( !was ) awaySince_ = Kel::now();
+         if( awaySince_ == never ) awaySince_ = Kel::now();
          char const * const text = sources_.link( intf_ ) ? "its link went down" : "its link vanished";
-         listener_.onIntfEvent( "link", text );
+         onIntfEvent( "link", text );
          return interrupt( text );
       }
       case LinkChange::up:
-         if( awaySince_ ) listener_.onIntfEvent( "link", "its link came up" );
-         awaySince_.reset();
+         if( awaySince_ != never ) onIntfEvent( "link", "its link came up" );
+         awaySince_ = never;
          return interrupt( "its link changed" );
       case LinkChange::madeAgain:
          // Whether the new one is up is told next.
-         listener_.onIntfEvent( "link", "its link was made again" );
+         onIntfEvent( "link", "its link was made again" );
          return interrupt( "its link was made again" );
    }
 }
@@ -90,7 +88,7 @@ void Watched::handleEntry() {
    if( entered == entered_ ) return;
    entered_ = entered;
    recordsMoved_ = true;
-   listener_.onIntfEvent( "shutdown", entered ? "shut down by its profile" : "no longer shut down" );
+   onIntfEvent( "shutdown", entered ? "shut down by its profile" : "no longer shut down" );
 }
 
 void Watched::interrupt( char const * cause ) { tellOf( run_.interruptIs( cause ) ); }
@@ -102,22 +100,24 @@ void Watched::tellOf( Run::Step const & step ) {
       trend_.reset();
    }
    if( step.reading ) keep( step );
-   if( step.broke ) listener_.onBreak( step );
-   if( step.reading ) listener_.onReading( step );
+   if( step.broke ) onBreak( step );
+   if( step.reading && ( step.loud || readingsTold_ ) ) onReading( step );
 }
 
 void Watched::keep( Run::Step const & step ) {
-   auto const interval = step.loud && profile_ ? std::optional( profile_->rateMonLoadInterval() ) : std::nullopt;
-   if( interval != trendInterval_ || !readings_.takes( step.from ) ) settle();
-   trendInterval_ = interval;
-   readings_.add( step.from, step.to, step.rates );
+   uint32_t const kind = step.loud && profile_ ? profile_->rateMonLoadInterval() : noTrend;
+   if( readings_.add( step.from, step.to, step.rates, kind ) ) return;
+   settle();
+   bool const added = readings_.add( step.from, step.to, step.rates, kind );
+   KEL_ASSERT( added );
 }
 
 void Watched::settle() {
    readings_.takeAll( [this]( double from, double to, Interface::IntfRates const & rates ) {
-      if( trendInterval_ && !trend_ ) trend_ = std::make_unique<Trend>();
-      if( trendInterval_ ) trend_->readingIs( from, to, rates, *trendInterval_ );
-      listener_.onSettled( from, to, rates );
+      uint32_t const interval = readings_.kind();
+      if( interval != noTrend && !trend_ ) trend_ = std::make_unique<Trend>();
+      if( interval != noTrend ) trend_->readingIs( from, to, rates, interval );
+      onSettled( from, to, rates );
    } );
 }
 
@@ -134,11 +134,14 @@ void Watched::lookAtLink() {
 }
 
 bool Watched::apply( uint32_t counterGeneration ) {
-   bool const moved = std::exchange( recordsMoved_, false );
+   bool const moved = recordsMoved_;
+   recordsMoved_ = false;
    if( moved ) lookUpRecords();
    // The threshold before the sample: the rates are judged by what is in force when they are published.
    applyProfile();
-   if( std::exchange( membersMoved_, false ) ) applyMembers();
+   bool const membersMoved = membersMoved_;
+   membersMoved_ = false;
+   if( membersMoved ) applyMembers();
    if( !countersKnown_ || countersAt_ != counterGeneration ) lookUpRows();
    if( moved || !plainKnown_ ) plain_ = isPlain();
    plainKnown_ = true;
@@ -211,9 +214,9 @@ bool Watched::freshAt( double time, uint64_t & restarts ) {
 }
 
 std::optional<double> Watched::awayFrom() const {
-   if( !awaySince_ ) return std::nullopt;
+   if( awaySince_ == never ) return std::nullopt;
    // Until our entry went it was down on our account; from then on it has to be down by itself.
-   return std::max( *awaySince_, sources_.letGo( intf_ ).value_or( *awaySince_ ) );
+   return std::max( awaySince_, sources_.letGo( intf_ ).value_or( awaySince_ ) );
 }
 
 std::string Watched::unwatched() const {
@@ -221,7 +224,7 @@ std::string Watched::unwatched() const {
    if( link_ && link_->operStatus() == IntfOperStatus::unknown ) return "whether its link is up is not known";
    // Asked for what is made of others only: an Ethernet interface is sampled whatever hangs on it.
    if( intf_.kind() != Lumo::IntfKind::ethernet ) {
-      if( std::string const reason = neverWatched_( intf_ ); !reason.empty() ) return reason;
+      if( std::string const reason = sources_.neverWatched( intf_ ); !reason.empty() ) return reason;
    }
    if( !monitor_ ) return "the rate monitor does not sample it yet";
    switch( monitor_->state() ) {
@@ -235,31 +238,36 @@ std::string Watched::unwatched() const {
    return profile_ ? "" : "its profile is gone";
 }
 
-Judgement Watched::judge( bool seen ) const {
-   if( down_ && entered_ ) return { .verdict = Verdict::held, .settled = true };
-   if( !link_ && !seen ) return { .verdict = Verdict::missing };
+Outlook Watched::judge( bool seen ) const {
+   if( down_ && entered_ ) return { { .verdict = Verdict::held, .settled = true } };
+   if( !link_ && !seen ) return { { .verdict = Verdict::missing } };
    if( link_ && !down_ ) return judgeUp();
    // Away: passing between down and gone restarts nothing, so both count from the same moment.
-   Judgement found{ .verdict = link_ ? Verdict::down : Verdict::gone, .countsFrom = awayFrom() };
-   if( !profile_ || !found.countsFrom ) return found;
-   double const due = *found.countsFrom + profile_->rateMonLoadInterval();
-   found.settled = fills( Kel::now() - *found.countsFrom, profile_->rateMonLoadInterval() );
-   if( !found.settled ) found.changes = due;
+   Outlook found{ { .verdict = link_ ? Verdict::down : Verdict::gone, .countsFrom = awayFrom() } };
+   auto & [verdict, settled, countsFrom] = found.judgement;
+   if( !profile_ || !countsFrom ) return found;
+   settled = fills( Kel::now() - *countsFrom, profile_->rateMonLoadInterval() );
+   if( !settled ) found.changes = *countsFrom + profile_->rateMonLoadInterval();
    return found;
 }
 
-Judgement Watched::judgeUp() const {
-   if( !plain_ && !unwatched().empty() ) return { .verdict = Verdict::unwatched };
-   if( run_.loud() ) return { .verdict = Verdict::loud };
-   if( !run_.quietSince() ) return { .verdict = Verdict::waiting };
-   double const stale = *run_.lastReading() + stalesAfter( sampleInterval() );
-   if( Kel::now() > stale ) return { .verdict = Verdict::waiting };
-   Judgement found{ .verdict = Verdict::quiet };
-   found.settled = fills( run_.quietSeconds(), profile_->rateMonLoadInterval() );
-   // The first moment that is later: at `stale` itself the reading still counts.
-   found.changes = std::nextafter( stale, std::numeric_limits<double>::infinity() );
-   return found;
+Outlook Watched::judgeUp() const {
+   if( !plain_ && !unwatched().empty() ) return { { .verdict = Verdict::unwatched } };
+   if( run_.loud() ) return { { .verdict = Verdict::loud } };
+   auto const found = quiet();
+   if( !found ) return { { .verdict = Verdict::waiting } };
+   return { { .verdict = Verdict::quiet, .settled = found->settled }, changesAfter( found->stale ) };
 }
+
+std::optional<Watched::Quiet> Watched::quiet() const {
+   if( !run_.quietSince() ) return std::nullopt;
+   double const stale = *run_.lastReading() + stalesAfter( sampleInterval() );
+   if( Kel::now() > stale ) return std::nullopt;
+   return Quiet{ fills( run_.quietSeconds(), profile_->rateMonLoadInterval() ), stale };
+}
+
+// The first moment that is later: at `stale` itself the reading still counts.
+double Watched::changesAfter( double stale ) { return std::nextafter( stale, never ); }
 
 Pace Watched::pace() {
    if( !run_.loud() || !profile_ || !judgeable_ ) return {};

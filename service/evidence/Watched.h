@@ -5,13 +5,13 @@
 // is a question without side effects.
 #pragma once
 
-#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "evidence/RateSeries.h"
 #include "evidence/Readings.h"
 #include "evidence/Run.h"
 #include "evidence/Sources.h"
@@ -21,40 +21,35 @@
 
 namespace Evidence {
 
-// What happens to the interface, for the windows of those who have an account of it.
-class WatchedListener {
- public:
-   virtual void onReading( Run::Step const & step ) = 0;
-   // What is settled: each reading once, in order, some time after onReading().
-   virtual void onSettled( double from, double to, Interface::IntfRates const & rates ) = 0;
-   virtual void onBreak( Run::Step const & step ) = 0;
-   virtual void onIntfEvent( char const * kind, std::string const & text ) = 0;
-
- protected:
-   ~WatchedListener() = default;
-};
-
 // What the interface looks like to one account.
 struct Judgement {
    Verdict verdict = Verdict::waiting;
    bool settled = false;
-   std::optional<double> countsFrom = std::nullopt;           // s, of down and gone
-   double changes = std::numeric_limits<double>::infinity();  // s: when waiting alone changes it, at the earliest
+   std::optional<double> countsFrom = std::nullopt;  // s, of down and gone
 
-   // Whatever time is left.
-   [[nodiscard]] bool sameAs( Judgement const & other ) const {
-      return verdict == other.verdict && settled == other.settled && countsFrom == other.countsFrom;
-   }
+   bool operator==( Judgement const & ) const = default;
 };
 
-class Watched final {
- public:
-   using NeverWatched = std::function<std::string( Lumo::IntfId )>;
+// Until when that holds.
+struct Outlook {
+   Judgement judgement;
+   double changes = std::numeric_limits<double>::infinity();  // s: when waiting alone changes it, at the earliest
+};
 
-   Watched( Lumo::IntfId intf, Sources const & sources, NeverWatched const & neverWatched, WatchedListener & listener );
+class Watched : public RateSource {
+ public:
+   // What is said of it in all its accounts, where that is plain.
+   enum class Said : uint8_t { other, loud, quiet, settled };
+   // Of whoever judges it, kept here with what else each sample needs.
+   struct Marks {
+      bool touched : 1 = false;
+      bool kept : 1 = true;
+      Said said = Said::other;
+   };
 
    [[nodiscard]] Lumo::IntfId intf() const { return intf_; }
    [[nodiscard]] Run const & run() const { return run_; }
+   [[nodiscard]] Marks & marks() { return marks_; }
    // Of the reading that counts, if there is one; bit/s.
    [[nodiscard]] Interface::IntfRates rates() const { return readings_.latest(); }
    // As of the last apply().
@@ -67,15 +62,12 @@ class Watched final {
    [[nodiscard]] double sampleInterval() const;
 
    // All readings go into what is made of them.
-   void settle();
+   void settle() final;
    // The next sample will do so.
    [[nodiscard]] bool settlesSoon() const { return readings_.nearlyFull(); }
 
-   // From memory, what samples are read from; and where they go together.
+   // From memory, what samples are read from and written to.
    void fetchSources() const;
-   void fetchTrend() const {
-      if( settlesSoon() && trend_ ) Kel::fetch( *trend_ );
-   }
 
    void handleLink( LinkChange change );
    void handleMonitor( MonitorChange change );
@@ -88,12 +80,40 @@ class Watched final {
 
    // A sampled Ethernet link of which nobody can judge otherwise, and the reading that counts is loud.
    [[nodiscard]] bool plainlyLoud() const { return plain_ && up_ && run_.loud(); }
+   // Likewise, and the readings are quiet. None of any other.
+   struct Quiet {
+      bool settled;
+      double stale;  // s, until when the last one counts
+   };
+   [[nodiscard]] std::optional<Quiet> plainlyQuiet() const {
+      return plain_ && up_ && !run_.loud() ? quiet() : std::nullopt;
+   }
+   // When what goes stale then does.
+   [[nodiscard]] static double changesAfter( double stale );
    // `seen`: since the request of whoever has the account.
-   [[nodiscard]] Judgement judge( bool seen ) const;
+   [[nodiscard]] Outlook judge( bool seen ) const;
    // Why it is up and nobody samples it; empty when somebody does.
    [[nodiscard]] std::string unwatched() const;
    // What a quiet reading's run, or an absence, still lacks of the load interval, in seconds and 0 or more.
    [[nodiscard]] double lacks( Judgement const & judgement ) const;
+
+ protected:
+   Watched( Lumo::IntfId intf, Sources const & sources );
+
+   // What happens to the interface, for the windows of those who have an account of it.
+   // A quiet reading is told where readingsToldIs() asks for it.
+   virtual void onReading( Run::Step const & step ) = 0;
+   // What is settled: each reading once, in order, some time after onReading().
+   virtual void onSettled( double from, double to, Interface::IntfRates const & rates ) = 0;
+   virtual void onBreak( Run::Step const & step ) = 0;
+   virtual void onIntfEvent( char const * kind, std::string const & text ) = 0;
+
+   void readingsToldIs( bool told ) { readingsTold_ = told; }
+   // From memory, where readings go together, in two steps.
+   void fetchReadings() const { Kel::fetch( readings_ ); }
+   void fetchTrend() const {
+      if( trend_ ) Kel::fetch( *trend_ );
+   }
 
  private:
    void lookUpRecords();
@@ -109,41 +129,43 @@ class Watched final {
    void lookUpRows();
    [[nodiscard]] std::optional<double> awayFrom() const;
    [[nodiscard]] bool isPlain() const;
-   [[nodiscard]] Judgement judgeUp() const;
+   [[nodiscard]] Outlook judgeUp() const;
+   [[nodiscard]] std::optional<Quiet> quiet() const;
 
-   // What a sample needs comes first, and close together: a thousand interfaces are more than the caches hold.
-   WatchedListener & listener_;
-   Lumo::IntfId const intf_;
+   // What a sample needs comes first, in two cache lines and that of its reading: thousands of interfaces are more than
+   // the caches hold.
    uint32_t samples_ = 0;  // the monitor's count at the sample that was taken in last
    double sampleTime_ = 0;
-   bool recordsMoved_ = true;
-   bool membersMoved_ = true;
-   bool plain_ = false;  // an Ethernet interface that is up and sampled
-   bool plainKnown_ = false;
-   bool up_ = false;         // as the link's record says
-   bool down_ = false;       // likewise
-   bool judgeable_ = false;  // there is a threshold
-   bool complete_ = false;   // it is made of some rows, and all have counters
-   double threshold_ = 0;    // bit/s, by which the run was judged until now
+   double threshold_ = 0;  // bit/s, by which the run was judged until now
    // The records that it rests on, null where there is none: a sample costs no look-up.
    Kel::Ptr<Maintenance::MonIntfStatus const> monitor_;
    Kel::Ptr<IntfMaintenanceProfile::Config const> profile_;
    // The counters that samples are made of, of those rows that have any.
    Kel::Few<KelQuill::CounterTable::Row const *> counters_;
-   uint32_t countersAt_ = 0;     // generation at which they were looked up
-   bool countersKnown_ = false;  // they were
-   bool entered_ = false;        // has our error-disable entry
+   bool recordsMoved_ : 1 = true;
+   bool membersMoved_ : 1 = true;
+   bool plain_ : 1 = false;  // an Ethernet interface that is up and sampled
+   bool plainKnown_ : 1 = false;
+   bool up_ : 1 = false;             // as the link's record says
+   bool down_ : 1 = false;           // likewise
+   bool judgeable_ : 1 = false;      // there is a threshold
+   bool complete_ : 1 = false;       // it is made of some rows, and all have counters
+   bool countersKnown_ : 1 = false;  // they were looked up
+   bool entered_ : 1 = false;        // has our error-disable entry
+   bool readingsTold_ : 1 = false;
+   Marks marks_;
+   uint32_t countersAt_ = 0;  // generation at which they were looked up
    Run run_;
-   // By which load interval the trend is to have the readings, in seconds; none: it is not.
-   std::optional<uint32_t> trendInterval_;
-   Readings readings_;
+   Readings readings_;  // each for the trend of its kind
    // The rest
    std::unique_ptr<Trend> trend_;  // null: there are no readings of it
    Kel::Ptr<Interface::IntfStatus const> link_;
    Kel::Few<Lumo::IntfId> rows_;
-   std::optional<double> awaySince_;
+   double awaySince_ = never;  // s
    Sources const & sources_;
-   NeverWatched const & neverWatched_;
+   Lumo::IntfId const intf_;
+
+   static constexpr double never = std::numeric_limits<double>::infinity();
 };
 
 }  // namespace Evidence
