@@ -31,11 +31,12 @@ if( RATEMON_FAST_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" )
 endif()
 
 # Gives a target what fits it: the compiler takes such a header only for the same kind of code, that of a library or of a program,
-# and where the macros of the same libraries are defined.
+# with the same visibility, and where the macros of the same libraries are defined.
 function( ratemon_precompiled target )
    get_target_property( type ${target} TYPE )
    get_target_property( links ${target} LINK_LIBRARIES )
-   if( NOT precompiled )
+   get_target_property( visibility ${target} CXX_VISIBILITY_PRESET )
+   if( NOT precompiled OR visibility STREQUAL "hidden" )
       return()
    elseif( NOT type STREQUAL "EXECUTABLE" AND "Boost::json" IN_LIST links )
       set( headers headers_with_boost )
