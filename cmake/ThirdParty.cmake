@@ -11,6 +11,9 @@ find_package( SQLite3 3.37 REQUIRED )  # tables that are STRICT
 pkg_check_modules( mnl REQUIRED IMPORTED_TARGET libmnl )
 pkg_check_modules( prometheus REQUIRED IMPORTED_TARGET prometheus-cpp-core )  # the registry and the text of it, no server
 pkg_check_modules( ncursesw REQUIRED IMPORTED_TARGET ncursesw )
+# It asks for an interface of the system that every C++ compiler here asks for already, and more: headers that were parsed without it
+# could not be used.
+set_target_properties( PkgConfig::ncursesw PROPERTIES INTERFACE_COMPILE_OPTIONS "" )
 pkg_check_modules( nats REQUIRED IMPORTED_TARGET libnats>=3.4 )
 find_package( OpenSSL 3.0 REQUIRED )
 
