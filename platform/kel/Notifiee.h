@@ -30,8 +30,27 @@ class ReactorBase : public PtrInterface {
 
    [[nodiscard, gnu::always_inline]] bool deliverable() const { return kelDeliverable() && owner_->kelDeliverable(); }
 
+ protected:
+   [[nodiscard]] PtrInterface const & kelOwner() const { return *owner_; }
+
  private:
    PtrInterface const * owner_;
+};
+
+// A reactor of one machine, silent whenever that is, and called on its behalf: `owner()` in place of a member for it, as
+// there are reactors for each interface. Base is what it reacts to; further arguments are the Base's and come first
+// there.
+template<class Owner, class Base>
+class OwnedBy : public Base {
+ public:
+   template<class... Args>
+   explicit OwnedBy( Owner & owner, Args const &... args ) : Base( args..., owner ) {}
+
+ protected:
+   // Taken from this as it was handed over, so neither the type nor the right to change it is a guess.
+   [[nodiscard]] Owner & owner() const {
+      return const_cast<Owner &>( static_cast<Owner const &>( ReactorBase::kelOwner() ) );
+   }
 };
 
 // A reactor on the changes of an entity: a link in that entity's list, in one list at a time.
@@ -46,17 +65,20 @@ class NotifieeBase : public ReactorBase {
    NotifieeBase * next_ = nullptr;
 };
 
-// Reactors in order of registration, intrusive: attaching and detaching allocate nothing.
+// Reactors in order of registration, intrusive: attaching and detaching allocate nothing. They stand in a ring, so that
+// each of the many entities keeps one pointer.
 class NotifieeList {
  public:
-   [[nodiscard]] bool empty() const { return !first_; }
+   [[nodiscard]] bool empty() const { return !last_; }
    // Null unless there is just one.
-   [[nodiscard]] NotifieeBase * only() const { return first_ == last_ ? first_ : nullptr; }
+   [[nodiscard]] NotifieeBase * only() const { return first() == last_ ? last_ : nullptr; }
 
    void append( NotifieeBase & n ) {
-      n.prev_ = last_;
-      n.next_ = nullptr;
-      ( last_ ? last_->next_ : first_ ) = &n;
+      NotifieeBase & before = last_ ? *last_ : n;
+      n.next_ = last_ ? first() : &n;
+      n.prev_ = &before;
+      n.next_->prev_ = &n;
+      before.next_ = &n;
       last_ = &n;
    }
 
@@ -65,21 +87,22 @@ class NotifieeList {
       for( Delivery * d = Delivery::innermost_; d; d = d->outer_ ) {
          if( &d->list_ == this ) d->forget( n );
       }
-      ( n.prev_ ? n.prev_->next_ : first_ ) = n.next_;
-      ( n.next_ ? n.next_->prev_ : last_ ) = n.prev_;
+      n.prev_->next_ = n.next_;
+      n.next_->prev_ = n.prev_;
+      if( last_ == &n ) last_ = n.prev_ == &n ? nullptr : n.prev_;
    }
 
    // The reactors are not told and keep their links, so none of them may be detached or destroyed any more.
    void forgetAll() {
       for( Delivery const * d = Delivery::innermost_; d; d = d->outer_ ) KEL_ASSERT( &d->list_ != this );
-      first_ = last_ = nullptr;
+      last_ = nullptr;
    }
 
    // One delivery under way. Stands on the mutator's stack, nested in those that are under way around it; a list
    // corrects the positions of its deliveries as reactors go.
    class Delivery {
     public:
-      explicit Delivery( NotifieeList & list ) : Delivery( list, list.first_, list.last_ ) {}
+      explicit Delivery( NotifieeList & list ) : Delivery( list, list.first(), list.last_ ) {}
       Delivery( Delivery const & ) = delete;
       Delivery & operator=( Delivery const & ) = delete;
       ~Delivery() { innermost_ = outer_; }
@@ -130,7 +153,8 @@ class NotifieeList {
    };
 
  private:
-   NotifieeBase * first_ = nullptr;
+   [[nodiscard]] NotifieeBase * first() const { return last_ ? last_->next_ : nullptr; }
+
    NotifieeBase * last_ = nullptr;
 };
 
