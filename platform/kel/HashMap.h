@@ -50,8 +50,9 @@ class MapWalk {
 
 template<class V, class K>
 class HashMap {
-   // Entries know each other by the numbers of their places. The value comes last: so the usual key, an interned id of
-   // four bytes, and the links fill whole words.
+   // Entries know each other by the numbers of their places; before the first comes the last, so that the many small
+   // maps need not keep it. The value comes last: so the usual key, an interned id of four bytes, and the links fill
+   // whole words.
    struct Node {
       K const key;
       uint32_t prev = none;
@@ -151,9 +152,10 @@ class HashMap {
 
    // Adds an entry that is not there yet.
    V & insert( K const & key, V value ) {
-      uint32_t const i = nodes_.make( key, last_, none, none, std::move( value ) );
-      ( last_ == none ? first_ : nodes_[last_].next ) = i;
-      last_ = i;
+      uint32_t const last = first_ == none ? none : nodes_[first_].prev;
+      uint32_t const i = nodes_.make( key, last, none, none, std::move( value ) );
+      ( last == none ? first_ : nodes_[last].next ) = i;
+      nodes_[first_].prev = i;
       // Counted and in the list already: an index that grows is built from the whole list.
       ++size_;
       index( i );
@@ -168,8 +170,7 @@ class HashMap {
       // Before it is unlinked: cursors step on to its successor.
       Cursor::leave( *this, n );
       unindex( i );
-      ( n.prev == none ? first_ : nodes_[n.prev].next ) = n.next;
-      ( n.next == none ? last_ : nodes_[n.next].prev ) = n.prev;
+      unlink( i );
       --size_;
       V value = std::move( n.value );
       nodes_.end( i );
@@ -179,12 +180,14 @@ class HashMap {
 
  private:
    static constexpr uint32_t linearMax = 4;
+   static constexpr uint32_t firstBucketBits = 4;
 
+   [[nodiscard]] std::size_t bucketCount() const { return std::size_t{ 1 } << bucketBits_; }
    [[nodiscard]] std::size_t bucket( K const & key ) const {
       // Fibonacci hashing: strings come well mixed, but interned ids are small consecutive numbers. The product mixes
-      // upwards, so the bucket is taken from its upper half.
-      return static_cast<std::size_t>( ( uint64_t{ std::hash<K>{}( key ) } * 0x9e3779b97f4a7c15u ) >> 32 ) &
-             ( bucketCount_ - 1 );
+      // upwards, so the bucket is taken from its upper end.
+      return static_cast<std::size_t>( ( uint64_t{ std::hash<K>{}( key ) } * 0x9e3779b97f4a7c15u ) >>
+                                       ( 64 - bucketBits_ ) );
    }
 
    [[nodiscard]] Node * at( uint32_t number ) const { return number == none ? nullptr : &nodes_[number]; }
@@ -202,15 +205,25 @@ class HashMap {
    void index( uint32_t i ) {
       // An index stays once it is there, also when few entries are left: a map that was large may grow again.
       if( size_ <= linearMax && !buckets_ ) return;
-      if( size_ > bucketCount_ ) {
-         bucketCount_ = buckets_ ? 2 * bucketCount_ : 4 * linearMax;
-         buckets_ = std::make_unique<uint32_t[]>( bucketCount_ );
-         std::fill_n( buckets_.get(), bucketCount_, none );
+      if( !buckets_ || size_ > bucketCount() ) {
+         uint32_t const bits = buckets_ ? bucketBits_ + 1u : firstBucketBits;
+         buckets_ = std::make_unique<uint32_t[]>( std::size_t{ 1 } << bits );
+         bucketBits_ = bits & 31u;
+         std::fill_n( buckets_.get(), bucketCount(), none );
          // All anew, for the buckets differ by their count; this includes the entry that has just come.
          for( uint32_t n = first_; n != none; n = nodes_[n].next ) link( n );
       } else {
          link( i );
       }
+   }
+
+   void unlink( uint32_t i ) {
+      Node const & n = nodes_[i];
+      uint32_t const last = nodes_[first_].prev;
+      ( i == first_ ? first_ : nodes_[n.prev].next ) = n.next;
+      // Who follows takes over its predecessor; when the last one goes, the first does.
+      uint32_t const follower = i == last ? first_ : n.next;
+      if( follower != none ) nodes_[follower].prev = n.prev;
    }
 
    void link( uint32_t i ) {
@@ -229,9 +242,8 @@ class HashMap {
    Nodes nodes_;
    std::unique_ptr<uint32_t[]> buckets_;
    uint32_t first_ = none;
-   uint32_t last_ = none;
-   uint32_t bucketCount_ = 0;  // a power of two once there are buckets
-   uint32_t size_ = 0;
+   uint32_t size_ : 27 = 0;       // more than there are places
+   uint32_t bucketBits_ : 5 = 0;  // log2 of how many there are, once there are any
 };
 
 }  // namespace Kel
