@@ -77,14 +77,6 @@ void MonitoredIntf::updateTrafficRates() {
    }
 }
 
-IntfCounterInfo::Counter const * IntfCounterInfo::currentStatistics( Counters const & counters ) {
-   if( !counter_ || generation_ != counters.generation() ) [[unlikely]] {
-      counter_ = counters.currentStatistics( intfId() );
-      generation_ = counters.generation();
-   }
-   return counter_.get();
-}
-
 IntfCounterInfo * MonitoredIntf::counterInfo( Lumo::IntfId sampled ) {
    if( sampled != intfId() ) return memberTrafficCounters( sampled ).get();
    if( !ownInfo_ ) ownInfo_ = memberTrafficCounters( sampled ).get();
@@ -95,7 +87,7 @@ IntfRates MonitoredIntf::getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId ) 
    KEL_ASSERT_TEXT( EthIntfId::isEthIntfId( argIntfId ), "Lumo::EthIntfId::isEthIntfId( argIntfId )" );
    auto const & counters = *rootSm()->in().phyCounterDir;
    IntfCounterInfo * info = counterInfo( argIntfId );
-   if( !( info ? info->currentStatistics( counters ) : counters.currentStatistics( argIntfId ).get() ) ) {
+   if( !( info ? info->hasCounters( counters ) : counters.currentStatistics( argIntfId ) != nullptr ) ) {
       // Nothing is published: the record keeps the rates of the last sample, which say more than a zero that nobody
       // measured.
       rootSm()->counters()->numNoIntfCounterInc( 1 );
@@ -109,7 +101,7 @@ IntfRates MonitoredIntf::getEthPhyIntfTrafficCounters( Lumo::IntfId argIntfId ) 
    // between.
    auto const prev = info->prevStats();
    double const deltaTime = now - info->lastUpdateTime();
-   auto const stats = info->currentStatistics( counters )->statistics();
+   auto const stats = info->statistics( counters );
    info->prevStatsIs( stats );
    info->lastUpdateTimeIs( now );
    // A sampler's first sample has nothing to compare with. A member that joins later has zeros, which are its start

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "kel/Attributes.h"
+#include "kel/InBlocks.h"
 #include "quill/IntfCounters.h"
 #include "records/Interface.h"
 #include "records/MonIntfStatus.h"
@@ -22,7 +23,7 @@ class RateMonContext;
 [[nodiscard]] bool isSupportedIntf( Lumo::IntfId intfId );
 
 // What the last sample of one Ethernet interface saw: the monitored one itself, or a member it is reached through.
-class IntfCounterInfo final : public Kel::Entity {
+class IntfCounterInfo final : public Kel::Entity, public Kel::InBlocks<IntfCounterInfo> {
    KEL_ENTITY( IntfCounterInfo, "MaintenanceMode::IntfCounterInfo", Lumo::IntfId, intfId )
    KEL_ATTR( Interface::IntfStatistics, prevStats )
    KEL_ATTR( Interface::IntfRates, rates )  // bit/s
@@ -30,22 +31,29 @@ class IntfCounterInfo final : public Kel::Entity {
    KEL_ENTITY_END
 
    using Counters = Interface::IntfCounterMasquerade::AllEthIntfCounterPtrDir;
-   using Counter = Interface::IntfCounterMasquerade::IntfCounter;
 
-   // The interface's present counters, null when it has none. Looked up once for as long as no interface's come or go.
-   [[nodiscard]] Counter const * currentStatistics( Counters const & counters );
+   [[nodiscard]] bool hasCounters( Counters const & counters ) { return counter_.isIn( counters, intfId() ); }
+   // Its present counters; without values where it has none.
+   [[nodiscard]] Interface::IntfStatistics statistics( Counters const & counters ) {
+      return counter_.statistics( counters, intfId() );
+   }
 
  private:
-   Kel::Ptr<Counter const> counter_;
-   uint32_t generation_ = 0;  // of the directory in which counter_ was found
+   Interface::IntfCounterMasquerade::KeptCounter counter_;
 };
 
-class MonitoredIntf final : public Kel::Entity {
+class alignas( 64 ) MonitoredIntf final : public Kel::Entity, public Kel::InBlocks<MonitoredIntf> {
    KEL_MACHINE( MonitoredIntf, "MaintenanceMode::MonitoredIntf", Lumo::IntfId, intfId )
-   KEL_ATTR( bool, initialized )  // the first sample has been taken; here it takes no memory of its own
+   // What each sample needs: it fills the first line of the processor's caches.
+   KEL_ATTR( bool, initialized )  // the first sample has been taken
    KEL_REF( RateMonContext *, rootSm )
    KEL_ATTR_HANDLED( Kel::String8, profileName, handleProfileName )  // of the profile in force
    KEL_REF( Kel::Ptr<Maintenance::MonIntfStatus>, monIntfStatus )
+
+ private:
+   IntfCounterInfo * ownInfo_ = nullptr;  // this interface's among the member counters, once it is there
+
+ public:
    // The units that wait for this interface's drain result; always true.
    KEL_MAP( bool, Kel::String8, dependentUnit, onDependentUnit )
    // By Ethernet interface, made on its first sample, kept until the sampler goes.
@@ -77,8 +85,6 @@ class MonitoredIntf final : public Kel::Entity {
    // What the last sample saw, null before the first.
    [[nodiscard]] IntfCounterInfo * counterInfo( Lumo::IntfId sampled );
    void publishIfOwn( Lumo::IntfId sampled, Interface::IntfRates const & rates );
-
-   IntfCounterInfo * ownInfo_ = nullptr;  // this interface's among the member counters, once it is there
 };
 
 class MonitoredIntfDir final : public Kel::Entity {

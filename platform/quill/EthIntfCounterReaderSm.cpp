@@ -28,7 +28,7 @@ EthIntfCounterReaderSm::EthIntfCounterReaderSm( Kel::Ptr<KelQuill::EntityManager
    : readerName_( "ethIntfCounterReader" ),
      tables_( tables ),
      writerStatusDir_( writerStatusDir ),
-     counters_( new AllEthIntfCounterPtrDir( "counters" ) ) {}
+     counters_( new AllEthIntfCounterPtrDir( "counters", tables ) ) {}
 
 EthIntfCounterReaderSm::~EthIntfCounterReaderSm() = default;
 

@@ -27,6 +27,7 @@ using Interface::EthIntfCounterReaderSm;
 using Interface::IntfStatistics;
 using Interface::IntfCounterMasquerade::currentName;
 using Interface::IntfCounterMasquerade::IntfCounter;
+using Interface::IntfCounterMasquerade::KeptCounter;
 using KelQuill::CounterTable;
 using KelQuill::CounterWriter;
 using KelQuill::TableError;
@@ -375,6 +376,23 @@ TEST_F( ReaderStory, anInterfaceThatAppearsAfterTheTurnsSnapshotDoesNotCountFrom
       for( int i = 0; i < 5; ++i ) (void)current( "Ethernet3" );
    } );
    EXPECT_EQ( refreshes, 3 );
+}
+
+TEST_F( ReaderStory, whoKeepsACounterFollowsItsInterfaceToAnotherRow ) {
+   writer.rowIs( IntfId( "Ethernet1" ) );
+   startReader();
+   octets( "Ethernet1", 1, 2 );
+   octets( "Ethernet2", 5, 6 );
+   KeptCounter kept;
+   auto const & directory = *reader->allEthIntfCounterPtrDir();
+   auto const read = [&] { return kept.statistics( directory, IntfId( "Ethernet1" ) ); };
+   loop.turn( [&] { EXPECT_EQ( read(), ( IntfStatistics{ 1, 2 } ) ); } );
+   writer.rowDel( IntfId( "Ethernet1" ) );
+   EXPECT_FALSE( kept.isIn( directory, IntfId( "Ethernet1" ) ) );
+   EXPECT_EQ( read(), ( IntfStatistics{ MaybeU63::none(), MaybeU63::none() } ) );
+   writer.rowIs( IntfId( "Ethernet2" ) );  // where the other was
+   writer.rowIs( IntfId( "Ethernet1" ) );
+   loop.turn( [&] { EXPECT_EQ( read(), ( IntfStatistics{ 1, 2 } ) ); } );
 }
 
 // Octets that stand still may only be unread. The time tells.
