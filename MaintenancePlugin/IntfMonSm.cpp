@@ -21,9 +21,9 @@ IntfMonSm::IntfMonSm( Lumo::IntfId id, Kel::Ptr<Brim::TimerWheel> const & wheel,
                       Kel::Ptr<IntfMaintenanceProfile::Config const> const & profile, RateMonSm * root,
                       Kel::Ptr<MonitoredIntf> const & sampler, MonIntfState initial )
    : intfId_( id ),
+     initialState_( initial ),
      rootSm_( root ),
      monitoredIntf_( sampler ),
-     initialState_( initial ),
      clock_( *this, wheel ),
      intfProfile_( *this ) {
    hasNotificationActiveIs( false );

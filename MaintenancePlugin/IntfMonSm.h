@@ -15,6 +15,7 @@
 #include "MonitoredIntf.h"
 #include "brim/TimerWheel.h"
 #include "kel/Attributes.h"
+#include "kel/InBlocks.h"
 #include "records/MonIntfStatus.h"
 #include "records/Profile.h"
 
@@ -22,16 +23,16 @@ namespace MaintenanceMode {
 
 class RateMonSm;
 
-class IntfMonSm final : public Kel::Entity {
+class IntfMonSm final : public Kel::Entity, public Kel::InBlocks<IntfMonSm> {
    KEL_MACHINE( IntfMonSm, "MaintenanceMode::IntfMonSm", Lumo::IntfId, intfId )
    KEL_REF_BY( clock )        // the wheel that carries its timer
    KEL_REF_BY( intfProfile )  // the profile in force
-   KEL_REF( RateMonSm *, rootSm )
-   KEL_REF( Kel::Ptr<MonitoredIntf>, monitoredIntf )
    KEL_ATTR( Maintenance::MonIntfState, initialState )
    KEL_ATTR_HANDLED( Maintenance::MonIntfState, state, handleState )
-   KEL_ATTR( Kel::String8, oldProfileName )  // name of the profile applied last
    KEL_ATTR( bool, initialized )
+   KEL_REF( RateMonSm *, rootSm )
+   KEL_REF( Kel::Ptr<MonitoredIntf>, monitoredIntf )
+   KEL_ATTR( Kel::String8, oldProfileName )  // name of the profile applied last
    KEL_ENTITY_END
 
    // Replacing it applies it at once; null keeps the one there is.
@@ -57,22 +58,15 @@ class IntfMonSm final : public Kel::Entity {
  private:
    friend class RateMonSm;  // its factory
 
-   class KelClock final : public Brim::TimerWheel::NotifieeConst {
+   class KelClock final : public Kel::OwnedBy<IntfMonSm, Brim::TimerWheel::NotifieeConst> {
     public:
-      KelClock( IntfMonSm & owner, Kel::Ptr<Brim::TimerWheel> const & wheel )
-         : NotifieeConst( wheel, owner ), owner_( owner ) {}
-      void onTime() override { owner_.handleTimeout(); }
-
-    private:
-      IntfMonSm & owner_;
+      using OwnedBy::OwnedBy;
+      void onTime() override { owner().handleTimeout(); }
    };
-   class KelIntfProfile final : public IntfMaintenanceProfile::Config::NotifieeConst {
+   class KelIntfProfile final : public Kel::OwnedBy<IntfMonSm, IntfMaintenanceProfile::Config::NotifieeConst> {
     public:
-      explicit KelIntfProfile( IntfMonSm & owner ) : Reactor( owner ), owner_( owner ) {}
-      void onShutdown() override { owner_.handleProfileUpdate(); }
-
-    private:
-      IntfMonSm & owner_;
+      using OwnedBy::OwnedBy;
+      void onShutdown() override { owner().handleProfileUpdate(); }
    };
 
    IntfMonSm( Lumo::IntfId intfId, Kel::Ptr<Brim::TimerWheel> const & timerWheel,

@@ -3,6 +3,7 @@
 #include "RateMonTrace.h"
 #include "UnitStatusCache.h"
 #include "kel/ActivityLoop.h"
+#include "kel/InBlocks.h"
 #include "kel/Whole.h"
 
 KEL_TYPE( MaintenanceMode::IntfRateAggregatorSm )
@@ -17,12 +18,14 @@ using Maintenance::Unit::TrafficRates;
 // A rate is in the record before anybody hears of it, and each unit's aggregate is a write that anybody may hear of. So
 // there are moments in which some aggregates hold the current rates and some still the previous ones, and whoever makes
 // the interface leave or join a unit in such a moment has to count what that very unit's aggregate holds.
-class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntfStatus::NotifieeConst {
+class IntfRateAggregatorSm::KelMonIntfStatus final
+   : public Kel::OwnedBy<IntfRateAggregatorSm, Maintenance::MonIntfStatus::NotifieeConst>,
+     public Kel::InBlocks<KelMonIntfStatus> {
  public:
-   explicit KelMonIntfStatus( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {}
+   using OwnedBy::OwnedBy;
    void handleInitialized() { toldOf_ = notifier()->curRates().updateTime; }
    void onCurRates() override {
-      if( owner_.initialized() ) handleMonIntfStatusRateChange();
+      if( owner().initialized() ) handleMonIntfStatusRateChange();
    }
 
    // What the unit's aggregate holds of this interface, or would if it counted it.
@@ -38,24 +41,23 @@ class IntfRateAggregatorSm::KelMonIntfStatus final : public Maintenance::MonIntf
    [[nodiscard]] bool unitsKnown();
    [[noreturn, gnu::cold]] void failWithoutStatus() const;
 
-   IntfRateAggregatorSm & owner_;
    UnitStatusCache units_;
    double toldOf_ = 0;    // the update time of the rates that were told last, or are being told
    uint32_t told_ = all;  // how many of the units in order have been told of those, `all` when that is done
 };
 
-class IntfRateAggregatorSm::KelMonitoredIntf final : public MonitoredIntf::NotifieeConst {
+class IntfRateAggregatorSm::KelMonitoredIntf final
+   : public Kel::OwnedBy<IntfRateAggregatorSm, MonitoredIntf::NotifieeConst>,
+     public Kel::InBlocks<KelMonitoredIntf> {
  public:
-   explicit KelMonitoredIntf( IntfRateAggregatorSm & owner ) : Reactor( owner ), owner_( owner ) {}
+   using OwnedBy::OwnedBy;
    void onDependentUnit( Kel::String8 unitName ) override {
-      ++owner_.unitsEpoch_;
-      if( owner_.initialized() ) handleMonitoredIntfConfigChange( unitName );
+      ++owner().unitsEpoch_;
+      if( owner().initialized() ) handleMonitoredIntfConfigChange( unitName );
    }
 
  private:
    void handleMonitoredIntfConfigChange( Kel::String8 const & unitName );
-
-   IntfRateAggregatorSm & owner_;
 };
 
 class IntfRateAggregatorSm::KelMonIntfDir final : public MonitoredIntfDir::Notifiee {
@@ -209,10 +211,10 @@ void IntfRateAggregatorSm::handleUnitStatus( Kel::String8 const & unitName ) {
 // Fills the cache when it is stale. In the middle of telling, those told already stay in front; whoever joined
 // meanwhile comes last.
 bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
-   if( units_.isOf( owner_.unitsEpoch_ ) ) [[likely]]
+   if( units_.isOf( owner().unitsEpoch_ ) ) [[likely]]
       return true;
    Lumo::IntfId const intfId = notifier()->intfId();
-   auto const monitoredIntf = owner_.monIntfDir()->monitoredIntf( intfId );
+   auto const monitoredIntf = owner().monIntfDir()->monitoredIntf( intfId );
    if( !monitoredIntf ) {
       TRACE_AS( 1, "handleMonIntfStatusRateChange",
                 "ERROR:MonitoredIntf object does not exist for the interface " << intfId << " whose rate changed" );
@@ -221,7 +223,7 @@ bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
    std::vector<UnitStatusCache::Status> units;
    auto const append = [&]( bool told ) {
       for( auto [unitName, present] : monitoredIntf->dependentUnitIteratorConst() ) {
-         auto const unit = owner_.unitStatusDir()->status( unitName );
+         auto const unit = owner().unitStatusDir()->status( unitName );
          if( units_.holds( unit, told_ ) == told ) units.push_back( unit );
       }
    };
@@ -229,14 +231,14 @@ bool IntfRateAggregatorSm::KelMonIntfStatus::unitsKnown() {
    auto const told = static_cast<uint32_t>( units.size() );
    append( false );
    told_ = told;
-   units_.fill( owner_.unitsEpoch_, std::move( units ) );
+   units_.fill( owner().unitsEpoch_, std::move( units ) );
    return true;
 }
 
 void IntfRateAggregatorSm::KelMonIntfStatus::failWithoutStatus() const {
    Lumo::IntfId const intfId = notifier()->intfId();
-   for( auto [unitName, present] : owner_.monIntfDir()->monitoredIntf( intfId )->dependentUnitIteratorConst() ) {
-      if( owner_.unitStatusDir()->status( unitName ) ) continue;
+   for( auto [unitName, present] : owner().monIntfDir()->monitoredIntf( intfId )->dependentUnitIteratorConst() ) {
+      if( owner().unitStatusDir()->status( unitName ) ) continue;
       TRACE_AS(
          1, "handleMonIntfStatusRateChange",
          "Error:Unit Status object does not exist for a dependent unit.IntfId:" << intfId << " Unit:" << unitName );
@@ -264,14 +266,14 @@ void IntfRateAggregatorSm::KelMonIntfStatus::handleMonIntfStatusRateChange() {
 void IntfRateAggregatorSm::KelMonitoredIntf::handleMonitoredIntfConfigChange( Kel::String8 const & unitName ) {
    Lumo::IntfId const intfId = notifier()->intfId();
    TRACE( 4, "IntfId:" << intfId << " UnitName:" << unitName );
-   auto const unit = owner_.unitStatusDir()->status( unitName );
+   auto const unit = owner().unitStatusDir()->status( unitName );
    if( !unit ) {
       TRACE( 4, "UnitStatus object does not exist. Nothing to do. Early return.UnitName:" << unitName
                                                                                           << " IntfId:" << intfId );
       return;
    }
    KEL_ASSERT_TEXT( notifier()->monIntfStatus(), "monitoredIntf()->monIntfStatus()" );
-   IntfRates const counted = owner_.countedFor( unit, *notifier() );
+   IntfRates const counted = owner().countedFor( unit, *notifier() );
    bool const joined = notifier()->dependentUnit( unitName ) != nullptr;
    if( joined ) {
       TRACE(

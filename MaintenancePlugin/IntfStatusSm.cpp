@@ -4,6 +4,7 @@
 
 #include "RateMonSm.h"
 #include "RateMonTrace.h"
+#include "kel/InBlocks.h"
 
 KEL_TYPE( MaintenanceMode::IntfStatusSm )
 
@@ -14,9 +15,10 @@ using Maintenance::Profile::ProfileType;
 
 // Reactors on one record
 
-class IntfStatusSm::KelIntfStatus final : public Interface::IntfStatus::NotifieeConst {
+class IntfStatusSm::KelIntfStatus final : public Kel::OwnedBy<IntfStatusSm, Interface::IntfStatus::NotifieeConst>,
+                                          public Kel::InBlocks<KelIntfStatus> {
  public:
-   explicit KelIntfStatus( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {}
+   using OwnedBy::OwnedBy;
    void handleInitialized() {
       KEL_ASSERT_TEXT( !initialized_, "!initialized()" );
       queue( "handleInitialized" );
@@ -28,16 +30,17 @@ class IntfStatusSm::KelIntfStatus final : public Interface::IntfStatus::Notifiee
  private:
    void queue( char const * handler ) {
       TRACE_AS( 9, handler, "intf " << notifier()->intfId() );
-      owner_.addToBacklog( notifier()->intfId() );
+      owner().addToBacklog( notifier()->intfId() );
    }
 
-   IntfStatusSm & owner_;
    bool initialized_ = false;
 };
 
-class IntfStatusSm::KelIntfToGroup final : public IntfMaintenance::IntfToGroup::NotifieeConst {
+class IntfStatusSm::KelIntfToGroup final
+   : public Kel::OwnedBy<IntfStatusSm, IntfMaintenance::IntfToGroup::NotifieeConst>,
+     public Kel::InBlocks<KelIntfToGroup> {
  public:
-   explicit KelIntfToGroup( IntfStatusSm & owner ) : Reactor( owner ), owner_( owner ) {}
+   using OwnedBy::OwnedBy;
    void handleInitialized() {
       KEL_ASSERT_TEXT( !initialized_, "!initialized()" );
       queue( "handleInitialized" );
@@ -50,13 +53,12 @@ class IntfStatusSm::KelIntfToGroup final : public IntfMaintenance::IntfToGroup::
  private:
    void queue( char const * handler ) {
       TRACE_AS( 9, handler, "intf " << intfId() );
-      owner_.addToBacklog( intfId() );
+      owner().addToBacklog( intfId() );
    }
    [[nodiscard]] Lumo::IntfId intfId() const { return notifier()->intfId(); }
    void handleIntfToGroupMembershipChange( Group::GroupKey const & groupKey );
    void handleSelectedProfile( ProfileType profileType );
 
-   IntfStatusSm & owner_;
    bool initialized_ = false;
 };
 
@@ -256,18 +258,18 @@ void IntfStatusSm::KelIntfToGroup::handleIntfToGroupMembershipChange( Group::Gro
       // Later, in the backlog: a join is seldom alone, and whether the interface can be monitored is asked there once
       // for all.
       TRACE( 4, "Interface:" << intfId() << " added to group:" << groupKey );
-      owner_.addToBacklog( intfId() );
+      owner().addToBacklog( intfId() );
       return;
    }
    TRACE( 4, "Interface:" << intfId() << " removed from group:" << groupKey );
-   KEL_ASSERT_TEXT( owner_.groupToUnitDir(), "intfStatusSm()->groupToUnitDir()" );
-   auto const groupToUnit = owner_.groupToUnitDir()->groupToUnit( groupKey );
+   KEL_ASSERT_TEXT( owner().groupToUnitDir(), "intfStatusSm()->groupToUnitDir()" );
+   auto const groupToUnit = owner().groupToUnitDir()->groupToUnit( groupKey );
    if( !groupToUnit ) return;
    // At once: an interface that is no longer the unit's must not keep it waiting, nor stay shut down for it.
    for( auto [unitName, inUnit] : groupToUnit->unitNameIteratorConst() ) {
-      if( !owner_.inService() ) return;  // a removal ended the plug-in
-      KEL_ASSERT_TEXT( owner_.unitMonIntfInput(), "intfStatusSm()->unitMonIntfInput()" );
-      auto const monitored = owner_.unitMonIntfInput()->unitIntfInput( unitName );
+      if( !owner().inService() ) return;  // a removal ended the plug-in
+      KEL_ASSERT_TEXT( owner().unitMonIntfInput(), "intfStatusSm()->unitMonIntfInput()" );
+      auto const monitored = owner().unitMonIntfInput()->unitIntfInput( unitName );
       if( !monitored ) {
          TRACE( 4, "IntfId:" << intfId() << ". Group:" << groupKey << " part of unit:" << unitName
                              << " which is not undergoing maintenance. Nothing to do as part of this unit." );
@@ -275,7 +277,7 @@ void IntfStatusSm::KelIntfToGroup::handleIntfToGroupMembershipChange( Group::Gro
       }
       TRACE( 4, "IntfId:" << intfId() << ". Group:" << groupKey << " part of unit:" << unitName
                           << " which is undergoing maintenance. Check if intf is still member of the unit." );
-      owner_.removeUnlessMember( "handleIntfToGroupMembershipChange", "of unit:", intfId(), unitName, *monitored );
+      owner().removeUnlessMember( "handleIntfToGroupMembershipChange", "of unit:", intfId(), unitName, *monitored );
    }
 }
 
@@ -330,7 +332,7 @@ void IntfStatusSm::KelIntfToGroup::handleSelectedProfile( ProfileType profileTyp
       TRACE( 9, "  ignoring as change cause is not " << ProfileChangeCause::precedence );
       return;
    }
-   owner_.addToBacklog( intfId() );
+   owner().addToBacklog( intfId() );
 }
 
 }  // namespace MaintenanceMode

@@ -52,6 +52,11 @@ class MonIntfStatus final : public Kel::Entity {
       startTime_ = startTime;
    }
 
+   // Side by side in memory (kel/InBlocks.h). Declared only, because plug-ins make them, too, and have copies of their
+   // own of all that is inline.
+   static void * operator new( std::size_t bytes );
+   static void operator delete( void * object );
+
    // How long the traffic has been below the threshold without a break. Each sample of the run stands for the interval
    // of the profile in force, however late it came.
    [[nodiscard]] double quietSeconds( IntfMaintenanceProfile::Config const & profile ) const {
