@@ -60,7 +60,7 @@ class Box:
         os.mkdir(stage.path(name))
         self.holder = stage.spawn(f"{name}/namespace", "unshare", "--net", "sleep", "infinity")
         ours = os.readlink("/proc/self/ns/net")
-        until(lambda: os.readlink(f"/proc/{self.holder.pid}/ns/net") != ours, 5, f"a namespace for {name}")
+        until(lambda: os.readlink(f"/proc/{self.holder.pid}/ns/net") != ours, 60, f"a namespace for {name}")
         # Otherwise the kernel's own packets would be among the octets.
         self.inside("sh", "-c", "echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6; ip link set lo up")
         for number, link in enumerate(LINKS, 1):
@@ -74,7 +74,7 @@ class Box:
         self.maintd = stage.spawn(
             f"{name}/maintd", *self.enter(), stage.program("maintd"), "--foreground", "--config", stage.path("maintd.yaml"),
             "--state", self.path("state"), "--socket", self.path("control.sock"), "--read-socket", self.path("read.sock"))
-        until(lambda: self.maintctl("units", fails=True) is not None, 10, f"maintd of {name}")
+        until(lambda: self.maintctl("units", fails=True) is not None, 60, f"maintd of {name}")
         self.start_agent()
 
     def path(self, name):
@@ -200,7 +200,7 @@ include "./keys/authorization.conf"
         self.controller = self.spawn(
             "controller", self.program("maintfleet"), "controller", "--inventory", self.path("inventory.yaml"), "--state",
             self.path("owner"), "--socket", self.path("fleet.sock"), *self.broker_options("owner"))
-        until(lambda: self.fleet() and self.fleet()["reachable"], 15, "the controller has the broker")
+        until(lambda: self.fleet() and self.fleet()["reachable"], 60, "the controller has the broker")
 
     def kill_controller(self):
         self.controller.kill()
