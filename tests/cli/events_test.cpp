@@ -132,7 +132,7 @@ TEST_F( EventsCommand, endWhereThereIsNothingToFollow ) {
          }
    } );
    Running const running = begun( { "events" }, {} );
-   for( int tenths = 0; tenths < 100 && contents( running.name + ".err" ).empty(); ++tenths ) ::usleep( 100000 );
+   for( int tenths = 0; tenths < 300 && contents( running.name + ".err" ).empty(); ++tenths ) ::usleep( 100000 );
    ::kill( running.process, SIGINT );
    auto const endless = ended( running );
    EXPECT_THAT( endless.err, HasSubstr( "a line is longer than may be" ) );

@@ -77,12 +77,15 @@ class WatchTerminal {
    // The status as of waitpid(), of one that ends by itself.
    int ended() {
       int status = -1;
-      for( int i = 0; i < 100 && process_ > 0; ++i ) {
+      for( int i = 0; i < 200 && process_ > 0; ++i ) {
          read( 100 );
          if( ::waitpid( process_, &status, WNOHANG ) == process_ ) process_ = 0;
       }
-      read( 0 );
       EXPECT_EQ( process_, 0 ) << "it did not end";
+      // What it wrote last may still be on its way through the terminal; this comes behind it.
+      std::string const behind = "all is read";
+      EXPECT_GT( ::write( program_, behind.data(), behind.size() ), 0 );
+      for( int i = 0; i < 200 && shown_.find( behind ) == std::string::npos; ++i ) read( 100 );
       return status;
    }
    [[nodiscard]] bool restored() const {
