@@ -1,11 +1,8 @@
 #include "RealBroker.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,21 +25,10 @@ std::string madeDirectory() {
    return name;
 }
 
-int freePort() {
-   int const fd = socket( AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0 );
-   sockaddr_in address{
-      .sin_family = AF_INET, .sin_port = 0, .sin_addr = { htonl( INADDR_LOOPBACK ) }, .sin_zero = {} };
-   socklen_t length = sizeof( address );
-   EXPECT_EQ( bind( fd, reinterpret_cast<sockaddr *>( &address ), length ), 0 );
-   EXPECT_EQ( getsockname( fd, reinterpret_cast<sockaddr *>( &address ), &length ), 0 );
-   close( fd );
-   return ntohs( address.sin_port );
-}
-
 }  // namespace
 
 bool soon( std::function<bool()> const & holds ) {
-   auto const end = std::chrono::steady_clock::now() + std::chrono::seconds( 10 );
+   auto const end = std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
    while( !holds() ) {
       if( std::chrono::steady_clock::now() > end ) return false;
       std::this_thread::sleep_for( std::chrono::milliseconds( 10 ) );
@@ -50,8 +36,7 @@ bool soon( std::function<bool()> const & holds ) {
    return true;
 }
 
-RealBroker::RealBroker( std::vector<std::string> const & boxes )
-   : directory_( madeDirectory() ), keys_( directory_ ), port_( freePort() ) {
+RealBroker::RealBroker( std::vector<std::string> const & boxes ) : directory_( madeDirectory() ), keys_( directory_ ) {
    keys_.init();
    keys_.add( boxes );
    std::string const certificate =
@@ -69,7 +54,7 @@ RealBroker::~RealBroker() {
 }
 
 void RealBroker::writeConfiguration() const {
-   std::ofstream( path( "nats.conf" ) ) << "listen: \"127.0.0.1:" << port_ << "\"\njetstream { store_dir: \""
+   std::ofstream( path( "nats.conf" ) ) << "listen: \"127.0.0.1:" << port_.number() << "\"\njetstream { store_dir: \""
                                         << path( "jetstream" ) << "\" }\ntls { cert_file: \"" << path( "tls.pem" )
                                         << "\", key_file: \"" << path( "tls.key" )
                                         << "\" }\ninclude \"./authorization.conf\"\n";
@@ -103,7 +88,7 @@ std::string RealBroker::log() const {
 
 NatsOptions RealBroker::optionsOf( std::string const & box, std::string const & keyOf ) const {
    NatsOptions options;
-   options.url = "tls://127.0.0.1:" + std::to_string( port_ );
+   options.url = "tls://127.0.0.1:" + std::to_string( port_.number() );
    options.box = box;
    options.keyFile = keyOf.empty() ? "" : keys_.seedFile( keyOf );
    options.caFile = path( "tls.pem" );

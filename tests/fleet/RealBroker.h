@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "FreePort.h"
 #include "broker/NatsBroker.h"
 #include "keys/KeyStore.h"
 
@@ -40,11 +41,11 @@ class RealBroker {
 
    std::string const directory_;
    KeyStore keys_;
-   int port_ = 0;
+   FreePort const port_;
    pid_t process_ = 0;  // 0: none runs
 };
 
-// Whether it holds within ten seconds; asked for again and again.
+// Whether it holds within half a minute; asked for again and again.
 [[nodiscard]] bool soon( std::function<bool()> const & holds );
 
 }  // namespace Fleet

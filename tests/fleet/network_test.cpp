@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "Desk.h"
+#include "FreePort.h"
 #include "http/HttpServer.h"
 
 namespace FleetTest {
@@ -22,13 +23,7 @@ using ::testing::StartsWith;
 
 class FleetNetwork : public ::testing::Test {
  protected:
-   // A port that was free a moment ago.
-   static std::string freeAddress() {
-      asio::io_context io;
-      std::ostringstream text;
-      text << Tcp::acceptor( io, { asio::ip::address_v4::loopback(), 0 } ).local_endpoint();
-      return std::move( text ).str();
-   }
+   [[nodiscard]] std::string freeAddress() const { return "127.0.0.1:" + std::to_string( free_.number() ); }
    void serve( std::string const & address ) {
       server_.emplace( loop_, Host::HttpServer::Place{ .path = "", .program = "maintfleet", .address = address },
                        [this]( Host::HttpRequest const & request ) { return desk.api().answer( request ); } );
@@ -46,7 +41,7 @@ class FleetNetwork : public ::testing::Test {
       std::string text;
       bool ended = false;
       asio::async_read( client, asio::dynamic_buffer( text ), [&]( auto const &, std::size_t ) { ended = true; } );
-      while( !ended && loop_.io().run_one_for( std::chrono::seconds( 10 ) ) > 0 ) {
+      while( !ended && loop_.io().run_one_for( std::chrono::seconds( 30 ) ) > 0 ) {
       }
       EXPECT_TRUE( ended );
       return text;
@@ -60,6 +55,7 @@ class FleetNetwork : public ::testing::Test {
    std::string client_;
 
  private:
+   Fleet::FreePort const free_;
    std::optional<Host::HttpServer> server_;
    uint16_t port_ = 0;
 };
