@@ -80,7 +80,7 @@ class Frr : public PrivateNetwork {
          _exit( 127 );
       }
       running_[daemon] = pid;
-      for( int i = 0; i < 500 && run( "vtysh -d " + daemon + " -c 'show version'" ).first != 0; ++i ) usleep( 10'000 );
+      for( int i = 0; i < 3000 && run( "vtysh -d " + daemon + " -c 'show version'" ).first != 0; ++i ) usleep( 10'000 );
    }
    static void end( pid_t pid ) {
       kill( pid, SIGKILL );

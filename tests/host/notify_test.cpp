@@ -44,8 +44,7 @@ class ServiceManagerTest : public ::testing::Test {
       loop_.io().restart();
       loop_.run();
    }
-   // As signs of life are to be: the next one 0.1 s after the one before. On a machine that has no time there are
-   // fewer.
+   // As signs of life are to be: the next one 0.1 s after the one before. On a machine without time there are fewer.
    void countTicks( boost::asio::steady_timer & tick ) {
       tick.expires_after( std::chrono::milliseconds( 100 ) );
       tick.async_wait( [&]( auto error ) {

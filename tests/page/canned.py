@@ -159,7 +159,8 @@ class CannedHandler(http.server.BaseHTTPRequestHandler):
     def file(self, path):
         if path.parent != PAGE or path.suffix not in TYPES or not path.exists():
             return self.answer(404, b"", "text/plain")
-        # It says something ten times a second: a test need not wait for long until it has said nothing for three times this.
+        # It says something ten times a second: a test need not wait for long until it has said nothing for three times
+        # this.
         body = re.sub(rb'(stream-speaks-every" content=")[\d.]+', rb"\g<1>1", path.read_bytes())
         # What changes, changes because it was told.
         body = re.sub(rb"(againAfter = )\d+", rb"\g<1>1000000", body)
