@@ -57,7 +57,8 @@ function findings( told, out ) {
    if( told.doubt ) {
       found.push( { tone: "bad", rank: 0, head: "The fleet's owner is in doubt", text: [ capital( told.doubt ),
          told.doubt.includes( "older than the fleet" ) &&
-            ". Nothing is ordered until somebody has looked and says so: maintfleet accept" ].filter( Boolean ) } );
+            [ ". Nothing is ordered until somebody has looked and says so. ",
+              h( "button", { onclick: () => accept( told ), disabled: !mayChange() }, "Accept these books" ) ] ].flat().filter( Boolean ) } );
    }
    if( !told.reachable ) {
       found.push( { tone: "bad", rank: 1, head: "The boxes cannot be reached", shape: "unknown",
@@ -144,6 +145,17 @@ function plansSection( told ) {
       going.length ? planTable( "Plans under way", going ) : h( "p", { class: "soft" }, "No plan is under way." ),
       over.length > 0 && h( "details", null, h( "summary", { "data-row": true }, over.length === 1 ? "1 plan that is over" : `${over.length} plans that are over` ),
                             planTable( "Plans that are over", over ) ) );
+}
+
+function accept( told ) {
+   const silent = told.counts.silent;
+   const underWay = told.plans.filter( ( plan ) => plan.state === "running" || plan.state === "paused" ).map( ( plan ) => plan.plan );
+   change( { title: "Go on with books that are older than the fleet?", verb: "Accept these books", path: "/v1/accept", query: [],
+             text: "What was ordered since they were kept is withdrawn: those units stay as they are, and count as out until they are "
+                + "seen in service. Plans and brakes of that time are gone: put on first what is to hold. "
+                + ( silent ? `${plural( silent, "box is", "boxes are" )} silent, and may know of more: wait for those that will be heard. ` : "" )
+                + ( underWay.length ? `Under way as it was then: ${underWay.join( ", " )}. Cancel first what is not to go on from there.` : "" ),
+             done: "The books are accepted" } );
 }
 
 function putBrake() {

@@ -263,6 +263,25 @@ def a_plan_is_paused_resumed_cancelled_and_its_units_ordered_back(browser):
 
 
 @test
+def old_books_are_accepted_by_who_has_read_what_that_means(browser):
+    owner = stories.night()
+    owner.doubt = "s1a/fabric has seen order 9, and the newest in the books is 4: the books are older than the fleet"
+    opened(browser, owner)
+    browser.run("sessionStorage.setItem('maintfleet.key', arguments[0])", KEY)
+    browser.press("Accept these books", "header")
+    browser.sees("Under way as it was then: plan-7", "dialog")
+    assert not owner.posts()
+    browser.press("Accept these books", "dialog")
+    browser.until("it is done", "return !document.querySelector('dialog').open")
+    assert [asked[1:3] for asked in owner.posts()] == [("/v1/accept", [])], owner.posts()
+    # Of two owners neither can be told to go on.
+    owner.doubt = "another owner is there: broker-2, process 7"
+    owner.tell()
+    browser.sees("Another owner is there", "header")
+    assert "Accept" not in browser.text("header")
+
+
+@test
 def a_lost_connection_is_said_and_comes_back(browser):
     owner = opened(browser, stories.night())
     assert browser.run("return document.querySelector('#lost').hidden")
