@@ -32,6 +32,7 @@ namespace {
 struct Arguments {
    Fleet::VerbOptions verb;
    Fleet::PlanOptions plan;
+   Fleet::HistoryOptions history;
    Fleet::ControllerOptions controller;
    Fleet::AgentOptions agent;
    Fleet::KeysOptions keys;
@@ -127,6 +128,20 @@ void onlyUnit( CLI::App & command, Arguments & a ) {
 
 void someName( CLI::App & command, Arguments & a ) {
    command.add_option( "NAME", a.name, "only this plan or box" )->check( nameFault );
+}
+
+void remembering( CLI::App & command, Arguments & a ) {
+   command.add_option( "--box", a.history.box, "only of this box" )->check( nameFault );
+   command.add_option( "--unit", a.history.unit, "only of units of this name, or of one, BOX/UNIT" )
+      ->check( nameFault );
+   command.add_option( "--plan", a.history.plan, "only of this plan, as plan-7" )->check( nameFault );
+   span( command, "--since", a.history.agoSeconds, "only from so long ago on: 12h, 30d (default: the last 1000)" );
+}
+
+void naming( CLI::App & command, Arguments & a ) {
+   command.add_option( "WHAT", a.name, "boxes, units, plans, labels or sites" )
+      ->required()
+      ->check( CLI::IsMember( { "boxes", "units", "plans", "labels", "sites" } ) );
 }
 
 void plan( CLI::App & command, Arguments & a ) {
@@ -273,6 +288,14 @@ Verb const verbs[] = {
      "whether boxes or units could be out within all budgets: exit status 0, or 1 with the numbers",
      []( auto & a ) { return Fleet::askCanStop( a.verb, a.names, a.unit ); },
      { boxesOrUnits, onlyUnit, asking } },
+   { "history",
+     "who took what out, when, within which budgets, and when it came back",
+     []( auto & a ) { return Fleet::askHistory( a.verb, a.history ); },
+     { remembering, asking } },
+   { "names",
+     "the names of boxes, units, plans, labels or sites, a line each",
+     []( auto & a ) { return Fleet::askNames( a.verb, a.name ); },
+     { naming, asking } },
    { "pause",
      "have a plan order nothing more, until it is resumed",
      []( auto & a ) { return Fleet::askPlanChange( a.verb, a.name, "pause" ); },

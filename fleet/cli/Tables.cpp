@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 
+#include "tables/Printable.h"
 #include "tables/Table.h"
 #include "tables/Words.h"
 
@@ -91,6 +93,23 @@ constexpr Cli::Column roomColumns[] = { { "GROUP", "group", Cli::plainCell },
                                         { "WOULD BE OUT", "wouldBeOut", wouldCell },
                                         { "ENOUGH", "enough", Cli::yesNoCell },
                                         { "OUT NOW", "who", whoCell } };
+
+// "pair: s1 1 of 1", each: how many were out of those that may be.
+std::string budgetsCell( Object const & row, char const * member, Clocks const & ) {
+   if( !row.contains( member ) ) return "-";
+   std::vector<std::string> groups;
+   for( auto const & group : list( row, member ) )
+      groups.push_back(
+         text( object( group ), "group" ) + " " +
+         of( number( object( group ), "out" ).value_or( 0 ), number( object( group ), "mayBeOut" ).value_or( 0 ) ) );
+   return Cli::listed( groups, mostTold );
+}
+
+constexpr Cli::Column historyColumns[] = { { "TIME", "time", Cli::clockCell },
+                                           { "WHAT", "what", Cli::plainCell },
+                                           { "BY", "by", Cli::plainCell },
+                                           { "OUT OF MAY BE", "budgets", budgetsCell },
+                                           { "SAID", "text", Cli::plainCell } };
 
 // Of the fleet's own times, which are Unix time.
 Clocks clocksAt( double now ) { return { now, 0.0 }; }
@@ -245,6 +264,41 @@ void printBox( std::ostream & out, Object const & box, double now ) {
    }
 }
 
+void printHistory( std::ostream & out, Object const & answer ) {
+   auto const & rows = list( answer, "history" );
+   if( rows.empty() ) {
+      out << "nothing of that is on record\n";
+      return;
+   }
+   Cli::printTable( out, historyColumns, rows, clocksAt( number( answer, "now" ).value_or( 0 ) ) );
+   if( auto const before = number( answer, "before" ) )
+      out << "there is more before that: --since, --plan, --box or --unit, or the API from before="
+          << static_cast<unsigned long long>( *before ) << "\n";
+}
+
+void printNames( std::ostream & out, std::string const & what, Object const & answer ) {
+   std::set<std::string> names;
+   if( what == "plans" ) {
+      for( auto const & plan : list( answer, "plans" ) ) names.insert( text( object( plan ), "plan" ) );
+   } else {
+      for( auto const & each : list( answer, "boxes" ) ) {
+         Object const & box = object( each );
+         if( what == "boxes" ) names.insert( text( box, "box" ) );
+         if( what == "units" ) {
+            for( auto const & unit : list( box, "units" ) )
+               names.insert( text( box, "box" ) + "/" + text( object( unit ), "unit" ) );
+         }
+         Object const & labels = object( box.at( "labels" ) );
+         for( auto const & label : labels ) {
+            std::string const value = text( labels, label.key_c_str() );
+            if( what == "labels" ) names.insert( std::string( label.key() ) + ":" + value );
+            if( what == "sites" && label.key() == "site" ) names.insert( value );
+         }
+      }
+   }
+   for( std::string const & name : names ) out << Cli::printable( name ) << "\n";
+}
+
 void printCanStop( std::ostream & out, Object const & answer ) {
    out << ( Cli::yes( answer, "canStop" ) ? "yes" : "no" ) << "\n";
    for( std::string const & why : Cli::texts( answer, "why" ) ) out << "  " << why << "\n";
@@ -292,6 +346,10 @@ constexpr Needed boxMembers[] = {
    { "box", Kind::text }, { "silent", Kind::flag }, { "labels", Kind::object }, { "units", Kind::list } };
 constexpr Cli::Shape boxRowShape{ boxMembers };
 constexpr Needed boxesMembers[] = { { "now", Kind::number }, { "boxes", Kind::list, &boxRowShape } };
+constexpr Needed plansMembers[] = { { "now", Kind::number }, { "plans", Kind::list, &planRowShape } };
+constexpr Needed recordMembers[] = { { "time", Kind::number }, { "what", Kind::text }, { "text", Kind::text } };
+constexpr Cli::Shape recordShape{ recordMembers };
+constexpr Needed historyMembers[] = { { "now", Kind::number }, { "history", Kind::list, &recordShape } };
 constexpr Needed canStopMembers[] = { { "canStop", Kind::flag }, { "groups", Kind::list }, { "why", Kind::texts } };
 constexpr Needed layoutMembers[] = { { "waves", Kind::list }, { "reasons", Kind::texts } };
 
@@ -301,6 +359,8 @@ constinit Cli::Shape const fleetShape{ fleetMembers };
 constinit Cli::Shape const boxesShape{ boxesMembers };
 constinit Cli::Shape const boxShape{ boxMembers };
 constinit Cli::Shape const planShape{ wholePlanMembers };
+constinit Cli::Shape const plansShape{ plansMembers };
+constinit Cli::Shape const historyShape{ historyMembers };
 constinit Cli::Shape const canStopShape{ canStopMembers };
 constinit Cli::Shape const layoutShape{ layoutMembers };
 constinit Cli::Shape const anyShape{};

@@ -15,6 +15,9 @@ namespace Fleet {
 void printFleet( std::ostream & out, Cli::Object const & fleet, Cli::Object const * boxes );
 void printPlan( std::ostream & out, Cli::Object const & plan, double now );
 void printBox( std::ostream & out, Cli::Object const & box, double now );
+void printHistory( std::ostream & out, Cli::Object const & answer );
+// Of the answer to GET /v1/plans where they are "plans", and else to GET /v1/boxes; each once.
+void printNames( std::ostream & out, std::string const & what, Cli::Object const & answer );
 void printCanStop( std::ostream & out, Cli::Object const & answer );
 // What a plan has become, or would.
 void printLayout( std::ostream & out, Cli::Object const & answer );
@@ -24,6 +27,8 @@ extern Cli::Shape const fleetShape;
 extern Cli::Shape const boxesShape;
 extern Cli::Shape const boxShape;
 extern Cli::Shape const planShape;
+extern Cli::Shape const plansShape;
+extern Cli::Shape const historyShape;
 extern Cli::Shape const canStopShape;
 extern Cli::Shape const layoutShape;
 extern Cli::Shape const anyShape;  // of answers of which nothing is read

@@ -162,6 +162,28 @@ int askCanStop( VerbOptions const & options, std::vector<std::string> const & na
    } );
 }
 
+int askHistory( VerbOptions const & options, HistoryOptions const & of ) {
+   Target target{ "history" };
+   for( auto const & [name, value] : { std::pair( "box", &of.box ), { "unit", &of.unit }, { "plan", &of.plan } } ) {
+      if( !value->empty() ) target.parameter( name, *value );
+   }
+   if( of.agoSeconds ) {
+      double const since = std::max( 0.0, static_cast<double>( std::time( nullptr ) ) - *of.agoSeconds );
+      target.parameter( "since", std::to_string( static_cast<long long>( since ) ) );
+   }
+   return reaching( options, [&]( Client const & client ) {
+      return shown( client.get( target, historyShape ), options, printHistory );
+   } );
+}
+
+int askNames( VerbOptions const & options, std::string const & what ) {
+   return reaching( options, [&]( Client const & client ) {
+      bool const plans = what == "plans";
+      return shown( client.get( { plans ? "plans" : "boxes" }, plans ? plansShape : boxesShape ), options,
+                    [&]( std::ostream & out, Object const & answer ) { printNames( out, what, answer ); } );
+   } );
+}
+
 int askPlanChange( VerbOptions const & options, std::string const & plan, std::string const & what,
                    std::vector<std::string> const & without ) {
    Target target{ "plans", plan, what };

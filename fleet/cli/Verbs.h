@@ -36,6 +36,16 @@ int askReturn( VerbOptions const & options, std::vector<std::string> const & nam
 int askStatus( VerbOptions const & options, std::string const & name );
 // Boxes, or units as "BOX/UNIT". `verbDone` when they can, `verbFailed` when not.
 int askCanStop( VerbOptions const & options, std::vector<std::string> const & names, std::string const & unit );
+// What was ordered and what came of it; empty: no matter which.
+struct HistoryOptions {
+   std::string box;
+   std::string unit;
+   std::string plan;
+   std::optional<double> agoSeconds;  // no older than that
+};
+int askHistory( VerbOptions const & options, HistoryOptions const & of );
+// Of "boxes", "units" (as BOX/UNIT), "plans", "labels" (as plane:b) or "sites", a line each: for completion.
+int askNames( VerbOptions const & options, std::string const & what );
 // "pause", "resume" or "cancel"; `without`: of resume, "BOX/UNIT".
 int askPlanChange( VerbOptions const & options, std::string const & plan, std::string const & what,
                    std::vector<std::string> const & without = {} );

@@ -75,6 +75,7 @@ std::span<Api::Route const> Api::routes() {
         { "plans" },
         []( Api & api, A & ) { return jsonAnswer( plansView( api.parts_.dispatcher, api.parts_.now() ) ); } },
       { "GET", { "plans", "*" }, []( Api & api, A & a ) { return api.plan( a.names[0] ); } },
+      { "GET", { "history" }, []( Api & api, A & a ) { return api.history( a ); } },
       { "GET", { "can-stop" }, []( Api & api, A & a ) { return api.canStop( a ); } },
       { "GET",
         { "stream" },
@@ -160,7 +161,8 @@ HttpAnswer Api::carriedOut( Route const & route, Asked const & asked ) {
    } catch( Refused const & refusal ) {
       return refusedAnswer( refusal.what() );
    } catch( MemoryFault const & fault ) {
-      return httpError( 503, std::string( "nothing is changed, as it cannot be kept: " ) + fault.what() );
+      char const * const what = route.method == "GET" ? "" : "nothing is changed, as it cannot be kept: ";
+      return httpError( 503, std::string( what ) + fault.what() );
    }
 }
 
@@ -183,6 +185,11 @@ HttpAnswer Api::plan( std::string const & id ) const {
    auto const plan = plans.find( id );
    if( plan == plans.end() ) return httpError( 404, "there is no plan \"" + id + "\"" );
    return jsonAnswer( wholePlanView( parts_.dispatcher, plan->second, parts_.now() ) );
+}
+
+HttpAnswer Api::history( Asked const & asked ) const {
+   RecordQuery const query = historyQuery( asked.parameters );
+   return jsonAnswer( historyView( parts_.dispatcher.books().happened( query ), query.most, parts_.now() ) );
 }
 
 HttpAnswer Api::canStop( Asked const & asked ) const {
@@ -214,14 +221,14 @@ HttpAnswer Api::changePlan( Asked const & asked ) {
       return httpError( 404, "a plan can be told to pause, resume or cancel, not \"" + what + "\"" );
    if( !parts_.dispatcher.books().plans().contains( id ) ) return httpError( 404, "there is no plan \"" + id + "\"" );
    if( what == "resume" ) {
-      parts_.dispatcher.planResumed( id, withoutQuery( asked.parameters ), parts_.now() );
+      parts_.dispatcher.planResumed( id, withoutQuery( asked.parameters ), asked.by, parts_.now() );
       return jsonAnswer( { { "plan", id } }, "resumed" );
    }
    noQuery( asked.parameters );
    if( what == "pause" ) {
-      parts_.dispatcher.planPaused( id, asked.by );
+      parts_.dispatcher.planPaused( id, asked.by, parts_.now() );
    } else {
-      parts_.dispatcher.planCancelled( id, asked.by );
+      parts_.dispatcher.planCancelled( id, asked.by, parts_.now() );
    }
    return jsonAnswer( { { "plan", id } }, what == "pause" ? "paused" : "cancelled" );
 }
@@ -246,7 +253,7 @@ HttpAnswer Api::brake( Asked const & asked, bool on ) {
    if( on ) {
       parts_.dispatcher.braked( site, asked.by, parts_.now() );
    } else {
-      parts_.dispatcher.unbraked( site );
+      parts_.dispatcher.unbraked( site, asked.by, parts_.now() );
    }
    return jsonAnswer( { { "site", site }, { "brake", on } }, on ? "brake on" : "brake off" );
 }
@@ -254,7 +261,7 @@ HttpAnswer Api::brake( Asked const & asked, bool on ) {
 HttpAnswer Api::accept( Asked const & asked ) {
    noQuery( asked.parameters );
    std::string const doubt = parts_.dispatcher.doubt();
-   parts_.dispatcher.doubtAccepted( parts_.now() );
+   parts_.dispatcher.doubtAccepted( asked.by, parts_.now() );
    return jsonAnswer( { { "accepted", doubt } }, "accepted" );
 }
 

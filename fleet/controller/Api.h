@@ -1,6 +1,7 @@
 // The routes of the owner's API: which request asks for what. JSON, but for the stream, the metrics and the page.
 //
 //    GET  /v1/fleet, /v1/boxes, /v1/boxes/{box}, /v1/plans, /v1/plans/{plan}, /v1/stream
+//         /v1/history?box=BOX&unit=UNIT&plan=PLAN&since=TIME&before=NUMBER&most=NUMBER
 //         /v1/can-stop?box=BOX&unit=UNIT      or unit=BOX/UNIT; each as often as needed
 //    GET  /metrics, and the page at /
 //    POST /v1/plans?box=BOX&label=LABEL:VALUE&unit=UNIT&waves=1,5,10%25&soak=TIME&deadline=TIME&at-deadline=hold
@@ -66,6 +67,7 @@ class Api {
    [[nodiscard]] Host::HttpAnswer fleet() const;
    [[nodiscard]] Host::HttpAnswer box( std::string const & name ) const;
    [[nodiscard]] Host::HttpAnswer plan( std::string const & id ) const;
+   [[nodiscard]] Host::HttpAnswer history( Asked const & asked ) const;
    [[nodiscard]] Host::HttpAnswer canStop( Asked const & asked ) const;
    [[nodiscard]] Host::HttpAnswer makePlan( Asked const & asked );
    [[nodiscard]] Host::HttpAnswer changePlan( Asked const & asked );

@@ -65,7 +65,7 @@ NatsOptions telling( NatsOptions broker ) {
 // whoever makes this: a second owner ends before it touches a socket.
 class Controller {
  public:
-   Controller( ControllerOptions const & options, Inventory inventory, std::optional<Keys> keys, Memory & memory,
+   Controller( ControllerOptions const & options, Inventory inventory, std::optional<Keys> keys, Ledger & memory,
                Host::StandardError & standardError )
       : options_( options ),
         activityLoop_( Kel::Ptr<Host::ShiftedClock>( new Host::ShiftedClock( 0 ) ) ),

@@ -27,7 +27,7 @@ namespace Fleet {
 class Owner final : private Dispatcher::Outlet {
  public:
    struct Parts {
-      Memory & memory;  // with the broker it outlives this
+      Ledger & memory;  // with the broker it outlives this
       Broker & broker;
       std::function<double()> wallTime;  // s, Unix time
       std::function<void( Service::Severity, std::string const & )> log;

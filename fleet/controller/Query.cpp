@@ -1,10 +1,16 @@
 #include "controller/Query.h"
 
+#include <charconv>
+#include <limits>
+
 #include "kel/ReadDuration.h"
 
 namespace Fleet {
 
 namespace {
+
+// A second's work, and a few megabytes.
+constexpr uint64_t mostRecords = 10'000;
 
 [[noreturn]] void unknownParameter( std::string const & name, char const * takes ) {
    throw BadQuery( "there is no parameter \"" + name + "\" here: it takes " + takes );
@@ -48,6 +54,13 @@ AtDeadline atDeadlineIn( std::string const & text ) {
 bool flagIn( std::string const & name, std::string const & text ) {
    if( text != "1" && text != "0" ) throw BadQuery( name + " is 1 or 0, not \"" + text + "\"" );
    return text == "1";
+}
+
+uint64_t wholeIn( std::string const & name, std::string const & text, uint64_t most ) {
+   uint64_t number = 0;
+   auto const read = std::from_chars( text.data(), text.data() + text.size(), number );
+   if( read.ec == std::errc() && read.ptr == text.data() + text.size() && number <= most ) return number;
+   throw BadQuery( name + " is a whole number of at most " + std::to_string( most ) + ", not \"" + text + "\"" );
 }
 
 std::string textIn( std::string const & name, std::string const & text ) {
@@ -128,6 +141,32 @@ std::string siteQuery( Parameters const & given ) {
       site = textIn( name, text );
    }
    return site;
+}
+
+RecordQuery historyQuery( Parameters const & given ) {
+   RecordQuery query;
+   for( auto const & [name, text] : given ) {
+      if( name == "box" ) {
+         query.box = textIn( name, text );
+      } else if( name == "unit" && text.find( '/' ) != std::string::npos ) {
+         UnitName const unit = unitIn( name, text );
+         query.box = unit.box;
+         query.unit = unit.unit;
+      } else if( name == "unit" ) {
+         query.unit = textIn( name, text );
+      } else if( name == "plan" ) {
+         query.plan = textIn( name, text );
+      } else if( name == "since" ) {
+         query.since = static_cast<double>( wholeIn( name, text, std::numeric_limits<int64_t>::max() ) );
+      } else if( name == "before" ) {
+         query.before = wholeIn( name, text, std::numeric_limits<int64_t>::max() );
+      } else if( name == "most" ) {
+         query.most = wholeIn( name, text, mostRecords );
+      } else {
+         unknownParameter( name, "box, unit, plan, since, before and most" );
+      }
+   }
+   return query;
 }
 
 void noQuery( Parameters const & given ) {

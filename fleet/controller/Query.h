@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "http/Target.h"
+#include "memory/Ledger.h"
 #include "plan/Plan.h"
 
 namespace Fleet {
@@ -37,6 +38,8 @@ struct UnitsQuery {
 [[nodiscard]] std::vector<UnitName> withoutQuery( Parameters const & given );
 // "site=fra", once; left out: "", which is all of them.
 [[nodiscard]] std::string siteQuery( Parameters const & given );
+// box, unit (of one name, or of one box as box/unit), plan, since (s, Unix time), before (a record's number), most
+[[nodiscard]] RecordQuery historyQuery( Parameters const & given );
 void noQuery( Parameters const & given );
 
 }  // namespace Fleet

@@ -1,5 +1,7 @@
 #include "controller/Views.h"
 
+#include <boost/json/parse.hpp>
+
 #include <algorithm>
 #include <cmath>
 
@@ -188,6 +190,26 @@ json::object layoutView( std::string const & id, Layout const & layout ) {
    return { { "plan", id.empty() ? json::value() : json::value( json::string( id ) ) },
             { "waves", std::move( waves ) },
             { "reasons", textsView( layout.reasons ) } };
+}
+
+json::object historyView( Records const & happened, std::size_t most, double now ) {
+   auto const orNull = []( std::string const & text ) { return text.empty() ? json::value() : json::value( text ); };
+   json::array history;
+   for( auto record = happened.rbegin(); record != happened.rend(); ++record ) {
+      json::object row{ { "number", record->number },
+                        { "time", numberView( record->time ) },
+                        { "box", orNull( record->box ) },
+                        { "unit", orNull( record->unit ) },
+                        { "plan", orNull( record->plan ) } };
+      boost::system::error_code unreadable;
+      json::value const text = json::parse( record->text, unreadable );
+      if( text.is_object() ) row.insert( text.get_object().begin(), text.get_object().end() );
+      history.push_back( std::move( row ) );
+   }
+   bool const more = !happened.empty() && happened.size() == most;
+   return { { "now", numberView( now ) },
+            { "before", more ? json::value( happened.back().number ) : json::value() },
+            { "history", std::move( history ) } };
 }
 
 }  // namespace Fleet

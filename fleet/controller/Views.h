@@ -39,6 +39,8 @@ struct Surroundings {
 // "1, 5, 10%"
 [[nodiscard]] std::string wavesText( std::vector<WaveSize> const & sizes );
 
+// "GET /v1/history", of the newest records that were asked for, the newest first; `most` of them were.
+[[nodiscard]] boost::json::object historyView( Records const & happened, std::size_t most, double now );
 // "GET /v1/can-stop"
 [[nodiscard]] boost::json::object canStopView( Dispatcher const & dispatcher, std::vector<UnitName> const & units,
                                                double now );

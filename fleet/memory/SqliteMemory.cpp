@@ -19,6 +19,15 @@ constexpr int applicationId = 0x524d666c;
 constexpr int layout = 1;
 constexpr int patienceMilliseconds = 2000;
 
+// A release that knows of no ledger leaves it alone, so the layout is the same one. An index of what few records have
+// leaves out the others.
+constexpr char const * ledgerSql =
+   "CREATE TABLE IF NOT EXISTS record( number INTEGER PRIMARY KEY AUTOINCREMENT, time REAL NOT NULL, box TEXT NOT NULL,"
+   "   unit TEXT NOT NULL, plan TEXT NOT NULL, text TEXT NOT NULL ) STRICT;"
+   "CREATE INDEX IF NOT EXISTS record_time ON record( time );"
+   "CREATE INDEX IF NOT EXISTS record_box ON record( box ) WHERE box <> '';"
+   "CREATE INDEX IF NOT EXISTS record_plan ON record( plan ) WHERE plan <> ''";
+
 // With the mode that it is to have before anything is in it: SQLite gives its log the same.
 int opened( std::string const & path ) {
    int const fd = ::open( path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR );
@@ -48,6 +57,8 @@ class SqliteMemory::Statement {
    ~Statement() { sqlite3_finalize( statement_ ); }
 
    // Counted from 1; the text must stay until step().
+   void bind( int place, int64_t number ) { sqlite3_bind_int64( statement_, place, number ); }
+   void bind( int place, double number ) { sqlite3_bind_double( statement_, place, number ); }
    void bind( int place, std::string const & text ) {
       sqlite3_bind_text64( statement_, place, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8 );
    }
@@ -63,6 +74,10 @@ class SqliteMemory::Statement {
       return { bytes ? bytes : "", static_cast<std::size_t>( sqlite3_column_bytes( statement_, column ) ) };
    }
    [[nodiscard]] int number( int column ) const { return sqlite3_column_int( statement_, column ); }
+   [[nodiscard]] uint64_t whole( int column ) const {
+      return static_cast<uint64_t>( sqlite3_column_int64( statement_, column ) );
+   }
+   [[nodiscard]] double real( int column ) const { return sqlite3_column_double( statement_, column ); }
 
  private:
    SqliteMemory const & memory_;
@@ -94,6 +109,7 @@ SqliteMemory::SqliteMemory( std::string path ) : path_( std::move( path ) ), cla
    sqlite3_busy_timeout( db, patienceMilliseconds );
    check();
    run( "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL" );
+   run( ledgerSql );
 }
 
 SqliteMemory::~SqliteMemory() = default;
@@ -123,10 +139,11 @@ Memory::Rows SqliteMemory::rows() const {
    return rows;
 }
 
-void SqliteMemory::commit( Changes const & changes ) {
+void SqliteMemory::commit( Changes const & changes, Records const & happened ) {
    run( "BEGIN IMMEDIATE" );
    try {
       write( changes );
+      write( happened );
       run( "COMMIT" );
    } catch( MemoryFault const & ) {
       // Where the failure has ended the transaction already there is nothing to roll back.
@@ -145,6 +162,62 @@ void SqliteMemory::write( Changes const & changes ) const {
       static_cast<void>( statement.step( "be written" ) );
       statement.again();
    }
+}
+
+void SqliteMemory::write( Records const & happened ) const {
+   if( happened.empty() ) return;
+   Statement add( *this, "INSERT INTO record( time, box, unit, plan, text ) VALUES( ?1, ?2, ?3, ?4, ?5 )" );
+   for( Record const & record : happened ) {
+      add.bind( 1, record.time );
+      add.bind( 2, record.box );
+      add.bind( 3, record.unit );
+      add.bind( 4, record.plan );
+      add.bind( 5, record.text );
+      static_cast<void>( add.step( "be written" ) );
+      add.again();
+   }
+   dropOld( happened.back().time );
+}
+
+void SqliteMemory::dropOld( double now ) const {
+   for( auto const & [which, limit] : { std::pair( "time < ?1 ORDER BY time", now - secondsKept ),
+                                        { "number <= ( SELECT max( number ) FROM record ) - ?1 ORDER BY number",
+                                          static_cast<double>( recordsKept ) } } ) {
+      std::string const sql =
+         "DELETE FROM record WHERE number IN ( SELECT number FROM record WHERE " + std::string( which ) + " LIMIT ?2 )";
+      Statement drop( *this, sql.c_str() );
+      drop.bind( 1, limit );
+      drop.bind( 2, static_cast<int64_t>( droppedAtOnce ) );
+      static_cast<void>( drop.step( "be written" ) );
+   }
+}
+
+Records SqliteMemory::happened( RecordQuery const & query ) const {
+   std::string sql = "SELECT number, time, box, unit, plan, text FROM record WHERE number < ?1";
+   // The index of times says where to stop, and the order is that of the numbers.
+   if( query.since > 0 )
+      sql += " AND number >= ( SELECT number FROM record WHERE time >= ?2 ORDER BY time LIMIT 1 ) AND +time >= ?2";
+   // Asked for by name only where they are wanted, so that their index is used.
+   if( !query.box.empty() ) sql += " AND box = ?3 AND box <> ''";
+   if( !query.unit.empty() ) sql += " AND unit = ?4";
+   if( !query.plan.empty() ) sql += " AND plan = ?5 AND plan <> ''";
+   Statement statement( *this, ( sql + " ORDER BY number DESC LIMIT ?6" ).c_str() );
+   statement.bind( 1, static_cast<int64_t>( query.before ) );
+   statement.bind( 2, query.since );
+   statement.bind( 3, query.box );
+   statement.bind( 4, query.unit );
+   statement.bind( 5, query.plan );
+   statement.bind( 6, static_cast<int64_t>( query.most ) );
+   Records found;
+   while( statement.step( "be read" ) ) {
+      found.push_back( { .number = statement.whole( 0 ),
+                         .time = statement.real( 1 ),
+                         .box = statement.text( 2 ),
+                         .unit = statement.text( 3 ),
+                         .plan = statement.text( 4 ),
+                         .text = statement.text( 5 ) } );
+   }
+   return found;
 }
 
 }  // namespace Fleet

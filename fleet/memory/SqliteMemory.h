@@ -1,4 +1,4 @@
-// A memory in a SQLite file.
+// A memory, and a ledger, in a SQLite file.
 //
 // Write-ahead log, synchronous commits: what commit() has returned from is there after a loss of power. Claimed for as
 // long as it is open (flock(2)), so that an owner, or an agent, has no second beside it; whoever only reads it, as a
@@ -9,20 +9,22 @@
 #include <memory>
 #include <string>
 
-#include "memory/Memory.h"
+#include "memory/Ledger.h"
 
 struct sqlite3;
 
 namespace Fleet {
 
-class SqliteMemory final : public Memory {
+class SqliteMemory final : public Ledger {
  public:
    // Opens or makes the file, not its directory. Throws MemoryFault.
    explicit SqliteMemory( std::string path );
    ~SqliteMemory() override;
 
    [[nodiscard]] Rows rows() const override;
-   void commit( Changes const & changes ) override;
+   using Ledger::commit;
+   void commit( Changes const & changes, Records const & happened ) override;
+   [[nodiscard]] Records happened( RecordQuery const & query ) const override;
 
  private:
    struct Close {
@@ -46,6 +48,8 @@ class SqliteMemory final : public Memory {
    [[nodiscard]] int number( char const * pragma ) const;
    void check() const;
    void write( Changes const & changes ) const;
+   void write( Records const & happened ) const;
+   void dropOld( double now ) const;
 
    std::string const path_;
    Claim const claim_;

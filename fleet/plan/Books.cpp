@@ -26,7 +26,7 @@ uint64_t numberFrom( std::string const & at, std::string const & text ) {
 
 }  // namespace
 
-Books::Books( Memory & memory ) : memory_( memory ) { read(); }
+Books::Books( Ledger & memory ) : memory_( memory ) { read(); }
 
 void Books::read() {
    // Where it cannot be read nothing is forgotten: a unit that has leave to be out would count as in service.
@@ -107,16 +107,16 @@ void Books::lastNumberIs( uint64_t number ) {
    noted_[numberKey] = std::to_string( number );
 }
 
-void Books::keep() {
+void Books::keep( Records const & happened ) {
    if( unread_ ) {
       noted_.clear();
       read();
       throw MemoryFault( "what could not be kept was taken back only now" );
    }
-   if( noted_.empty() ) return;
+   if( noted_.empty() && happened.empty() ) return;
    Memory::Changes const changes = std::exchange( noted_, {} );
    try {
-      memory_.commit( changes );
+      memory_.commit( changes, happened );
    } catch( MemoryFault const & ) {
       read();
       throw;

@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "memory/Memory.h"
+#include "memory/Ledger.h"
 #include "plan/Plan.h"
 
 namespace Fleet {
@@ -19,6 +19,7 @@ struct Slot {
    Order order;
    double issued = 0;  // s, Unix time
    bool open = true;
+   Outcome told = Outcome::none;  // by its box, as far as it is in the ledger
 
    bool operator==( Slot const & ) const = default;
 };
@@ -34,7 +35,7 @@ struct Brake {
 class Books {
  public:
    // Reads what is there. Throws MemoryFault.
-   explicit Books( Memory & memory );
+   explicit Books( Ledger & memory );
 
    [[nodiscard]] uint64_t lastNumber() const { return lastNumber_; }
    [[nodiscard]] std::map<UnitName, Slot> const & slots() const { return slots_; }
@@ -53,14 +54,16 @@ class Books {
    // From here on numbers are larger than that.
    void lastNumberIs( uint64_t number );
 
-   // All that was noted, in one transaction; nothing where nothing was. Throws MemoryFault, after which what was noted
-   // is gone; where even that cannot be read anew, it goes with the next keep(), which throws, too.
-   void keep();
+   // All that was noted, and what has happened, in one transaction; nothing where there is neither. Throws MemoryFault,
+   // after which what was noted is gone; where even that cannot be read anew, it goes with the next keep(), which
+   // throws, too.
+   void keep( Records const & happened );
+   [[nodiscard]] Records happened( RecordQuery const & query ) const { return memory_.happened( query ); }
 
  private:
    void read();
 
-   Memory & memory_;
+   Ledger & memory_;
    bool unread_ = true;  // what is here is not all on disk, and could not be read anew
    uint64_t lastNumber_ = 0;
    uint64_t lastPlan_ = 0;

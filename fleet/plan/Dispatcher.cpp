@@ -24,7 +24,7 @@ std::string by( std::string const & plan ) { return plan.empty() ? "" : " by " +
 
 }  // namespace
 
-Dispatcher::Dispatcher( Inventory inventory, Memory & memory, Outlet & outlet )
+Dispatcher::Dispatcher( Inventory inventory, Ledger & memory, Outlet & outlet )
    : inventory_( std::move( inventory ) ), books_( memory ), outlet_( outlet ) {}
 
 void Dispatcher::inventoryIs( Inventory inventory ) { inventory_ = std::move( inventory ); }
@@ -190,18 +190,28 @@ std::vector<Room> Dispatcher::roomFor( std::vector<UnitName> const & units, doub
 }
 
 // Not kept yet, and so not sent.
-void Dispatcher::order( UnitName const & unit, Want want, std::string const & plan, PlanRequest const * request,
+void Dispatcher::order( UnitName const & unit, Want want, Cause const & cause, std::vector<Event::Filled> budgets,
                         double now ) {
+   PlanRequest const * const request = cause.request;
    Order const order{ .number = books_.numberNext(),
                       .want = want,
-                      .plan = plan,
+                      .plan = cause.plan,
                       .expires = now + orderSeconds,
                       .deadlineSeconds = request && want == Want::maintenance ? request->deadlineSeconds : 0,
                       .atDeadline = request ? request->atDeadline : AtDeadline::hold };
    books_.slotIs( unit, { order, now, true } );
    unsent_.insert( unit.box );
-   toTell_.push_back( "order " + std::to_string( order.number ) + by( plan ) + ": " + unit.text() + " to " +
-                      ( want == Want::nothing ? "stay as it is" : std::string( nameOf( want ) ) ) );
+   std::string const text = "order " + std::to_string( order.number ) + by( cause.plan ) + ": " + unit.text() + " to " +
+                            ( want == Want::nothing ? "stay as it is" : std::string( nameOf( want ) ) );
+   toTell_.push_back( { .what = want == Want::maintenance ? "ordered out"
+                                : want == Want::service   ? "ordered back"
+                                                          : "withdrawn",
+                        .text = text,
+                        .unit = unit,
+                        .plan = cause.plan,
+                        .by = cause.by,
+                        .order = order.number,
+                        .budgets = std::move( budgets ) } );
 }
 
 void Dispatcher::closeSlots( double now ) {
@@ -214,18 +224,25 @@ void Dispatcher::closeSlots( double now ) {
    for( auto & [unit, slot] : closed ) {
       slot.open = false;
       books_.slotIs( unit, slot );
-      toTell_.push_back( unit.text() + " is back in service" );
+      toTell_.push_back( { .what = "in service",
+                           .text = unit.text() + " is back in service",
+                           .unit = unit,
+                           .plan = slot.order.plan,
+                           .order = slot.order.number } );
    }
 }
 
-void Dispatcher::keep() {
-   std::vector<std::string> const lines = std::exchange( toTell_, {} );
-   books_.keep();
-   for( std::string const & line : lines ) outlet_.told( line );
+void Dispatcher::keep( double now ) {
+   std::vector<Event> const events = std::exchange( toTell_, {} );
+   Records happened;
+   for( Event const & event : events ) happened.push_back( recordOf( event, now ) );
+   books_.keep( happened );
+   for( Event const & event : events ) outlet_.told( event.text );
 }
 
 void Dispatcher::turn( double now ) {
    if( doubt().empty() ) {
+      noteOutcomes();
       closeSlots( now );
       std::vector<Plan> plans;
       for( auto const & [id, plan] : books_.plans() ) {
@@ -235,7 +252,7 @@ void Dispatcher::turn( double now ) {
          Census census = censusAt( now );
          for( Plan & plan : plans ) advance( plan, census, now );
       }
-      keep();
+      keep( now );
    }
    send( now );
 }

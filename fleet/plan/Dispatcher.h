@@ -20,23 +20,10 @@
 #include <vector>
 
 #include "plan/Books.h"
+#include "plan/Event.h"
+#include "plan/Standing.h"
 
 namespace Fleet {
-
-// How a unit stands as far as budgets are concerned.
-struct Standing {
-   bool out = true;
-   std::string why;  // of one that is out: "draining by plan-3", "silent for 50 s"; empty when it is in service
-};
-
-// What taking units out would mean for a group.
-struct Room {
-   Group const * group = nullptr;
-   std::size_t out = 0;         // now
-   std::size_t wouldBeOut = 0;  // with those that were asked about
-   std::vector<UnitName> who;   // that are out now
-   [[nodiscard]] bool enough() const { return wouldBeOut <= group->mayBeOut(); }
-};
 
 class Dispatcher {
  public:
@@ -55,7 +42,7 @@ class Dispatcher {
    static constexpr double lateSeconds = 60;  // what comes from an agent that has gone is no later than that
 
    // Orders of an earlier life go out again with the first turn. Throws MemoryFault.
-   Dispatcher( Inventory inventory, Memory & memory, Outlet & outlet );
+   Dispatcher( Inventory inventory, Ledger & memory, Outlet & outlet );
 
    // Throws nothing: units that are no longer in it keep their slots, and plans that have them stop.
    void inventoryIs( Inventory inventory );
@@ -74,20 +61,21 @@ class Dispatcher {
 
    // Requests, each kept when it returns. All throw Refused, with nothing changed, or MemoryFault.
    [[nodiscard]] std::string planMade( PlanRequest const & request, double now );  // its id
-   void planPaused( std::string const & id, std::string const & by );
+   void planPaused( std::string const & id, std::string const & by, double now );
    // `without`: units that it leaves as they are and goes on without.
-   void planResumed( std::string const & id, std::vector<UnitName> const & without, double now );
+   void planResumed( std::string const & id, std::vector<UnitName> const & without, std::string const & by,
+                     double now );
    // It orders nothing more; what is out stays out.
-   void planCancelled( std::string const & id, std::string const & by );
+   void planCancelled( std::string const & id, std::string const & by, double now );
    // Back to service, whoever has sent them out.
    void returned( std::vector<UnitName> const & units, std::string const & by, double now );
    // Stops every plan that has a unit of the site; "" is every site. They go on when it is gone and somebody resumes
    // them.
    void braked( std::string const & site, std::string const & by, double now );
-   void unbraked( std::string const & site );
+   void unbraked( std::string const & site, std::string const & by, double now );
    // The books are older than the fleet: a person has looked, and goes on with them. What was ordered since is
    // withdrawn, and its units count as out until they are seen in service.
-   void doubtAccepted( double now );
+   void doubtAccepted( std::string const & by, double now );
 
    [[nodiscard]] std::vector<Room> roomFor( std::vector<UnitName> const & units, double now ) const;
    [[nodiscard]] Standing standing( UnitName const & unit, double now ) const;
@@ -129,7 +117,14 @@ class Dispatcher {
    [[nodiscard]] std::string fullGroup( UnitName const & unit, Census const & census, double now ) const;
    [[nodiscard]] std::string standingOfSlot( Slot const & slot, UnitStatus const & unit ) const;
 
-   void order( UnitName const & unit, Want want, std::string const & plan, PlanRequest const * request, double now );
+   // Why an order is given: for a plan, or because somebody has asked.
+   struct Cause {
+      std::string plan;                       // empty: for none
+      std::string by;                         // who
+      PlanRequest const * request = nullptr;  // null: nothing was asked for but that
+   };
+   void order( UnitName const & unit, Want want, Cause const & cause, std::vector<Event::Filled> budgets, double now );
+   void noteOutcomes();
    void closeSlots( double now );
    void advance( Plan & plan, Census & census, double now );
    void advanceWave( Plan & plan, Census & census, double now );
@@ -141,8 +136,8 @@ class Dispatcher {
    [[nodiscard]] std::string faultOf( UnitName const & unit, double now ) const;
    [[nodiscard]] Step stepAnew( Plan const & plan, Member const & member, double now );
    void forgetOldPlans();
-   void pause( Plan & plan, std::string const & why );
-   void keep();
+   void pause( Plan & plan, std::string const & why, std::string const & by );
+   void keep( double now );
    void send( double now );
    void noteSeen( UnitName const & unit, uint64_t number, std::string const & where );
 
@@ -156,8 +151,8 @@ class Dispatcher {
    bool reachable_ = false;
    double reachableSince_ = 0;  // s, Unix time
    std::string hold_;
-   std::string oldBooks_;  // by what it is known that the books are older than the fleet; empty when they are not
-   std::vector<std::string> toTell_;  // of what is being decided; told when that is kept
+   std::string oldBooks_;       // by what it is known that the books are older than the fleet; empty when they are not
+   std::vector<Event> toTell_;  // of what is being decided; told when that is kept
 };
 
 }  // namespace Fleet

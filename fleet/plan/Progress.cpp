@@ -69,6 +69,29 @@ Dispatcher::Finding Dispatcher::find( Plan const & plan, Member const & member, 
    return {};
 }
 
+// What boxes say of their orders, once each: so that the ledger has it where the books forget it.
+void Dispatcher::noteOutcomes() {
+   std::vector<std::pair<UnitName, Slot>> news;
+   for( auto const & [unit, slot] : books_.slots() ) {
+      UnitStatus const * const status = slot.open ? statusOf( unit ) : nullptr;
+      if( !status || status->acknowledged != slot.order.number || status->outcome == slot.told ) continue;
+      if( status->outcome != Outcome::none && status->outcome != Outcome::begun ) news.emplace_back( unit, slot );
+   }
+   for( auto & [unit, slot] : news ) {
+      UnitStatus const & status = *statusOf( unit );
+      slot.told = status.outcome;
+      books_.slotIs( unit, slot );
+      std::string const fault = outcomeFault( status );
+      toTell_.push_back(
+         { .what = std::string( nameOf( status.outcome ) ),
+           .text = unit.text() + " " +
+                   ( fault.empty() ? "carries out order " + std::to_string( slot.order.number ) : fault ),
+           .unit = unit,
+           .plan = slot.order.plan,
+           .order = slot.order.number } );
+   }
+}
+
 std::string Dispatcher::advanceMember( Plan const & plan, Member & member, double now ) {
    if( member.step == Step::waiting || member.step == Step::done ) return {};
    Finding finding = find( plan, member, now );
@@ -77,10 +100,16 @@ std::string Dispatcher::advanceMember( Plan const & plan, Member & member, doubl
    switch( member.step ) {
       case Step::waiting:
       case Step::done: break;
-      case Step::draining: member.step = Step::drained; break;
+      case Step::draining:
+         member.step = Step::drained;
+         toTell_.push_back( { .what = "drained",
+                              .text = member.unit.text() + " is out of service, and quiet",
+                              .unit = member.unit,
+                              .plan = plan.id } );
+         break;
       case Step::drained:
          member.step = Step::returning;
-         order( member.unit, Want::service, plan.id, &plan.request, now );
+         order( member.unit, Want::service, { plan.id, plan.request.by, &plan.request }, {}, now );
          break;
       case Step::returning: member.step = Step::done; break;
    }
@@ -93,17 +122,19 @@ std::string Dispatcher::grant( Plan const & plan, Member & member, Census & cens
    // A unit that is out for any other reason is none that this plan can answer for.
    if( Standing const stands = standing( member.unit, now ); stands.out ) return "is out already, " + stands.why;
    if( !fullGroup( member.unit, census, now ).empty() ) return {};
-   for( Group const * group : inventory_.groupsOf( member.unit ) ) ++census[group];
-   order( member.unit, Want::maintenance, plan.id, &plan.request, now );
+   std::vector<Event::Filled> budgets;
+   for( Group const * group : inventory_.groupsOf( member.unit ) )
+      budgets.push_back( { group->name, ++census[group], group->mayBeOut(), group->units.size() } );
+   order( member.unit, Want::maintenance, { plan.id, plan.request.by, &plan.request }, std::move( budgets ), now );
    member.step = Step::draining;
    member.since = now;
    return {};
 }
 
-void Dispatcher::pause( Plan & plan, std::string const & why ) {
+void Dispatcher::pause( Plan & plan, std::string const & why, std::string const & by ) {
    plan.state = PlanState::paused;
    plan.why = why;
-   toTell_.push_back( plan.id + " is paused: " + why );
+   toTell_.push_back( { .what = "plan paused", .text = plan.id + " is paused: " + why, .plan = plan.id, .by = by } );
 }
 
 void Dispatcher::advanceWave( Plan & plan, Census & census, double now ) {
@@ -113,7 +144,7 @@ void Dispatcher::advanceWave( Plan & plan, Census & census, double now ) {
       for( Member & member : wave ) {
          if( granting != ( member.step == Step::waiting ) ) continue;
          member.fault = granting ? grant( plan, member, census, now ) : advanceMember( plan, member, now );
-         if( !member.fault.empty() ) return pause( plan, member.unit.text() + " " + member.fault );
+         if( !member.fault.empty() ) return pause( plan, member.unit.text() + " " + member.fault, "" );
       }
    }
    if( std::ranges::all_of( wave, []( Member const & m ) { return m.step == Step::done; } ) ) plan.soakedFrom = now;
@@ -124,18 +155,19 @@ void Dispatcher::advanceSoak( Plan & plan, double now ) {
       if( member.leftOut ) continue;
       if( !listening( now ) && !silence( member.unit.box, now ).empty() ) return;
       Standing const stands = standing( member.unit, now );
-      if( stands.out ) return pause( plan, member.unit.text() + " is no longer in service: " + stands.why );
+      if( stands.out ) return pause( plan, member.unit.text() + " is no longer in service: " + stands.why, "" );
    }
    if( now - *plan.soakedFrom < plan.request.soakSeconds ) return;
    if( plan.wave + 1 == plan.waves.size() ) {
       plan.state = PlanState::finished;
-      toTell_.push_back( plan.id + " is finished" );
+      toTell_.push_back( { .what = "plan finished", .text = plan.id + " is finished", .plan = plan.id } );
       return;
    }
    ++plan.wave;
    plan.soakedFrom.reset();
-   toTell_.push_back( plan.id + " begins wave " + std::to_string( plan.wave + 1 ) + " of " +
-                      std::to_string( plan.waves.size() ) );
+   std::string const text =
+      plan.id + " begins wave " + std::to_string( plan.wave + 1 ) + " of " + std::to_string( plan.waves.size() );
+   toTell_.push_back( { .what = "wave begun", .text = text, .plan = plan.id } );
 }
 
 void Dispatcher::advance( Plan & plan, Census & census, double now ) {
@@ -143,7 +175,7 @@ void Dispatcher::advance( Plan & plan, Census & census, double now ) {
    for( Wave const & wave : plan.waves ) {
       auto const lost = std::ranges::find_if( wave, [this]( Member const & m ) { return !inventory_.has( m.unit ); } );
       if( lost == wave.end() || lost->leftOut || lost->step == Step::done ) continue;
-      pause( plan, lost->unit.text() + " is no longer in the inventory" );
+      pause( plan, lost->unit.text() + " is no longer in the inventory", "" );
       return books_.planIs( plan );
    }
    if( plan.soakedFrom ) {

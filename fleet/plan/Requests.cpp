@@ -79,9 +79,10 @@ std::string Dispatcher::planMade( PlanRequest const & request, double now ) {
    }
    books_.planIs( plan );
    forgetOldPlans();
-   toTell_.push_back( plan.id + " by " + request.by + ": " + counted( units.size(), "unit" ) + " in " +
-                      counted( plan.waves.size(), "wave" ) );
-   keep();
+   std::string const text = plan.id + " by " + request.by + ": " + counted( units.size(), "unit" ) + " in " +
+                            counted( plan.waves.size(), "wave" );
+   toTell_.push_back( { .what = "plan made", .text = text, .plan = plan.id, .by = request.by } );
+   keep( now );
    return plan.id;
 }
 
@@ -104,15 +105,16 @@ Plan Dispatcher::planUnderWay( std::string const & id ) const {
    return plan->second;
 }
 
-void Dispatcher::planPaused( std::string const & id, std::string const & by ) {
+void Dispatcher::planPaused( std::string const & id, std::string const & by, double now ) {
    Plan plan = planUnderWay( id );
    if( plan.state == PlanState::paused ) throw Refused( id + " is paused already: " + plan.why );
-   pause( plan, "asked for by " + by );
+   pause( plan, "asked for by " + by, by );
    books_.planIs( plan );
-   keep();
+   keep( now );
 }
 
-void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> const & without, double now ) {
+void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> const & without, std::string const & by,
+                              double now ) {
    Plan plan = planUnderWay( id );
    if( plan.state == PlanState::running && without.empty() ) throw Refused( id + " is running already" );
    if( !doubt().empty() ) throw Refused( doubt() );
@@ -129,6 +131,10 @@ void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> cons
          member.fault.clear();
          if( member.step == Step::done ) continue;
          member.leftOut = std::ranges::find( without, member.unit ) != without.end();
+         if( member.leftOut ) {
+            std::string const text = id + " goes on without " + member.unit.text();
+            toTell_.push_back( { .what = "left out", .text = text, .unit = member.unit, .plan = id, .by = by } );
+         }
          member.step = member.leftOut ? Step::done : stepAnew( plan, member, now );
          // It has all of its time again, less what it has stayed already.
          if( member.step != Step::drained ) member.since = now;
@@ -138,8 +144,8 @@ void Dispatcher::planResumed( std::string const & id, std::vector<UnitName> cons
    plan.why.clear();
    if( plan.soakedFrom ) plan.soakedFrom = now;
    books_.planIs( plan );
-   toTell_.push_back( plan.id + " goes on" );
-   keep();
+   toTell_.push_back( { .what = "plan resumed", .text = plan.id + " goes on", .plan = plan.id, .by = by } );
+   keep( now );
 }
 
 // Where a member is to be taken up again: from the beginning where nothing of its order is left, and with a new order
@@ -153,17 +159,17 @@ Step Dispatcher::stepAnew( Plan const & plan, Member const & member, double now 
    bool const refused = seen && ( unit->outcome == Outcome::expired || unit->outcome == Outcome::refused );
    if( !slot->open || ( seen ? !refused : now <= slot->order.expires ) ) return member.step;
    // The unit counts as out all the while, so this needs no other leave.
-   order( member.unit, slot->order.want, plan.id, &plan.request, now );
+   order( member.unit, slot->order.want, { plan.id, plan.request.by, &plan.request }, {}, now );
    return member.step;
 }
 
-void Dispatcher::planCancelled( std::string const & id, std::string const & by ) {
+void Dispatcher::planCancelled( std::string const & id, std::string const & by, double now ) {
    Plan plan = planUnderWay( id );
    plan.state = PlanState::cancelled;
    plan.why = "by " + by;
    books_.planIs( plan );
-   toTell_.push_back( id + " is cancelled by " + by );
-   keep();
+   toTell_.push_back( { .what = "plan cancelled", .text = id + " is cancelled by " + by, .plan = id, .by = by } );
+   keep( now );
 }
 
 void Dispatcher::returned( std::vector<UnitName> const & units, std::string const & by, double now ) {
@@ -187,13 +193,13 @@ void Dispatcher::returned( std::vector<UnitName> const & units, std::string cons
             its->since = now;
             // Whoever ends a drain before its time has seen something that the plan has not.
             if( plan.state == PlanState::running && !wasDrained )
-               pause( plan, unit.text() + " was ordered back by " + by );
+               pause( plan, unit.text() + " was ordered back by " + by, by );
             books_.planIs( plan );
          }
       }
-      order( unit, Want::service, whose, nullptr, now );
+      order( unit, Want::service, { whose, by }, {}, now );
    }
-   keep();
+   keep( now );
    send( now );
 }
 
@@ -208,17 +214,17 @@ void Dispatcher::braked( std::string const & site, std::string const & by, doubl
    Brake const brake{ by, now };
    std::string const said = brakeSaid( site, brake );
    books_.brakeIs( site, brake );
-   toTell_.push_back( said );
+   toTell_.push_back( { .what = "brake on", .text = said, .by = by } );
    auto const plans = books_.plans();
    for( auto [id, plan] : plans ) {
       if( plan.state != PlanState::running || !touchesSite( inventory_, plan, site ) ) continue;
-      pause( plan, said );
+      pause( plan, said, by );
       books_.planIs( plan );
    }
-   keep();
+   keep( now );
 }
 
-void Dispatcher::unbraked( std::string const & site ) {
+void Dispatcher::unbraked( std::string const & site, std::string const & by, double now ) {
    auto const on = books_.brakes().find( site );
    if( on == books_.brakes().end() ) throw Refused( brakeNamed( site ) + " is not on" );
    std::string const said = brakeSaid( site, on->second );
@@ -230,18 +236,19 @@ void Dispatcher::unbraked( std::string const & site ) {
       plan.why = brakeNamed( site ) + " was on, and is released";
       books_.planIs( plan );
    }
-   toTell_.push_back( brakeNamed( site ) + " is off" );
-   keep();
+   toTell_.push_back( { .what = "brake off", .text = brakeNamed( site ) + " is off, by " + by, .by = by } );
+   keep( now );
 }
 
-void Dispatcher::doubtAccepted( double now ) {
+void Dispatcher::doubtAccepted( std::string const & by, double now ) {
    if( !hold_.empty() ) throw Refused( hold_ );
    if( oldBooks_.empty() ) throw Refused( "there is no doubt about the books" );
    uint64_t newest = books_.lastNumber();
    for( auto const & [unit, number] : unknownNumbers_ ) newest = std::max( newest, number );
    books_.lastNumberIs( newest );
-   for( auto const & [unit, number] : unknownNumbers_ ) order( unit, Want::nothing, "", nullptr, now );
-   keep();
+   for( auto const & [unit, number] : unknownNumbers_ ) order( unit, Want::nothing, { "", by }, {}, now );
+   toTell_.push_back( { .what = "books accepted", .text = by + " accepts the books: " + oldBooks_, .by = by } );
+   keep( now );
    unknownNumbers_.clear();
    oldBooks_.clear();
    send( now );

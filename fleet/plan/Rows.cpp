@@ -3,6 +3,7 @@
 #include <boost/json/serialize.hpp>
 
 #include "orders/Member.h"
+#include "plan/Event.h"
 
 namespace Fleet {
 
@@ -114,10 +115,28 @@ T read( std::string const & key, std::string_view text, T ( *from )( Object cons
 
 }  // namespace
 
+Record recordOf( Event const & event, double time ) {
+   json::array budgets;
+   for( Event::Filled const & of : event.budgets ) {
+      budgets.push_back(
+         { { "group", of.group }, { "out", of.out }, { "mayBeOut", of.mayBeOut }, { "units", of.units } } );
+   }
+   json::object text{ { "what", event.what }, { "text", event.text } };
+   if( !event.by.empty() ) text["by"] = event.by;
+   if( event.order != 0 ) text["order"] = event.order;
+   if( !budgets.empty() ) text["budgets"] = std::move( budgets );
+   return { .time = time,
+            .box = event.unit ? event.unit->box : "",
+            .unit = event.unit ? event.unit->unit : "",
+            .plan = event.plan,
+            .text = json::serialize( text ) };
+}
+
 std::string rowOf( Slot const & slot ) {
    json::object row = orderValue( slot.order );
    row["issued"] = slot.issued;
    row["open"] = slot.open;
+   row["told"] = nameOf( slot.told );
    return json::serialize( row );
 }
 
@@ -140,7 +159,10 @@ std::string rowOf( Brake const & brake ) {
 
 Slot slotFrom( std::string const & key, std::string_view text ) {
    return read<Slot>( key, text, []( Object const & in ) {
-      return Slot{ orderFrom( in ), in.number( "issued" ), in.flag( "open" ) };
+      // Books of a release that had no ledger do not have it.
+      bool const told = in.members.contains( "told" );
+      return Slot{ orderFrom( in ), in.number( "issued" ), in.flag( "open" ),
+                   told ? in.word<Outcome>( "told" ) : Outcome::none };
    } );
 }
 

@@ -23,17 +23,6 @@ Desk::Desk( std::string const & inventory, Memory::Rows rows )
              .keys = {},
              .socket = "/run/fleet.sock" } ) {}
 
-void Desk::DeskMemory::commit( Changes const & changes ) {
-   if( !good ) throw MemoryFault( "the disk is full" );
-   for( auto const & [key, row] : changes ) {
-      if( row ) {
-         kept[key] = *row;
-      } else {
-         kept.erase( key );
-      }
-   }
-}
-
 Desk::Answer Desk::ask( Host::HttpRequest const & request ) {
    Host::HttpAnswer const answer = api_.answer( request );
    boost::system::error_code none;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "BookLedger.h"
 #include "controller/Api.h"
 #include "controller/Feed.h"
 #include "controller/Owner.h"
@@ -91,16 +92,19 @@ class Desk {
       }
       [[nodiscard]] std::vector<Letter> arrived() override { return std::exchange( letters, {} ); }
    };
-   struct DeskMemory final : Memory {
+   struct DeskMemory final : BookLedger {
       bool good = true;
       bool readable = true;
-      Rows kept;
 
+      using BookLedger::commit;
       [[nodiscard]] Rows rows() const override {
          if( !readable ) throw MemoryFault( "the disk does not answer" );
          return kept;
       }
-      void commit( Changes const & changes ) override;
+      void commit( Changes const & changes, Records const & happened ) override {
+         if( !good ) throw MemoryFault( "the disk is full" );
+         BookLedger::commit( changes, happened );
+      }
    };
 
    Answer ask( Host::HttpRequest const & request );

@@ -11,18 +11,12 @@ constexpr double rejoinSeconds = 30;  // at most, until an agent has found the b
 
 }  // namespace
 
-void MortalMemory::commit( Changes const & changes ) {
+void MortalMemory::commit( Changes const & changes, Records const & happened ) {
    bool const told = writesLeft_-- == 0;
    bool const dies = told || ( random && std::bernoulli_distribution( deadly )( *random ) );
    // Half of the deaths are before the disk has it, and half after.
    if( dies && ( told ? before_ : std::bernoulli_distribution( 0.5 )( *random ) ) ) throw Death();
-   for( auto const & [key, row] : changes ) {
-      if( row ) {
-         rows_[key] = *row;
-      } else {
-         rows_.erase( key );
-      }
-   }
+   BookLedger::commit( changes, happened );
    if( dies ) throw Death();
 }
 
@@ -288,7 +282,7 @@ void VirtualFleet::brakeIs( std::string const & site, bool on ) {
          judgeBraked();
          bool const was = owner.books().brakes().contains( site );
          if( on && !was ) owner.braked( site, "bob", now_ );
-         if( !on && was ) owner.unbraked( site );
+         if( !on && was ) owner.unbraked( site, "bob", now_ );
       } );
    } while( !owner_ );
    if( on ) brakes_.insert( site );

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "BookLedger.h"
 #include "box/BoxAgent.h"
 #include "plan/Dispatcher.h"
 
@@ -27,12 +28,12 @@ using namespace Fleet;
 struct Death {};
 
 // A memory that lives on when its owner dies, and that can kill it: before a write, or just after.
-class MortalMemory final : public Memory {
+class MortalMemory final : public BookLedger {
  public:
-   [[nodiscard]] Rows rows() const override { return rows_; }
-   void commit( Changes const & changes ) override;
+   using BookLedger::commit;
+   void commit( Changes const & changes, Records const & happened ) override;
 
-   void restored( Rows rows ) { rows_ = std::move( rows ); }
+   void restored( Rows rows ) { kept = std::move( rows ); }
    // From now on a write kills with this probability.
    double deadly = 0;
    std::mt19937 * random = nullptr;
@@ -44,7 +45,6 @@ class MortalMemory final : public Memory {
    [[nodiscard]] bool died() const { return writesLeft_ < 0; }
 
  private:
-   Rows rows_;
    int writesLeft_ = std::numeric_limits<int>::max();
    bool before_ = false;
 };

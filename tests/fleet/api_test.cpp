@@ -68,6 +68,36 @@ TEST_F( FleetDesk, toldIsHowManyAreOutWhoAndWhatIsWaitedFor ) {
                        HasSubstr( "maintfleet_plan_state{plan=\"" + id + "\",state=\"running\"} 1\n" ) ) );
 }
 
+TEST_F( FleetDesk, whoTookWhatOutAndWhyItMightAndWhenItCameBackStaysOnRecord ) {
+   std::string const id = drained();
+   desk.post( "/v1/return?unit=s1a/fabric" );
+   desk.obeys( "s1a", UnitState::leaving );
+   desk.advance( 1 );
+   desk.obeys( "s1a", UnitState::active );
+   desk.advance( 2 );
+   auto const of = [&]( std::string const & query, char const * member ) {
+      std::string all;
+      auto const answer = desk.get( "/v1/history?" + query );
+      for( auto const & record : answer.at( "/history" ).as_array() )
+         all += std::string( record.at( member ).is_string() ? record.at( member ).get_string() : "-" ) + ", ";
+      return all;
+   };
+   EXPECT_EQ( of( "unit=s1a/fabric", "what" ), "ordered out, carried, drained, ordered back, carried, in service, " );
+   EXPECT_EQ( of( "plan=" + id, "what" ),
+              "plan made, ordered out, carried, drained, ordered back, carried, in service, "
+              "plan finished, " );
+   EXPECT_EQ( of( "box=s1b", "what" ), "" );
+   auto const out = desk.get( "/v1/history?box=s1a&most=6" );
+   EXPECT_EQ( out.told( "/history/0/by" ) + out.told( "/history/3/by" ), "eveeve" );
+   EXPECT_EQ( out.told( "/history/0/budgets/0" ), R"({"group":"pair: s1","out":1,"mayBeOut":1,"units":2})" );
+   EXPECT_EQ( out.told( "/history/0/budgets/1/group" ), "site: fra" );
+   EXPECT_EQ( out.at( "/before" ), out.at( "/history/0/number" ) );
+   EXPECT_EQ( desk.get( "/v1/history" ).told( "/before" ), "null" );
+   EXPECT_EQ( of( "since=" + std::to_string( 1'800'000'000 + 1000 ), "what" ), "" );
+   for( char const * wrong : { "most=10001", "since=yesterday", "before=-1", "boxes=s1a" } )
+      EXPECT_EQ( desk.get( std::string( "/v1/history?" ) + wrong ).status, 400u ) << wrong;
+}
+
 TEST_F( FleetDesk, whoeverAsksWhetherABoxCanStopGetsNumbersAndChangesNothing ) {
    auto const free = desk.get( "/v1/can-stop?box=s1b" );
    EXPECT_EQ( free.told( "/canStop" ) + free.told( "/groups/0/wouldBeOut" ), "true1" );

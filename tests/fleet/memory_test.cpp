@@ -56,6 +56,49 @@ TEST_F( SqliteMemoryTest, whatWasKeptIsThereInTheNextLifeAndNobodyElseReadsIt ) 
    EXPECT_EQ( its.st_mode & 0777, 0600u );
 }
 
+TEST_F( SqliteMemoryTest, whatHasHappenedStaysWithWhatItChangedUntilItIsOld ) {
+   using namespace Fleet;
+   auto const numbers = []( Records const & found ) {
+      std::string text;
+      for( Record const & record : found ) text += std::to_string( record.number ) + record.text + " ";
+      return text;
+   };
+   double const day = 86400;
+   {
+      SqliteMemory memory( path );
+      memory.commit( {}, { { .time = 1 * day, .box = "s1", .unit = "fabric", .plan = "plan-1", .text = "a" },
+                           { .time = 1 * day, .box = "s2", .unit = "fabric", .plan = "plan-1", .text = "b" } } );
+      memory.commit( { { "row", "1" } }, { { .time = 3 * day, .box = "s1", .unit = "edge", .text = "c" } } );
+      memory.commit( {}, { { .time = 4 * day, .plan = "plan-2", .text = "d" } } );
+   }
+   SqliteMemory memory( path );
+   EXPECT_EQ( numbers( memory.happened( {} ) ), "4d 3c 2b 1a " );
+   EXPECT_EQ( numbers( memory.happened( { .box = "s1" } ) ), "3c 1a " );
+   EXPECT_EQ( numbers( memory.happened( { .box = "s1", .unit = "fabric" } ) ), "1a " );
+   EXPECT_EQ( numbers( memory.happened( { .plan = "plan-1" } ) ), "2b 1a " );
+   EXPECT_EQ( numbers( memory.happened( { .since = 3 * day } ) ), "4d 3c " );
+   EXPECT_EQ( numbers( memory.happened( { .since = 5 * day } ) ), "" );
+   EXPECT_EQ( numbers( memory.happened( { .before = 4, .most = 2 } ) ), "3c 2b " );
+   EXPECT_EQ( memory.happened( { .box = "s2" } ).at( 0 ),
+              ( Record{ .number = 2, .time = day, .box = "s2", .unit = "fabric", .plan = "plan-1", .text = "b" } ) );
+   // What cannot be put on record is not done, either.
+   sqlite3 * other = nullptr;
+   ASSERT_EQ( sqlite3_open_v2( path.c_str(), &other, SQLITE_OPEN_READWRITE, nullptr ), SQLITE_OK );
+   char const * const bar =
+      "CREATE TRIGGER bar BEFORE INSERT ON record WHEN new.text = 'bad'"
+      " BEGIN SELECT RAISE( ABORT, 'no' ); END";
+   ASSERT_EQ( sqlite3_exec( other, bar, nullptr, nullptr, nullptr ), SQLITE_OK );
+   EXPECT_THROW( memory.commit( { { "row", "2" } }, { { .time = 4 * day, .text = "bad" } } ), MemoryFault );
+   EXPECT_EQ( memory.rows().at( "row" ), "1" );
+   // One that is as old as may be stays, and older ones go.
+   memory.commit( {}, { { .time = Ledger::secondsKept + 3 * day, .text = "e" } } );
+   EXPECT_EQ( numbers( memory.happened( {} ) ), "5e 4d 3c " );
+   ASSERT_EQ( sqlite3_exec( other, "UPDATE sqlite_sequence SET seq = 1000003", nullptr, nullptr, nullptr ), SQLITE_OK );
+   sqlite3_close( other );
+   memory.commit( {}, { { .time = Ledger::secondsKept + 3 * day, .text = "f" } } );
+   EXPECT_EQ( numbers( memory.happened( {} ) ), "1000004f 5e " );
+}
+
 TEST_F( SqliteMemoryTest, aFileThatIsNoneOfOursIsRefusedAndLeftAlone ) {
    std::string const text = "something that somebody wants to keep, and that is longer than a page header would be";
    std::ofstream( path ) << text;

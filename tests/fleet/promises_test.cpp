@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <boost/json/parse.hpp>
 #include <cstdlib>
 #include <iostream>
 
@@ -70,7 +71,8 @@ void expectHeld( VirtualFleet & fleet, Plan const & plan ) {
                                                text.ends_with( " is on, by bob" );
                                      } ) )
       << plan.id << ": " << testing::PrintToString( says );
-   EXPECT_THROW( fleet.ask( [&]( Dispatcher & owner ) { owner.planResumed( plan.id, {}, fleet.now() ); } ), Refused )
+   EXPECT_THROW( fleet.ask( [&]( Dispatcher & owner ) { owner.planResumed( plan.id, {}, "ada", fleet.now() ); } ),
+                 Refused )
       << plan.id;
 }
 
@@ -86,7 +88,7 @@ void resumeAll( VirtualFleet & fleet ) {
       }
       if( plan.state != PlanState::paused || !fleet.owner() ) continue;
       EXPECT_NE( plan.why, "" ) << id;
-      fleet.ask( [&, &id = id]( Dispatcher & owner ) { owner.planResumed( id, {}, fleet.now() ); } );
+      fleet.ask( [&, &id = id]( Dispatcher & owner ) { owner.planResumed( id, {}, "ada", fleet.now() ); } );
    }
 }
 
@@ -94,6 +96,29 @@ void brakeOrRelease( VirtualFleet & fleet, std::mt19937 & random ) {
    char const * const sites[] = { "", "fra", "ams" };
    char const * const site = sites[std::uniform_int_distribution<std::size_t>( 0, 2 )( random )];
    fleet.brakeIs( site, std::bernoulli_distribution( 0.4 )( random ) );
+}
+
+// Every order is on record once, with budgets that were kept, and each unit that went out is on record as back.
+void expectOnRecord( VirtualFleet & fleet ) {
+   std::map<int64_t, int> orders;
+   std::set<std::string> out;
+   for( Record const & record : fleet.ownersMemory().records ) {
+      boost::json::object const text = boost::json::parse( record.text ).as_object();
+      boost::json::string const & what = text.at( "what" ).as_string();
+      if( what == "ordered out" || what == "ordered back" ) {
+         ++orders[text.at( "order" ).as_int64()];
+         out.insert( record.box + "/" + record.unit );
+      }
+      if( what == "in service" ) {
+         EXPECT_EQ( out.erase( record.box + "/" + record.unit ), 1u ) << record.text;
+      }
+      if( !text.contains( "budgets" ) ) continue;
+      for( auto const & group : text.at( "budgets" ).as_array() )
+         EXPECT_LE( group.at( "out" ).as_int64(), group.at( "mayBeOut" ).as_int64() ) << record.text;
+   }
+   EXPECT_EQ( out, std::set<std::string>() );
+   EXPECT_EQ( orders.size(), fleet.owner()->books().lastNumber() );
+   EXPECT_TRUE( std::ranges::all_of( orders, []( auto const & order ) { return order.second == 1; } ) );
 }
 
 // Adds to how many plans there were.
@@ -132,6 +157,7 @@ void oneLife( unsigned seed, std::size_t & plans ) {
          << id << ": " << testing::PrintToString( fleet.owner()->waitsFor( plan, fleet.now() ) );
    }
    for( auto const & [unit, slot] : fleet.owner()->books().slots() ) EXPECT_FALSE( slot.open ) << unit.text();
+   expectOnRecord( fleet );
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ class FleetStory : public testing::Test {
       return text;
    }
    void resume( std::string const & plan, std::vector<UnitName> const & without = {} ) {
-      fleet.ask( [&]( Dispatcher & owner ) { owner.planResumed( plan, without, fleet.now() ); } );
+      fleet.ask( [&]( Dispatcher & owner ) { owner.planResumed( plan, without, "ada", fleet.now() ); } );
    }
 
    static std::string seenAndLost( int number ) {
@@ -115,7 +115,7 @@ TEST_F( FleetStory, oneBrakeStopsEveryPlanOfASiteAndGoingOnIsAPersonsDecision ) 
    EXPECT_EQ( stateOf( fra ), "paused: the brake of site fra is on, by bob" );
    EXPECT_EQ( stateOf( ams ), "finished" );
    EXPECT_EQ( fleet.drainsOf( fabric( "s1b" ) ), 0 );
-   EXPECT_EQ( refusal( [&]( Dispatcher & owner ) { owner.planResumed( fra, {}, fleet.now() ); } ),
+   EXPECT_EQ( refusal( [&]( Dispatcher & owner ) { owner.planResumed( fra, {}, "ada", fleet.now() ); } ),
               "the brake of site fra is on, by bob" );
    EXPECT_EQ( refusal( [&]( Dispatcher & owner ) {
                  static_cast<void>( owner.planMade( of( { .boxes = { "s1b" } }, "1" ), fleet.now() ) );
@@ -124,7 +124,7 @@ TEST_F( FleetStory, oneBrakeStopsEveryPlanOfASiteAndGoingOnIsAPersonsDecision ) 
    fleet.ask( [&]( Dispatcher & owner ) { owner.braked( "", "eve", fleet.now() ); } );
    EXPECT_EQ( waits( fra ), "the brake of site fra is on, by bob; the brake of all sites is on, by eve" );
    for( char const * const site : { "", "fra" } ) {
-      fleet.ask( [&]( Dispatcher & owner ) { owner.unbraked( site ); } );
+      fleet.ask( [&]( Dispatcher & owner ) { owner.unbraked( site, "bob", fleet.now() ); } );
    }
    fleet.advance( 60 );
    EXPECT_EQ( stateOf( fra ), "paused: the brake of site fra was on, and is released" );
@@ -148,7 +148,7 @@ TEST_F( FleetStory, booksOlderThanTheFleetOrderNothingUntilSomebodyAcceptsThem )
    std::string const doubt = fleet.owner()->doubt();
    EXPECT_EQ( doubt.substr( doubt.find( "/" ) ), doubt.starts_with( "s1a" ) ? seenAndLost( 1 ) : seenAndLost( 2 ) );
    EXPECT_NE( refusal( [&]( Dispatcher & owner ) { static_cast<void>( owner.planMade( drain, fleet.now() ) ); } ), "" );
-   fleet.ask( [&]( Dispatcher & owner ) { owner.doubtAccepted( fleet.now() ); } );
+   fleet.ask( [&]( Dispatcher & owner ) { owner.doubtAccepted( "ada", fleet.now() ); } );
    fleet.advance( 60 );
    // What is in service is in again, and what the lost plan has taken out stays out until it is ordered back.
    EXPECT_FALSE( fleet.owner()->standing( fabric( "s2a" ), fleet.now() ).out );
@@ -204,7 +204,7 @@ TEST_F( FleetStory, aRefusedResumeOrdersNothing ) {
    ASSERT_EQ( fleet.planOf( plan ).state, PlanState::paused );
    uint64_t const number = fleet.owner()->books().lastNumber();
    fleet.ask( [&]( Dispatcher & owner ) { owner.braked( "ams", "bob", fleet.now() ); } );
-   EXPECT_EQ( refusal( [&]( Dispatcher & owner ) { owner.planResumed( plan, {}, fleet.now() ); } ),
+   EXPECT_EQ( refusal( [&]( Dispatcher & owner ) { owner.planResumed( plan, {}, "ada", fleet.now() ); } ),
               "the brake of site ams is on, by bob" );
    fleet.advance( 5 );
    EXPECT_EQ( fleet.owner()->books().lastNumber(), number );
@@ -218,7 +218,7 @@ TEST_F( FleetStory, plansThatAreOverAreForgottenOneDayAndThoseUnderWayAreNot ) {
    for( int i = 0; i < 110; ++i ) {
       fleet.advance( 0.5 );
       last = fleet.plan( of( { .boxes = { "s1a" } }, "1" ) );
-      fleet.ask( [&]( Dispatcher & owner ) { owner.planCancelled( last, "ada" ); } );
+      fleet.ask( [&]( Dispatcher & owner ) { owner.planCancelled( last, "ada", fleet.now() ); } );
    }
    fleet.kill();
    fleet.advance( 30 );

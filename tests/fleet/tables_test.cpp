@@ -126,4 +126,28 @@ TEST_F( FleetTables, aPlanABoxAndAQuestionAreToldWithTheirReasons ) {
                        HasSubstr( "pair: s1  at most 1 out  2 of 2        no      s1a/fabric (draining by " ) ) );
 }
 
+TEST_F( FleetTables, historySaysWhoTookWhatOutWithinWhichBudget ) {
+   auto const history = [&] {
+      return text( [&]( auto & out ) { printHistory( out, answer( "/v1/history?box=s1a", historyShape ) ); } );
+   };
+   EXPECT_EQ( history(), "nothing of that is on record\n" );
+   std::string const id = desk.post( "/v1/plans?box=s1a" ).told( "/plan" );
+   EXPECT_THAT( history(), HasSubstr( "  ordered out  eve  pair: s1 1 of 1  order 1 by " + id +
+                                      ": s1a/fabric to maintenance\n" ) );
+}
+
+TEST_F( FleetTables, namesAreOneALineForCompletion ) {
+   desk.post( "/v1/plans?box=s1a" );
+   auto const names = [&]( std::string const & what ) {
+      bool const plans = what == "plans";
+      auto const of = answer( plans ? "/v1/plans" : "/v1/boxes", plans ? plansShape : boxesShape );
+      return text( [&]( auto & out ) { printNames( out, what, of ); } );
+   };
+   EXPECT_EQ( names( "boxes" ), "s1a\ns1b\ns2a\n" );
+   EXPECT_EQ( names( "units" ), "s1a/fabric\ns1b/fabric\ns2a/fabric\n" );
+   EXPECT_EQ( names( "labels" ), "pair:s1\npair:s2\n" );
+   EXPECT_EQ( names( "plans" ), "plan-1\n" );
+   EXPECT_EQ( names( "sites" ), "" );
+}
+
 }  // namespace FleetTest
