@@ -54,7 +54,8 @@ install( DIRECTORY docs/ DESTINATION share/doc/ratemon/docs FILES_MATCHING PATTE
    PATTERN "*.png" PATTERN "*.svg" )
 install( DIRECTORY examples/ DESTINATION share/doc/ratemon/examples PATTERN "*.expected" EXCLUDE )
 install( FILES packaging/completion/maintctl.bash DESTINATION share/bash-completion/completions RENAME maintctl )
-install( FILES packaging/completion/_maintctl DESTINATION share/zsh/vendor-completions )
+install( FILES packaging/completion/maintfleet.bash DESTINATION share/bash-completion/completions RENAME maintfleet )
+install( FILES packaging/completion/_maintctl packaging/completion/_maintfleet DESTINATION share/zsh/vendor-completions )
 
 # --- The services
 
