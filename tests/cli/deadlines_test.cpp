@@ -81,7 +81,8 @@ TEST_F( Deadlines, ofTheCallerComeFirst ) {
       return unit;
    }() );
    auto const started = ok( Service::RequestAnswer{ "enter", "fabric", "started", 4, {} } );
-   // What it says tells where its time ran out; on a busy machine that may be earlier than it should, and it is asked again.
+   // What it says tells where its time ran out; on a busy machine that may be earlier than it should, and it is asked
+   // again.
    auto const expectTimedOut = [&]( char const * timeout, char const * said ) {
       Result entered;
       for( int attempt = 0; attempt < 5; ++attempt ) {

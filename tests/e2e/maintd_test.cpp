@@ -76,8 +76,8 @@ TEST_F( Maintd, takesAUnitThroughAWholeCycle ) {
    EXPECT_THAT( entered.out, HasSubstr( "\"result\": \"started\", \"generation\": 1" ) );
    ASSERT_TRUE( eventually( [&] { return shown( "up1" ).at( "totalSamples" ).to_number<int>() >= 2; } ) );
 
-   // What was published is what the kernel counted over the same time. Of a machine with other things to do nobody knows
-   // what it sends in a second, and a sample may pass before it is seen.
+   // What was published is what the kernel counted over the same time. Of a machine with other things to do nobody
+   // knows what it sends in a second, and a sample may pass before it is seen.
    Sample last = sampleAfter( "up1", {} );
    for( int samples = 0; samples < 4; ) {
       Sample const next = sampleAfter( "up1", last );

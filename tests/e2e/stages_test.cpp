@@ -40,8 +40,8 @@ class Stages : public Box {
       } );
    }
    [[nodiscard]] std::string reported() const { return maintctl( { "report", "fabric" } ).out; }
-   // Entering at full traffic, with the rate monitor's own stage done: that does not wait for a link that flaps. Somebody
-   // waits for the end of it all the while.
+   // Entering at full traffic, with the rate monitor's own stage done: that does not wait for a link that flaps.
+   // Somebody waits for the end of it all the while.
    void enterWithTraffic() {
       beginMaintctl( { "enter", "fabric", "--wait", "--timeout", "60s" } );
       ASSERT_TRUE( eventually( [&] { return state( "fabric" ) == "entering"; } ) );
