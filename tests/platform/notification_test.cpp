@@ -71,6 +71,19 @@ TEST_F( Notification, goesToAllInOrderOfRegistration ) {
    EXPECT_THAT( story_, ElementsAre( "a: calm", "c: calm", "b: calm" ) );
 }
 
+TEST_F( Notification, goesToWhoeverIsLeftInTheirOrder ) {
+   auto a = listener( "a" ), b = listener( "b" ), c = listener( "c" );
+   a.reset();
+   record_->moodIs( Mood::busy );
+   c.reset();
+   record_->moodIs( Mood::calm );
+   auto const d = listener( "d" );
+   record_->moodIs( Mood::odd );
+   b.reset();
+   record_->moodIs( Mood::busy );
+   EXPECT_THAT( story_, ElementsAre( "b: busy", "c: busy", "b: calm", "b: odd", "d: odd", "d: busy" ) );
+}
+
 TEST_F( Notification, ofAnEqualValueIsNotMade ) {
    auto const a = listener( "a" );
    record_->moodIs( Mood::calm );
@@ -195,6 +208,26 @@ TEST_F( Notification, isSilentAsLongAsTheOwnerIs ) {
    owner->kelDoZombieReactors( true );
    record_->moodIs( Mood::odd );
    EXPECT_THAT( story_, ElementsAre( "a: calm" ) );
+}
+
+// With members around it, so that where it stands in its machine is not where the machine begins.
+struct Machine final : Kel::PtrInterface {
+   class KelRecord final : public Kel::OwnedBy<Machine, Record::Notifiee> {
+    public:
+      using OwnedBy::OwnedBy;
+      void onMood() override { owner().heard.push_back( notifier()->mood() ); }
+   };
+   std::vector<Mood> heard;
+   KelRecord record{ *this };
+};
+
+TEST_F( Notification, ofAMachinesReactorReachesThatMachineForAsLongAsItHears ) {
+   Machine machine;
+   machine.record.notifierIs( record_ );
+   record_->moodIs( Mood::busy );
+   machine.hasNotificationActiveIs( false );
+   record_->moodIs( Mood::calm );
+   EXPECT_THAT( machine.heard, ElementsAre( Mood::busy ) );
 }
 
 TEST_F( Notification, ofAWholeCollectionIsMadeOnceAtAttachment ) {
