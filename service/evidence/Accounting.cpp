@@ -183,6 +183,7 @@ void Accounting::unitDel( Kel::Name const & unit ) {
 
 void Accounting::forgetUnused( Subject & s ) {
    if( !s.marks().kept || !s.places.empty() || s.monitored() ) return;
+   waitsNot( s );
    s.marks().kept = false;
    sources_.subjectIs( s.intf(), nullptr );
    if( !touched_.empty() ) forgotten_.emplace_back( &s );
@@ -200,6 +201,7 @@ void Accounting::judge( UnitBook & b ) {
       apply( *p->subject );
       if( p->open ) judgePlace( *p );
    }
+   alarmIs();
    if( b.open ) judgeUnit( b );
 }
 
@@ -225,6 +227,7 @@ void Accounting::judgeTouched() {
       judgeSubject( *t.subject );
       forgetUnused( *t.subject );
    }
+   alarmIs();
    for( auto const & b : std::exchange( touchedBooks_, {} ) ) {
       if( b->open ) judgeUnit( *b );
    }
@@ -254,23 +257,25 @@ bool Accounting::apply( Subject & s ) {
 bool Accounting::stands( Subject & s ) {
    if( !s.monitored() ) return false;
    Watched::Said & said = s.marks().said;
-   // A loud one is loud again.
+   // A loud one is loud again, and waits for nothing.
    if( said == Watched::Said::loud && s.plainlyLoud() ) return true;
    if( said == Watched::Said::quiet || said == Watched::Said::settled ) {
       auto const quiet = s.plainlyQuiet();
       if( quiet && quiet->settled == ( said == Watched::Said::settled ) ) {
-         if( quiet->stale < alarm_.timeMin() ) alarmBy( Watched::changesAfter( quiet->stale ) );
+         waitsToGoStale( s, quiet->stale );
          return true;
       }
    }
    said = Watched::Said::other;
    double const quietSince = s.run().quietSince().value_or( 0 );
+   double changes = never;
    for( auto const & p : s.places ) {
       Outlook const now = outlookOf( *p, s );
       bool const same = p->judged && p->seen && p->judgement == now.judgement && p->quietSince == quietSince;
       if( !same ) return false;
-      alarmBy( now.changes );
+      changes = std::min( changes, now.changes );
    }
+   waitsFor( s, changes );
    s.saidIs();
    return true;
 }
@@ -279,7 +284,8 @@ Outlook Accounting::outlookOf( Place const & p, Watched const & w ) {
    return p.leftOut ? Outlook{ { .verdict = Verdict::leftOut, .settled = true } } : w.judge( p.seen );
 }
 
-void Accounting::judgeSubject( Subject const & s ) {
+void Accounting::judgeSubject( Subject & s ) {
+   waitsNot( s );
    // A handler of one may close another.
    for( auto const & p : Kel::Few( s.places ) ) {
       if( p->open ) judgePlace( *p );
@@ -290,7 +296,8 @@ void Accounting::judgePlace( Place & p ) {
    Watched const & w = p.watched();
    if( !p.seen && w.linkThere() ) p.handleSeen();
    auto const [now, changes] = outlookOf( p, w );
-   alarmBy( changes );
+   // Before anybody hears of it, and has it judged once more. All accounts that wait do so for the same.
+   if( changes != never ) waitsFor( *p.subject, changes );
    // Most samples say what the one before has said. A run that has broken meanwhile begins anew.
    double const quietSince = w.run().quietSince().value_or( 0 );
    if( p.judged && p.judgement == now && p.quietSince == quietSince ) return;
@@ -363,14 +370,42 @@ void Accounting::judgeUnit( UnitBook & b ) {
 }
 
 void Accounting::handleAlarm() {
-   // Once for all: the earliest change decides when it rings next, and readings since may have put it off.
+   queues_ = {};
    for( auto const & [intf, s] : subjects_ ) {
+      s->marks().waits = 0;
       if( !s->places.empty() ) touch( *s );
    }
 }
 
-void Accounting::alarmBy( double time ) {
-   if( time < alarm_.timeMin() ) alarm_.timeMinIs( time );
+void Accounting::waitsFor( Subject & s, double time ) {
+   waitsNot( s );
+   if( time == never || !s.marks().kept ) return;
+   Queue & queue = queues_[current_];
+   queue.first = std::min( queue.first, time );
+   ++queue.subjects;
+   s.marks().waits = ( current_ + 1u ) & 3u;
+}
+
+void Accounting::waitsToGoStale( Subject & s, double stale ) {
+   Queue const & queue = queues_[current_];
+   waitsFor( s, stale < queue.first ? Watched::changesAfter( stale ) : queue.first );
+}
+
+void Accounting::waitsNot( Subject & s ) {
+   uint8_t const waits = s.marks().waits;
+   if( waits == 0 ) return;
+   --queues_[waits - 1u].subjects;
+   s.marks().waits = 0;
+}
+
+void Accounting::alarmIs() {
+   Queue & other = queues_[1u - current_];
+   if( other.subjects == 0 ) {
+      other.first = never;
+      current_ = static_cast<uint8_t>( 1 - current_ );
+   }
+   double const first = std::min( queues_[0].first, queues_[1].first );
+   if( first != alarm_.timeMin() ) alarm_.timeMinIs( first );
 }
 
 }  // namespace Evidence

@@ -7,6 +7,8 @@
 // iterated can be changed by a handler.
 #pragma once
 
+#include <array>
+#include <limits>
 #include <unordered_map>
 #include <vector>
 
@@ -81,14 +83,18 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    bool apply( Subject & subject );
    [[nodiscard]] bool stands( Subject & subject );
    [[nodiscard]] static Outlook outlookOf( Place const & place, Watched const & watched );
-   void judgeSubject( Subject const & subject );
+   void judgeSubject( Subject & subject );
    void judgePlace( Place & place );
    void tellVerdict( Place const & place ) const;
    void count( Place & place, Judgement const & now );
    static void write( Place & place, bool begins );
    void judgeUnit( UnitBook & book );
    void handleAlarm();
-   void alarmBy( double time );
+   // What is said of it changes by waiting alone, with its last reading or at `time`; at no time, for what is not.
+   void waitsFor( Subject & subject, double time );
+   void waitsToGoStale( Subject & subject, double stale );
+   void waitsNot( Subject & subject );
+   void alarmIs();
 
    Kel::Ptr<UnitAccountsDir> const accounts_;
    Maintenance::MaintenanceState const & state_;
@@ -99,6 +105,16 @@ class Accounting final : public Kel::TurnEnd, SourcesListener {
    std::vector<Kel::Ptr<Subject>> forgotten_;  // of which some may be in it
    uint32_t walk_ = 1;                         // which one the touched are for
    std::vector<Kel::Ptr<UnitBook>> touchedBooks_;
+   // Who is judged joins the current queue, and leaves the one that he was in. When the other is empty, what the first
+   // of it waited for is past, and it is the next that is joined: so as long as all are sampled, nobody is looked at
+   // because of what he once waited for.
+   struct Queue {
+      double first = never;      // s, not after any of it changes
+      std::size_t subjects = 0;  // in it
+   };
+   static constexpr double never = std::numeric_limits<double>::infinity();
+   std::array<Queue, 2> queues_;
+   uint8_t current_ = 0;
    bool allTouched_ = false;
    bool membersMoved_ = false;
    KelAlarm alarm_;

@@ -44,6 +44,7 @@ class Watched : public RateSource {
    struct Marks {
       bool touched : 1 = false;
       bool kept : 1 = true;
+      uint8_t waits : 2 = 0;  // in which of two queues for time to pass, 1 and 2; 0: in none
       Said said = Said::other;
    };
 
