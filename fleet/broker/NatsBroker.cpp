@@ -22,6 +22,7 @@ constexpr int mostPendingBytes = 256 * 1024 * 1024;
 constexpr int64_t writeMilliseconds = 2000;   // that a broker which takes nothing holds up its writer
 constexpr int64_t pingMilliseconds = 15'000;  // a broker that does not answer two of them is lost
 constexpr std::chrono::seconds bucketPatience{ 5 };
+constexpr std::chrono::milliseconds quickAnswer{ 500 };
 constexpr int64_t otherConfiguration = 10058;  // the broker's number for a stream that is there, and another
 
 void held( natsStatus status, char const * what ) {
@@ -88,21 +89,10 @@ void NatsBroker::setUpOptions() {
    natsOptions * made = nullptr;
    held( natsOptions_Create( &made ), "preparing a connection" );
    natsOptions_.reset( made );
-   auto const jitter = std::max<int64_t>( static_cast<int64_t>( reconnectSeconds() * 1000 ), 1 );
    char const * const what = "preparing a connection";
    held( natsOptions_SetURL( made, address_.url().c_str() ), what );
    held( natsOptions_SetName( made, isOwner() ? ownerName.data() : options_.box.c_str() ), what );
-   held( natsOptions_SetMaxReconnect( made, -1 ), what );
-   held( natsOptions_SetReconnectWait( made, 0 ), what );
-   held( natsOptions_SetReconnectJitter( made, jitter, jitter ), what );
-   // Others that the broker knows would be tried without waiting.
-   held( natsOptions_SetIgnoreDiscoveredServers( made, true ), what );
-   // Nothing: 0 would be the default, which is much.
-   held( natsOptions_SetReconnectBufSize( made, 1 ), what );
-   // Without a function it would wait here until it is connected.
-   held( natsOptions_SetRetryOnFailedConnect(
-            made, true, []( natsConnection *, void * ) {}, nullptr ),
-         what );
+   held( natsOptions_SetAllowReconnect( made, false ), what );
    held( natsOptions_SetWriteDeadline( made, writeMilliseconds ), what );
    held( natsOptions_SetPingInterval( made, pingMilliseconds ), what );
    if( !options_.keyFile.empty() ) setUpKey();
@@ -148,12 +138,8 @@ void NatsBroker::look() {
       if( Clock::now() >= due_ && ( !reach_ || reach_->answered() ) ) open();
       return;
    }
-   natsConnStatus const status = natsConnection_Status( connection_.get() );
-   // libnats gives up where the broker refuses it, but it may be let in later.
-   if( status == NATS_CONN_STATUS_CLOSED ) return close( lastError() );
-   if( status != NATS_CONN_STATUS_CONNECTED ) return stateIs( State::away, lastError() );
-   uint64_t const before = std::exchange( reconnects_, reconnects() );
-   if( state_ == State::away || before != reconnects_ ) return handleConnected();
+   if( natsConnection_Status( connection_.get() ) != NATS_CONN_STATUS_CONNECTED ) return close( lastError() );
+   if( state_ == State::away ) return handleConnected();
    if( state_ == State::joined && !isOwner() ) stateIs( State::up, "" );
    if( state_ == State::joined && Clock::now() - bucketAsked_ > bucketPatience ) askForBucket();
    if( state_ == State::up ) lookForRefusal();
@@ -161,16 +147,15 @@ void NatsBroker::look() {
 
 void NatsBroker::open() {
    dropped_ = 0;
-   reconnects_ = 0;
-   // Only the first attempt of a connection says why it has failed. If that is because the broker's machine refuses,
-   // which takes no time, libnats goes on trying.
-   int status = attempt( false, reach_ ? attemptMilliseconds : firstMilliseconds );
-   std::string const why = lastErrorHere();
+   auto const begun = Clock::now();
+   std::string const why = attempt( reach_ ? attemptMilliseconds : firstMilliseconds );
    reach_.reset();
-   if( status == NATS_TIMEOUT ) reach_.emplace( address_ );
-   if( status == NATS_NO_SERVER ) status = attempt( true, attemptMilliseconds );
-   if( !connection_ ) return close( why );
-   if( status != NATS_OK ) stateIs( State::away, why );
+   if( !connection_ ) {
+      close( why );
+      // A machine that refuses does so at once. Who has kept us waiting is not waited for again.
+      if( Clock::now() - begun > quickAnswer ) reach_.emplace( address_ );
+      return;
+   }
    try {
       news_ = subscribed( subjectOf( isOwner() ? statusKey( "*" ) : desiredKey( options_.box ) ) );
       answers_ = subscribed( readInboxOf( isOwner() ? std::string( ownerName ) : options_.box ) );
@@ -182,15 +167,12 @@ void NatsBroker::open() {
    }
 }
 
-int NatsBroker::attempt( bool untilItIsThere, int milliseconds ) {
-   // Without a function it would wait here until it is connected.
-   natsConnectionHandler const nothing = []( natsConnection *, void * ) {};
+std::string NatsBroker::attempt( int milliseconds ) {
    natsConnection * made = nullptr;
    held( natsOptions_SetTimeout( natsOptions_.get(), milliseconds ), "connecting" );
-   held( natsOptions_SetRetryOnFailedConnect( natsOptions_.get(), untilItIsThere, nothing, nullptr ), "connecting" );
    natsStatus const status = natsConnection_Connect( &made, natsOptions_.get() );
    connection_.reset( made );
-   return status;
+   return status == NATS_OK ? "" : lastErrorHere();
 }
 
 void NatsBroker::close( std::string const & why ) {
@@ -268,16 +250,6 @@ std::string NatsBroker::lastError() const {
           ( !known          ? "the connection is lost"
             : text && *text ? text
                             : natsStatus_GetText( status ) );
-}
-
-uint64_t NatsBroker::reconnects() const {
-   natsStatistics * made = nullptr;
-   held( natsStatistics_Create( &made ), "looking at the connection" );
-   Held<natsStatistics> const statistics( made, natsStatistics_Destroy );
-   held( natsConnection_GetStats( connection_.get(), made ), "looking at the connection" );
-   uint64_t count = 0;
-   held( natsStatistics_GetCounts( made, nullptr, nullptr, nullptr, nullptr, &count ), "looking at the connection" );
-   return count;
 }
 
 // --- Letters

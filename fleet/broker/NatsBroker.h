@@ -2,14 +2,17 @@
 //
 //    away --connection stands--> joined --bucket stands (owner); next look (box)--> up
 //      ^                           |                                                |
-//      +-------- connection lost, or made anew since the last look ----------------+
+//      +---------------------- connection lost -------------------------------------+
 //
 // Looks at the connection, and takes what has come, only when arrived() is called: that is to be about twice a second,
 // and everything that is told of the connection is as of then. libnats has threads of its own, which call nobody here.
 //
 // A box listens to its own desired key, the owner to the statuses of all; the owner also makes the bucket, each time
-// that it has connected, because the broker keeps it in memory alone. A connection that was lost and came back between
-// two looks is seen as lost in one of them, so that whoever drives it says again what may have been lost with it.
+// that it has connected, because the broker keeps it in memory alone. A connection that was lost is seen as lost in one
+// look at least, so that whoever drives it says again what may have been lost with it.
+//
+// libnats makes no connection anew by itself: it holds its lock while it does, and whoever asks how the connection
+// stands would wait for as long as the broker's machine does not answer.
 #pragma once
 
 #include <chrono>
@@ -52,12 +55,11 @@ class NatsBroker final : public Broker {
    [[nodiscard]] std::string trouble() const override { return trouble_; }
    bool put( std::string const & key, std::string const & text ) override;
    void read( std::string const & key ) override;
-   // A connection that was never there, or was refused, is tried for in here. That takes `firstMilliseconds` where the
-   // broker does not answer at all, once: from then on it is tried only when it has answered. One that was lost comes
-   // back by itself.
+   // Connects in here where it is due. That takes `firstMilliseconds` at most where the broker does not answer: from then
+   // on it is tried only when somebody has answered there.
    [[nodiscard]] std::vector<Letter> arrived() override;
 
-   static constexpr int firstMilliseconds = 1000;
+   static constexpr int firstMilliseconds = 2000;
    // TLS with a broker that thousands want at once takes its time.
    static constexpr int attemptMilliseconds = 5000;
    // There is only one, and it is to be there, with the bucket, when the boxes are.
@@ -75,15 +77,14 @@ class NatsBroker final : public Broker {
    void setUpTls();
    void look();
    void open();
-   // libnats's status; there is a connection_ then, or not.
-   [[nodiscard]] int attempt( bool untilItIsThere, int milliseconds );
+   // There is a connection_ then, or a sentence that says why not.
+   [[nodiscard]] std::string attempt( int milliseconds );
    void close( std::string const & why );
    void stateIs( State state, std::string const & trouble );
    void handleConnected();
    void askForBucket();
    void handleBucket( std::string const & answer );
    void lookForRefusal();
-   [[nodiscard]] uint64_t reconnects() const;
    [[nodiscard]] std::string lastErrorHere() const;  // of a call of this thread
    [[nodiscard]] std::string lastError() const;      // of the connection
    [[nodiscard]] Held<__natsSubscription> subscribed( std::string const & subject );
@@ -102,7 +103,6 @@ class NatsBroker final : public Broker {
    Clock::time_point due_;          // of the next attempt, while there is no connection_
    std::optional<Reach> reach_;     // nobody has answered: when somebody does, it is tried
    Clock::time_point bucketAsked_;  // while joined
-   uint64_t reconnects_ = 0;        // as of the last look
    int64_t dropped_ = 0;            // letters, as of the last look
    Held<__natsConnection> connection_;
    // Of the connection, so gone before it.

@@ -2,7 +2,8 @@
 //
 // libnats connects in the thread of whoever asks it to, who stands still for as long as nobody answers. So after one
 // attempt in vain this is asked first: it connects on its own, and the broker is there when it has said its first word,
-// which it does before TLS. Looked at now and then; begins anew by itself.
+// which it does before TLS. Looked at now and then; begins anew by itself. Not for each attempt: to the broker it is
+// somebody who has gone before TLS, and that stands in its log.
 #pragma once
 
 #include <chrono>

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -77,7 +78,23 @@ void RealBroker::kill() {
    process_ = 0;
 }
 
-void RealBroker::answers( bool does ) const { ::kill( process_, does ? SIGCONT : SIGSTOP ); }
+void RealBroker::answers( bool does ) {
+   if( does ) {
+      close( silent_ );
+      silent_ = -1;
+      return start();
+   }
+   kill();
+   silent_ = socket( AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0 );
+   int const again = 1;
+   EXPECT_EQ( setsockopt( silent_, SOL_SOCKET, SO_REUSEADDR, &again, sizeof( again ) ), 0 );
+   sockaddr_in const address{ .sin_family = AF_INET,
+                              .sin_port = htons( static_cast<uint16_t>( port_.number() ) ),
+                              .sin_addr = { htonl( INADDR_LOOPBACK ) },
+                              .sin_zero = {} };
+   EXPECT_EQ( bind( silent_, reinterpret_cast<sockaddr const *>( &address ), sizeof( address ) ), 0 );
+   EXPECT_EQ( listen( silent_, 64 ), 0 );
+}
 
 void RealBroker::reload() const { ::kill( process_, SIGHUP ); }
 

@@ -25,8 +25,8 @@ class RealBroker {
 
    void start();
    void kill();
-   // Where not it stands still: it takes connections, and says nothing.
-   void answers( bool does ) const;
+   // Where not, it is gone, and at its port connections are taken, and nothing is said.
+   void answers( bool does );
    // Has it read its configuration again.
    void reload() const;
 
@@ -43,6 +43,7 @@ class RealBroker {
    KeyStore keys_;
    FreePort const port_;
    pid_t process_ = 0;  // 0: none runs
+   int silent_ = -1;    // the socket that takes connections in its place; -1: none
 };
 
 // Whether it holds within half a minute; asked for again and again.
