@@ -55,8 +55,8 @@ class NatsBroker final : public Broker {
    [[nodiscard]] std::string trouble() const override { return trouble_; }
    bool put( std::string const & key, std::string const & text ) override;
    void read( std::string const & key ) override;
-   // Connects in here where it is due. That takes `firstMilliseconds` at most where the broker does not answer: from then
-   // on it is tried only when somebody has answered there.
+   // Connects in here where it is due. That takes `firstMilliseconds` at most where the broker does not answer: from
+   // then on it is tried only when somebody has answered there.
    [[nodiscard]] std::vector<Letter> arrived() override;
 
    static constexpr int firstMilliseconds = 2000;
