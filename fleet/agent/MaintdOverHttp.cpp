@@ -25,7 +25,8 @@ double secondsUntilNext( Maintd::Unit const & unit ) {
 std::optional<double> peakRate( boost::json::object const & intf ) {
    auto const in = Cli::number( intf, "inBitsRate" );
    auto const out = Cli::number( intf, "outBitsRate" );
-   if( !in || !out ) return in ? in : out;
+   // The direction that is not known may be the one that carries more.
+   if( !in || !out ) return std::nullopt;
    return std::max( *in, *out );
 }
 
