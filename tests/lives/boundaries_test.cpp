@@ -246,6 +246,29 @@ TEST_F( Boundaries, aReadingThatIsTooOldWaitsForTheNextWhichGoesOnWithTheRun ) {
    EXPECT_EQ( account( "quietSince" ), 1000 );
 }
 
+TEST_F( Boundaries, aReadingGrowsOldAlsoWhileAnotherLinkIsSampledEverySecond ) {
+   auto const sampledEvery = [&]( std::string const & sample ) {
+      say( R"({"config": {"profiles": {"p": {"threshold": "100kbps", "load-interval": "30s", "sample-interval": ")" +
+           sample +
+           R"("}, "q": {"threshold": "100kbps", "load-interval": "5s", "sample-interval": "1s"}}, )"
+           R"("default-profile": "p", "units": {"u": {"groups": ["g", "h"]}}, )"
+           R"("groups": {"g": {"interfaces": ["eth0"]}, "h": {"interfaces": ["eth1"], "profile": "q"}}}})" );
+   };
+   sampledEvery( "30s" );
+   say( R"({"link": {"eth0": "up", "eth1": "up"}})" );
+   start();
+   enter();
+   expectReadyAt( 1030 );
+   advance( 1 );
+   sampledEvery( "1s" );
+   advanceTo( 1035 );
+   EXPECT_TRUE( ready() );
+   advance( microsecond );
+   EXPECT_EQ( verdict(), "waiting" );
+   EXPECT_FALSE( ready() );
+   expectReadyAt( 1090 );
+}
+
 TEST_F( Boundaries, aRestartBeginsWithAFirstSample ) {
    quietBox( { .load = "5s" } );
    enter();
