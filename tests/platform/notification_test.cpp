@@ -211,8 +211,8 @@ TEST_F( Notification, isSilentAsLongAsTheOwnerIs ) {
 }
 
 // With members around it, so that where it stands in its machine is not where the machine begins.
-struct Machine final : Kel::PtrInterface {
-   class KelRecord final : public Kel::OwnedBy<Machine, Record::Notifiee> {
+struct Caretaker final : Kel::PtrInterface {
+   class KelRecord final : public Kel::OwnedBy<Caretaker, Record::Notifiee> {
     public:
       using OwnedBy::OwnedBy;
       void onMood() override { owner().heard.push_back( notifier()->mood() ); }
@@ -221,13 +221,13 @@ struct Machine final : Kel::PtrInterface {
    KelRecord record{ *this };
 };
 
-TEST_F( Notification, ofAMachinesReactorReachesThatMachineForAsLongAsItHears ) {
-   Machine machine;
-   machine.record.notifierIs( record_ );
+TEST_F( Notification, ofAMachinesReactorReachesThatMachine ) {
+   Caretaker caretaker;
+   caretaker.record.notifierIs( record_ );
    record_->moodIs( Mood::busy );
-   machine.hasNotificationActiveIs( false );
+   caretaker.hasNotificationActiveIs( false );
    record_->moodIs( Mood::calm );
-   EXPECT_THAT( machine.heard, ElementsAre( Mood::busy ) );
+   EXPECT_THAT( caretaker.heard, ElementsAre( Mood::busy ) );
 }
 
 TEST_F( Notification, ofAWholeCollectionIsMadeOnceAtAttachment ) {
