@@ -37,8 +37,8 @@ class ReactorBase : public PtrInterface {
    PtrInterface const * owner_;
 };
 
-// A reactor of one machine, silent whenever that is, and called on its behalf: `owner()` in place of a member for it, as
-// there are reactors for each interface. Base is what it reacts to; further arguments are the Base's and come first
+// A reactor of one machine, silent whenever that is, and called on its behalf: `owner()` in place of a member for it,
+// as there are reactors for each interface. Base is what it reacts to; further arguments are the Base's and come first
 // there.
 template<class Owner, class Base>
 class OwnedBy : public Base {

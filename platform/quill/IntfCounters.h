@@ -31,8 +31,8 @@ namespace IntfCounterMasquerade {
 // Of a row that is just being written, or was never read.
 [[nodiscard]] IntfStatistics statisticsOfUnsettledRow( KelQuill::EntityManager const & tables,
                                                        KelQuill::CounterTable::Row const & row );
-// What a row of the table says, as of this turn of the activity loop. Neither direction has a value when the writer died
-// in the middle of the row.
+// What a row of the table says, as of this turn of the activity loop. Neither direction has a value when the writer
+// died in the middle of the row.
 [[nodiscard]] inline IntfStatistics statisticsOf( KelQuill::EntityManager const & tables,
                                                   KelQuill::CounterTable::Row const & row ) {
    tables.freshen();
@@ -101,8 +101,8 @@ class AllEthIntfCounterPtrDir final : public Kel::Entity {
 };
 
 // The "current" counters of one interface, for somebody who asks with every sample: looked up once for as long as no
-// interface's come or go, and from then on read without a look at their entry. Always asked about the same directory and
-// interface.
+// interface's come or go, and from then on read without a look at their entry. Always asked about the same directory
+// and interface.
 class KeptCounter {
  public:
    // Whether the interface has counters at present.
