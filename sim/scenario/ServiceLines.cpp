@@ -48,7 +48,8 @@ std::vector<std::string> members( Json const & json ) {
 }
 
 bool isTrue( Json const & json ) {
-   auto const found = json.value().as<bool>();
+   Kel::Value const value = json.value();
+   auto const found = value.as<bool>();
    if( !found ) throw LineError( json.column, "this is true or false" );
    return *found;
 }

@@ -23,7 +23,7 @@ EXPECTED = re.compile(
     r"|lib/ratemon/hooks/frr[a-z-]*(\.bash)?"
     r"|lib/(systemd/system/(maintd|maintfleet-(agent|controller))\.service|sysusers\.d/ratemon\.conf|tmpfiles\.d/ratemon\.conf)"
     r"|share/man/man\d/maint[a-z.]+\.\d\.gz"
-    r"|share/(bash-completion/completions/maintctl|zsh/vendor-completions/_maintctl)"
+    r"|share/(bash-completion/completions/|zsh/vendor-completions/_)(maintctl|maintfleet)"
     r"|share/doc/ratemon/(README\.md|copyright|changelog\.Debian\.gz|(docs|examples)/.+)"
     r"|etc/ratemon/(maintd\.yaml|maintfleet-(agent|controller)\.conf))")
 CONFIG = """profiles: { quick: { threshold: 100kbps } }
@@ -114,7 +114,7 @@ def check_pages(prefix):
 
 
 BASH = r"""source "$1"; COMP_WORDS=( "$2" "${@:4}" ); COMP_LINE=${COMP_WORDS[*]}
-COMP_LINE=${COMP_LINE// : /:}; COMP_CWORD=$(( ${#COMP_WORDS[@]} - 1 )); _maintctl "$3"; printf '%s\n' "${COMPREPLY[@]}" """
+COMP_LINE=${COMP_LINE// : /:}; COMP_CWORD=$(( ${#COMP_WORDS[@]} - 1 )); "_$2" "$3"; printf '%s\n' "${COMPREPLY[@]}" """
 ZSH = r"""zmodload zsh/zpty
 zpty shell zsh -f -i
 drain() { local text; while zpty -r -t shell text; do seen+=$text; done; sleep 0.1; }
@@ -128,13 +128,13 @@ print -r -- $seen"""
 
 
 def check_completion(prefix, socket, units):
-    bash, zsh = prefix / "share/bash-completion/completions/maintctl", prefix / "share/zsh/vendor-completions"
-    maintctl = str(prefix / "bin/maintctl")
+    zsh = prefix / "share/zsh/vendor-completions"
 
-    def completes(what, words, wanted):
+    def completes(what, words, wanted, program="maintctl"):
+        bash, path = str(prefix / "share/bash-completion/completions" / program), str(prefix / "bin" / program)
         # The shell waits for two seconds and does without then: on a busy machine it is asked again.
         for _ in range(5):
-            found = output("bash", "-c", BASH, "bash", str(bash), "maintctl", maintctl, "--socket", socket, *words).split()
+            found = output("bash", "-c", BASH, "bash", bash, program, path, "--socket", socket, *words).split()
             if found == wanted:
                 return
         holds(False, f"bash completes {what}: {found}")
@@ -142,6 +142,8 @@ def check_completion(prefix, socket, units):
     completes("units", ("enter", ""), units)
     completes("en", ("en",), ["enter"])
     completes("--dr", ("enter", "--dr"), ["--dry-run"])
+    completes("und", ("und",), ["undrain"], "maintfleet")
+    completes("hold", ("plan", "--at-deadline", "h"), ["hold"], "maintfleet")
     if not units:
         return
     completes("fa", ("enter", "fa"), ["fabric"])

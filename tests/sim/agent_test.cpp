@@ -147,6 +147,7 @@ TEST_F( AgentStory, ofALinkStaysWhatIsNotNamed ) {
    EXPECT_EQ( value( R"("lag/config","phyIntf","ge1")" ), R"({"lag": "bond7"})" );
    EXPECT_EQ( value( R"("bridging/vlan/status","vlanStatus")" ),
               R"({"5": {"intf": {"ge1": true}}, "9": {"intf": {"ge0": true}}})" );
+   EXPECT_THAT( run( R"({"link": {"ge3": {"state": "up", "late": true}}})" ), IsEmpty() );
    run( R"({"link": {"bond7": "down", "br5": {"state": "up"}, "Vlan9": {"members": []}, "ge0": {}}})" );
    EXPECT_EQ( value( R"("lag/config","phyIntf","ge1")" ), R"({"lag": "bond7"})" );
    EXPECT_THAT( value( R"("bridging/vlan/status","vlanStatus","5")" ), R"({"intf": {"ge1": true}})" );
