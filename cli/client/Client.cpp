@@ -78,7 +78,11 @@ class Exchange {
    template<class Start>
    [[nodiscard]] beast::error_code step( Start const & start ) {
       beast::error_code result;
-      stream_.expires_at( bounded( std::min( end_, Clock::now() + limits_.silence ) ) );
+      auto const now = Clock::now();
+      auto const end = bounded( std::min( end_, now + limits_.silence ) );
+      // The stream would not notice for as long as there is always something to read.
+      if( now >= end ) return beast::error::timeout;
+      stream_.expires_at( end );
       start( [&]( beast::error_code error, std::size_t ) { result = error; } );
       io_.restart();
       io_.run();

@@ -126,12 +126,19 @@ TEST_F( Deadlines, ofTheCallerComeFirst ) {
 // A reader that waits for the end of such an answer would take all memory first.
 TEST_F( Deadlines, anAnswerThatDoesNotEndCostsNoMoreThanItsLimit ) {
    std::string const mebibyte( 1024 * 1024, ' ' );
+   // As fast as it is taken until there is more than may be kept, and from then on so that both have time to rest.
    auto const sendsFor = [&]( std::string const & head, std::string const & piece ) {
       daemonDoes( [=]( int connection, std::string const & ) {
          if( !sent( connection, head ) ) return;
-         while( sent( connection, piece ) ) {
+         for( std::size_t bytes = 0; sent( connection, piece ); bytes += piece.size() ) {
+            if( bytes > 64 * mebibyte.size() ) ::usleep( 10'000 );
          }
       } );
+   };
+   auto const times = []( int count, std::string const & text ) {
+      std::string all;
+      for( int i = 0; i < count; ++i ) all += text;
+      return all;
    };
    auto const refused = [&]( Words const & words, char const * told ) {
       auto const result = maintctl( words );
@@ -153,11 +160,11 @@ TEST_F( Deadlines, anAnswerThatDoesNotEndCostsNoMoreThanItsLimit ) {
    sendsFor( "HTTP/1.1 200 OK\r\nContent-Length: 17179869184\r\n\r\n", mebibyte );
    EXPECT_LT( refused( { "dump" }, "the answer is larger than 256 MiB" ), 50 );
    // No body at all: a header, an interim answer, the head of a chunk.
-   sendsFor( "HTTP/1.1 200 OK\r\n", "X: y\r\n" );
+   sendsFor( "HTTP/1.1 200 OK\r\n", times( 10'000, "X: y\r\n" ) );
    EXPECT_LT( refused( { "units" }, "did not answer" ), 50 );
-   sendsFor( "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1", std::string( 1024, ';' ) );
+   sendsFor( "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1", std::string( 65536, ';' ) );
    EXPECT_LT( refused( { "units" }, "did not answer" ), 50 );
-   sendsFor( "", "HTTP/1.1 102 x\r\n\r\n" );
+   sendsFor( "", times( 4'000, "HTTP/1.1 102 x\r\n\r\n" ) );
    EXPECT_LT( refused( { "units" }, "did not answer" ), 50 );
 }
 

@@ -166,7 +166,7 @@ TEST( FleetPromises, holdWhateverGoesWrong ) {
    char const * const first = std::getenv( "FLEET_SEED" );
    char const * const many = std::getenv( "FLEET_LIVES" );
    unsigned const begin = first ? static_cast<unsigned>( std::atoi( first ) ) : std::random_device()() % 1'000'000;
-   unsigned const lives = many ? static_cast<unsigned>( std::atoi( many ) ) : 12;
+   unsigned const lives = many ? static_cast<unsigned>( std::atoi( many ) ) : 5;
    std::size_t plans = 0;
    for( unsigned seed = begin; seed < begin + lives && !testing::Test::HasFailure(); ++seed ) oneLife( seed, plans );
    std::cout << plans << " plans in " << lives << " lives from seed " << begin << "\n";
