@@ -131,14 +131,17 @@ std::vector<Object const *> rowsOf( Object const & answer, char const * member, 
    return rows;
 }
 
-// The units of a box, each with its box's name before its own where it is one of a fleet's. Of a silent box it is not
-// known how they are: somebody might pull a cable for what it said last.
+// What it says of its units is so now.
+bool isBelieved( Object const & box ) { return !Cli::yes( box, "silent" ) && text( box, "trouble" ).empty(); }
+
+// The units of a box, each with its box's name before its own where it is one of a fleet's. Of one that is silent, or
+// not to be believed, it is not known how they are: somebody might pull a cable for what it said last.
 std::vector<Object> unitsOf( Object const & box, std::string const & before ) {
    std::vector<Object> units;
    for( auto const & unit : list( box, "units" ) ) {
       Object & row = units.emplace_back( object( unit ) );
       row["unit"] = before + text( row, "unit" );
-      if( !Cli::yes( box, "silent" ) ) continue;
+      if( isBelieved( box ) ) continue;
       std::string const last = text( row, "state" );
       row["why"] = text( row, "why" ) + ( last == "unknown" ? "" : "; it was " + Cli::word( last ) );
       row["state"] = "unknown";
@@ -257,7 +260,7 @@ void printBox( std::ostream & out, Object const & box, double now ) {
    if( std::string const trouble = text( box, "trouble" ); !trouble.empty() ) out << trouble << "\n";
    auto const units = unitsOf( box, "" );
    Cli::printTable( out, unitColumns, shownOf( units ), clocksAt( now ) );
-   if( Cli::yes( box, "silent" ) ) return;
+   if( !isBelieved( box ) ) return;
    for( auto const & unit : list( box, "units" ) ) {
       auto const loud = rowsOf( object( unit ), "unsettled", []( Object const & ) { return true; } );
       printSection( out, ( text( object( unit ), "unit" ) + " waits for" ).c_str(), unsettledColumns, loud, now );

@@ -35,7 +35,7 @@ MetricFamily unitsByState( Survey const & survey ) {
    for( Survey::BoxLook const & look : survey.boxes ) {
       for( std::string const & unit : look.box->units ) {
          UnitState state = UnitState::unknown;
-         if( look.heard && !look.silent ) {
+         if( look.heard && !look.silent && look.trouble.empty() ) {
             auto const its = look.heard->status.units.find( unit );
             if( its != look.heard->status.units.end() ) state = its->second.state;
          }
@@ -43,7 +43,8 @@ MetricFamily unitsByState( Survey const & survey ) {
       }
    }
    MetricFamily family =
-      gauge( "maintfleet_units", "units by the state that their boxes report, unknown of silent ones" );
+      gauge( "maintfleet_units",
+             "units by the state that their boxes report, unknown of those that are silent or not to be believed" );
    for( auto const & [state, count] : counts ) add( family, count, { { "state", std::string( state ) } } );
    return family;
 }

@@ -18,9 +18,11 @@ double momentOf( Dispatcher::Heard const & heard, double limit, double now ) {
 }  // namespace
 
 Survey::BoxLook lookAt( Dispatcher const & dispatcher, Box const & box, double now ) {
-   Survey::BoxLook look{ .box = &box, .heard = dispatcher.heard( box.name ), .silent = true, .units = {} };
+   Survey::BoxLook look{
+      .box = &box, .heard = dispatcher.heard( box.name ), .silent = true, .trouble = {}, .units = {} };
    double const limit = Dispatcher::silentHeartbeats * dispatcher.inventory().heartbeatSeconds();
    look.silent = !look.heard || now - look.heard->at > limit;
+   if( look.heard ) look.trouble = dispatcher.troubleOf( *look.heard, now );
    double const moment = look.heard && look.silent ? momentOf( *look.heard, limit, now ) : now;
    for( std::string const & unit : box.units ) {
       look.units.push_back( dispatcher.standing( { box.name, unit }, moment ) );

@@ -17,6 +17,7 @@ struct Survey {
       Box const * box = nullptr;
       Dispatcher::Heard const * heard = nullptr;  // null: never
       bool silent = true;
+      std::string trouble = {};     // why what it has said is not to be believed; empty where it is
       std::vector<Standing> units;  // in the order of the box's
    };
    struct OutUnit {

@@ -106,7 +106,7 @@ json::object viewOf( Survey::BoxLook const & look, More const & more ) {
             { "labels", std::move( labels ) },
             { "heard", look.heard ? numberView( look.heard->at ) : json::value() },
             { "silent", look.silent },
-            { "trouble", look.heard ? look.heard->status.trouble : "" },
+            { "trouble", look.trouble },
             { "units", std::move( units ) } };
 }
 

@@ -87,11 +87,19 @@ UnitStatus const * Dispatcher::statusOf( UnitName const & unit ) const {
 std::string Dispatcher::silence( std::string const & box, double now ) const {
    Heard const * const its = heard( box );
    if( !its ) return "not heard of yet";
-   double const limit = silentHeartbeats * inventory_.heartbeatSeconds();
-   if( its->otherAt && now - *its->otherAt <= limit ) return "two machines say that they are " + box;
    double const since = now - its->at;
-   if( since > limit ) return "silent for " + Kel::durationText( std::floor( since ) );
-   return its->status.trouble;
+   bool const silent = since > silentHeartbeats * inventory_.heartbeatSeconds();
+   // What it said itself is over where it is silent; that somebody else says he is it is not.
+   if( silent && !isDoubled( *its, now ) ) return "silent for " + Kel::durationText( std::floor( since ) );
+   return troubleOf( *its, now );
+}
+
+bool Dispatcher::isDoubled( Heard const & heard, double now ) const {
+   return heard.otherAt && now - *heard.otherAt <= silentHeartbeats * inventory_.heartbeatSeconds();
+}
+
+std::string Dispatcher::troubleOf( Heard const & heard, double now ) const {
+   return isDoubled( heard, now ) ? "two machines say that they are " + heard.status.box : heard.status.trouble;
 }
 
 bool Dispatcher::listening( double now ) const {

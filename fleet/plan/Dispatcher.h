@@ -93,6 +93,8 @@ class Dispatcher {
       std::optional<double> otherAt{};  // likewise, the last of another agent by its name
    };
    [[nodiscard]] Heard const * heard( std::string const & box ) const;  // null: never, in this life
+   // Why what a box has said is not to be believed; empty where it is.
+   [[nodiscard]] std::string troubleOf( Heard const & heard, double now ) const;
 
  private:
    // What the evidence says of a step: nothing yet, that it is over, or what the plan is to be paused for.
@@ -105,6 +107,8 @@ class Dispatcher {
 
    [[nodiscard]] UnitStatus const * statusOf( UnitName const & unit ) const;
    [[nodiscard]] std::string silence( std::string const & box, double now ) const;
+   // Another machine says that it is this box, too.
+   [[nodiscard]] bool isDoubled( Heard const & heard, double now ) const;
    // Whether boxes that are silent may be so because nobody could hear them.
    [[nodiscard]] bool listening( double now ) const;
    [[nodiscard]] std::string brakeOn( UnitName const & unit ) const;

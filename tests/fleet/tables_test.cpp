@@ -102,6 +102,17 @@ TEST_F( FleetTables, nothingThatHasGoneWrongAndNobodyThatIsSilentLooksAsIfItWere
    EXPECT_THAT( text( [&]( auto & out ) { printBox( out, box(), desk.owner().now() ); } ),
                 HasSubstr( "fabric  unknown  yes  -      -      silent for 46 s; it was in maintenance\n" ) );
    EXPECT_THAT( status(), AllOf( Not( HasSubstr( "  s1b/fabric  " ) ), HasSubstr( "\n  s1b  " ) ) );
+   // As when its image was copied: which of the two the cable belongs to nobody knows.
+   desk.says( "s1b", UnitState::inMaintenance );
+   Status copy{ .box = "s1b", .life = 2, .sequence = 1, .units = {} };
+   copy.units["fabric"] = { .state = UnitState::inMaintenance, .ready = true, .settled = 4, .interfaces = 4 };
+   for( ; copy.sequence < 10; ++copy.sequence ) {
+      desk.arrives( "status.s1b", textOf( copy ) );
+      desk.advance( 10 );
+   }
+   EXPECT_THAT(
+      text( [&]( auto & out ) { printBox( out, box(), desk.owner().now() ); } ),
+      AllOf( HasSubstr( "two machines say that they are s1b\n" ), HasSubstr( "fabric  unknown  yes  -      -" ) ) );
 }
 
 TEST_F( FleetTables, aPlanABoxAndAQuestionAreToldWithTheirReasons ) {
